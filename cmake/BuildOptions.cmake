@@ -1,0 +1,25 @@
+# The warnings and sanitizers of all our own code; generated code is compiled without them.
+add_library(satnavd_options INTERFACE)
+target_compile_options(satnavd_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+target_include_directories(satnavd_options INTERFACE ${CMAKE_SOURCE_DIR}/src)
+
+if(SATNAVD_SANITIZE)
+  add_compile_options(-fsanitize=${SATNAVD_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${SATNAVD_SANITIZE})
+endif()
+
+# satnavd_room(NAME SOURCES ... LINKS ...): one static library for one folder of src/.
+function(satnavd_room name)
+  cmake_parse_arguments(ROOM "" "" "SOURCES;LINKS" ${ARGN})
+  add_library(${name} STATIC ${ROOM_SOURCES})
+  target_link_libraries(${name} PUBLIC ${ROOM_LINKS} PRIVATE satnavd_options)
+  target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
+endfunction()
+
+# satnavd_program(NAME SOURCES ... LINKS ...): a program in bin/.
+function(satnavd_program name)
+  cmake_parse_arguments(PROGRAM "" "" "SOURCES;LINKS" ${ARGN})
+  add_executable(${name} ${PROGRAM_SOURCES})
+  target_link_libraries(${name} PRIVATE ${PROGRAM_LINKS} satnavd_options)
+endfunction()

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <charconv>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+/// Log records at syslog's levels to syslog, standard output or standard error. Any thread may log.
+namespace ecu::koru::logging {
+
+/// The numbers are syslog's severities.
+enum class Level : int { EMERG = 0, ALERT, CRITICAL, ERROR, WARNING, NOTICE, INFO, DEBUG };
+
+enum class LogMode : int { SYSLOG = 0, STDOUT = 1, STDERR = 2 };
+
+inline constexpr Level DEFAULT_LEVEL = Level::INFO;
+
+/// The level's name as the command line and the configuration spell it ("WARNING").
+[[nodiscard]] std::string_view level_name(Level level);
+
+/// Sets the level from its name; an empty name changes nothing. An unknown name is an ERROR record and changes
+/// nothing; false is returned.
+bool configure_logging(const std::string& level);
+
+/// Where records go from now on. Until it is called they go to standard error.
+void set_log_mode(LogMode mode);
+
+[[nodiscard]] Level get_log_level();
+
+/// True when a record of this level would be written.
+[[nodiscard]] bool enabled(Level level);
+
+/// Writes one record: "2026-11-21T10:15:30.123Z NOTICE module: text", or the text alone to syslog.
+void write(Level level, std::string_view module, std::string_view text);
+
+/// Bytes that came from outside, made safe for a log line: all outside 0x20..0x7E become \xHH.
+[[nodiscard]] std::string escaped(std::string_view bytes);
+
+/// A number for a log text, in hexadecimal without prefix.
+struct Hex {
+  uint64_t value;
+  int digits;
+};
+[[nodiscard]] constexpr Hex hex(uint64_t value, int min_digits = 1) { return {value, min_digits}; }
+
+namespace detail {
+
+void append(std::string& out, std::string_view text);
+void append(std::string& out, Hex value);
+void append(std::string& out, double value);
+
+template <typename T>
+  requires std::is_integral_v<T>
+void append(std::string& out, T value) {
+  if constexpr (std::is_same_v<T, char>) {
+    out.push_back(value);
+  } else {
+    char digits[24];
+    const auto end = std::to_chars(digits, digits + sizeof digits, static_cast<long long>(value)).ptr;
+    out.append(digits, end);
+  }
+}
+
+}  // namespace detail
+
+/// The parts of a text one after another: texts, characters, numbers (unsigned char counts as a number, bool as
+/// 1 or 0), hex(). Without regard to the locale.
+template <typename... Parts>
+[[nodiscard]] std::string text(const Parts&... parts) {
+  std::string out;
+  (detail::append(out, parts), ...);
+  return out;
+}
+
+/// A named source of records. A record that its level does not admit is not even formatted.
+class Module {
+ public:
+  explicit constexpr Module(std::string_view name) : m_name(name) {}
+
+  template <typename... Parts>
+  void log(Level level, const Parts&... parts) const {
+    if (enabled(level)) write(level, m_name, text(parts...));
+  }
+  template <typename... Parts>
+  void emerg(const Parts&... parts) const { log(Level::EMERG, parts...); }
+  template <typename... Parts>
+  void alert(const Parts&... parts) const { log(Level::ALERT, parts...); }
+  template <typename... Parts>
+  void error(const Parts&... parts) const { log(Level::ERROR, parts...); }
+  template <typename... Parts>
+  void warning(const Parts&... parts) const { log(Level::WARNING, parts...); }
+  template <typename... Parts>
+  void notice(const Parts&... parts) const { log(Level::NOTICE, parts...); }
+  template <typename... Parts>
+  void info(const Parts&... parts) const { log(Level::INFO, parts...); }
+  template <typename... Parts>
+  void debug(const Parts&... parts) const { log(Level::DEBUG, parts...); }
+
+ private:
+  std::string_view m_name;
+};
+
+/// `name` must outlive the module: a literal.
+[[nodiscard]] constexpr Module module(std::string_view name) { return Module(name); }
+
+}  // namespace ecu::koru::logging

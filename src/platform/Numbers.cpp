@@ -1,0 +1,30 @@
+#include "platform/Numbers.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <limits>
+#include <stdexcept>
+
+namespace ecu::koru {
+
+uint32_t to_u32_base0(const std::string& text) {
+  const auto start = text.find_first_not_of(" \t\n\v\f\r");
+  const bool negative = start != std::string::npos && text[start] == '-';
+  errno = 0;
+  char* end = nullptr;
+  const unsigned long long value = std::strtoull(text.c_str(), &end, 0);
+  if (end == text.c_str()) throw std::invalid_argument("stoul");
+  const unsigned long long magnitude = negative ? 0ULL - value : value;
+  if (errno == ERANGE || magnitude > std::numeric_limits<uint32_t>::max()) throw std::out_of_range("stoul");
+  return static_cast<uint32_t>(value);
+}
+
+std::optional<int64_t> to_int_within(std::string_view text, int64_t min, int64_t max) {
+  int64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc{} || end != text.data() + text.size() || value < min || value > max) return std::nullopt;
+  return value;
+}
+
+}  // namespace ecu::koru

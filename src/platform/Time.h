@@ -1,0 +1,74 @@
+#pragma once
+
+#include <sys/time.h>
+
+#include <atomic>
+#include <cstdint>
+
+namespace ecu::koru {
+
+/// The seam to every clock and to sleeping. All times are 64-bit nanoseconds on every target.
+class ITimeSource {
+ public:
+  virtual ~ITimeSource() = default;
+  /// CLOCK_MONOTONIC, ns.
+  [[nodiscard]] virtual int64_t steady_ns() const = 0;
+  /// Time since boot, suspend included (CLOCK_BOOTTIME), ns.
+  [[nodiscard]] virtual int64_t boot_ns() const = 0;
+  /// Sleeps for at most `ns`; a signal may end it early. Nothing happens for 0 or less.
+  virtual void sleep_ns(int64_t ns) = 0;
+  /// The system clock (gettimeofday), UTC.
+  [[nodiscard]] virtual timeval wall() const = 0;
+  /// Sets the system clock (settimeofday). False when refused; errno tells why.
+  [[nodiscard]] virtual bool set_wall(const timeval& now) = 0;
+};
+
+/// The clocks of the operating system.
+class SystemTime final : public ITimeSource {
+ public:
+  [[nodiscard]] int64_t steady_ns() const override;
+  [[nodiscard]] int64_t boot_ns() const override;
+  void sleep_ns(int64_t ns) override;
+  [[nodiscard]] timeval wall() const override;
+  [[nodiscard]] bool set_wall(const timeval& now) override;
+};
+
+/// Time that stands still until it is moved: the test version. Sleeping moves it. Safe to read from several
+/// threads; one thread at a time may move it.
+class VirtualTime final : public ITimeSource {
+ public:
+  /// Starts at `boot_ns` since boot; the system clock starts at `wall_us` microseconds since 1970.
+  explicit VirtualTime(int64_t boot_ns = 1'000'000'000'000, int64_t wall_us = 0);
+  [[nodiscard]] int64_t steady_ns() const override { return m_now_ns.load(); }
+  [[nodiscard]] int64_t boot_ns() const override { return m_now_ns.load(); }
+  void sleep_ns(int64_t ns) override { advance(ns); }
+  [[nodiscard]] timeval wall() const override;
+  [[nodiscard]] bool set_wall(const timeval& now) override;
+
+  void advance(int64_t ns);
+  /// While set, set_wall() is refused with EPERM.
+  void refuse_set_wall(bool refuse) { m_refuse = refuse; }
+  /// How often set_wall() was called, refusals included.
+  [[nodiscard]] int set_wall_calls() const { return m_set_calls; }
+
+ private:
+  std::atomic<int64_t> m_now_ns;
+  std::atomic<int64_t> m_wall_offset_us;  // system clock minus steady clock
+  bool m_refuse = false;
+  int m_set_calls = 0;
+};
+
+/// The clocks of this process: SystemTime unless a test has put another in.
+[[nodiscard]] ITimeSource& time_source();
+/// Puts `source` in, nullptr puts the operating system's back. Before any thread reads a clock; not owned.
+void set_time_source(ITimeSource* source);
+
+class DateTime {
+ public:
+  /// Nanoseconds since boot (CLOCK_BOOTTIME).
+  [[nodiscard]] static uint64_t time_since_boot_ns() {
+    return static_cast<uint64_t>(time_source().boot_ns());
+  }
+};
+
+}  // namespace ecu::koru
