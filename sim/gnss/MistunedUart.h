@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace ecu::koru::sim {
+
+/// What a UART makes of a line (8 data bits, no parity, one stop bit) whose speed is not its own: it waits
+/// for a start bit, samples the middle of where its bits would be, and delivers a byte even when the stop bit
+/// is wrong. So the garbage has the density and the content that a real port gives. All times are ns of one
+/// clock and never go back.
+class MistunedUart {
+ public:
+  MistunedUart(unsigned line_baud, unsigned uart_baud) : m_line_baud(line_baud), m_uart_baud(uart_baud) {}
+
+  /// A byte whose start bit began at `start_ns`; what the UART has made of it so far is appended to `out`.
+  void byte(int64_t start_ns, uint8_t value, std::string& out);
+  /// Nothing is on the line until then.
+  void idle(int64_t until_ns, std::string& out) { level(true, until_ns, out); }
+
+ private:
+  void level(bool high, int64_t until_ns, std::string& out);
+  void sample(bool high, std::string& out);
+  [[nodiscard]] int64_t sample_ns() const;
+
+  static constexpr int waiting = -1;
+  unsigned m_line_baud, m_uart_baud;
+  int64_t m_time_ns = INT64_MIN;  // the line is known until here
+  int64_t m_start_ns = 0;         // of the frame being received
+  int m_bit = waiting;            // the next to sample: 0 start, 1 to 8 data, 9 stop
+  bool m_was_high = true;
+  uint8_t m_value = 0;
+};
+
+}  // namespace ecu::koru::sim

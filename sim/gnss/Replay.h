@@ -1,0 +1,59 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/gnss/Bursts.h"
+#include "sim/gnss/ReceiverOptions.h"
+
+namespace ecu::koru::sim {
+
+/// A recorded byte log cut into epochs. An epoch begins with an RMC sentence of any talker; what stands
+/// before the first one belongs to the first epoch. All bytes are kept as they are.
+class Recording {
+ public:
+  struct Epoch {
+    size_t begin, end;  ///< of the bytes
+    int64_t offset_us;  ///< since the first epoch, by the times in the RMC sentences
+  };
+
+  /// `name` stands in the errors. Throws FileError when the bytes hold no RMC sentence.
+  Recording(std::string bytes, const std::string& name);
+  [[nodiscard]] static std::shared_ptr<const Recording> load(const std::string& path);
+
+  [[nodiscard]] const std::vector<Epoch>& epochs() const { return m_epochs; }
+  [[nodiscard]] std::string_view bytes_of(const Epoch& epoch) const {
+    return std::string_view(m_bytes).substr(epoch.begin, epoch.end - epoch.begin);
+  }
+  /// From the first epoch to where a repetition begins.
+  [[nodiscard]] int64_t duration_us() const { return m_duration_us; }
+
+ private:
+  void cut();
+  void place_in_time();
+
+  std::string m_bytes;
+  std::vector<Epoch> m_epochs;
+  int64_t m_duration_us = 0;
+};
+
+/// The bursts of a recording. What the line cannot carry in time comes late, nothing is left out.
+class ReplaySource final : public IBurstSource {
+ public:
+  /// `options` holds a recording, is checked and must outlive it.
+  explicit ReplaySource(const ReceiverOptions& options) : m_options(options) {}
+
+  [[nodiscard]] int64_t next_start_us() const override;
+  [[nodiscard]] Burst take() override;
+
+ private:
+  /// Since power-on, us.
+  [[nodiscard]] int64_t next_offset_us() const;
+
+  const ReceiverOptions& m_options;
+  size_t m_next = 0;
+  int64_t m_rounds = 0;
+};
+
+}  // namespace ecu::koru::sim

@@ -1,0 +1,178 @@
+#include "sim/gnss/Sentences.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+#include "sim/gnss/Utc.h"
+
+namespace ecu::koru::sim {
+namespace {
+
+constexpr double kmh_per_knot = 1.852;
+constexpr double geoid_separation_m = 47.6;
+constexpr double no_dop = 99.99;  // what stands for "none"
+
+std::string zero_padded(int64_t value, int width) {
+  char text[24];
+  std::snprintf(text, sizeof text, "%0*lld", width, static_cast<long long>(value));
+  return text;
+}
+
+/// Fixed decimals by integers alone: neither locale nor binary fractions show.
+std::string decimal(double value, int decimals, int integer_width = 1) {
+  int64_t scale = 1;
+  for (int i = 0; i < decimals; ++i) scale *= 10;
+  const int64_t scaled = std::llround(value * static_cast<double>(scale));
+  const int64_t magnitude = std::abs(scaled);
+  return (scaled < 0 ? "-" : "") + zero_padded(magnitude / scale, integer_width) + "." +
+         zero_padded(magnitude % scale, decimals);
+}
+
+/// A sentence while it is put together, one field after the other.
+class Builder {
+ public:
+  Builder(std::string_view talker, std::string_view type) : m_text(talker) { m_text += type; }
+
+  Builder& field(std::string_view text) {
+    m_text += ',';
+    m_text += text;
+    return *this;
+  }
+  Builder& empty(int count) {
+    m_text.append(static_cast<size_t>(count), ',');
+    return *this;
+  }
+  Builder& number(double value, int decimals) { return field(decimal(value, decimals)); }
+  Builder& number(int value, int width) { return field(zero_padded(value, width)); }
+
+  /// hhmmss.ss
+  Builder& time(int64_t utc_us) {
+    const CivilTime t = civil_time(utc_us + 5'000);  // to the nearest hundredth
+    return field(zero_padded(t.hour * 10'000 + t.minute * 100 + t.second, 6) + "." +
+                 zero_padded(t.microsecond / 10'000, 2));
+  }
+  /// ddmmyy
+  Builder& date(int64_t utc_us) {
+    const CivilTime t = civil_time(utc_us + 5'000);
+    return field(zero_padded(t.day * 10'000 + t.month * 100 + static_cast<unsigned>(t.year % 100), 6));
+  }
+  /// Degrees and minutes and the letter of the hemisphere.
+  Builder& angle(double degrees, int degree_width, std::string_view positive, std::string_view negative) {
+    constexpr int64_t minute = 100'000;
+    const int64_t total = std::llround(std::abs(degrees) * 60.0 * minute);
+    field(zero_padded(total / (60 * minute), degree_width) + zero_padded(total / minute % 60, 2) + "." +
+          zero_padded(total % minute, 5));
+    return field(degrees < 0 ? negative : positive);
+  }
+  Builder& position(const Fix& fix) {
+    if (!fix.valid) return empty(4);
+    return angle(fix.latitude_deg, 2, "N", "S").angle(fix.longitude_deg, 3, "E", "W");
+  }
+  [[nodiscard]] std::string finish() const {
+    char tail[8];
+    std::snprintf(tail, sizeof tail, "*%02X\r\n", static_cast<unsigned>(nmea_checksum(m_text)));
+    return "$" + m_text + tail;
+  }
+
+ private:
+  std::string m_text;
+};
+
+std::string rmc(std::string_view talker, const Fix& fix, NmeaVersion version) {
+  Builder out(talker, "RMC");
+  out.time(fix.utc_us).field(fix.valid ? "A" : "V").position(fix);
+  if (fix.valid) {
+    out.number(fix.speed_kmh / kmh_per_knot, 3);
+    // 359.996 is written as 0.00
+    out.field(fix.course_deg ? decimal(std::fmod(std::round(*fix.course_deg * 100) / 100, 360.0), 2) : "");
+  } else {
+    out.empty(2);
+  }
+  out.date(fix.utc_us).empty(2).field(fix.valid ? "A" : "N");
+  if (version == NmeaVersion::v4_10) out.field("V");  // not for navigation on rails or at sea
+  return out.finish();
+}
+
+std::string gga(std::string_view talker, const Fix& fix) {
+  Builder out(talker, "GGA");
+  out.time(fix.utc_us).position(fix);
+  if (!fix.valid) return out.field("0").field("00").number(no_dop, 2).empty(6).finish();
+  out.field("1").number(fix.satellites, 2).number(fix.hdop, 2);
+  out.number(fix.altitude_m, 1).field("M").number(geoid_separation_m, 1).field("M");
+  return out.empty(2).finish();
+}
+
+/// The number of a satellite as the version writes it: 4.10 counts each system from 1.
+int written_number(const Satellite& satellite, NmeaVersion version) {
+  return version == NmeaVersion::v4_10 && satellite.number > 300 ? satellite.number % 100 : satellite.number;
+}
+
+std::string gsa(std::string_view talker, const Fix& fix, Constellation constellation, NmeaVersion version) {
+  constexpr int slots = 12;
+  Builder out(talker, "GSA");
+  out.field("A").field(fix.valid ? "3" : "1");
+  int filled = 0;
+  if (fix.valid) {
+    for (const Satellite& satellite : satellites_in_view(constellation, fix.utc_us)) {
+      if (!satellite.used || filled == slots) continue;
+      out.number(written_number(satellite, version), 2);
+      ++filled;
+    }
+  }
+  out.empty(slots - filled);
+  for (const double dop : {fix.pdop, fix.hdop, fix.vdop}) out.number(fix.valid ? dop : no_dop, 2);
+  if (version == NmeaVersion::v4_10) out.number(names_of(constellation).system_id, 1);
+  return out.finish();
+}
+
+void add_gsv(std::vector<std::string>& out, const Fix& fix, Constellation constellation,
+             NmeaVersion version) {
+  constexpr size_t per_sentence = 4;
+  const auto seen = fix.valid ? satellites_in_view(constellation, fix.utc_us) : std::vector<Satellite>{};
+  const size_t count = std::max<size_t>(1, (seen.size() + per_sentence - 1) / per_sentence);
+  for (size_t i = 0; i < count; ++i) {
+    Builder sentence(names_of(constellation).talker, "GSV");
+    sentence.number(static_cast<int>(count), 1).number(static_cast<int>(i + 1), 1);
+    sentence.number(static_cast<int>(seen.size()), 2);
+    for (size_t k = i * per_sentence; k < std::min(seen.size(), (i + 1) * per_sentence); ++k) {
+      sentence.number(written_number(seen[k], version), 2).number(seen[k].elevation_deg, 2);
+      sentence.number(seen[k].azimuth_deg, 3).number(seen[k].cn0_dbhz, 2);
+    }
+    if (version == NmeaVersion::v4_10) sentence.field("0");  // all signals
+    out.push_back(sentence.finish());
+  }
+}
+
+std::string gst(std::string_view talker, const Fix& fix) {
+  Builder out(talker, "GST");
+  out.time(fix.utc_us);
+  if (!fix.valid) return out.empty(7).finish();
+  out.number(std::hypot(fix.latitude_error_m, fix.longitude_error_m), 1).empty(3);
+  out.number(fix.latitude_error_m, 1).number(fix.longitude_error_m, 1).number(fix.altitude_error_m, 1);
+  return out.finish();
+}
+
+}  // namespace
+
+uint8_t nmea_checksum(std::string_view between) {
+  uint8_t sum = 0;
+  for (const char c : between) sum ^= static_cast<uint8_t>(c);
+  return sum;
+}
+
+std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options) {
+  const bool single = options.constellations.size() == 1;
+  const std::string_view talker = single ? names_of(options.constellations.front()).talker : "GN";
+  std::vector<std::string> out{rmc(talker, fix, options.version), gga(talker, fix)};
+  for (const Constellation constellation : options.constellations)
+    out.push_back(gsa(talker, fix, constellation, options.version));
+  if (options.gsv)
+    for (const Constellation constellation : options.constellations)
+      add_gsv(out, fix, constellation, options.version);
+  out.push_back(gst(talker, fix));
+  return out;
+}
+
+}  // namespace ecu::koru::sim
