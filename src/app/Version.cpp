@@ -1,0 +1,11 @@
+#include "app/Version.h"
+
+#include "VersionText.h"
+
+namespace ecu::koru::gpspub {
+
+std::string versionBanner() {
+  return "satnavd version: " SATNAVD_VERSION_TEXT " compiled " __DATE__ " at " __TIME__;
+}
+
+}  // namespace ecu::koru::gpspub

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+namespace ecu::koru::gpspub {
+
+/// "satnavd version: BRANCH - VERSION - COMMIT - COMMIT DATE - BUILD TYPE compiled DATE at TIME"
+[[nodiscard]] std::string versionBanner();
+
+}  // namespace ecu::koru::gpspub

@@ -1,0 +1,177 @@
+// satnavd: takes the unit's position from its receiver to the vehicle.
+
+#include <mosquittopp.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "app/ApplyConfiguration.h"
+#include "app/Options.h"
+#include "app/Version.h"
+#include "core/GPSDClient.h"
+#include "nmea/GnssUtils.h"
+#include "platform/Configuration.h"
+#include "platform/Transport.h"
+#include "platform/Variables.h"
+
+namespace {
+
+using namespace ecu::koru;
+using gpspub::GnssUtils;
+using gpspub::GPSDClient;
+using gpspub::LOG;
+
+constexpr int STATUS_NO_CONFIGURATION = -1;
+constexpr uint32_t ACTIVATE_EHORIZON_SIM = 0x2045;
+constexpr std::array<int, 2> STOP_SIGNALS{SIGINT, SIGTERM};
+
+struct MandatoryVariables {
+  std::string hwvariant;
+  std::string hwversion;
+  std::string hasgnss;
+};
+
+/// The service that a stop signal ends; null before it exists and after the first signal.
+std::atomic<GPSDClient*>& stopCell() {
+  static std::atomic<GPSDClient*> cell{nullptr};
+  return cell;
+}
+
+void setAction(int signal, void (*handler)(int)) {
+  struct sigaction action {};
+  action.sa_handler = handler;  // without SA_RESTART: a signal ends a wait
+  sigaction(signal, &action, nullptr);
+}
+
+/// The first stop signal ends the service in order, the next one the process.
+void onStopSignal(int signal) {
+  if (signal != SIGINT && signal != SIGTERM) return;
+  if (GPSDClient* service = stopCell().exchange(nullptr)) service->stop();
+  for (const int each : STOP_SIGNALS) setAction(each, SIG_DFL);
+}
+
+/// A hang-up of the serial port and a peer that closes its end are no reason to die.
+void ignoreHangUps() {
+  setAction(SIGHUP, SIG_IGN);
+  setAction(SIGPIPE, SIG_IGN);
+}
+
+void registerSignalHandler() {
+  LOG.debug("Register unix signal handler");
+  stopCell();
+  for (const int each : STOP_SIGNALS) setAction(each, onStopSignal);
+}
+
+bool readConfiguration(std::unique_ptr<config::Configuration>& config) {
+  std::ifstream file(gpspub::satnavdConfigpath());
+  if (!file.is_open()) {
+    LOG.error("Failed to find configuration file. Exiting!");
+    return false;
+  }
+  config::set_config_from_input(config, file);
+  return true;
+}
+
+std::string readMandatory(var::IVarClient& variables, const std::string& name) {
+  std::string value = variables.get(name);
+  if (value.empty()) {
+    LOG.alert("Failed to get mandatory ECU variable '" + name + "' from ECU. Application exiting!");
+  }
+  return value;
+}
+
+/// False when one is missing.
+bool readMandatoryVariables(var::IVarClient& variables, MandatoryVariables& out) {
+  return !(out.hwvariant = readMandatory(variables, "hwvariant")).empty() &&
+         !(out.hwversion = readMandatory(variables, "hwversion")).empty() &&
+         !(out.hasgnss = readMandatory(variables, "hasgnss")).empty();
+}
+
+bool readSimulationSwitch(var::ISysparamsClient& parameters) {
+  const auto entry = parameters.get(ACTIVATE_EHORIZON_SIM);
+  if (!entry) return false;
+  const std::string& value = entry->value();
+  LOG.debug("GPSDClient::GPSDClient activateEhorizonSim = ",
+            value.empty() ? -1 : int{static_cast<uint8_t>(value[0])});
+  return !value.empty() && value[0] == 1;
+}
+
+std::string chooseDevice(const gpspub::Options& options, const config::Configuration& config, bool simulation,
+                         const std::string& hwversion) {
+  if (!options.device.empty()) return options.device;
+  if (simulation) return "/dev/ttyUSB0";
+  if (std::string device = config.get("gnss_device"); !device.empty()) return device;
+  return hwversion == "n2" ? "/dev/spidev2.0" : "/dev/ttyFP3";
+}
+
+void logBanner() {
+  LOG.notice(gpspub::versionBanner());
+  if (GnssUtils::debugIt(gpspub::logflag::START_UP)) LOG.debug("log flags ", GnssUtils::logFlags());
+}
+
+/// When the transport's thread is stuck inside the operating system (a name lookup), nothing may be cleaned up under
+/// it: the process ends here.
+void stopTransport(com::ITransportClient& transport, int exit_status) {
+  if (!transport.stop()) std::_Exit(exit_status);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  ignoreHangUps();
+  GnssUtils::initDuration();
+
+  gpspub::Options options;
+  if (gpspub::parse_opts(argc, argv, options) == 0) {
+    gpspub::usage();
+    return EXIT_FAILURE;
+  }
+  logging::configure_logging(options.log_level);
+  GnssUtils::setLogFlags(options.debug_flags);
+  mosqpp::lib_init();
+
+  auto config = std::make_unique<config::Configuration>();
+  if (!readConfiguration(config)) return STATUS_NO_CONFIGURATION;
+  registerSignalHandler();
+  gpspub::registerKeys(*config);
+  if (!config->verify()) return EXIT_FAILURE;
+  if (!options.log_to_stdout) gpspub::applyLogMode(*config);
+
+  auto transport = com::create_client(config, com::TransportType::MQTT);
+  transport->connect();
+  transport->start();
+
+  auto variables = var::create_var_client(transport);
+  MandatoryVariables unit;
+  if (!readMandatoryVariables(*variables, unit)) {
+    stopTransport(*transport, EXIT_FAILURE);
+    mosqpp::lib_cleanup();
+    return EXIT_FAILURE;
+  }
+  auto parameters = var::create_sysparams_client(transport);
+  const bool simulation = readSimulationSwitch(*parameters);
+  const std::string device = chooseDevice(options, *config, simulation, unit.hwversion);
+
+  auto service =
+      std::make_unique<GPSDClient>(transport, unit.hwvariant, unit.hasgnss, unit.hwversion, device);
+  stopCell() = service.get();
+  gpspub::applyConfiguration(options, *config, *service);
+  logBanner();
+
+  service->run();
+
+  service->disconnect();
+  service.reset();
+  parameters.reset();
+  variables.reset();
+  stopTransport(*transport, EXIT_SUCCESS);
+  transport.reset();
+  mosqpp::lib_cleanup();
+  config.reset();
+  return EXIT_SUCCESS;
+}

@@ -1,0 +1,128 @@
+#include "core/GPSDClient.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "input/SerialInput.h"
+#include "nmea/GnssUtils.h"
+#include "platform/Time.h"
+#include "publish/GnssPublishMqtt.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr int64_t GNSS_OFF_WAIT_US = 5'000'000;
+constexpr int64_t WAIT_SLICE_US = 100'000;
+constexpr int QOS = 0;
+
+std::unique_ptr<IGnssInput> createInput(const std::string& devicePath) {
+  if (devicePath == "/dev/spidev2.0") LOG.error("this version does not read a receiver over SPI yet");
+  auto input = std::make_unique<SerialInput>();
+  input->setGnssDeviceName(devicePath);
+  return input;
+}
+
+}  // namespace
+
+GPSDClient::GPSDClient(std::shared_ptr<com::ITransportClient>& transportClient, const std::string& hwvariant,
+                       const std::string& hasgnss, const std::string& hwversion,
+                       const std::string& devicePath, std::unique_ptr<IGnssInput> input)
+    : m_transport_client(transportClient),
+      m_hw_variant(hwvariant),
+      m_hw_version(hwversion),
+      m_hw_hasgnss(hasgnss == "true"),
+      m_device_path(devicePath),
+      m_input(input ? std::move(input) : createInput(devicePath)),
+      m_epoch(*this),
+      m_publish_mqtt(std::make_unique<GnssPublishMqtt>()),
+      m_time_zone_observer(std::make_shared<TimeZoneObserver>()) {
+  m_transport_client->subscribe(TimeZoneObserver::topic_timezoneinfo, m_time_zone_observer, QOS);
+}
+
+GPSDClient::~GPSDClient() {
+  m_transport_client->unsubscribe(TimeZoneObserver::topic_timezoneinfo);
+}
+
+void GPSDClient::run() {
+  while (m_running) {
+    if (!m_gnss_on) {
+      LOG.notice("otaid_GNSSOn configured as OFF. satnavd sends no messages to MQTT.");
+      waitWhileRunning(GNSS_OFF_WAIT_US);
+    } else if (!m_hw_hasgnss) {
+      LOG.notice("m_hw_variant == ", logging::escaped(m_hw_variant), " and m_hw_hasgnss == ", "false",
+                 ". satnavd gets gnss data from ican.");
+      runIcan();
+    } else {
+      runUblox();
+    }
+  }
+}
+
+void GPSDClient::runIcan() {
+  LOG.error("this version does not take the position from CAN yet: nothing is published");
+  while (inMode()) waitWhileRunning(GNSS_OFF_WAIT_US);
+}
+
+void GPSDClient::stop() {
+  m_running = false;
+  m_gnss_on = false;
+}
+
+void GPSDClient::waitWhileRunning(int64_t us) const {
+  const int64_t end = GnssUtils::getMicrosecDuration(0) + us;
+  for (int64_t left = us; m_running && left > 0; left = end - GnssUtils::getMicrosecDuration(0)) {
+    time_source().sleep_ns(std::min(left, WAIT_SLICE_US) * 1000);
+  }
+}
+
+bool GPSDClient::connect() {
+  m_connect_time_us = GnssUtils::getMicrosecDuration(0);
+  const bool connected = m_input->connect();
+  m_connection_state = connected ? ConnectionState::CONNECTED : ConnectionState::NOT_CONNECTED;
+  return connected;
+}
+
+void GPSDClient::disconnect() {
+  m_input->disconnect();
+  m_connection_state = ConnectionState::NOT_CONNECTED;
+}
+
+bool GPSDClient::isConnected() {
+  return m_input->isConnected();
+}
+
+bool GPSDClient::setBaudRate(uint32_t baud) {
+  m_baud_rate = baud;
+  return m_input->setBaudRate(baud);
+}
+
+void GPSDClient::disableHardwareInit() {
+  m_disable_hw_init = true;
+  m_ublox_config.disableHardwareInit();
+}
+
+void GPSDClient::publishGnssData() {
+  if (m_transport_client->is_connected()) {
+    fillTimeZone(m_epoch.info());
+    m_publish_mqtt->publishFrame(m_transport_client, m_epoch.info(), m_epoch.sentences());
+  } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
+    LOG.debug("GPSDClient::publishGnssData - DATA TO PUBLISH BUT NO MQTT");
+  }
+  m_epoch.rotate(m_ublox_config.receiverFlag());
+}
+
+void GPSDClient::fillTimeZone(GnssInfo& info) const {
+  TimeZoneObserver::TimeZoneInfo zone;
+  m_time_zone_observer->getTimeZoneInfo(zone);
+  const bool known = zone.source != pb::TimeZone_Source_NONE;
+  info.m_local_hour_offset = known ? zone.hour_offset : OFFSET_NOT_AVAILABLE;
+  info.m_local_minute_offset = known ? zone.minute_offset : OFFSET_NOT_AVAILABLE;
+  info.m_summer_time = known ? static_cast<uint8_t>(zone.summer_time) : SUMMER_TIME_NOT_AVAILABLE;
+}
+
+void GPSDClient::checkSetSystemTime() {
+  m_system_clock.checkSetSystemTime(m_epoch.info());
+}
+
+}  // namespace ecu::koru::gpspub

@@ -1,0 +1,146 @@
+// Receiver mode: from the bytes of the unit's own receiver to finished fixes.
+
+#include <algorithm>
+#include <utility>
+
+#include "core/GPSDClient.h"
+#include "nmea/GnssUtils.h"
+#include "nmea/HexDump.h"
+#include "platform/Time.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr int READ_TIMEOUT_US = 100'000;
+constexpr int64_t FRAME_US = 1'000'000;
+constexpr int64_t REOPEN_US = 1'000'000;
+// A receiver that has just powered up talks at its default rate.
+constexpr int64_t POWER_UP_NS = 139'999'999'999;
+constexpr unsigned POWER_UP_BAUD = 9600;
+constexpr unsigned USUAL_BAUD = 38400;
+constexpr std::string_view SERIAL_DEVICE = "/dev/ttyFP3";
+constexpr std::string_view SPI_DEVICE = "/dev/spidev2.0";
+constexpr unsigned char UBX_SYNC = 0xB5;
+
+}  // namespace
+
+void GPSDClient::runUblox() {
+  logInputWarnings();
+  enterReceiverLoop();
+  while (inMode()) {
+    if (m_input->isConnected()) {
+      receive();
+    } else {
+      connectOrWait();
+    }
+  }
+  leaveReceiverLoop();
+}
+
+void GPSDClient::logInputWarnings() const {
+  if (m_disable_hw_init) LOG.warning("Hardware init disabled. Probably simulated input.");
+  if (m_device_path != SERIAL_DEVICE && m_device_path != SPI_DEVICE) {
+    LOG.warning(
+        m_simulation ? "EHorizon sim active. Hardware port redirected to " : "Hardware port redirected to ",
+        logging::escaped(m_device_path), ". Probably simulated input.");
+  }
+  if (m_baud_rate != USUAL_BAUD) LOG.info("Baud rate configured to ", m_baud_rate);
+}
+
+void GPSDClient::enterReceiverLoop() {
+  if (time_source().boot_ns() <= POWER_UP_NS && !m_simulation) m_input->setBaudRate(POWER_UP_BAUD);
+  m_epoch.reset(GnssUtils::getMicrosecDuration(0));
+}
+
+void GPSDClient::leaveReceiverLoop() {
+  disconnect();
+  m_input->clearBuffer();
+  m_epoch.reset(GnssUtils::getMicrosecDuration(0));
+}
+
+/// One try a second; meanwhile the bus is told that there is no fix.
+void GPSDClient::connectOrWait() {
+  m_connection_state = ConnectionState::NOT_CONNECTED;
+  if (GnssUtils::getMicrosecDuration(0) >= m_earliest_open_us && connect()) return;
+  timeoutToSendFrame();
+  if (!inMode()) return;
+  publishGnssData();
+  frameSent();
+  ++m_comm_retries;
+  if (GnssUtils::debugIt(logflag::CONNECTION)) {
+    LOG.debug("No communication retrying. Num retries ", m_comm_retries);
+  }
+}
+
+void GPSDClient::receive() {
+  m_connection_state = ConnectionState::CONNECTED;
+  if (readNewData(READ_TIMEOUT_US)) {
+    m_data_time_us = GnssUtils::getMicrosecDuration(0);
+    m_epoch.setDataTime(m_data_time_us, time_source().boot_ns());
+    processNewData();
+  } else if (m_input->isDeviceGone()) {
+    deviceGone();
+  }
+  sendFrameIfDue();
+  if (m_input->isConnected() && isNoCommunication()) {
+    ++m_comm_retries;
+    if (GnssUtils::debugIt(logflag::CONNECTION))
+      LOG.debug("No communication retrying. Retries ", m_comm_retries);
+    disconnect();
+  }
+}
+
+bool GPSDClient::readNewData(int timeout_us) {
+  return m_connection_state == ConnectionState::CONNECTED && m_input->waiting(timeout_us) && m_input->read();
+}
+
+void GPSDClient::processNewData() {
+  const unsigned char* const message = m_input->getBuffer();
+  const int length = m_input->getMessageLength();
+  m_bytes_received += static_cast<uint32_t>(length);
+  m_device_gone_logged = false;
+  if (message[0] == '$') {
+    if (m_epoch.validateNmeaMessage({message, static_cast<size_t>(length)})) {
+      m_epoch.processNewNmeaString(m_input->getBaudRate());
+    }
+  } else if (message[0] == UBX_SYNC) {
+    ++m_ublox_frames_received;
+    m_last_ublox_time = m_data_time_us;
+    if (GnssUtils::debugIt(logflag::NEW_DATA)) {
+      LOG.debug("VALID UBLOX len ", length, "\n", hexDumpMessage(message, length, 50, 10, true));
+    }
+  }
+}
+
+void GPSDClient::sendFrameIfDue() {
+  if (!m_epoch.isFrameDue(GnssUtils::getMicrosecDuration(0))) return;
+  if (!m_epoch.framePublished()) publishGnssData();
+  frameSent();
+}
+
+void GPSDClient::frameSent() {
+  m_epoch.frameSent(GnssUtils::getMicrosecDuration(0),
+                    static_cast<uint8_t>(m_epoch.infoSent().m_utc_tm.tm_sec));
+}
+
+/// Until a second after the last frame was sent.
+void GPSDClient::timeoutToSendFrame() {
+  waitWhileRunning(m_epoch.frameSentTimeStamp() + FRAME_US - GnssUtils::getMicrosecDuration(0));
+}
+
+bool GPSDClient::isNoCommunication() const {
+  const int64_t latest = std::max({m_epoch.lastNmeaTime(), m_last_ublox_time, m_connect_time_us});
+  return GnssUtils::getMicrosecDuration(0) - latest > m_frame_period_us;
+}
+
+void GPSDClient::deviceGone() {
+  if (!std::exchange(m_device_gone_logged, true)) {
+    LOG.warning("receiver device ", logging::escaped(m_device_path),
+                " went away; trying to open it every second");
+  }
+  m_earliest_open_us = m_connect_time_us + REOPEN_US;
+  disconnect();
+}
+
+}  // namespace ecu::koru::gpspub

@@ -1,0 +1,125 @@
+// Cuts the receiver's byte stream into NMEA lines and UBX messages, in place.
+
+#include <algorithm>
+#include <string_view>
+
+#include "input/SerialInput.h"
+#include "nmea/GnssUtils.h"
+#include "nmea/HexDump.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr unsigned char UBX_SYNC_1 = 0xB5;
+constexpr unsigned char UBX_SYNC_2 = 0x62;
+constexpr int UBX_SYNC_LEN = 2;
+constexpr int UBX_FRAME_OVERHEAD = 8;  // sync, class, id, length, checksum
+constexpr int UBX_LENGTH_OFFSET = 4;   // u16 little-endian
+constexpr unsigned char CR = '\r';
+constexpr unsigned char LF = '\n';
+
+std::string hexText(const unsigned char* data, int len) {
+  return hexDumpMessage(data, len, 0, 0, true);
+}
+
+constexpr bool isLineByte(unsigned char c) {
+  return (c >= 0x20 && c <= 0x7E) || c == CR;
+}
+
+}  // namespace
+
+void SerialInput::discard(int bytes) {
+  m_front += bytes;
+  m_bytes_waiting -= bytes;
+  m_bytes_discarded += bytes;
+  m_bytes_scanned = 0;
+}
+
+bool SerialInput::parseLine() {
+  const unsigned char* const item = getBuffer();
+  if (item[0] == UBX_SYNC_1 && item[1] == UBX_SYNC_2) return parseUbloxLine();
+  if (item[0] == '$') {
+    if (parseForEndOfLine()) return true;
+    if (m_bytes_waiting <= m_max_nmea_len || getBuffer() != item) return false;
+    // Over-long: handed on as one line, which validation rejects and the next read() removes.
+    m_bytes_read = m_bytes_waiting;
+    m_bytes_scanned = 0;
+    return true;
+  }
+  discardUntilSync();
+  return false;
+}
+
+void SerialInput::discardUntilSync() {
+  const unsigned char* const bytes = getBuffer();
+  const int sync =
+      GnssUtils::find2CharsInString(bytes, '$', UBX_SYNC_1, static_cast<unsigned>(m_bytes_waiting));
+  const bool log = GnssUtils::debugIt(logflag::FRAMING);
+  if (sync == -1) {
+    if (log) {
+      LOG.debug("SerialInput::parseLine() == -1. No valid SYNC bytes. Discard ", m_bytes_waiting, " ",
+                hexText(bytes, m_bytes_waiting));
+    }
+    discard(m_bytes_waiting);
+    return;
+  }
+  if (log) LOG.debug("SerialInput::parseLine() Found SYNC. Discard ", sync, " bytes ", hexText(bytes, sync));
+  discard(sync);
+}
+
+bool SerialInput::parseForEndOfLine() {
+  unsigned char* const line = getBuffer();
+  int i = m_bytes_scanned;
+  while (i < m_bytes_waiting && isLineByte(line[i])) ++i;
+  m_bytes_scanned = i;
+  if (i == m_bytes_waiting) return false;
+  const bool log = GnssUtils::debugIt(logflag::FRAMING);
+  if (line[i] != LF) {
+    if (log) LOG.debug("parseForEndOfLine detected corrupt data. Resync for start of message.");
+    discard(1);
+    return false;
+  }
+  if (line[i - 1] != CR) {
+    if (log) LOG.debug("parseForEndOfLine No CR in message. Resync for start of message.");
+    discard(1);
+    return false;
+  }
+  line[i] = 0;
+  m_bytes_read = i + 1;
+  m_bytes_scanned = 0;
+  if (GnssUtils::debugIt(logflag::READS)) {
+    LOG.debug("m_bytes_read set to ", m_bytes_read, " m_bytes_waiting ", m_bytes_waiting, " *char_ptr hex ",
+              logging::hex(line[i], 2));
+  }
+  return true;
+}
+
+bool SerialInput::parseUbloxLine() {
+  if (m_bytes_waiting < UBX_FRAME_OVERHEAD) return false;
+  const unsigned char* const frame = getBuffer();
+  const int ublox_payload_len = frame[UBX_LENGTH_OFFSET] | frame[UBX_LENGTH_OFFSET + 1] << 8;
+  const int length = ublox_payload_len + UBX_FRAME_OVERHEAD;
+  const bool log = GnssUtils::debugIt(logflag::FRAMING);
+  if (m_bytes_waiting < length) {
+    if (ublox_payload_len <= m_max_ublox_payload) return false;
+    if (log) {
+      LOG.debug("parseUbloxLine ublox_payload_len ", ublox_payload_len,
+                " too large. Resync for start of message.");
+    }
+    discard(UBX_SYNC_LEN);
+    return false;
+  }
+  if (GnssUtils::isUbloxChecksumCorrect(frame, static_cast<unsigned>(length))) {
+    m_bytes_read = length;
+    return true;
+  }
+  if (log) {
+    LOG.debug("Bad Ublox checksum. ublox_payload_len ", ublox_payload_len, " bytes waiting ", m_bytes_waiting,
+              " ", hexText(frame, m_bytes_waiting));
+  }
+  discard(UBX_SYNC_LEN);
+  return false;
+}
+
+}  // namespace ecu::koru::gpspub

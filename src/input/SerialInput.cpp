@@ -1,0 +1,243 @@
+#include "input/SerialInput.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "nmea/GnssUtils.h"
+#include "nmea/HexDump.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr int READ_WAIT_US = 100;
+constexpr int MIN_ITEM_LEN = 2;
+constexpr unsigned OPEN_FAILURES_PER_LOG = 32;
+constexpr int MAX_ONE_LINE_DUMP = 30;
+constexpr int DUMP_LINE = 50;
+constexpr int DUMP_GROUP = 10;
+
+struct Baud {
+  unsigned bits_per_second;
+  speed_t code;
+};
+constexpr std::array<Baud, 6> BAUD_RATES{
+    {{4800, B4800}, {9600, B9600}, {19200, B19200}, {38400, B38400}, {57600, B57600}, {115200, B115200}}};
+
+// The receiver's own defaults first, the rates it is rarely found at last.
+constexpr std::array<speed_t, 5> HUNTING_ORDER{B19200, B9600, B38400, B57600, B115200};
+
+std::string dump(const unsigned char* data, int len) {
+  return hexDumpMessage(data, len, DUMP_LINE, DUMP_GROUP, true);
+}
+
+}  // namespace
+
+SerialInput::SerialInput(std::unique_ptr<ITerminalDevice> device)
+    : m_device(std::move(device)), m_buffer(std::make_unique<unsigned char[]>(INPUT_BUFFER_SIZE)) {}
+
+SerialInput::~SerialInput() {
+  SerialInput::disconnect();
+}
+
+bool SerialInput::connect() {
+  static unsigned open_failures = 0;
+  SerialInput::disconnect();
+  m_device_gone = false;
+  if (GnssUtils::debugIt(logflag::CONNECTION)) LOG.debug("connectSerial to ", m_gnss_device);
+  m_fd_serial = m_device->open(m_gnss_device);
+  if (m_fd_serial < 0) {
+    const int error = errno;
+    m_fd_serial = -1;
+    if (open_failures++ % OPEN_FAILURES_PER_LOG == 0) {
+      LOG.error("Error to open serial device ", m_gnss_device, " errno = ", error);
+    }
+    return false;
+  }
+  applyAttributes();
+  return true;
+}
+
+void SerialInput::applyAttributes() {
+  termios attributes{};
+  bool failed = m_device->getAttributes(m_fd_serial, attributes) != 0;
+  if (GnssUtils::debugIt(logflag::CONNECTION)) logAttributes(attributes);
+  cfmakeraw(&attributes);
+  cfsetispeed(&attributes, m_baud_current);
+  cfsetospeed(&attributes, m_baud_current);
+  attributes.c_cc[VTIME] = 1;  // 0.1 s
+  attributes.c_cc[VMIN] = 80;
+  failed = m_device->setAttributes(m_fd_serial, attributes) != 0 || failed;
+  if (failed && !std::exchange(m_attributes_failure_logged, true)) {
+    LOG.warning(m_gnss_device, " does not take serial port settings, errno = ", errno,
+                ". It is read as it is.");
+  }
+}
+
+void SerialInput::logAttributes(const termios& attributes) const {
+  char octal[160];
+  std::snprintf(octal, sizeof octal,
+                "OCTAL OCTAL newtio cflag %o iflag %o oflag %o lflag %o line  %o c_cc[5] %o c_cc[6] %o "
+                "ispeed %o ospeed %o",
+                attributes.c_cflag, attributes.c_iflag, attributes.c_oflag, attributes.c_lflag,
+                attributes.c_line, attributes.c_cc[5], attributes.c_cc[6], attributes.c_ispeed,
+                attributes.c_ospeed);
+  LOG.debug(octal);
+  LOG.debug("HEX c_cc ", hexDumpMessage(attributes.c_cc, NCCS, 0, DUMP_GROUP, true));
+  LOG.debug("cfgetispeed() ", cfgetispeed(&attributes), " cfgetspeed() ", cfgetospeed(&attributes),
+            " baud rate ", m_baud_current);
+}
+
+void SerialInput::disconnect() {
+  if (m_fd_serial == -1) return;
+  m_device->close(m_fd_serial);
+  m_fd_serial = -1;
+}
+
+void SerialInput::clearBuffer() {
+  m_front = 0;
+  m_bytes_read = 0;
+  m_bytes_waiting = 0;
+  m_bytes_scanned = 0;
+}
+
+bool SerialInput::waiting(int timeout_us) {
+  if (m_bytes_read != 0 && m_bytes_waiting != m_bytes_read) {
+    if (GnssUtils::debugIt(logflag::WAITING_HELD)) {
+      LOG.debug("\t\t\tSerialInput::waiting. Bytes to process ", m_bytes_waiting - m_bytes_read);
+    }
+    return true;
+  }
+  const int result = m_device->waitReadable(m_fd_serial, timeout_us);
+  if (result < 0 && errno != EINTR) m_device_gone = true;
+  if (GnssUtils::debugIt(logflag::WAITING)) LOG.debug("SerialInput::waiting select result ", result);
+  return result > 0;
+}
+
+bool SerialInput::read() {
+  removeFramedItem();
+  if (m_bytes_waiting >= MIN_ITEM_LEN) {
+    if (frameItem()) return true;
+    if (GnssUtils::debugIt(logflag::READS_PARSED)) {
+      LOG.debug("\t\t\tSerialInput read parseLine = false  m_bytes_waiting ", m_bytes_waiting);
+    }
+  }
+  dumpFullBuffer();
+  if (!waiting(READ_WAIT_US)) {
+    if (GnssUtils::debugIt(logflag::READS)) LOG.debug("No bytes waiting DO NOT READ.");
+    return false;
+  }
+  if (!readDevice()) return false;
+  const bool framed = m_bytes_waiting >= MIN_ITEM_LEN && frameItem();
+  if (GnssUtils::debugIt(logflag::READS_PARSED)) {
+    LOG.debug(framed ? "SerialInput parseLine true  m_bytes_waiting "
+                     : "SerialInput parseLine false  m_bytes_waiting ",
+              m_bytes_waiting);
+  }
+  return framed;
+}
+
+void SerialInput::removeFramedItem() {
+  if (m_bytes_read > 0) {
+    if (m_bytes_read > m_bytes_waiting || m_bytes_waiting > m_buffer_size) {
+      clearBuffer();
+    } else {
+      m_front += m_bytes_read;
+      m_bytes_waiting -= m_bytes_read;
+      m_bytes_read = 0;
+      m_bytes_scanned = 0;
+    }
+  }
+  if (m_bytes_waiting == 0) m_front = 0;
+}
+
+bool SerialInput::frameItem() {
+  while (m_bytes_waiting >= MIN_ITEM_LEN) {
+    const auto discarded = m_bytes_discarded;
+    if (parseLine()) {
+      ++m_num_lines;
+      return true;
+    }
+    if (m_bytes_discarded == discarded) return false;
+  }
+  return false;
+}
+
+void SerialInput::dumpFullBuffer() {
+  if (m_bytes_waiting < m_buffer_size) return;
+  if (GnssUtils::debugIt(logflag::READS)) {
+    LOG.debug("SerialInput::read exceeded INPUT_BUFFER_SIZE. Dumping ", dump(getBuffer(), m_bytes_waiting));
+  }
+  m_bytes_discarded += m_bytes_waiting;
+  clearBuffer();
+}
+
+unsigned char* SerialInput::freeTail() {
+  if (m_front > 0) {
+    std::memmove(m_buffer.get(), getBuffer(), static_cast<size_t>(m_bytes_waiting));
+    m_front = 0;
+  }
+  return m_buffer.get() + m_bytes_waiting;
+}
+
+/// Reads just what is there: a read for more would wait for the gap that ends a burst (VTIME).
+bool SerialInput::readDevice() {
+  const int there = m_device->bytesReadable(m_fd_serial);
+  const int max = there > 0 ? std::min(there, freeBytes()) : freeBytes();
+  const ssize_t res = m_device->read(m_fd_serial, freeTail(), static_cast<size_t>(max));
+  if (res > 0) {
+    m_bytes_waiting += static_cast<int>(res);
+    return true;
+  }
+  m_device_gone = res == 0 || (errno != EINTR && errno != EAGAIN);
+  if (GnssUtils::debugIt(logflag::READS)) LOG.debug(" res = ", res, " m_bytes_read ", m_bytes_read);
+  return false;
+}
+
+int SerialInput::sendBinary(const unsigned char* data, int len) {
+  const ssize_t res = m_device->write(m_fd_serial, data, static_cast<size_t>(len));
+  if (res < 0) {
+    LOG.error("Error sendBinary m_fd_serial ", m_fd_serial, " errno = ", errno);
+  } else if (GnssUtils::debugIt(logflag::BYTES_SENT)) {
+    logSent(data, len);
+  }
+  return static_cast<int>(res);
+}
+
+void SerialInput::logSent(const unsigned char* data, int len) const {
+  if (len <= MAX_ONE_LINE_DUMP) {
+    LOG.debug("SerialInput::sendBinary Message len  ", len, "    ", hexDumpMessage(data, len, 0, 0, true));
+  } else {
+    LOG.debug("sendBinary Message len ", len, "\n", dump(data, len));
+  }
+}
+
+bool SerialInput::setBaudRate(unsigned int baud) {
+  const auto* const rate = std::find_if(BAUD_RATES.begin(), BAUD_RATES.end(),
+                                        [=](const Baud& known) { return known.bits_per_second == baud; });
+  if (rate == BAUD_RATES.end()) {
+    m_baud_current = m_baud_configured;
+    return false;
+  }
+  m_baud_configured = m_baud_current = rate->code;
+  return true;
+}
+
+unsigned int SerialInput::getBaudRate() {
+  if (m_baud_current == B4800) return 9600;
+  const auto* const rate = std::find_if(BAUD_RATES.begin(), BAUD_RATES.end(), [=, this](const Baud& known) {
+    return known.code == m_baud_current;
+  });
+  return rate != BAUD_RATES.end() ? rate->bits_per_second : 9600;
+}
+
+void SerialInput::tryNextBaudRate() {
+  const auto* const current = std::find(HUNTING_ORDER.begin(), HUNTING_ORDER.end(), m_baud_current);
+  const bool last = current == HUNTING_ORDER.end() || current + 1 == HUNTING_ORDER.end();
+  m_baud_current = last ? HUNTING_ORDER.front() : *(current + 1);
+}
+
+}  // namespace ecu::koru::gpspub

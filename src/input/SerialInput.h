@@ -1,0 +1,93 @@
+#pragma once
+
+#include <termios.h>
+
+#include <memory>
+#include <string>
+
+#include "input/IGnssInput.h"
+#include "input/TerminalDevice.h"
+
+namespace ecu::koru::gpspub {
+
+/// The receiver on a serial port, and the receive buffer with its framing.
+///
+/// The byte stream mixes NMEA lines ("$" ... CR LF) and UBX messages (0xB5 0x62 class id length payload
+/// checksum). read() frames one item at a time in place; corrupt bytes are dropped from the front and
+/// counted. In a framed NMEA line the LF is overwritten with NUL. A lone 0xB5 that no 0x62 follows stops
+/// framing until the buffer overflows and is dumped: the receiver never sends one outside a UBX header.
+class SerialInput : public IGnssInput {
+ public:
+  static constexpr int INPUT_BUFFER_SIZE = 10240;
+
+  explicit SerialInput(std::unique_ptr<ITerminalDevice> device = std::make_unique<TerminalDevice>());
+  ~SerialInput() override;
+  SerialInput(const SerialInput&) = delete;
+  SerialInput& operator=(const SerialInput&) = delete;
+
+  [[nodiscard]] bool connect() override;
+  void disconnect() override;
+  [[nodiscard]] bool waiting(int timeout_us) override;
+  [[nodiscard]] bool read() override;
+  [[nodiscard]] int getMessageLength() override { return m_bytes_read; }
+  [[nodiscard]] unsigned char* getBuffer() override { return m_buffer.get() + m_front; }
+  int sendBinary(const unsigned char* data, int len) override;
+  void setGnssDeviceName(const std::string& name) override { m_gnss_device = name; }
+  bool setBaudRate(unsigned int baud) override;
+  [[nodiscard]] bool isConnected() override { return m_fd_serial != -1; }
+  void tryNextBaudRate() override;
+  /// 4800 reads back as 9600, as every speed without a place in the hunting order.
+  [[nodiscard]] unsigned int getBaudRate() override;
+  [[nodiscard]] int getLinesReceived() override { return m_num_lines; }
+  void setLinesReceived(int lines) override { m_num_lines = lines; }
+  [[nodiscard]] int getBytesWaiting() override { return m_bytes_waiting; }
+  void clearBuffer() override;
+  [[nodiscard]] bool isDeviceGone() override { return m_device_gone; }
+
+  /// Bytes dropped since construction: by resynchronisation and with a buffer that overflowed.
+  [[nodiscard]] long long bytesDiscarded() const { return m_bytes_discarded; }
+
+ protected:
+  /// Removes the framed item from the buffer.
+  void removeFramedItem();
+  /// Frames one item, again and again while that drops bytes.
+  [[nodiscard]] bool frameItem();
+  /// Drops everything when there is no room for a byte.
+  void dumpFullBuffer();
+  /// The free tail of the buffer, made as long as it can be.
+  [[nodiscard]] unsigned char* freeTail();
+  [[nodiscard]] int freeBytes() const { return m_buffer_size - m_bytes_waiting; }
+
+ private:
+  // Framing.cpp: true when an item begins at the front and is complete.
+  [[nodiscard]] bool parseLine();
+  [[nodiscard]] bool parseForEndOfLine();
+  [[nodiscard]] bool parseUbloxLine();
+  void discardUntilSync();
+  void discard(int bytes);
+
+  void applyAttributes();
+  void logAttributes(const termios& attributes) const;
+  [[nodiscard]] bool readDevice();
+  void logSent(const unsigned char* data, int len) const;
+
+  std::unique_ptr<ITerminalDevice> m_device;
+  std::string m_gnss_device;
+  int m_fd_serial = -1;
+  std::unique_ptr<unsigned char[]> m_buffer;
+  int m_front = 0;          // where the held bytes begin; they move down only when the tail gets short
+  int m_bytes_read = 0;     // length of the framed item, removed by the next read()
+  int m_bytes_waiting = 0;  // bytes held, the framed item included
+  int m_bytes_scanned = 0;  // of the incomplete line at the front: no LF in these
+  long long m_bytes_discarded = 0;
+  int m_buffer_size = INPUT_BUFFER_SIZE;
+  int m_max_nmea_len = 4096;
+  int m_max_ublox_payload = 4096;
+  speed_t m_baud_configured = B19200;
+  speed_t m_baud_current = B19200;
+  int m_num_lines = 0;
+  bool m_device_gone = false;
+  bool m_attributes_failure_logged = false;
+};
+
+}  // namespace ecu::koru::gpspub

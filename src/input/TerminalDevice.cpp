@@ -1,0 +1,53 @@
+#include "input/TerminalDevice.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace ecu::koru::gpspub {
+
+int TerminalDevice::open(const std::string& path) {
+  return ::open(path.c_str(), O_RDWR);
+}
+
+int TerminalDevice::close(int fd) {
+  return ::close(fd);
+}
+
+ssize_t TerminalDevice::read(int fd, void* data, size_t max) {
+  return ::read(fd, data, max);
+}
+
+ssize_t TerminalDevice::write(int fd, const void* data, size_t len) {
+  return ::write(fd, data, len);
+}
+
+int TerminalDevice::waitReadable(int fd, int timeout_us) {
+  if (fd < 0 || fd >= FD_SETSIZE) {
+    errno = EBADF;
+    return -1;
+  }
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(fd, &readable);
+  timeval timeout{0, timeout_us};
+  return ::select(fd + 1, &readable, nullptr, nullptr, &timeout);
+}
+
+int TerminalDevice::bytesReadable(int fd) {
+  int bytes = 0;
+  return ::ioctl(fd, FIONREAD, &bytes) == 0 ? bytes : -1;
+}
+
+int TerminalDevice::getAttributes(int fd, termios& attributes) {
+  return ::tcgetattr(fd, &attributes);
+}
+
+int TerminalDevice::setAttributes(int fd, const termios& attributes) {
+  return ::tcsetattr(fd, TCSANOW, &attributes);
+}
+
+}  // namespace ecu::koru::gpspub

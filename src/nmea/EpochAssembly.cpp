@@ -1,0 +1,206 @@
+#include "nmea/EpochAssembly.h"
+
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "nmea/GnssUtils.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr int64_t EXTRA_DATA_US = 950'000;
+constexpr int64_t SILENCE_TIMEOUT_US = 1'000'000;
+constexpr int64_t EPOCH_TIMEOUT_US = 1'300'000;
+constexpr size_t MIN_OVERDUE_SENTENCES = 3;
+constexpr size_t MIN_COMPLETE_SENTENCES = 4;
+constexpr size_t MAX_SENTENCES = 100;
+constexpr int64_t BITS_PER_BYTE_MS = 10'000;  // 10 bits a byte, times 1000 ms a second
+constexpr int64_t NS_PER_MS = 1'000'000;
+
+/// The three characters behind the talker: "RMC".
+std::string_view sentenceType(std::string_view sentence) {
+  return sentence.size() >= 6 ? sentence.substr(3, 3) : std::string_view();
+}
+
+}  // namespace
+
+EpochAssembly::EpochAssembly(IEpochOwner& owner) : m_owner(owner) {}
+
+void EpochAssembly::setDataTime(int64_t data_time_us, int64_t data_time_ns) {
+  m_data_time_us = data_time_us;
+  m_data_time_ns = data_time_ns;
+}
+
+bool EpochAssembly::validateNmeaMessage(std::span<const unsigned char> line) {
+  const auto length = static_cast<unsigned>(line.size());
+  const std::string_view text(reinterpret_cast<const char*>(line.data()), line.size());
+  if (!GnssUtils::isValidNmeaMessage(line.data(), length)) {
+    if (GnssUtils::debugIt(logflag::NMEA_VALIDATION)) {
+      LOG.debug(" Nmea invalid. message rejected. bytes_read ", length, " ",
+                logging::escaped(text.substr(0, text.find('\0'))));
+    }
+    return false;
+  }
+  m_nmea_string.assign(text.substr(0, text.find('\0')));
+  m_nmea_string.push_back('\n');
+  if (sentenceType(m_nmea_string) == "RMC") {
+    m_prev_rmc_time = m_rmc_time;
+    m_rmc_time = m_data_time_us;
+  }
+  if (GnssUtils::debugIt(logflag::NMEA_VALIDATION)) {
+    LOG.debug(" VALID NMEA len ", length, " ", logging::escaped(m_nmea_string));
+  }
+  return true;
+}
+
+void EpochAssembly::parseNmeaString() {
+  const std::string_view type = sentenceType(m_nmea_string);
+  if (type == "RMC") {
+    GnssUtils::parseRMCString(m_nmea_string, m_gnss_info);
+    if (m_gnss_info.getUtcTimeUs() != -1) m_owner.checkSetSystemTime();
+  } else if (type == "GGA") {
+    GnssUtils::parseGGAString(m_nmea_string, m_gnss_info);
+  } else if (type == "GSA") {
+    GnssUtils::parseGSAString(m_nmea_string, m_gnss_info);
+  } else if (type == "GST") {
+    GnssUtils::parseGSTString(m_nmea_string, m_gnss_info);
+  }
+}
+
+void EpochAssembly::processNewNmeaString(unsigned baud) {
+  const std::string_view type = sentenceType(m_nmea_string);
+  if (type == "GST") {
+    m_GST_received = true;
+  } else if (type == "RMC") {
+    publishOverdueEpoch();
+    m_RMC_received = true;
+  }
+  if (m_nmea_list.size() > MAX_SENTENCES) {
+    LOG.error("Error  nmea_list.size = ", m_nmea_list.size());
+    dropSentences();
+  }
+  m_last_nmea_time = m_data_time_us;
+  try {
+    parseNmeaString();
+  } catch (const std::logic_error& error) {  // the satellites field is no number
+    LOG.warning("sentence dropped, ", error.what(), ": ", logging::escaped(m_nmea_string));
+    m_nmea_string.clear();
+    return;
+  }
+  const bool first = m_frame_start_time == 0;
+  if (first) startEpoch(baud);
+  keepSentence();
+  if (m_GST_received && m_nmea_list.size() >= MIN_COMPLETE_SENTENCES) {
+    if (GnssUtils::debugIt(logflag::CONNECTION)) {
+      LOG.debug("m_GST_received.  m_nmea_list.size() >= 4 so sendFrameAndModuleError");
+    }
+    m_epoch_complete = true;
+    m_owner.publishGnssData();
+  }
+}
+
+/// The RMC at hand belongs to a new epoch although the previous one never got its GST.
+void EpochAssembly::publishOverdueEpoch() {
+  const int64_t frame_sent_diff = m_data_time_us - m_frame_sent_time_stamp;
+  if (m_frame_start_time == 0 || frame_sent_diff <= EXTRA_DATA_US ||
+      m_nmea_list.size() < MIN_OVERDUE_SENTENCES) {
+    return;
+  }
+  if (GnssUtils::debugIt(logflag::FRAME_TIMING)) {
+    LOG.debug("Extra data before RMC. frame_sent_diff ", frame_sent_diff);
+  }
+  m_epoch_complete = false;
+  m_owner.publishGnssData();
+}
+
+void EpochAssembly::startEpoch(unsigned baud) {
+  m_frame_start_time = m_data_time_us;
+  const auto bytes = static_cast<int64_t>(m_nmea_string.size());
+  const int64_t transmission_ms = baud > 0 ? bytes * BITS_PER_BYTE_MS / baud : 0;
+  m_gnss_info.m_frame_time = m_data_time_ns - transmission_ms * NS_PER_MS;
+  if (GnssUtils::debugIt(logflag::CONNECTION)) {
+    LOG.debug("Bytes read for start of frame ", bytes, " transmission time ", transmission_ms);
+  }
+}
+
+void EpochAssembly::keepSentence() {
+  if (m_spare_strings.empty()) m_spare_strings.emplace_back();
+  m_nmea_list.push_back(std::move(m_spare_strings.back()));
+  m_spare_strings.pop_back();
+  std::swap(m_nmea_list.back(), m_nmea_string);
+  m_nmea_string.clear();
+}
+
+void EpochAssembly::dropSentences() {
+  while (!m_nmea_list.empty()) {
+    m_spare_strings.push_back(std::move(m_nmea_list.back()));
+    m_nmea_list.pop_back();
+  }
+}
+
+bool EpochAssembly::isTimeoutToSendFrame(int64_t now_us) const {
+  const auto published_second = static_cast<uint8_t>(m_gnss_info_sent.m_utc_tm.tm_sec);
+  if (m_frame_published && published_second != m_frame_second) return true;
+  const int64_t diff1 = now_us - m_frame_sent_time_stamp;
+  if (diff1 <= SILENCE_TIMEOUT_US) return false;
+  if (m_frame_start_time != 0 && diff1 <= EPOCH_TIMEOUT_US) return false;
+  if (GnssUtils::debugIt(logflag::FRAME_TIMING)) logFrameTimeout(now_us);
+  return true;
+}
+
+void EpochAssembly::logFrameTimeout(int64_t now_us) const {
+  const int64_t diff1 = now_us - m_frame_sent_time_stamp;
+  if (m_frame_start_time == 0) {
+    LOG.debug("Timeout time since m_frame_sent_time_stamp > 1.0. Time is ", diff1);
+    return;
+  }
+  LOG.debug("Timeout time since m_frame_sent_time_stamp > 1.3. Time is ", now_us, " diff1 ", diff1,
+            " frame_sent_diff ", now_us - m_last_nmea_time, " diff3 ", now_us - m_frame_start_time, " diff4 ",
+            now_us - m_rmc_time, " diff5 ", now_us - m_prev_rmc_time);
+}
+
+bool EpochAssembly::isFrameDue(int64_t now_us) const {
+  const bool silent = m_frame_start_time == 0 && !m_frame_published;
+  if (silent && m_sent_epoch_complete && now_us - m_frame_sent_time_stamp <= EPOCH_TIMEOUT_US) return false;
+  return isTimeoutToSendFrame(now_us);
+}
+
+void EpochAssembly::frameSent(int64_t now_us, uint8_t second) {
+  m_frame_sent_time_stamp = now_us;
+  m_frame_second = second;
+  m_frame_published = false;
+  m_sent_epoch_complete = std::exchange(m_epoch_complete, false);
+}
+
+void EpochAssembly::rotate(uint8_t receiver_flag) {
+  dropSentences();
+  m_GST_received = false;
+  m_RMC_received = false;
+  m_gnss_info_sent = m_gnss_info;
+  m_frame_published = true;
+  m_gnss_info.clear();
+  m_gnss_info.m_receiver_flag = receiver_flag;
+  m_prev_frame_start_time = m_frame_start_time;
+  m_frame_start_time = 0;
+}
+
+void EpochAssembly::reset(int64_t now_us) {
+  dropSentences();
+  m_nmea_string.clear();
+  m_GST_received = false;
+  m_RMC_received = false;
+  m_gnss_info.clear();
+  m_gnss_info_sent.clear();
+  m_frame_start_time = 0;
+  m_prev_frame_start_time = 0;
+  m_rmc_time = 0;
+  m_prev_rmc_time = 0;
+  m_frame_published = false;
+  m_frame_sent_time_stamp = now_us;
+  m_epoch_complete = false;
+  m_sent_epoch_complete = false;
+}
+
+}  // namespace ecu::koru::gpspub

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <string_view>
+
+namespace ecu::koru::gpspub {
+
+/// "ddmmyy" and "hhmmss" as strptime reads "%d%m%y:%H%M%S" (years 69-99 are 1969-1999, 00-68 are 2000-2068),
+/// week day and day of year included. False, `out` unchanged, when that is no date and time.
+[[nodiscard]] bool parseDateTime(std::string_view date, std::string_view time, std::tm& out);
+
+/// UTC seconds since 1970-01-01 of a broken-down UTC time, whatever the process's time zone. A day beyond the
+/// end of its month counts on into the next.
+[[nodiscard]] int64_t secondsSinceEpoch(const std::tm& utc);
+
+}  // namespace ecu::koru::gpspub

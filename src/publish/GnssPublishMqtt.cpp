@@ -1,0 +1,75 @@
+#include "publish/GnssPublishMqtt.h"
+
+#include <cmath>
+
+#include "nmea/GnssUtils.h"
+#include "platform/PbInternalMessageAdapter.h"
+#include "platform/Topics.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr uint16_t PROTOCOL_TYPE = 1;
+
+/// A fix at 0 N 0 E is a receiver that has none.
+int32_t correctedStatus(const GnssInfo& info, double latitude, double longitude) {
+  const int32_t status = info.getStatus();
+  return status == 3 && latitude == 0.0 && longitude == 0.0 ? 2 : status;
+}
+
+void fill(pb::GnssData& data, GnssInfo& info, const std::vector<std::string>& sentences) {
+  const double longitude = info.getLongitudeDecDeg();
+  const double latitude = info.getLatitudeDecDeg();
+  const auto utc_us = info.getUtcTimeUs();
+  if (!std::isnan(longitude)) data.set_longitude(static_cast<float>(longitude));
+  if (!std::isnan(latitude)) data.set_latitude(static_cast<float>(latitude));
+  if (!std::isnan(info.m_speed)) data.set_speed(static_cast<float>(info.m_speed));
+  if (!std::isnan(info.m_course)) data.set_heading(static_cast<float>(info.m_course));
+  if (info.m_num_satellites != -1) data.set_num_satellites(info.m_num_satellites);
+  if (info.m_quality_indicator != -1) data.set_quality(info.m_quality_indicator);
+  for (const std::string& sentence : sentences) data.add_nmea(sentence);
+  data.set_status(correctedStatus(info, latitude, longitude));
+  if (info.m_nav_mode != -1) data.set_fix(static_cast<uint32_t>(info.m_nav_mode));
+  if (!std::isnan(info.m_altitude)) data.set_altitude(static_cast<float>(info.m_altitude));
+  if (utc_us != -1) data.set_utc_time_us(static_cast<uint64_t>(utc_us));
+  data.set_timestamp_ns(static_cast<uint64_t>(info.m_frame_time));
+  if (!std::isnan(info.m_position_error)) data.set_accuracy(static_cast<float>(info.m_position_error));
+  if (!std::isnan(info.m_hdop)) data.set_hdop(static_cast<float>(info.m_hdop));
+  if (!std::isnan(info.m_vdop)) data.set_vdop(static_cast<float>(info.m_vdop));
+}
+
+void log(const pb::GnssData& data, GnssInfo& info) {
+  LOG.debug("Latitude = ", info.getLatitudeDecDeg());
+  LOG.debug("Longitude = ", info.getLongitudeDecDeg());
+  LOG.debug("Speed = ", info.m_speed);
+  LOG.debug("Heading = ", info.m_course);
+  LOG.debug("Quality = ", info.m_quality_indicator);
+  LOG.debug("Num satellites used = ", info.m_num_satellites);
+  LOG.debug("Altitude = ", info.m_altitude);
+  LOG.debug("Fix = ", info.m_nav_mode);
+  LOG.debug("Status = ", data.status());
+  LOG.debug("UTCTime us ", info.getUtcTimeUs());
+  LOG.debug("Timestamp ns ", info.m_frame_time);
+  LOG.debug("Accuracy ", info.m_position_error);
+  LOG.debug("HDOP ", info.m_hdop);
+  LOG.debug("VDOP ", info.m_vdop);
+  LOG.debug("Num NMEA strings ", data.nmea_size());
+}
+
+}  // namespace
+
+void GnssPublishMqtt::publishFrame(std::shared_ptr<com::ITransportClient>& client, GnssInfo& info,
+                                   std::vector<std::string>& nmeaSentences) {
+  m_data.Clear();
+  fill(m_data, info, nmeaSentences);
+  if (GnssUtils::debugIt(logflag::PUBLICATION)) log(m_data, info);
+  com::PbInternalMessageAdapter<pb::GnssData> adapter(PROTOCOL_TYPE);
+  if (!adapter.serialize(m_data, m_message)) {
+    LOG.error("Unable to serialize pb::GnssData!");
+    return;
+  }
+  client->publish(topic::GNSS_DATA, m_message);
+}
+
+}  // namespace ecu::koru::gpspub

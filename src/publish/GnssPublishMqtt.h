@@ -1,0 +1,21 @@
+#pragma once
+
+#include "proto/nvxproto.pb.h"
+#include "publish/IGnssPublish.h"
+
+namespace ecu::koru::gpspub {
+
+/// Publishes the fix as an enveloped pb::GnssData on "system/gnss/data". A value that is not available is
+/// absent from the message.
+class GnssPublishMqtt final : public IGnssPublish {
+ public:
+  void publishFrame(std::shared_ptr<com::ITransportClient>& client, GnssInfo& info,
+                    std::vector<std::string>& nmeaSentences) override;
+
+ private:
+  // Not state: the memory of the last message, used again for the next.
+  pb::GnssData m_data;
+  com::Message m_message;
+};
+
+}  // namespace ecu::koru::gpspub
