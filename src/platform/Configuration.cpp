@@ -18,7 +18,7 @@ constexpr size_t MAX_REPORTED = 20;
 
 // What the platform itself reads; the service registers its own keys.
 constexpr std::array<std::string_view, 11> PLATFORM_KEYS{
-    "host",   "port",     "client_name", "username",           "password_file",  "tls_ca",
+    "host",     "port",    "client_name",        "username",       "password_file",  "tls_ca",
     "tls_cert", "tls_key", "connect_timeout_ms", "var_timeout_ms", "signal_database"};
 
 std::string_view trimmed(std::string_view text) {
@@ -28,7 +28,8 @@ std::string_view trimmed(std::string_view text) {
 }
 
 std::string_view unquoted(std::string_view value) {
-  if (value.size() >= 2 && value.front() == '"' && value.back() == '"') return value.substr(1, value.size() - 2);
+  if (value.size() >= 2 && value.front() == '"' && value.back() == '"')
+    return value.substr(1, value.size() - 2);
   return value;
 }
 
@@ -50,7 +51,8 @@ bool Configuration::verify() const {
   for (const auto& [key, value] : m_values) {
     const bool known = m_optional_keys.contains(key) || m_defaults.contains(key) ||
                        std::find(PLATFORM_KEYS.begin(), PLATFORM_KEYS.end(), key) != PLATFORM_KEYS.end();
-    if (!known) LOG.warning("configuration line ", value.line, ": unknown key '", logging::escaped(key), "' ignored");
+    if (!known)
+      LOG.warning("configuration line ", value.line, ": unknown key '", logging::escaped(key), "' ignored");
   }
   return m_problems.empty();
 }
@@ -71,7 +73,8 @@ void Configuration::read_line(std::string_view line, unsigned number) {
   if (content.empty() || content.front() == '#' || content.front() == ';') return;
   const auto equals = content.find('=');
   if (equals == std::string_view::npos) {
-    m_problems.push_back({number, "expected 'key = value' or a comment, found '" + logging::escaped(content) + "'"});
+    m_problems.push_back(
+        {number, "expected 'key = value' or a comment, found '" + logging::escaped(content) + "'"});
     return;
   }
   const std::string_view key = trimmed(content.substr(0, equals));

@@ -12,9 +12,9 @@ namespace ecu::koru::config {
 
 /// The service's settings as texts: one `key = value` a line.
 ///
-/// Blanks around key and value are dropped; a value may stand in double quotes to keep its blanks; '#' or ';' at the
-/// start of a line begins a comment; CR LF is accepted. A key is any text without blanks or '='; of a key given twice
-/// the last value holds. One thread at a time.
+/// Blanks around key and value are dropped; a value may stand in double quotes to keep its blanks; '#' or ';'
+/// at the start of a line begins a comment; CR LF is accepted. A key is any text without blanks or '='; of a
+/// key given twice the last value holds. One thread at a time.
 class Configuration {
  public:
   /// A key that may be absent. All others are unknown and reported by verify(), except those of the platform.
@@ -22,8 +22,9 @@ class Configuration {
   /// What get() gives while the key is absent.
   void set_default(const std::string& key, const std::string& value) { m_defaults[key] = value; }
 
-  /// False when the text held a line that is neither comment nor `key = value`, an empty key or a NUL byte, each
-  /// reported in an ERROR record with its line number. A key that nobody knows is one WARNING and no failure.
+  /// False when the text held a line that is neither comment nor `key = value`, an empty key or a NUL byte,
+  /// each reported in an ERROR record with its line number. A key that nobody knows is one WARNING and no
+  /// failure.
   [[nodiscard]] bool verify() const;
 
   /// The value of the key, else its default, else an empty text.

@@ -32,9 +32,9 @@ void append_time_stamp(std::string& line) {
   std::tm utc{};
   gmtime_r(&seconds, &utc);
   char stamp[64];
-  const int length = std::snprintf(stamp, sizeof stamp, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ ", utc.tm_year + 1900,
-                                   utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
-                                   static_cast<int>(now.tv_usec / 1000));
+  const int length = std::snprintf(stamp, sizeof stamp, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ ",
+                                   utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
+                                   utc.tm_sec, static_cast<int>(now.tv_usec / 1000));
   line.append(stamp, static_cast<size_t>(std::max(length, 0)));
 }
 
@@ -56,7 +56,9 @@ void write_syslog(Level level, std::string_view text) {
 
 }  // namespace
 
-std::string_view level_name(Level level) { return LEVEL_NAMES[static_cast<size_t>(level)]; }
+std::string_view level_name(Level level) {
+  return LEVEL_NAMES[static_cast<size_t>(level)];
+}
 
 bool configure_logging(const std::string& level) {
   if (level.empty()) return true;
@@ -70,11 +72,17 @@ bool configure_logging(const std::string& level) {
   return true;
 }
 
-void set_log_mode(LogMode mode) { g_mode = mode; }
+void set_log_mode(LogMode mode) {
+  g_mode = mode;
+}
 
-Level get_log_level() { return g_level.load(std::memory_order_relaxed); }
+Level get_log_level() {
+  return g_level.load(std::memory_order_relaxed);
+}
 
-bool enabled(Level level) { return level <= g_level.load(std::memory_order_relaxed); }
+bool enabled(Level level) {
+  return level <= g_level.load(std::memory_order_relaxed);
+}
 
 void write(Level level, std::string_view module, std::string_view text) {
   const int saved_errno = errno;
@@ -110,7 +118,9 @@ std::string escaped(std::string_view bytes) {
 
 namespace detail {
 
-void append(std::string& out, std::string_view text) { out.append(text); }
+void append(std::string& out, std::string_view text) {
+  out.append(text);
+}
 
 void append(std::string& out, Hex value) {
   char digits[24];

@@ -19,8 +19,8 @@ inline constexpr Level DEFAULT_LEVEL = Level::INFO;
 /// The level's name as the command line and the configuration spell it ("WARNING").
 [[nodiscard]] std::string_view level_name(Level level);
 
-/// Sets the level from its name; an empty name changes nothing. An unknown name is an ERROR record and changes
-/// nothing; false is returned.
+/// Sets the level from its name; an empty name changes nothing. An unknown name is an ERROR record and
+/// changes nothing; false is returned.
 bool configure_logging(const std::string& level);
 
 /// Where records go from now on. Until it is called they go to standard error.
@@ -42,7 +42,9 @@ struct Hex {
   uint64_t value;
   int digits;
 };
-[[nodiscard]] constexpr Hex hex(uint64_t value, int min_digits = 1) { return {value, min_digits}; }
+[[nodiscard]] constexpr Hex hex(uint64_t value, int min_digits = 1) {
+  return {value, min_digits};
+}
 
 namespace detail {
 
@@ -51,7 +53,7 @@ void append(std::string& out, Hex value);
 void append(std::string& out, double value);
 
 template <typename T>
-  requires std::is_integral_v<T>
+requires std::is_integral_v<T>
 void append(std::string& out, T value) {
   if constexpr (std::is_same_v<T, char>) {
     out.push_back(value);
@@ -64,8 +66,8 @@ void append(std::string& out, T value) {
 
 }  // namespace detail
 
-/// The parts of a text one after another: texts, characters, numbers (unsigned char counts as a number, bool as
-/// 1 or 0), hex(). Without regard to the locale.
+/// The parts of a text one after another: texts, characters, numbers (unsigned char counts as a number, bool
+/// as 1 or 0), hex(). Without regard to the locale.
 template <typename... Parts>
 [[nodiscard]] std::string text(const Parts&... parts) {
   std::string out;
@@ -83,25 +85,41 @@ class Module {
     if (enabled(level)) write(level, m_name, text(parts...));
   }
   template <typename... Parts>
-  void emerg(const Parts&... parts) const { log(Level::EMERG, parts...); }
+  void emerg(const Parts&... parts) const {
+    log(Level::EMERG, parts...);
+  }
   template <typename... Parts>
-  void alert(const Parts&... parts) const { log(Level::ALERT, parts...); }
+  void alert(const Parts&... parts) const {
+    log(Level::ALERT, parts...);
+  }
   template <typename... Parts>
-  void error(const Parts&... parts) const { log(Level::ERROR, parts...); }
+  void error(const Parts&... parts) const {
+    log(Level::ERROR, parts...);
+  }
   template <typename... Parts>
-  void warning(const Parts&... parts) const { log(Level::WARNING, parts...); }
+  void warning(const Parts&... parts) const {
+    log(Level::WARNING, parts...);
+  }
   template <typename... Parts>
-  void notice(const Parts&... parts) const { log(Level::NOTICE, parts...); }
+  void notice(const Parts&... parts) const {
+    log(Level::NOTICE, parts...);
+  }
   template <typename... Parts>
-  void info(const Parts&... parts) const { log(Level::INFO, parts...); }
+  void info(const Parts&... parts) const {
+    log(Level::INFO, parts...);
+  }
   template <typename... Parts>
-  void debug(const Parts&... parts) const { log(Level::DEBUG, parts...); }
+  void debug(const Parts&... parts) const {
+    log(Level::DEBUG, parts...);
+  }
 
  private:
   std::string_view m_name;
 };
 
 /// `name` must outlive the module: a literal.
-[[nodiscard]] constexpr Module module(std::string_view name) { return Module(name); }
+[[nodiscard]] constexpr Module module(std::string_view name) {
+  return Module(name);
+}
 
 }  // namespace ecu::koru::logging

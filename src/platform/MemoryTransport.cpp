@@ -23,8 +23,8 @@ int MemoryTransport::publish(const std::string& topic, const Message& message, D
   return 0;
 }
 
-bool MemoryTransport::subscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer,
-                                int /*qos*/) {
+bool MemoryTransport::subscribe(const std::string& topic,
+                                const std::shared_ptr<ISubscriptionObserver>& observer, int /*qos*/) {
   Message kept;
   {
     const std::lock_guard lock(m_mutex);

@@ -10,8 +10,9 @@
 
 namespace ecu::koru::com {
 
-/// A bus inside the process: the test version of the transport. A message is delivered before publish() returns, on
-/// the caller's thread, and recorded; retained messages reach later subscribers. Topics are exact, no wildcards.
+/// A bus inside the process: the test version of the transport. A message is delivered before publish()
+/// returns, on the caller's thread, and recorded; retained messages reach later subscribers. Topics are
+/// exact, no wildcards.
 class MemoryTransport final : public ITransportClient {
  public:
   struct Record {
@@ -28,7 +29,9 @@ class MemoryTransport final : public ITransportClient {
   bool subscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer,
                  int qos) override;
   bool unsubscribe(const std::string& topic) override;
-  [[nodiscard]] std::chrono::milliseconds read_timeout() const override { return std::chrono::milliseconds(0); }
+  [[nodiscard]] std::chrono::milliseconds read_timeout() const override {
+    return std::chrono::milliseconds(0);
+  }
 
   /// While false, publish() fails and keeps only what is `until_sent`.
   void set_connected(bool connected);

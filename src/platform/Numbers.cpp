@@ -23,7 +23,8 @@ uint32_t to_u32_base0(const std::string& text) {
 std::optional<int64_t> to_int_within(std::string_view text, int64_t min, int64_t max) {
   int64_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc{} || end != text.data() + text.size() || value < min || value > max) return std::nullopt;
+  if (error != std::errc{} || end != text.data() + text.size() || value < min || value > max)
+    return std::nullopt;
   return value;
 }
 

@@ -56,12 +56,15 @@ namespace envelope {
 
 inline constexpr uint32_t HEADER_LENGTH = 18;
 
-/// Header and body into `out`, whose capacity is used again. False on failure, logged, `out` then empty. Never
-/// throws.
-[[nodiscard]] bool wrap(uint32_t protocol_type, const google::protobuf::MessageLite& body, Message& out) noexcept;
+/// Header and body into `out`, whose capacity is used again. False on failure, logged, `out` then empty.
+/// Never throws.
+[[nodiscard]] bool wrap(uint32_t protocol_type, const google::protobuf::MessageLite& body,
+                        Message& out) noexcept;
 
-/// Checks the header, stores its protocol type and parses the body into `body`. Failures are logged. Never throws.
-[[nodiscard]] err::PbInternalDeserializationError unwrap(std::span<const uint8_t> payload, uint32_t& protocol_type,
+/// Checks the header, stores its protocol type and parses the body into `body`. Failures are logged. Never
+/// throws.
+[[nodiscard]] err::PbInternalDeserializationError unwrap(std::span<const uint8_t> payload,
+                                                         uint32_t& protocol_type,
                                                          google::protobuf::MessageLite& body) noexcept;
 
 }  // namespace envelope
@@ -86,8 +89,8 @@ class PbInternalMessageAdapter final : public IMessageAdapter<T, err::PbInternal
     return envelope::wrap(m_protocol_type, body, out);
   }
 
-  /// On failure the body is a default one. The protocol type becomes that of the received header. The header's time
-  /// stamp is not returned; Message::timestamp_ns is the time of arrival.
+  /// On failure the body is a default one. The protocol type becomes that of the received header. The
+  /// header's time stamp is not returned; Message::timestamp_ns is the time of arrival.
   [[nodiscard]] DeserializeResult<T, Error> deserialize(const Message& message) override {
     DeserializeResult<T, Error> result;
     result.error = envelope::unwrap(message.payload, m_protocol_type, result.body);

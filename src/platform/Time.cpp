@@ -24,9 +24,13 @@ std::atomic<ITimeSource*>& current() {
 
 }  // namespace
 
-int64_t SystemTime::steady_ns() const { return read_clock(CLOCK_MONOTONIC); }
+int64_t SystemTime::steady_ns() const {
+  return read_clock(CLOCK_MONOTONIC);
+}
 
-int64_t SystemTime::boot_ns() const { return read_clock(CLOCK_BOOTTIME); }
+int64_t SystemTime::boot_ns() const {
+  return read_clock(CLOCK_BOOTTIME);
+}
 
 void SystemTime::sleep_ns(int64_t ns) {
   if (ns <= 0) return;
@@ -42,7 +46,9 @@ timeval SystemTime::wall() const {
   return now;
 }
 
-bool SystemTime::set_wall(const timeval& now) { return settimeofday(&now, nullptr) == 0; }
+bool SystemTime::set_wall(const timeval& now) {
+  return settimeofday(&now, nullptr) == 0;
+}
 
 VirtualTime::VirtualTime(int64_t boot_ns, int64_t wall_us)
     : m_now_ns(boot_ns), m_wall_offset_us(wall_us - boot_ns / 1000) {}
@@ -69,7 +75,9 @@ void VirtualTime::advance(int64_t ns) {
   if (ns > 0) m_now_ns.fetch_add(ns);
 }
 
-ITimeSource& time_source() { return *current().load(std::memory_order_relaxed); }
+ITimeSource& time_source() {
+  return *current().load(std::memory_order_relaxed);
+}
 
 void set_time_source(ITimeSource* source) {
   static SystemTime system_time;

@@ -2,7 +2,8 @@
 
 #include <string>
 
-/// Every topic name of the service, once. Strings, because the transport takes strings and a fix allocates nothing.
+/// Every topic name of the service, once. Strings, because the transport takes strings and a fix allocates
+/// nothing.
 namespace ecu::koru::topic {
 
 // Published.
