@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "sim/ecu/LineBuffer.h"
+#include "sim/ecu/Publisher.h"
+
+namespace ecu::koru::sim {
+
+/// The simulated unit on the bus: publishes its state and follows commands on standard input. Main thread.
+class Session {
+ public:
+  Session(com::ITransportClient& transport, UnitState& unit)
+      : m_transport(transport), m_unit(unit), m_publisher(transport) {}
+
+  /// Publishes the state, then `said_once`. False when the broker did not take it all.
+  [[nodiscard]] bool start(const std::vector<Publication>& said_once);
+
+  /// Follows commands until quit, Ctrl-C or SIGTERM; the end of standard input ends only the commands. After
+  /// each reconnect the whole state is published again, because the broker may have been restarted and have
+  /// forgotten it.
+  void keep();
+
+ private:
+  [[nodiscard]] bool read_commands();
+  [[nodiscard]] bool obey(std::string_view line);
+  void publish(const Command& command);
+  void restore_after_reconnect();
+
+  com::ITransportClient& m_transport;
+  UnitState& m_unit;
+  Publisher m_publisher;
+  LineBuffer m_input;
+  bool m_input_ended = false;
+  bool m_complete = false;  // the broker has the whole state
+};
+
+}  // namespace ecu::koru::sim

@@ -1,0 +1,239 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "platform/Logging.h"
+#include "platform/PbInternalMessageAdapter.h"
+#include "tools/tap/Fields.h"
+#include "tools/tap/Lines.h"
+
+using namespace ecu::koru;
+using tap::Json;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes enveloped(const google::protobuf::MessageLite& body) {
+  com::Message message;
+  EXPECT_TRUE(com::envelope::wrap(1, body, message));
+  return message.payload;
+}
+
+Bytes enveloped_value(std::string_view value) {
+  pb::RtSignal body;
+  body.set_value(value.data(), value.size());
+  return enveloped(body);
+}
+
+tap::Arrival arrival(std::string_view topic, std::span<const uint8_t> payload) {
+  return {.topic = topic, .payload = payload, .wall_us = 1'795'256'130'123'456, .boot_ns = 5'000'000'007};
+}
+
+Json json_of(std::string_view topic, std::span<const uint8_t> payload) {
+  return Json::parse(tap::json_line(arrival(topic, payload)));
+}
+
+pb::GnssData full_fix() {
+  pb::GnssData fix;
+  fix.set_longitude(-11.57612F);
+  fix.set_latitude(48.137154F);
+  fix.set_speed(36.04F);
+  fix.set_heading(271.5F);
+  fix.set_num_satellites(9);
+  fix.set_quality(-1);
+  fix.add_nmea("$GPRMC,1*00\r\n");
+  fix.add_nmea("$GP\xFF\x80\"*00\r\n");
+  fix.set_status(3);
+  fix.set_fix(3);
+  fix.set_altitude(519.25F);
+  fix.set_utc_time_us(1'795'256'130'000'000);
+  fix.set_timestamp_ns(std::numeric_limits<uint64_t>::max());
+  fix.set_accuracy(1.8F);
+  fix.set_hdop(0.9F);
+  fix.set_vdop(1.3F);
+  return fix;
+}
+
+}  // namespace
+
+TEST(TapTest, KnowsWhatEachTopicCarries) {
+  const struct {
+    std::string_view topic;
+    std::string_view type;  // empty: not ours
+  } rows[] = {{"system/gnss/data", "GnssData"},
+              {"system/gnss/source", "GnssSource"},
+              {"system/gnss/log_config", "RtSignal"},
+              {"system/time/timezone", "TimeZone"},
+              {"system/sysparams", "SystemParameters"},
+              {"system/sysparam/0x0000A00F", "RtSignal"},
+              {"system/var/hwversion", "RtSignal"},
+              {"rt/j1939can/tx/vp1_local", "RtSignal"},
+              {"rt/system/blackout_mode", "RtSignal"},
+              {"systime/td", "RtSignal"},
+              {"system/gnss/data2", ""},
+              {"system/gnss", ""},
+              {"systime/td/x", ""},
+              {"", ""}};
+  for (const auto& row : rows) {
+    const auto* found = tap::find_topic(row.topic);
+    EXPECT_EQ(found != nullptr ? found->type : "", row.type) << row.topic;
+  }
+  EXPECT_EQ(tap::find_topic("system/var/hwversion")->view, tap::ValueView::text);
+}
+
+// The viewer gives its own reasons; what it accepts must be what the service accepts.
+TEST(TapTest, RefusesWhatTheServiceRefuses) {
+  pb::GnssSource source;
+  source.set_source(pb::GnssSource::CAN);
+  const Bytes good = enveloped(source);
+  const auto changed = [&good](size_t offset, uint8_t value) {
+    Bytes bytes = good;
+    bytes[offset] = value;
+    return bytes;
+  };
+  Bytes with_surplus = good;
+  with_surplus.push_back(0xFF);
+  const struct {
+    Bytes payload;
+    std::string problem;
+  } rows[] = {{good, ""},
+              {with_surplus, ""},
+              {{}, "empty payload"},
+              {Bytes(good.begin(), good.begin() + 17), "17 bytes are too short for the header of 18"},
+              {changed(0, 0xFF), "the header cannot be decoded"},
+              {changed(1, 0), "protocol type 0"},
+              {changed(3, 17), "header length 17 instead of 18"},
+              {changed(3, 19), "header length 19 instead of 18"},
+              {changed(5, 3), "body length 3, but only 2 bytes follow the header"},
+              {changed(8, 0xFF), "body length 4278190082, but only 2 bytes follow the header"},
+              {changed(18, 0x0A), "the body is no GnssSource"},
+              {Bytes(good.begin(), good.begin() + 18), "body length 2, but only 0 bytes follow the header"}};
+  logging::configure_logging("EMERG");
+  for (const auto& row : rows) {
+    const auto decoded = tap::decode("system/gnss/source", row.payload);
+    EXPECT_EQ(decoded.problem, row.problem);
+    EXPECT_EQ(std::holds_alternative<std::monostate>(decoded.body), !row.problem.empty()) << row.problem;
+    com::Message message;
+    message.payload = row.payload;
+    EXPECT_EQ(com::PbInternalMessageAdapter<pb::GnssSource>(1).deserialize(message).success,
+              row.problem.empty());
+  }
+  logging::configure_logging("INFO");
+}
+
+TEST(TapTest, ShowsEveryFieldOfAFixAsJson) {
+  const Bytes payload = enveloped(full_fix());
+  const Json line = json_of("system/gnss/data", payload);
+  EXPECT_EQ(line["time"], "2026-11-21T10:15:30.123456Z");
+  EXPECT_EQ(line["arrival_ns"], 5'000'000'007);
+  EXPECT_EQ(line["retained"], false);
+  EXPECT_EQ(line["type"], "GnssData");
+  EXPECT_EQ(line["envelope"]["protocol_type"], 1);
+  EXPECT_EQ(line["envelope"]["header_length"], 18);
+  EXPECT_EQ(line["envelope"]["body_length"], payload.size() - 18);
+  EXPECT_GT(line["envelope"]["timestamp_ns"], 0);
+  EXPECT_EQ(line["body"].dump(),
+            R"({"longitude":-11.57612,"latitude":48.137154,"speed":36.04,"heading":271.5,"num_satellites":9,)"
+            R"("quality":-1,"nmea":["$GPRMC,1*00\r\n","$GP\\xff\\x80\"*00\r\n"],"status":3,"fix":3,)"
+            R"("altitude":519.25,"utc_time_us":1795256130000000,"timestamp_ns":18446744073709551615,)"
+            R"("accuracy":1.8,"hdop":0.9,"vdop":1.3})");
+}
+
+TEST(TapTest, ShowsTheOtherBodiesAsJson) {
+  pb::TimeZone zone;
+  zone.set_hour_offset(-3);
+  zone.set_minute_offset(-30);
+  zone.set_summer_time(false);
+  zone.set_source(pb::TimeZone::USER);
+  EXPECT_EQ(json_of("system/time/timezone", enveloped(zone))["body"].dump(),
+            R"({"hour_offset":-3,"minute_offset":-30,"summer_time":false,"source":"USER"})");
+
+  pb::GnssSource source;
+  source.set_source(pb::GnssSource::LOCAL_RECEIVER);
+  EXPECT_EQ(json_of("system/gnss/source", enveloped(source))["body"].dump(),
+            R"({"source":"LOCAL_RECEIVER"})");
+
+  pb::SystemParameters parameters;
+  auto& entries = *parameters.mutable_entries();
+  entries[0xA00F].set_flags(1);
+  entries[0xA00F].set_value(std::string("\x01\x00", 2));
+  entries[0x2045].set_value("");
+  EXPECT_EQ(json_of("system/sysparams", enveloped(parameters))["body"].dump(),
+            R"({"entries":{"0x00002045":{"value":""},"0x0000A00F":{"flags":1,"value":"0100"}}})");
+
+  EXPECT_EQ(json_of("rt/j1939can/tx/vp1_local", enveloped_value("\x01\xAB"))["body"].dump(),
+            R"({"value":"01ab"})");
+  EXPECT_EQ(json_of("system/var/name", enveloped_value("Z\xC3\xBCrich"))["body"]["value"], "Z\xC3\xBCrich");
+  EXPECT_EQ(json_of("system/var/name", enveloped_value("Z\xFCrich"))["body"]["value"], "Z\\xfcrich");
+}
+
+TEST(TapTest, LeavesOutWhatIsAbsentAndShowsWhatIsUnknown) {
+  EXPECT_EQ(json_of("system/gnss/data", enveloped(pb::GnssData()))["body"].dump(), "{}");
+  pb::GnssData fix;
+  fix.set_speed(std::numeric_limits<float>::quiet_NaN());
+  EXPECT_EQ(json_of("system/gnss/data", enveloped(fix))["body"].dump(), R"({"speed":null})");
+  pb::GnssSource other;  // an enum value and a field of a later version
+  other.mutable_unknown_fields()->assign("\x08\x07\x10\x01");
+  EXPECT_EQ(json_of("system/gnss/source", enveloped(other))["body"].dump(),
+            R"({"unknown_fields":"08071001"})");
+}
+
+TEST(TapTest, ShowsAnUndecodableMessageWhole) {
+  const Bytes payload{0x01, 0xFF, '$', '\n'};
+  const Json line = json_of("system/gnss/data", payload);
+  EXPECT_EQ(line["error"], "4 bytes are too short for the header of 18");
+  EXPECT_EQ(line["payload"], "01ff240a");
+  EXPECT_FALSE(line.contains("envelope") || line.contains("body"));
+  EXPECT_EQ(
+      tap::human_line(arrival("system/gnss/data", payload), false),
+      "10:15:30.123Z system/gnss/data [no envelope] UNDECODABLE: 4 bytes are too short for the header of 18\n"
+      "    0000  01 ff 24 0a                                      ..$.\n");
+
+  const Json foreign = json_of("system/other", enveloped_value("x"));
+  EXPECT_EQ(foreign["error"], "no message type is known for this topic");
+  EXPECT_EQ(foreign["envelope"]["body_length"], 3);
+
+  const std::string huge = tap::human_line(arrival("rt/x", Bytes(1 << 20, 0)), false);
+  EXPECT_THAT(huge, HasSubstr("    00f0  "));
+  EXPECT_THAT(huge, HasSubstr("\n    1048320 more bytes\n"));
+}
+
+TEST(TapTest, LaysAFixOutForPeople) {
+  const Bytes payload = enveloped(full_fix());
+  auto fix = arrival("system/gnss/data", payload);
+  fix.retained = true;
+  const std::string line = tap::human_line(fix, false);
+  EXPECT_THAT(line, StartsWith("10:15:30.123Z system/gnss/data [type 1, "));
+  EXPECT_THAT(
+      line, HasSubstr(" s, retained] 2026-11-21T10:15:30.000Z  48.137154 N  11.576120 W  36.0 km/h  271.5 deg"
+                      "  519.2 m  status 3  fix 3  quality -1  9 satellites  accuracy 1.8 m  hdop 0.9"
+                      "  vdop 1.3  epoch 18446744073.709551 s  2 sentences\n"));
+  EXPECT_THAT(tap::human_line(fix, true),
+              HasSubstr("2 sentences\n    $GPRMC,1*00\n    $GP\\xFF\\x80\"*00\n"));
+}
+
+// Nothing that came from outside may reach the terminal as a control character, or pass for a line of its
+// own.
+TEST(TapTest, CannotBeMadeToForgeALine) {
+  pb::SystemParameters parameters;
+  (*parameters.mutable_entries())[1].set_value("x");
+  const struct {
+    std::string_view topic;
+    Bytes payload;
+    std::string_view shown;
+  } rows[] = {{"system/var/a", enveloped_value("\x1B[2J\nfalse"), "value=\\x1B[2J\\x0Afalse\n"},
+              {"rt/\x1B\n", enveloped_value("\n"), "rt/\\x1B\\x0A ["},
+              {"rt/system/x", enveloped_value(std::string(1000, 'A')), "4141...\n"},
+              {"system/sysparams", enveloped(parameters), "entries={0x00000001={value=78}}\n"},
+              {"rt/system/x", enveloped(pb::RtSignal()), "(no fields)\n"}};
+  for (const auto& row : rows) {
+    const std::string line = tap::human_line(arrival(row.topic, row.payload), true);
+    EXPECT_THAT(line, HasSubstr(row.shown));
+    EXPECT_EQ(line.find('\n'), line.size() - 1);
+    EXPECT_EQ(line.find('\x1B'), std::string::npos);
+  }
+}

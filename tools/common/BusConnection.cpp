@@ -1,0 +1,85 @@
+#include "tools/common/BusConnection.h"
+
+#include <mosquittopp.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+
+#include "platform/Logging.h"
+
+namespace ecu::koru::tool {
+
+namespace {
+
+using config::Configuration;
+
+/// The file's settings; false when it cannot be read or holds a line that is none.
+bool read_file(std::unique_ptr<Configuration>& config, const BusOptions& options) {
+  std::ifstream file(options.config_file);
+  if (!file) {
+    std::cerr << options.program << ": cannot read " << options.config_file << '\n';
+    return false;
+  }
+  config::set_config_from_input(config, file);
+  // The file may be the service's own, with keys that mean nothing here and deserve no warning.
+  logging::configure_logging("ERROR");
+  const bool good = config->verify();
+  logging::configure_logging("WARNING");
+  return good;
+}
+
+/// A value of the configuration, or what the platform takes in its place.
+std::string shown(const Configuration& config, const std::string& key, const std::string& otherwise) {
+  const std::string value = config.get(key);
+  return value.empty() ? otherwise : value;
+}
+
+}  // namespace
+
+std::unique_ptr<BusConnection> BusConnection::create(const BusOptions& options) {
+  logging::set_log_mode(logging::LogMode::STDERR);
+  logging::configure_logging("WARNING");
+  auto config = std::make_unique<Configuration>();
+  if (!options.config_file.empty() && !read_file(config, options)) return nullptr;
+  config->set_default("connect_timeout_ms", "5000");
+  if (!options.host.empty()) config->set("host", options.host);
+  if (options.port != 0) config->set("port", std::to_string(options.port));
+  // Never the file's name: the broker would throw the service out when a second client came under it.
+  const std::string own_name = options.program + "-" + std::to_string(getpid());
+  config->set("client_name", options.client_name.empty() ? own_name : options.client_name);
+  return std::unique_ptr<BusConnection>(new BusConnection(options.program, std::move(config)));
+}
+
+BusConnection::BusConnection(std::string program, std::unique_ptr<Configuration> config)
+    : m_program(std::move(program)),
+      m_broker(shown(*config, "host", "127.0.0.1") + ":" + shown(*config, "port", "1883")),
+      m_config(std::move(config)) {
+  mosqpp::lib_init();
+  m_transport = com::create_client(m_config, com::TransportType::MQTT);
+}
+
+BusConnection::~BusConnection() {
+  close(EXIT_FAILURE);
+  m_transport.reset();
+  mosqpp::lib_cleanup();
+}
+
+bool BusConnection::open() {
+  m_started = m_transport->connect();
+  if (m_started && m_transport->start()) return true;
+  std::cerr << m_program << ": no connection to the broker at " << m_broker << '\n';
+  return false;
+}
+
+int BusConnection::close(int status) {
+  if (!m_started) return status;
+  m_started = false;
+  if (m_transport->stop()) return status;
+  std::fflush(nullptr);
+  std::_Exit(status);
+}
+
+}  // namespace ecu::koru::tool

@@ -1,0 +1,107 @@
+#include "tools/tap/Decode.h"
+
+#include <algorithm>
+#include <limits>
+#include <type_traits>
+
+#include "platform/Logging.h"
+#include "platform/PbInternalMessageAdapter.h"
+
+namespace ecu::koru::tap {
+
+namespace {
+
+using com::envelope::HEADER_LENGTH;
+using logging::text;
+
+template <typename T>
+Body make() {
+  return T{};
+}
+
+// Signal groups are bytes: what their bits mean is known to the signal database alone.
+constexpr TopicRow TOPICS[] = {
+    {"system/gnss/data", "GnssData", make<pb::GnssData>},
+    {"system/gnss/source", "GnssSource", make<pb::GnssSource>},
+    {"system/gnss/log_config", "RtSignal", make<pb::RtSignal>},
+    {"system/time/timezone", "TimeZone", make<pb::TimeZone>},
+    {"system/sysparams", "SystemParameters", make<pb::SystemParameters>},
+    {"system/sysparam/#", "RtSignal", make<pb::RtSignal>},
+    {"system/var/#", "RtSignal", make<pb::RtSignal>, ValueView::text},
+    {"rt/#", "RtSignal", make<pb::RtSignal>},
+    {"systime/td", "RtSignal", make<pb::RtSignal>},
+};
+
+bool matches(std::string_view pattern, std::string_view topic) {
+  if (!pattern.ends_with('#')) return topic == pattern;
+  pattern.remove_suffix(1);
+  return topic.starts_with(pattern);
+}
+
+std::optional<Envelope> read_header(std::span<const uint8_t> payload) {
+  pb::NVXHeader header;
+  if (payload.size() < HEADER_LENGTH || !header.ParseFromArray(payload.data(), HEADER_LENGTH))
+    return std::nullopt;
+  const uint64_t word = header.header();
+  return Envelope{.protocol_type = static_cast<uint16_t>(word),
+                  .header_length = static_cast<uint16_t>(word >> 16),
+                  .body_length = static_cast<uint32_t>(word >> 32),
+                  .timestamp_ns = header.timestamp_ns()};
+}
+
+/// What is wrong with the envelope; empty when nothing is.
+std::string envelope_problem(const std::optional<Envelope>& envelope, size_t length) {
+  if (length == 0) return "empty payload";
+  if (length < HEADER_LENGTH) return text(length, " bytes are too short for the header of ", HEADER_LENGTH);
+  if (!envelope) return "the header cannot be decoded";
+  if (envelope->protocol_type == 0) return "protocol type 0";
+  if (envelope->header_length != HEADER_LENGTH) {
+    return text("header length ", envelope->header_length, " instead of ", HEADER_LENGTH);
+  }
+  const size_t behind_header = length - HEADER_LENGTH;
+  if (envelope->body_length > behind_header) {
+    return text("body length ", envelope->body_length, ", but only ", behind_header,
+                " bytes follow the header");
+  }
+  return {};
+}
+
+bool parse(std::span<const uint8_t> bytes, Body& body) {
+  return std::visit(
+      [bytes](auto& message) {
+        if constexpr (std::is_same_v<std::decay_t<decltype(message)>, std::monostate>) {
+          return false;
+        } else {
+          return bytes.size() <= std::numeric_limits<int>::max() &&
+                 message.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()));
+        }
+      },
+      body);
+}
+
+}  // namespace
+
+const TopicRow* find_topic(std::string_view topic) {
+  const auto* const row = std::find_if(std::begin(TOPICS), std::end(TOPICS),
+                                       [&](const auto& r) { return matches(r.pattern, topic); });
+  return row != std::end(TOPICS) ? row : nullptr;
+}
+
+Decoded decode(std::string_view topic, std::span<const uint8_t> payload) {
+  Decoded out{.envelope = read_header(payload), .row = find_topic(topic), .body = {}, .problem = {}};
+  out.problem = envelope_problem(out.envelope, payload.size());
+  if (!out.problem.empty()) return out;
+  if (out.row == nullptr) {
+    out.problem = "no message type is known for this topic";
+    return out;
+  }
+  Body body = out.row->make();
+  if (parse(payload.subspan(HEADER_LENGTH, out.envelope->body_length), body)) {
+    out.body = std::move(body);
+  } else {
+    out.problem = text("the body is no ", out.row->type);
+  }
+  return out;
+}
+
+}  // namespace ecu::koru::tap

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "tools/tap/Decode.h"
+
+namespace ecu::koru::tap {
+
+using Json = nlohmann::ordered_json;
+
+/// The fields of a decoded body by their names, in the order of the message; absent fields are absent.
+///   numbers   as numbers, 64-bit integers exactly, floats in the fewest digits that give the same float; a
+///   NaN or an
+///             infinity is null
+///   enums     by name
+///   strings   as safe_text()
+///   bytes     as hex_text(); the value of an ECU variable as safe_text()
+///   entries   an object by parameter id, "0x0000A00F"
+/// Fields that the message type does not have come last, as the hex text `unknown_fields`.
+[[nodiscard]] Json fields(const Body& body, ValueView view);
+
+/// Two lower-case digits a byte.
+[[nodiscard]] std::string hex_text(std::string_view bytes);
+[[nodiscard]] std::string hex_text(std::span<const uint8_t> bytes);
+
+/// A text that came from outside, made valid UTF-8: unchanged when it is, otherwise with every byte from 0x80
+/// on as
+/// "\xHH".
+[[nodiscard]] std::string safe_text(std::string_view text);
+
+}  // namespace ecu::koru::tap

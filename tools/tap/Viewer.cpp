@@ -1,0 +1,35 @@
+#include "tools/tap/Viewer.h"
+
+#include <cstdio>
+
+#include "platform/Time.h"
+#include "tools/tap/Lines.h"
+
+namespace ecu::koru::tap {
+
+namespace {
+
+/// When a message that arrived at `boot_ns` did so by the system clock.
+int64_t wall_us_of(uint64_t boot_ns) {
+  const timeval now = time_source().wall();
+  const int64_t age_us = (time_source().boot_ns() - static_cast<int64_t>(boot_ns)) / 1000;
+  return int64_t{now.tv_sec} * 1'000'000 + now.tv_usec - age_us;
+}
+
+}  // namespace
+
+void Viewer::message(const std::string& topic, const com::Message& message) {
+  if (m_finished.raised()) return;
+  const Arrival arrival{.topic = topic,
+                        .payload = message.payload,
+                        .wall_us = wall_us_of(message.timestamp_ns),
+                        .boot_ns = message.timestamp_ns,
+                        .retained = message.retained};
+  const std::string line = m_style.json ? json_line(arrival) + "\n" : human_line(arrival, m_style.sentences);
+  const bool written =
+      std::fwrite(line.data(), 1, line.size(), stdout) == line.size() && std::fflush(stdout) == 0;
+  if (written) ++m_seen;
+  if (!written || m_seen == m_style.count) m_finished.raise();
+}
+
+}  // namespace ecu::koru::tap

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+
+#include "platform/Transport.h"
+#include "tools/common/StopSignals.h"
+
+namespace ecu::koru::tap {
+
+/// Writes every message that arrives to standard output, each flushed. Its message() runs on the transport's
+/// delivery thread: a reader of the output that does not keep up slows the delivery down, and the broker
+/// drops what is too much, instead of a queue that grows here.
+class Viewer final : public com::ISubscriptionObserver {
+ public:
+  struct Style {
+    bool json = false;
+    bool sentences = false;
+    uint64_t count = 0;  ///< ends after so many messages; 0: never
+  };
+
+  explicit Viewer(const Style& style) : m_style(style) {}
+
+  void message(const std::string& topic, const com::Message& message) override;
+
+  /// Raised when the count is reached or nobody reads the output any more.
+  [[nodiscard]] const tool::Event& finished() const { return m_finished; }
+  [[nodiscard]] uint64_t seen() const { return m_seen; }
+
+ private:
+  const Style m_style;
+  tool::Event m_finished;
+  std::atomic<uint64_t> m_seen = 0;
+};
+
+}  // namespace ecu::koru::tap
