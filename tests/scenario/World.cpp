@@ -1,0 +1,154 @@
+#include "scenario/World.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <sstream>
+#include <utility>
+
+#include "input/SerialInput.h"
+#include "nmea/GnssUtils.h"
+#include "platform/PbInternalMessageAdapter.h"
+#include "platform/Topics.h"
+
+namespace test {
+
+using namespace ecu::koru;
+
+namespace {
+
+constexpr int FD = 7;
+
+/// The device that the service opens: time passes only here and in sleeps.
+class ScenarioTerminal final : public gpspub::ITerminalDevice {
+ public:
+  ScenarioTerminal(ScenarioTime& time, ByteSource& source, TerminalState& state)
+      : m_time(time), m_source(source), m_state(state) {}
+
+  int open(const std::string& /*path*/) override {
+    m_state.opens_us.push_back(m_time.now_us());
+    if (m_state.missing) {
+      errno = ENOENT;
+      return -1;
+    }
+    m_source.advance_to(m_time.now_us());
+    m_source.set_open(true);
+    return FD;
+  }
+  int close(int /*fd*/) override {
+    m_source.advance_to(m_time.now_us());
+    m_source.set_open(false);
+    return 0;
+  }
+  ssize_t read(int /*fd*/, void* data, size_t max) override {
+    if (m_state.gone) return 0;
+    return static_cast<ssize_t>(m_source.read({static_cast<uint8_t*>(data), max}));
+  }
+  ssize_t write(int /*fd*/, const void* /*data*/, size_t len) override { return static_cast<ssize_t>(len); }
+  int waitReadable(int /*fd*/, int timeout_us) override {
+    ++m_state.waits;
+    const int64_t end = m_time.now_us() + timeout_us;
+    for (;;) {
+      m_source.advance_to(m_time.now_us());
+      if (m_state.gone || m_source.available() > 0) return 1;
+      if (m_time.now_us() >= end) return 0;
+      m_time.advance_to_us(std::clamp(m_source.next_byte_us(), m_time.now_us() + 1, end));
+    }
+  }
+  int bytesReadable(int /*fd*/) override { return static_cast<int>(m_source.available()); }
+  int getAttributes(int /*fd*/, termios& /*attributes*/) override { return 0; }
+  int setAttributes(int /*fd*/, const termios& attributes) override {
+    static const std::map<speed_t, unsigned> SPEEDS{{B4800, 4800},   {B9600, 9600},   {B19200, 19200},
+                                                    {B38400, 38400}, {B57600, 57600}, {B115200, 115200}};
+    m_source.set_host_baud(SPEEDS.at(cfgetispeed(&attributes)));
+    return 0;
+  }
+
+ private:
+  ScenarioTime& m_time;
+  ByteSource& m_source;
+  TerminalState& m_state;
+};
+
+}  // namespace
+
+void Script::advance_to(int64_t now_us) {
+  while (!m_bursts.empty() && m_bursts.begin()->first <= now_us) {
+    m_arrived += m_bursts.begin()->second;
+    m_bursts.erase(m_bursts.begin());
+  }
+}
+
+int64_t Script::next_byte_us() const {
+  return m_bursts.empty() ? INT64_MAX : m_bursts.begin()->first;
+}
+
+size_t Script::read(std::span<uint8_t> out) {
+  const size_t count = std::min(out.size(), m_arrived.size());
+  std::copy_n(m_arrived.begin(), count, out.begin());
+  m_arrived.erase(0, count);
+  return count;
+}
+
+void ScenarioTime::advance_to_ns(int64_t ns) {
+  while (!m_agenda.empty() && START_NS + m_agenda.begin()->first * 1000 <= ns) {
+    auto due = m_agenda.extract(m_agenda.begin());
+    m_clock.advance(START_NS + due.key() * 1000 - steady_ns());
+    due.mapped()();
+  }
+  m_clock.advance(ns - steady_ns());
+}
+
+World::World(ByteSource& source, const Options& options)
+    : time(options.wall_us), bus(std::make_shared<com::MemoryTransport>()) {
+  set_time_source(&time);
+  gpspub::GnssUtils::initDuration();
+  auto input =
+      std::make_unique<gpspub::SerialInput>(std::make_unique<ScenarioTerminal>(time, source, terminal));
+  std::shared_ptr<com::ITransportClient> transport = bus;
+  service = std::make_unique<gpspub::GPSDClient>(transport, "variant", options.hasgnss, "qrx", "/dev/ttyFP3",
+                                                 std::move(input));
+  service->setBaudRate(options.baud);
+}
+
+World::~World() {
+  service.reset();
+  set_time_source(nullptr);
+}
+
+std::vector<Published> World::run(double seconds) {
+  time.at(static_cast<int64_t>(seconds * 1e6), [this] { service->stop(); });
+  service->run();
+  std::vector<Published> published;
+  for (const auto& record : bus->records()) {
+    if (record.topic != topic::GNSS_DATA) continue;
+    auto result = com::PbInternalMessageAdapter<pb::GnssData>(1).deserialize(record.message);
+    if (!result.success) continue;
+    published.push_back({(record.steady_ns - 1'000'000'000'000) / 1000, std::move(result.body)});
+  }
+  return published;
+}
+
+std::string sentence(const std::string& body) {
+  unsigned sum = 0;
+  for (const char c : body) sum ^= static_cast<unsigned char>(c);
+  char tail[8];
+  std::snprintf(tail, sizeof tail, "*%02X\r\n", sum);
+  return "$" + body + tail;
+}
+
+std::string epoch(int second, const std::string& kinds, int hundredths) {
+  char time[16];
+  std::snprintf(time, sizeof time, "1235%02d.%02d", second, hundredths);
+  const std::map<std::string, std::string> bodies{
+      {"RMC", std::string("GNRMC,") + time + ",A,4807.03800,N,01131.00000,E,22.400,84.40,230326,,,A"},
+      {"GGA", std::string("GNGGA,") + time + ",4807.03800,N,01131.00000,E,1,09,0.90,545.4,M,46.9,M,,"},
+      {"GSA", "GNGSA,A,3,01,02,03,04,,,,,,,,,1.94,1.18,1.54"},
+      {"GST", std::string("GNGST,") + time + ",1.5,,,,2.5,3.1,4.0"}};
+  std::istringstream words(kinds);
+  std::string bytes;
+  for (std::string kind; words >> kind;) bytes += sentence(bodies.at(kind));
+  return bytes;
+}
+
+}  // namespace test

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/GPSDClient.h"
+#include "input/TerminalDevice.h"
+#include "platform/MemoryTransport.h"
+#include "platform/Time.h"
+#include "proto/nvxproto.pb.h"
+#include "sim/gnss/Receiver.h"
+
+/// The whole service over a fake terminal and a bus in memory, in virtual time.
+namespace test {
+
+/// The receiver's end of the terminal. Times are microseconds since the scenario began.
+class ByteSource {
+ public:
+  virtual ~ByteSource() = default;
+  virtual void advance_to(int64_t now_us) = 0;
+  [[nodiscard]] virtual int64_t next_byte_us() const = 0;
+  [[nodiscard]] virtual size_t available() const = 0;
+  virtual size_t read(std::span<uint8_t> out) = 0;
+  virtual void set_host_baud(unsigned /*baud*/) {}
+  virtual void set_open(bool /*open*/) {}
+};
+
+/// Bytes that arrive at given times, each burst at once.
+class Script final : public ByteSource {
+ public:
+  void add(int64_t at_us, std::string bytes) { m_bursts.emplace(at_us, std::move(bytes)); }
+  void advance_to(int64_t now_us) override;
+  [[nodiscard]] int64_t next_byte_us() const override;
+  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
+  size_t read(std::span<uint8_t> out) override;
+
+ private:
+  std::multimap<int64_t, std::string> m_bursts;
+  std::string m_arrived;
+};
+
+/// The simulated receiver as a source.
+class SimulatedReceiver final : public ByteSource {
+ public:
+  explicit SimulatedReceiver(const ecu::koru::sim::ReceiverOptions& options) : receiver(options) {}
+  void advance_to(int64_t now_us) override { receiver.advance_to(now_us); }
+  [[nodiscard]] int64_t next_byte_us() const override { return receiver.next_byte_us(); }
+  [[nodiscard]] size_t available() const override { return receiver.available(); }
+  size_t read(std::span<uint8_t> out) override { return receiver.read(out); }
+  void set_host_baud(unsigned baud) override { receiver.set_host_baud(baud); }
+  void set_open(bool open) override { receiver.set_open(open); }
+
+  ecu::koru::sim::Receiver receiver;
+};
+
+/// Virtual time with an agenda: whatever moves the clock carries out what has become due on the way.
+class ScenarioTime final : public ecu::koru::ITimeSource {
+ public:
+  explicit ScenarioTime(int64_t wall_us) : m_clock(START_NS, wall_us) {}
+  [[nodiscard]] int64_t steady_ns() const override { return m_clock.steady_ns(); }
+  [[nodiscard]] int64_t boot_ns() const override { return m_clock.boot_ns(); }
+  void sleep_ns(int64_t ns) override { advance_to_ns(steady_ns() + ns); }
+  [[nodiscard]] timeval wall() const override { return m_clock.wall(); }
+  [[nodiscard]] bool set_wall(const timeval& now) override { return m_clock.set_wall(now); }
+
+  [[nodiscard]] int64_t now_us() const { return (steady_ns() - START_NS) / 1000; }
+  void at(int64_t us, std::function<void()> action) { m_agenda.emplace(us, std::move(action)); }
+  /// Never past the next point of the agenda without carrying it out.
+  void advance_to_us(int64_t us) { advance_to_ns(START_NS + us * 1000); }
+  [[nodiscard]] ecu::koru::VirtualTime& clock() { return m_clock; }
+
+ private:
+  static constexpr int64_t START_NS = 1'000'000'000'000;
+  void advance_to_ns(int64_t ns);
+
+  ecu::koru::VirtualTime m_clock;
+  std::multimap<int64_t, std::function<void()>> m_agenda;
+};
+
+struct TerminalState {
+  bool missing = false;  ///< open() fails
+  bool gone = false;     ///< the open device hangs up: reads give 0
+  std::vector<int64_t> opens_us;
+  long waits = 0;
+};
+
+/// One fix as a subscriber gets it.
+struct Published {
+  int64_t at_us;
+  ecu::koru::pb::GnssData data;
+};
+
+class World {
+ public:
+  struct Options {
+    std::string hasgnss = "true";
+    unsigned baud = 38400;
+    int64_t wall_us = 1'400'000'000'000'000;  ///< the system clock at the start: 2014
+  };
+  World(ByteSource& source, const Options& options);
+  explicit World(ByteSource& source) : World(source, Options{}) {}
+  ~World();
+
+  /// Runs the service for so long and returns what it published. Once.
+  std::vector<Published> run(double seconds);
+
+  ScenarioTime time;
+  TerminalState terminal;
+  std::shared_ptr<ecu::koru::com::MemoryTransport> bus;
+  std::unique_ptr<ecu::koru::gpspub::GPSDClient> service;
+};
+
+/// "$" body "*" checksum CR LF
+[[nodiscard]] std::string sentence(const std::string& body);
+/// The sentences of one epoch of 23 March 2026 12:35:SS.hh; `kinds` as "RMC GGA GSA GSA GST".
+[[nodiscard]] std::string epoch(int second, const std::string& kinds = "RMC GGA GSA GSA GST",
+                                int hundredths = 0);
+
+}  // namespace test
