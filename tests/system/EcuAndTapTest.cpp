@@ -1,0 +1,192 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "support/Broker.h"
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+constexpr int PATIENCE_MS = 15'000;
+constexpr const char* KNOWN_ZONE =
+    R"({"hour_offset":5,"minute_offset":30,"source":"USER","summer_time":true})";
+
+std::vector<std::string> with_port(std::vector<std::string> argv, const test::Broker& broker) {
+  argv[0] = test::program(argv[0]);
+  argv.insert(argv.end(), {"--port", std::to_string(broker.port())});
+  return argv;
+}
+
+/// Every line as JSON; a line that is none is a failure.
+std::vector<json> json_lines(const std::string& text) {
+  std::vector<json> lines;
+  std::istringstream input(text);
+  for (std::string line; std::getline(input, line);) {
+    lines.push_back(json::parse(line, nullptr, false));
+    EXPECT_FALSE(lines.back().is_discarded()) << line;
+  }
+  return lines;
+}
+
+/// "topic body" of every line, "retained" in between where it is.
+std::vector<std::string> summaries(const std::string& text) {
+  std::vector<std::string> out;
+  for (const auto& line : json_lines(text)) {
+    const std::string retained = line.value("retained", false) ? " retained " : " ";
+    out.push_back(line.value("topic", "") + retained +
+                  line.value("body", json(line.value("error", ""))).dump());
+  }
+  return out;
+}
+
+class EcuAndTapTest : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(broker.start()); }
+
+  std::unique_ptr<test::Process> start(const std::vector<std::string>& argv) const {
+    return std::make_unique<test::Process>(with_port(argv, broker));
+  }
+  /// ecu-sim with --keep, its state published.
+  std::unique_ptr<test::Process> start_unit(std::vector<std::string> options = {}) const {
+    options.insert(options.begin(), {"ecu-sim", "--keep"});
+    auto unit = start(options);
+    EXPECT_TRUE(unit->wait_for_output("messages published", PATIENCE_MS)) << unit->err();
+    return unit;
+  }
+
+  test::Broker broker;
+};
+
+}  // namespace
+
+TEST_F(EcuAndTapTest, AViewerThatComesLaterSeesTheRetainedState) {
+  const auto unit = start({"ecu-sim", "--var", "hwversion=zpt", "--param", "0xA00F=01", "--param",
+                           "0xA09B=04:nootaid", "--timezone", "+05:30,summer,source=user", "--blackout", "on",
+                           "--hw-version", "v1", "--retain-all"});
+  ASSERT_EQ(unit->wait_for_exit(PATIENCE_MS), 0) << unit->err();
+  const auto tap = start({"satnav-tap", "--json", "--count", "7", "--seconds", "10"});
+  ASSERT_EQ(tap->wait_for_exit(PATIENCE_MS), 0) << tap->err();
+  EXPECT_THAT(
+      summaries(tap->out()),
+      UnorderedElementsAre(R"(system/var/hwvariant retained {"value":"sim"})",
+                           R"(system/var/hwversion retained {"value":"zpt"})",
+                           R"(system/var/hasgnss retained {"value":"true"})",
+                           std::string("system/time/timezone retained ") + KNOWN_ZONE,
+                           R"(rt/system/blackout_mode retained {"value":"01"})",
+                           R"(rt/system/hw_version retained {"value":"7631"})",
+                           R"(system/sysparams retained {"entries":{"0x0000A00F":{"flags":1,"value":"01"},)"
+                           R"("0x0000A09B":{"flags":0,"value":"04"}}})"));
+  EXPECT_THAT(unit->err() + tap->err(), IsEmpty());
+}
+
+TEST_F(EcuAndTapTest, CommandsReachTheBusOnceAndBrokenOnesChangeNothing) {
+  test::TempDir folder;
+  const auto file = folder.write("unit.txt", "# a unit\nvar hwversion n2\r\n\ntimezone none\n");
+  const auto unit = start_unit({"--no-defaults", "--file", file});
+  const auto tap = start({"satnav-tap", "--json"});
+  ASSERT_TRUE(tap->wait_for_output("system/sysparams", PATIENCE_MS));
+  unit->write_stdin("param 0xA00F 00\nblackout maybe\nblackout off\nlaunch\nraw rt/system/x FF00\n");
+  unit->write_stdin("timezone +05:30 summer source=user\nsource can\nlog-config 01000000\nraw systime/td");
+  unit->close_stdin();
+  ASSERT_TRUE(tap->wait_for_output("systime/td", PATIENCE_MS)) << tap->out();
+  EXPECT_TRUE(unit->running()) << "the end of its input ended it";
+  EXPECT_THAT(unit->err(), testing::AllOf(HasSubstr("ecu-sim: blackout: expected on or off, found 'maybe'\n"),
+                                          HasSubstr("ecu-sim: unknown command 'launch'\n")));
+  for (auto* process : {unit.get(), tap.get()}) {
+    process->signal(SIGINT);
+    EXPECT_EQ(process->wait_for_exit(PATIENCE_MS), 0);
+  }
+  EXPECT_THAT(
+      summaries(tap->out()),
+      UnorderedElementsAre(
+          R"(system/var/hwversion retained {"value":"n2"})", R"(system/sysparams retained {"entries":{}})",
+          R"(system/sysparams {"entries":{"0x0000A00F":{"flags":1,"value":"00"}}})",
+          R"(system/sysparam/0x0000A00F {"value":"00"})", R"(rt/system/blackout_mode {"value":"00"})",
+          R"(rt/system/x "2 bytes are too short for the header of 18")",
+          std::string("system/time/timezone ") + KNOWN_ZONE, R"(system/gnss/source {"source":"CAN"})",
+          R"(system/gnss/log_config {"value":"01000000"})", R"(systime/td "empty payload")"));
+  EXPECT_THAT(tap->err(), IsEmpty());
+}
+
+TEST_F(EcuAndTapTest, TheStateSurvivesARestartOfTheBroker) {
+  const auto unit = start_unit({"--param", "0xA00F=01"});
+  broker.stop();
+  unit->write_stdin("var hwversion zpt\nsource can\n");
+  EXPECT_TRUE(unit->wait_for_output("follows when it can", PATIENCE_MS));
+  EXPECT_TRUE(unit->wait_for_output("not sent: the broker cannot be reached", PATIENCE_MS));
+  ASSERT_TRUE(broker.start());
+  const auto tap = start({"satnav-tap", "--json", "--count", "4", "--seconds", "40"});
+  ASSERT_EQ(tap->wait_for_exit(45'000), 0) << tap->err();
+  std::map<std::string, std::string> last;
+  for (const auto& line : json_lines(tap->out())) last[line["topic"]] = line["body"].dump();
+  EXPECT_EQ(last["system/var/hwversion"], R"({"value":"zpt"})");
+  EXPECT_THAT(last["system/sysparams"], HasSubstr("0x0000A00F"));
+  unit->write_stdin("quit\n");
+  EXPECT_EQ(unit->wait_for_exit(PATIENCE_MS), 0);
+}
+
+TEST_F(EcuAndTapTest, TheExitStatusTellsWhatHappened) {
+  test::TempDir folder;
+  const auto broken_file = folder.write("unit.txt", "var a b\nvar\n");
+  const auto broken_config = folder.write("bad.conf", "host 127.0.0.1\n");
+  const struct {
+    std::vector<std::string> argv;
+    int status;
+    std::string_view said;  // on standard error
+  } rows[] = {
+      {{"satnav-tap", "--count", "1", "--seconds", "0.2"}, 1, ""},
+      {{"satnav-tap", "--seconds", "0.2"}, 0, ""},
+      {{"satnav-tap", "--topic", "a/#/b"}, 2, "not an MQTT topic filter: a/#/b"},
+      {{"satnav-tap", "--count", "0"}, 2, "--count"},
+      {{"satnav-tap", "--frobnicate"}, 2, "--frobnicate"},
+      {{"satnav-tap", "--config", broken_config}, 2, "configuration line 1"},
+      {{"satnav-tap", "--config", broken_config + ".not"}, 2, "does not exist"},
+      {{"ecu-sim", "--file", broken_file}, 2, "unit.txt line 2: var: expected a variable's name"},
+      {{"ecu-sim", "--blackout", "perhaps"}, 2, "expected on or off, found 'perhaps'"},
+      {{"ecu-sim", "--param", "0xA00F=1"}, 2, "two digits each"},
+      {{"ecu-sim", "--timezone", "CET"}, 2, "an offset like +01:00"},
+      {{"ecu-sim", "--help"}, 0, ""},
+  };
+  for (const auto& row : rows) {
+    const auto process = start(row.argv);
+    EXPECT_EQ(process->wait_for_exit(PATIENCE_MS), row.status) << row.argv[1];
+    EXPECT_THAT(process->err(), HasSubstr(row.said));
+    if (row.said.empty()) EXPECT_THAT(process->err(), IsEmpty()) << row.argv[1];
+  }
+  broker.stop();
+  for (const std::string name : {"satnav-tap", "ecu-sim"}) {
+    const auto process = start({name});
+    EXPECT_EQ(process->wait_for_exit(PATIENCE_MS), 1);
+    EXPECT_THAT(process->err(), HasSubstr(name + ": no connection to the broker at 127.0.0.1:"));
+  }
+}
+
+TEST_F(EcuAndTapTest, TheServicesConfigurationIsAcceptedButNotItsName) {
+  test::TempDir folder;
+  const auto config = folder.write(
+      "satnavd.conf", "client_name = satnavd\ngnss_device = /dev/ttyX\nbaud_rate = 9600\nport = " +
+                          std::to_string(broker.port()) + "\n");
+  test::Process unit({test::program("ecu-sim"), "--config", config});
+  EXPECT_EQ(unit.wait_for_exit(PATIENCE_MS), 0);
+  EXPECT_THAT(unit.err(), IsEmpty());
+  EXPECT_TRUE(test::eventually([&] { return broker.log().find(" as ecu-sim-") != std::string::npos; }, 2000))
+      << broker.log();
+}
+
+TEST_F(EcuAndTapTest, AReaderThatGoesAwayEndsTheViewerQuietly) {
+  const auto unit = start_unit();
+  test::Process pipeline({"sh", "-c",
+                          test::program("satnav-tap") + " --port " + std::to_string(broker.port()) +
+                              " | head -n 1; echo all gone"});
+  EXPECT_EQ(pipeline.wait_for_exit(PATIENCE_MS), 0);
+  EXPECT_THAT(pipeline.out(), HasSubstr("system/"));
+  EXPECT_THAT(pipeline.err(), IsEmpty());
+}
