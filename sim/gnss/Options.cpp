@@ -1,0 +1,126 @@
+#include "sim/gnss/Options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <set>
+
+#include "sim/gnss/Files.h"
+#include "sim/gnss/Replay.h"
+#include "sim/gnss/RouteFile.h"
+#include "sim/gnss/Utc.h"
+
+namespace ecu::koru::sim {
+namespace {
+
+constexpr int wrong_options = 2;
+
+constexpr const char* faults_help =
+    "FAULT=VALUE[,...]: drop=P, corrupt=P (one byte of a sentence becomes another), split=P (a pause of 20 "
+    "to 150 ms in "
+    "the middle of a sentence) with P the share of the sentences, 0 to 1; silence=SECONDS@EVERY (of every "
+    "EVERY seconds "
+    "the last SECONDS nothing is sent); seed=N (default 1)";
+
+/// The texts as they stand on the command line.
+struct Texts {
+  std::string route, utc, faults, replay, gsv = "auto", nmea = "4.0";
+  std::vector<std::string> systems{"gps", "glonass"};
+};
+
+void add_drive_options(CLI::App& app, Texts& texts, ReceiverOptions& receiver, CLI::Option* replay) {
+  const auto add = [&](const std::string& name, auto& value, const std::string& help) {
+    return app.add_option(name, value, help)->excludes(replay);
+  };
+  add("--route", texts.route,
+      "GPX (trkpt) or CSV (lat,lon,alt[,speed km/h]) file to drive, instead of the built-in one");
+  add("--rate", receiver.rate_hz, "epochs a second")->check(CLI::Range(1, 10))->capture_default_str();
+  add("--utc", texts.utc, "UTC at the start, such as 2026-11-21T10:15:30Z (default: the machine's)");
+  app.add_flag("--no-fix", receiver.no_fix, "no satellites: the sentences hold the time only")
+      ->excludes(replay);
+  add("--nmea", texts.nmea, "version of the sentences")
+      ->check(CLI::IsMember({"4.0", "4.10"}))
+      ->capture_default_str();
+  add("--gsv", texts.gsv, "satellites in view; auto: at 1 Hz and 9600 baud or more")
+      ->check(CLI::IsMember({"auto", "on", "off"}))
+      ->capture_default_str();
+  add("--systems", texts.systems, "comma list of gps, glonass, galileo, beidou; each has its own GSA")
+      ->delimiter(',')
+      ->check(CLI::IsMember({"gps", "glonass", "galileo", "beidou"}))
+      ->capture_default_str();
+}
+
+void add_options(CLI::App& app, Texts& texts, ProgramOptions& options) {
+  ReceiverOptions& receiver = options.receiver;
+  app.add_option("--baud", receiver.baud, "the receiver's speed; at another one the host reads garbage")
+      ->check(CLI::IsMember(std::set<unsigned>(receiver_bauds.begin(), receiver_bauds.end())))
+      ->capture_default_str();
+  CLI::Option* replay =
+      app.add_option("--replay", texts.replay, "plays a recorded byte log from when the host opens the port");
+  app.add_option("--speed", receiver.replay_speed, "how much faster the recording is played")
+      ->check(CLI::Range(0.01, 1000.0))
+      ->needs(replay)
+      ->capture_default_str();
+  app.add_flag("--loop", receiver.replay_loop, "plays the recording again and again")->needs(replay);
+  add_drive_options(app, texts, receiver, replay);
+  app.add_option("--fault", texts.faults, faults_help);
+  app.add_option("--link", options.link, "makes this symbolic link to the device, removed at the end");
+  app.add_option("--trace", options.trace, "writes a line for each sentence: monotonic time in ns, sentence");
+  app.add_option("--seconds", options.seconds, "ends by itself after that time")->check(CLI::Range(0.0, 1e9));
+}
+
+int64_t utc_of(const std::string& text) {
+  const auto utc_us = parse_iso8601(text);
+  if (!utc_us) throw std::invalid_argument("--utc: not a time such as 2026-11-21T10:15:30Z: " + text);
+  const int year = civil_time(*utc_us).year;
+  if (year < 1980 || year > 2079) throw std::invalid_argument("--utc: a receiver's years are 1980 to 2079");
+  return *utc_us;
+}
+
+Constellation constellation_of(const std::string& name) {
+  for (const auto candidate :
+       {Constellation::gps, Constellation::glonass, Constellation::galileo, Constellation::beidou})
+    if (names_of(candidate).option == name) return candidate;
+  throw std::invalid_argument("--systems: unknown " + name);
+}
+
+void interpret(const Texts& texts, ProgramOptions& options) {
+  ReceiverOptions& receiver = options.receiver;
+  if (!texts.utc.empty()) options.utc_us = utc_of(texts.utc);
+  if (!texts.faults.empty()) receiver.faults = parse_faults(texts.faults);
+  if (!texts.route.empty()) receiver.route = load_route(texts.route);
+  if (!texts.replay.empty()) receiver.recording = Recording::load(texts.replay);
+  SentenceOptions& sentences = receiver.sentences;
+  sentences.version = texts.nmea == "4.10" ? NmeaVersion::v4_10 : NmeaVersion::v4_0;
+  const bool automatic = receiver.rate_hz == 1 && receiver.baud >= 9600;
+  sentences.gsv = texts.gsv == "on" || (texts.gsv == "auto" && automatic);
+  sentences.constellations.clear();
+  std::transform(texts.systems.begin(), texts.systems.end(), std::back_inserter(sentences.constellations),
+                 constellation_of);
+  if (std::set(texts.systems.begin(), texts.systems.end()).size() != texts.systems.size())
+    throw std::invalid_argument("--systems: one is given twice");
+}
+
+}  // namespace
+
+ParsedOptions parse_options(int argc, const char* const* argv) {
+  ProgramOptions options;
+  Texts texts;
+  CLI::App app("A simulated satellite receiver behind a pseudo-terminal. Prints the device's path first.",
+               "gnss-sim");
+  add_options(app, texts, options);
+  try {
+    app.parse(argc, argv);
+    interpret(texts, options);
+    return {options, 0};
+  } catch (const CLI::Success& e) {
+    return {std::nullopt, app.exit(e)};
+  } catch (const std::exception& e) {
+    std::cerr << "gnss-sim: " << e.what() << '\n';
+    return {std::nullopt, wrong_options};
+  }
+}
+
+}  // namespace ecu::koru::sim

@@ -1,0 +1,152 @@
+#include "sim/gnss/Session.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <time.h>
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+
+#include "sim/gnss/Utc.h"
+
+namespace ecu::koru::sim {
+namespace {
+
+constexpr int64_t chunk_us = 5'000;        // bytes are handed over in portions, as a port's driver does
+constexpr int64_t look_us = 10'000;        // how often to look whether somebody opens the terminal
+constexpr int64_t settle_us = 100'000;     // from the opening to a recording's first epoch
+constexpr int64_t overslept_us = 200'000;  // after that the bytes of the meantime are lost, not late
+
+int64_t clock_ns(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
+int64_t now_us() {
+  return clock_ns(CLOCK_MONOTONIC) / 1000;
+}
+
+/// Blocks the signals that end the program; the descriptor becomes readable when one comes.
+Descriptor block_signals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, signal);
+  sigprocmask(SIG_BLOCK, &set, nullptr);
+  return {signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC), "signalfd"};
+}
+
+}  // namespace
+
+Session::Session(const ProgramOptions& options)
+    : m_options(options), m_signals(block_signals()), m_pty(options.receiver.baud) {
+  if (!options.trace.empty()) m_trace.emplace(options.trace);
+  if (!options.link.empty()) m_link.emplace(options.link, m_pty.path());
+  if (options.seconds) m_end_us = now_us() + static_cast<int64_t>(*options.seconds * second_us);
+}
+
+void Session::run() {
+  if (m_options.receiver.recording) wait_for_host();
+  if (over()) return;
+  switch_on();
+  while (!over()) {
+    look_at_host();
+    deliver();
+    if (m_receiver->finished()) return let_host_finish();
+    sleep_until(next_wake_us());
+  }
+}
+
+void Session::switch_on() {
+  ReceiverOptions options = m_options.receiver;
+  options.start_us = now_us() + (options.recording ? settle_us : 0);
+  options.utc_start_us = m_options.utc_us.value_or(clock_ns(CLOCK_REALTIME) / 1000);
+  m_receiver.emplace(options);
+  m_receiver->set_open(false);
+}
+
+bool Session::over() const {
+  return m_stopped || now_us() >= m_end_us;
+}
+
+void Session::wait_for_host() {
+  while (!over() && !m_pty.held()) sleep_until(now_us() + look_us);
+}
+
+void Session::look_at_host() {
+  const bool held = m_pty.held();
+  if (m_held && !held) m_pty.discard_unread();
+  if (held != m_held && m_trace) m_trace->interrupted();
+  m_held = held;
+  m_receiver->set_open(held);
+  m_receiver->set_host_baud(m_pty.host_baud());
+}
+
+void Session::deliver() {
+  const int64_t now = now_us();
+  if (m_held && m_wake_us != INT64_MAX && now > m_wake_us + overslept_us) {
+    m_receiver->set_open(false);
+    m_receiver->advance_to(now);
+    m_receiver->set_open(true);
+  }
+  m_receiver->advance_to(now);
+  std::array<uint8_t, 4096> bytes;
+  while (const size_t count = m_receiver->read(bytes)) hand_over(std::span(bytes).first(count));
+}
+
+void Session::hand_over(std::span<const uint8_t> bytes) {
+  const int64_t written_ns = clock_ns(CLOCK_MONOTONIC);
+  const size_t count = m_pty.write(bytes);
+  m_overrun_bytes += bytes.size() - count;
+  if (!m_trace) return;
+  const bool readable = m_pty.host_baud() == m_options.receiver.baud;
+  if (readable) m_trace->written(bytes.first(count), written_ns);
+  if (!readable || count < bytes.size()) m_trace->interrupted();
+}
+
+int64_t Session::next_wake_us() const {
+  if (!m_held) return now_us() + look_us;
+  const int64_t run_end_us = m_receiver->run_end_us();
+  const int64_t next_us = m_receiver->next_byte_us();
+  return run_end_us == INT64_MAX ? next_us : std::min(next_us + chunk_us, run_end_us);
+}
+
+void Session::sleep_until(int64_t wake_us) {
+  m_wake_us = std::min(wake_us, m_end_us);
+  const int64_t rest_us = std::max<int64_t>(0, m_wake_us - now_us());
+  const timespec rest{static_cast<time_t>(rest_us / second_us),
+                      static_cast<long>(rest_us % second_us * 1000)};
+  // A closed terminal is always ready and would keep the sleep from being one.
+  std::array<pollfd, 2> ready{{{m_signals.get(), POLLIN, 0}, {m_held ? m_pty.descriptor() : -1, POLLIN, 0}}};
+  if (ppoll(ready.data(), ready.size(), m_wake_us == INT64_MAX ? nullptr : &rest, nullptr) <= 0) return;
+  if (ready[0].revents != 0) m_stopped = true;
+  std::array<uint8_t, 1024> from_host;
+  if ((ready[1].revents & POLLIN) != 0) m_receiver->write(std::span(from_host).first(m_pty.read(from_host)));
+}
+
+void Session::let_host_finish() {
+  // With the end of the program the terminal goes away, and with it what the host has not read yet.
+  const int64_t patience_us = now_us() + second_us;
+  do {
+    sleep_until(now_us() + look_us);
+  } while (!over() && now_us() < patience_us && m_pty.held() && m_pty.unread() > 0);
+}
+
+void Session::print_statistics() const {
+  if (!m_receiver) {
+    std::cerr << "gnss-sim: nobody opened the port, nothing was played\n";
+    return;
+  }
+  const Statistics s = m_receiver->statistics();
+  std::cerr << "gnss-sim: " << s.epochs << " epochs (" << s.silent_epochs << " silent), " << s.sentences_sent
+            << " sentences sent, " << s.sentences_overrun
+            << " left out because the line cannot carry the rate\n"
+            << "gnss-sim: faults: " << s.sentences_dropped << " dropped, " << s.sentences_corrupted
+            << " corrupted, " << s.sentences_split << " split\n"
+            << "gnss-sim: " << s.bytes_sent << " bytes sent, of those " << s.bytes_lost << " to nobody and "
+            << m_overrun_bytes << " not read in time; " << s.bytes_from_host << " bytes from the host\n";
+}
+
+}  // namespace ecu::koru::sim

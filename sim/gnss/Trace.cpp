@@ -1,0 +1,48 @@
+#include "sim/gnss/Trace.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "sim/gnss/Files.h"
+
+namespace ecu::koru::sim {
+
+Trace::Trace(const std::string& path) : m_file(path, std::ios::binary) {
+  if (!m_file) throw FileError(path + ": " + std::strerror(errno));
+}
+
+void Trace::written(std::span<const uint8_t> bytes, int64_t monotonic_ns) {
+  constexpr size_t longest = 1024;  // beyond that it is no sentence
+  for (const uint8_t byte : bytes) {
+    if (byte == '$') {
+      m_sentence = '$';
+    } else if (!m_sentence.empty()) {
+      m_sentence.push_back(static_cast<char>(byte));
+      if (byte == '\n') finish(monotonic_ns);
+      if (m_sentence.size() > longest) m_sentence.clear();
+    }
+  }
+}
+
+void Trace::interrupted() {
+  m_sentence.clear();
+}
+
+void Trace::finish(int64_t monotonic_ns) {
+  if (m_sentence.ends_with("\r\n")) m_sentence.resize(m_sentence.size() - 2);
+  std::string line = std::to_string(monotonic_ns) + ' ';
+  for (const char c : m_sentence) {
+    if (c >= 0x20 && c < 0x7F) {
+      line += c;
+    } else {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned>(static_cast<uint8_t>(c)));
+      line += escaped;
+    }
+  }
+  m_file << line << '\n' << std::flush;
+  m_sentence.clear();
+}
+
+}  // namespace ecu::koru::sim
