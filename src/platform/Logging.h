@@ -58,8 +58,9 @@ void append(std::string& out, T value) {
   if constexpr (std::is_same_v<T, char>) {
     out.push_back(value);
   } else {
+    using Wide = std::conditional_t<std::is_unsigned_v<T>, unsigned long long, long long>;
     char digits[24];
-    const auto end = std::to_chars(digits, digits + sizeof digits, static_cast<long long>(value)).ptr;
+    const auto end = std::to_chars(digits, digits + sizeof digits, static_cast<Wide>(value)).ptr;
     out.append(digits, end);
   }
 }
