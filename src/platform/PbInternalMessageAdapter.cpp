@@ -15,6 +15,14 @@ constexpr auto LOG = logging::module("koru.com.messageadapter");
 
 using Error = err::PbInternalDeserializationError;
 
+/// A record that even a lack of memory does not turn into an exception.
+void report(logging::Level level, const char* text) noexcept {
+  try {
+    LOG.log(level, text);
+  } catch (...) {
+  }
+}
+
 void fill(uint32_t protocol_type, const google::protobuf::MessageLite& body, Message& out) {
   const uint64_t now_ns = DateTime::time_since_boot_ns();
   const size_t body_length = body.ByteSizeLong();
@@ -37,6 +45,16 @@ void fill(uint32_t protocol_type, const google::protobuf::MessageLite& body, Mes
   out.retained = false;
 }
 
+/// False for bytes that are no such message, and for a lack of memory.
+bool parse(std::span<const uint8_t> bytes, google::protobuf::MessageLite& out) noexcept {
+  try {
+    return bytes.size() <= std::numeric_limits<int32_t>::max() &&
+           out.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()));
+  } catch (...) {
+    return false;
+  }
+}
+
 }  // namespace
 
 bool wrap(uint32_t protocol_type, const google::protobuf::MessageLite& body, Message& out) noexcept {
@@ -44,9 +62,9 @@ bool wrap(uint32_t protocol_type, const google::protobuf::MessageLite& body, Mes
     fill(protocol_type, body, out);
     return true;
   } catch (const std::runtime_error& error) {
-    LOG.error(error.what());
+    report(logging::Level::ERROR, error.what());
   } catch (...) {
-    LOG.error("Unable to allocate memory for serialization!");
+    report(logging::Level::ERROR, "Unable to allocate memory for serialization!");
   }
   out = Message{};
   return false;
@@ -54,38 +72,31 @@ bool wrap(uint32_t protocol_type, const google::protobuf::MessageLite& body, Mes
 
 Error unwrap(std::span<const uint8_t> payload, uint32_t& protocol_type,
              google::protobuf::MessageLite& body) noexcept {
-  try {
-    if (payload.empty()) return Error::MessageTooShort;
-    if (payload.size() < HEADER_LENGTH) {
-      LOG.error("Total length is smaller then expected header length");
-      return Error::MessageTooShort;
-    }
-    pb::NVXHeader header;
-    if (!header.ParseFromArray(payload.data(), HEADER_LENGTH)) {
-      LOG.error("Unable to decode the header.");
-      return Error::HeaderDecodeFailed;
-    }
-    const uint64_t word = header.header();
-    protocol_type = static_cast<uint32_t>(word & 0xFFFF);
-    if (protocol_type == 0) {
-      LOG.error("ProtocolType is set to not used!");
-      return Error::ProtocolTypeNotUsed;
-    }
-    if ((word >> 16 & 0xFFFF) != HEADER_LENGTH) {
-      LOG.error("Specified hdr-len does not comply.");
-      return Error::HeaderLengthMismatch;
-    }
-    const uint64_t body_length = word >> 32;
-    if (body_length <= std::numeric_limits<int32_t>::max() && HEADER_LENGTH + body_length <= payload.size() &&
-        body.ParseFromArray(payload.data() + HEADER_LENGTH, static_cast<int>(body_length))) {
-      return Error::None;
-    }
-  } catch (...) {  // out of memory: the body is not decoded
+  using logging::Level;
+  if (payload.empty()) return Error::MessageTooShort;
+  if (payload.size() < HEADER_LENGTH) {
+    report(Level::ERROR, "Total length is smaller then expected header length");
+    return Error::MessageTooShort;
   }
-  try {
-    LOG.emerg("Unable to deserialize protobuf");
-  } catch (...) {
+  pb::NVXHeader header;
+  if (!parse(payload.first(HEADER_LENGTH), header)) {
+    report(Level::ERROR, "Unable to decode the header.");
+    return Error::HeaderDecodeFailed;
   }
+  const uint64_t word = header.header();
+  protocol_type = static_cast<uint32_t>(word & 0xFFFF);
+  if (protocol_type == 0) {
+    report(Level::ERROR, "ProtocolType is set to not used!");
+    return Error::ProtocolTypeNotUsed;
+  }
+  if ((word >> 16 & 0xFFFF) != HEADER_LENGTH) {
+    report(Level::ERROR, "Specified hdr-len does not comply.");
+    return Error::HeaderLengthMismatch;
+  }
+  const uint64_t length = word >> 32;
+  const auto rest = payload.subspan(HEADER_LENGTH);  // the body, and bytes behind it that nobody needs
+  if (length <= rest.size() && parse(rest.first(static_cast<size_t>(length)), body)) return Error::None;
+  report(Level::EMERG, "Unable to deserialize protobuf");
   return Error::BodyDecodeFailed;
 }
 
