@@ -15,6 +15,7 @@ constexpr auto LOG = logging::module("koru.config");
 constexpr std::string_view BLANKS = " \t\v\f";
 constexpr size_t MAX_TEXT = 1 << 20;
 constexpr size_t MAX_REPORTED = 20;
+constexpr size_t MAX_SHOWN = 80;
 
 // What the platform itself reads; the service registers its own keys.
 constexpr std::array<std::string_view, 11> PLATFORM_KEYS{
@@ -31,6 +32,11 @@ std::string_view unquoted(std::string_view value) {
   if (value.size() >= 2 && value.front() == '"' && value.back() == '"')
     return value.substr(1, value.size() - 2);
   return value;
+}
+
+/// A piece of the text for an ERROR record, which must stay readable whatever the file holds.
+std::string shown(std::string_view text) {
+  return "'" + logging::escaped(text.substr(0, MAX_SHOWN)) + (text.size() > MAX_SHOWN ? "...'" : "'");
 }
 
 /// The text, at most one byte more than is accepted.
@@ -51,8 +57,7 @@ bool Configuration::verify() const {
   for (const auto& [key, value] : m_values) {
     const bool known = m_optional_keys.contains(key) || m_defaults.contains(key) ||
                        std::find(PLATFORM_KEYS.begin(), PLATFORM_KEYS.end(), key) != PLATFORM_KEYS.end();
-    if (!known)
-      LOG.warning("configuration line ", value.line, ": unknown key '", logging::escaped(key), "' ignored");
+    if (!known) LOG.warning("configuration line ", value.line, ": unknown key ", shown(key), " ignored");
   }
   return m_problems.empty();
 }
@@ -73,8 +78,7 @@ void Configuration::read_line(std::string_view line, unsigned number) {
   if (content.empty() || content.front() == '#' || content.front() == ';') return;
   const auto equals = content.find('=');
   if (equals == std::string_view::npos) {
-    m_problems.push_back(
-        {number, "expected 'key = value' or a comment, found '" + logging::escaped(content) + "'"});
+    m_problems.push_back({number, "expected 'key = value' or a comment, found " + shown(content)});
     return;
   }
   const std::string_view key = trimmed(content.substr(0, equals));
@@ -83,7 +87,7 @@ void Configuration::read_line(std::string_view line, unsigned number) {
     return;
   }
   if (key.find_first_of(BLANKS) != std::string_view::npos) {
-    m_problems.push_back({number, "expected a key without blanks, found '" + logging::escaped(key) + "'"});
+    m_problems.push_back({number, "expected a key without blanks, found " + shown(key)});
     return;
   }
   m_values[std::string(key)] = {std::string(unquoted(trimmed(content.substr(equals + 1)))), number};
