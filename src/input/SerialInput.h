@@ -75,7 +75,7 @@ class SerialInput : public IGnssInput {
   std::string m_gnss_device;
   int m_fd_serial = -1;
   std::unique_ptr<unsigned char[]> m_buffer;
-  int m_front = 0;          // where the held bytes begin; they move down only when the tail gets short
+  int m_front = 0;          // where the held bytes begin; they move down at the next read from the device
   int m_bytes_read = 0;     // length of the framed item, removed by the next read()
   int m_bytes_waiting = 0;  // bytes held, the framed item included
   int m_bytes_scanned = 0;  // of the incomplete line at the front: no LF in these
