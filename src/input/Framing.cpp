@@ -6,6 +6,7 @@
 #include "input/SerialInput.h"
 #include "nmea/GnssUtils.h"
 #include "nmea/HexDump.h"
+#include "platform/Bytes.h"
 
 namespace ecu::koru::gpspub {
 
@@ -16,6 +17,7 @@ constexpr unsigned char UBX_SYNC_2 = 0x62;
 constexpr int UBX_SYNC_LEN = 2;
 constexpr int UBX_FRAME_OVERHEAD = 8;  // sync, class, id, length, checksum
 constexpr int UBX_LENGTH_OFFSET = 4;   // u16 little-endian
+constexpr int WORD = sizeof(uint64_t);
 constexpr unsigned char CR = '\r';
 constexpr unsigned char LF = '\n';
 
@@ -71,6 +73,7 @@ void SerialInput::discardUntilSync() {
 bool SerialInput::parseForEndOfLine() {
   unsigned char* const line = getBuffer();
   int i = m_bytes_scanned;
+  while (i + WORD <= m_bytes_waiting && bytes::notPrintable(bytes::load(line + i)) == 0) i += WORD;
   while (i < m_bytes_waiting && isLineByte(line[i])) ++i;
   m_bytes_scanned = i;
   if (i == m_bytes_waiting) return false;

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
+#include "platform/Bytes.h"
 #include "platform/Time.h"
 
 namespace ecu::koru::gpspub {
@@ -18,11 +18,7 @@ constexpr unsigned UBLOX_CHECKSUM_LEN = 2;
 
 unsigned char xorOf(const unsigned char* data, size_t len) {
   uint64_t words = 0;
-  for (; len >= sizeof words; data += sizeof words, len -= sizeof words) {
-    uint64_t word;
-    std::memcpy(&word, data, sizeof word);
-    words ^= word;
-  }
+  for (; len >= sizeof words; data += sizeof words, len -= sizeof words) words ^= bytes::load(data);
   words ^= words >> 32;
   words ^= words >> 16;
   words ^= words >> 8;

@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/Bytes.h"
+
 namespace ecu::koru::gpspub {
 
 namespace {
@@ -33,7 +35,14 @@ NmeaFields::NmeaFields(std::string_view sentence, unsigned max_commas) : m_sente
   const size_t most = std::min<size_t>(max_commas, m_at.size());
   const char* const text = sentence.data();
   const size_t size = sentence.size();
-  for (size_t i = 0; i < size && m_commas < most; ++i) {
+  size_t i = 0;
+  for (; i + sizeof(uint64_t) <= size && m_commas < most; i += sizeof(uint64_t)) {
+    uint64_t commas = bytes::equal(bytes::load(text + i), ',');
+    for (; commas != 0 && m_commas < most; commas &= commas - 1) {
+      m_at[m_commas++] = static_cast<uint32_t>(i) + static_cast<uint32_t>(bytes::first(commas));
+    }
+  }
+  for (; i < size && m_commas < most; ++i) {
     if (text[i] == ',') m_at[m_commas++] = static_cast<uint32_t>(i);
   }
 }
