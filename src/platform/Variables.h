@@ -12,6 +12,7 @@
 /// The unit's ECU variables and system parameters, read from their retained messages.
 namespace ecu::koru::var {
 
+/// Not to be used by an observer: its wait would hold the delivery thread that brings the message.
 class IVarClient {
  public:
   virtual ~IVarClient() = default;
@@ -22,6 +23,7 @@ class IVarClient {
 
 using SystemParameterMap = std::map<uint32_t, pb::SystemParameterEntry>;
 
+/// Fetches the parameters at its first use and keeps them: a short-lived object of one thread.
 class ISysparamsClient {
  public:
   virtual ~ISysparamsClient() = default;

@@ -1,0 +1,452 @@
+#include "platform/MqttConnection.h"
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/Logging.h"
+#include "platform/Time.h"
+
+namespace ecu::koru::com {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr auto LOG = logging::module("koru.com.mqtt");
+
+constexpr int KEEP_ALIVE_S = 30;
+constexpr milliseconds FIRST_PAUSE{1000};
+constexpr milliseconds LONGEST_PAUSE{30000};
+constexpr milliseconds ANSWER_LIMIT{10000};  // from the look-up's end to the broker's answer to the login
+constexpr milliseconds GOODBYE_LIMIT{500};
+constexpr milliseconds CONNECTING_STEP{100};  // how soon a stop is noticed while connecting
+constexpr milliseconds SERVING_STEP{1000};    // publish() and request_stop() end it early
+constexpr int SEND_BUFFER = 16 * 1024;
+constexpr int MAX_RECEIVED = 1024 * 1024;
+constexpr size_t MAX_SENT = 268'435'455 - 65'537;  // the protocol's longest packet
+constexpr size_t MAX_ERROR_TEXT = 300;
+constexpr int REFUSED_SUBSCRIPTION = 0x80;
+
+thread_local const MqttConnection* t_delivering = nullptr;
+
+/// Messages leave at once, and only a few of them lie in the socket when the broker stops reading.
+void tune(int descriptor) {
+  const int on = 1;
+  setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof SEND_BUFFER);
+  fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+}
+
+bool hung_up(int descriptor) {
+  pollfd watched{descriptor, 0, 0};
+  return poll(&watched, 1, 0) == 1 && (watched.revents & (POLLHUP | POLLERR)) != 0;
+}
+
+/// The library only tries a name's first address when it must not block. The local address that it is told to
+/// use chooses the family of the other one.
+std::vector<const char*> bind_addresses(const std::string& host) {
+  if (host.find(':') != std::string::npos) return {"::"};
+  if (host.find_first_not_of("0123456789.") == std::string::npos) return {"0.0.0.0"};
+  return {"0.0.0.0", "::"};
+}
+
+bool is_plain_loss(int code) {
+  switch (code) {
+    case MOSQ_ERR_SUCCESS:
+    case MOSQ_ERR_NO_CONN:
+    case MOSQ_ERR_CONN_REFUSED:
+    case MOSQ_ERR_CONN_LOST:
+    case MOSQ_ERR_ERRNO:
+    case MOSQ_ERR_EAI:
+    case MOSQ_ERR_LOOKUP:
+    case MOSQ_ERR_KEEPALIVE:
+    case MOSQ_ERR_TIMEOUT:
+      return true;
+    default:
+      return false;
+  }
+}
+
+std::string without_stop(std::string_view sentence) {
+  if (sentence.ends_with('.')) sentence.remove_suffix(1);
+  return std::string(sentence);
+}
+
+std::string reason_of(int code, int system_error) {
+  if (code == MOSQ_ERR_EAI) return gai_strerror(system_error);
+  if (code == MOSQ_ERR_ERRNO) return std::strerror(system_error);
+  if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) return "the connection was closed";
+  return without_stop(mosqpp::strerror(code));
+}
+
+/// Asked for the pass phrase of a key file: there is nobody to type it.
+int no_pass_phrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*user*/) {
+  return 0;
+}
+
+/// A broker ends the connection for a topic that is none, again after each reconnect: it never gets one.
+bool is_text(const std::string& topic) {
+  return !topic.empty() &&
+         mosqpp::validate_utf8(topic.c_str(), static_cast<int>(topic.size())) == MOSQ_ERR_SUCCESS;
+}
+
+bool can_be_sent(const std::string& topic, const Message& message) {
+  return message.payload.size() <= MAX_SENT && is_text(topic) &&
+         mosquitto_pub_topic_check(topic.c_str()) == MOSQ_ERR_SUCCESS;
+}
+
+bool can_be_subscribed(const std::string& topic) {
+  return is_text(topic) && mosquitto_sub_topic_check(topic.c_str()) == MOSQ_ERR_SUCCESS;
+}
+
+const char* text_or_null(const std::string& text) {
+  return text.empty() ? nullptr : text.c_str();
+}
+
+}  // namespace
+
+MqttConnection::MqttConnection(MqttOptions options)
+    : mosquittopp(options.client_name.c_str(), true),
+      m_options(std::move(options)),
+      m_log(logging::escaped(m_options.host) + ":" + std::to_string(m_options.port)) {
+  threaded_set(true);  // calls from other threads queue and wake, only loop() writes
+}
+
+bool MqttConnection::prepare() {
+  if (!check_mqtt_files(m_options)) return false;
+  std::optional<std::string> password;
+  if (!m_options.password_file.empty()) {
+    password = read_password(m_options.password_file);
+    if (!password) return false;
+  }
+  int code = MOSQ_ERR_SUCCESS;
+  if (!m_options.username.empty()) {
+    code = username_pw_set(m_options.username.c_str(), password ? password->c_str() : nullptr);
+  }
+  if (code == MOSQ_ERR_SUCCESS && !m_options.tls_ca.empty()) {
+    code = tls_set(m_options.tls_ca.c_str(), nullptr, text_or_null(m_options.tls_cert),
+                   text_or_null(m_options.tls_key), no_pass_phrase);
+  }
+  if (code != MOSQ_ERR_SUCCESS) LOG.error("No credentials or TLS: ", mosqpp::strerror(code));
+  return code == MOSQ_ERR_SUCCESS;
+}
+
+// ---- The delivery thread
+
+void MqttConnection::run() {
+  t_delivering = this;
+  milliseconds next_pause = FIRST_PAUSE;
+  while (!stopping()) {
+    if (establish()) {
+      next_pause = FIRST_PAUSE;
+      serve();
+    }
+    if (stopping()) break;
+    m_log.failed(m_failure);
+    pause(next_pause);
+    next_pause = std::min(2 * next_pause, LONGEST_PAUSE);
+  }
+  say_goodbye();
+  const std::lock_guard lock(m_mutex);
+  m_ended = true;
+  m_changed.notify_all();
+}
+
+/// Returns when the connection is lost or to be ended.
+void MqttConnection::serve() {
+  while (!stopping()) {
+    if (!step(SERVING_STEP)) {
+      set_lost();
+      return;
+    }
+  }
+}
+
+/// What was queued is written, then the DISCONNECT behind it closes the socket.
+void MqttConnection::say_goodbye() {
+  const auto end = Clock::now() + GOODBYE_LIMIT;
+  while (m_connack == 0 && socket() >= 0 && Clock::now() < end) {
+    if (!step(CONNECTING_STEP)) return;
+  }
+}
+
+bool MqttConnection::stopping() const {
+  const std::lock_guard lock(m_mutex);
+  return m_stopping;
+}
+
+void MqttConnection::pause(milliseconds time) {
+  std::unique_lock lock(m_mutex);
+  m_changed.wait_for(lock, time, [this] { return m_stopping; });
+}
+
+/// One try with every family of addresses; the reason of a failure is that of the first, unless a later one
+/// is somebody's to look after.
+bool MqttConnection::establish() {
+  std::optional<MqttFailure> first;
+  for (const char* address : bind_addresses(m_options.host)) {
+    if (stopping()) return false;
+    if (attempt(address)) return true;
+    abandon();
+    if (!first || m_failure.kind != MqttFailure::Kind::unreachable) first = m_failure;
+  }
+  if (first) m_failure = *first;
+  return false;
+}
+
+bool MqttConnection::attempt(const char* bind_address) {
+  if (!open(bind_address)) return false;
+  const auto end = Clock::now() + ANSWER_LIMIT;
+  int hang_ups = 0;
+  while (!stopping()) {
+    if (!step(CONNECTING_STEP)) return false;
+    if (m_connack == 0) {
+      set_connected();
+      return true;
+    }
+    // During a TLS handshake the library does not notice that the peer is gone. What the peer had sent before
+    // may still have to be read, so the hang-up counts when reading got no further.
+    hang_ups = hung_up(socket()) ? hang_ups + 1 : 0;
+    if (hang_ups > 8) {
+      m_failure = {MqttFailure::Kind::unreachable, "the connection was closed"};
+      return false;
+    }
+    if (Clock::now() >= end) {
+      m_failure = {MqttFailure::Kind::unreachable, "the broker does not answer"};
+      return false;
+    }
+  }
+  return false;
+}
+
+/// Looks up the name, which may take its time, and starts to connect.
+bool MqttConnection::open(const char* bind_address) {
+  m_connack = -1;
+  m_disconnect = 0;
+  m_errors.clear();
+  errno = 0;
+  const int code = connect_async(m_options.host.c_str(), m_options.port, KEEP_ALIVE_S, bind_address);
+  if (code != MOSQ_ERR_SUCCESS) {
+    m_failure = failure(code, errno);
+    return false;
+  }
+  tune(socket());
+  return true;
+}
+
+/// Takes the library's socket down; it closes it when it notices, at the next connect at the latest.
+void MqttConnection::abandon() {
+  if (socket() < 0) return;
+  ::shutdown(socket(), SHUT_RDWR);
+  for (int tries = 0; tries < 3 && socket() >= 0; ++tries) loop(0, 1);
+}
+
+/// One step of the library, then of all that it reported. False when the connection is gone; m_failure tells
+/// why.
+bool MqttConnection::step(milliseconds timeout) {
+  errno = 0;
+  const int code = loop(static_cast<int>(timeout.count()), 1);
+  const int system_error = errno;
+  if (code != MOSQ_ERR_SUCCESS || socket() < 0) m_failure = failure(code, system_error);
+  process_written();
+  for (const auto& [topic, message] : m_received) m_subscriptions.dispatch(topic, message);
+  m_received.clear();
+  return code == MOSQ_ERR_SUCCESS && socket() >= 0;
+}
+
+void MqttConnection::process_written() {
+  bool relieved = false;
+  std::vector<std::string> refused;
+  {
+    const std::lock_guard lock(m_mutex);
+    for (const int mid : m_written) m_outbox.written(mid);
+    m_outbox.set_blocked(want_write());
+    relieved = m_dropping && m_outbox.empty();
+    if (relieved) m_dropping = false;
+    if (m_connected) send_kept();
+    for (const auto& [mid, granted] : m_answers) {
+      const auto topic = m_subscribing.extract(mid);
+      if (!granted && topic) refused.push_back(topic.mapped());
+    }
+  }
+  m_written.clear();
+  m_answers.clear();
+  if (relieved) LOG.notice("The broker takes messages again");
+  for (const auto& topic : refused) {
+    LOG.warning("The broker refused the subscription of \"", logging::escaped(topic), "\"");
+  }
+}
+
+void MqttConnection::set_connected() {
+  m_log.connected();
+  const std::lock_guard lock(m_mutex);
+  if (m_stopping) {
+    disconnect();
+    return;
+  }
+  m_connected = true;
+  for (const auto& [topic, qos] : m_subscriptions.filters()) send_subscribe(topic, qos);
+  send_kept();
+  m_changed.notify_all();
+}
+
+void MqttConnection::set_lost() {
+  m_subscriptions.forget_retained();
+  const std::lock_guard lock(m_mutex);
+  m_connected = false;
+  m_dropping = false;
+  m_outbox.clear();
+  m_subscribing.clear();
+}
+
+MqttFailure MqttConnection::failure(int code, int system_error) const {
+  using Kind = MqttFailure::Kind;
+  if (m_connack > 0) return {Kind::refused, without_stop(mosqpp::connack_string(m_connack))};
+  const bool end_of_stream = m_connack == 0 && m_errors.find("unexpected eof") != std::string::npos;
+  if (!m_options.tls_ca.empty() && !m_errors.empty() && !end_of_stream) return {Kind::tls, m_errors};
+  if (end_of_stream) return {Kind::unreachable, reason_of(MOSQ_ERR_CONN_LOST, 0)};
+  if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) code = m_disconnect;
+  const auto kind = is_plain_loss(code)                                      ? Kind::unreachable
+                    : code == MOSQ_ERR_TLS || code == MOSQ_ERR_TLS_HANDSHAKE ? Kind::tls
+                                                                             : Kind::protocol;
+  return {kind, reason_of(code, system_error)};
+}
+
+// ---- Called by the library inside of loop(), except on_log()
+
+void MqttConnection::on_connect(int code) {
+  m_connack = code;
+}
+
+void MqttConnection::on_disconnect(int code) {
+  m_disconnect = code;
+}
+
+void MqttConnection::on_publish(int mid) {
+  m_written.push_back(mid);
+}
+
+void MqttConnection::on_subscribe(int mid, int count, const int* granted) {
+  m_answers.emplace_back(mid, count > 0 && granted[0] < REFUSED_SUBSCRIPTION);
+}
+
+void MqttConnection::on_message(const mosquitto_message* message) {
+  if (message->payloadlen > MAX_RECEIVED) {
+    LOG.warning("A message of ", message->payloadlen, " bytes on \"", logging::escaped(message->topic),
+                "\" is dropped");
+    return;
+  }
+  const auto* bytes = static_cast<const uint8_t*>(message->payload);
+  m_received.push_back(
+      {message->topic,
+       {DateTime::time_since_boot_ns(), {bytes, bytes + message->payloadlen}, true, message->retain}});
+}
+
+void MqttConnection::on_log(int level, const char* text) {
+  if (level != MOSQ_LOG_ERR || !on_delivery_thread() || m_errors.size() >= MAX_ERROR_TEXT) return;
+  std::string_view line = text;
+  line = line.substr(0, line.find_last_not_of("\r\n") + 1).substr(0, MAX_ERROR_TEXT);
+  m_errors += (m_errors.empty() ? "" : "; ") + std::string(line);
+}
+
+// ---- Any thread
+
+void MqttConnection::request_stop() {
+  const std::lock_guard lock(m_mutex);
+  if (m_stopping) return;
+  m_stopping = true;
+  if (m_connected) disconnect();  // queued behind the rest; wakes the delivery thread
+  m_connected = false;
+  m_changed.notify_all();
+}
+
+bool MqttConnection::wait_until_ended(milliseconds timeout) {
+  std::unique_lock lock(m_mutex);
+  return m_changed.wait_for(lock, timeout, [this] { return m_ended; });
+}
+
+bool MqttConnection::wait_until_connected(milliseconds timeout) {
+  std::unique_lock lock(m_mutex);
+  m_changed.wait_for(lock, timeout, [this] { return m_connected || m_stopping; });
+  return m_connected;
+}
+
+bool MqttConnection::is_connected() const {
+  const std::lock_guard lock(m_mutex);
+  return m_connected;
+}
+
+bool MqttConnection::on_delivery_thread() const {
+  return t_delivering == this;
+}
+
+int MqttConnection::publish(const std::string& topic, const Message& message, Delivery delivery) {
+  bool dropping_begins = false;
+  int code = MOSQ_ERR_NO_CONN;
+  {
+    const std::lock_guard lock(m_mutex);
+    if (delivery == Delivery::until_sent) {
+      if (!can_be_sent(topic, message)) return -MOSQ_ERR_INVAL;
+      m_outbox.keep(topic, message);
+      if (m_connected) send_kept();
+      return m_outbox.on_its_way(topic) ? 0 : -MOSQ_ERR_NO_CONN;
+    }
+    const auto now = Clock::now();
+    if (m_connected && m_outbox.accepts(now)) {
+      int mid = 0;
+      code = hand_over(topic, message, mid);
+      if (code == MOSQ_ERR_SUCCESS) m_outbox.taken(mid, now);
+    } else if (m_connected) {
+      dropping_begins = !std::exchange(m_dropping, true);
+    }
+  }
+  if (dropping_begins) LOG.warning("The broker takes no more messages: they are dropped");
+  return -code;
+}
+
+int MqttConnection::hand_over(const std::string& topic, const Message& message, int& mid) {
+  if (message.payload.size() > MAX_SENT) return MOSQ_ERR_PAYLOAD_SIZE;
+  return mosquittopp::publish(&mid, topic.c_str(), static_cast<int>(message.payload.size()),
+                              message.payload.data(), 0, message.retained);
+}
+
+void MqttConnection::send_kept() {
+  m_outbox.send_kept(Clock::now(), [this](const std::string& topic, const Message& message) {
+    int mid = 0;
+    return hand_over(topic, message, mid) == MOSQ_ERR_SUCCESS ? mid : 0;
+  });
+}
+
+void MqttConnection::send_subscribe(const std::string& topic, int qos) {
+  int mid = 0;
+  if (mosquittopp::subscribe(&mid, topic.c_str(), qos) == MOSQ_ERR_SUCCESS) m_subscribing[mid] = topic;
+}
+
+bool MqttConnection::subscribe(const std::string& topic, const MqttSubscriptions::Observer& observer,
+                               int qos) {
+  if (!observer || qos < 0 || qos > 2 || !can_be_subscribed(topic)) return false;
+  const std::lock_guard lock(m_mutex);
+  if (m_subscriptions.add(topic, observer, qos) && m_connected) send_subscribe(topic, qos);
+  return true;
+}
+
+bool MqttConnection::unsubscribe(const std::string& topic) {
+  bool known = false;
+  {
+    const std::lock_guard lock(m_mutex);
+    known = m_subscriptions.remove(topic);
+    if (m_connected && can_be_subscribed(topic)) mosquittopp::unsubscribe(nullptr, topic.c_str());
+  }
+  if (!on_delivery_thread()) m_subscriptions.wait_until_idle(topic);
+  return known;
+}
+
+}  // namespace ecu::koru::com

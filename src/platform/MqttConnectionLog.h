@@ -1,0 +1,38 @@
+#pragma once
+
+#include <set>
+#include <string>
+
+namespace ecu::koru::com {
+
+/// Why there is no connection.
+struct MqttFailure {
+  enum class Kind {
+    unreachable,  ///< no broker, no answer, or the connection was lost
+    refused,      ///< the broker refused the login
+    tls,
+    protocol
+  };
+  Kind kind;
+  std::string reason;
+};
+
+/// What the ups and downs of the connection put into the log: when it fails, one WARNING, or one ERROR for
+/// each different reason that needs somebody to look after it; when it is there (again), one NOTICE; in
+/// between nothing.
+class MqttConnectionLog {
+ public:
+  /// `peer`: the broker's "host:port".
+  explicit MqttConnectionLog(std::string peer) : m_peer(std::move(peer)) {}
+  void connected();
+  void failed(const MqttFailure& failure);
+
+ private:
+  std::string m_peer;
+  bool m_connected = false;
+  bool m_was_connected = false;
+  bool m_told = false;
+  std::set<std::string> m_reasons;  // of the ERROR records since the last success
+};
+
+}  // namespace ecu::koru::com
