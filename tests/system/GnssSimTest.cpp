@@ -1,0 +1,218 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include "support/Process.h"
+#include "support/Support.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::Not;
+
+/// gnss-sim as a child, its device known.
+class Simulator {
+ public:
+  explicit Simulator(std::vector<std::string> options) {
+    options.insert(options.begin(), test::program("gnss-sim"));
+    m_process = std::make_unique<test::Process>(options);
+    EXPECT_TRUE(m_process->wait_for_output("\n", 5000)) << m_process->err();
+    device = m_process->out().substr(0, m_process->out().find('\n'));
+  }
+  test::Process& process() { return *m_process; }
+  /// Ends it as Ctrl-C does and expects that it goes at once and cleanly.
+  void interrupt() {
+    m_process->signal(SIGINT);
+    EXPECT_EQ(m_process->wait_for_exit(500), 0) << m_process->err();
+  }
+  std::string device;
+
+ private:
+  std::unique_ptr<test::Process> m_process;
+};
+
+/// The host's end; closed at the end of the block. Speed 0 leaves the attributes as they are.
+class Port {
+ public:
+  explicit Port(const std::string& device, speed_t speed = 0)
+      : m_fd(open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK)) {
+    EXPECT_GE(m_fd, 0) << device;
+    if (speed == 0) return;
+    termios attributes{};
+    tcgetattr(m_fd, &attributes);
+    cfmakeraw(&attributes);
+    cfsetspeed(&attributes, speed);
+    tcsetattr(m_fd, TCSANOW, &attributes);
+  }
+  ~Port() { close(m_fd); }
+  Port(const Port&) = delete;
+  Port& operator=(const Port&) = delete;
+
+  /// What comes within a time.
+  std::string read_for(std::chrono::milliseconds time) {
+    std::string text;
+    const auto end = std::chrono::steady_clock::now() + time;
+    for (auto rest = time; rest > 0ms; rest = left(end)) {
+      pollfd state{m_fd, POLLIN, 0};
+      if (poll(&state, 1, static_cast<int>(rest.count())) <= 0) break;
+      char block[512];
+      const ssize_t count = read(m_fd, block, sizeof block);
+      if (count <= 0) break;
+      text.append(block, static_cast<size_t>(count));
+    }
+    return text;
+  }
+  [[nodiscard]] int descriptor() const { return m_fd; }
+
+ private:
+  static std::chrono::milliseconds left(std::chrono::steady_clock::time_point end) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+  }
+  int m_fd;
+};
+
+/// Epochs are told apart by the seconds in their RMC.
+int seconds_of_first_rmc(const std::string& text) {
+  const size_t at = text.find("RMC,");
+  return at == std::string::npos
+             ? -1
+             : std::stoi(text.substr(at + 8, 4)) / 100 * 60 + std::stoi(text.substr(at + 8, 4)) % 100;
+}
+
+TEST(GnssSim, LinkIsThereWhileItRunsAndReplacesOnlyLinks) {
+  const test::TempDir folder;
+  const std::string link = folder / "gnss";
+  std::filesystem::create_symlink("/nowhere", link);
+  for (const int signal : {SIGINT, SIGTERM}) {
+    Simulator simulator({"--link", link});
+    EXPECT_EQ(std::filesystem::read_symlink(link), simulator.device);
+    simulator.process().signal(signal);
+    EXPECT_EQ(simulator.process().wait_for_exit(500), 0);
+    EXPECT_THAT(simulator.process().err(), HasSubstr("epochs"));
+    EXPECT_FALSE(std::filesystem::is_symlink(link));
+  }
+  const std::string file = folder.write("file", "precious");
+  test::Process refused({test::program("gnss-sim"), "--link", file});
+  EXPECT_EQ(refused.wait_for_exit(2000), 2);
+  EXPECT_THAT(refused.err(), HasSubstr(file + ": File exists"));
+  EXPECT_EQ(std::filesystem::file_size(file), 8U);
+}
+
+TEST(GnssSim, SpeaksAtItsSpeedAndIsGarbageAtAnother) {
+  Simulator simulator({"--rate", "4", "--baud", "57600", "--utc", "2026-05-01T10:00:00Z"});
+  {
+    Port port(simulator.device);  // as it is found
+    const std::string text = port.read_for(900ms);
+    for (const char* part : {"$GNRMC,10000", ",A,48", "GNGGA", "GNGSA", "GNGST", "010526,,,A*"})
+      EXPECT_THAT(text, HasSubstr(part));
+  }
+  {
+    Port port(simulator.device, B19200);
+    const std::string garbage = port.read_for(900ms);
+    EXPECT_GT(garbage.size(), 200U);
+    EXPECT_THAT(garbage, Not(HasSubstr("RMC")));
+  }
+  Port port(simulator.device, B57600);
+  EXPECT_THAT(port.read_for(900ms), HasSubstr("GNRMC"));
+  ASSERT_EQ(write(port.descriptor(), "hello", 5), 5);
+  EXPECT_THAT(port.read_for(900ms), Not(HasSubstr("hello")));
+  simulator.interrupt();
+  EXPECT_THAT(simulator.process().err(), HasSubstr("; 5 bytes from the host"));
+}
+
+TEST(GnssSim, KeepsNothingForAHostThatComesLate) {
+  Simulator simulator({"--rate", "10", "--gsv", "on", "--baud", "230400", "--utc", "2026-05-01T10:00:00Z"});
+  std::this_thread::sleep_for(1200ms);
+  EXPECT_GE(seconds_of_first_rmc(Port(simulator.device).read_for(500ms)), 1);
+  {
+    const Port idle(simulator.device);  // does not read; 3.2 s overfill the terminal
+    std::this_thread::sleep_for(4000ms);
+  }
+  std::this_thread::sleep_for(300ms);
+  EXPECT_GE(seconds_of_first_rmc(Port(simulator.device).read_for(500ms)), 5);
+  simulator.interrupt();
+  EXPECT_THAT(simulator.process().err(),
+              testing::ContainsRegex("to nobody and [1-9][0-9]* not read in time"));
+}
+
+TEST(GnssSim, TracesWhatItSends) {
+  const test::TempDir folder;
+  Simulator simulator({"--rate", "2", "--trace", folder / "trace", "--seconds", "2.2"});
+  Port port(simulator.device);
+  const std::string text = port.read_for(1900ms);
+  EXPECT_EQ(simulator.process().wait_for_exit(2000), 0);
+  std::ifstream trace(folder / "trace");
+  std::string line, together;
+  int64_t before_ns = 0, longest_ns = 0;
+  while (std::getline(trace, line)) {
+    const int64_t at_ns = std::stoll(line);
+    EXPECT_GT(at_ns, before_ns);
+    if (before_ns != 0) longest_ns = std::max(longest_ns, at_ns - before_ns);
+    before_ns = at_ns;
+    together += line.substr(line.find(' ') + 1) + "\r\n";
+  }
+  const size_t first = text.find("$GN");
+  ASSERT_GT(text.size(), first + 500);
+  EXPECT_THAT(together, HasSubstr(text.substr(first, 500)));
+  // From GST to the next RMC: half a second without the 300 bytes of the burst.
+  EXPECT_NEAR(static_cast<double>(longest_ns) / 1e6, 500 - 300 * 0.26 + 70 * 0.26, 40);
+}
+
+TEST(GnssSim, ReplaysToTheLastByteAndEnds) {
+  const test::TempDir folder;
+  std::string log;
+  for (int i = 0; i < 20; ++i)
+    log += "$GNRMC,1000" + std::to_string(10 + i) + ".00,A*00\r\n\xB5\x62\x01\x02$GNGST," +
+           std::string(200, 'x') + "\r\n";
+  Simulator simulator({"--replay", folder.write("log", log), "--speed", "20", "--baud", "115200"});
+  std::this_thread::sleep_for(300ms);  // it waits for the host
+  Port port(simulator.device);
+  std::this_thread::sleep_for(500ms);  // and until a slow one has read it all
+  EXPECT_EQ(port.read_for(3000ms), log);
+  EXPECT_EQ(simulator.process().wait_for_exit(2000), 0);
+  EXPECT_THAT(simulator.process().err(), HasSubstr("20 epochs"));
+}
+
+TEST(GnssSim, WrongOptionsAreExplained) {
+  const test::TempDir folder;
+  const std::string route = folder.write("route.csv", "48,10,400\n48.01,ten,400\n");
+  const struct {
+    std::vector<std::string> options;
+    std::string expected;
+  } cases[] = {
+      {{"--baud", "14400"}, "--baud: 14400"},
+      {{"--rate", "0"}, "--rate"},
+      {{"--nonsense"}, "--nonsense"},
+      {{"--utc", "noon"}, "--utc: not a time"},
+      {{"--fault", "drop=1.5"}, "fault drop: 1.5 is not within 0 to 1"},
+      {{"--fault", "jam=1"}, "unknown fault \"jam\""},
+      {{"--route", route}, route + ":2: column lon is not a number: ten"},
+      {{"--route", folder / "none"}, "none: No such file"},
+      {{"--replay", route}, "holds no RMC sentence"},
+      {{"--loop"}, "--replay"},
+      {{"--systems", "gps,gps"}, "given twice"},
+      {{"--trace", folder / "no/trace"}, "No such file"},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> argv = c.options;
+    argv.insert(argv.begin(), test::program("gnss-sim"));
+    test::Process process(argv);
+    EXPECT_EQ(process.wait_for_exit(5000), 2) << c.expected;
+    EXPECT_THAT(process.err(), HasSubstr(c.expected));
+    EXPECT_EQ(process.out(), "");
+  }
+}
+
+}  // namespace

@@ -1,0 +1,303 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <charconv>
+#include <cmath>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "sim/gnss/MistunedUart.h"
+#include "sim/gnss/Receiver.h"
+#include "sim/gnss/Utc.h"
+
+namespace ecu::koru::sim {
+namespace {
+
+using Fields = std::vector<std::string>;
+
+std::string read_all(Receiver& receiver) {
+  std::string text;
+  uint8_t block[100];
+  while (const size_t count = receiver.read(block)) text.append(block, block + count);
+  return text;
+}
+
+/// Cuts a stream into sentences; anything that is not whole sentences with right checksums is a failure.
+std::vector<Fields> sentences_in(const std::string& text) {
+  std::vector<Fields> sentences;
+  for (size_t at = 0; at < text.size();) {
+    const size_t end = text.find("\r\n", at);
+    const size_t star = text.rfind('*', end);
+    if (end == std::string::npos || text[at] != '$' || star != end - 3) {
+      ADD_FAILURE() << "no sentence at " << at << ": " << text.substr(at, 90);
+      return sentences;
+    }
+    const std::string body = text.substr(at + 1, star - at - 1);
+    const int sum = std::accumulate(body.begin(), body.end(), 0, [](int all, char c) { return all ^ c; });
+    EXPECT_EQ(std::stoi(text.substr(star + 1, 2), nullptr, 16), sum) << body;
+    Fields fields(1);
+    for (const char c : body) c == ',' ? fields.emplace_back() : (fields.back() += c, fields.back());
+    sentences.push_back(fields);
+    at = end + 2;
+  }
+  return sentences;
+}
+
+std::vector<Fields> run(Receiver& receiver, int64_t until_us) {
+  receiver.advance_to(until_us);
+  return sentences_in(read_all(receiver));
+}
+
+double degrees(const std::string& field, const std::string& hemisphere) {
+  const size_t whole = field.find('.') - 2;
+  const double value = std::stod(field.substr(0, whole)) + std::stod(field.substr(whole)) / 60;
+  return hemisphere == "S" || hemisphere == "W" ? -value : value;
+}
+
+TEST(SimSentences, AreWrittenAsReceiversWriteThem) {
+  Fix fix;
+  fix.utc_us = *parse_iso8601("2026-12-31T23:59:59.999Z");  // to hundredths that is the next year
+  fix.latitude_deg = -(7 + 59.999996 / 60);                 // and these are full degrees
+  fix.longitude_deg = -122.5;
+  fix.altitude_m = -0.04;
+  fix.speed_kmh = 1.852;
+  fix.course_deg = 359.996;
+  fix.satellites = 7;
+  fix.pdop = 1.949, fix.hdop = 1.18, fix.vdop = 1.54;
+  fix.latitude_error_m = 2.5, fix.longitude_error_m = 3.14, fix.altitude_error_m = 10;
+  SentenceOptions options{{Constellation::galileo}, NmeaVersion::v4_10, false};
+  using testing::HasSubstr;
+  using testing::StartsWith;
+  const auto sent = epoch_sentences(fix, options);
+  ASSERT_EQ(sent.size(), 4U);
+  EXPECT_THAT(sent[0], StartsWith("$GARMC,000000.00,A,0800.00000,S,12230.00000,W,1.000,0.00,010127,,,A,V*"));
+  EXPECT_THAT(sent[1], StartsWith("$GAGGA,000000.00,0800.00000,S,12230.00000,W,1,07,1.18,0.0,M,47.6,M,,*"));
+  EXPECT_THAT(sent[2], testing::ContainsRegex("^\\$GAGSA,A,3,[0-9,]*,1.95,1.18,1.54,3\\*"));
+  EXPECT_THAT(sent[3], StartsWith("$GAGST,000000.00,4.0,,,,2.5,3.1,10.0*"));
+
+  fix.valid = false;
+  fix.utc_us = *parse_iso8601("2026-01-02T03:04:05.25Z");
+  options = {{Constellation::gps, Constellation::glonass}, NmeaVersion::v4_0, true};
+  EXPECT_THAT(
+      epoch_sentences(fix, options),
+      testing::ElementsAre(StartsWith("$GNRMC,030405.25,V,,,,,,,020126,,,N*"),
+                           StartsWith("$GNGGA,030405.25,,,,,0,00,99.99,,,,,,*"),
+                           StartsWith("$GNGSA,A,1,,,,,,,,,,,,,99.99,99.99,99.99*"), HasSubstr("GNGSA"),
+                           StartsWith("$GPGSV,1,1,00*79\r\n"), StartsWith("$GLGSV,1,1,00*65\r\n"),
+                           StartsWith("$GNGST,030405.25,,,,,,,*")));
+  EXPECT_EQ(nmea_checksum("GPRMC,083559.00,A,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,A"), 0x57);
+}
+
+void expect_truth(const Fields& rmc, const Fields& gga, const Fields& gsa, const Fields& gst,
+                  const Fix& truth) {
+  constexpr double angle = 0.51e-5 / 60;
+  EXPECT_EQ(rmc[1], gga[1]);
+  EXPECT_EQ(rmc[1], gst[1]);
+  const int clock = std::stoi(rmc[1].substr(0, 6));
+  const double second =
+      clock / 10000 * 3600 + clock / 100 % 100 * 60 + clock % 100 + std::stod(rmc[1].substr(6));
+  EXPECT_NEAR(second, static_cast<double>(truth.utc_us % 86'400'000'000) / 1e6, 0.00501);
+  EXPECT_NEAR(degrees(rmc[3], rmc[4]), truth.latitude_deg, angle);
+  EXPECT_NEAR(degrees(rmc[5], rmc[6]), truth.longitude_deg, angle);
+  EXPECT_EQ(Fields(rmc.begin() + 3, rmc.begin() + 7), Fields(gga.begin() + 2, gga.begin() + 6));
+  EXPECT_NEAR(std::stod(rmc[7]) * 1.852, truth.speed_kmh, 0.001);
+  EXPECT_EQ(rmc[8].empty(), !truth.course_deg.has_value());
+  if (truth.course_deg) {
+    EXPECT_NEAR(std::remainder(std::stod(rmc[8]) - *truth.course_deg, 360.0), 0.0, 0.00501);
+  }
+  EXPECT_EQ(std::stoi(gga[7]), truth.satellites);
+  EXPECT_NEAR(std::stod(gga[9]), truth.altitude_m, 0.0501);
+  EXPECT_NEAR(std::stod(gsa[15]), truth.pdop, 0.00501);
+  EXPECT_NEAR(std::stod(gsa[16]), truth.hdop, 0.00501);
+  EXPECT_NEAR(std::stod(gsa[17]), truth.vdop, 0.00501);
+  EXPECT_NEAR(std::stod(gst[6]), truth.latitude_error_m, 0.0501);
+  EXPECT_NEAR(std::stod(gst[7]), truth.longitude_error_m, 0.0501);
+}
+
+TEST(SimReceiver, SendsTheTruthOfEveryEpochInOrder) {
+  for (const int rate : {1, 3, 4, 10}) {
+    ReceiverOptions options;
+    options.rate_hz = rate;
+    options.baud = 115200;
+    options.start_us = 5'000'000;
+    options.utc_start_us += 10'250'000;  // between two full seconds
+    Receiver receiver(options);
+    int64_t epoch = rate / 4 + (rate % 4 > 0);  // of the first second
+    // Past the stop in the middle of the drive, where there is no course.
+    for (int64_t now = options.start_us; now < 300'000'000; now = receiver.next_byte_us()) {
+      receiver.advance_to(now);
+      if (receiver.run_end_us() == INT64_MAX || receiver.run_end_us() == now) continue;
+      const auto burst = run(receiver, receiver.run_end_us());
+      const int64_t utc_us = *parse_iso8601("2026-01-01T00:00:10Z") + epoch / rate * second_us +
+                             epoch % rate * 1000 / rate * 1000;
+      ASSERT_EQ(burst.size(), 5U);
+      for (size_t i = 0; i < 5; ++i)
+        EXPECT_EQ(burst[i][0], (std::array{"GNRMC", "GNGGA", "GNGSA", "GNGSA", "GNGST"})[i]);
+      EXPECT_EQ(receiver.latest_epoch_us(), utc_us);
+      expect_truth(burst[0], burst[1], burst[3], burst[4], *receiver.truth_at(utc_us));
+      if (testing::Test::HasFailure()) return;
+      ++epoch;
+    }
+    EXPECT_NEAR(static_cast<double>(receiver.statistics().epochs), 295.0 * rate, 1.0);
+  }
+}
+
+TEST(SimReceiver, KeepsTheTimingOfTheLine) {
+  for (const unsigned baud : receiver_bauds) {
+    ReceiverOptions options;
+    options.baud = baud;
+    Receiver receiver(options);
+    size_t bytes = 0;
+    for (int64_t next = receiver.next_byte_us(); next < second_us; next = receiver.next_byte_us()) {
+      receiver.advance_to(next - 1);
+      EXPECT_EQ(receiver.available(), bytes);
+      receiver.advance_to(next);
+      ASSERT_EQ(receiver.available(), ++bytes);
+      EXPECT_NEAR(static_cast<double>(next - options.output_delay_us),
+                  1e7 / baud * static_cast<double>(bytes), 1.0);
+    }
+    EXPECT_EQ(run(receiver, second_us).back()[0], "GNGST");
+    EXPECT_EQ(receiver.next_byte_us(),
+              second_us + options.output_delay_us + static_cast<int64_t>(std::ceil(1e7 / baud)));
+  }
+}
+
+TEST(SimReceiver, LeavesOutWholeSentencesThatTheLineCannotCarry) {
+  ReceiverOptions options;
+  options.rate_hz = 10;
+  options.baud = 19200;  // 192 bytes an epoch
+  Receiver receiver(options);
+  const auto sent = run(receiver, 10 * second_us + options.output_delay_us - 1);
+  const Statistics s = receiver.statistics();
+  EXPECT_EQ(s.epochs, 100U);
+  EXPECT_EQ(sent.size(), s.sentences_sent);
+  EXPECT_EQ(s.sentences_sent + s.sentences_overrun, 500U);
+  EXPECT_EQ(s.sentences_overrun, 200U);  // RMC and GGA fit, and then GST
+  EXPECT_EQ(sent.back()[0], "GNGST");
+}
+
+TEST(SimReceiver, IsGarbageAtAnotherSpeed) {
+  std::string all(256, 0);
+  std::iota(all.begin(), all.end(), '\0');
+  MistunedUart right(9600, 9600);
+  std::string heard;
+  for (size_t i = 0; i < all.size(); ++i)
+    right.byte(static_cast<int64_t>(i) * 10'000'000'000 / 9600, static_cast<uint8_t>(all[i]), heard);
+  EXPECT_EQ(heard, all);
+
+  const struct {
+    unsigned own, host;
+    double least, most;  // bytes heard for one sent
+  } cases[] = {
+      {38400, 19200, 0.3, 0.7}, {38400, 4800, 0.05, 0.2}, {9600, 19200, 1.0, 2.0}, {9600, 115200, 1.5, 5.0}};
+  for (const auto& c : cases) {
+    ReceiverOptions options;
+    options.baud = c.own;
+    Receiver receiver(options);
+    receiver.set_host_baud(c.host);
+    receiver.advance_to(10 * second_us);
+    const std::string garbage = read_all(receiver);
+    const double density =
+        static_cast<double>(garbage.size()) / static_cast<double>(receiver.statistics().bytes_sent);
+    EXPECT_GT(density, c.least) << c.host;
+    EXPECT_LT(density, c.most) << c.host;
+    EXPECT_EQ(garbage.find("RMC"), std::string::npos);
+    receiver.set_host_baud(c.own);
+    EXPECT_EQ(run(receiver, 11 * second_us).size(), 5U);
+    receiver.set_host_baud(0);
+    receiver.advance_to(12 * second_us);
+    EXPECT_EQ(receiver.available(), 0U);
+  }
+}
+
+TEST(SimReceiver, SendsToNobodyWhileThePortIsClosed) {
+  Receiver receiver{ReceiverOptions{}};
+  receiver.advance_to(500'000);
+  const size_t burst = receiver.available();
+  receiver.set_open(false);  // what was not read is gone with the port
+  receiver.advance_to(90'000'000);
+  EXPECT_EQ(receiver.available(), 0U);
+  receiver.set_open(true);
+  EXPECT_EQ(run(receiver, 90'900'000).at(0)[1], "000130.00");
+  EXPECT_GE(receiver.statistics().bytes_lost, 90 * burst);
+  receiver.advance_to(2'000 * second_us);  // a reader that sleeps makes nothing grow
+  EXPECT_LE(receiver.available(), 65536U);
+}
+
+TEST(SimReceiver, RefusesWhatNoReceiverCanDo) {
+  const auto refuses = [](auto change) {
+    ReceiverOptions options;
+    change(options);
+    EXPECT_THROW(Receiver{options}, std::invalid_argument);
+  };
+  refuses([](ReceiverOptions& o) { o.rate_hz = 0; });
+  refuses([](ReceiverOptions& o) { o.rate_hz = 11; });
+  refuses([](ReceiverOptions& o) { o.baud = 14400; });
+  refuses([](ReceiverOptions& o) { o.replay_speed = 0; });
+  refuses([](ReceiverOptions& o) { o.sentences.constellations.clear(); });
+  refuses([](ReceiverOptions& o) { o.sentences.constellations.assign(2, Constellation::gps); });
+}
+
+std::string faulty_stream(const std::string& faults, Statistics* statistics = nullptr) {
+  ReceiverOptions options;
+  options.faults = parse_faults(faults);
+  Receiver receiver(options);
+  std::string text;
+  for (int64_t now = 0; now <= 1000 * second_us; now += 10 * second_us) {
+    receiver.advance_to(now);
+    text += read_all(receiver);
+  }
+  if (statistics != nullptr) *statistics = receiver.statistics();
+  return text;
+}
+
+TEST(SimFaults, AreTheSameForASeedAndHaveTheirRates) {
+  Statistics s;
+  const std::string first = faulty_stream("drop=0.1,corrupt=0.2,split=0.3,seed=7", &s);
+  EXPECT_EQ(first, faulty_stream("split=0.3,drop=0.1,seed=7,corrupt=0.2"));
+  EXPECT_NE(first, faulty_stream("drop=0.1,corrupt=0.2,split=0.3,seed=8"));
+  EXPECT_NEAR(static_cast<double>(s.sentences_dropped), 500, 80);
+  EXPECT_NEAR(static_cast<double>(s.sentences_corrupted), 900, 120);
+  EXPECT_NEAR(static_cast<double>(s.sentences_split), 1350, 150);
+  EXPECT_EQ(faulty_stream("split=1"), faulty_stream("seed=3"));  // late, but the same bytes
+  EXPECT_EQ(faulty_stream("drop=1", &s), "");
+  EXPECT_EQ(s.sentences_sent, 0U);
+
+  const std::string clean = faulty_stream("seed=1");
+  const std::string corrupt = faulty_stream("corrupt=1");
+  ASSERT_EQ(corrupt.size(), clean.size());
+  size_t changed = 0;
+  for (size_t i = 0; i < clean.size(); ++i) changed += corrupt[i] != clean[i];
+  EXPECT_EQ(changed, 5000U);  // one byte of each sentence
+}
+
+TEST(SimFaults, SilenceAndPauses) {
+  Statistics s;
+  EXPECT_EQ(sentences_in(faulty_stream("silence=4@10", &s)).size(), 3000U);
+  EXPECT_EQ(s.silent_epochs, 400U);
+
+  ReceiverOptions options;
+  options.faults = parse_faults("split=1");
+  Receiver receiver(options);
+  const int64_t begin = options.output_delay_us;
+  int64_t longest_gap = 0;
+  for (int64_t now = begin; receiver.next_byte_us() < second_us;) {
+    const int64_t next = receiver.next_byte_us();
+    longest_gap = std::max(longest_gap, next - now);
+    receiver.advance_to(now = next);
+  }
+  EXPECT_GE(longest_gap, 20'000);
+  EXPECT_LE(longest_gap, 151'000);
+  EXPECT_EQ(sentences_in(read_all(receiver)).size(), 5U);
+}
+
+TEST(SimFaults, WrongTextsAreRefused) {
+  for (const char* text :
+       {"", "drop", "drop=", "drop=1.1", "drop=-0.1", "drop=nan", "drop=0.1x", "jam=0.1", "drop=0,drop=0",
+        "silence=5", "silence=5@5", "silence=0@5", "silence=1@90000", "seed=-1", "drop=0,"})
+    EXPECT_THROW((void)parse_faults(text), std::invalid_argument) << text;
+}
+
+}  // namespace
+}  // namespace ecu::koru::sim
