@@ -19,7 +19,11 @@ int64_t wall_us_of(uint64_t boot_ns) {
 }  // namespace
 
 void Viewer::message(const std::string& topic, const com::Message& message) {
-  if (m_finished.raised()) return;
+  // A message comes once for every filter that it matches.
+  const bool again = message.timestamp_ns == m_last_ns && topic == m_last_topic;
+  if (again || m_finished.raised()) return;
+  m_last_ns = message.timestamp_ns;
+  m_last_topic = topic;
   const Arrival arrival{.topic = topic,
                         .payload = message.payload,
                         .wall_us = wall_us_of(message.timestamp_ns),

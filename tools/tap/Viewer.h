@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <string>
 
 #include "platform/Transport.h"
 #include "tools/common/StopSignals.h"
@@ -30,6 +32,8 @@ class Viewer final : public com::ISubscriptionObserver {
   const Style m_style;
   tool::Event m_finished;
   std::atomic<uint64_t> m_seen = 0;
+  uint64_t m_last_ns = 0;  // arrival of the newest message
+  std::string m_last_topic;
 };
 
 }  // namespace ecu::koru::tap
