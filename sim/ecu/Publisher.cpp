@@ -1,6 +1,5 @@
 #include "sim/ecu/Publisher.h"
 
-#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -17,6 +16,7 @@ using namespace std::chrono_literals;
 constexpr auto CONFIRMATION_TIME = 5s;
 constexpr auto ROOM_STEP = 5ms;
 constexpr int ROOM_STEPS = 400;
+constexpr size_t BURST = 64;  // messages that the transport takes at once, whatever it does
 
 }  // namespace
 
@@ -43,7 +43,11 @@ Publisher::Publisher(com::ITransportClient& transport)
     : m_transport(transport), m_echo(std::make_shared<Echo>()) {}
 
 bool Publisher::send(const std::vector<Publication>& publications) {
-  return std::all_of(publications.begin(), publications.end(), [this](const auto& p) { return send_one(p); });
+  for (size_t i = 0; i < publications.size(); ++i) {
+    if (i % BURST == BURST - 1) std::this_thread::sleep_for(ROOM_STEP);
+    if (!send_one(publications[i])) return false;
+  }
+  return true;
 }
 
 bool Publisher::send_confirmed(const std::vector<Publication>& publications) {

@@ -191,4 +191,8 @@ TEST_F(EcuAndTapTest, AReaderThatGoesAwayEndsTheViewerQuietly) {
   EXPECT_EQ(pipeline.wait_for_exit(PATIENCE_MS), 0);
   EXPECT_THAT(pipeline.out(), HasSubstr("system/"));
   EXPECT_THAT(pipeline.err(), IsEmpty());
+  test::Process full(
+      {"sh", "-c", test::program("satnav-tap") + " --port " + std::to_string(broker.port()) + " >/dev/full"});
+  EXPECT_EQ(full.wait_for_exit(PATIENCE_MS), 1);
+  EXPECT_THAT(full.err(), HasSubstr("satnav-tap: cannot write: "));
 }

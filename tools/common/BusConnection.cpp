@@ -3,7 +3,6 @@
 #include <mosquittopp.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -78,7 +77,8 @@ int BusConnection::close(int status) {
   if (!m_started) return status;
   m_started = false;
   if (m_transport->stop()) return status;
-  std::fflush(nullptr);
+  // Without a flush: everything was flushed when it was written, and a thread that is stuck in writing to
+  // standard output would hold up a second one.
   std::_Exit(status);
 }
 

@@ -1,5 +1,6 @@
 #include "tools/tap/Viewer.h"
 
+#include <cerrno>
 #include <cstdio>
 
 #include "platform/Time.h"
@@ -30,9 +31,14 @@ void Viewer::message(const std::string& topic, const com::Message& message) {
                         .boot_ns = message.timestamp_ns,
                         .retained = message.retained};
   const std::string line = m_style.json ? json_line(arrival) + "\n" : human_line(arrival, m_style.sentences);
+  errno = 0;
   const bool written =
       std::fwrite(line.data(), 1, line.size(), stdout) == line.size() && std::fflush(stdout) == 0;
-  if (written) ++m_seen;
+  if (written) {
+    ++m_seen;
+  } else if (errno != EPIPE) {
+    m_write_error = errno;
+  }
   if (!written || m_seen == m_style.count) m_finished.raise();
 }
 

@@ -27,11 +27,14 @@ class Viewer final : public com::ISubscriptionObserver {
   /// Raised when the count is reached or nobody reads the output any more.
   [[nodiscard]] const tool::Event& finished() const { return m_finished; }
   [[nodiscard]] uint64_t seen() const { return m_seen; }
+  /// Why the output could not be written, an errno; 0 when it could, or when its reader merely went away.
+  [[nodiscard]] int write_error() const { return m_write_error; }
 
  private:
   const Style m_style;
   tool::Event m_finished;
   std::atomic<uint64_t> m_seen = 0;
+  std::atomic<int> m_write_error = 0;
   uint64_t m_last_ns = 0;  // arrival of the newest message
   std::string m_last_topic;
 };

@@ -4,7 +4,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cmath>
+#include <cstring>
+#include <iostream>
 
 #include "platform/Time.h"
 #include "tools/common/Options.h"
@@ -29,9 +30,9 @@ constexpr const char* DESCRIPTION =
     "reason and a hex dump. Ends on Ctrl-C and when nobody reads the output any more.";
 
 constexpr const char* FOOTER =
-    "Exit status: 0; with --count 1 when nothing at all arrived; 1 when the broker cannot be reached; 2 for "
-    "wrong "
-    "options.";
+    "Exit status: 0; 1 when the broker cannot be reached, or when --count is given and nothing at all "
+    "arrives; 2 for\n"
+    "wrong options.";
 
 std::string check_filter(const std::string& filter) {
   const bool good = mosquitto_sub_topic_check2(filter.data(), filter.size()) == MOSQ_ERR_SUCCESS;
@@ -78,6 +79,10 @@ int run(const CLI::App& app, const Options& options) {
   if (!bus->open()) return bus->close(tool::EXIT_FAILED);
   const tool::StopSignals signals;
   wait_for_end(*viewer, signals, options.seconds);
+  if (const int error = viewer->write_error(); error != 0) {
+    std::cerr << "satnav-tap: cannot write: " << std::strerror(error) << '\n';
+    return bus->close(tool::EXIT_FAILED);
+  }
   const bool nothing_came = options.style.count > 0 && viewer->seen() == 0;
   return bus->close(nothing_came ? tool::EXIT_FAILED : tool::EXIT_DONE);
 }
