@@ -32,12 +32,13 @@ Vector unit_vector(const RoutePoint& p) {
   return {std::cos(phi) * std::cos(lambda), std::cos(phi) * std::sin(lambda), std::sin(phi)};
 }
 
-/// The course of a movement along `tangent` at the unit vector `at`.
-double course_of(const Vector& at, const Vector& tangent) {
+/// The course at the unit vector `at` of a movement in that direction; what of it points up or down does not
+/// count.
+double course_of(const Vector& at, const Vector& direction) {
   const double lambda = std::atan2(at.y, at.x);
   const Vector east{-std::sin(lambda), std::cos(lambda), 0.0};
   const Vector north{-at.z * std::cos(lambda), -at.z * std::sin(lambda), std::hypot(at.x, at.y)};
-  const double course = std::atan2(dot(tangent, east), dot(tangent, north)) / degree;
+  const double course = std::atan2(dot(direction, east), dot(direction, north)) / degree;
   return course < 0 ? course + 360.0 : course;
 }
 
@@ -49,11 +50,11 @@ RouteState on_great_circle(const RoutePoint& from, const RoutePoint& to, double 
   const Vector a = unit_vector(from);
   const Vector b = unit_vector(to);
   const Vector at = 1.0 / std::sin(angle) * (std::sin(ahead) * a + std::sin(behind) * b);
-  const Vector tangent = std::cos(behind) * b + -std::cos(ahead) * a;
+  const Vector chord = b + -1.0 * a;  // seen from any point of the arc it points along it
   const double altitude = std::lerp(from.altitude_m, to.altitude_m, fraction);
   return {{std::atan2(at.z, std::hypot(at.x, at.y)) / degree, std::atan2(at.y, at.x) / degree, altitude},
           0.0,
-          course_of(at, tangent)};
+          course_of(at, chord)};
 }
 
 const RoutePoint& checked(const RoutePoint& p) {

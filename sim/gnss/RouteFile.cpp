@@ -126,8 +126,11 @@ class TagScanner {
     const size_t end = tag_end();
     std::string_view body = m_text.substr(m_at + 1, end - m_at - 1);
     Tag found{{}, {}, text_before, m_line, body.starts_with('/'), body.ends_with('/')};
-    if (found.closing) body.remove_prefix(1);
-    if (found.empty) body.remove_suffix(1);
+    if (found.closing) {
+      body.remove_prefix(1);
+    } else if (found.empty) {
+      body.remove_suffix(1);
+    }
     const size_t name_end = std::min(body.find_first_of(" \t\r\n"), body.size());
     found.name = body.substr(0, name_end);
     found.name.remove_prefix(found.name.find(':') + 1);  // npos + 1 is 0

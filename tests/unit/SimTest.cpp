@@ -143,6 +143,18 @@ TEST(SimReceiver, SendsTheTruthOfEveryEpochInOrder) {
   }
 }
 
+TEST(SimReceiver, StartsTheRouteAtPowerOn) {
+  ReceiverOptions options;
+  options.utc_start_us += 1234 * second_us;
+  const Receiver receiver(options);
+  for (const int64_t t : {0, 20, 100}) {
+    const Fix truth = *receiver.truth_at(options.utc_start_us + t * second_us);
+    const RouteState state = options.route.at(static_cast<double>(t));
+    EXPECT_EQ(truth.latitude_deg, state.position.latitude_deg);
+    EXPECT_NEAR(truth.speed_kmh, state.speed_ms * 3.6, 1e-9);
+  }
+}
+
 TEST(SimReceiver, KeepsTheTimingOfTheLine) {
   for (const unsigned baud : receiver_bauds) {
     ReceiverOptions options;
@@ -276,6 +288,10 @@ TEST(SimFaults, SilenceAndPauses) {
   Statistics s;
   EXPECT_EQ(sentences_in(faulty_stream("silence=4@10", &s)).size(), 3000U);
   EXPECT_EQ(s.silent_epochs, 400U);
+  ReceiverOptions begin_loud;
+  begin_loud.faults = parse_faults("silence=4@10");
+  Receiver loud(begin_loud);
+  EXPECT_EQ(run(loud, 8 * second_us).size(), 30U);
 
   ReceiverOptions options;
   options.faults = parse_faults("split=1");

@@ -54,6 +54,13 @@ TEST(SimRoute, BuiltInDriveAgreesWithItself) {
   EXPECT_GT(standing, 60);
 }
 
+TEST(SimRoute, LongLegsFollowTheGreatCircle) {
+  Route route({60, 0, 100});
+  route.drive_in({60, 20, 100}, 3600);
+  for (const double t : {1.0, 900.0, 1800.0, 3500.0}) expect_consistent(route, t);
+  EXPECT_GT(route.at(1800).position.latitude_deg, 60.3);
+}
+
 TEST(SimRoute, GpxWithTimesWestSouthAndAcrossTheDateLine) {
   const Route route = parse_gpx(R"(<?xml version="1.0"?><!-- <trkpt lat="x"> -->
     <g:gpx xmlns:g="urn:x"><g:trk><trkseg>
@@ -111,6 +118,7 @@ TEST(SimRoute, BrokenFilesAreNamedWithLineAndReason) {
       {gpx("<trkpt lat='1' lon='2'>\n<trkpt lat='1' lon='2'>"), "f:3: a track point inside"},
       {gpx("</trkpt>"), "f:2: the end of a track point that has no"},
       {gpx("\n<trkpt lat='1"), "f:3: a tag never ends"},
+      {gpx("</><//></ >"), "f:3: no track point"},
       {gpx("<!-- "), "f:2: \"<!--\" never ends"},
       {gpx("<trkpt lat='1' lon='2'/>\n<trkpt lat='1' lon='2'><time>2026-01-01T00:00:00Z</time></trkpt>"),
        "f:3: some track points"},
@@ -189,9 +197,16 @@ TEST(SimReplay, PlaysAtItsPaceAndEnds) {
   EXPECT_NEAR(static_cast<double>(end_us), static_cast<double>(recorded.size()) * 1e7 / 115200, 100);
   options.replay_speed = 1;
   options.replay_loop = true;
-  const std::string looped = play(options, 7'000'000);
-  EXPECT_EQ(looped.substr(recorded.size(), recorded.size()), recorded);
-  EXPECT_GT(looped.size(), 2 * recorded.size());
+  const auto fourth = recorded.find("$GNRMC,,");
+  EXPECT_EQ(play(options, 7'000'000),
+            std::string(recorded) + std::string(recorded) + std::string(recorded.substr(0, fourth)));
+  options.replay_speed = 1000;  // nothing piles up in front of the line
+  options.baud = 4800;
+  options.recording = std::make_shared<Recording>(std::string(recorded), "log");
+  Receiver receiver(options);
+  receiver.advance_to(20'000'000);
+  EXPECT_LT(static_cast<double>(receiver.statistics().epochs),
+            20 * 480.0 / static_cast<double>(recorded.size()) * 4 + 5);
 }
 
 }  // namespace
