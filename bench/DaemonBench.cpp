@@ -1,0 +1,84 @@
+// What a fix costs in the running service: its delay, its processor time, the memory that stays.
+
+#include <mosquittopp.h>
+
+#include <array>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <string>
+
+#include "bench/DaemonRun.h"
+#include "tools/common/Options.h"
+
+namespace {
+
+constexpr std::array<bench::DaemonRate, 3> RATES{{{1, 38400}, {4, 38400}, {10, 115200}}};
+
+/// The value below which the share of all values lies.
+double quantile(const std::vector<double>& ascending, double share) {
+  const auto index = static_cast<size_t>(share * static_cast<double>(ascending.size() - 1) + 0.5);
+  return ascending[index];
+}
+
+double mib(int64_t kib) {
+  return static_cast<double>(kib) / 1024;
+}
+
+std::string loadAverage() {
+  std::string load;
+  std::ifstream("/proc/loadavg") >> load;
+  return load;
+}
+
+void printHead(int seconds) {
+  std::printf("satnavd behind gnss-sim, %d s at each rate; load of the machine %s\n\n", seconds,
+              loadAverage().c_str());
+  std::printf("%-15s %11s   %-31s   %-21s   %-23s\n", "", "", "last byte of GST to subscriber", "per fix",
+              "memory, MiB");
+  std::printf("%-15s %11s   %7s %7s %7s %7s   %12s %8s   %8s %7s %6s\n", "rate", "fixes", "min ms", "median",
+              "99 %", "max", "processor us", "wake-ups", "resident", "private", "peak");
+}
+
+void printRow(const bench::DaemonRate& rate, const bench::DaemonResult& result) {
+  const auto& delays = result.delays_ms;
+  std::printf("%2d Hz %6u bd %5zu/%-5zu   %7.2f %7.2f %7.2f %7.2f   %12.1f %8.1f   %8.2f %7.2f %6.2f\n",
+              rate.hz, rate.baud, delays.size(), result.driven, delays.front(), quantile(delays, 0.5),
+              quantile(delays, 0.99), delays.back(), result.processor_us, result.wake_ups,
+              mib(result.end.resident_kib), mib(result.end.private_kib), mib(result.end.peak_kib));
+  std::fflush(stdout);
+}
+
+void printAims() {
+  std::printf("%-15s %11s   %7s %7s %7.2f %7s   %12.1f %8s   %8.2f\n", "aim", "all", "", "", 10.0, "", 200.0,
+              "", 8.0);
+}
+
+int measureAll(int seconds) {
+  printHead(seconds);
+  for (const auto& rate : RATES) printRow(rate, bench::measureDaemon(rate, seconds));
+  printAims();
+  return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int seconds = 25;
+  CLI::App app("Measures the service of this build against a simulated receiver at 1, 4 and 10 Hz.",
+               "satnavd_daemon_bench");
+  app.add_option("--seconds", seconds, "How long at each rate")
+      ->check(CLI::Range(2, 3600))
+      ->capture_default_str();
+  if (const auto status = ecu::koru::tool::parse_options(app, argc, argv)) return *status;
+  mosqpp::lib_init();
+  int status = EXIT_FAILURE;
+  try {
+    status = measureAll(seconds);
+  } catch (const std::exception& error) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "satnavd_daemon_bench: %s\n", error.what());
+  }
+  mosqpp::lib_cleanup();
+  return status;
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "bench/ProcessFigures.h"
+
+namespace bench {
+
+struct DaemonRate {
+  int hz;
+  unsigned baud;  // of the receiver and of the service
+};
+
+struct DaemonResult {
+  size_t driven = 0;              ///< epochs that the receiver sent while it was measured
+  std::vector<double> delays_ms;  ///< one for each fix that a subscriber got, ascending
+  double processor_us = 0;        ///< per fix, all threads of the service
+  double wake_ups = 0;            ///< per fix, all threads of the service
+  ProcessFigures end;             ///< of the service, at the end
+};
+
+/// Runs the service of this build behind a simulated receiver, with a broker of its own, and measures it for
+/// `seconds` once fixes come through. A fix's delay is the time from the write of the last byte of its GST
+/// sentence to its arrival at a subscriber. Throws std::runtime_error, with what satnavd said, when that
+/// cannot be done. Needs mosqpp::lib_init().
+[[nodiscard]] DaemonResult measureDaemon(const DaemonRate& rate, int seconds);
+
+}  // namespace bench
