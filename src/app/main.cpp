@@ -97,7 +97,7 @@ bool readSimulationSwitch(var::ISysparamsClient& parameters) {
   if (!entry) return false;
   const std::string& value = entry->value();
   LOG.debug("GPSDClient::GPSDClient activateEhorizonSim = ",
-            value.empty() ? -1 : int{static_cast<uint8_t>(value[0])});
+            value.empty() ? "" : std::to_string(static_cast<uint8_t>(value[0])));
   return !value.empty() && value[0] == 1;
 }
 
@@ -114,8 +114,8 @@ void logBanner() {
   if (GnssUtils::debugIt(gpspub::logflag::START_UP)) LOG.debug("log flags ", GnssUtils::logFlags());
 }
 
-/// When the transport's thread is stuck inside the operating system (a name lookup), nothing may be cleaned up under
-/// it: the process ends here.
+/// When the transport's thread is stuck inside the operating system (a name lookup), nothing may be cleaned
+/// up under it: the process ends here.
 void stopTransport(com::ITransportClient& transport, int exit_status) {
   if (!transport.stop()) std::_Exit(exit_status);
 }

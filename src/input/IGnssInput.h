@@ -42,8 +42,8 @@ class IGnssInput {
   [[nodiscard]] virtual int getBytesWaiting() = 0;
   /// Forgets what the buffer holds.
   virtual void clearBuffer() = 0;
-  /// True when waiting() or read() found that the device went away (unplugged, hung up, end of file); until the next
-  /// connect().
+  /// True when waiting() or read() found that the device went away (unplugged, hung up, end of file); until
+  /// the next connect().
   [[nodiscard]] virtual bool isDeviceGone() = 0;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <utility>
 
@@ -29,6 +30,11 @@ constexpr std::array<Baud, 6> BAUD_RATES{
 
 // The receiver's own defaults first, the rates it is rarely found at last.
 constexpr std::array<speed_t, 5> HUNTING_ORDER{B19200, B9600, B38400, B57600, B115200};
+
+std::string octal(unsigned value) {
+  char digits[12];
+  return {digits, std::to_chars(digits, digits + sizeof digits, value, 8).ptr};
+}
 
 std::string dump(const unsigned char* data, int len) {
   return hexDumpMessage(data, len, DUMP_LINE, DUMP_GROUP, true);
@@ -78,14 +84,11 @@ void SerialInput::applyAttributes() {
 }
 
 void SerialInput::logAttributes(const termios& attributes) const {
-  char octal[160];
-  std::snprintf(octal, sizeof octal,
-                "OCTAL OCTAL newtio cflag %o iflag %o oflag %o lflag %o line  %o c_cc[5] %o c_cc[6] %o "
-                "ispeed %o ospeed %o",
-                attributes.c_cflag, attributes.c_iflag, attributes.c_oflag, attributes.c_lflag,
-                attributes.c_line, attributes.c_cc[5], attributes.c_cc[6], attributes.c_ispeed,
-                attributes.c_ospeed);
-  LOG.debug(octal);
+  const termios& t = attributes;
+  LOG.debug("OCTAL OCTAL newtio cflag ", octal(t.c_cflag), " iflag ", octal(t.c_iflag), " oflag ",
+            octal(t.c_oflag), " lflag ", octal(t.c_lflag), " line  ", octal(t.c_line), " c_cc[5] ",
+            octal(t.c_cc[5]), " c_cc[6] ", octal(t.c_cc[6]), " ispeed ", octal(t.c_ispeed), " ospeed ",
+            octal(t.c_ospeed));
   LOG.debug("HEX c_cc ", hexDumpMessage(attributes.c_cc, NCCS, 0, DUMP_GROUP, true));
   LOG.debug("cfgetispeed() ", cfgetispeed(&attributes), " cfgetspeed() ", cfgetospeed(&attributes),
             " baud rate ", m_baud_current);

@@ -36,8 +36,8 @@ void GnssInfo::clear() {
 }
 
 int32_t GnssInfo::getStatus() const {
-  if (m_status == 'A') return m_utc_tm.tm_mday != 0 ? 3 : 2;
-  return m_status == 'V' ? 2 : 1;
+  if (m_status == STATUS_VALID) return m_utc_tm.tm_mday != 0 ? 3 : 2;
+  return m_status == STATUS_WARNING ? 2 : 1;
 }
 
 double GnssInfo::getLatitudeDecDeg() const {
@@ -72,7 +72,7 @@ void GnssInfo::setNavModeGnss(int32_t mode) {
     return;
   }
   m_nav_mode = mode + 1;
-  m_status = mode == 0 ? 'V' : 'A';
+  m_status = mode == 0 ? STATUS_WARNING : STATUS_VALID;
 }
 
 int32_t GnssInfo::getQualityIndicatorGnss() const {

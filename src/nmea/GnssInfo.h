@@ -71,6 +71,9 @@ class GnssInfo {
 
 /// The bit of m_utc_valid_flags that says that UTC itself is valid.
 inline constexpr uint8_t UTC_VALID = 0x04;
+/// Values of m_status.
+inline constexpr int32_t STATUS_VALID = 0x41;    // 'A'
+inline constexpr int32_t STATUS_WARNING = 0x56;  // 'V'
 inline constexpr int32_t OFFSET_NOT_AVAILABLE = 255;
 inline constexpr uint8_t SUMMER_TIME_NOT_AVAILABLE = 3;
 

@@ -59,7 +59,7 @@ TimeOfDay timeOfDay(std::string_view field) {
 
 void takeDate(std::string_view date, const TimeOfDay& time, GnssInfo& info) {
   if (time.fraction_us == -1) return;
-  if (info.m_status != 'A' && (info.m_utc_valid_flags & UTC_VALID) == 0) return;
+  if (info.m_status != STATUS_VALID && (info.m_utc_valid_flags & UTC_VALID) == 0) return;
   if (date.size() != DATE_LEN || !isDigits(date)) return;
   if (parseDateTime(date, time.text, info.m_utc_tm)) info.m_utc_fraction_us = time.fraction_us;
 }
