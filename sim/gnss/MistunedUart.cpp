@@ -37,7 +37,7 @@ void MistunedUart::sample(bool high, std::string& out) {
 }
 
 int64_t MistunedUart::sample_ns() const {
-  return m_start_ns + (2 * m_bit + 1) * second_ns / (2 * m_uart_baud);
+  return m_start_ns + (2 * m_bit + 1) * second_ns / (int64_t{2} * m_uart_baud);
 }
 
 }  // namespace ecu::koru::sim

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 
 #include "sim/gnss/Utc.h"
@@ -15,9 +14,9 @@ constexpr double geoid_separation_m = 47.6;
 constexpr double no_dop = 99.99;  // what stands for "none"
 
 std::string zero_padded(int64_t value, int width) {
-  char text[24];
-  std::snprintf(text, sizeof text, "%0*lld", width, static_cast<long long>(value));
-  return text;
+  const std::string digits = std::to_string(value);
+  return std::string(static_cast<size_t>(width) - std::min(static_cast<size_t>(width), digits.size()), '0') +
+         digits;
 }
 
 /// Fixed decimals by integers alone: neither locale nor binary fractions show.
@@ -71,9 +70,9 @@ class Builder {
     return angle(fix.latitude_deg, 2, "N", "S").angle(fix.longitude_deg, 3, "E", "W");
   }
   [[nodiscard]] std::string finish() const {
-    char tail[8];
-    std::snprintf(tail, sizeof tail, "*%02X\r\n", static_cast<unsigned>(nmea_checksum(m_text)));
-    return "$" + m_text + tail;
+    constexpr std::string_view hex = "0123456789ABCDEF";
+    const uint8_t sum = nmea_checksum(m_text);
+    return "$" + m_text + "*" + hex[sum >> 4U] + hex[sum & 0xFU] + "\r\n";
   }
 
  private:

@@ -42,7 +42,7 @@ const ConstellationNames& names_of(Constellation constellation) {
 
 std::vector<Satellite> satellites_in_view(Constellation constellation, int64_t utc_us) {
   const Orbits& orbit = orbits_of(constellation);
-  const auto minutes = static_cast<int>(utc_us / (60 * second_us) % (75 * 360));
+  const auto minutes = static_cast<int>(utc_us / (60 * second_us) % (int64_t{75} * 360));
   std::vector<Satellite> seen;
   for (int i = 0; i < orbit.in_view; ++i) {
     const int elevation = 8 + (i * 29 + minutes) % 75;

@@ -1,7 +1,6 @@
 #include "sim/gnss/Trace.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "sim/gnss/Files.h"
@@ -31,14 +30,14 @@ void Trace::interrupted() {
 
 void Trace::finish(int64_t monotonic_ns) {
   if (m_sentence.ends_with("\r\n")) m_sentence.resize(m_sentence.size() - 2);
+  constexpr std::string_view hex = "0123456789ABCDEF";
   std::string line = std::to_string(monotonic_ns) + ' ';
   for (const char c : m_sentence) {
     if (c >= 0x20 && c < 0x7F) {
       line += c;
     } else {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned>(static_cast<uint8_t>(c)));
-      line += escaped;
+      const auto byte = static_cast<uint8_t>(c);
+      line += {'\\', 'x', hex[byte >> 4U], hex[byte & 0xFU]};
     }
   }
   m_file << line << '\n' << std::flush;

@@ -5,7 +5,7 @@
 
 int main(int argc, char** argv) {
   namespace sim = ecu::koru::sim;
-  std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGPIPE, SIG_IGN);
   const sim::ParsedOptions parsed = sim::parse_options(argc, argv);
   if (!parsed.options) return parsed.exit_status;
   try {

@@ -95,9 +95,9 @@ void expect_truth(const Fields& rmc, const Fields& gga, const Fields& gsa, const
   EXPECT_EQ(rmc[1], gga[1]);
   EXPECT_EQ(rmc[1], gst[1]);
   const int clock = std::stoi(rmc[1].substr(0, 6));
-  const double second =
-      clock / 10000 * 3600 + clock / 100 % 100 * 60 + clock % 100 + std::stod(rmc[1].substr(6));
-  EXPECT_NEAR(second, static_cast<double>(truth.utc_us % 86'400'000'000) / 1e6, 0.00501);
+  const int second = clock / 10000 * 3600 + clock / 100 % 100 * 60 + clock % 100;
+  EXPECT_NEAR(second + std::stod(rmc[1].substr(6)), static_cast<double>(truth.utc_us % 86'400'000'000) / 1e6,
+              0.00501);
   EXPECT_NEAR(degrees(rmc[3], rmc[4]), truth.latitude_deg, angle);
   EXPECT_NEAR(degrees(rmc[5], rmc[6]), truth.longitude_deg, angle);
   EXPECT_EQ(Fields(rmc.begin() + 3, rmc.begin() + 7), Fields(gga.begin() + 2, gga.begin() + 6));

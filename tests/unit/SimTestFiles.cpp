@@ -37,7 +37,8 @@ TEST(SimRoute, BuiltInDriveAgreesWithItself) {
   EXPECT_GT(route.length_m(), 5000);
   double lowest = 1e9, highest = -1e9, fastest = 0;
   int standing = 0;
-  for (double t = 0; t < 2 * route.duration_s(); t += 0.37) {
+  for (int i = 0; 0.37 * i < 2 * route.duration_s(); ++i) {
+    const double t = 0.37 * i;
     expect_consistent(route, t);
     const RouteState state = route.at(t);
     lowest = std::min(lowest, state.position.altitude_m);
