@@ -176,10 +176,10 @@ TEST(GnssSim, ReplaysToTheLastByteAndEnds) {
   for (int i = 0; i < 20; ++i)
     log += "$GNRMC,1000" + std::to_string(10 + i) + ".00,A*00\r\n\xB5\x62\x01\x02$GNGST," +
            std::string(200, 'x') + "\r\n";
-  Simulator simulator({"--replay", folder.write("log", log), "--speed", "20", "--baud", "115200"});
+  Simulator simulator({"--replay", folder.write("log", log), "--speed", "50", "--baud", "115200"});
   std::this_thread::sleep_for(300ms);  // it waits for the host
   Port port(simulator.device);
-  std::this_thread::sleep_for(500ms);  // and until a slow one has read it all
+  std::this_thread::sleep_for(1000ms);  // and, at its end, until a slow one has read it all
   EXPECT_EQ(port.read_for(3000ms), log);
   EXPECT_EQ(simulator.process().wait_for_exit(2000), 0);
   EXPECT_THAT(simulator.process().err(), HasSubstr("20 epochs"));
