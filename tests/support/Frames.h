@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+/// What a receiver sends, built here once more and not with the service's own code.
+namespace test {
+
+/// "$" body "*" checksum CR LF
+inline std::string nmea(std::string_view body) {
+  unsigned sum = 0;
+  for (const char c : body) sum ^= static_cast<unsigned char>(c);
+  char tail[8];
+  std::snprintf(tail, sizeof tail, "*%02X\r\n", sum & 0xFF);
+  return "$" + std::string(body) + tail;
+}
+
+/// A whole UBX message.
+inline std::string ubx(uint8_t message_class, uint8_t id, std::string_view payload) {
+  std::string frame{'\xB5',
+                    '\x62',
+                    static_cast<char>(message_class),
+                    static_cast<char>(id),
+                    static_cast<char>(payload.size() & 0xFF),
+                    static_cast<char>(payload.size() >> 8)};
+  frame += payload;
+  uint8_t a = 0;
+  uint8_t b = 0;
+  for (const char c : frame.substr(2)) b = static_cast<uint8_t>(b + (a = static_cast<uint8_t>(a + c)));
+  return frame + static_cast<char>(a) + static_cast<char>(b);
+}
+
+}  // namespace test

@@ -1,0 +1,113 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <list>
+#include <sstream>
+
+#include "app/ApplyConfiguration.h"
+#include "app/Options.h"
+#include "input/SerialInput.h"
+#include "nmea/GnssUtils.h"
+#include "platform/MemoryTransport.h"
+#include "support/FakeTerminal.h"
+#include "support/LogCapture.h"
+
+using namespace ecu::koru;
+using namespace ecu::koru::gpspub;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+Options parsed(const std::string& line, int result = 1) {
+  static std::list<std::vector<std::string>> lines;  // getopt remembers where it was
+  std::istringstream input("satnavd " + line);
+  auto& words =
+      lines.emplace_back(std::istream_iterator<std::string>(input), std::istream_iterator<std::string>());
+  std::vector<char*> argv;
+  for (auto& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  Options options;
+  EXPECT_EQ(parse_opts(static_cast<int>(words.size()), argv.data(), options), result) << line;
+  logging::set_log_mode(logging::LogMode::STDERR);
+  return options;
+}
+
+/// The service as a command line and a file set it up.
+struct Configured {
+  SerialInput* input = new SerialInput(std::make_unique<test::FakeTerminal>());  // owned by the service
+  std::shared_ptr<com::ITransportClient> bus = std::make_shared<com::MemoryTransport>();
+  GPSDClient service{bus, "v", "true", "zpt", "/dev/ttyFP3", std::unique_ptr<IGnssInput>(input)};
+  UbloxConfig& ublox = service.ubloxConfig();
+  std::string log;
+
+  Configured(const std::string& command_line, const std::string& text) {
+    test::LogCapture capture;
+    auto config = std::make_unique<config::Configuration>();
+    std::istringstream file(text);
+    config::set_config_from_input(config, file);
+    registerKeys(*config);
+    EXPECT_TRUE(config->verify());
+    applyConfiguration(parsed(command_line), *config, service);
+    log = capture.take();
+  }
+};
+
+}  // namespace
+
+TEST(AppTest, OptionsAreStored) {
+  for (const auto* line :
+       {"-c a -g b -l c -b 9600 -s 010 -a 0x7 -d 0x80000001 --disable-hw-init --log-stdout",
+        "--config=a --gnssdevice b --loglevel=c --baudrate 0x2580 --gnsssystem 8 "
+        "--gnssaugmentation 07 --debugflags=2147483649 --disable-hw-init --log-stdout"}) {
+    const Options options = parsed(line);
+    EXPECT_EQ(options.config_path + options.device + options.log_level, "abc");
+    EXPECT_THAT(
+        (std::vector{options.baud_rate, options.gnss_system, options.augmentation, options.debug_flags}),
+        ElementsAre(9600, 8, 7, 0x80000001));
+    EXPECT_TRUE(options.debug_flags_given && options.disable_hw_init && options.log_to_stdout);
+  }
+  test::LogCapture log;
+  const Options options = parsed("-b x -s 4294967296 -a y -d zz -v");
+  EXPECT_EQ(options.baud_rate + options.gnss_system + options.augmentation, 0U);
+  EXPECT_TRUE(options.debug_flags == 1 && !options.debug_flags_given && options.log_level == "DEBUG");
+  for (const auto* line : {"--help", "-h", "-h x", "-x", "-d"}) parsed(line, 0);
+}
+
+TEST(AppTest, AnOptionBeatsTheFileAndTheFileTheDefault) {
+  const struct {
+    std::string options, file;
+    unsigned baud, systems, augmentation, log_flags;
+    bool stopped;
+    std::string record;
+  } rows[] = {{"", "", 38400, 3, 3, 0x40, false, "radio_silence_configured = true"},
+              {"", "baud_rate = 0x2580\ngnss_system = 01\ngnss_augmentation = 04\ndebugflags = 0x10", 9600, 3,
+               4, 0x10, false, "gnss_augmentation = 0x4"},
+              {"-b 57600 -s 0xA -a 2 -d 8 --disable-hw-init",
+               "baud_rate = 9600\ngnss_augmentation = 1\ndebugflags = 0x10", 57600, 10, 2, 0x40, true,
+               "arg gnss_system = 0xa"},
+              {"-s 2", "disable_hw_init = yes\nloglevel = WARNING", 38400, 2, 0, 0x40, false,
+               "arg gnss_system = 0x2"},
+              {"", "baud_rate = 14400\ndisable_hw_init = 1", 19200, 3, 3, 0x40, true,
+               "baud rate not supported 14400"},
+              {"", "baud_rate = fast\ngnss_augmentation = x\ndebugflags = x", 38400, 3, 3, 0x40, false,
+               "baud rate invalid fast"},
+              {"", "disable_hw_init = true\nbaud_rate = 99999999999", 38400, 3, 3, 0x40, true,
+               "configProp error stoul"}};
+  for (const auto& row : rows) {
+    GnssUtils::setLogFlags(0x40);
+    const Configured unit(row.options, row.file);
+    EXPECT_THAT((std::vector{unit.input->getBaudRate(), unit.ublox.gnssSystemRequested(),
+                             unit.ublox.gnssAugmentationRequested(), GnssUtils::logFlags()}),
+                ElementsAre(row.baud, row.systems, row.augmentation, row.log_flags))
+        << row.file;
+    EXPECT_EQ(unit.ublox.isStopped(), row.stopped) << row.file;
+    EXPECT_THAT(unit.log, HasSubstr(" koru.gpspub: " + row.record + "\n"));
+    EXPECT_EQ(unit.log.find("radio_silence_configured") == std::string::npos, row.file.ends_with("WARNING"));
+  }
+  GnssUtils::setLogFlags(0);
+  const Configured unit(
+      "", "raw_cmd_post[4] = 7A\nraw_cmd_post[0] = b562\nraw_cmd_post[1] = b5xx\nraw_cmd_post[2] = b");
+  EXPECT_THAT(unit.ublox.rawCmdPost(), ElementsAre("\xB5\x62", "z"));
+  EXPECT_THAT(unit.log, HasSubstr("Hex to bin error in hex_raw_cmd_post at pos 2 in b5xx\n"));
+}

@@ -1,0 +1,187 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <ctime>
+
+#include "nmea/GnssInfo.h"
+#include "nmea/GnssUtils.h"
+#include "nmea/NmeaFields.h"
+#include "nmea/UtcCalendar.h"
+
+using namespace ecu::koru::gpspub;
+
+namespace {
+
+const double NONE = std::nan("");
+
+GnssInfo parsed(const std::string& sentence, GnssInfo info = GnssInfo()) {
+  const std::string type = sentence.substr(3, 3);
+  if (type == "RMC") GnssUtils::parseRMCString(sentence + "*00\r\n", info);
+  if (type == "GGA") GnssUtils::parseGGAString(sentence + "*00\r\n", info);
+  if (type == "GSA") GnssUtils::parseGSAString(sentence + "*00\r\n", info);
+  if (type == "GST") GnssUtils::parseGSTString(sentence + "*00\r\n", info);
+  return info;
+}
+
+/// Values as a text, so that "not available" equals itself.
+std::string shown(std::initializer_list<double> values) {
+  std::string text;
+  for (const double value : values) text += (std::isnan(value) ? "-" : std::to_string(value)) + " ";
+  return text;
+}
+
+}  // namespace
+
+TEST(NmeaRecordTest, ClearKeepsJustWhatOutlivesAnEpoch) {
+  GnssInfo info;
+  const auto reals = {&info.m_latitude, &info.m_longitude, &info.m_speed,          &info.m_course,
+                      &info.m_spare_1,  &info.m_gga_time,  &info.m_position_error, &info.m_altitude,
+                      &info.m_hdop,     &info.m_vdop,      &info.m_pdop,           &info.m_spare_3};
+  const auto counts = {&info.m_nav_mode, &info.m_status, &info.m_quality_indicator, &info.m_num_satellites};
+  for (double* real : reals) *real = 1;
+  for (int32_t* count : counts) *count = 1;
+  info.m_spare_2 = info.m_receiver_flag = info.m_summer_time = info.m_utc_valid_flags = 1;
+  info.m_utc_time_us = info.m_frame_time = info.m_utc_fraction_us = info.m_utc_tm.tm_mday = 1;
+  info.m_local_hour_offset = info.m_local_minute_offset = 1;
+  info.clear();
+  for (const double* real : reals) EXPECT_TRUE(std::isnan(*real));
+  for (const int32_t* count : counts) EXPECT_EQ(*count, -1);
+  EXPECT_EQ(info.m_spare_2 + info.m_receiver_flag + info.m_summer_time + info.m_utc_valid_flags, 4);
+  EXPECT_EQ(info.m_frame_time + info.m_utc_fraction_us + info.m_utc_tm.tm_mday, 0);
+  EXPECT_TRUE(info.m_local_hour_offset == 255 && info.m_local_minute_offset == 255);
+  EXPECT_TRUE(std::isnan(info.getLatitudeDecDeg()) && info.getUtcTimeUs() == -1 && info.getStatus() == 1);
+}
+
+TEST(NmeaRecordTest, TranslatesTheCodesOfTheBuses) {
+  const struct {
+    int set, nav_mode, nav_mode_stored, quality, quality_stored, status_undated, status_dated;
+  } rows[] = {{-1, -1, -1, -1, -1, 1, 1}, {0, 0, 1, 0, 0, 2, 2},   {1, 1, 2, 1, 1, 2, 3},
+              {2, 2, 3, 2, 2, 2, 3},      {3, -1, -1, 3, 6, 1, 1}, {4, -1, -1, -1, -1, 1, 1}};
+  for (const auto& row : rows) {
+    GnssInfo info;
+    info.setNavModeGnss(row.set);
+    info.setQualityIndicatorGnss(row.set);
+    EXPECT_TRUE(info.getNavModeGnss() == row.nav_mode && info.m_nav_mode == row.nav_mode_stored) << row.set;
+    EXPECT_TRUE(info.getQualityIndicatorGnss() == row.quality &&
+                info.m_quality_indicator == row.quality_stored);
+    EXPECT_EQ(info.getStatus(), row.status_undated) << row.set;
+    info.m_utc_tm.tm_mday = 1;
+    EXPECT_EQ(info.getStatus(), row.status_dated) << row.set;
+    info.setLatitudeDegDec(-48.1173);
+    EXPECT_EQ(shown({info.m_latitude, info.getLatitudeDecDeg()}), shown({-4807.038, -48.1173}));
+  }
+}
+
+TEST(NmeaRecordTest, DatesAreThoseOfStrptimeInEveryZone) {
+  setenv("TZ", "XST3:30XDT,M3.2.0,M11.1.0", 1);  // half hours, summer time
+  tzset();
+  for (int i = 0; i < 31 * 12 * 100; ++i) {
+    char text[80];  // 30 and 31 February too
+    const int s = i * 7919 % 86400;
+    std::snprintf(text, sizeof text, "%02d%02d%02d:%02d%02d%02d", i % 31 + 1, i / 31 % 12 + 1, i / 372,
+                  s / 3600, s / 60 % 60, s % 60);
+    std::tm expected{};
+    std::tm utc{};
+    ASSERT_NE(strptime(text, "%d%m%y:%H%M%S", &expected), nullptr);
+    ASSERT_TRUE(parseDateTime({text, 6}, {text + 7, 6}, utc));
+    for (const auto member :
+         {&std::tm::tm_sec, &std::tm::tm_min, &std::tm::tm_hour, &std::tm::tm_mday, &std::tm::tm_mon,
+          &std::tm::tm_year, &std::tm::tm_wday, &std::tm::tm_yday, &std::tm::tm_isdst})
+      ASSERT_EQ(utc.*member, expected.*member) << text;
+    ASSERT_EQ(secondsSinceEpoch(utc), timegm(&expected)) << text;
+  }
+  EXPECT_EQ(parsed("$GPRMC,123519.50,A,,,,,,,230394,,").getUtcTimeUs(), 764'426'119'500'000);
+  unsetenv("TZ");
+  tzset();
+}
+
+TEST(NmeaRecordTest, TakesTheDateOfATrustedRmcOnly) {
+  const struct {
+    std::string time, status, date;
+    uint8_t utc_flags;
+    int64_t fraction_us;
+    int day;  // 0: no date
+  } rows[] = {{"123519", "A", "230394", 0, 0, 23},
+              {"123519.00", "A", "230394", 0, 0, 23},
+              {"123519.50", "A", "230394", 0, 500'000, 23},
+              {"123519.01", "A", "230394", 0, 10'000, 23},
+              {"123519.5", "A", "230394", 0, -1, 0},
+              {"12351.500", "A", "230394", 0, 500'000, 23},
+              {"1235195..", "A", "230394", 0, -1, 0},
+              {"123519..5", "A", "230394", 0, 0, 23},
+              {"12351x", "A", "230394", 0, -1, 0},
+              {"123519x50", "A", "230394", 0, -1, 0},
+              {"123519.500", "A", "230394", 0, -1, 0},
+              {"", "A", "230394", 0, -1, 0},
+              {"123519.50", "V", "230394", 3, 0, 0},
+              {"123519.50", "V", "230394", 4, 500'000, 23},
+              {"123519", "A", "23039", 0, 0, 0},
+              {"123519", "A", "23039x", 0, 0, 0},
+              {"123519", "A", "000394", 0, 0, 0},
+              {"123519", "A", "320394", 0, 0, 0},
+              {"123519", "A", "230094", 0, 0, 0},
+              {"123519", "A", "231394", 0, 0, 0},
+              {"240000", "A", "230394", 0, 0, 0},
+              {"126000", "A", "230394", 0, 0, 0},
+              {"123562", "A", "230394", 0, 0, 0},
+              {"1235.5000", "A", "230394", 0, 0, 0}};
+  for (const auto& row : rows) {
+    GnssInfo info;
+    info.m_utc_valid_flags = row.utc_flags;
+    info = parsed("$GPRMC," + row.time + "," + row.status + ",,,,,,," + row.date + ",,", info);
+    EXPECT_EQ(info.m_utc_fraction_us, row.fraction_us) << row.time << ' ' << row.status;
+    EXPECT_EQ(info.m_utc_tm.tm_mday, row.day) << row.time << ' ' << row.status << ' ' << row.date;
+  }
+}
+
+TEST(NmeaRecordTest, TakesWhatIsWellFormedAndLeavesTheRest) {
+  const struct {
+    std::string sentence;
+    double status, latitude, longitude, speed, course;  // over a record that holds 1.0 in the last four
+  } rmc[] = {{"$GPRMC,1,A,4807.038,N,01131.000,E,022.4,084.4,230394,,", 'A', 4807.038, 1131, 41.4848, 84.4},
+             {"$GNRMC,,V,4807.038,S,01131.000,W,10,0,,,,N", 'V', -4807.038, -1131, 18.52, 0},
+             {"$GLRMC,,,48O7.038,S,-1131.0,E,,,,,", -1, -1, 1, 1, NONE},
+             {"$GLRMC,,AV,,N,,W,x,x,,,", -1, 1, -1, 0, 0},
+             {"$GLRMC,,A,5.5.5,SS,1e5,,1e1,-5,,,", 'A', 5.5, 1, 18.52, -5},
+             {"$GLRMC,,A,2,N,3,E,4,", -1, 1, 1, 1, 1}};  // too few fields
+  for (const auto& row : rmc) {
+    GnssInfo info;
+    info.m_latitude = info.m_longitude = info.m_speed = info.m_course = 1;
+    info = parsed(row.sentence, info);
+    EXPECT_EQ(shown({double(info.m_status), info.m_latitude, info.m_longitude, info.m_speed, info.m_course}),
+              shown({row.status, row.latitude, row.longitude, row.speed, row.course}));
+  }
+  GnssInfo info = parsed("$GPGGA,092750.000,5321.6802,N,00630.3372,W,1,8,1.03,61.7,M,55.2,M,,");
+  info = parsed("$GPGGA,,,,,,12,,,,M,,M,,", info);
+  info = parsed("$GPGGA,1,2,N,3,E,4,5,6", info);  // too few fields
+  EXPECT_THROW(GnssUtils::parseGGAString("$GPGGA,1,2,S,3,E,4,x,6,7,M,,,,*00\r\n", info),
+               std::invalid_argument);
+  EXPECT_EQ(shown({info.m_gga_time, info.m_latitude, info.m_longitude, info.m_altitude, info.m_hdop}),
+            shown({92750, 5321.6802, -630.3372, 61.7, NONE}));
+  EXPECT_TRUE(info.m_quality_indicator == 1 && info.m_num_satellites == 8);
+  EXPECT_TRUE(nmeaCount(" +012x") == 12 && nmeaCount("2147483647") == 2147483647);
+  for (const auto* no : {"", "-", ".5"}) EXPECT_THROW((void)nmeaCount(no), std::invalid_argument) << no;
+  for (const auto* big : {"2147483648", "-1", "99999999999999999999"})
+    EXPECT_THROW((void)nmeaCount(big), std::out_of_range) << big;
+}
+
+TEST(NmeaRecordTest, ReadsGsaAndGst) {
+  const struct {
+    std::string fields;
+    double nav_mode, pdop, hdop, vdop;
+  } gsa[] = {{"A,3,01,02,03,04,,,,,,,,,1.94,1.18,1.54,1", 3, 1.94, 1.18, 1.54},
+             {"A,2,01,02,03,04,,,,,,,,,1.94,1.18,1.54", 2, 1.94, 1.18, 1.54},
+             {"A,33,,,,,,,,,,,,,9,,8", -1, 9, NONE, 8},
+             {"A,3", 3, NONE, NONE, NONE}};
+  for (const auto& row : gsa) {
+    const GnssInfo info = parsed("$GNGSA," + row.fields);
+    EXPECT_EQ(shown({double(info.m_nav_mode), info.m_pdop, info.m_hdop, info.m_vdop}),
+              shown({row.nav_mode, row.pdop, row.hdop, row.vdop}));
+  }
+  const std::pair<std::string, double> gst[] = {
+      {"5,2.5,3.1,9.9", 3.1}, {"5,3.2,3.1,9.9", 3.2}, {",,,", 0},
+      {",2.5,,", 2.5},        {",,3.5", 3.5},         {",3.5", NONE}};
+  for (const auto& [fields, error] : gst)
+    EXPECT_EQ(shown({parsed("$GPGST,1,2,3,4," + fields).m_position_error}), shown({error})) << fields;
+}

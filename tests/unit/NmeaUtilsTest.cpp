@@ -1,0 +1,83 @@
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <random>
+
+#include "nmea/GnssUtils.h"
+#include "nmea/HexDump.h"
+#include "nmea/NmeaFields.h"
+#include "support/Frames.h"
+
+using namespace ecu::koru::gpspub;
+using namespace std::string_literals;
+
+namespace {
+
+const unsigned char* bytes(const std::string& text) {
+  return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+bool valid(const std::string& line) {
+  return GnssUtils::isValidNmeaMessage(bytes(line), static_cast<unsigned>(line.size()));
+}
+
+bool checked(const std::string& frame) {
+  return GnssUtils::isUbloxChecksumCorrect(bytes(frame), static_cast<unsigned>(frame.size()));
+}
+
+std::string flipped(std::string text, size_t bit) {
+  text[bit / 8] = static_cast<char>(text[bit / 8] ^ 1 << bit % 8);
+  return text;
+}
+
+}  // namespace
+
+TEST(NmeaUtilsTest, ChecksumsOfKnownItemsAndEverySingleCorruptedBit) {
+  const std::string rmc = "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W*6";
+  for (const auto& tail : {"A\r\n"s, "A\r\0"s}) EXPECT_TRUE(valid(rmc + tail));
+  for (const auto* tail : {"a\r\n", "B\r\n", "A", ""}) EXPECT_FALSE(valid(rmc + tail)) << tail;
+  for (const auto* line : {"$", "", "!AB*03\r\n", "$AB003\r\n", "$A*41\r\n"})
+    EXPECT_FALSE(valid(line)) << line;
+  EXPECT_TRUE(valid("$AB*03\r\n") && checked("\xB5\x62\x05\x01\x02\x00\x06\x01\x0F\x38"s));
+  std::string poll = "\xB5\x62\x06\x08\x00\x00??"s;
+  EXPECT_TRUE(GnssUtils::fixUbloxChecksum(poll) && poll == "\xB5\x62\x06\x08\x00\x00\x0E\x30"s);
+  std::string too_short = "\xB5\x62\x06\x08\x00??"s;
+  EXPECT_TRUE(!GnssUtils::fixUbloxChecksum(too_short) && too_short.ends_with("??"));
+
+  const std::string line = test::nmea("GNRMC,235959.50,A,4807.038,N,01131.000,E,022.4,,310399,,,A");
+  const std::string frame = test::ubx(1, 7, "\x00\xFF\x80payload\n\r$"s);
+  ASSERT_TRUE(valid(line) && checked(frame) && !checked("\xB5"));
+  for (size_t bit = 0; bit < (line.size() - 2) * 8; ++bit) EXPECT_FALSE(valid(flipped(line, bit))) << bit;
+  for (size_t bit = 16; bit < frame.size() * 8; ++bit) EXPECT_FALSE(checked(flipped(frame, bit))) << bit;
+}
+
+TEST(NmeaUtilsTest, ReadsAndWritesHexText) {
+  const struct {
+    std::string hex, out;
+    bool good;
+  } rows[] = {{"0aFF", "\x0A\xFF", true}, {"", "", true},          {"abc", "", false}, {"0g", "", false},
+              {"41g0", "A", false},       {"4142 3", "AB", false}, {"00", "\0"s, true}};
+  for (const auto& row : rows) {
+    std::string out = "old";
+    EXPECT_EQ(GnssUtils::hexToBinary(row.hex, out), row.good) << row.hex;
+    EXPECT_EQ(out, row.out) << row.hex;
+  }
+  EXPECT_EQ(hexDumpMessage(bytes("\x00\x7F\xB5\x62\x0A"s), 5, 4, 2, true), "00 7F   B5 62   \n0A ");
+}
+
+// The short way for plain decimals must give bit for bit what strtod gives.
+TEST(NmeaUtilsTest, NumbersAreThoseOfStrtod) {
+  std::mt19937 random(1);
+  const std::string_view alphabets[] = {"0123456789.", "01.", "0123456789.+-eE xXpinfaN"};
+  for (int round = 0; round < 300'000; ++round) {
+    const std::string_view alphabet = alphabets[random() % 3];
+    std::string text(random() % 22, '0');
+    for (char& c : text) c = alphabet[random() % alphabet.size()];
+    const double expected = std::strtod(text.c_str(), nullptr);
+    const double number = nmeaNumber(text);
+    ASSERT_TRUE(std::bit_cast<uint64_t>(number) == std::bit_cast<uint64_t>(expected) ||
+                (std::isnan(number) && std::isnan(expected)))
+        << '"' << text << "\" " << number << ' ' << expected;
+  }
+}

@@ -1,0 +1,172 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+#include <sstream>
+
+#include "platform/Configuration.h"
+#include "platform/Numbers.h"
+#include "platform/PbInternalMessageAdapter.h"
+#include "platform/Time.h"
+#include "proto/nvxproto.pb.h"
+#include "support/LogCapture.h"
+
+using namespace ecu::koru;
+using namespace std::string_literals;
+using testing::EndsWith;
+using testing::HasSubstr;
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// type 1, header of 18 bytes, body of 4 bytes, stamp 0x0102030405060708, an RtSignal of "AB"
+const Bytes GOLDEN{0x09, 1, 0, 18, 0, 4, 0, 0, 0, 0x11, 8, 7, 6, 5, 4, 3, 2, 1, 0x0A, 2, 'A', 'B'};
+
+Bytes changed(size_t offset, uint8_t value, size_t length = GOLDEN.size()) {
+  Bytes bytes = GOLDEN;
+  bytes[offset] = value;
+  bytes.resize(length, 0xFF);
+  return bytes;
+}
+
+auto unwrapped(const Bytes& payload) {
+  com::Message message;
+  message.payload = payload;
+  return com::PbInternalMessageAdapter<pb::RtSignal>(7).deserialize(message);
+}
+
+}  // namespace
+
+TEST(PlatformTest, ConfigurationReadsKeysAndNamesTheLineThatIsWrong) {
+  std::string many;
+  for (int i = 0; i < 1000; ++i) many += "x\n";
+  const struct {
+    std::string text, value, record;
+    int records = 0;
+  } rows[] = {
+      {"key=1", "1", ""},
+      {" \tkey \t=  a b \t\r\n", "a b", ""},
+      {"key = \"  a \"", "  a ", ""},
+      {"key = \"", "\"", ""},
+      {"key = a=b # no comment", "a=b # no comment", ""},
+      {"# key = 1\n;key=2\n\n\r\n", "38400", ""},
+      {"key = 1\nkey = 2\nhost = x", "2", ""},
+      {"key = 1\nkey =", "", ""},  // empty is not absent
+      {"\nkye = 1\nkye = 2", "38400",
+       "WARNING koru.config: configuration line 3: unknown key 'kye' ignored\n", 1},
+      {"key=1\nkey 1\n", "1", "line 2: expected 'key = value' or a comment, found 'key 1'\n", 1},
+      {"k y = 1", "38400",
+       "ERROR koru.config: configuration line 1: expected a key without blanks, found 'k y'\n", 1},
+      {"key = \0\n"s, "38400", "line 1: expected text without NUL bytes\n", 1},
+      {"\x1B[" + std::string(100, 'x'), "38400", "found '\\x1B[" + std::string(78, 'x') + "...'\n", 1},
+      {std::string(1 << 20, '\n') + "=", "38400", "expected at most 1 MiB of text\n", 2},
+      {many, "38400", " 980 more lines like these\n", 21}};
+  for (const auto& row : rows) {
+    auto configuration = std::make_unique<config::Configuration>();
+    configuration->set_default("key", "38400");
+    std::istringstream input(row.text);
+    config::set_config_from_input(configuration, input);
+    test::LogCapture log;
+    EXPECT_EQ(configuration->get("key") + configuration->get("absent"), row.value) << row.text;
+    EXPECT_EQ(configuration->verify(), row.records == 0 || row.record.starts_with("WARNING")) << row.record;
+    const std::string text = log.take();
+    EXPECT_THAT(text, HasSubstr(row.record));
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), row.records) << row.record;
+  }
+}
+
+TEST(PlatformTest, LogRecordsAreOneLineEach) {
+  VirtualTime time(0, 1'795'256'130'123'999);
+  set_time_source(&time);
+  constexpr auto LOG = logging::module("koru.test");
+  struct Costly {
+    mutable int formatted = 0;
+    operator std::string_view() const { return ++formatted, "x"; }
+  } costly;
+  test::LogCapture log("NOTICE");
+  EXPECT_FALSE(logging::configure_logging("notice"));
+  LOG.info(costly);
+  LOG.notice(costly, uint64_t{18446744073709551615U}, ' ', int64_t{-5}, ' ', uint8_t{65}, true, ' ', 0.1, ' ',
+             logging::hex(0xAB), ' ', logging::hex(10, 4), "."s);
+  errno = 5;
+  LOG.alert(logging::escaped("a\n\x7F\xFF~ "));
+  EXPECT_TRUE(errno == 5 && costly.formatted == 1);
+  const std::string text = log.take();
+  EXPECT_THAT(
+      text, HasSubstr("Z ERROR koru.logging: log level 'notice' does not exist; expected EMERG, ALERT, CRI"));
+  EXPECT_THAT(
+      text, EndsWith("\n2026-11-21T10:15:30.123Z NOTICE koru.test: x18446744073709551615 -5 651 0.1 ab 000a."
+                     "\n2026-11-21T10:15:30.123Z ALERT koru.test: a\\x0A\\x7F\\xFF~ \n"));
+  set_time_source(nullptr);
+}
+
+TEST(PlatformTest, NumbersHaveAnAutomaticBase) {
+  const std::pair<std::string, uint32_t> rows[] = {{"10", 10}, {"010", 8},          {"0x10", 16}, {" +7z", 7},
+                                                   {"09", 0},  {"4294967295", ~0U}, {"-1", ~0U}};
+  for (const auto& [text, value] : rows) EXPECT_EQ(to_u32_base0(text), value) << text;
+  for (const auto* no : {"", " ", "x1", "-"})
+    EXPECT_THROW((void)to_u32_base0(no), std::invalid_argument) << no;
+  for (const auto* big : {"4294967296", "-4294967296", "99999999999999999999"})
+    EXPECT_THROW((void)to_u32_base0(big), std::out_of_range) << big;
+  EXPECT_EQ(to_int_within("1883", 1, 65535), 1883);
+  for (const auto* no : {"0", "65536", "", "1 ", " 1", "+1", "0x1", "1.0", "99999999999999999999"})
+    EXPECT_FALSE(to_int_within(no, 1, 65535)) << no;
+}
+
+TEST(PlatformTest, TheEnvelopeIsThisOnTheWire) {
+  VirtualTime time(0x0102030405060708);
+  set_time_source(&time);
+  pb::RtSignal signal;
+  signal.set_value("AB");
+  com::PbInternalMessageAdapter<pb::RtSignal> adapter(1);
+  com::Message message = adapter.serialize(signal).message;
+  EXPECT_EQ(message.payload, GOLDEN);
+  EXPECT_TRUE(message.valid && !message.retained && message.timestamp_ns == 0x0102030405060708);
+  message.payload.assign(500, 0xEE);  // memory that is used again leaves nothing behind
+  EXPECT_TRUE(adapter.serialize(pb::RtSignal(), message));
+  EXPECT_EQ(message.payload, changed(5, 0, 18));
+  set_time_source(nullptr);
+}
+
+TEST(PlatformTest, TheEnvelopeRefusesWhatIsNone) {
+  const std::string too_short =
+      "ERROR koru.com.messageadapter: Total length is smaller then expected header length\n";
+  const std::string bad_length = "ERROR koru.com.messageadapter: Specified hdr-len does not comply.\n";
+  const std::string bad_body = "EMERG koru.com.messageadapter: Unable to deserialize protobuf\n";
+  const struct {
+    Bytes payload;
+    int error;
+    std::string record;
+  } rows[] = {{GOLDEN, 0, ""},
+              {changed(2, 0x12), 0, ""},
+              {changed(0, 0x09, 23), 0, ""},  // a byte too many
+              {changed(5, 0, 18), 0, ""},     // without a body
+              {{}, 1, ""},
+              {changed(0, 0x09, 1), 1, too_short},
+              {changed(0, 0x09, 17), 1, too_short},
+              {changed(0, 0xFF), 2, "ERROR koru.com.messageadapter: Unable to decode the header.\n"},
+              {changed(1, 0), 3, "ERROR koru.com.messageadapter: ProtocolType is set to not used!\n"},
+              {changed(3, 17), 4, bad_length},
+              {changed(4, 1), 4, bad_length},
+              {changed(5, 5), 5, bad_body},
+              {changed(8, 0xFF), 5, bad_body},
+              {changed(0, 0x09, 18), 5, bad_body},
+              {changed(19, 3), 5, bad_body}};
+  for (const auto& row : rows) {
+    test::LogCapture log;
+    const auto result = unwrapped(row.payload);
+    EXPECT_EQ(static_cast<int>(result.error), row.error) << row.record;
+    EXPECT_EQ(result.success, row.error == 0);
+    EXPECT_EQ(result.body.value(), row.error == 0 && row.payload.size() > 18 ? "AB" : "");
+    EXPECT_THAT(log.take(), EndsWith(row.record));
+  }
+  test::LogCapture quiet("EMERG");
+  std::mt19937 random(4);
+  for (int round = 0; round < 20'000; ++round) {  // whatever arrives, it is either decoded or refused
+    const auto result =
+        unwrapped(changed(random() % GOLDEN.size(), static_cast<uint8_t>(random()), random() % 40));
+    ASSERT_TRUE(result.success == (static_cast<int>(result.error) == 0) &&
+                (result.success || !result.body.has_value()));
+  }
+}
