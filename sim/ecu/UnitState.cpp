@@ -39,7 +39,7 @@ std::string truth(bool value) {
 
 std::string parameter_topic(uint32_t id) {
   char topic[40];
-  std::snprintf(topic, sizeof topic, "system/sysparam/0x%08X", id);
+  (void)std::snprintf(topic, sizeof topic, "system/sysparam/0x%08X", id);
   return topic;
 }
 

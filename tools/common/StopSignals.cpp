@@ -46,7 +46,7 @@ StopSignals::~StopSignals() {
 }
 
 void ignore_broken_pipes() {
-  std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGPIPE, SIG_IGN);
 }
 
 }  // namespace ecu::koru::tool

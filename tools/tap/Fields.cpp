@@ -65,7 +65,7 @@ std::optional<Json> sentences(const pb::GnssData& message) {
 /// As in the topics of the parameters: "0x0000A00F".
 std::string parameter_id(uint32_t id) {
   char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", id);
+  (void)std::snprintf(text, sizeof text, "0x%08X", id);
   return text;
 }
 

@@ -38,8 +38,8 @@ std::string decimal(double value, int decimals) {
 
 std::string ns_as_seconds(uint64_t ns) {
   char out[40];
-  std::snprintf(out, sizeof out, "%llu.%06llu", static_cast<unsigned long long>(ns / 1'000'000'000),
-                static_cast<unsigned long long>(ns % 1'000'000'000 / 1000));
+  (void)std::snprintf(out, sizeof out, "%llu.%06llu", static_cast<unsigned long long>(ns / 1'000'000'000),
+                      static_cast<unsigned long long>(ns % 1'000'000'000 / 1000));
   return out;
 }
 
