@@ -21,7 +21,8 @@ std::vector<std::string> seen(const std::vector<sim::Publication>& publications)
   for (const auto& [topic, message] : publications) {
     const std::string line = tap::human_line({.topic = topic, .payload = message.payload}, false);
     const std::string fields = line.substr(line.find("] ") + 2, line.size() - line.find("] ") - 3);
-    out.push_back(topic + (message.retained ? " retained " : " ") + fields);
+    out.push_back(topic);
+    out.back().append(message.retained ? " retained " : " ").append(fields);
   }
   return out;
 }
