@@ -1,0 +1,374 @@
+// The road of a fix through the real programs, and what the road survives.
+
+#include <sys/stat.h>
+
+#include <cmath>
+#include <fstream>
+#include <functional>
+
+#include "support/Frames.h"
+#include "system/SatnavdTest.h"
+
+namespace {
+
+using nlohmann::json;
+using test::clock_ns;
+using test::nmea;
+using test::NOTHING_KNOWN;
+using test::occurrences;
+using test::PATIENCE_MS;
+using test::Tap;
+using test::VALID;
+using testing::HasSubstr;
+using Words = std::vector<std::string>;
+
+constexpr int64_t S = 1'000'000'000;  // ns
+
+class SatnavdRoad : public test::SatnavdTest {
+ protected:
+  void SetUp() override {
+    ASSERT_NO_FATAL_FAILURE(SatnavdTest::SetUp());
+    publish_unit();
+  }
+  static void expect_end(test::Process& service, int signal) {
+    service.signal(signal);
+    EXPECT_EQ(service.wait_for_exit(2000), 0) << service.err();
+  }
+};
+
+/// The fix has these fields and no others.
+void expect_fields(const json& fix, const json& expected) {
+  json rest = fix;
+  for (const auto& [name, value] : expected.items()) {
+    ASSERT_TRUE(fix.contains(name)) << name << " is missing in " << fix;
+    if (value.is_number_float()) {
+      EXPECT_FLOAT_EQ(fix[name].get<float>(), value.get<float>()) << name;
+    } else {
+      EXPECT_EQ(fix[name], value) << name;
+    }
+    rest.erase(name);
+  }
+  rest.erase("timestamp_ns");
+  EXPECT_TRUE(rest.empty()) << rest;
+}
+
+// ---- The simulated receiver's own record against what a subscriber gets
+
+struct Epoch {
+  int64_t begin_ns = 0;
+  Words sentences;
+};
+
+std::vector<Epoch> read_trace(const std::string& path) {
+  std::vector<Epoch> epochs;
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    const size_t blank = line.find(' ');
+    if (line.find("RMC,") != std::string::npos) epochs.push_back({std::stoll(line), {}});
+    if (!epochs.empty()) epochs.back().sentences.push_back(line.substr(blank + 1) + "\r\n");
+  }
+  return epochs;
+}
+
+Words fields_of(const std::string& sentence) {
+  Words fields;
+  std::istringstream text(sentence.substr(0, sentence.find('*')));
+  for (std::string field; std::getline(text, field, ',');) fields.push_back(field);
+  return fields;
+}
+
+double degrees(const std::string& angle, const std::string& hemisphere) {
+  const double value = std::stod(angle);
+  const double whole = std::floor(value / 100);
+  return (whole + (value - whole * 100) / 60) * (hemisphere == "S" || hemisphere == "W" ? -1 : 1);
+}
+
+int64_t utc_us(const std::string& date, const std::string& time) {
+  std::tm when{};
+  strptime((date + time).c_str(), "%d%m%y%H%M%S", &when);
+  return timegm(&when) * 1'000'000 + std::llround(std::stod("0" + time.substr(6)) * 1e6);
+}
+
+/// What a valid epoch of RMC, GGA, GSA..., GST says.
+json fields_of(const Epoch& epoch) {
+  const Words rmc = fields_of(epoch.sentences.at(0)), gga = fields_of(epoch.sentences.at(1));
+  const Words gst = fields_of(epoch.sentences.back()), gsa = fields_of(*(epoch.sentences.end() - 2));
+  return {{"nmea", epoch.sentences},
+          {"status", VALID},
+          {"utc_time_us", utc_us(rmc.at(9), rmc.at(1))},
+          {"latitude", degrees(gga.at(2), gga.at(3))},
+          {"longitude", degrees(gga.at(4), gga.at(5))},
+          {"speed", std::stod(rmc.at(7)) * 1.852},
+          {"heading", std::stod(rmc.at(8))},
+          {"quality", std::stoi(gga.at(6))},
+          {"num_satellites", std::stoi(gga.at(7))},
+          {"altitude", std::stod(gga.at(9))},
+          {"fix", std::stoi(gsa.at(2))},
+          {"hdop", std::stod(gsa.at(16))},
+          {"vdop", std::stod(gsa.at(17))},
+          {"accuracy", std::max(std::stod(gst.at(6)), std::stod(gst.at(7)))}};
+}
+
+TEST_F(SatnavdRoad, SubscribersGetWhatTheReceiverSends) {
+  const std::string trace = folder / "trace";
+  const auto simulator =
+      receiver({"--rate", "4", "--gsv", "off", "--utc", "2027-12-31T23:59:58Z", "--trace", trace});
+  Tap tap(broker);
+  const auto service = satnavd();
+  ASSERT_TRUE(tap.gets(12, VALID)) << service->err();
+  expect_end(*service, SIGTERM);
+  const auto begins_epoch = [](const json& fix) {
+    return fix["body"].value("/nmea/0"_json_pointer, "").starts_with("$GNRMC");
+  };
+  const auto& fixes = tap.fixes();
+  auto fix = std::find_if(fixes.begin(), fixes.end(), begins_epoch);  // the port was opened within an epoch
+  ASSERT_NE(fix, fixes.end());
+  const auto epochs = read_trace(trace);
+  auto epoch = std::find_if(epochs.begin(), epochs.end(), [&](const Epoch& each) {
+    return each.sentences[0] == (*fix)["body"]["nmea"][0];
+  });
+  ASSERT_LE(fixes.end() - fix, epochs.end() - epoch);
+  for (; fix != fixes.end(); ++fix, ++epoch) {
+    expect_fields((*fix)["body"], fields_of(*epoch));
+    const int64_t age_ns = (*fix)["body"]["timestamp_ns"].get<int64_t>() - epoch->begin_ns;
+    EXPECT_LT(std::abs(age_ns), S / 2);
+    EXPECT_EQ((*fix)["envelope"]["protocol_type"], 1);
+  }
+}
+
+// ---- A recorded log
+
+struct Recorded {
+  std::string noise;   // behind the first sentence
+  Words sentences;     // without dollar and checksum
+  const char* fields;  // of the message, JSON, without the sentences
+};
+
+const std::string LONG_RMC =
+    "GNRMC,123522.00,A,4807.03812345678,N,01131.00012345678,E,022.400000,084.400000,230326,,,A,V";
+
+/// What may stand between the sentences of a log and changes nothing.
+const std::string NOISE =
+    "\x01\x02xyz\r\n$GNGGA,123522.00,9,N,9,E,1,12,0.9,1.0,M,46.9,M,,*00\r\n"  // checksum
+    "$GNGGA,123522.00,9,N,9,E,1,12,0.9,1.0,M,46.9,M,,*70\n"                   // no CR
+    "$GNGSA,A\x07,3*00\r\n" +
+    nmea("GNGGA,123522.00,,,,,1,x,,,M,,M,,") + nmea("GNGGA,123522.00,,,,,1,99999999999999999999,,,M,,M,,") +
+    test::ubx(0x01, 0x07, "$GNGST,123522.00,9,,,,9,9,9*00\r\n") +
+    test::ubx(0x01, 0x21, std::string(20, '\0')).replace(25, 1, "\x7f");
+
+const Recorded RECORDED[] = {
+    {"",
+     {"GPRMC,123519,A,4807.0380,N,01131.0000,E,022.4,084.4,230326,,,A",
+      "GPGGA,123519,4807.0380,N,01131.0000,E,1,08,0.9,545.4,M,46.9,M,,",
+      "GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,1.3,2.1", "GPGST,123519,5.0,,,,1.5,2.25,3.0"},
+     R"({"status":3,"utc_time_us":1774269319000000,"latitude":48.1173,"longitude":11.5166667,"speed":41.4848,
+         "heading":84.4,"quality":1,"num_satellites":8,"altitude":545.4,"fix":3,"hdop":1.3,"vdop":2.1,
+         "accuracy":2.25})"},
+    {"",
+     {"GNRMC,123520.50,A,3351.12345,S,07012.54321,W,000.0,,230326,,,A,V",
+      "GNGGA,123520.50,3351.12345,S,07012.54321,W,2,19,0.71,-12.3,M,46.9,M,,0120",
+      "GNGSA,A,3,04,05,09,12,24,,,,,,,,9.9,9.8,9.7,1", "GNGSA,A,3,65,66,71,,,,,,,,,,1.6,0.71,1.4,2",
+      "GPGSV,1,1,01,04,45,120,38,1", "GNGST,123520.50,5.0,0.1,0.2,45.0,1.5,0.5,3.0"},
+     R"({"status":3,"utc_time_us":1774269320500000,"latitude":-33.8520575,"longitude":-70.2090535,"speed":0.0,
+         "quality":2,"num_satellites":19,"altitude":-12.3,"fix":3,"hdop":0.71,"vdop":1.4,"accuracy":1.5})"},
+    {"",
+     {"GLRMC,123521.50,V,,,,,,,230326,,,N", "GLGGA,123521.50,,,,,0,00,99.99,,,,,,",
+      "GLGSA,A,1,,,,,,,,,,,,,99.99,99.99,99.99", "GLGST,123521.50,,,,,,,"},
+     R"({"status":2,"quality":0,"num_satellites":0,"fix":1,"hdop":99.99,"vdop":99.99,"accuracy":0.0})"},
+    {NOISE,
+     {LONG_RMC, "GNGGA,123522.00,4807.03812345678,N,01131.00012345678,E,1,12,0.900,545.40,M,46.900,M,,",
+      "GNGSA,A,2,04,05,09,,,,,,,,,,4.4,4.3,1.0,1", "GNGSA,A,2,65,,,,,,,,,,,,4.4,4.2,1.0,2",
+      "GNGSA,A,2,301,,,,,,,,,,,,4.4,4.1,1.0,3", "GNGSA,A,2,401,,,,,,,,,,,,4.4,4.0,1.0,4",
+      "GNGST,123522.00,5.0,,,,12.0,11.0,3.0"},
+     R"({"status":3,"utc_time_us":1774269322000000,"latitude":48.1173021,"longitude":11.5166687,"speed":41.4848,
+         "heading":84.4,"quality":1,"num_satellites":12,"altitude":545.4,"fix":2,"hdop":4.0,"vdop":1.0,
+         "accuracy":12.0})"},
+};
+
+TEST_F(SatnavdRoad, ARecordedLogGivesOneMessageAnEpoch) {
+  EXPECT_GE(nmea(LONG_RMC).size(), 90U);
+  std::string log;
+  for (const auto& epoch : RECORDED) {
+    log += nmea(epoch.sentences[0]) + epoch.noise;
+    for (size_t i = 1; i < epoch.sentences.size(); ++i) log += nmea(epoch.sentences[i]);
+  }
+  const auto simulator = receiver({"--replay", folder.write("log", log), "--speed", "4", "--baud", "115200"});
+  Tap tap(broker);
+  const auto service = satnavd("baud_rate = 115200\n");
+  ASSERT_EQ(simulator->wait_for_exit(PATIENCE_MS), 0);
+  ASSERT_TRUE(tap.gets(1, NOTHING_KNOWN));
+  std::vector<json> fixes;
+  for (const auto& fix : tap.fixes()) {
+    if (fix["body"].contains("nmea")) fixes.push_back(fix["body"]);
+  }
+  ASSERT_EQ(fixes.size(), std::size(RECORDED)) << service->err();
+  for (size_t i = 0; i < fixes.size(); ++i) {
+    json expected = json::parse(RECORDED[i].fields);
+    for (const auto& sentence : RECORDED[i].sentences) expected["nmea"].push_back(nmea(sentence));
+    expect_fields(fixes[i], expected);
+  }
+  EXPECT_EQ(occurrences(service->err(), "WARNING koru.gpspub: sentence dropped"), 2U) << service->err();
+  EXPECT_THAT(service->err(), HasSubstr(": $GNGGA,123522.00,,,,,1,x,,,M,,M,,*2A\\x0D\\x0A\n"));
+  expect_end(*service, SIGINT);
+}
+
+// ---- What comes and goes
+
+TEST_F(SatnavdRoad, TheBrokerMayDieAndMayFreeze) {
+  test::Process unit(
+      {test::program("ecu-sim"), "--keep", "--timezone", "+01:00", "--port", std::to_string(broker.port())});
+  const auto simulator = receiver({"--rate", "4"});
+  const auto service = satnavd({}, {"-v"});
+  ASSERT_TRUE(test::logged(*service, "Num NMEA strings", 2)) << service->err();
+  ASSERT_TRUE(unit.wait_for_output("messages published", PATIENCE_MS));
+  unit.write_stdin("timezone +02:00\n");
+  EXPECT_TRUE(service->wait_for_output("timezone info: hour offset: 2, min offset: 0, Summer time: 0\n",
+                                       PATIENCE_MS));
+
+  kill(broker.pid(), SIGKILL);
+  broker.stop();
+  EXPECT_TRUE(test::logged(*service, "DATA TO PUBLISH BUT NO MQTT", 4)) << "it does not go on reading";
+  const int64_t restart_ns = clock_ns(CLOCK_BOOTTIME);
+  ASSERT_TRUE(broker.start());
+  Tap tap(broker);
+  ASSERT_TRUE(tap.gets(4, VALID)) << service->err();
+  unit.write_stdin("timezone +05:30 summer\n");
+  EXPECT_TRUE(service->wait_for_output("timezone info: hour offset: 5, min offset: 30, Summer time: 1\n",
+                                       PATIENCE_MS));
+
+  broker.freeze();
+  const size_t so_far = occurrences(service->err(), "Num NMEA strings");
+  EXPECT_TRUE(test::logged(*service, "Num NMEA strings", so_far + 4)) << "it does not go on reading";
+  broker.thaw();
+  EXPECT_TRUE(tap.gets(4, VALID)) << service->err();
+
+  int64_t before_ns = restart_ns - S / 3;  // the epoch in progress
+  for (const auto& fix : tap.fixes()) {
+    EXPECT_GT(fix["body"]["timestamp_ns"], before_ns) << "an old fix was delivered";
+    before_ns = fix["body"]["timestamp_ns"];
+  }
+  EXPECT_EQ(occurrences(service->err(), "WARNING koru.com.mqtt: Connection lost to"), 1U);
+  EXPECT_EQ(occurrences(service->err(), "NOTICE koru.com.mqtt: Connected again to"), 1U);
+  expect_end(*service, SIGTERM);
+}
+
+TEST_F(SatnavdRoad, TheReceiverMayComeLateAndGo) {
+  Tap tap(broker);
+  // With a session of its own it gets the port as its controlling terminal, and a hang-up with the port.
+  const auto service = satnavd({}, {}, {"setsid"});
+  ASSERT_TRUE(tap.gets(2, NOTHING_KNOWN)) << service->err();
+  for (const size_t outages : {1U, 2U}) {
+    const int64_t begin_ns = clock_ns(CLOCK_BOOTTIME);
+    const auto simulator = receiver({"--rate", "2"});
+    ASSERT_TRUE(tap.gets(2, VALID)) << service->err();
+    EXPECT_LT(clock_ns(CLOCK_BOOTTIME) - begin_ns, 8 * S);
+    simulator->signal(SIGKILL);
+    ASSERT_TRUE(simulator->wait_for_exit(PATIENCE_MS));
+    const int64_t gone_ns = clock_ns(CLOCK_BOOTTIME);
+    ASSERT_TRUE(tap.gets(2, NOTHING_KNOWN)) << service->err();
+    EXPECT_LE(tap.count_since(gone_ns, NOTHING_KNOWN), (clock_ns(CLOCK_BOOTTIME) - gone_ns) / S + 1);
+    EXPECT_EQ(occurrences(service->err(), "went away"), outages);
+  }
+  EXPECT_EQ(occurrences(service->err(), "ERROR"), 1U) << service->err();
+  EXPECT_THAT(service->err(),
+              HasSubstr("ERROR koru.gpspub: Error to open serial device " + device + " errno = 2\n"));
+  expect_end(*service, SIGTERM);
+}
+
+TEST_F(SatnavdRoad, AnotherSpeedIsNotFatal) {
+  const auto simulator = receiver({"--rate", "10", "--baud", "57600"});
+  Tap tap(broker);
+  const auto service = satnavd({}, {"-v", "-d", "0x800000"});
+  ASSERT_TRUE(service->wait_for_output(". Discard ", PATIENCE_MS));
+  EXPECT_TRUE(tap.gets(4, NOTHING_KNOWN)) << service->err();
+  expect_end(*service, SIGTERM);
+}
+
+TEST_F(SatnavdRoad, ADeviceThatIsNoReceiverCostsNothing) {
+  ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
+  const struct {
+    std::string device, told;
+  } rows[] = {
+      {folder / "missing", "errno = 2\n"},
+      {folder.path(), "errno = 21\n"},
+      {folder / "fifo", "does not take serial port settings"},
+      {"/dev/null", "went away"},
+      {folder.write("file", std::string(3000, 'x')), "went away"},
+  };
+  std::vector<std::unique_ptr<test::Process>> services;
+  std::vector<int64_t> cpu_ns;
+  const auto cpu = [&](size_t i) {
+    clockid_t clock{};
+    EXPECT_EQ(clock_getcpuclockid(services[i]->pid(), &clock), 0);
+    return clock_ns(clock);
+  };
+  const std::string opened = "connectSerial to";
+  for (const auto& row : rows) services.push_back(satnavd({}, {"-v", "-d", "0x2000", "-g", row.device}));
+  for (const auto& service : services) ASSERT_TRUE(test::logged(*service, opened, 1));
+  for (size_t i = 0; i < services.size(); ++i) cpu_ns.push_back(cpu(i));
+  const int64_t begin_ns = clock_ns(CLOCK_MONOTONIC);
+  ASSERT_TRUE(test::logged(*services[0], opened, occurrences(services[0]->err(), opened) + 3));
+  const int64_t time_ns = clock_ns(CLOCK_MONOTONIC) - begin_ns;
+  for (size_t i = 0; i < services.size(); ++i) {
+    SCOPED_TRACE(rows[i].device);
+    EXPECT_LT(cpu(i) - cpu_ns[i], time_ns / 50);
+    EXPECT_LE(occurrences(services[i]->err(), opened), static_cast<size_t>(time_ns / S + 3));
+    EXPECT_EQ(occurrences(services[i]->err(), rows[i].told), 1U) << services[i]->err();
+    expect_end(*services[i], SIGTERM);
+  }
+}
+
+// ---- What must end it, and what must not
+
+TEST_F(SatnavdRoad, AStopSignalEndsItWhateverTheOthersDo) {
+  const auto simulator = receiver({"--rate", "4"});
+  std::unique_ptr<test::MuteBroker> mute;
+  const struct {
+    const char* name;
+    int signal;
+    std::string config;
+    std::function<void(test::Process&)> disturb;
+  } rows[] = {
+      {"running", SIGTERM, "", [](auto&) {}},
+      {"running", SIGINT, "", [](auto&) {}},
+      {"device missing", SIGTERM, "gnss_device = /nowhere\n", [](auto&) {}},
+      {"broker frozen", SIGTERM, "", [&](auto&) { broker.freeze(); }},
+      {"broker gone", SIGINT, "",
+       [&](auto& service) {
+         broker.stop();
+         EXPECT_TRUE(service.wait_for_output("Connection lost to", PATIENCE_MS));
+       }},
+      {"broker mute", SIGTERM, "",
+       [&](auto&) {
+         broker.stop();
+         mute = std::make_unique<test::MuteBroker>(broker.port());
+         EXPECT_TRUE(mute->called());
+       }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto service = satnavd(row.config, {"-v"});
+    ASSERT_TRUE(test::logged(*service, "Num NMEA strings", 2)) << service->err();
+    row.disturb(*service);
+    expect_end(*service, row.signal);
+    if (!mute) {
+      broker.stop();
+      ASSERT_TRUE(broker.start());
+      publish_unit();
+    }
+  }
+}
+
+TEST_F(SatnavdRoad, HangUpsAndAReaderThatLeavesDoNotEndIt) {
+  Tap tap(broker);
+  const auto service =
+      satnavd({}, {"--log-stdout", "-v"}, {"bash", "-c", "exec > >(head -n 1 >&2); exec \"$0\" \"$@\""});
+  ASSERT_TRUE(tap.gets(2, NOTHING_KNOWN)) << service->err();
+  service->signal(SIGHUP);
+  service->signal(SIGPIPE);
+  EXPECT_TRUE(tap.gets(2, NOTHING_KNOWN));
+  EXPECT_EQ(occurrences(service->err(), "\n"), 1U) << "somebody still read its log: " << service->err();
+  expect_end(*service, SIGTERM);
+}
+
+}  // namespace

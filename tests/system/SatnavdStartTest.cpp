@@ -1,0 +1,178 @@
+// How satnavd starts, and how it ends when it cannot.
+
+#include <fstream>
+
+#include "system/SatnavdTest.h"
+
+namespace {
+
+using test::PATIENCE_MS;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Matcher;
+using testing::MatchesRegex;
+using testing::Not;
+using Words = std::vector<std::string>;
+
+using SatnavdStart = test::SatnavdTest;
+
+constexpr const char* USAGE = "Usage: satnavd [OPTION]\n";
+
+/// Every line is a record of its own and holds nothing that a terminal would obey.
+void expect_records(const std::string& log) {
+  std::istringstream lines(log);
+  for (std::string line; std::getline(lines, line);) {
+    EXPECT_THAT(line,
+                MatchesRegex("[0-9]{4}-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-6][0-9][.][0-9]{3}Z "
+                             "(ALERT|ERROR|WARNING|NOTICE|INFO|DEBUG) koru[.a-z]+: [ -~]*"));
+  }
+}
+
+TEST(SatnavdOptions, EndWithTheirStatusAndText) {
+  const test::TempDir folder;
+  const std::string good = folder.write("good.conf", "logmode = STDERR\n");
+  const std::string none = "configuration line 1: expected 'key = value' or a comment, found 'none'\n";
+  const struct {
+    Words options;
+    int status;
+    std::string out, err;
+    std::string config = "none";
+  } rows[] = {
+      {{"--help"}, 1, USAGE, ""},
+      {{"-h", "x"}, 1, USAGE, ""},
+      {{"- x"}, 1, USAGE, ""},
+      {{"-h"}, 1, USAGE, "argument"},
+      {{"-b", "1", "--gnssdevice"}, 1, USAGE, "argument"},
+      {{"--nonsense"}, 1, USAGE, "--nonsense"},
+      {{"--version"}, 0, "satnavd version: ", ""},
+      {{"-v", "stray"}, 1, "", "ERROR koru.gpspub: No additional arguments required!\n"},
+      {{"--log-stdout", "stray"}, 1, "ERROR koru.gpspub: No additional arguments required!\n", ""},
+      {{"-b", "x\x1b[2J\n2026", "stray"}, 1, "", "arg_baud_rate invalid x\\x1B[2J\\x0A2026\n"},
+      {{"-s", "4294967296", "stray"}, 1, "", "arg_gnss_system invalid 4294967296\n"},
+      {{"-a", "", "stray"}, 1, "", "arg_gnss_augmentation invalid \n"},
+      {{"-d", "all", "stray"}, 1, "", "arg_fine_debug_flags invalid all\n"},
+      {{"-l", "LOUD"}, 1, "", "ERROR koru.logging: log level 'LOUD' does not exist"},
+      {{"-c", good}, 1, "", "ERROR koru.config: " + none},
+      {{"--log-stdout"}, 1, none, ""},
+      {{}, 1, "", "line 4: expected 'key = value'", "# unit\r\nport = 1\r\n\r\nport\r\n"},
+      {{}, 1, "", "line 2: expected a key before '='\n", "port = 1\n = 2\n"},
+      {{}, 1, "", "line 2: expected text without NUL", std::string("; unit\nport = 1\0 2\n", 19)},
+      {{}, 1, "", "line 1: expected 'key = value' or a comment, found '\\x1B[2J\\xFF'\n", "\x1b[2J\xff"},
+      {{"-c", good}, 255, "", "ERROR koru.gpspub: Failed to find configuration file. Exiting!\n", ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.options) + row.err);
+    folder.write("satnavd.conf", row.config);
+    if (row.config.empty()) std::filesystem::remove(folder / "satnavd.conf");
+    if (row.config.empty() && std::filesystem::exists("/etc/satnavd/satnavd.conf")) continue;
+    Words argv = row.options;
+    argv.insert(argv.begin(), test::program("satnavd"));
+    test::Process satnavd(argv, {folder.path(), {}});
+    EXPECT_EQ(satnavd.wait_for_exit(PATIENCE_MS), row.status);
+    EXPECT_THAT(satnavd.out(), row.out.empty() ? Matcher<std::string>(IsEmpty()) : HasSubstr(row.out));
+    EXPECT_THAT(satnavd.err(), row.err.empty() ? Matcher<std::string>(IsEmpty()) : HasSubstr(row.err));
+    if (row.out != USAGE) expect_records(satnavd.err());
+    if (row.status != 0) continue;
+    EXPECT_THAT(satnavd.out(),  // branch - number - commit - date - build type
+                MatchesRegex("satnavd version: [^ ]+ - [0-9.]+ - [^ ]+ - [^ ]+ - [^ ]+ compiled "
+                             "... .. .... at ..:..:..\n"));
+  }
+}
+
+TEST_F(SatnavdStart, OptionsBeatTheFileAndTheFileTheDefaults) {
+  const std::string wrong =
+      "baud_rate = many\ngnss_augmentation = x\ndebugflags = all\nloglevel = LOUD\nconnect_timeout_ms = "
+      "soon\n"
+      "gnss_devise = /dev/ttyX\n";
+  const std::string talkative = "loglevel = DEBUG\ndebugflags = 0x80000000\n";
+  const struct {
+    std::string simulation, config;
+    Words options, texts;
+    std::string absent;
+    bool to_stdout = false;
+  } rows[] = {
+      {"00",
+       wrong,
+       {},
+       {"10: unknown key 'gnss_devise' ignored\n", "timeout_ms = \"soon\" is no", "baud rate invalid many\n",
+        "gnss_augmentation invalid x\n", "ERROR koru.logging: log level 'LOUD'",
+        "fine_debug_flags invalid all\n"},
+       "Baud rate configured"},
+      {"00", "baud_rate = 99999999999\n", {}, {"ERROR koru.gpspub: configProp error "}, "baud rate invalid"},
+      {"00", "baud_rate = 1x\n", {"-b", "0x3840"}, {"baud rate not supported 14400\n"}, "baud rate invalid"},
+      {"00", "", {"--disable-hw-init"}, {"WARNING koru.gpspub: Hardware init disabled."}, "Baud rate"},
+      {"00", talkative, {"-l", "WARNING"}, {"WARNING koru.gpspub: Hardware port"}, "NOTICE"},
+      {"00", talkative, {}, {"DEBUG koru.gpspub: log flags 2147483648\n"}, "connectSerial to"},
+      {"00", talkative, {"-d", "0x2000"}, {"DEBUG koru.gpspub: connectSerial to"}, "log flags"},
+      {"00", "logmode = STDOUT\n", {}, {"NOTICE koru.gpspub: satnavd version: "}, "ERROR koru.log", true},
+      {"00", "logmode = SYSLOG\n", {"--log-stdout"}, {"satnavd version: "}, "ERROR koru.log", true},
+      {"00", "logmode = PAPER\n", {}, {"satnavd version: "}, "ERROR koru.log"},
+      {"01", "", {"-g", "/nowhere"}, {"redirected to /nowhere. Probably simulated input.\n"}, "ttyUSB0"},
+      {"01", "gnss_device = /nowhere\n", {}, {"port redirected to /dev/ttyUSB0. Prob"}, "/nowhere"},
+      {"00", "gnss_device = /nowhere\n", {}, {"Hardware port redirected to /nowhere. Prob"}, "ttyUSB0"},
+      {"00",
+       "gnss_device =\n",
+       {},
+       {"ERROR koru.gpspub: Error to open serial device /dev/ttyFP3 "},
+       "redirected"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.config + testing::PrintToString(row.options));
+    publish_unit({"--param", "0x2045=" + row.simulation});
+    const auto service = satnavd(row.config, row.options);
+    EXPECT_TRUE(service->wait_for_output("Error to open serial device", PATIENCE_MS));
+    service->signal(SIGTERM);
+    EXPECT_EQ(service->wait_for_exit(PATIENCE_MS), 0);
+    const std::string log = row.to_stdout ? service->out() : service->err();
+    for (const auto& text : row.texts) EXPECT_THAT(log, HasSubstr(text));
+    EXPECT_THAT(log, Not(HasSubstr(row.absent)));
+    EXPECT_THAT(row.to_stdout ? service->err() : service->out(), IsEmpty());
+    expect_records(log);
+  }
+}
+
+TEST_F(SatnavdStart, WithoutBrokerOrVariableItEndsInTime) {
+  const test::MuteBroker mute;
+  const struct {
+    std::string variable, config, missing;
+  } rows[] = {
+      {"other=x", "", "hwvariant"},
+      {"hwvariant=sim", "", "hwversion"},
+      {"hwversion=qrx", "", "hasgnss"},  // the broker still has the one before
+      {"hasgnss=true", "port = " + std::to_string(test::free_port()) + "\n", "hwvariant"},
+      {"hasgnss=true", "port = " + std::to_string(mute.port) + "\n", "hwvariant"},
+  };
+  for (const auto& row : rows) {
+    publish_unit({"--no-defaults", "--var", row.variable});
+    const int64_t begin = test::clock_ns(CLOCK_MONOTONIC);
+    const auto service = satnavd("connect_timeout_ms = 300\nvar_timeout_ms = 200\n" + row.config);
+    EXPECT_EQ(service->wait_for_exit(PATIENCE_MS), 1) << service->err();
+    EXPECT_LT(test::clock_ns(CLOCK_MONOTONIC) - begin, 6'000'000'000);
+    EXPECT_THAT(service->err(), HasSubstr("ALERT koru.gpspub: Failed to get mandatory ECU variable '" +
+                                          row.missing + "' from ECU. Application exiting!\n"));
+    expect_records(service->err());
+  }
+}
+
+TEST_F(SatnavdStart, TheSecondSignalEndsAStartThatHangs) {
+  const auto catches = [](pid_t pid, int signal) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.starts_with("SigCgt:"))
+        return (std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1) != 0;
+    }
+    return false;
+  };
+  const test::MuteBroker mute;
+  for (const int signal : {SIGINT, SIGTERM}) {
+    const auto service = satnavd("port = " + std::to_string(mute.port) + "\nconnect_timeout_ms = 60000\n");
+    ASSERT_TRUE(test::eventually([&] { return catches(service->pid(), signal); }, PATIENCE_MS));
+    service->signal(signal);
+    EXPECT_TRUE(test::eventually([&] { return !catches(service->pid(), signal); }, PATIENCE_MS));
+    EXPECT_TRUE(service->running());
+    service->signal(signal);
+    EXPECT_EQ(service->wait_for_exit(2000), 128 + signal);
+  }
+}
+
+}  // namespace

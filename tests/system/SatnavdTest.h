@@ -1,0 +1,152 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/Broker.h"
+
+namespace test {
+
+inline constexpr int PATIENCE_MS = 20'000;
+// GnssData.status
+inline constexpr int NOTHING_KNOWN = 1;
+inline constexpr int VALID = 3;
+
+inline int64_t clock_ns(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+inline size_t occurrences(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+/// Waits until `part` stands in the standard error `count` times.
+inline bool logged(const Process& process, const std::string& part, size_t count) {
+  return eventually([&] { return occurrences(process.err(), part) >= count; }, PATIENCE_MS);
+}
+
+/// Listens and never says anything: the system accepts its connections.
+class MuteBroker {
+ public:
+  explicit MuteBroker(uint16_t on_port = free_port())
+      : port(on_port), m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    const int on = 1;
+    setsockopt(m_listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(bind(m_listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(listen(m_listener, 4), 0);
+  }
+  ~MuteBroker() { close(m_listener); }
+  MuteBroker(const MuteBroker&) = delete;
+  MuteBroker& operator=(const MuteBroker&) = delete;
+
+  /// Waits until somebody has connected.
+  [[nodiscard]] bool called() const {
+    pollfd state{m_listener, POLLIN, 0};
+    return poll(&state, 1, PATIENCE_MS) == 1;
+  }
+
+  const uint16_t port;
+
+ private:
+  const int m_listener;
+};
+
+/// satnav-tap on the fixes, subscribed from the beginning.
+class Tap {
+ public:
+  explicit Tap(const Broker& broker)
+      : m_process({program("satnav-tap"), "--json", "--topic", "system/gnss/data", "--port",
+                   std::to_string(broker.port())}) {
+    const std::string name = "SUBSCRIBE from satnav-tap-" + std::to_string(m_process.pid());
+    EXPECT_TRUE(eventually([&] { return broker.log().find(name) != std::string::npos; }, PATIENCE_MS));
+  }
+
+  /// All so far, oldest first.
+  const std::vector<nlohmann::json>& fixes() {
+    const std::string text = m_process.out();
+    for (size_t end; (end = text.find('\n', m_parsed)) != std::string::npos; m_parsed = end + 1) {
+      m_fixes.push_back(nlohmann::json::parse(text.substr(m_parsed, end - m_parsed)));
+    }
+    return m_fixes;
+  }
+  /// How many of this status were published after a time (since boot).
+  int64_t count_since(int64_t boot_ns, int status) {
+    return std::count_if(fixes().begin(), fixes().end(), [&](const auto& fix) {
+      return fix["envelope"]["timestamp_ns"] > boot_ns && fix["body"].value("status", 0) == status;
+    });
+  }
+  /// Waits for fixes that are published from now on.
+  bool gets(int64_t count, int status) {
+    const int64_t now = clock_ns(CLOCK_BOOTTIME);
+    return eventually([&] { return count_since(now, status) >= count; }, PATIENCE_MS);
+  }
+
+ private:
+  Process m_process;
+  size_t m_parsed = 0;
+  std::vector<nlohmann::json> m_fixes;
+};
+
+/// satnavd with what a vehicle has around it: a broker, the rest of the unit, a receiver.
+class SatnavdTest : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(broker.start()); }
+
+  /// Leaves variables and parameters on the broker.
+  void publish_unit(std::vector<std::string> options = {}) const {
+    options.insert(options.begin(), {program("ecu-sim"), "--port", std::to_string(broker.port())});
+    Process unit(options);
+    ASSERT_EQ(unit.wait_for_exit(PATIENCE_MS), 0) << unit.err();
+  }
+  /// The receiver that satnavd looks for.
+  [[nodiscard]] std::unique_ptr<Process> receiver(std::vector<std::string> options) const {
+    options.insert(options.begin(), {program("gnss-sim"), "--link", device});
+    auto simulator = std::make_unique<Process>(options);
+    EXPECT_TRUE(simulator->wait_for_output("\n", PATIENCE_MS)) << simulator->err();
+    return simulator;
+  }
+  /// The service in a folder of its own. `config` is added to a configuration that suits the test's broker
+  /// and receiver; `launcher` is a program that becomes satnavd.
+  std::unique_ptr<Process> satnavd(const std::string& config = {},
+                                   const std::vector<std::string>& options = {},
+                                   std::vector<std::string> launcher = {}) {
+    const std::string name = "satnavd-" + std::to_string(++m_started);
+    std::filesystem::create_directory(folder / name);
+    folder.write(name + "/satnavd.conf", "logmode = STDERR\nclient_name = " + name +
+                                             "\nport = " + std::to_string(broker.port()) +
+                                             "\ngnss_device = " + device + "\n" + config);
+    launcher.push_back(program("satnavd"));
+    launcher.insert(launcher.end(), options.begin(), options.end());
+    return std::make_unique<Process>(launcher, Process::Options{folder / name, {}});
+  }
+
+  Broker broker;
+  const TempDir folder;
+  const std::string device = folder / "receiver";
+
+ private:
+  int m_started = 0;
+};
+
+}  // namespace test
