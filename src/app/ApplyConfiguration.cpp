@@ -78,6 +78,17 @@ void applyGnssSystem(const Options& options, GPSDClient& service) {
   LOG.info("arg gnss_system = 0x", logging::hex(options.gnss_system));
 }
 
+void applySystemSelection(const Configuration& config, GPSDClient& service) {
+  const std::string text = config.get("disable_mqtt_system_selection");
+  if (text == "true") {
+    LOG.debug("disable_mqtt_system_selection_str1 ", text);
+  } else if (text == "1") {
+    LOG.debug("disable_mqtt_system_selection_str2 ", text);
+  } else {
+    service.enableMqttSystemSelection();
+  }
+}
+
 void applyAugmentation(const Options& options, const Configuration& config, GPSDClient& service) {
   if (options.augmentation != 0) {
     service.ubloxConfig().setGnssAugmentationRequested(options.augmentation);
@@ -99,11 +110,12 @@ void applyLogLevel(const Options& options, const Configuration& config) {
   if (options.log_level.empty()) logging::configure_logging(config.get("loglevel"));
 }
 
-void applyDebugFlags(const Options& options, const Configuration& config) {
+void applyDebugFlags(const Options& options, const Configuration& config, GPSDClient& service) {
   const std::string text = config.get("debugflags");
   if (options.debug_flags_given || text.empty()) return;
   try {
     GnssUtils::setLogFlags(to_u32_base0(text));
+    service.enableLoggingControl();
   } catch (const std::exception&) {
     LOG.error("fine_debug_flags invalid ", logging::escaped(text));
   }
@@ -152,10 +164,11 @@ void applyConfiguration(const Options& options, const Configuration& config, GPS
   applyBaudRate(options, config, service);
   applyHardwareInit(options, config, service);
   applyGnssSystem(options, service);
+  applySystemSelection(config, service);
   applyAugmentation(options, config, service);
   service.setSystemTimeEnabled(isTrue(config.get("set_system_time")));
   applyLogLevel(options, config);
-  applyDebugFlags(options, config);
+  applyDebugFlags(options, config, service);
   applyRawCommands(config, service);
   applyRadioSilence(config, service);
 }

@@ -28,6 +28,7 @@ using gpspub::LOG;
 
 constexpr int STATUS_NO_CONFIGURATION = -1;
 constexpr uint32_t ACTIVATE_EHORIZON_SIM = 0x2045;
+constexpr uint32_t DEFAULT_DEBUG_FLAGS = 1;
 constexpr std::array<int, 2> STOP_SIGNALS{SIGINT, SIGTERM};
 
 struct MandatoryVariables {
@@ -159,7 +160,9 @@ int main(int argc, char** argv) {
 
   auto service =
       std::make_unique<GPSDClient>(transport, unit.hwvariant, unit.hasgnss, unit.hwversion, device);
+  service->readSysparams();
   stopCell() = service.get();
+  if (options.debug_flags != DEFAULT_DEBUG_FLAGS) service->enableLoggingControl();
   gpspub::applyConfiguration(options, *config, *service);
   logBanner();
 

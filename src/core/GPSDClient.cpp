@@ -14,7 +14,6 @@ namespace {
 
 constexpr int64_t GNSS_OFF_WAIT_US = 5'000'000;
 constexpr int64_t WAIT_SLICE_US = 100'000;
-constexpr int QOS = 0;
 
 std::unique_ptr<IGnssInput> createInput(const std::string& devicePath) {
   if (devicePath == "/dev/spidev2.0") LOG.error("this version does not read a receiver over SPI yet");
@@ -35,13 +34,19 @@ GPSDClient::GPSDClient(std::shared_ptr<com::ITransportClient>& transportClient, 
       m_device_path(devicePath),
       m_input(input ? std::move(input) : createInput(devicePath)),
       m_epoch(*this),
+      m_ublox_config(*m_input, ReceiverLines(hwversion)),
+      m_antenna(m_ublox_config, *this, transportClient),
+      m_ubx_reception(*m_input, m_ublox_config, m_antenna, *this),
       m_publish_mqtt(std::make_unique<GnssPublishMqtt>()),
+      m_gnss_observer(std::make_shared<GnssObserver>(static_cast<IGnssControl&>(*this))),
       m_time_zone_observer(std::make_shared<TimeZoneObserver>()) {
-  m_transport_client->subscribe(TimeZoneObserver::topic_timezoneinfo, m_time_zone_observer, QOS);
+  if (!publishGnssSource()) LOG.error("Unable to publish GnssSource!");
+  subscribeObservers();
 }
 
+/// No observer may be called any more.
 GPSDClient::~GPSDClient() {
-  m_transport_client->unsubscribe(TimeZoneObserver::topic_timezoneinfo);
+  unsubscribeAll();
 }
 
 void GPSDClient::run() {
@@ -57,6 +62,7 @@ void GPSDClient::run() {
       runUblox();
     }
   }
+  unsubscribeObservers();
 }
 
 void GPSDClient::runIcan() {
@@ -86,6 +92,8 @@ bool GPSDClient::connect() {
 void GPSDClient::disconnect() {
   m_input->disconnect();
   m_connection_state = ConnectionState::NOT_CONNECTED;
+  m_ublox_config.unconfirmPort();
+  m_ublox_config.restart();
 }
 
 bool GPSDClient::isConnected() {
@@ -94,6 +102,7 @@ bool GPSDClient::isConnected() {
 
 bool GPSDClient::setBaudRate(uint32_t baud) {
   m_baud_rate = baud;
+  m_ubx_reception.setBaudRate(baud);
   return m_input->setBaudRate(baud);
 }
 

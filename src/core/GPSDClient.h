@@ -8,10 +8,14 @@
 #include "core/SystemClock.h"
 #include "input/IGnssInput.h"
 #include "nmea/EpochAssembly.h"
+#include "observe/GnssObserver.h"
 #include "observe/TimeZoneObserver.h"
 #include "platform/Transport.h"
 #include "publish/IGnssPublish.h"
+#include "ublox/AntennaSupervision.h"
+#include "ublox/IReceiverOwner.h"
 #include "ublox/UbloxConfig.h"
+#include "ublox/UbxReception.h"
 
 namespace ecu::koru::gpspub {
 
@@ -20,7 +24,7 @@ namespace ecu::koru::gpspub {
 ///
 /// One object a process, made and run by the main thread. stop() may be called from a signal handler and any
 /// thread; everything else belongs to the main thread.
-class GPSDClient final : private IEpochOwner {
+class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IGnssControl {
  public:
   /// `hasgnss` "true": the unit has a receiver of its own at `devicePath`. `input` replaces the one that the
   /// path selects.
@@ -38,9 +42,19 @@ class GPSDClient final : private IEpochOwner {
 
   /// Opens the receiver's device.
   bool connect();
-  /// Closes it.
-  void disconnect();
+  /// Closes it; the receiver is found and configured anew.
+  void disconnect() override;
   [[nodiscard]] bool isConnected();
+
+  /// Reads the system parameters of the start. A parameter problem leaves the built-in values.
+  void readSysparams();
+  /// Announces this unit's receiver on "system/gnss/source", on hardware "zpt" only. False when it cannot be
+  /// serialized.
+  bool publishGnssSource();
+  /// Follows the log flags on the bus.
+  void enableLoggingControl();
+  /// Follows the receiver's switches and constellations on the bus.
+  void enableMqttSystemSelection();
 
   // Settings, before run().
   /// Handed to the input too; false when that does not support the rate.
@@ -49,7 +63,7 @@ class GPSDClient final : private IEpochOwner {
   void disableHardwareInit();
   void setSystemTimeEnabled(bool on) { m_system_clock.enableSetting(on); }
   /// Antenna off and receiver stopped while the vehicle asks for radio silence.
-  void setRadioSilenceConfigured(bool on) { m_radio_silence_configured = on; }
+  void setRadioSilenceConfigured(bool on) { m_antenna.setRadioSilenceConfigured(on); }
   [[nodiscard]] bool simulation() const { return m_simulation; }
   [[nodiscard]] UbloxConfig& ubloxConfig() { return m_ublox_config; }
 
@@ -63,6 +77,12 @@ class GPSDClient final : private IEpochOwner {
   /// Sleeps, but not beyond a stop().
   void waitWhileRunning(int64_t us) const;
 
+  // GPSDClientBus.cpp
+  void subscribeObservers();
+  /// The topics that the end of run() leaves, in their order.
+  void unsubscribeObservers();
+  void unsubscribeAll();
+
   // GPSDClientReceiver.cpp: receiver mode.
   void logInputWarnings() const;
   void enterReceiverLoop();
@@ -71,16 +91,30 @@ class GPSDClient final : private IEpochOwner {
   void receive();
   [[nodiscard]] bool readNewData(int timeout_us);
   void processNewData();
+  void processUblox();
   void sendFrameIfDue();
   void frameSent();
   void timeoutToSendFrame();
   [[nodiscard]] bool isNoCommunication() const;
+  [[nodiscard]] int64_t noCommunicationThreshold() const;
+  void checkUbloxInitialisation();
   void deviceGone();
 
   // IEpochOwner
   void publishGnssData() override;
   void checkSetSystemTime() override;
   void fillTimeZone(GnssInfo& info) const;
+
+  // IReceiverOwner
+  [[nodiscard]] bool radioSilenceRequested() const override { return m_gnss_observer->radioSilence(); }
+  [[nodiscard]] std::string hwVersionSignal() const override { return m_gnss_observer->hwVersion(); }
+  void setUtcValidFlags(uint8_t flags) override { m_epoch.info().m_utc_valid_flags = flags; }
+
+  // IGnssControl, delivery thread
+  void setGnssOn(bool on) override { m_gnss_on = on; }
+  void setGnssAntennaOn(bool on) override { m_antenna.setGnssAntennaOn(on); }
+  void setGnssSystem(uint32_t bit, bool on) override { m_ublox_config.setGnssSystemRequested(bit, on); }
+  void restartSequence() override { m_ublox_config.requestRestart(); }
 
   std::atomic<bool> m_running{true};
   std::atomic<bool> m_gnss_on{true};
@@ -97,11 +131,13 @@ class GPSDClient final : private IEpochOwner {
   EpochAssembly m_epoch;
   SystemClock m_system_clock;
   UbloxConfig m_ublox_config;
+  AntennaSupervision m_antenna;
+  UbxReception m_ubx_reception;
   std::unique_ptr<IGnssPublish> m_publish_mqtt;
+  std::shared_ptr<GnssObserver> m_gnss_observer;
   std::shared_ptr<TimeZoneObserver> m_time_zone_observer;
 
   uint32_t m_bytes_received = 0;
-  uint32_t m_ublox_frames_received = 0;
   // Stopwatch 0, us.
   int64_t m_data_time_us = 0;
   int64_t m_connect_time_us = 0;
@@ -109,10 +145,11 @@ class GPSDClient final : private IEpochOwner {
   int64_t m_earliest_open_us = 0;  // after an unexpected close, opens are a second apart
 
   bool m_device_gone_logged = false;
-  bool m_radio_silence_configured = true;
+  bool m_observers_unsubscribed = false;
   bool m_disable_hw_init = false;
   bool m_simulation = false;
   uint32_t m_baud_rate = 9600;
+  unsigned m_gnss_rate_hz = 1;
   uint32_t m_comm_retries = 0;
 };
 

@@ -22,6 +22,8 @@ constexpr unsigned USUAL_BAUD = 38400;
 constexpr std::string_view SERIAL_DEVICE = "/dev/ttyFP3";
 constexpr std::string_view SPI_DEVICE = "/dev/spidev2.0";
 constexpr unsigned char UBX_SYNC = 0xB5;
+constexpr int64_t SEQUENCE_SILENCE_US = 15'000'000;
+constexpr int64_t NEVER = 0;
 
 }  // namespace
 
@@ -105,12 +107,20 @@ void GPSDClient::processNewData() {
       m_epoch.processNewNmeaString(m_input->getBaudRate());
     }
   } else if (message[0] == UBX_SYNC) {
-    ++m_ublox_frames_received;
-    m_last_ublox_time = m_data_time_us;
-    if (GnssUtils::debugIt(logflag::NEW_DATA)) {
-      LOG.debug("VALID UBLOX len ", length, "\n", hexDumpMessage(message, length, 50, 10, true));
-    }
+    processUblox();
   }
+}
+
+void GPSDClient::processUblox() {
+  const int length = m_ubx_reception.readUbloxMessage();
+  if (length <= 0) return;
+  m_last_ublox_time = m_data_time_us;
+  if (GnssUtils::debugIt(logflag::NEW_DATA)) {
+    LOG.debug("VALID UBLOX len ", length, "\n", hexDumpMessage(m_input->getBuffer(), length, 50, 10, true));
+    const int remaining = m_input->getBytesWaiting() - length;
+    if (remaining > 0) LOG.debug("Another message waiting ", remaining);
+  }
+  m_ubx_reception.processUbloxMessage();
 }
 
 void GPSDClient::sendFrameIfDue() {
@@ -130,8 +140,17 @@ void GPSDClient::timeoutToSendFrame() {
 }
 
 bool GPSDClient::isNoCommunication() const {
+  if (m_antenna.isRadioSilent()) return false;
+  const int64_t threshold = noCommunicationThreshold();
   const int64_t latest = std::max({m_epoch.lastNmeaTime(), m_last_ublox_time, m_connect_time_us});
-  return GnssUtils::getMicrosecDuration(0) - latest > m_frame_period_us;
+  return threshold != NEVER && GnssUtils::getMicrosecDuration(0) - latest > threshold;
+}
+
+/// A sequence that is still looking for the receiver hunts the baud rate by its own time-outs; one that works
+/// on a confirmed port gives a receiver time that answers nothing but resends.
+int64_t GPSDClient::noCommunicationThreshold() const {
+  if (m_ublox_config.isInitialised() || m_ublox_config.isStopped()) return m_frame_period_us;
+  return m_ublox_config.isPortConfirmed() ? SEQUENCE_SILENCE_US : NEVER;
 }
 
 void GPSDClient::deviceGone() {

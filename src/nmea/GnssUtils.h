@@ -21,9 +21,16 @@ inline constexpr unsigned WAITING = 0x800;
 inline constexpr unsigned WAITING_HELD = 0x1000;
 inline constexpr unsigned CONNECTION = 0x2000;
 inline constexpr unsigned READS = 0x4000;
+inline constexpr unsigned CONSTELLATIONS = 0x8000;
+inline constexpr unsigned SYSTEM_PARAMETERS = 0x20000;
+inline constexpr unsigned COMMANDS = 0x40000;
+inline constexpr unsigned UBX_DISPATCH = 0x80000;
+inline constexpr unsigned ANTENNA = 0x100000;
+inline constexpr unsigned UBX_DISPATCH_2 = 0x200000;
 inline constexpr unsigned READS_PARSED = 0x400000;
 inline constexpr unsigned FRAMING = 0x800000;
 inline constexpr unsigned FRAME_TIMING = 0x1000000;
+inline constexpr unsigned RADIO_SILENCE = 0x2000000;
 inline constexpr unsigned START_UP = 0x80000000;
 }  // namespace logflag
 

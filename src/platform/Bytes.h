@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
-/// Eight bytes at a time: masks with the high bit of each byte that has a property. Portable C++; the first byte is the
-/// lowest one.
+/// Eight bytes at a time: masks with the high bit of each byte that has a property. Portable C++; the first
+/// byte is the lowest one.
 namespace ecu::koru::bytes {
 
 static_assert(std::endian::native == std::endian::little, "the first byte of a word is its lowest one");
@@ -34,6 +34,8 @@ inline constexpr uint64_t LOW_BITS = 0x0101010101010101;
 }
 
 /// Index of the first byte of a mask that is not 0.
-[[nodiscard]] constexpr int first(uint64_t mask) { return std::countr_zero(mask) / 8; }
+[[nodiscard]] constexpr int first(uint64_t mask) {
+  return std::countr_zero(mask) / 8;
+}
 
 }  // namespace ecu::koru::bytes

@@ -1,25 +1,313 @@
 #include "ublox/UbloxConfig.h"
 
+#include <utility>
+
+#include "nmea/GnssUtils.h"
+#include "nmea/HexDump.h"
+
 namespace ecu::koru::gpspub {
 
 namespace {
+
+constexpr unsigned NUM_INIT_COMMANDS = ubx::INIT_COMMANDS.size();
+constexpr unsigned NUM_COMPLEX_COMMANDS = 10;
+constexpr unsigned NAK_RETRIES = 3;
+constexpr int64_t ANSWER_US = 3'000'000;
+constexpr unsigned MAX_TIMEOUTS_UNCONFIRMED = 5;
+constexpr unsigned MAX_TIMEOUTS_CONFIRMED = 4;
+constexpr unsigned TIMEOUTS_PER_HW_RESET = 19;
+
+// The complex steps.
+constexpr unsigned STEP_SELECT_SYSTEMS = 0;
+constexpr unsigned STEP_GNSS_POLL = 2;
+constexpr unsigned STEP_SAVE = 3;
+constexpr unsigned STEP_FIRST_RAW = 4;
+constexpr unsigned STEP_LAST_RAW = 8;
+constexpr unsigned STEP_NAVIGATION_RATE = 9;
+
 constexpr uint32_t GPS = 0x01;
 constexpr uint32_t SBAS_AND_QZSS = 0x03;
+constexpr size_t MEASUREMENT_PERIOD_OFFSET = 6;  // in the CFG-RATE frame
+
+bool logCommands() {
+  return GnssUtils::debugIt(logflag::COMMANDS);
+}
+
 }  // namespace
+
+UbloxConfig::UbloxConfig(IGnssInput& input, ReceiverLines lines)
+    : m_input(input),
+      m_lines(std::move(lines)),
+      m_navigation_rate(ubx::NAVIGATION_RATE.frame()),
+      m_max_timeouts(MAX_TIMEOUTS_UNCONFIRMED),
+      m_command(ubx::INIT_COMMANDS[0].frame()) {}
+
+// --- what is wanted
+// -------------------------------------------------------------------------------------------------
+
+void UbloxConfig::setGnssSystemRequested(uint32_t bit, bool on) {
+  if (on) {
+    m_gnss_system_requested |= bit;
+  } else {
+    m_gnss_system_requested &= ~bit;
+  }
+}
 
 void UbloxConfig::setGnssAugmentationRequested(uint32_t mask) {
   m_gnss_augmentation_requested = mask;
   m_gnss_augmentation_configured = true;
 }
 
-uint32_t UbloxConfig::gnssAugmentationRequested() const {
-  if (m_gnss_augmentation_configured) return m_gnss_augmentation_requested;
-  return (m_gnss_system_requested & GPS) != 0 ? SBAS_AND_QZSS : 0;
+void UbloxConfig::deriveAugmentation() {
+  if (m_gnss_augmentation_configured) return;
+  m_gnss_augmentation_requested = (m_gnss_system_requested & GPS) != 0 ? SBAS_AND_QZSS : 0;
+}
+
+void UbloxConfig::setMeasurementPeriod(uint16_t period_ms) {
+  m_navigation_rate[MEASUREMENT_PERIOD_OFFSET] = static_cast<char>(period_ms & 0xFF);
+  m_navigation_rate[MEASUREMENT_PERIOD_OFFSET + 1] = static_cast<char>(period_ms >> 8);
 }
 
 void UbloxConfig::disableHardwareInit() {
   m_initialised = true;
   m_stopped = true;
+}
+
+// --- the sequence
+// ---------------------------------------------------------------------------------------------------
+
+bool UbloxConfig::hasCommandToSend() const {
+  if (m_initialised || m_stopped) return false;
+  return m_init_command_idx < NUM_INIT_COMMANDS || m_complex_command_idx < NUM_COMPLEX_COMMANDS;
+}
+
+std::string UbloxConfig::getNextCommand() {
+  m_timeout_counter = 0;
+  if (m_init_command_idx < NUM_INIT_COMMANDS) {
+    if (++m_init_command_idx < NUM_INIT_COMMANDS) {
+      m_command = ubx::INIT_COMMANDS[m_init_command_idx].frame();
+      return m_command;
+    }
+  } else {
+    ++m_complex_command_idx;
+  }
+  if (m_complex_command_idx >= NUM_COMPLEX_COMMANDS) {
+    LOG.info("UbloxConfig::getNextCommand() m_init_command_idx = ", m_init_command_idx, ". Now initialised");
+    m_initialised = true;
+    m_init_command_idx = m_complex_command_idx = 0;
+    m_command = ubx::INIT_COMMANDS[0].frame();
+    return {};
+  }
+  if (logCommands()) {
+    LOG.debug("UbloxConfig::getNextCommand() m_init_command_idx = ", m_init_command_idx,
+              " m_complex_command_idx = ", m_complex_command_idx);
+  }
+  m_command = complexCommand(m_complex_command_idx);
+  return m_command;
+}
+
+/// A step that has nothing to say polls MON-GNSS: its answer advances the sequence at once.
+std::string UbloxConfig::complexCommand(unsigned step) {
+  if (step == STEP_SELECT_SYSTEMS && checkGnssSystem()) return m_CFG_GNSS_string;
+  if (step == STEP_GNSS_POLL) return ubx::GNSS_POLL.frame();
+  if (step == STEP_SAVE && m_save_config) {
+    LOG.info("SAVE CONFIG ***********************************************************");
+    return ubx::SAVE_CONFIGURATION.frame();
+  }
+  if (step >= STEP_FIRST_RAW && step <= STEP_LAST_RAW && step - STEP_FIRST_RAW < m_raw_cmd_post.size()) {
+    return m_raw_cmd_post[step - STEP_FIRST_RAW];
+  }
+  if (step == STEP_NAVIGATION_RATE) return m_navigation_rate;
+  return ubx::MON_GNSS_POLL.frame();
+}
+
+void UbloxConfig::transmit(std::string frame) {
+  if (logCommands()) {
+    LOG.debug("UbloxConfig sends m_init_command_idx ", m_init_command_idx, " ",
+              hexDumpMessage(reinterpret_cast<const unsigned char*>(frame.data()),
+                             static_cast<int>(frame.size()), 0, 0, true));
+  }
+  if (GnssUtils::fixUbloxChecksum(frame)) {
+    m_input.sendBinary(reinterpret_cast<const unsigned char*>(frame.data()), static_cast<int>(frame.size()));
+  }
+  m_command_sent_time = GnssUtils::getMicrosecDuration(0);
+}
+
+void UbloxConfig::sendNextCommand() {
+  if (!hasCommandToSend()) return;
+  m_nak_counter = 0;
+  transmit(getNextCommand());
+  m_timeout_counter = 0;
+}
+
+void UbloxConfig::sendCommand() {
+  if (!m_stopped) transmit(m_command);
+}
+
+void UbloxConfig::sendCommand(const UbxCommand& command) {
+  m_command = command.frame();
+  sendCommand();
+}
+
+bool UbloxConfig::isTimeout() const {
+  return GnssUtils::getMicrosecDuration(0) - m_command_sent_time > ANSWER_US;
+}
+
+bool UbloxConfig::checkTimeout(bool count_hw_timeouts) {
+  if (!isTimeout()) return false;
+  if (++m_timeout_counter >= m_max_timeouts) {
+    handleTimeout(count_hw_timeouts);
+    return true;
+  }
+  if (logCommands()) LOG.debug("Resending UbloxConfig::checkTimeout() m_timeout_counter ", m_timeout_counter);
+  sendCommand();
+  m_lines_received = m_input.getLinesReceived();
+  return true;
+}
+
+void UbloxConfig::handleTimeout(bool count_hw_timeouts) {
+  if (logCommands()) LOG.debug("UbloxConfig::handleTimeout() m_init_command_idx ", m_init_command_idx);
+  if (m_port_confirmed) {
+    sendNextCommand();
+  } else if (m_input.getLinesReceived() == m_lines_received) {
+    tryOtherBaudRate(count_hw_timeouts);
+  } else {
+    if (logCommands()) LOG.debug("Timeout. But have change in getLinesReceived");
+    m_lines_received = m_input.getLinesReceived();
+    m_init_command_idx = 0;
+    sendCommand(ubx::INIT_COMMANDS[0]);
+  }
+  m_timeout_counter = 0;
+}
+
+void UbloxConfig::tryOtherBaudRate(bool count_hw_timeouts) {
+  if (logCommands()) LOG.debug("Timeout try other baud rate. getLinesReceived ", m_lines_received);
+  m_input.tryNextBaudRate();
+  m_input.disconnect();
+  m_lines_received = m_input.getLinesReceived();
+  m_hw_timeout_counter = count_hw_timeouts ? m_hw_timeout_counter + 1 : 1;
+  if (logCommands()) LOG.debug("m_hw_timeout_counter ", m_hw_timeout_counter);
+  if (m_hw_timeout_counter % TIMEOUTS_PER_HW_RESET == 0) hardwareResetUblox();
+}
+
+void UbloxConfig::handle_UBX_ACK_NAK_response(const UbxFrame& frame) {
+  if (frame.id() != ubx::ACK_NAK || m_stopped) return;
+  if (++m_nak_counter < NAK_RETRIES) {
+    sendCommand();
+    return;
+  }
+  LOG.warning("NAK_RETRIES exceeded. m_init_command_idx ", m_init_command_idx, " m_complex_command_idx ",
+              m_complex_command_idx);
+  m_nak_counter = 0;
+  sendNextCommand();
+}
+
+void UbloxConfig::takeRestart() {
+  if (m_restart_requested.exchange(false)) restart();
+}
+
+void UbloxConfig::restart() {
+  if (m_stopped) return;
+  m_initialised = false;
+  m_init_command_idx = m_complex_command_idx = 0;
+  m_command = ubx::INIT_COMMANDS[0].frame();
+}
+
+void UbloxConfig::confirmPort() {
+  m_port_confirmed = true;
+  m_max_timeouts = MAX_TIMEOUTS_CONFIRMED;
+  m_hw_timeout_counter = 0;
+}
+
+void UbloxConfig::unconfirmPort() {
+  m_port_confirmed = false;
+  m_max_timeouts = MAX_TIMEOUTS_UNCONFIRMED;
+}
+
+// --- single commands
+// ------------------------------------------------------------------------------------------------
+
+uint32_t UbloxConfig::effectiveBaudrate(uint32_t configured) {
+  const bool has_command =
+      configured == 9600 || configured == 38400 || configured == 57600 || configured == 115200;
+  return has_command ? configured : 19200;
+}
+
+void UbloxConfig::configureBaudrate(uint32_t effective) {
+  switch (effective) {
+    case 9600:
+      configureBaudrate9600();
+      break;
+    case 38400:
+      configureBaudrate38400();
+      break;
+    case 57600:
+      configureBaudrate57600();
+      break;
+    case 115200:
+      configureBaudrate115200();
+      break;
+    default:
+      configureBaudrate19200();
+      break;
+  }
+}
+
+void UbloxConfig::configureSPI_TxReady() {
+  m_command = m_CFG_PRT_string;
+  sendCommand();
+}
+
+void UbloxConfig::disableReceiver() {
+  sendCommand(ubx::RECEIVER_STANDBY);
+  sendCommand(ubx::GNSS_STOP);
+}
+
+// --- constellations
+// -------------------------------------------------------------------------------------------------
+
+void UbloxConfig::setCfgGnss(CFG_GNSS record, std::string frame) {
+  m_CFG_GNSS = std::move(record);
+  m_CFG_GNSS_received = std::move(frame);
+}
+
+bool UbloxConfig::isAugmentationChanged(const CFG_GNSS& cfg) {
+  const uint32_t enabled = enabledAugmentation(cfg);
+  if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) {
+    LOG.debug("UbloxConfig::isAugmentationChanged augmentation_enabled ", enabled,
+              " m_gnss_augmentation_requested ", m_gnss_augmentation_requested);
+  }
+  deriveAugmentation();
+  return enabled != (m_gnss_augmentation_requested & 0xFF);
+}
+
+bool UbloxConfig::checkGnssSystem() {
+  if (m_MON_GNSS.supported == 0 || m_CFG_GNSS.blocks.empty()) return false;
+  deriveAugmentation();
+  const uint32_t requested = m_gnss_system_requested;
+  if (m_MON_GNSS.enabled == (requested & 0xFF)) {
+    if (!isAugmentationChanged(m_CFG_GNSS)) return false;
+  } else {
+    if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) {
+      LOG.debug("UbloxConfig::checkGnssSystem() enabled gnss system", " 0x", logging::hex(m_MON_GNSS.enabled),
+                " system requested", " 0x", logging::hex(requested));
+    }
+    LOG.notice("Changing from gnss system 0x", logging::hex(m_MON_GNSS.enabled), " to 0x",
+               logging::hex(requested), ". Cached Satellite data cleared. Time to first fix may be long.");
+  }
+  const bool log = GnssUtils::debugIt(logflag::CONSTELLATIONS);
+  if (log) LOG.debug("m_CFG_GNSS before modification");
+  print_CFG_GNSS(m_CFG_GNSS);
+  selectSystems(m_CFG_GNSS, requested, m_gnss_augmentation_requested);
+  if (log) LOG.debug("m_CFG_GNSS after modification");
+  print_CFG_GNSS(m_CFG_GNSS);
+  m_CFG_GNSS_string = m_CFG_GNSS_received;
+  if (!synch_CFG_GNSS_toString(m_CFG_GNSS_string, m_CFG_GNSS) && log) {
+    LOG.debug("the CFG-GNSS frame is sent with its flags as received");
+  }
+  if (log) LOG.debug("UbloxConfig::checkGnssSystem() m_CFG_GNSS_string.length ", m_CFG_GNSS_string.size());
+  if (CFG_GNSS sent; log && parse_CFG_GNSS(m_CFG_GNSS_string, sent)) print_CFG_GNSS(sent);
+  return true;
 }
 
 }  // namespace ecu::koru::gpspub

@@ -44,7 +44,12 @@ class ScenarioTerminal final : public gpspub::ITerminalDevice {
     if (m_state.gone) return 0;
     return static_cast<ssize_t>(m_source.read({static_cast<uint8_t*>(data), max}));
   }
-  ssize_t write(int /*fd*/, const void* /*data*/, size_t len) override { return static_cast<ssize_t>(len); }
+  ssize_t write(int /*fd*/, const void* data, size_t len) override {
+    m_source.advance_to(m_time.now_us());
+    m_source.write({static_cast<const uint8_t*>(data), len});
+    m_state.sent.push_back({m_time.now_us(), std::string(static_cast<const char*>(data), len)});
+    return static_cast<ssize_t>(len);
+  }
   int waitReadable(int /*fd*/, int timeout_us) override {
     ++m_state.waits;
     const int64_t end = m_time.now_us() + timeout_us;
@@ -106,8 +111,8 @@ World::World(ByteSource& source, const Options& options)
   auto input =
       std::make_unique<gpspub::SerialInput>(std::make_unique<ScenarioTerminal>(time, source, terminal));
   std::shared_ptr<com::ITransportClient> transport = bus;
-  service = std::make_unique<gpspub::GPSDClient>(transport, "variant", options.hasgnss, "qrx", "/dev/ttyFP3",
-                                                 std::move(input));
+  service = std::make_unique<gpspub::GPSDClient>(transport, "variant", options.hasgnss, options.hwversion,
+                                                 "/dev/ttyFP3", std::move(input));
   service->setBaudRate(options.baud);
 }
 

@@ -25,6 +25,8 @@ class ByteSource {
   [[nodiscard]] virtual int64_t next_byte_us() const = 0;
   [[nodiscard]] virtual size_t available() const = 0;
   virtual size_t read(std::span<uint8_t> out) = 0;
+  /// What the service sends.
+  virtual void write(std::span<const uint8_t> /*bytes*/) {}
   virtual void set_host_baud(unsigned /*baud*/) {}
   virtual void set_open(bool /*open*/) {}
 };
@@ -51,6 +53,7 @@ class SimulatedReceiver final : public ByteSource {
   [[nodiscard]] int64_t next_byte_us() const override { return receiver.next_byte_us(); }
   [[nodiscard]] size_t available() const override { return receiver.available(); }
   size_t read(std::span<uint8_t> out) override { return receiver.read(out); }
+  void write(std::span<const uint8_t> bytes) override { receiver.write(bytes); }
   void set_host_baud(unsigned baud) override { receiver.set_host_baud(baud); }
   void set_open(bool open) override { receiver.set_open(open); }
 
@@ -81,10 +84,17 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
   std::multimap<int64_t, std::function<void()>> m_agenda;
 };
 
+/// What the service sent at a time.
+struct Sent {
+  int64_t at_us;
+  std::string bytes;
+};
+
 struct TerminalState {
   bool missing = false;  ///< open() fails
   bool gone = false;     ///< the open device hangs up: reads give 0
   std::vector<int64_t> opens_us;
+  std::vector<Sent> sent;
   long waits = 0;
 };
 
@@ -98,6 +108,7 @@ class World {
  public:
   struct Options {
     std::string hasgnss = "true";
+    std::string hwversion = "qrx";
     unsigned baud = 38400;
     int64_t wall_us = 1'400'000'000'000'000;  ///< the system clock at the start: 2014
   };

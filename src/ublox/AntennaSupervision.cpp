@@ -1,0 +1,248 @@
+#include "ublox/AntennaSupervision.h"
+
+#include <array>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "nmea/GnssUtils.h"
+#include "platform/Signals.h"
+#include "platform/Topics.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr size_t CFG_ANT_MIN = 4;
+constexpr uint16_t SUPPLY_CONTROL = 0x0001;  // bit 0 of the CFG-ANT flags
+constexpr size_t MON_HW_MIN = 60;
+constexpr size_t A_STATUS = 20;
+constexpr size_t A_POWER = 21;
+
+// The status as it is kept: this unit's antenna circuit shows OK where the receiver says open, and open where
+// it says OK.
+constexpr unsigned OK = 2;
+constexpr unsigned SHORT = 3;
+constexpr unsigned OPEN = 4;
+
+constexpr std::string_view OPEN_IS_LOGGED_ON = "QRX7_2_KW4";
+
+constexpr unsigned remapped(unsigned receiver_status) {
+  if (receiver_status == OK) return OPEN;
+  return receiver_status == OPEN ? OK : receiver_status;
+}
+
+constexpr std::array<std::string_view, 5> STATUS_NAMES{" (init)", " (don't know)", " (OK)", " (short)",
+                                                       " (open)"};
+
+std::string_view powerName(unsigned power) {
+  if (power == 0) return " (off)";
+  return power == 1 ? " (on)" : " (don't know)";
+}
+
+const std::vector<uint8_t> TRUE_VALUE{0x01};
+const std::vector<uint8_t> FALSE_VALUE{0x00};
+
+/// A truth signal of the system group that has its name.
+struct TruthSignal {
+  const std::string& topic;
+  const char* signal;
+  const char* set_failure;
+  const char* pack_failure;
+};
+const TruthSignal OPEN_CIRCUIT{topic::ANTENNA_OPEN_CIRCUIT, "status_gnss_antenna_open_circuit",
+                               "Unable to set open_circ signal data to SignalGroup!",
+                               "Unable to pack SignalGroup for open_ciruit: "};
+const TruthSignal SHORT_CIRCUIT{topic::ANTENNA_SHORT_CIRCUIT, "status_gnss_antenna_short_circuit",
+                                "Unable to set short_circ signal data to SignalGroup!",
+                                "Unable to pack SignalGroup for short_ciruit: "};
+
+void publishTruth(com::ITransportClient& transport, const TruthSignal& truth, bool value,
+                  const std::string& details) {
+  auto& adapter = rt::SignalAdapter::instance();
+  rt::SignalGroup group = adapter.create_sg(truth.topic);
+  if (!group.is_valid()) {
+    LOG.error("Unable to create signal group for ", truth.topic);
+    return;
+  }
+  if (!group.set_signal_data(truth.signal, value ? TRUE_VALUE : FALSE_VALUE)) LOG.error(truth.set_failure);
+  if (const auto message = adapter.pack(group)) {
+    transport.publish(truth.topic, *message);
+  } else {
+    LOG.error(truth.pack_failure, details);
+  }
+}
+
+}  // namespace
+
+AntennaSupervision::AntennaSupervision(UbloxConfig& config, IReceiverOwner& owner,
+                                       std::shared_ptr<com::ITransportClient> transport)
+    : m_config(config), m_owner(owner), m_transport(std::move(transport)) {}
+
+void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
+  const auto payload = frame.payload();
+  if (payload.size() < CFG_ANT_MIN) {
+    LOG.warning("Ublox CFG_ANT bad payload (< 4). len = ", payload.size());
+    return;
+  }
+  m_antenna_power_enabled = (ubx::u16(payload, 0) & SUPPLY_CONTROL) != 0;
+  m_radio_silence_applied = m_owner.radioSilenceRequested();
+  if (GnssUtils::debugIt(logflag::RADIO_SILENCE)) {
+    LOG.debug("m_cold_start = ", m_cold_start, ". m_antenna_power_enabled = ", m_antenna_power_enabled,
+              ". m_save_antenna_config = ", m_save_antenna_config,
+              ". m_radio_silence_configured = ", m_radio_silence_configured,
+              ". m_radio_silence requested = ", m_radio_silence_applied);
+  }
+  if (m_cold_start) {
+    judgeColdStart();
+  } else {
+    judgeWarm();
+  }
+}
+
+void AntennaSupervision::judgeColdStart() {
+  if (m_save_antenna_config) {
+    LOG.info("SAVE Antenna config");
+    m_config.saveAntennaConfig();
+    m_save_antenna_config = m_cold_start = false;
+  } else if (m_radio_silence_configured && m_antenna_power_enabled) {
+    LOG.warning("Antenna_power wrongly configured. Power enabled at cold start. Disable Antenna Power");
+    disableAntennaPower();
+    m_radio_silence_applied = m_save_antenna_config = true;
+  } else if (m_radio_silence_configured) {
+    if (!m_radio_silence_applied)
+      LOG.info("Antenna power disabled at cold start. Should enable antenna_power");
+    enableAntennaPower();
+    m_cold_start = false;
+  } else if (m_antenna_power_enabled) {
+    enableAntennaPower();
+    m_cold_start = m_radio_silence_applied = false;
+  } else {
+    LOG.warning("Antenna_power wrongly configured. Should enable antenna_power at cold start.");
+    enableAntennaPower();
+    m_save_antenna_config = true;
+    m_radio_silence_applied = false;
+  }
+}
+
+void AntennaSupervision::judgeWarm() {
+  const bool log = GnssUtils::debugIt(logflag::RADIO_SILENCE);
+  if (m_radio_silence_configured && m_radio_silence_applied) {
+    if (log)
+      LOG.debug("m_radio_silence_configured AND radio_silence. Disable antenna_power and GNSS receiver");
+    disableAntennaPower();
+    disableReceiver();
+  } else if (m_gnss_antenna_on) {
+    if (log) LOG.debug("Should enable antenna_power and ensure open circuit detection");
+    enableAntennaPower();
+  } else if (m_antenna_power_enabled) {
+    if (log) LOG.debug("m_ota_gnss_antenna_on = off. Disable antenna_power");
+    disableAntennaPower();
+  } else {
+    if (log) LOG.debug("m_ota_gnss_antenna_on = off. ublox antenna already off. sendNextCommand");
+    m_config.sendNextCommand();
+  }
+}
+
+void AntennaSupervision::enableAntennaPower() {
+  const bool log = GnssUtils::debugIt(logflag::ANTENNA);
+  if (m_gnss_antenna_on) {
+    if (log) LOG.debug("enableAntennaPower()");
+    m_config.enableAntennaPower();
+  } else {
+    if (log) LOG.debug("enableAntennaPower but m_gnss_antenna_on == off so disableAntennaPower()");
+    m_config.disableAntennaPower();
+  }
+}
+
+void AntennaSupervision::disableAntennaPower() {
+  if (GnssUtils::debugIt(logflag::ANTENNA)) LOG.debug("disableAntennaPower()");
+  m_config.disableAntennaPower();
+}
+
+void AntennaSupervision::disableReceiver() {
+  if (GnssUtils::debugIt(logflag::RADIO_SILENCE)) LOG.debug("disableReceiver()");
+  m_config.disableReceiver();
+}
+
+void AntennaSupervision::checkRadioSilence() {
+  const bool requested = m_owner.radioSilenceRequested();
+  if (!m_radio_silence_configured || m_cold_start || requested == m_radio_silence_applied) return;
+  LOG.notice("RadioSilence requested state is ", requested);
+  m_radio_silence_applied = requested;
+  if (requested) {
+    LOG.notice("Apply radio silence");
+    disableAntennaPower();
+    disableReceiver();
+  } else {
+    LOG.notice("Recover from radio silence");
+    m_config.hardwareResetUblox();
+    m_owner.disconnect();
+  }
+}
+
+bool AntennaSupervision::isRadioSilent() const {
+  return m_radio_silence_applied && m_owner.radioSilenceRequested();
+}
+
+void AntennaSupervision::process_MON_HW(const UbxFrame& frame) {
+  const auto payload = frame.payload();
+  if (payload.size() < MON_HW_MIN) {
+    LOG.warning("Ublox MON-HW bad payload (< 60). len = ", payload.size());
+    return;
+  }
+  const unsigned received = ubx::u8(payload, A_STATUS);
+  const unsigned power = ubx::u8(payload, A_POWER);
+  if (GnssUtils::debugIt(logflag::ANTENNA)) {
+    LOG.debug("Antenna status = ", received,
+              received < STATUS_NAMES.size() ? STATUS_NAMES[received] : " (don't know)",
+              " antenna power = ", power, powerName(power));
+  }
+  const unsigned status = remapped(received);
+  if (status != m_antenna_status) logStatusChange(status);
+  m_antenna_status = status;
+  publishAntennaMessage(status, power);
+}
+
+void AntennaSupervision::logStatusChange(unsigned status) const {
+  const unsigned before = m_antenna_status;
+  if (status == OPEN && m_owner.hwVersionSignal() == OPEN_IS_LOGGED_ON) {
+    LOG.warning(before == OK      ? "Antenna status changed OK to Open circuit"
+                : before == SHORT ? "Antenna status Short circuit to Open circuit"
+                                  : "Antenna status is Open Circuit");
+  } else if (status == SHORT) {
+    LOG.warning(before == OK     ? "Antenna status changed from OK to Short circuit"
+                : before == OPEN ? "Antenna status changed from Open circuit to Short circuit"
+                                 : "Antenna status is Short Circuit");
+  } else if (status == OK && before == SHORT) {
+    LOG.notice("Antenna status changed Short circuit to OK");
+  } else if (status == OK && before == OPEN) {
+    LOG.notice("Antenna status changed Open Circuit to OK");
+  }
+}
+
+void AntennaSupervision::publishAntennaMessage(unsigned status, unsigned /*power*/) const {
+  if (status < OK || status > OPEN) return;
+  const std::string details =
+      logging::text("antenna_status: ", status, " is open circuited: ", status == OPEN ? "TRUE" : "FALSE",
+                    " is short circuited: ", status == SHORT ? "TRUE" : "FALSE");
+  publishTruth(*m_transport, OPEN_CIRCUIT, status == OPEN, details);
+  publishTruth(*m_transport, SHORT_CIRCUIT, status == SHORT, details);
+}
+
+void AntennaSupervision::publishModuleErrorMessage(bool error) const {
+  auto& adapter = rt::SignalAdapter::instance();
+  rt::SignalGroup group = adapter.create_sg(topic::MODULE_ERROR);
+  if (!group.is_valid() ||
+      !group.set_signal_data("status_gnss_module_error", error ? TRUE_VALUE : FALSE_VALUE)) {
+    LOG.error("Unable to create signal group for", " topic", topic::MODULE_ERROR);
+    return;
+  }
+  if (const auto message = adapter.pack(group)) {
+    m_transport->publish(topic::MODULE_ERROR, *message);
+  } else {
+    LOG.error("Unable to pack SignalGroup for", topic::MODULE_ERROR);
+  }
+}
+
+}  // namespace ecu::koru::gpspub

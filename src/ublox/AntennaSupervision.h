@@ -1,0 +1,59 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "platform/Transport.h"
+#include "ublox/IReceiverOwner.h"
+#include "ublox/UbloxConfig.h"
+#include "ublox/UbxFrame.h"
+
+namespace ecu::koru::gpspub {
+
+/// Switches the antenna's supply, watches its status, applies radio silence, and reports antenna and module
+/// errors on the bus. Service thread, except what is marked.
+class AntennaSupervision {
+ public:
+  AntennaSupervision(UbloxConfig& config, IReceiverOwner& owner,
+                     std::shared_ptr<com::ITransportClient> transport);
+
+  void setRadioSilenceConfigured(bool on) { m_radio_silence_configured = on; }
+  /// The antenna switch of the system parameters. Any thread.
+  void setGnssAntennaOn(bool on) { m_gnss_antenna_on = on; }
+
+  /// Judges the supply that the receiver reports: what is switched, and whether that is saved in the
+  /// receiver.
+  void process_CFG_ANT(const UbxFrame& frame);
+  /// Logs changes of the antenna's status and publishes it.
+  void process_MON_HW(const UbxFrame& frame);
+  /// Every pass of the run loop: applies or lifts radio silence.
+  void checkRadioSilence();
+  /// Requested and acted upon: the receiver is silent on purpose.
+  [[nodiscard]] bool isRadioSilent() const;
+
+  /// "status_gnss_module_error"
+  void publishModuleErrorMessage(bool error) const;
+
+ private:
+  void enableAntennaPower();
+  void disableAntennaPower();
+  void disableReceiver();
+  void judgeColdStart();
+  void judgeWarm();
+  void logStatusChange(unsigned status) const;
+  void publishAntennaMessage(unsigned status, unsigned power) const;
+
+  UbloxConfig& m_config;
+  IReceiverOwner& m_owner;
+  std::shared_ptr<com::ITransportClient> m_transport;
+
+  bool m_cold_start = true;  // the first CFG-ANT answer is still to be judged
+  bool m_antenna_power_enabled = false;
+  bool m_save_antenna_config = false;
+  bool m_radio_silence_configured = true;
+  bool m_radio_silence_applied = false;
+  std::atomic<bool> m_gnss_antenna_on{true};
+  unsigned m_antenna_status = 0;  // 2 OK, 3 short circuit, 4 open circuit
+};
+
+}  // namespace ecu::koru::gpspub

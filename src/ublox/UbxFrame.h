@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace ecu::koru::gpspub {
+
+/// UBX message classes and ids, as the u-blox protocol names them.
+namespace ubx {
+
+inline constexpr uint8_t NAV = 0x01;
+inline constexpr uint8_t RXM = 0x02;
+inline constexpr uint8_t ACK = 0x05;
+inline constexpr uint8_t CFG = 0x06;
+inline constexpr uint8_t MON = 0x0A;
+
+inline constexpr uint8_t NAV_TIMEUTC = 0x21;
+inline constexpr uint8_t RXM_PMREQ = 0x41;
+inline constexpr uint8_t ACK_NAK = 0x00;
+inline constexpr uint8_t ACK_ACK = 0x01;
+inline constexpr uint8_t CFG_PRT = 0x00;
+inline constexpr uint8_t CFG_MSG = 0x01;
+inline constexpr uint8_t CFG_RST = 0x04;
+inline constexpr uint8_t CFG_RATE = 0x08;
+inline constexpr uint8_t CFG_CFG = 0x09;
+inline constexpr uint8_t CFG_RXM = 0x11;
+inline constexpr uint8_t CFG_ANT = 0x13;
+inline constexpr uint8_t CFG_NMEA = 0x17;
+inline constexpr uint8_t CFG_NAV5 = 0x24;
+inline constexpr uint8_t CFG_GNSS = 0x3E;
+inline constexpr uint8_t MON_VER = 0x04;
+inline constexpr uint8_t MON_HW = 0x09;
+inline constexpr uint8_t MON_GNSS = 0x28;
+
+inline constexpr size_t SYNC_LEN = 2;
+inline constexpr size_t HEADER_LEN = 6;    // sync, class, id, payload length
+inline constexpr size_t OVERHEAD_LEN = 8;  // header and checksum
+inline constexpr size_t LENGTH_OFFSET = 4;
+
+// Little-endian numbers at an offset of a payload; 0 beyond its end, so that a length that was not checked
+// cannot reach foreign memory.
+[[nodiscard]] constexpr uint8_t u8(std::span<const uint8_t> payload, size_t at) {
+  return at < payload.size() ? payload[at] : uint8_t{0};
+}
+[[nodiscard]] constexpr uint16_t u16(std::span<const uint8_t> payload, size_t at) {
+  return static_cast<uint16_t>(u8(payload, at) | u8(payload, at + 1) << 8);
+}
+[[nodiscard]] constexpr uint32_t u32(std::span<const uint8_t> payload, size_t at) {
+  return u16(payload, at) | uint32_t{u16(payload, at + 2)} << 16;
+}
+
+/// A frame with room for its checksum, which GnssUtils::fixUbloxChecksum() writes just before sending.
+[[nodiscard]] std::string frame(uint8_t cls, uint8_t id, std::span<const uint8_t> payload);
+
+}  // namespace ubx
+
+/// A received frame whose length was checked, borrowed from the input's buffer.
+class UbxFrame {
+ public:
+  /// `bytes` is the whole frame, sync to checksum.
+  explicit UbxFrame(std::span<const uint8_t> bytes) : m_bytes(bytes) {}
+
+  [[nodiscard]] uint8_t cls() const { return ubx::u8(m_bytes, 2); }
+  [[nodiscard]] uint8_t id() const { return ubx::u8(m_bytes, 3); }
+  [[nodiscard]] std::span<const uint8_t> payload() const {
+    return m_bytes.size() < ubx::OVERHEAD_LEN
+               ? std::span<const uint8_t>()
+               : m_bytes.subspan(ubx::HEADER_LEN, m_bytes.size() - ubx::OVERHEAD_LEN);
+  }
+  [[nodiscard]] std::string text() const { return {m_bytes.begin(), m_bytes.end()}; }
+  [[nodiscard]] std::span<const uint8_t> bytes() const { return m_bytes; }
+
+ private:
+  std::span<const uint8_t> m_bytes;
+};
+
+}  // namespace ecu::koru::gpspub

@@ -1,0 +1,287 @@
+#include "ublox/UbxReception.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "nmea/GnssUtils.h"
+#include "nmea/HexDump.h"
+#include "platform/Time.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr int MIN_FRAME = ubx::OVERHEAD_LEN;
+constexpr size_t DUMP_MAX = 50;
+constexpr int DUMP_LINE = 10;
+
+constexpr size_t NAV_TIMEUTC_MIN = 20;
+constexpr size_t CFG_PRT_MIN = 20;
+constexpr size_t CFG_NAV5_MIN = 36;
+constexpr size_t CFG_GNSS_MIN = 8;
+constexpr size_t MON_VER_MIN = 40;
+constexpr size_t MON_VER_SW_LEN = 30;
+constexpr size_t MON_VER_HW_LEN = 10;
+constexpr size_t MON_VER_EXTENSION_LEN = 30;
+constexpr size_t MON_GNSS_MIN = 8;
+
+constexpr uint8_t PORT_SPI = 4;
+constexpr uint16_t TX_READY_ENABLED = 0x0001;  // bit 0 of the txReady word
+constexpr int GPIO_READINGS = 10;
+constexpr int64_t NS_PER_MS = 1'000'000;
+
+// What is left in the receiver's transmitter must be through before the port is closed: 28 characters of 10
+// bits.
+constexpr uint32_t DRAIN_MS_BAUD = 280'000;
+constexpr uint32_t DRAIN_UNKNOWN_MS = 30;
+// No rate that a port can have takes longer; one that a broken answer claims must not stop the service.
+constexpr uint32_t DRAIN_MAX_MS = 100;
+
+std::string dump(std::span<const uint8_t> bytes) {
+  return "\n" +
+         hexDumpMessage(bytes.data(), static_cast<int>(std::min(bytes.size(), DUMP_MAX)), DUMP_LINE, 0, true);
+}
+
+/// A NUL-terminated text in a field of fixed length, safe to log.
+std::string textAt(std::span<const uint8_t> payload, size_t at, size_t length) {
+  const auto field = payload.subspan(at, length);
+  const auto end = std::find(field.begin(), field.end(), uint8_t{0});
+  return logging::escaped(std::string(field.begin(), end));
+}
+
+bool logDispatch() {
+  return GnssUtils::debugIt(logflag::UBX_DISPATCH | logflag::UBX_DISPATCH_2);
+}
+
+/// True when the payload is long enough; complains otherwise.
+bool isLongEnough(const UbxFrame& frame, size_t min, const char* name) {
+  const size_t length = frame.payload().size();
+  if (length >= min) return true;
+  LOG.warning("Ublox ", name, " bad payload (< ", min, "). len = ", length);
+  return false;
+}
+
+}  // namespace
+
+UbxReception::UbxReception(IGnssInput& input, UbloxConfig& config, AntennaSupervision& antenna,
+                           IReceiverOwner& owner)
+    : m_input(input), m_config(config), m_antenna(antenna), m_owner(owner) {}
+
+int UbxReception::readUbloxMessage() {
+  m_ublox_message = m_input.getBuffer();
+  m_ublox_length = m_input.getMessageLength();
+  const bool log = GnssUtils::debugIt(logflag::FRAMING);
+  if (m_ublox_length < MIN_FRAME) {
+    if (log) LOG.debug("readUbloxMessage() Not enough bytes. Bytes read ", m_ublox_length);
+    return -1;
+  }
+  const std::span<const uint8_t> bytes(m_ublox_message, static_cast<size_t>(m_ublox_length));
+  const int payload_len = ubx::u16(bytes, ubx::LENGTH_OFFSET);
+  const int length = payload_len + MIN_FRAME;
+  if (m_ublox_length < length) {
+    if (log) {
+      LOG.debug("readUbloxMessage() Not enough bytes. Bytes read ", m_ublox_length, " should be ", length);
+    }
+    return -1;
+  }
+  if (!GnssUtils::isUbloxChecksumCorrect(m_ublox_message, static_cast<unsigned>(length))) {
+    if (log) {
+      LOG.debug("readUbloxMessage(). InValid checksum. Bytes read ", m_ublox_length, " payload_len ",
+                payload_len, dump(bytes));
+    }
+    return -1;
+  }
+  m_ublox_length = length;
+  return length;
+}
+
+void UbxReception::processUbloxMessage() {
+  const UbxFrame frame({m_ublox_message, static_cast<size_t>(m_ublox_length)});
+  switch (frame.cls()) {
+    case ubx::NAV:
+      processNav(frame);
+      break;
+    case ubx::ACK:
+      processAck(frame);
+      break;
+    case ubx::CFG:
+      processCfg(frame);
+      break;
+    case ubx::MON:
+      processMon(frame);
+      break;
+    default:
+      if (logDispatch()) {
+        LOG.debug("Ublox CLASS 0x", logging::hex(frame.cls(), 2), " Ublox ID 0x",
+                  logging::hex(frame.id(), 2));
+      }
+  }
+}
+
+void UbxReception::processNav(const UbxFrame& frame) {
+  const auto payload = frame.payload();
+  if (frame.id() != ubx::NAV_TIMEUTC || payload.size() < NAV_TIMEUTC_MIN) return;
+  const uint8_t valid = ubx::u8(payload, 19);
+  if (logDispatch()) {
+    LOG.debug("NAV-TIMEUTC  valid flags 0x", logging::hex(valid), " sec ", ubx::u8(payload, 18), " year ",
+              ubx::u16(payload, 12), " month ", ubx::u8(payload, 14), " day ", ubx::u8(payload, 15));
+  }
+  m_timeutc_valid = valid;
+  m_owner.setUtcValidFlags(valid);
+}
+
+void UbxReception::processAck(const UbxFrame& frame) {
+  if (logDispatch()) {
+    const auto cls = logging::hex(ubx::u8(frame.payload(), 0), 2);
+    const auto id = logging::hex(ubx::u8(frame.payload(), 1), 2);
+    const unsigned index = m_config.initCommandIdx();
+    if (frame.id() == ubx::ACK_ACK) {
+      LOG.debug("Ublox ACK received on class 0x", cls, " id 0x", id, " init command idx = ", index);
+    } else if (frame.id() == ubx::ACK_NAK) {
+      LOG.debug("Ublox NAK received  on class 0x", cls, " id 0x", id, " init command idx = ", index);
+    } else {
+      LOG.debug("Ublox CLASS 0x", logging::hex(frame.cls(), 2), " Ublox ID 0x", logging::hex(frame.id(), 2));
+    }
+  }
+  m_config.handle_UBX_ACK_NAK_response(frame);
+}
+
+void UbxReception::processCfg(const UbxFrame& frame) {
+  const auto payload = frame.payload();
+  const bool log = logDispatch();
+  switch (frame.id()) {
+    case ubx::CFG_ANT:
+      if (log) LOG.debug("Ublox CFG-ANT Antenna Control", dump(frame.bytes()));
+      m_antenna.process_CFG_ANT(frame);
+      break;
+    case ubx::CFG_GNSS:
+      if (log)
+        LOG.debug("Ublox CFG-GNSS  CLASS 0x06 ID 0x3E. Payload len ", payload.size(), dump(frame.bytes()));
+      process_CFG_GNSS(frame);
+      break;
+    case ubx::CFG_NAV5:
+      if (log) LOG.debug("Ublox CFG-NAV5  CLASS 0x06 ID 0x24. Payload len ", payload.size());
+      process_CFG_NAV5(frame);
+      break;
+    case ubx::CFG_PRT:
+      if (log) LOG.debug("Ublox CFG-PRT  CLASS 0x06 ID 0x00. Payload len ", payload.size());
+      process_CFG_PRT(frame);
+      break;
+    default:
+      if (log) {
+        LOG.debug("Ublox CFG CLASS 0x06 ID 0x", logging::hex(frame.id(), 2), " Payload len ", payload.size(),
+                  dump(frame.bytes()));
+      }
+  }
+}
+
+void UbxReception::processMon(const UbxFrame& frame) {
+  switch (frame.id()) {
+    case ubx::MON_VER:
+      process_MON_VER(frame);
+      break;
+    case ubx::MON_GNSS:
+      process_MON_GNSS(frame);
+      break;
+    case ubx::MON_HW:
+      m_antenna.process_MON_HW(frame);
+      if (GnssUtils::debugIt(logflag::FRAMING)) LOG.debug("Ublox MON-HW", dump(frame.bytes()));
+      break;
+    default:
+      if (logDispatch()) LOG.debug("Ublox MON CLASS 0x0A  ID 0x", logging::hex(frame.id(), 2));
+  }
+}
+
+void UbxReception::process_MON_VER(const UbxFrame& frame) {
+  if (!isLongEnough(frame, MON_VER_MIN, "MON-VER")) return;
+  const auto payload = frame.payload();
+  std::string extensions;
+  for (size_t at = MON_VER_MIN; at + MON_VER_EXTENSION_LEN <= payload.size(); at += MON_VER_EXTENSION_LEN) {
+    extensions += ", " + textAt(payload, at, MON_VER_EXTENSION_LEN);
+  }
+  LOG.info("Ublox Gnss: swVersion ", textAt(payload, 0, MON_VER_SW_LEN), ", hwVersion ",
+           textAt(payload, MON_VER_SW_LEN, MON_VER_HW_LEN), extensions);
+  m_mon_ver_received = true;
+}
+
+void UbxReception::process_CFG_NAV5(const UbxFrame& frame) const {
+  if (!isLongEnough(frame, CFG_NAV5_MIN, "CFG-NAV5")) return;
+  if (GnssUtils::debugIt(logflag::UBX_CONFIGURATION)) {
+    LOG.debug("process_CFG-NAV5. payload len ", frame.payload().size(), " Payload ", dump(frame.payload()));
+  }
+}
+
+void UbxReception::process_CFG_PRT(const UbxFrame& frame) {
+  if (!isLongEnough(frame, CFG_PRT_MIN, "CFG-PRT")) return;
+  const auto payload = frame.payload();
+  const uint8_t port = ubx::u8(payload, 0);
+  const uint32_t rate = ubx::u32(payload, 8);
+  const bool log = GnssUtils::debugIt(logflag::UBX_CONFIGURATION | logflag::CONNECTION);
+  if (log) {
+    LOG.debug("process_CFG-PRT. payload len ", payload.size(), " portID ", port, " baud rate ", rate,
+              " txReadyPinCfg 0x", logging::hex(ubx::u16(payload, 2), 4), dump(frame.bytes()));
+  }
+  m_config.setPortFrame(frame.text());
+  if (port == PORT_SPI) {
+    m_input.setTxReadyCheck(checkSpiGpioConnection(frame));
+    m_config.confirmPort();
+  } else if (rate == UbloxConfig::effectiveBaudrate(m_baud_rate)) {
+    m_config.confirmPort();
+    if (log) LOG.debug("Baud rate is configured correct. Baud rate ", rate);
+  } else if (!m_config.isStopped()) {
+    changeBaudRate(rate);
+  }
+}
+
+void UbxReception::changeBaudRate(uint32_t reported) {
+  const uint32_t effective = UbloxConfig::effectiveBaudrate(m_baud_rate);
+  LOG.info("Change Baud rate from ", reported, " to ", effective);
+  m_config.configureBaudrate(effective);
+  m_input.setBaudRate(effective);
+  const uint32_t drain_ms =
+      reported == 0 ? DRAIN_UNKNOWN_MS : std::min(DRAIN_MS_BAUD / reported + 1, DRAIN_MAX_MS);
+  time_source().sleep_ns(int64_t{drain_ms} * NS_PER_MS);
+  m_config.unconfirmPort();
+  m_input.disconnect();
+}
+
+/// The line must have been seen idle at least once: one that is stuck low says always "ready".
+bool UbxReception::checkSpiGpioConnection(const UbxFrame& frame) {
+  int num_errors = 0;
+  int gpio_values = 0;
+  for (int i = 0; i < GPIO_READINGS; ++i) {
+    if (i > 0) time_source().sleep_ns(NS_PER_MS);
+    const int level = m_input.readGpioTxRdyPin();
+    num_errors += level < 0 ? 1 : 0;
+    gpio_values += level == 1 ? 1 : 0;
+  }
+  LOG.info("checkSpiGpioConnection(). num_errors ", num_errors, " gpio_values ", gpio_values);
+  const bool enabled = (ubx::u16(frame.payload(), 2) & TX_READY_ENABLED) != 0;
+  return enabled && num_errors == 0 && gpio_values > 0;
+}
+
+void UbxReception::process_CFG_GNSS(const UbxFrame& frame) {
+  if (!isLongEnough(frame, CFG_GNSS_MIN, "CFG-GNSS")) return;
+  CFG_GNSS record;
+  if (!parse_CFG_GNSS(frame.text(), record)) record.clear();
+  print_CFG_GNSS(record);
+  m_config.setCfgGnss(std::move(record), frame.text());
+  m_config.sendNextCommand();
+}
+
+void UbxReception::process_MON_GNSS(const UbxFrame& frame) {
+  if (!isLongEnough(frame, MON_GNSS_MIN, "MON-GNSS")) return;
+  const auto payload = frame.payload();
+  const MON_GNSS record{payload[0], payload[1], payload[2], payload[3], payload[4]};
+  if (GnssUtils::debugIt(logflag::UBX_CONFIGURATION | logflag::CONSTELLATIONS)) {
+    LOG.debug("version 0x", logging::hex(record.version, 2), ", supported 0x",
+              logging::hex(record.supported, 2), ", defaultGnss 0x", logging::hex(record.defaultGnss, 2),
+              ", enabled 0x", logging::hex(record.enabled, 2), ", num simultaneous = ", record.simultaneous,
+              ", Bits 3,2,1,0 = Galileo,BeiDou,Glonass,GPS");
+  }
+  m_config.setMonGnss(record);
+  m_config.sendNextCommand();
+}
+
+}  // namespace ecu::koru::gpspub

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+
+#include "input/IGnssInput.h"
+#include "ublox/AntennaSupervision.h"
+#include "ublox/IReceiverOwner.h"
+#include "ublox/UbloxConfig.h"
+#include "ublox/UbxFrame.h"
+
+namespace ecu::koru::gpspub {
+
+/// Takes the UBX messages of the receiver: one handler a message. A handler whose payload is too short logs
+/// that and changes nothing. Service thread only.
+class UbxReception {
+ public:
+  UbxReception(IGnssInput& input, UbloxConfig& config, AntennaSupervision& antenna, IReceiverOwner& owner);
+
+  /// The rate that the receiver is to have.
+  void setBaudRate(uint32_t baud) { m_baud_rate = baud; }
+
+  /// Length of the frame at the front of the input, -1 when it is not complete and intact.
+  [[nodiscard]] int readUbloxMessage();
+  /// Dispatches it by class and id.
+  void processUbloxMessage();
+
+  [[nodiscard]] uint8_t timeUtcValid() const { return m_timeutc_valid; }
+
+ private:
+  void processNav(const UbxFrame& frame);
+  void processAck(const UbxFrame& frame);
+  void processCfg(const UbxFrame& frame);
+  void processMon(const UbxFrame& frame);
+  void process_MON_VER(const UbxFrame& frame);
+  void process_CFG_NAV5(const UbxFrame& frame) const;
+  void process_CFG_PRT(const UbxFrame& frame);
+  void process_CFG_GNSS(const UbxFrame& frame);
+  void process_MON_GNSS(const UbxFrame& frame);
+  void changeBaudRate(uint32_t reported);
+  [[nodiscard]] bool checkSpiGpioConnection(const UbxFrame& frame);
+
+  IGnssInput& m_input;
+  UbloxConfig& m_config;
+  AntennaSupervision& m_antenna;
+  IReceiverOwner& m_owner;
+  uint32_t m_baud_rate = 9600;
+  const unsigned char* m_ublox_message = nullptr;
+  int m_ublox_length = 0;
+  uint8_t m_timeutc_valid = 0;  // of the last NAV-TIMEUTC
+  bool m_mon_ver_received = false;
+};
+
+}  // namespace ecu::koru::gpspub
