@@ -4,11 +4,13 @@
 
 #include <array>
 #include <atomic>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <fstream>
+#include <iostream>
 #include <string>
 
 #include "bench/DaemonRun.h"
@@ -18,9 +20,9 @@ namespace {
 
 constexpr std::array<bench::DaemonRate, 3> RATES{{{1, 38400}, {4, 38400}, {10, 115200}}};
 
-/// The value below which the share of all values lies.
+/// The smallest value that is not exceeded by the share (above 0) of all values.
 double quantile(const std::vector<double>& ascending, double share) {
-  const auto index = static_cast<size_t>(share * static_cast<double>(ascending.size() - 1) + 0.5);
+  const auto index = static_cast<size_t>(std::ceil(share * static_cast<double>(ascending.size()))) - 1;
   return ascending[index];
 }
 
@@ -49,7 +51,7 @@ void printRow(const bench::DaemonRate& rate, const bench::DaemonResult& result) 
               rate.hz, rate.baud, delays.size(), result.driven, delays.front(), quantile(delays, 0.5),
               quantile(delays, 0.99), delays.back(), result.processor_us, result.wake_ups,
               mib(result.end.resident_kib), mib(result.end.private_kib), mib(result.end.peak_kib));
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
 }
 
 void printAims() {
@@ -66,7 +68,8 @@ std::atomic<bool>& stopCell() {
 }
 
 void measureAll(int seconds) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, [](int) { stopCell() = true; });
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    (void)std::signal(signal, [](int) { stopCell() = true; });
   printHead(seconds);
   for (const auto& rate : RATES) printRow(rate, bench::measureDaemon(rate, seconds, stopCell()));
   printAims();
@@ -88,8 +91,8 @@ int main(int argc, char** argv) {
     measureAll(seconds);
     status = EXIT_SUCCESS;
   } catch (const std::exception& error) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "satnavd_daemon_bench: %s\n", error.what());
+    (void)std::fflush(stdout);
+    std::cerr << "satnavd_daemon_bench: " << error.what() << '\n';
   }
   mosqpp::lib_cleanup();
   return status;
