@@ -26,6 +26,7 @@ using namespace ecu::koru;
 using std::chrono::milliseconds;
 
 constexpr int PATIENCE_MS = 20'000;
+constexpr milliseconds STEP{100};        // how soon a stop is noticed
 constexpr milliseconds AFTER_A_FIX{20};  // the service has finished it and waits for the next one
 constexpr int FIXES_TO_WARM_UP = 5;
 constexpr uint16_t PROTOCOL_TYPE = 1;
@@ -54,14 +55,14 @@ class Subscriber final : public com::ISubscriptionObserver {
     m_arrived.notify_all();
   }
 
-  /// How many fixes have arrived, right after the next one; false when none comes.
-  bool waitForNext(size_t& count) {
+  [[nodiscard]] size_t count() const {
+    const std::lock_guard lock(m_mutex);
+    return m_seen.size();
+  }
+  /// True as soon as more than `before` fixes have arrived; false after one step.
+  bool waitForMore(size_t before) {
     std::unique_lock lock(m_mutex);
-    const size_t before = m_seen.size();
-    const bool came =
-        m_arrived.wait_for(lock, milliseconds(PATIENCE_MS), [&] { return m_seen.size() > before; });
-    count = m_seen.size();
-    return came;
+    return m_arrived.wait_for(lock, STEP, [&] { return m_seen.size() > before; });
   }
   [[nodiscard]] std::vector<Sighting> seen() const {
     const std::lock_guard lock(m_mutex);
@@ -77,7 +78,7 @@ class Subscriber final : public com::ISubscriptionObserver {
 /// All that one measurement starts, in this order; ended in reverse.
 class Setup {
  public:
-  explicit Setup(const DaemonRate& rate);
+  Setup(const DaemonRate& rate, const std::atomic<bool>& stop);
   ~Setup() {
     if (m_bus) m_bus->close(EXIT_FAILURE);
   }
@@ -90,17 +91,22 @@ class Setup {
   };
   /// The service's figures between two fixes, and how many there were.
   Point nextPoint();
+  void rest(milliseconds time) const;
 
   [[nodiscard]] std::vector<Sighting> arrivals() const { return m_subscriber->seen(); }
   /// Every GST that the receiver sent.
   [[nodiscard]] std::vector<Sighting> sent() const;
 
  private:
+  void checkStop() const {
+    if (m_stop) throw std::runtime_error("stopped by a signal");
+  }
   void startUnit();
   void startReceiver(const DaemonRate& rate);
   void subscribe();
   void startService(const DaemonRate& rate);
 
+  const std::atomic<bool>& m_stop;
   test::TempDir m_folder;
   test::Broker m_broker;
   std::shared_ptr<Subscriber> m_subscriber = std::make_shared<Subscriber>();
@@ -109,7 +115,7 @@ class Setup {
   std::unique_ptr<test::Process> m_service;
 };
 
-Setup::Setup(const DaemonRate& rate) {
+Setup::Setup(const DaemonRate& rate, const std::atomic<bool>& stop) : m_stop(stop) {
   if (!m_broker.start()) throw std::runtime_error("the broker does not start: " + m_broker.log());
   startUnit();
   startReceiver(rate);
@@ -147,13 +153,22 @@ void Setup::startService(const DaemonRate& rate) {
 }
 
 Setup::Point Setup::nextPoint() {
-  Point point{};
-  if (!m_subscriber->waitForNext(point.fixes)) {
+  const size_t before = m_subscriber->count();
+  const auto end = std::chrono::steady_clock::now() + milliseconds(PATIENCE_MS);
+  while (!m_subscriber->waitForMore(before)) {
+    checkStop();
+    if (std::chrono::steady_clock::now() < end) continue;
     throw std::runtime_error("no fix comes through; satnavd said:\n" + m_service->out() + m_service->err());
   }
-  std::this_thread::sleep_for(AFTER_A_FIX);
-  point.figures = readFigures(m_service->pid());
-  return point;
+  rest(AFTER_A_FIX);
+  return {m_subscriber->count(), readFigures(m_service->pid())};
+}
+
+void Setup::rest(milliseconds time) const {
+  for (; time.count() > 0; time -= STEP) {
+    checkStop();
+    std::this_thread::sleep_for(std::min(time, STEP));
+  }
 }
 
 std::vector<Sighting> Setup::sent() const {
@@ -184,11 +199,11 @@ void compare(const std::vector<Sighting>& sent, const std::vector<Sighting>& arr
 
 }  // namespace
 
-DaemonResult measureDaemon(const DaemonRate& rate, int seconds) {
-  Setup setup(rate);
+DaemonResult measureDaemon(const DaemonRate& rate, int seconds, const std::atomic<bool>& stop) {
+  Setup setup(rate, stop);
   Setup::Point first = setup.nextPoint();
   while (first.fixes < FIXES_TO_WARM_UP) first = setup.nextPoint();
-  std::this_thread::sleep_for(std::chrono::seconds(seconds));
+  setup.rest(std::chrono::seconds(seconds));
   const Setup::Point last = setup.nextPoint();
 
   DaemonResult result;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <vector>
 
@@ -23,7 +24,7 @@ struct DaemonResult {
 /// Runs the service of this build behind a simulated receiver, with a broker of its own, and measures it for
 /// `seconds` once fixes come through. A fix's delay is the time from the write of the last byte of its GST
 /// sentence to its arrival at a subscriber. Throws std::runtime_error, with what satnavd said, when that
-/// cannot be done. Needs mosqpp::lib_init().
-[[nodiscard]] DaemonResult measureDaemon(const DaemonRate& rate, int seconds);
+/// cannot be done, and soon after `stop` has become true. Needs mosqpp::lib_init().
+[[nodiscard]] DaemonResult measureDaemon(const DaemonRate& rate, int seconds, const std::atomic<bool>& stop);
 
 }  // namespace bench

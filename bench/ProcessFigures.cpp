@@ -1,10 +1,12 @@
 #include "bench/ProcessFigures.h"
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 namespace bench {
 
@@ -50,6 +52,14 @@ ProcessFigures readFigures(pid_t pid) {
   figures.private_kib = statusNumber(folder, "RssAnon");
   figures.peak_kib = statusNumber(folder, "VmHWM");
   return figures;
+}
+
+double wakeUpCost_us() {
+  constexpr int wake_ups = 100;
+  const fs::path count = "/proc/thread-self/schedstat";
+  const int64_t before_ns = firstNumber(count);
+  for (int i = 0; i < wake_ups; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  return static_cast<double>(firstNumber(count) - before_ns) / 1000 / wake_ups;
 }
 
 }  // namespace bench

@@ -18,4 +18,8 @@ struct ProcessFigures {
 /// Throws std::runtime_error when the process is gone or the kernel keeps no such count.
 [[nodiscard]] ProcessFigures readFigures(pid_t pid);
 
+/// What one wake-up costs on this machine at present, in processor time: that of a thread which does nothing
+/// but sleep. Takes half a second.
+[[nodiscard]] double wakeUpCost_us();
+
 }  // namespace bench

@@ -78,6 +78,8 @@ const int RMC_LEN = static_cast<int>(RMC.size());
 TEST(InputSerialTest, FramesWhatIsWholeAndDropsWhatIsCorrupt) {
   const std::string big = test::ubx(10, 4, std::string(4096, 'u'));
   const std::string endless = "$" + std::string(5000, 'n');
+  std::string backlog = "$GP\x07";
+  for (int i = 0; i < 60; ++i) backlog += RMC;
   const struct {
     std::string bytes;
     Items items;
@@ -99,6 +101,7 @@ TEST(InputSerialTest, FramesWhatIsWholeAndDropsWhatIsCorrupt) {
               {big + ACK, {big, ACK}, 0, 0},
               {endless.substr(0, 4096), {}, 0, 4096},
               {endless, {endless}, 0, 0},
+              {backlog, Items(60, RMC), 4, 0},
               {"\xB5" + RMC, {}, 0, 1 + RMC_LEN}};  // stalls by design
   for (const auto& row : rows) {
     Port port;

@@ -153,7 +153,7 @@ TEST(NmeaRecordTest, TakesWhatIsWellFormedAndLeavesTheRest) {
               shown({row.status, row.latitude, row.longitude, row.speed, row.course}));
   }
   GnssInfo info = parsed("$GPGGA,092750.000,5321.6802,N,00630.3372,W,1,8,1.03,61.7,M,55.2,M,,");
-  info = parsed("$GPGGA,,,,,,12,,,,M,,M,,", info);
+  info = parsed("$GPGGA,,,,,W,12,,,,M,,M,,", info);
   info = parsed("$GPGGA,1,2,N,3,E,4,5,6", info);  // too few fields
   EXPECT_THROW(GnssUtils::parseGGAString("$GPGGA,1,2,S,3,E,4,x,6,7,M,,,,*00\r\n", info),
                std::invalid_argument);
