@@ -58,9 +58,9 @@ void UbloxConfig::setGnssAugmentationRequested(uint32_t mask) {
   m_gnss_augmentation_configured = true;
 }
 
-void UbloxConfig::deriveAugmentation() {
-  if (m_gnss_augmentation_configured) return;
-  m_gnss_augmentation_requested = (m_gnss_system_requested & GPS) != 0 ? SBAS_AND_QZSS : 0;
+uint32_t UbloxConfig::gnssAugmentationRequested() const {
+  if (m_gnss_augmentation_configured) return m_gnss_augmentation_requested;
+  return (m_gnss_system_requested & GPS) != 0 ? SBAS_AND_QZSS : 0;
 }
 
 void UbloxConfig::setMeasurementPeriod(uint16_t period_ms) {
@@ -271,19 +271,18 @@ void UbloxConfig::setCfgGnss(CFG_GNSS record, std::string frame) {
   m_CFG_GNSS_received = std::move(frame);
 }
 
-bool UbloxConfig::isAugmentationChanged(const CFG_GNSS& cfg) {
+bool UbloxConfig::isAugmentationChanged(const CFG_GNSS& cfg) const {
   const uint32_t enabled = enabledAugmentation(cfg);
+  const uint32_t requested = gnssAugmentationRequested();
   if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) {
     LOG.debug("UbloxConfig::isAugmentationChanged augmentation_enabled ", enabled,
-              " m_gnss_augmentation_requested ", m_gnss_augmentation_requested);
+              " m_gnss_augmentation_requested ", requested);
   }
-  deriveAugmentation();
-  return enabled != (m_gnss_augmentation_requested & 0xFF);
+  return enabled != (requested & 0xFF);
 }
 
 bool UbloxConfig::checkGnssSystem() {
   if (m_MON_GNSS.supported == 0 || m_CFG_GNSS.blocks.empty()) return false;
-  deriveAugmentation();
   const uint32_t requested = m_gnss_system_requested;
   if (m_MON_GNSS.enabled == (requested & 0xFF)) {
     if (!isAugmentationChanged(m_CFG_GNSS)) return false;
@@ -298,7 +297,7 @@ bool UbloxConfig::checkGnssSystem() {
   const bool log = GnssUtils::debugIt(logflag::CONSTELLATIONS);
   if (log) LOG.debug("m_CFG_GNSS before modification");
   print_CFG_GNSS(m_CFG_GNSS);
-  selectSystems(m_CFG_GNSS, requested, m_gnss_augmentation_requested);
+  selectSystems(m_CFG_GNSS, requested, gnssAugmentationRequested());
   if (log) LOG.debug("m_CFG_GNSS after modification");
   print_CFG_GNSS(m_CFG_GNSS);
   m_CFG_GNSS_string = m_CFG_GNSS_received;

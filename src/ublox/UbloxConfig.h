@@ -33,8 +33,10 @@ class UbloxConfig {
   [[nodiscard]] uint32_t gnssSystemRequested() const { return m_gnss_system_requested; }
   /// Augmentation: bit 0 SBAS, 1 QZSS, 2 IMES. Until it is set, it follows from the systems.
   void setGnssAugmentationRequested(uint32_t mask);
+  [[nodiscard]] uint32_t gnssAugmentationRequested() const;
   /// Whole UBX frames that are sent in the complex phase, at most five.
   void setRawCmdPost(std::vector<std::string> frames) { m_raw_cmd_post = std::move(frames); }
+  [[nodiscard]] const std::vector<std::string>& rawCmdPost() const { return m_raw_cmd_post; }
   /// The time between two solutions, ms.
   void setMeasurementPeriod(uint16_t period_ms);
   /// The receiver counts as configured and nothing is sent to it.
@@ -98,7 +100,7 @@ class UbloxConfig {
   void setPortFrame(std::string frame) { m_CFG_PRT_string = std::move(frame); }
   void setMonGnss(const MON_GNSS& record) { m_MON_GNSS = record; }
   void setCfgGnss(CFG_GNSS record, std::string frame);
-  [[nodiscard]] bool isAugmentationChanged(const CFG_GNSS& cfg);
+  [[nodiscard]] bool isAugmentationChanged(const CFG_GNSS& cfg) const;
   /// Prepares the CFG-GNSS frame when the receiver's systems are not those wanted; false when nothing is to
   /// be sent.
   [[nodiscard]] bool checkGnssSystem();
@@ -109,7 +111,6 @@ class UbloxConfig {
   void transmit(std::string frame);
   void handleTimeout(bool count_hw_timeouts);
   void tryOtherBaudRate(bool count_hw_timeouts);
-  void deriveAugmentation();
 
   IGnssInput& m_input;
   const ReceiverLines m_lines;
