@@ -148,9 +148,9 @@ void BM_Road(benchmark::State& state) {
     std::shared_ptr<com::ITransportClient> transport = counting;
     auto terminal = std::make_unique<MemoryTerminal>(driven, time);
     MemoryTerminal& bytes = *terminal;
-    auto service =
-        std::make_unique<gpspub::GPSDClient>(transport, "bench", "true", "bench", "/dev/ttyFP3",
-                                             std::make_unique<gpspub::SerialInput>(std::move(terminal)));
+    auto service = std::make_unique<gpspub::GPSDClient>(
+        transport, "bench", "true", "bench", "/dev/ttyFP3",
+        gpspub::UnitHardware{std::make_unique<gpspub::SerialInput>(std::move(terminal))});
     service->setBaudRate(115200);
     bytes.setService(*service);
     const long before = allocationCount();

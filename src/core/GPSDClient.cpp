@@ -26,15 +26,15 @@ std::unique_ptr<IGnssInput> createInput(const std::string& devicePath) {
 
 GPSDClient::GPSDClient(std::shared_ptr<com::ITransportClient>& transportClient, const std::string& hwvariant,
                        const std::string& hasgnss, const std::string& hwversion,
-                       const std::string& devicePath, std::unique_ptr<IGnssInput> input)
+                       const std::string& devicePath, UnitHardware hardware)
     : m_transport_client(transportClient),
       m_hw_variant(hwvariant),
       m_hw_version(hwversion),
       m_hw_hasgnss(hasgnss == "true"),
       m_device_path(devicePath),
-      m_input(input ? std::move(input) : createInput(devicePath)),
+      m_input(hardware.input ? std::move(hardware.input) : createInput(devicePath)),
       m_epoch(*this),
-      m_ublox_config(*m_input, ReceiverLines(hwversion)),
+      m_ublox_config(*m_input, ReceiverLines(hwversion, hardware.gpio_root)),
       m_antenna(m_ublox_config, *this, transportClient),
       m_ubx_reception(*m_input, m_ublox_config, m_antenna, *this),
       m_publish_mqtt(std::make_unique<GnssPublishMqtt>()),

@@ -19,6 +19,12 @@
 
 namespace ecu::koru::gpspub {
 
+/// What can stand in for the unit's own hardware.
+struct UnitHardware {
+  std::unique_ptr<IGnssInput> input = nullptr;  ///< null: the one that the device path selects
+  std::string gpio_root = "/sys/class/gpio";    ///< folder of the processor lines
+};
+
 /// The service: owns the receiver input, the epoch, the publishers and the observers, and runs the loop that
 /// takes a byte from the receiver to a message on the bus.
 ///
@@ -30,7 +36,7 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
   /// path selects.
   GPSDClient(std::shared_ptr<com::ITransportClient>& transportClient, const std::string& hwvariant,
              const std::string& hasgnss, const std::string& hwversion, const std::string& devicePath,
-             std::unique_ptr<IGnssInput> input = nullptr);
+             UnitHardware hardware = UnitHardware());
   ~GPSDClient() override;
   GPSDClient(const GPSDClient&) = delete;
   GPSDClient& operator=(const GPSDClient&) = delete;
@@ -97,6 +103,7 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
   void timeoutToSendFrame();
   [[nodiscard]] bool isNoCommunication() const;
   [[nodiscard]] int64_t noCommunicationThreshold() const;
+  void superviseReceiver();
   void checkUbloxInitialisation();
   void deviceGone();
 

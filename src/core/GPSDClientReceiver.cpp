@@ -85,12 +85,27 @@ void GPSDClient::receive() {
     deviceGone();
   }
   sendFrameIfDue();
-  if (m_input->isConnected() && isNoCommunication()) {
+  if (m_input->isConnected()) superviseReceiver();
+}
+
+void GPSDClient::superviseReceiver() {
+  if (isNoCommunication()) {
     ++m_comm_retries;
-    if (GnssUtils::debugIt(logflag::CONNECTION))
+    if (GnssUtils::debugIt(logflag::CONNECTION)) {
       LOG.debug("No communication retrying. Retries ", m_comm_retries);
+    }
     disconnect();
+    return;
   }
+  if (!m_disable_hw_init) checkUbloxInitialisation();
+  m_antenna.checkRadioSilence();
+}
+
+/// Keeps the command sequence going. No reset of the hardware during radio silence.
+void GPSDClient::checkUbloxInitialisation() {
+  m_ublox_config.takeRestart();
+  if (m_ublox_config.isInitialised() || m_ublox_config.isStopped()) return;
+  m_ublox_config.checkTimeout(!radioSilenceRequested());
 }
 
 bool GPSDClient::readNewData(int timeout_us) {

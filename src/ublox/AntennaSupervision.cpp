@@ -86,7 +86,9 @@ void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
     return;
   }
   m_antenna_power_enabled = (ubx::u16(payload, 0) & SUPPLY_CONTROL) != 0;
-  m_radio_silence_applied = m_owner.radioSilenceRequested();
+  // A silence that is about to be lifted stays applied, or checkRadioSilence() would not wake the receiver.
+  const bool requested = m_owner.radioSilenceRequested();
+  if (m_cold_start || requested) m_radio_silence_applied = requested;
   if (GnssUtils::debugIt(logflag::RADIO_SILENCE)) {
     LOG.debug("m_cold_start = ", m_cold_start, ". m_antenna_power_enabled = ", m_antenna_power_enabled,
               ". m_save_antenna_config = ", m_save_antenna_config,
@@ -179,10 +181,6 @@ void AntennaSupervision::checkRadioSilence() {
     m_config.hardwareResetUblox();
     m_owner.disconnect();
   }
-}
-
-bool AntennaSupervision::isRadioSilent() const {
-  return m_radio_silence_applied && m_owner.radioSilenceRequested();
 }
 
 void AntennaSupervision::process_MON_HW(const UbxFrame& frame) {

@@ -28,8 +28,8 @@ class AntennaSupervision {
   void process_MON_HW(const UbxFrame& frame);
   /// Every pass of the run loop: applies or lifts radio silence.
   void checkRadioSilence();
-  /// Requested and acted upon: the receiver is silent on purpose.
-  [[nodiscard]] bool isRadioSilent() const;
+  /// Radio silence was applied and is not lifted yet: the receiver is silent on purpose.
+  [[nodiscard]] bool isRadioSilent() const { return m_radio_silence_applied && !m_cold_start; }
 
   /// "status_gnss_module_error"
   void publishModuleErrorMessage(bool error) const;

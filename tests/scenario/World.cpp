@@ -1,5 +1,9 @@
 #include "scenario/World.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -104,6 +108,27 @@ void ScenarioTime::advance_to_ns(int64_t ns) {
   m_clock.advance(ns - steady_ns());
 }
 
+ResetLine::ResetLine() {
+  const auto line = m_folder.path() / "gpio197";
+  std::filesystem::create_directory(line);
+  mkfifo((line / "value").c_str(), 0600);
+  m_fd = ::open((line / "value").c_str(), O_RDWR | O_NONBLOCK);
+}
+
+ResetLine::~ResetLine() {
+  ::close(m_fd);
+}
+
+int ResetLine::pulses() {
+  char chunk[64];
+  for (ssize_t n = 0; (n = ::read(m_fd, chunk, sizeof chunk)) > 0;)
+    m_written.append(chunk, static_cast<size_t>(n));
+  const std::string pulse("0\0001\0", 4);
+  int count = 0;
+  for (size_t at = 0; (at = m_written.find(pulse, at)) != std::string::npos; at += pulse.size()) ++count;
+  return count * static_cast<int>(pulse.size()) == static_cast<int>(m_written.size()) ? count : -1;
+}
+
 World::World(ByteSource& source, const Options& options)
     : time(options.wall_us), bus(std::make_shared<com::MemoryTransport>()) {
   set_time_source(&time);
@@ -112,7 +137,8 @@ World::World(ByteSource& source, const Options& options)
       std::make_unique<gpspub::SerialInput>(std::make_unique<ScenarioTerminal>(time, source, terminal));
   std::shared_ptr<com::ITransportClient> transport = bus;
   service = std::make_unique<gpspub::GPSDClient>(transport, "variant", options.hasgnss, options.hwversion,
-                                                 "/dev/ttyFP3", std::move(input));
+                                                 "/dev/ttyFP3",
+                                                 gpspub::UnitHardware{std::move(input), resets.root()});
   service->setBaudRate(options.baud);
 }
 

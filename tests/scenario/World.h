@@ -13,6 +13,7 @@
 #include "platform/Time.h"
 #include "proto/nvxproto.pb.h"
 #include "sim/gnss/Receiver.h"
+#include "support/Support.h"
 
 /// The whole service over a fake terminal and a bus in memory, in virtual time.
 namespace test {
@@ -98,6 +99,23 @@ struct TerminalState {
   long waits = 0;
 };
 
+/// The processor line of the receiver's reset, as sysfs shows it.
+class ResetLine {
+ public:
+  ResetLine();
+  ~ResetLine();
+  ResetLine(const ResetLine&) = delete;
+  ResetLine& operator=(const ResetLine&) = delete;
+  [[nodiscard]] std::string root() const { return m_folder.path().string(); }
+  /// Falling and rising edges since the start: "0" and "1", each written with its NUL.
+  [[nodiscard]] int pulses();
+
+ private:
+  TempDir m_folder;
+  int m_fd;  // of the FIFO that stands in for the value file
+  std::string m_written;
+};
+
 /// One fix as a subscriber gets it.
 struct Published {
   int64_t at_us;
@@ -121,6 +139,7 @@ class World {
 
   ScenarioTime time;
   TerminalState terminal;
+  ResetLine resets;
   std::shared_ptr<ecu::koru::com::MemoryTransport> bus;
   std::unique_ptr<ecu::koru::gpspub::GPSDClient> service;
 };

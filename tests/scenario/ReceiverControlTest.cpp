@@ -1,0 +1,329 @@
+// The receiver's configuration over a scripted receiver: which frames are sent, in which order, and what bad
+// answers do.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+#include <thread>
+
+#include "platform/PbInternalMessageAdapter.h"
+#include "platform/Signals.h"
+#include "platform/Topics.h"
+#include "scenario/Ubx.h"
+
+namespace {
+
+using namespace ecu::koru;
+using namespace test;
+using testing::ElementsAre;
+
+constexpr int64_t MS = 1000;
+constexpr int64_t S = 1'000'000;
+
+/// A receiver that sends an epoch a second and answers frames as it is told: the answer to each kind of
+/// frame.
+class ScriptedReceiver final : public ByteSource {
+ public:
+  explicit ScriptedReceiver(std::map<std::string, std::string> answers) : m_answers(std::move(answers)) {}
+  void advance_to(int64_t now_us) override {
+    for (; m_next_epoch_us <= now_us; m_next_epoch_us += S) {
+      if (epochs) m_script.add(m_next_epoch_us, epoch(static_cast<int>(m_next_epoch_us / S % 60)) + extra);
+    }
+    m_now_us = now_us;
+    m_script.advance_to(now_us);
+  }
+  [[nodiscard]] int64_t next_byte_us() const override {
+    return std::min(m_next_epoch_us, m_script.next_byte_us());
+  }
+  [[nodiscard]] size_t available() const override { return m_script.available(); }
+  size_t read(std::span<uint8_t> out) override { return m_script.read(out); }
+  void write(std::span<const uint8_t> frame) override {
+    const std::string kind_of = kind({frame.begin(), frame.end()});
+    const auto answer = m_answers.find(kind_of);
+    if (answer != m_answers.end()) m_script.add(m_now_us + 20 * MS, answer->second);
+    if (answer == m_answers.end() && nak) m_script.add(m_now_us + 20 * MS, ubx(0x05, 0x00, bytes("06 00")));
+  }
+  void set_host_baud(unsigned baud) override { host_bauds.push_back(baud); }
+
+  bool epochs = true;
+  bool nak = false;
+  std::string extra;  // behind every epoch
+  std::vector<unsigned> host_bauds;
+
+ private:
+  std::map<std::string, std::string> m_answers;
+  Script m_script;
+  int64_t m_next_epoch_us = 300 * MS;
+  int64_t m_now_us = 0;
+};
+
+const std::string PORT_38400 = "01 00 00 00 C0 08 00 00 00 96 00 00 07 00 03 00 00 00 00 00";
+// Supported GPS, GLONASS, BeiDou, Galileo; enabled GPS and GLONASS; three at a time.
+const std::string MON_GNSS = "00 0F 03 03 03 00 00 00";
+// Three systems and two augmentations: GPS on, SBAS on, Galileo off, QZSS on, GLONASS on.
+const std::string CFG_GNSS =
+    "00 20 20 05 00 08 10 00 01 00 01 01 01 01 03 00 01 00 01 01 02 04 08 00 00 00 01 01"
+    "05 00 03 00 01 00 01 01 06 08 0E 00 01 00 01 01";
+
+std::map<std::string, std::string> goodAnswers() {
+  return {{"06 00 poll", ubx(0x06, 0x00, bytes(PORT_38400))},
+          {"0A 28 poll", ubx(0x0A, 0x28, bytes(MON_GNSS))},
+          {"06 13 poll", ubx(0x06, 0x13, bytes("0E 00 F0 B9"))},
+          {"06 3E poll", ubx(0x06, 0x3E, bytes(CFG_GNSS))}};
+}
+
+/// What was sent, each frame once however often it was repeated.
+std::vector<std::string> withoutResends(const std::vector<Sent>& sent) {
+  std::vector<std::string> frames;
+  for (const Sent& each : sent) {
+    if (frames.empty() || frames.back() != each.bytes) frames.push_back(each.bytes);
+  }
+  return frames;
+}
+
+int countOf(const std::vector<Sent>& sent, const std::string& kind_of) {
+  return static_cast<int>(
+      std::count_if(sent.begin(), sent.end(), [&](const Sent& each) { return kind(each.bytes) == kind_of; }));
+}
+
+std::string message(uint8_t cls, uint8_t id, uint8_t rate) {
+  return ubx(0x06, 0x01,
+             std::string{static_cast<char>(cls), static_cast<char>(id), 0, static_cast<char>(rate), 0, 0,
+                         static_cast<char>(rate), 0});
+}
+
+com::Message parameter(uint8_t value) {
+  pb::RtSignal body;
+  body.set_value(std::string(1, static_cast<char>(value)));
+  com::Message out;
+  EXPECT_TRUE(com::envelope::wrap(1, body, out));
+  return out;
+}
+
+std::vector<std::string> signalValues(const World& world, const std::string& topic_name) {
+  std::vector<std::string> values;
+  for (const auto& record : world.bus->records()) {
+    if (record.topic != topic_name) continue;
+    const auto result = com::PbInternalMessageAdapter<pb::RtSignal>(1).deserialize(record.message);
+    values.push_back(result.body.value());
+  }
+  return values;
+}
+
+TEST(ReceiverControl, SendsItsFramesInOrderWithTheirChecksums) {
+  ScriptedReceiver receiver(goodAnswers());
+  World world(receiver);
+  auto& config = world.service->ubloxConfig();
+  config.setGnssSystemRequested(0x09);  // GPS and Galileo
+  config.setMeasurementPeriod(250);
+  config.setRawCmdPost({bytes("B5 62 06 31 00 00 FF FF")});
+  world.run(400);
+  const std::string port = ubx(0x06, 0x00);
+  const std::string antenna_poll = ubx(0x06, 0x13);
+  const std::string antenna_on = ubx(0x06, 0x13, bytes("1F 00 F0 B9"));
+  const std::string mon_gnss = ubx(0x0A, 0x28);
+  std::string selected = bytes(CFG_GNSS);
+  selected[4 + 2 * 8 + 4] = 1;  // Galileo on
+  selected[4 + 4 * 8 + 4] = 0;  // GLONASS off
+  const std::vector<std::string> expected{
+      port,  // the second poll is the same frame
+      mon_gnss,
+      antenna_poll,
+      antenna_on,
+      antenna_poll,
+      antenna_on,
+      antenna_poll,
+      antenna_on,
+      message(0x01, 0x21, 1),
+      message(0xF0, 0x02, 1),
+      message(0xF0, 0x03, 1),
+      message(0xF0, 0x04, 1),
+      message(0xF0, 0x07, 1),
+      message(0xF0, 0x05, 0),
+      message(0xF0, 0x06, 0),
+      message(0xF0, 0x08, 0),
+      message(0xF0, 0x01, 0),
+      message(0x0A, 0x09, 5),
+      ubx(0x06, 0x3E),
+      ubx(0x06, 0x11, bytes("00 00")),
+      ubx(0x06, 0x24,
+          bytes("FF FF 04 03 50 C3 00 00 88 13 00 00 05 3C FA 00 FA 00 64 00 2C 01 32 00 00 00 00 00"
+                "00 00 00 00 00 00 00 00")),
+      message(0xF0, 0x00, 1),
+      ubx(0x06, 0x17, bytes("0F 40 00 02 00 00 00 00 00 00 00 01 00 00 00 00 00 00 00 00")),
+      ubx(0x0A, 0x04),
+      ubx(0x06, 0x3E, selected),
+      mon_gnss,
+      ubx(0x06, 0x3E),
+      mon_gnss,
+      ubx(0x06, 0x31),
+      mon_gnss,  // four steps without a raw command
+      ubx(0x06, 0x08, bytes("FA 00 01 00 01 00"))};
+  EXPECT_EQ(withoutResends(world.terminal.sent), expected);
+  EXPECT_THAT(receiver.host_bauds, ElementsAre(38400));
+  EXPECT_THAT(world.terminal.opens_us, testing::SizeIs(1));
+}
+
+TEST(ReceiverControl, NothingThatTheReceiverAnswersStopsPublication) {
+  std::mt19937 random(3);
+  std::string garbage;
+  for (int i = 0; i < 40; ++i) {
+    std::string payload(random() % 60, '\0');
+    for (char& c : payload) c = static_cast<char>(random());
+    const std::array<uint8_t, 6> classes{0x01, 0x05, 0x06, 0x06, 0x0A, 0x77};
+    const std::array<uint8_t, 8> ids{0x00, 0x01, 0x13, 0x3E, 0x24, 0x04, 0x28, 0x09};
+    garbage += ubx(classes[random() % classes.size()], ids[random() % ids.size()], payload);
+  }
+  const std::string one_baud = "01 00 00 00 C0 08 00 00 01 00 00 00 07 00 03 00 00 00 00 00";
+  struct {
+    const char* name;
+    std::map<std::string, std::string> answers;
+    bool nak;
+    std::string extra;
+    int trusted;
+  } const cases[]{
+      {"NAKs everything", {}, true, {}, 0},
+      {"NAKs all but the port", {{"06 00 poll", ubx(0x06, 0x00, bytes(PORT_38400))}}, true, {}, 1},
+      {"answers nothing but NMEA", {}, false, {}, 0},
+      {"garbage with good checksums", goodAnswers(), false, garbage, 0},
+      {"one baud", {{"06 00 poll", ubx(0x06, 0x00, bytes(one_baud))}}, false, {}, 0},
+      {"short answers",
+       {{"06 00 poll", ubx(0x06, 0x00, "x")},
+        {"0A 28 poll", ubx(0x0A, 0x28)},
+        {"06 3E poll", ubx(0x06, 0x3E)}},
+       false,
+       {},
+       0}};
+  for (const auto& c : cases) {
+    ScriptedReceiver receiver(c.answers);
+    receiver.nak = c.nak;
+    receiver.extra = c.extra;
+    World world(receiver);
+    bool trusted = false;  // at the end; leaving the loop forgets the port
+    world.time.at(599 * S, [&] { trusted = world.service->ubloxConfig().isPortConfirmed(); });
+    const auto published = world.run(600);
+    const auto valid = std::count_if(published.begin(), published.end(),
+                                     [](const Published& each) { return each.data.status() == 3; });
+    EXPECT_GE(valid, 598) << c.name;
+    EXPECT_TRUE(trusted || c.trusted == 0) << c.name;
+  }
+}
+
+TEST(ReceiverControl, HuntsTheBaudRateAndPulsesTheResetAtEvery19thChange) {
+  ScriptedReceiver receiver({});
+  receiver.epochs = false;
+  World world(receiver);
+  world.run(19 * 15 + 20);
+  ASSERT_GE(receiver.host_bauds.size(), 20U);
+  EXPECT_THAT(std::vector(receiver.host_bauds.begin(), receiver.host_bauds.begin() + 7),
+              ElementsAre(38400, 57600, 115200, 19200, 9600, 38400, 57600));
+  EXPECT_EQ(world.resets.pulses(), 1);
+}
+
+TEST(ReceiverControl, ReceiverAtAnotherRateIsGivenTheConfiguredOne) {
+  auto answers = goodAnswers();
+  answers["06 00 poll"] =
+      ubx(0x06, 0x00, bytes("01 00 00 00 C0 08 00 00 80 25 00 00 07 00 03 00 00 00 00 00"));
+  ScriptedReceiver receiver(answers);
+  World world(receiver);
+  world.run(5);
+  ASSERT_GE(world.terminal.sent.size(), 2U);
+  EXPECT_EQ(world.terminal.sent[1].bytes, ubx(0x06, 0x00, bytes(PORT_38400)));
+  EXPECT_GE(world.terminal.opens_us.size(), 2U);
+  EXPECT_LT(world.terminal.opens_us[1] - world.terminal.sent[1].at_us, 50 * MS);
+}
+
+TEST(ReceiverControl, ManyChangesOnTheBusAreOneRestart) {
+  ScriptedReceiver receiver(goodAnswers());
+  World world(receiver);
+  world.service->enableMqttSystemSelection();
+  constexpr int64_t DONE = 400 * S;  // the first sequence is through
+  world.time.at(DONE, [&] {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+      threads.emplace_back([&, t] {
+        for (int i = 0; i < 50; ++i) {
+          world.bus->inject(t % 2 == 0 ? topic::PARAMETER_GALILEO : topic::PARAMETER_ANTENNA_ON,
+                            parameter(1));
+        }
+      });
+    }
+    for (auto& thread : threads) thread.join();
+  });
+  bool initialised = false;
+  world.time.at(799 * S, [&] { initialised = world.service->ubloxConfig().isInitialised(); });
+  world.run(800);
+  EXPECT_EQ(world.service->ubloxConfig().gnssSystemRequested(), 0x0BU);
+  EXPECT_TRUE(initialised);
+  EXPECT_EQ(countOf(world.terminal.sent, "06 24"), 2 * 4);  // CFG-NAV5, sent and resent three times, twice
+}
+
+TEST(ReceiverControl, RadioSilenceSwitchesOffAndResetsAfterwards) {
+  ScriptedReceiver receiver(goodAnswers());
+  World world(receiver);
+  const auto blackout = [&](uint8_t on) {
+    auto group = rt::SignalAdapter::instance().create_sg(topic::BLACKOUT_MODE);
+    EXPECT_TRUE(group.set_signal_data("blackout_mode", {on}));
+    world.bus->inject(topic::BLACKOUT_MODE, *rt::SignalAdapter::instance().pack(group));
+  };
+  size_t opens_before = 0;
+  world.time.at(400 * S, [&] {
+    receiver.epochs = false;
+    opens_before = world.terminal.opens_us.size();
+    world.terminal.sent.clear();
+    blackout(1);
+  });
+  world.time.at(500 * S, [&] {
+    EXPECT_THAT(withoutResends(world.terminal.sent),
+                ElementsAre(ubx(0x06, 0x13, bytes("0E 00 F0 B9")),
+                            ubx(0x02, 0x41, bytes("00 00 00 00 00 00 00 00 06 00 00 00 00 00 00 00")),
+                            ubx(0x06, 0x04, bytes("00 00 08 00"))));
+    EXPECT_EQ(world.terminal.opens_us.size(), opens_before);
+    EXPECT_EQ(world.resets.pulses(), 0);
+    receiver.epochs = true;
+    blackout(0);
+  });
+  bool confirmed = false;
+  world.time.at(559 * S, [&] { confirmed = world.service->ubloxConfig().isPortConfirmed(); });
+  world.run(560);
+  EXPECT_EQ(world.resets.pulses(), 1);
+  EXPECT_EQ(world.terminal.opens_us.size(), opens_before + 1);
+  EXPECT_TRUE(confirmed);
+}
+
+TEST(ReceiverControl, AntennaStatusIsPublishedAsThisUnitsCircuitShowsIt) {
+  ScriptedReceiver receiver(goodAnswers());
+  World world(receiver);
+  const auto report = [&](uint8_t status) {
+    std::string payload(60, '\0');
+    payload[20] = static_cast<char>(status);
+    payload[21] = 1;
+    receiver.extra = ubx(0x0A, 0x09, payload);
+  };
+  const std::array<uint8_t, 4> reported{4, 2, 3, 0};  // OK, open, short, init
+  for (size_t i = 0; i < reported.size(); ++i) {
+    world.time.at(static_cast<int64_t>(i) * S, [&, i] { report(reported[i]); });
+  }
+  world.run(4);
+  const std::string on("\x01", 1);
+  const std::string off("\x00", 1);
+  EXPECT_THAT(signalValues(world, topic::ANTENNA_OPEN_CIRCUIT), ElementsAre(off, on, off));
+  EXPECT_THAT(signalValues(world, topic::ANTENNA_SHORT_CIRCUIT), ElementsAre(off, off, on));
+}
+
+TEST(ReceiverControl, ColdStartWithTheSupplyOnIsCorrectedAndSaved) {
+  auto answers = goodAnswers();
+  answers["06 13 poll"] = ubx(0x06, 0x13, bytes("1F 00 F0 B9"));
+  ScriptedReceiver receiver(answers);
+  World world(receiver);
+  world.run(80);
+  const auto frames = withoutResends(world.terminal.sent);
+  const auto first = std::find(frames.begin(), frames.end(), ubx(0x06, 0x13));
+  ASSERT_GE(frames.end() - first, 4);
+  EXPECT_EQ(*(first + 1), ubx(0x06, 0x13, bytes("0E 00 F0 B9")));
+  EXPECT_EQ(*(first + 2), ubx(0x06, 0x13));
+  EXPECT_EQ(*(first + 3), ubx(0x06, 0x09, bytes("00 00 00 00 00 04 00 00 00 00 00 00 07")));
+}
+
+}  // namespace
