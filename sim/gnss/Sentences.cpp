@@ -79,19 +79,43 @@ class Builder {
   std::string m_text;
 };
 
+/// 359.996 is written as 0.00.
+std::string course(const Fix& fix) {
+  return fix.course_deg ? decimal(std::fmod(std::round(*fix.course_deg * 100) / 100, 360.0), 2) : "";
+}
+
 std::string rmc(std::string_view talker, const Fix& fix, NmeaVersion version) {
   Builder out(talker, "RMC");
   out.time(fix.utc_us).field(fix.valid ? "A" : "V").position(fix);
   if (fix.valid) {
-    out.number(fix.speed_kmh / kmh_per_knot, 3);
-    // 359.996 is written as 0.00
-    out.field(fix.course_deg ? decimal(std::fmod(std::round(*fix.course_deg * 100) / 100, 360.0), 2) : "");
+    out.number(fix.speed_kmh / kmh_per_knot, 3).field(course(fix));
   } else {
     out.empty(2);
   }
   out.date(fix.utc_us).empty(2).field(fix.valid ? "A" : "N");
   if (version == NmeaVersion::v4_10) out.field("V");  // not for navigation on rails or at sea
   return out.finish();
+}
+
+std::string vtg(std::string_view talker, const Fix& fix) {
+  Builder out(talker, "VTG");
+  if (!fix.valid) return out.empty(8).field("N").finish();
+  out.field(course(fix)).field("T").empty(1).field("M");
+  out.number(fix.speed_kmh / kmh_per_knot, 3).field("N").number(fix.speed_kmh, 3).field("K");
+  return out.field("A").finish();
+}
+
+std::string gll(std::string_view talker, const Fix& fix) {
+  Builder out(talker, "GLL");
+  out.position(fix).time(fix.utc_us).field(fix.valid ? "A" : "V");
+  return out.field(fix.valid ? "A" : "N").finish();
+}
+
+std::string zda(std::string_view talker, const Fix& fix) {
+  const CivilTime t = civil_time(fix.utc_us + 5'000);
+  Builder out(talker, "ZDA");
+  out.time(fix.utc_us).number(static_cast<int>(t.day), 2).number(static_cast<int>(t.month), 2);
+  return out.number(t.year, 4).field("00").field("00").finish();
 }
 
 std::string gga(std::string_view talker, const Fix& fix) {
@@ -123,6 +147,24 @@ std::string gsa(std::string_view talker, const Fix& fix, Constellation constella
   out.empty(slots - filled);
   for (const double dop : {fix.pdop, fix.hdop, fix.vdop}) out.number(fix.valid ? dop : no_dop, 2);
   if (version == NmeaVersion::v4_10) out.number(names_of(constellation).system_id, 1);
+  return out.finish();
+}
+
+/// The residuals are in the order of the GSA's satellites.
+std::string grs(std::string_view talker, const Fix& fix, Constellation constellation, NmeaVersion version) {
+  constexpr int slots = 12;
+  Builder out(talker, "GRS");
+  out.time(fix.utc_us).field("1");
+  int filled = 0;
+  if (fix.valid) {
+    for (const Satellite& satellite : satellites_in_view(constellation, fix.utc_us)) {
+      if (!satellite.used || filled == slots) continue;
+      out.number((satellite.azimuth_deg % 31 - 15) / 10.0, 1);
+      ++filled;
+    }
+  }
+  out.empty(slots - filled);
+  if (version == NmeaVersion::v4_10) out.number(names_of(constellation).system_id, 1).field("0");
   return out.finish();
 }
 
@@ -161,17 +203,33 @@ uint8_t nmea_checksum(std::string_view between) {
   return sum;
 }
 
-std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options) {
+std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options,
+                                         const SentenceSet& kinds) {
   const bool single = options.constellations.size() == 1;
   const std::string_view talker = single ? names_of(options.constellations.front()).talker : "GN";
-  std::vector<std::string> out{rmc(talker, fix, options.version), gga(talker, fix)};
+  const auto wanted = [&](Sentence kind) { return kinds[static_cast<size_t>(kind)]; };
+  std::vector<std::string> out;
+  if (wanted(Sentence::rmc)) out.push_back(rmc(talker, fix, options.version));
+  if (wanted(Sentence::vtg)) out.push_back(vtg(talker, fix));
+  if (wanted(Sentence::gga)) out.push_back(gga(talker, fix));
   for (const Constellation constellation : options.constellations)
-    out.push_back(gsa(talker, fix, constellation, options.version));
-  if (options.gsv)
-    for (const Constellation constellation : options.constellations)
-      add_gsv(out, fix, constellation, options.version);
-  out.push_back(gst(talker, fix));
+    if (wanted(Sentence::gsa)) out.push_back(gsa(talker, fix, constellation, options.version));
+  for (const Constellation constellation : options.constellations)
+    if (wanted(Sentence::gsv)) add_gsv(out, fix, constellation, options.version);
+  if (wanted(Sentence::gll)) out.push_back(gll(talker, fix));
+  for (const Constellation constellation : options.constellations)
+    if (wanted(Sentence::grs)) out.push_back(grs(talker, fix, constellation, options.version));
+  if (wanted(Sentence::gst)) out.push_back(gst(talker, fix));
+  if (wanted(Sentence::zda)) out.push_back(zda(talker, fix));
   return out;
+}
+
+std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options) {
+  SentenceSet kinds;
+  for (const Sentence kind : {Sentence::rmc, Sentence::gga, Sentence::gsa, Sentence::gst})
+    kinds.set(static_cast<size_t>(kind));
+  kinds.set(static_cast<size_t>(Sentence::gsv), options.gsv);
+  return epoch_sentences(fix, options, kinds);
 }
 
 }  // namespace ecu::koru::sim
