@@ -1,6 +1,7 @@
 #include "sim/gnss/Receiver.h"
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 
 #include "sim/gnss/Epochs.h"
@@ -14,6 +15,7 @@ constexpr int64_t ns_per_us = 1000;
 constexpr int64_t start_time_us = 300'000;       // from power to the first answer
 constexpr int64_t answer_time_us = 4'000;        // from a command's last byte
 constexpr int64_t longest_pause_us = 1'000'000;  // a command that stops in the middle is given up then
+constexpr size_t receiver_keeps = 256;           // commands; those beyond that are dropped
 constexpr size_t transmitter_keeps = 4096;       // bytes; answers beyond that are dropped
 
 /// To ns, where INT64_MAX stays "never".
@@ -87,12 +89,16 @@ void Receiver::plan_incidents() {
     m_incidents.emplace(m_options.start_us + seconds_to_us(at_s), [this] { fail_power(); });
   for (const auto& change : m_options.faults.antenna)
     m_incidents.emplace(m_options.start_us + seconds_to_us(change.at_s),
-                        [this, state = change.state] { m_control.set_antenna(state); });
+                        [this, state = change.state] { set_antenna(state); });
 }
 
 void Receiver::advance_to(int64_t now_us) {
   while (next_event_us() <= now_us) carry_out_next();
   move_line_to(std::max(m_now_us, now_us));
+}
+
+void Receiver::tell(const std::string& event) const {
+  if (m_observer != nullptr) m_observer->on_event(m_now_us, event);
 }
 
 void Receiver::move_line_to(int64_t now_us) {
@@ -171,6 +177,10 @@ void Receiver::obey(const UbxFramer::Found& command) {
   ++(command.intact ? m_statistics.frames_received : m_statistics.frames_corrupted);
   if (m_observer != nullptr) m_observer->on_command(m_now_us, command.frame, command.intact);
   if (!command.intact || m_mute || !m_control.settings().ubx_in()) return;
+  if (m_answers.size() >= receiver_keeps) {
+    ++m_statistics.frames_lost;
+    return;
+  }
   const bool answers = m_control.settings().ubx_out();
   Reply reply = m_control.obey(command.frame);
   if (!answers) reply.frames.clear();
@@ -217,8 +227,10 @@ void Receiver::take_effect(const Reply& reply) {
     case Effect::start_navigation:
       if (!m_navigating) m_drive->skip_to(m_now_us);
       m_navigating = true;
+      tell("navigation started");
       break;
     case Effect::sleep:
+      tell("standby");
       stop(reply.sleep_us == 0 ? INT64_MAX : m_now_us + reply.sleep_us);
       m_woken_by_host = reply.woken_by_host;
       break;
@@ -226,8 +238,9 @@ void Receiver::take_effect(const Reply& reply) {
 }
 
 void Receiver::change_speed() {
-  m_line.set_baud(m_control.settings().baud());
   m_new_speed_us = INT64_MAX;
+  m_line.set_baud(m_control.settings().baud());
+  tell("speed " + std::to_string(m_line.baud()));
 }
 
 // ---------------------------------------------------------------------------------------------- power
@@ -239,14 +252,19 @@ void Receiver::power_cycle(int64_t now_us) {
 
 void Receiver::hardware_reset(int64_t now_us) {
   advance_to(now_us);
-  if (m_drive != nullptr) stop(m_now_us + start_time_us);
+  if (m_drive == nullptr) return;
+  tell("reset by its line");
+  stop(m_now_us + start_time_us);
 }
 
 void Receiver::set_antenna(AntennaState state) {
+  constexpr std::array<const char*, 3> names{"antenna ok", "antenna open", "antenna short-circuited"};
+  tell(names.at(static_cast<size_t>(state)));
   m_control.set_antenna(state);
 }
 
 void Receiver::fail_power() {
+  tell("power fails");
   m_control.lose_power();
   stop(m_now_us + start_time_us);
 }
@@ -268,6 +286,7 @@ void Receiver::start() {
   m_navigating = true;
   m_solutions = 0;
   ++m_statistics.power_ups;
+  tell("starts");
   m_control.boot();
   change_speed();
   m_grid = m_control.settings().grid(m_options.rate_hz);

@@ -8,6 +8,8 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
+#include <string_view>
 
 #include "sim/gnss/Control.h"
 #include "sim/gnss/Faults.h"
@@ -38,7 +40,7 @@ struct Statistics {
   uint64_t frames_received = 0;   ///< commands with a right checksum
   uint64_t frames_corrupted = 0;  ///< with a wrong one
   uint64_t frames_sent = 0;       ///< UBX messages to the host
-  uint64_t frames_lost = 0;       ///< not sent: fault, or no room in the transmitter's buffer
+  uint64_t frames_lost = 0;       ///< not sent, or a command not done: fault, or a buffer is full
   uint64_t power_ups = 1;         ///< the first one, power cycles, resets and the ends of standby
 };
 
@@ -51,6 +53,8 @@ class IReceiverObserver {
   virtual void on_command(int64_t /*at_us*/, const UbxFrame& /*frame*/, bool /*intact*/) {}
   /// The last byte of a frame has left for the host.
   virtual void on_message(int64_t /*at_us*/, const UbxFrame& /*frame*/) {}
+  /// Something else has happened: power, line speed, navigation. For people.
+  virtual void on_event(int64_t /*at_us*/, std::string_view /*text*/) {}
   /// The burst of an epoch begins; the fix is what it tells, before it is rounded.
   virtual void on_epoch(int64_t /*at_us*/, const Fix& /*fix*/) {}
 };
@@ -150,6 +154,7 @@ class Receiver {
   void hear();
   void obey(const UbxFramer::Found& command);
   void send_answer();
+  void tell(const std::string& event) const;
   void send_answer_frame(const UbxFrame& frame);
   void follow_settings();
   void take_effect(const Reply& reply);

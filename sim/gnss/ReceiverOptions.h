@@ -46,6 +46,11 @@ struct ReceiverOptions {
   std::shared_ptr<const Recording> recording;
   double replay_speed = 1;
   bool replay_loop = false;
+
+  /// The line speed at power-on.
+  [[nodiscard]] unsigned power_up_baud() const {
+    return power_up_defaults && !recording ? initial_baud : baud;
+  }
 };
 
 }  // namespace ecu::koru::sim

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
+#include "sim/gnss/Text.h"
 #include "sim/gnss/Utc.h"
 
 namespace ecu::koru::sim {
@@ -12,22 +12,6 @@ namespace {
 constexpr double kmh_per_knot = 1.852;
 constexpr double geoid_separation_m = 47.6;
 constexpr double no_dop = 99.99;  // what stands for "none"
-
-std::string zero_padded(int64_t value, int width) {
-  const std::string digits = std::to_string(value);
-  return std::string(static_cast<size_t>(width) - std::min(static_cast<size_t>(width), digits.size()), '0') +
-         digits;
-}
-
-/// Fixed decimals by integers alone: neither locale nor binary fractions show.
-std::string decimal(double value, int decimals, int integer_width = 1) {
-  int64_t scale = 1;
-  for (int i = 0; i < decimals; ++i) scale *= 10;
-  const int64_t scaled = std::llround(value * static_cast<double>(scale));
-  const int64_t magnitude = std::abs(scaled);
-  return (scaled < 0 ? "-" : "") + zero_padded(magnitude / scale, integer_width) + "." +
-         zero_padded(magnitude % scale, decimals);
-}
 
 /// A sentence while it is put together, one field after the other.
 class Builder {
@@ -70,9 +54,7 @@ class Builder {
     return angle(fix.latitude_deg, 2, "N", "S").angle(fix.longitude_deg, 3, "E", "W");
   }
   [[nodiscard]] std::string finish() const {
-    constexpr std::string_view hex = "0123456789ABCDEF";
-    const uint8_t sum = nmea_checksum(m_text);
-    return "$" + m_text + "*" + hex[sum >> 4U] + hex[sum & 0xFU] + "\r\n";
+    return "$" + m_text + "*" + hex(nmea_checksum(m_text), 2) + "\r\n";
   }
 
  private:
