@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "sim/gnss/Fix.h"
 
 namespace ecu::koru::sim {
 
@@ -13,6 +16,7 @@ struct Burst {
   int64_t deadline_us = INT64_MAX;
   int64_t since_power_on_us = 0;
   std::vector<std::string> sentences;
+  std::optional<Fix> fix{};  ///< what the sentences tell; nothing in a recording
 };
 
 /// Where bursts come from: a simulated drive or a recording.

@@ -1,26 +1,47 @@
 #include "sim/gnss/Epochs.h"
 
+#include <algorithm>
+
 #include "sim/gnss/Utc.h"
 
 namespace ecu::koru::sim {
 
-DriveSource::DriveSource(const ReceiverOptions& options)
-    : m_options(options), m_epoch(options.utc_start_us / second_us * options.rate_hz) {
-  while (epoch_utc_us(m_epoch) < options.utc_start_us) ++m_epoch;
+int64_t EpochGrid::first_from(int64_t utc_us) const {
+  int64_t n = utc_us / (period_ms * 1000) * count;
+  while (epoch_us(n) < utc_us) ++n;
+  return n;
 }
 
-int64_t DriveSource::epoch_utc_us(int64_t epoch) const {
-  return epoch / m_options.rate_hz * second_us + epoch % m_options.rate_hz * 1000 / m_options.rate_hz * 1000;
+DriveSource::DriveSource(const ReceiverOptions& options, const EpochGrid& grid)
+    : m_options(options),
+      m_grid(grid),
+      m_output{options.sentences, {}},
+      m_epoch(grid.first_from(options.utc_start_us)) {}
+
+void DriveSource::set_grid(const EpochGrid& grid, int64_t now_us) {
+  m_grid = grid;
+  // An epoch whose burst has not begun yet is not lost.
+  m_epoch = grid.first_from(std::max(m_latest_utc_us + 1, utc_at(now_us) - m_options.output_delay_us));
+}
+
+void DriveSource::skip_to(int64_t now_us) {
+  m_epoch = m_grid.first_from(std::max(m_latest_utc_us + 1, utc_at(now_us)));
 }
 
 int64_t DriveSource::burst_start_us(int64_t epoch) const {
-  return m_options.start_us + epoch_utc_us(epoch) - m_options.utc_start_us + m_options.output_delay_us;
+  return m_options.start_us + m_grid.epoch_us(epoch) - m_options.utc_start_us + m_options.output_delay_us;
 }
 
 Burst DriveSource::take() {
-  const int64_t utc_us = epoch_utc_us(m_epoch);
-  Burst burst{burst_start_us(m_epoch), burst_start_us(m_epoch + 1), utc_us - m_options.utc_start_us,
-              epoch_sentences(truth_at(utc_us), m_options.sentences)};
+  m_latest_utc_us = m_grid.epoch_us(m_epoch);
+  Fix fix = truth_at(m_latest_utc_us);
+  if (!m_output.receives) {
+    fix = {};
+    fix.utc_us = m_latest_utc_us;
+    fix.valid = false;
+  }
+  Burst burst{burst_start_us(m_epoch), burst_start_us(m_epoch + 1), m_latest_utc_us - m_options.utc_start_us,
+              epoch_sentences(fix, m_output.sentences, m_output.kinds), fix};
   ++m_epoch;
   return burst;
 }
@@ -37,7 +58,7 @@ Fix DriveSource::truth_at(int64_t utc_us) const {
   fix.altitude_m = state.position.altitude_m;
   fix.speed_kmh = state.speed_ms * 3.6;
   fix.course_deg = state.course_deg;
-  describe_quality(fix, m_options.sentences.constellations);
+  describe_quality(fix, m_output.sentences.constellations);
   return fix;
 }
 

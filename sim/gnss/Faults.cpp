@@ -1,10 +1,12 @@
 #include "sim/gnss/Faults.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <stdexcept>
 #include <vector>
 
+#include "sim/gnss/Line.h"
 #include "sim/gnss/Utc.h"
 
 namespace ecu::koru::sim {
@@ -39,21 +41,89 @@ void parse_silence(std::string_view text, FaultOptions& options) {
         "fault silence: SECONDS must be above 0 and below EVERY, EVERY at most 86400");
 }
 
-void parse_one(std::string_view name, std::string_view value, FaultOptions& options) {
-  if (name == "drop") {
-    options.drop = parse_share(value, name);
-  } else if (name == "corrupt") {
-    options.corrupt = parse_share(value, name);
-  } else if (name == "split") {
-    options.split = parse_share(value, name);
-  } else if (name == "silence") {
-    parse_silence(value, options);
-  } else if (name == "seed") {
-    options.seed = parse_number<uint64_t>(value, name);
-  } else {
-    throw std::invalid_argument("unknown fault \"" + std::string(name) +
-                                "\"; there are drop, corrupt, split, silence and seed");
+double parse_time(std::string_view text, std::string_view name) {
+  const auto seconds = parse_number<double>(text, name);
+  if (!(seconds >= 0 && seconds <= 1e6))
+    throw std::invalid_argument("fault " + std::string(name) + ": the time is not within 0 to 1000000 s");
+  return seconds;
+}
+
+void parse_nak(std::string_view text, FaultOptions& options) {
+  if (text == "all") {
+    options.nak_all = true;
+    return;
   }
+  unsigned value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
+  if (error != std::errc{} || end != text.data() + text.size() || text.size() != 4)
+    throw std::invalid_argument("fault nak: expected class and id such as 0624, or all");
+  options.nak.push_back({static_cast<uint8_t>(value >> 8U), static_cast<uint8_t>(value & 0xFFU)});
+}
+
+void parse_antenna(std::string_view text, FaultOptions& options) {
+  const size_t at = std::min(text.find('@'), text.size());
+  const auto state = antenna_state_of(text.substr(0, at));
+  if (!state) throw std::invalid_argument("fault antenna: expected ok, open or short, and @SECONDS");
+  options.antenna.push_back({*state, at == text.size() ? 0 : parse_time(text.substr(at + 1), "antenna")});
+}
+
+void parse_late(std::string_view text, FaultOptions& options) {
+  constexpr int64_t most_ms = 60'000;
+  const auto late_ms = parse_number<int64_t>(text, "late");
+  if (late_ms < 0 || late_ms > most_ms) throw std::invalid_argument("fault late: not within 0 to 60000 ms");
+  options.late_us = late_ms * 1000;
+}
+
+void parse_reset_to(std::string_view text, FaultOptions& options) {
+  options.reset_to = parse_number<unsigned>(text, "reset-to");
+  if (std::find(receiver_bauds.begin(), receiver_bauds.end(), *options.reset_to) == receiver_bauds.end())
+    throw std::invalid_argument("fault reset-to: a receiver does not know this baud rate");
+}
+
+/// A fault by its name. What stands behind it: nothing, =VALUE or @TIME.
+struct FaultRow {
+  std::string_view name;
+  char separator;  // 0: nothing follows
+  bool repeated;   // may be given more than once
+  void (*parse)(std::string_view value, FaultOptions& options);
+};
+constexpr std::array<FaultRow, 14> fault_rows{
+    {{"drop", '=', false, [](auto text, auto& o) { o.drop = parse_share(text, "drop"); }},
+     {"corrupt", '=', false, [](auto text, auto& o) { o.corrupt = parse_share(text, "corrupt"); }},
+     {"split", '=', false, [](auto text, auto& o) { o.split = parse_share(text, "split"); }},
+     {"silence", '=', false, parse_silence},
+     {"seed", '=', false, [](auto text, auto& o) { o.seed = parse_number<uint64_t>(text, "seed"); }},
+     {"mute", 0, false, [](auto, auto& o) { o.mute = true; }},
+     {"nak", '=', true, parse_nak},
+     {"late", '=', false, parse_late},
+     {"lose", '=', false, [](auto text, auto& o) { o.lose = parse_share(text, "lose"); }},
+     {"newer", 0, false, [](auto, auto& o) { o.newer = true; }},
+     {"garbage-ubx", '=', false,
+      [](auto text, auto& o) { o.garbage_ubx = parse_share(text, "garbage-ubx"); }},
+     {"power-cycle", '@', true,
+      [](auto text, auto& o) { o.power_cycles_s.push_back(parse_time(text, "power-cycle")); }},
+     {"reset-to", '=', false, parse_reset_to},
+     {"antenna", '=', true, parse_antenna}}};
+
+const FaultRow& row_of(std::string_view name) {
+  for (const FaultRow& row : fault_rows)
+    if (row.name == name) return row;
+  std::string known;
+  for (const FaultRow& row : fault_rows) known += (known.empty() ? "" : ", ") + std::string(row.name);
+  throw std::invalid_argument("unknown fault \"" + std::string(name) + "\"; there are " + known);
+}
+
+void parse_item(std::string_view item, std::vector<std::string_view>& seen, FaultOptions& options) {
+  const size_t name_end = std::min(item.find_first_of("=@"), item.size());
+  const FaultRow& row = row_of(item.substr(0, name_end));
+  const char separator = name_end == item.size() ? '\0' : item[name_end];
+  if (separator != row.separator)
+    throw std::invalid_argument("fault " + std::string(row.name) + ": expected " + std::string(row.name) +
+                                (row.separator == 0 ? " alone" : row.separator + std::string("VALUE")));
+  if (!row.repeated && std::find(seen.begin(), seen.end(), row.name) != seen.end())
+    throw std::invalid_argument("fault " + std::string(row.name) + " is given twice");
+  seen.push_back(row.name);
+  row.parse(item.substr(std::min(name_end + 1, item.size())), options);
 }
 
 }  // namespace
@@ -63,15 +133,7 @@ FaultOptions parse_faults(std::string_view text) {
   std::vector<std::string_view> seen;
   while (true) {
     const size_t end = std::min(text.find(','), text.size());
-    const std::string_view item = text.substr(0, end);
-    const size_t equals = item.find('=');
-    const std::string_view name = item.substr(0, equals);
-    if (equals == std::string_view::npos)
-      throw std::invalid_argument("expected FAULT=VALUE, not \"" + std::string(item) + "\"");
-    if (std::find(seen.begin(), seen.end(), name) != seen.end())
-      throw std::invalid_argument("fault " + std::string(name) + " is given twice");
-    seen.push_back(name);
-    parse_one(name, item.substr(equals + 1), options);
+    parse_item(text.substr(0, end), seen, options);
     if (end == text.size()) return options;
     text.remove_prefix(end + 1);
   }
@@ -79,13 +141,13 @@ FaultOptions parse_faults(std::string_view text) {
 
 Faults::Verdict Faults::apply(std::string& sentence) {
   Verdict verdict;
-  verdict.dropped = hit(m_options.drop);
-  verdict.corrupted = hit(m_options.corrupt);
-  const size_t place = below(sentence.size());
-  const auto change = static_cast<uint8_t>(1 + below(255));
-  const bool split = hit(m_options.split);
-  const size_t pause_before = below(sentence.size());
-  const auto pause_us = static_cast<int64_t>(20'000 + below(130'001));
+  verdict.dropped = m_random.hit(m_options.drop);
+  verdict.corrupted = m_random.hit(m_options.corrupt);
+  const size_t place = m_random.below(sentence.size());
+  const auto change = static_cast<uint8_t>(1 + m_random.below(255));
+  const bool split = m_random.hit(m_options.split);
+  const size_t pause_before = m_random.below(sentence.size());
+  const auto pause_us = static_cast<int64_t>(20'000 + m_random.below(130'001));
   if (verdict.corrupted) sentence[place] = static_cast<char>(static_cast<uint8_t>(sentence[place]) ^ change);
   if (split && pause_before > 0) {
     verdict.pause_before = pause_before;
@@ -101,17 +163,35 @@ bool Faults::silent_at(int64_t since_power_on_us) const {
   return since_power_on_us % every_us >= every_us - silence_us;
 }
 
-uint64_t Faults::draw() {
+std::optional<UbxFrame> Faults::garbage() {
+  // Half of them look like what the host waits for.
+  constexpr std::array<UbxId, 10> plausible{{{0x01, 0x21},
+                                             {0x05, 0x00},
+                                             {0x05, 0x01},
+                                             {0x06, 0x00},
+                                             {0x06, 0x13},
+                                             {0x06, 0x24},
+                                             {0x06, 0x3E},
+                                             {0x0A, 0x04},
+                                             {0x0A, 0x09},
+                                             {0x0A, 0x28}}};
+  if (!m_ubx_random.hit(m_options.garbage_ubx)) return std::nullopt;
+  UbxFrame frame;
+  frame.id = m_ubx_random.hit(0.5) ? plausible.at(m_ubx_random.below(plausible.size()))
+                                   : UbxId{static_cast<uint8_t>(m_ubx_random.below(256)),
+                                           static_cast<uint8_t>(m_ubx_random.below(256))};
+  frame.payload.resize(m_ubx_random.below(m_ubx_random.hit(0.05) ? 1000 : 80));
+  for (uint8_t& byte : frame.payload) byte = static_cast<uint8_t>(m_ubx_random.below(256));
+  return frame;
+}
+
+uint64_t Random::draw() {
   // splitmix64: the same on every machine and compiler
   m_state += 0x9E3779B97F4A7C15U;
   uint64_t x = m_state;
   x = (x ^ (x >> 30U)) * 0xBF58476D1CE4E5B9U;
   x = (x ^ (x >> 27U)) * 0x94D049BB133111EBU;
   return x ^ (x >> 31U);
-}
-
-bool Faults::hit(double share) {
-  return static_cast<double>(draw() >> 11U) * 0x1p-53 < share;
 }
 
 }  // namespace ecu::koru::sim

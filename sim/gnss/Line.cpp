@@ -55,6 +55,18 @@ void Line::arrive(int64_t start_ns, uint8_t byte) {
   }
 }
 
+void Line::set_baud(unsigned baud) {
+  if (baud == m_baud) return;
+  m_baud = baud;
+  restart_port();
+}
+
+void Line::cut(int64_t now_ns) {
+  advance_to(now_ns);
+  m_runs.clear();
+  m_free_ns = now_ns;
+}
+
 void Line::set_host_baud(unsigned baud) {
   if (baud == m_host_baud) return;
   m_host_baud = baud;

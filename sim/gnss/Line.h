@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <optional>
@@ -10,6 +11,10 @@
 #include "sim/gnss/MistunedUart.h"
 
 namespace ecu::koru::sim {
+
+/// The speeds that a receiver can have.
+inline constexpr std::array<unsigned, 8> receiver_bauds{4800,  9600,   19200,  38400,
+                                                        57600, 115200, 230400, 460800};
 
 /// The serial line from the receiver to the host and the host's port at its end: 10 bits a byte at the line's
 /// speed. All times are ns of the caller's clock.
@@ -24,6 +29,11 @@ class Line {
   [[nodiscard]] int64_t duration_ns(size_t bytes) const;
 
   void advance_to(int64_t now_ns);
+  /// The receiver's speed; only while nothing is on the line.
+  void set_baud(unsigned baud);
+  [[nodiscard]] unsigned baud() const { return m_baud; }
+  /// What has not been sent by that time never will be; a byte in progress is cut off.
+  void cut(int64_t now_ns);
   /// When the byte being sent has arrived; INT64_MAX when the line is idle.
   [[nodiscard]] int64_t next_byte_ns() const;
   /// When the last of the bytes that follow it without a gap has arrived; INT64_MAX when the line is idle.

@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <set>
 
@@ -18,16 +17,29 @@ namespace {
 constexpr int wrong_options = 2;
 
 constexpr const char* faults_help =
-    "FAULT=VALUE[,...]: drop=P, corrupt=P (one byte of a sentence becomes another), split=P (a pause of 20 "
-    "to 150 ms in "
-    "the middle of a sentence) with P the share of the sentences, 0 to 1; silence=SECONDS@EVERY (of every "
-    "EVERY seconds "
-    "the last SECONDS nothing is sent); seed=N (default 1)";
+    "FAULT[,...]. Of sentences: drop=P, corrupt=P (one byte becomes another), split=P (a pause of 20 to 150 "
+    "ms in "
+    "the middle) with P the share of the sentences, 0 to 1; silence=SECONDS@EVERY (of every EVERY seconds "
+    "the last "
+    "SECONDS nothing is sent). Of commands: mute (none is heard), nak=CLASSID (hexadecimal, such as 0624; or "
+    "all), "
+    "late=MS, lose=P (answers that are not sent), newer (a generation that refuses CFG-GNSS, CFG-NAV5, "
+    "CFG-NMEA, "
+    "CFG-RXM and CFG-ANT and has no MON-HW), garbage-ubx=P (a random frame with a right checksum behind a "
+    "sentence or "
+    "instead of an answer). At a time: power-cycle@SECONDS, antenna=ok|open|short[@SECONDS]. reset-to=BAUD "
+    "(after a "
+    "power cycle the receiver is as new and has this speed, but for what was saved in its flash). seed=N "
+    "(default 1)";
+constexpr const char* footer =
+    "Commands on standard input, one a line: power-cycle, reset, antenna ok|open|short, mute on|off.";
 
 /// The texts as they stand on the command line.
 struct Texts {
   std::string route, utc, faults, replay, gsv = "auto", nmea = "4.0";
+  std::string antenna = "ok", supply = "on";
   std::vector<std::string> systems{"gps", "glonass"};
+  std::vector<std::string> supported{"gps", "glonass", "galileo", "beidou"};
 };
 
 void add_drive_options(CLI::App& app, Texts& texts, ReceiverOptions& receiver, CLI::Option* replay) {
@@ -46,9 +58,23 @@ void add_drive_options(CLI::App& app, Texts& texts, ReceiverOptions& receiver, C
   add("--gsv", texts.gsv, "satellites in view; auto: at 1 Hz and 9600 baud or more")
       ->check(CLI::IsMember({"auto", "on", "off"}))
       ->capture_default_str();
-  add("--systems", texts.systems, "comma list of gps, glonass, galileo, beidou; each has its own GSA")
-      ->delimiter(',')
-      ->check(CLI::IsMember({"gps", "glonass", "galileo", "beidou"}))
+  const auto add_systems = [&](const std::string& name, auto& value, const std::string& help) {
+    add(name, value, help)
+        ->delimiter(',')
+        ->check(CLI::IsMember({"gps", "glonass", "galileo", "beidou"}))
+        ->capture_default_str();
+  };
+  add_systems("--systems", texts.systems,
+              "comma list of gps, glonass, galileo, beidou; each has its own GSA");
+  add_systems("--supported", texts.supported, "the systems that can be chosen by command at all");
+  app.add_flag("--factory", receiver.power_up_defaults,
+               "starts as new: 9600 baud (or --baud), RMC, VTG, GGA, GSA, GSV and GLL at 1 Hz")
+      ->excludes(replay);
+  add("--antenna", texts.antenna, "its state at the start")
+      ->check(CLI::IsMember({"ok", "open", "short"}))
+      ->capture_default_str();
+  add("--antenna-supply", texts.supply, "whether the saved settings feed it; without there is no fix")
+      ->check(CLI::IsMember({"on", "off"}))
       ->capture_default_str();
 }
 
@@ -68,6 +94,10 @@ void add_options(CLI::App& app, Texts& texts, ProgramOptions& options) {
   app.add_option("--fault", texts.faults, faults_help);
   app.add_option("--link", options.link, "makes this symbolic link to the device, removed at the end");
   app.add_option("--trace", options.trace, "writes a line for each sentence: monotonic time in ns, sentence");
+  app.add_option("--ubx-trace", options.report.ubx_trace,
+                 "writes every UBX frame of both directions, readable, to this file (-: standard output)");
+  app.add_flag("--show", options.report.show, "writes the truth of every epoch to standard output");
+  app.footer(footer);
   app.add_option("--seconds", options.seconds, "ends by itself after that time")->check(CLI::Range(0.0, 1e9));
 }
 
@@ -79,11 +109,15 @@ int64_t utc_of(const std::string& text) {
   return *utc_us;
 }
 
-Constellation constellation_of(const std::string& name) {
+std::vector<Constellation> constellations_of(const std::vector<std::string>& names,
+                                             const std::string& option) {
+  std::vector<Constellation> result;
   for (const auto candidate :
        {Constellation::gps, Constellation::glonass, Constellation::galileo, Constellation::beidou})
-    if (names_of(candidate).option == name) return candidate;
-  throw std::invalid_argument("--systems: unknown " + name);
+    if (std::find(names.begin(), names.end(), names_of(candidate).option) != names.end())
+      result.push_back(candidate);
+  if (result.size() != names.size()) throw std::invalid_argument(option + ": one is given twice");
+  return result;
 }
 
 void interpret(const Texts& texts, ProgramOptions& options) {
@@ -96,11 +130,10 @@ void interpret(const Texts& texts, ProgramOptions& options) {
   sentences.version = texts.nmea == "4.10" ? NmeaVersion::v4_10 : NmeaVersion::v4_0;
   const bool automatic = receiver.rate_hz == 1 && receiver.baud >= 9600;
   sentences.gsv = texts.gsv == "on" || (texts.gsv == "auto" && automatic);
-  sentences.constellations.clear();
-  std::transform(texts.systems.begin(), texts.systems.end(), std::back_inserter(sentences.constellations),
-                 constellation_of);
-  if (std::set(texts.systems.begin(), texts.systems.end()).size() != texts.systems.size())
-    throw std::invalid_argument("--systems: one is given twice");
+  sentences.constellations = constellations_of(texts.systems, "--systems");
+  receiver.supported = constellations_of(texts.supported, "--supported");
+  receiver.antenna = antenna_state_of(texts.antenna).value_or(AntennaState::ok);
+  receiver.antenna_supply = texts.supply == "on";
 }
 
 }  // namespace
@@ -114,6 +147,7 @@ ParsedOptions parse_options(int argc, const char* const* argv) {
   try {
     app.parse(argc, argv);
     interpret(texts, options);
+    if (app.count("--baud") > 0) options.receiver.initial_baud = options.receiver.baud;
     return {options, 0};
   } catch (const CLI::Success& e) {
     return {std::nullopt, app.exit(e)};

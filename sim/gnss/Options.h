@@ -4,6 +4,7 @@
 #include <string>
 
 #include "sim/gnss/ReceiverOptions.h"
+#include "sim/gnss/Report.h"
 
 namespace ecu::koru::sim {
 
@@ -13,6 +14,7 @@ struct ProgramOptions {
   std::optional<int64_t> utc_us;  ///< UTC at power-on; nothing: the machine's
   std::string link;               ///< empty: none
   std::string trace;              ///< empty: none
+  Report::Options report;
   std::optional<double> seconds;  ///< after which the program ends by itself
 };
 

@@ -1,10 +1,12 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
+#include "sim/gnss/Antenna.h"
 #include "sim/gnss/Faults.h"
+#include "sim/gnss/Line.h"
 #include "sim/gnss/Route.h"
 #include "sim/gnss/Sentences.h"
 
@@ -12,12 +14,12 @@ namespace ecu::koru::sim {
 
 class Recording;
 
-/// The speeds that a receiver can have.
-inline constexpr std::array<unsigned, 8> receiver_bauds{4800,  9600,   19200,  38400,
-                                                        57600, 115200, 230400, 460800};
-
 /// Everything that can be chosen about a receiver.
 struct ReceiverOptions {
+  /// false: the settings are those of rate_hz, baud and sentences, with RMC, GGA, GSA and GST, as if saved
+  /// before; true: those of the factory, at initial_baud, and rate_hz and baud do not count.
+  bool power_up_defaults = false;
+  unsigned initial_baud = 9600;
   int rate_hz = 1;  ///< epochs a second, 1 to 10
   unsigned baud = 38400;
   int64_t start_us = 0;                          ///< caller's clock at power-on
@@ -28,11 +30,27 @@ struct ReceiverOptions {
   SentenceOptions sentences;
   FaultOptions faults;
 
-  /// Plays this instead of driving: the first epoch at power-on. Only baud, start_us and faults hold beside
+  AntennaState antenna = AntennaState::ok;
+  bool antenna_supply = true;  ///< switched on by the settings at power-up; without it there is no fix
+  /// The unit's circuit detects an open antenna with the opposite level: a sound one, supplied and with open
+  /// circuit detection on, is reported as 4 (open) and an open one as 2 (OK).
+  bool antenna_inverted = true;
+  /// What the receiver can receive at all; what it uses is sentences.constellations until CFG-GNSS changes
   /// it.
+  std::vector<Constellation> supported{Constellation::gps, Constellation::glonass, Constellation::galileo,
+                                       Constellation::beidou};
+  uint8_t simultaneous = 3;  ///< that many of them at once
+
+  /// Plays this instead of driving: the first epoch at power-on. Only baud, start_us and the faults of
+  /// sentences hold beside it; commands are not heard.
   std::shared_ptr<const Recording> recording;
   double replay_speed = 1;
   bool replay_loop = false;
+
+  /// The line speed at power-on.
+  [[nodiscard]] unsigned power_up_baud() const {
+    return power_up_defaults && !recording ? initial_baud : baud;
+  }
 };
 
 }  // namespace ecu::koru::sim

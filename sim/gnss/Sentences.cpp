@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
+#include "sim/gnss/Text.h"
 #include "sim/gnss/Utc.h"
 
 namespace ecu::koru::sim {
@@ -12,22 +12,6 @@ namespace {
 constexpr double kmh_per_knot = 1.852;
 constexpr double geoid_separation_m = 47.6;
 constexpr double no_dop = 99.99;  // what stands for "none"
-
-std::string zero_padded(int64_t value, int width) {
-  const std::string digits = std::to_string(value);
-  return std::string(static_cast<size_t>(width) - std::min(static_cast<size_t>(width), digits.size()), '0') +
-         digits;
-}
-
-/// Fixed decimals by integers alone: neither locale nor binary fractions show.
-std::string decimal(double value, int decimals, int integer_width = 1) {
-  int64_t scale = 1;
-  for (int i = 0; i < decimals; ++i) scale *= 10;
-  const int64_t scaled = std::llround(value * static_cast<double>(scale));
-  const int64_t magnitude = std::abs(scaled);
-  return (scaled < 0 ? "-" : "") + zero_padded(magnitude / scale, integer_width) + "." +
-         zero_padded(magnitude % scale, decimals);
-}
 
 /// A sentence while it is put together, one field after the other.
 class Builder {
@@ -70,28 +54,50 @@ class Builder {
     return angle(fix.latitude_deg, 2, "N", "S").angle(fix.longitude_deg, 3, "E", "W");
   }
   [[nodiscard]] std::string finish() const {
-    constexpr std::string_view hex = "0123456789ABCDEF";
-    const uint8_t sum = nmea_checksum(m_text);
-    return "$" + m_text + "*" + hex[sum >> 4U] + hex[sum & 0xFU] + "\r\n";
+    return "$" + m_text + "*" + hex(nmea_checksum(m_text), 2) + "\r\n";
   }
 
  private:
   std::string m_text;
 };
 
+/// 359.996 is written as 0.00.
+std::string course(const Fix& fix) {
+  return fix.course_deg ? decimal(std::fmod(std::round(*fix.course_deg * 100) / 100, 360.0), 2) : "";
+}
+
 std::string rmc(std::string_view talker, const Fix& fix, NmeaVersion version) {
   Builder out(talker, "RMC");
   out.time(fix.utc_us).field(fix.valid ? "A" : "V").position(fix);
   if (fix.valid) {
-    out.number(fix.speed_kmh / kmh_per_knot, 3);
-    // 359.996 is written as 0.00
-    out.field(fix.course_deg ? decimal(std::fmod(std::round(*fix.course_deg * 100) / 100, 360.0), 2) : "");
+    out.number(fix.speed_kmh / kmh_per_knot, 3).field(course(fix));
   } else {
     out.empty(2);
   }
   out.date(fix.utc_us).empty(2).field(fix.valid ? "A" : "N");
   if (version == NmeaVersion::v4_10) out.field("V");  // not for navigation on rails or at sea
   return out.finish();
+}
+
+std::string vtg(std::string_view talker, const Fix& fix) {
+  Builder out(talker, "VTG");
+  if (!fix.valid) return out.empty(8).field("N").finish();
+  out.field(course(fix)).field("T").empty(1).field("M");
+  out.number(fix.speed_kmh / kmh_per_knot, 3).field("N").number(fix.speed_kmh, 3).field("K");
+  return out.field("A").finish();
+}
+
+std::string gll(std::string_view talker, const Fix& fix) {
+  Builder out(talker, "GLL");
+  out.position(fix).time(fix.utc_us).field(fix.valid ? "A" : "V");
+  return out.field(fix.valid ? "A" : "N").finish();
+}
+
+std::string zda(std::string_view talker, const Fix& fix) {
+  const CivilTime t = civil_time(fix.utc_us + 5'000);
+  Builder out(talker, "ZDA");
+  out.time(fix.utc_us).number(static_cast<int>(t.day), 2).number(static_cast<int>(t.month), 2);
+  return out.number(t.year, 4).field("00").field("00").finish();
 }
 
 std::string gga(std::string_view talker, const Fix& fix) {
@@ -123,6 +129,24 @@ std::string gsa(std::string_view talker, const Fix& fix, Constellation constella
   out.empty(slots - filled);
   for (const double dop : {fix.pdop, fix.hdop, fix.vdop}) out.number(fix.valid ? dop : no_dop, 2);
   if (version == NmeaVersion::v4_10) out.number(names_of(constellation).system_id, 1);
+  return out.finish();
+}
+
+/// The residuals are in the order of the GSA's satellites.
+std::string grs(std::string_view talker, const Fix& fix, Constellation constellation, NmeaVersion version) {
+  constexpr int slots = 12;
+  Builder out(talker, "GRS");
+  out.time(fix.utc_us).field("1");
+  int filled = 0;
+  if (fix.valid) {
+    for (const Satellite& satellite : satellites_in_view(constellation, fix.utc_us)) {
+      if (!satellite.used || filled == slots) continue;
+      out.number((satellite.azimuth_deg % 31 - 15) / 10.0, 1);
+      ++filled;
+    }
+  }
+  out.empty(slots - filled);
+  if (version == NmeaVersion::v4_10) out.number(names_of(constellation).system_id, 1).field("0");
   return out.finish();
 }
 
@@ -161,17 +185,33 @@ uint8_t nmea_checksum(std::string_view between) {
   return sum;
 }
 
-std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options) {
+std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options,
+                                         const SentenceSet& kinds) {
   const bool single = options.constellations.size() == 1;
   const std::string_view talker = single ? names_of(options.constellations.front()).talker : "GN";
-  std::vector<std::string> out{rmc(talker, fix, options.version), gga(talker, fix)};
+  const auto wanted = [&](Sentence kind) { return kinds[static_cast<size_t>(kind)]; };
+  std::vector<std::string> out;
+  if (wanted(Sentence::rmc)) out.push_back(rmc(talker, fix, options.version));
+  if (wanted(Sentence::vtg)) out.push_back(vtg(talker, fix));
+  if (wanted(Sentence::gga)) out.push_back(gga(talker, fix));
   for (const Constellation constellation : options.constellations)
-    out.push_back(gsa(talker, fix, constellation, options.version));
-  if (options.gsv)
-    for (const Constellation constellation : options.constellations)
-      add_gsv(out, fix, constellation, options.version);
-  out.push_back(gst(talker, fix));
+    if (wanted(Sentence::gsa)) out.push_back(gsa(talker, fix, constellation, options.version));
+  for (const Constellation constellation : options.constellations)
+    if (wanted(Sentence::gsv)) add_gsv(out, fix, constellation, options.version);
+  if (wanted(Sentence::gll)) out.push_back(gll(talker, fix));
+  for (const Constellation constellation : options.constellations)
+    if (wanted(Sentence::grs)) out.push_back(grs(talker, fix, constellation, options.version));
+  if (wanted(Sentence::gst)) out.push_back(gst(talker, fix));
+  if (wanted(Sentence::zda)) out.push_back(zda(talker, fix));
   return out;
+}
+
+std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options) {
+  SentenceSet kinds;
+  for (const Sentence kind : {Sentence::rmc, Sentence::gga, Sentence::gsa, Sentence::gst})
+    kinds.set(static_cast<size_t>(kind));
+  kinds.set(static_cast<size_t>(Sentence::gsv), options.gsv);
+  return epoch_sentences(fix, options, kinds);
 }
 
 }  // namespace ecu::koru::sim

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bitset>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -19,6 +20,10 @@ struct SentenceOptions {
   bool gsv = false;
 };
 
+/// The kinds of sentences, in the order in which a burst brings them.
+enum class Sentence : uint8_t { rmc, vtg, gga, gsa, gsv, gll, grs, gst, zda };
+using SentenceSet = std::bitset<9>;
+
 /// NMEA 0183: the exclusive or of the characters between '$' and '*', neither included.
 [[nodiscard]] uint8_t nmea_checksum(std::string_view between);
 
@@ -26,5 +31,9 @@ struct SentenceOptions {
 /// wanted, GST. Each with its CR LF. Talker GN, with one constellation that one's own. Without a fix only the
 /// time is there.
 [[nodiscard]] std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options);
+/// The same with just these kinds, in their order; GSA, GSV and GRS come once for each constellation, and
+/// SentenceOptions::gsv does not count.
+[[nodiscard]] std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options,
+                                                       const SentenceSet& kinds);
 
 }  // namespace ecu::koru::sim

@@ -41,7 +41,10 @@ Descriptor block_signals() {
 }  // namespace
 
 Session::Session(const ProgramOptions& options)
-    : m_options(options), m_signals(block_signals()), m_pty(options.receiver.baud) {
+    : m_options(options),
+      m_signals(block_signals()),
+      m_pty(options.receiver.power_up_baud()),
+      m_report(options.report) {
   if (!options.trace.empty()) m_trace.emplace(options.trace);
   if (!options.link.empty()) m_link.emplace(options.link, m_pty.path());
   if (options.seconds) m_end_us = now_us() + static_cast<int64_t>(*options.seconds * second_us);
@@ -64,6 +67,8 @@ void Session::switch_on() {
   options.start_us = now_us() + (options.recording ? settle_us : 0);
   options.utc_start_us = m_options.utc_us.value_or(clock_ns(CLOCK_REALTIME) / 1000);
   m_receiver.emplace(options);
+  m_report.set_start(options.start_us);
+  m_receiver->set_observer(&m_report);
   m_receiver->set_open(false);
 }
 
@@ -101,7 +106,7 @@ void Session::hand_over(std::span<const uint8_t> bytes) {
   const size_t count = m_pty.write(bytes);
   m_overrun_bytes += bytes.size() - count;
   if (!m_trace) return;
-  const bool readable = m_pty.host_baud() == m_options.receiver.baud;
+  const bool readable = m_pty.host_baud() == m_receiver->baud();
   if (readable) m_trace->written(bytes.first(count), written_ns);
   if (!readable || count < bytes.size()) m_trace->interrupted();
 }
@@ -119,11 +124,27 @@ void Session::sleep_until(int64_t wake_us) {
   const timespec rest{static_cast<time_t>(rest_us / second_us),
                       static_cast<long>(rest_us % second_us * 1000)};
   // A closed terminal is always ready and would keep the sleep from being one.
-  std::array<pollfd, 2> ready{{{m_signals.get(), POLLIN, 0}, {m_held ? m_pty.descriptor() : -1, POLLIN, 0}}};
+  std::array<pollfd, 3> ready{{{m_signals.get(), POLLIN, 0},
+                               {m_held ? m_pty.descriptor() : -1, POLLIN, 0},
+                               {m_receiver ? m_console.descriptor() : -1, POLLIN, 0}}};
   if (ppoll(ready.data(), ready.size(), m_wake_us == INT64_MAX ? nullptr : &rest, nullptr) <= 0) return;
   if (ready[0].revents != 0) m_stopped = true;
+  if ((ready[1].revents & POLLIN) != 0) hear_host();
+  if (ready[2].revents != 0) hear_console();
+}
+
+void Session::hear_host() {
+  if (!m_receiver) return;
+  m_receiver->set_host_baud(m_pty.host_baud());
+  deliver();  // what comes now has not been heard before
   std::array<uint8_t, 1024> from_host;
-  if ((ready[1].revents & POLLIN) != 0) m_receiver->write(std::span(from_host).first(m_pty.read(from_host)));
+  m_receiver->write(std::span(from_host).first(m_pty.read(from_host)));
+}
+
+void Session::hear_console() {
+  for (const std::string& line : m_console.read_lines())
+    if (const auto error = carry_out(line, *m_receiver, now_us()))
+      std::cerr << "gnss-sim: " << *error << std::endl;
 }
 
 void Session::let_host_finish() {
@@ -146,7 +167,10 @@ void Session::print_statistics() const {
             << "gnss-sim: faults: " << s.sentences_dropped << " dropped, " << s.sentences_corrupted
             << " corrupted, " << s.sentences_split << " split\n"
             << "gnss-sim: " << s.bytes_sent << " bytes sent, of those " << s.bytes_lost << " to nobody and "
-            << m_overrun_bytes << " not read in time; " << s.bytes_from_host << " bytes from the host\n";
+            << m_overrun_bytes << " not read in time; " << s.bytes_from_host << " bytes from the host\n"
+            << "gnss-sim: " << s.frames_received << " commands heard, " << s.frames_corrupted
+            << " with a wrong checksum; " << s.frames_sent << " UBX messages sent, " << s.frames_lost
+            << " lost; " << s.power_ups - 1 << " restarts\n";
 }
 
 }  // namespace ecu::koru::sim

@@ -4,10 +4,12 @@
 #include <optional>
 #include <span>
 
+#include "sim/gnss/Console.h"
 #include "sim/gnss/Descriptor.h"
 #include "sim/gnss/Options.h"
 #include "sim/gnss/Pty.h"
 #include "sim/gnss/Receiver.h"
+#include "sim/gnss/Report.h"
 #include "sim/gnss/Trace.h"
 
 namespace ecu::koru::sim {
@@ -20,7 +22,8 @@ class Session {
   explicit Session(const ProgramOptions& options);
 
   [[nodiscard]] const std::string& path() const { return m_pty.path(); }
-  /// Until a signal, the end of the chosen time or of the recording.
+  /// Until a signal, the end of the chosen time or of the recording. Meanwhile commands are taken from
+  /// standard input; its end changes nothing.
   void run();
   void print_statistics() const;
 
@@ -30,16 +33,20 @@ class Session {
   void look_at_host();
   void deliver();
   void hand_over(std::span<const uint8_t> bytes);
+  void hear_host();
+  void hear_console();
   [[nodiscard]] int64_t next_wake_us() const;
   void sleep_until(int64_t wake_us);
   void let_host_finish();
   [[nodiscard]] bool over() const;
 
   ProgramOptions m_options;
+  Console m_console;
   Descriptor m_signals;  // readable after a signal
   Pty m_pty;
   std::optional<Link> m_link;
   std::optional<Trace> m_trace;
+  Report m_report;
   std::optional<Receiver> m_receiver;  // once it is switched on
   bool m_stopped = false;              // by a signal
   bool m_held = false;                 // somebody has the terminal open

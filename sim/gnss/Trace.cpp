@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "sim/gnss/Files.h"
+#include "sim/gnss/Text.h"
 
 namespace ecu::koru::sim {
 
@@ -30,14 +31,12 @@ void Trace::interrupted() {
 
 void Trace::finish(int64_t monotonic_ns) {
   if (m_sentence.ends_with("\r\n")) m_sentence.resize(m_sentence.size() - 2);
-  constexpr std::string_view hex = "0123456789ABCDEF";
   std::string line = std::to_string(monotonic_ns) + ' ';
   for (const char c : m_sentence) {
     if (c >= 0x20 && c < 0x7F) {
       line += c;
     } else {
-      const auto byte = static_cast<uint8_t>(c);
-      line += {'\\', 'x', hex[byte >> 4U], hex[byte & 0xFU]};
+      line += "\\x" + hex(static_cast<uint8_t>(c), 2);
     }
   }
   m_file << line << '\n' << std::flush;

@@ -37,7 +37,7 @@ MqttClient::~MqttClient() {
 
 bool MqttClient::connect() {
   const std::lock_guard lock(m_mutex);
-  if (!m_thread.joinable()) m_prepared = m_connection->prepare();
+  if (!m_thread.joinable() && !m_left_behind) m_prepared = m_connection->prepare();
   return m_prepared;
 }
 
@@ -54,6 +54,7 @@ bool MqttClient::stop() {
   m_connection->request_stop();
   if (m_connection->on_delivery_thread()) return true;  // it ends when the observer that called this returns
   const std::lock_guard lock(m_mutex);
+  m_prepared = false;  // there is no way back
   if (!m_thread.joinable()) return !m_left_behind;
   m_left_behind = !m_connection->wait_until_ended(STOP_LIMIT);
   if (m_left_behind) {

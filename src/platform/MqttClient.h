@@ -14,9 +14,9 @@ namespace ecu::koru::com {
 /// thread is given about a second; if a name look-up or an observer holds it for longer it is left behind
 /// with what it needs.
 ///
-/// A message that matches overlapping subscribed topics is handed once to each subscription; an identical
-/// message on their common topic within 5 ms of the first cannot be told from the broker's copy and is taken
-/// for one.
+/// A message that matches overlapping subscribed topics is handed once to each subscription, whether the
+/// broker sends one copy or several. Until that is known of a broker, an identical message within a second is
+/// taken for a copy.
 class MqttClient final : public ITransportClient {
  public:
   explicit MqttClient(const MqttOptions& options);

@@ -84,6 +84,7 @@ std::string reason_of(int code, int system_error) {
   if (code == MOSQ_ERR_EAI) return gai_strerror(system_error);
   if (code == MOSQ_ERR_ERRNO) return std::strerror(system_error);
   if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) return "the connection was closed";
+  if (code == MOSQ_ERR_KEEPALIVE) return "the broker no longer answers";
   return without_stop(mosqpp::strerror(code));
 }
 

@@ -15,8 +15,8 @@ namespace {
 
 constexpr auto LOG = logging::module("koru.com.mqtt");
 
-/// Copies of one message for overlapping topics lie next to each other on the wire.
-constexpr std::chrono::milliseconds COPY_GAP{5};
+/// Copies of one message lie next to each other on the wire; later than this it is a new message.
+constexpr std::chrono::milliseconds COPY_GAP{1000};
 /// Retained messages remembered for a subscription.
 constexpr size_t MAX_RETAINED = 1024;
 
@@ -43,12 +43,14 @@ bool MqttSubscriptions::add(const std::string& filter, const Observer& observer,
   for (const auto& entry : m_all) {
     if (entry->filter == filter && same_owner(entry->observer, observer)) return false;
   }
+  m_one_copy = false;
   m_all.push_back(std::make_shared<Subscription>(Subscription{filter, observer, qos, false, {}}));
   return true;
 }
 
 bool MqttSubscriptions::remove(const std::string& filter) {
   const std::lock_guard lock(m_mutex);
+  m_one_copy = false;
   return std::erase_if(m_all, [&](const Pointer& entry) {
            if (entry->filter == filter) entry->removed = true;
            return entry->removed;
@@ -73,6 +75,7 @@ std::map<std::string, int> MqttSubscriptions::filters() const {
 
 void MqttSubscriptions::forget_retained() {
   const std::lock_guard lock(m_mutex);
+  m_one_copy = false;
   for (const auto& entry : m_all) entry->retained_seen.clear();
 }
 
@@ -103,17 +106,19 @@ size_t MqttSubscriptions::collect(const std::string& topic, const Message& messa
   return filters.size();
 }
 
-/// Some brokers send a message once for each of a client's matching topics, some once. A copy follows at once
-/// with the same bytes; anything else is a message of its own.
+/// Some brokers send a message once for each of a client's topics that match, others once. Copies follow each
+/// other with the same bytes; when they are missing once, this broker sends none.
 bool MqttSubscriptions::is_copy(const Message& message, size_t hash, size_t filters) {
   if (message.retained) return false;
-  if (m_copies_expected > 0 && hash == m_last_hash &&
-      std::chrono::steady_clock::now() - m_last_end < COPY_GAP) {
-    --m_copies_expected;
+  const bool same = hash == m_last_hash && std::chrono::steady_clock::now() - m_last_end < COPY_GAP;
+  const std::lock_guard lock(m_mutex);
+  if (m_copies_due > 0 && !same) m_one_copy = true;
+  if (m_copies_due > 0 && same && !m_one_copy) {
+    --m_copies_due;
     return true;
   }
   m_last_hash = hash;
-  m_copies_expected = filters > 0 ? filters - 1 : 0;
+  m_copies_due = filters > 0 ? filters - 1 : 0;
   return false;
 }
 

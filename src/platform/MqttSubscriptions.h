@@ -44,18 +44,20 @@ class MqttSubscriptions {
   using Pointer = std::shared_ptr<Subscription>;
 
   size_t collect(const std::string& topic, const Message& message, size_t hash);
-  [[nodiscard]] bool is_copy(const Message& message, size_t hash, size_t filters);
+  bool is_copy(const Message& message, size_t hash, size_t filters);
   void call(const Pointer& subscription, const std::string& topic, const Message& message);
 
   mutable std::mutex m_mutex;
   std::condition_variable m_idle;
   std::vector<Pointer> m_all;
   Pointer m_current;  // its observer is being called
+  bool m_one_copy =
+      false;  // the broker was seen to send a message once, not once for every topic that matches
 
   // Of the delivery thread.
   std::vector<Pointer> m_matching;
   size_t m_last_hash = 0;
-  size_t m_copies_expected = 0;
+  size_t m_copies_due = 0;
   std::chrono::steady_clock::time_point m_last_end;
 };
 

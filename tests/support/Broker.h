@@ -22,6 +22,8 @@ class Broker {
   bool start();
   /// Ends it; its connections are closed.
   void stop();
+  /// Ends it at once, also when it is frozen: what it has not read is gone.
+  void kill() { m_process.reset(); }
   /// It keeps its connections, and new ones are accepted by the system, but it no longer answers.
   void freeze();
   void thaw();

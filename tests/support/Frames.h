@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -12,9 +11,8 @@ namespace test {
 inline std::string nmea(std::string_view body) {
   unsigned sum = 0;
   for (const char c : body) sum ^= static_cast<unsigned char>(c);
-  char tail[8];
-  std::snprintf(tail, sizeof tail, "*%02X\r\n", sum & 0xFF);
-  return "$" + std::string(body) + tail;
+  const std::string_view digits = "0123456789ABCDEF";
+  return "$" + std::string(body) + "*" + digits[sum >> 4 & 0xF] + digits[sum & 0xF] + "\r\n";
 }
 
 /// A whole UBX message.

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstring>
 #include <stdexcept>
+#include <tuple>
 
 #include "support/Support.h"
 
@@ -35,12 +36,13 @@ std::vector<std::string> environment(const std::map<std::string, std::string>& a
     const std::string text = *entry;
     if (!added.contains(text.substr(0, text.find('=')))) result.push_back(text);
   }
-  for (const auto& [name, value] : added) result.push_back(name + "=" + value);
+  for (const auto& [name, value] : added) result.push_back(std::string(name).append("=").append(value));
   return result;
 }
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> result;
+  result.reserve(texts.size() + 1);
   for (auto& text : texts) result.push_back(text.data());
   result.push_back(nullptr);
   return result;
@@ -75,7 +77,7 @@ int spawn(pid_t& pid, std::vector<std::string> argv, const Process::Options& opt
 }  // namespace
 
 Process::Process(const std::vector<std::string>& argv, const Options& options) {
-  ::signal(SIGPIPE, SIG_IGN);  // write_stdin() reports a child that is gone
+  std::ignore = ::signal(SIGPIPE, SIG_IGN);  // write_stdin() reports a child that is gone
   const Pipe in = make_pipe();
   const Pipe out = make_pipe();
   const Pipe err = make_pipe();

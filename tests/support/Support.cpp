@@ -29,7 +29,7 @@ TempDir::~TempDir() {
 }
 
 std::string TempDir::write(std::string_view name, std::string_view text) const {
-  const std::string path = *this / name;
+  std::string path = *this / name;
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << text << std::flush;
   if (!file) throw std::runtime_error("cannot write " + path);

@@ -127,13 +127,13 @@ class SatnavdTest : public testing::Test {
     return simulator;
   }
   /// The service in a folder of its own. `config` is added to a configuration that suits the test's broker
-  /// and receiver; `launcher` is a program that becomes satnavd.
+  /// and receiver and sends the receiver nothing; `launcher` is a program that becomes satnavd.
   std::unique_ptr<Process> satnavd(const std::string& config = {},
                                    const std::vector<std::string>& options = {},
                                    std::vector<std::string> launcher = {}) {
     const std::string name = "satnavd-" + std::to_string(++m_started);
     std::filesystem::create_directory(folder / name);
-    folder.write(name + "/satnavd.conf", "logmode = STDERR\nclient_name = " + name +
+    folder.write(name + "/satnavd.conf", "logmode = STDERR\ndisable_hw_init = true\nclient_name = " + name +
                                              "\nport = " + std::to_string(broker.port()) +
                                              "\ngnss_device = " + device + "\n" + config);
     launcher.push_back(program("satnavd"));

@@ -79,8 +79,8 @@ TEST(NmeaRecordTest, DatesAreThoseOfStrptimeInEveryZone) {
   for (int i = 0; i < 31 * 12 * 100; ++i) {
     char text[80];  // 30 and 31 February too
     const int s = i * 7919 % 86400;
-    std::snprintf(text, sizeof text, "%02d%02d%02d:%02d%02d%02d", i % 31 + 1, i / 31 % 12 + 1, i / 372,
-                  s / 3600, s / 60 % 60, s % 60);
+    (void)std::snprintf(text, sizeof text, "%02d%02d%02d:%02d%02d%02d", i % 31 + 1, i / 31 % 12 + 1, i / 372,
+                        s / 3600, s / 60 % 60, s % 60);
     std::tm expected{};
     std::tm utc{};
     ASSERT_NE(strptime(text, "%d%m%y:%H%M%S", &expected), nullptr);
@@ -97,42 +97,35 @@ TEST(NmeaRecordTest, DatesAreThoseOfStrptimeInEveryZone) {
 }
 
 TEST(NmeaRecordTest, TakesTheDateOfATrustedRmcOnly) {
-  const struct {
-    std::string time, status, date;
-    uint8_t utc_flags;
-    int64_t fraction_us;
-    int day;  // 0: no date
-  } rows[] = {{"123519", "A", "230394", 0, 0, 23},
-              {"123519.00", "A", "230394", 0, 0, 23},
-              {"123519.50", "A", "230394", 0, 500'000, 23},
-              {"123519.01", "A", "230394", 0, 10'000, 23},
-              {"123519.5", "A", "230394", 0, -1, 0},
-              {"12351.500", "A", "230394", 0, 500'000, 23},
-              {"1235195..", "A", "230394", 0, -1, 0},
-              {"123519..5", "A", "230394", 0, 0, 23},
-              {"12351x", "A", "230394", 0, -1, 0},
-              {"123519x50", "A", "230394", 0, -1, 0},
-              {"123519.500", "A", "230394", 0, -1, 0},
-              {"", "A", "230394", 0, -1, 0},
-              {"123519.50", "V", "230394", 3, 0, 0},
-              {"123519.50", "V", "230394", 4, 500'000, 23},
-              {"123519", "A", "23039", 0, 0, 0},
-              {"123519", "A", "23039x", 0, 0, 0},
-              {"123519", "A", "000394", 0, 0, 0},
-              {"123519", "A", "320394", 0, 0, 0},
-              {"123519", "A", "230094", 0, 0, 0},
-              {"123519", "A", "231394", 0, 0, 0},
-              {"240000", "A", "230394", 0, 0, 0},
-              {"126000", "A", "230394", 0, 0, 0},
-              {"123562", "A", "230394", 0, 0, 0},
-              {"1235.5000", "A", "230394", 0, 0, 0}};
-  for (const auto& row : rows) {
+  const auto rmc = [](const std::string& time, const std::string& date, char status = 'A',
+                      uint8_t flags = 0) {
     GnssInfo info;
-    info.m_utc_valid_flags = row.utc_flags;
-    info = parsed("$GPRMC," + row.time + "," + row.status + ",,,,,,," + row.date + ",,", info);
-    EXPECT_EQ(info.m_utc_fraction_us, row.fraction_us) << row.time << ' ' << row.status;
-    EXPECT_EQ(info.m_utc_tm.tm_mday, row.day) << row.time << ' ' << row.status << ' ' << row.date;
+    info.m_utc_valid_flags = flags;
+    return parsed("$GPRMC," + time + "," + status + ",,,,,,," + date + ",,", info);
+  };
+  const std::pair<std::string, int64_t> times[] = {{"123519", 0},
+                                                   {"123519.00", 0},
+                                                   {"123519.50", 500'000},
+                                                   {"123519.01", 10'000},
+                                                   {"12351.500", 500'000},
+                                                   {"123519..5", 0},
+                                                   {"123519.5", -1},
+                                                   {"1235195..", -1},
+                                                   {"12351x", -1},
+                                                   {"123519x50", -1},
+                                                   {"", -1},
+                                                   {"123519.500", -1}};
+  for (const auto& [time, fraction_us] : times) {
+    EXPECT_EQ(rmc(time, "230394").m_utc_fraction_us, fraction_us) << time;
+    EXPECT_EQ(rmc(time, "230394").m_utc_tm.tm_mday, fraction_us < 0 ? 0 : 23) << time;
   }
+  for (const auto* none : {"23039", "23039x", "000394", "320394", "230094", "231394", ""})
+    EXPECT_EQ(rmc("123519", none).m_utc_tm.tm_mday, 0) << none;
+  for (const auto* none : {"240000", "126000", "123562", "1235.5000"})
+    EXPECT_EQ(rmc(none, "230394").m_utc_tm.tm_mday, 0) << none;
+  for (const int flags : {0, 3, 4, 7})
+    EXPECT_EQ(rmc("123519", "230394", 'V', static_cast<uint8_t>(flags)).m_utc_tm.tm_mday,
+              flags >= 4 ? 23 : 0);
 }
 
 TEST(NmeaRecordTest, TakesWhatIsWellFormedAndLeavesTheRest) {

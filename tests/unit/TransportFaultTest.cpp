@@ -18,7 +18,7 @@ using Clock = std::chrono::steady_clock;
 /// Listens on a port of its own and greets every connection with some bytes, then never reads or answers.
 class Peer {
  public:
-  explicit Peer(std::string greeting) : m_listener(socket(AF_INET, SOCK_STREAM, 0)) {
+  explicit Peer(const std::string& greeting) : m_listener(socket(AF_INET, SOCK_STREAM, 0)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -182,13 +182,14 @@ TEST(TransportFaults, TlsIsVerifiedAndNeverLeftOut) {
     EXPECT_TRUE(client->subscribe("a", observer, 0));
     EXPECT_EQ(client->publish("a", text_message(std::string(100000, 'z'))), 0);
     EXPECT_TRUE(observer->got("a=" + std::string(100000, 'z')));
-    broker.stop();
+    broker.kill();
     EXPECT_TRUE(test::eventually([&] { return !client->is_connected(); }, 2000));
     std::this_thread::sleep_for(1500ms);  // a refused try
     ASSERT_TRUE(broker.start());
     EXPECT_TRUE(test::eventually([&] { return client->is_connected(); }, 5000));
     EXPECT_TRUE(client->stop());
     EXPECT_EQ(log.count("WARNING", "Connection lost"), 1) << log.text();
+    EXPECT_EQ(log.count("WARNING"), 1);
     EXPECT_EQ(log.count("ERROR"), 0);
   }
   folder.write("garbage.pem", "no certificate");
@@ -228,7 +229,7 @@ TEST(TransportFaults, PeersThatAreNoBrokerAreLeftAndTriedAgain) {
     EXPECT_FALSE(client->is_connected());
     const auto begin = Clock::now();
     EXPECT_TRUE(client->stop());
-    EXPECT_LT(Clock::now() - begin, 700ms);
+    EXPECT_LT(Clock::now() - begin, 1000ms);
     EXPECT_EQ(log.count(level, expected), 1) << log.text();
   }
 }
@@ -239,13 +240,11 @@ TEST(TransportFaults, StopNeverWaitsForLong) {
   {  // a connected broker that no longer reads
     const auto client = make_connected(broker);
     broker.freeze();
-    const auto begin = Clock::now();
     const auto fix = text_message(std::string(20000, 'x'));
     EXPECT_TRUE(test::eventually([&] { return client->publish("fix", fix) < 0; }, 20000));
-    const auto stopping = Clock::now();
+    const auto begin = Clock::now();
     EXPECT_TRUE(client->stop());
-    EXPECT_LT(Clock::now() - stopping, 1100ms);
-    EXPECT_LT(begin, stopping);
+    EXPECT_LT(Clock::now() - begin, 1100ms);
     broker.thaw();
   }
   {  // a start() that waits for a broker

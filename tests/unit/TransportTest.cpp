@@ -12,7 +12,6 @@ namespace transport_test {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -34,7 +33,6 @@ TEST(Transport, DeliversEveryMessageOnceToEverySubscription) {
     const uint64_t before = ecu::koru::DateTime::time_since_boot_ns();
     for (const char* text : {"1", "2", "2"}) {
       EXPECT_EQ(client->publish("a/b", text_message(text)), 0);
-      std::this_thread::sleep_for(10ms);
     }
     EXPECT_EQ(client->publish("other", text_message("x")), 0);
     EXPECT_EQ(client->publish("end", text_message("")), 0);
@@ -72,10 +70,11 @@ TEST(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
   EXPECT_EQ(client->publish("end", text_message("x")), 0);
   ASSERT_TRUE(observer->got("end=x"));
   EXPECT_THAT(observer->texts(), ElementsAre("end=x"));
-  EXPECT_NE(broker.log().find("UNSUBSCRIBE"), std::string::npos);
   EXPECT_TRUE(client->stop());
   EXPECT_LT(client->publish("a", text_message("x")), 0);
-  EXPECT_NE(broker.log().find("Received DISCONNECT from satnavd"), std::string::npos);
+  for (const char* line : {"Received UNSUBSCRIBE from satnavd", "Received DISCONNECT from satnavd"}) {
+    EXPECT_TRUE(test::eventually([&] { return broker.log().find(line) != std::string::npos; }, 5000)) << line;
+  }
 }
 
 TEST(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
@@ -115,8 +114,8 @@ TEST(Transport, DropsFixesWhileTheBrokerTakesNone) {
   const auto observer = std::make_shared<Recorder>();
   EXPECT_TRUE(client->subscribe("end", observer, 0));
   broker.freeze();
-  const auto fix = text_message(std::string(20000, 'x'));
-  EXPECT_TRUE(test::eventually([&] { return client->publish("fix", fix) < 0; }, 20000));
+  const auto fix = text_message(std::string(200000, 'x'));
+  EXPECT_TRUE(test::eventually([&] { return client->publish("fix", fix) < 0; }, 400));
   for (int i = 0; i < 20; ++i) {
     EXPECT_LT(client->publish("fix", text_message("x")), 0);
     std::this_thread::sleep_for(5ms);
@@ -130,6 +129,24 @@ TEST(Transport, DropsFixesWhileTheBrokerTakesNone) {
   EXPECT_TRUE(client->stop());
   EXPECT_EQ(log.count("WARNING", "dropped"), 1) << log.text();
   EXPECT_EQ(log.count("NOTICE", "again"), 1);
+}
+
+TEST(Transport, SendsAgainWhatWasNotWrittenWhenTheConnectionDied) {
+  test::Broker broker;
+  ASSERT_TRUE(broker.start());
+  const auto client = make_connected(broker);
+  const auto observer = std::make_shared<Recorder>();
+  EXPECT_TRUE(client->subscribe("source", observer, 0));
+  broker.freeze();
+  const std::string more_than_the_sockets_hold(1000000, 'x');
+  EXPECT_EQ(client->publish("fix", text_message(more_than_the_sockets_hold)), 0);
+  client->publish("source", text_message("1"), Delivery::until_sent);
+  broker.kill();
+  EXPECT_TRUE(test::eventually([&] { return !client->is_connected(); }, 5000));
+  ASSERT_TRUE(broker.start());
+  EXPECT_TRUE(observer->got("source=1"));
+  EXPECT_EQ(client->publish("source", text_message("2"), Delivery::until_sent), 0);
+  EXPECT_TRUE(observer->got("source=2"));
 }
 
 TEST(MqttOutbox, TellsBurstsFromBacklogAndKeepsUntilWritten) {
@@ -179,20 +196,25 @@ TEST(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
     client->unsubscribe("in");
   });
   const auto result = std::make_shared<Recorder>();
+  const auto late = std::make_shared<Recorder>();  // its turn comes when its topic is unsubscribed
   auto dying = std::make_shared<Recorder>();
-  for (const auto& observer : {thrower, odd, echo, dying}) EXPECT_TRUE(client->subscribe("in", observer, 0));
+  for (const auto& observer : {thrower, odd, dying, echo, late})
+    EXPECT_TRUE(client->subscribe("in", observer, 0));
   EXPECT_TRUE(client->subscribe("echo", result, 0));
   EXPECT_TRUE(client->subscribe("big", result, 0));
   dying.reset();
   EXPECT_EQ(client->publish("in", text_message("1")), 0);
   EXPECT_TRUE(result->got("echo=1"));
   EXPECT_EQ(client->publish("in", text_message("2")), 0);
-  for (const size_t size : {1024 * 1024 + 1, 1024 * 1024}) {
-    EXPECT_EQ(client->publish("big", text_message(std::string(size, 'y'))), 0);
+  constexpr size_t LIMIT = 1048576;
+  for (const size_t size : {LIMIT + 1, LIMIT}) {
+    const auto big = text_message(std::string(size, 'y'));  // is long under way: the second one has to wait
+    EXPECT_TRUE(test::eventually([&] { return client->publish("big", big) == 0; }, 10000));
   }
-  EXPECT_TRUE(result->got("big=" + std::string(1024 * 1024, 'y'), 10000));
+  EXPECT_TRUE(result->got("big=" + std::string(LIMIT, 'y'), 10000));
   EXPECT_EQ(result->texts().size(), 2U);
   EXPECT_THAT(echo->texts(), ElementsAre("in=1"));
+  EXPECT_THAT(late->texts(), IsEmpty());
   EXPECT_EQ(log.count("ERROR", "The observer of \"in\" failed"), 2) << log.text();
   EXPECT_EQ(log.count("ERROR", "no\\x0Agood"), 1);
   EXPECT_EQ(log.count("WARNING", "1048577 bytes on \"big\""), 1);
@@ -227,7 +249,7 @@ std::string enveloped(const google::protobuf::MessageLite& body) {
 TEST(Variables, AreReadFromTheirRetainedMessages) {
   test::Broker broker;
   ASSERT_TRUE(broker.start());
-  const auto unit = make_connected(broker, {{"client_name", "unit"}});
+  const auto unit = make_connected(broker, {{"client_name", "unit"}, {"host", "localhost"}});
   ecu::koru::pb::RtSignal variable;
   variable.set_value("zpt");
   ecu::koru::pb::SystemParameters parameters;
@@ -241,7 +263,7 @@ TEST(Variables, AreReadFromTheirRetainedMessages) {
   publish("system/sysparams", enveloped(parameters));
   EXPECT_TRUE(unit->stop());
 
-  const auto client = make_connected(broker, {{"var_timeout_ms", "300"}});
+  const auto client = make_connected(broker, {{"var_timeout_ms", "600"}});
   const auto variables = ecu::koru::var::create_var_client(client);
   for (const auto& [name, value] : Keys{{"good", "zpt"}, {"empty", ""}, {"bad", ""}, {"absent", ""}}) {
     EXPECT_EQ(variables->get(name), value) << name;
@@ -261,8 +283,8 @@ TEST(Variables, AreReadFromTheirRetainedMessages) {
   EXPECT_THAT(absent->get_all(), IsEmpty());
   EXPECT_FALSE(absent->get(0xA00F).has_value());
   const auto taken = std::chrono::steady_clock::now() - begin;
-  EXPECT_GE(taken, 600ms);
-  EXPECT_LT(taken, 900ms);
+  EXPECT_GE(taken, 1200ms);
+  EXPECT_LT(taken, 1750ms);
 }
 
 }  // namespace

@@ -1,0 +1,208 @@
+#include "sim/gnss/ConfigMessages.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace ecu::koru::sim {
+namespace {
+
+using Payload = std::span<const uint8_t>;
+using Answer = std::optional<std::vector<uint8_t>>;
+
+template <size_t size>
+Answer all_of(const std::array<uint8_t, size>& bytes, Payload query) {
+  return query.empty() ? Answer(std::vector(bytes.begin(), bytes.end())) : std::nullopt;
+}
+
+template <size_t size>
+bool take_over(std::array<uint8_t, size>& to, Payload payload) {
+  std::copy_n(payload.begin(), std::min(payload.size(), size), to.begin());
+  return true;
+}
+
+bool is_port(size_t number) {
+  return number <= 4 && number != 2;
+}
+
+/// Without a payload the port that the poll came on.
+Answer answer_prt(const Settings& settings, Payload query) {
+  if (query.size() > 1) return std::nullopt;
+  const size_t port = query.empty() ? Settings::uart1 : query[0];
+  if (!is_port(port)) return std::nullopt;
+  return std::vector(settings.ports[port].begin(), settings.ports[port].end());
+}
+
+/// Of a UART only 8 data bits, no parity and one stop bit, at a speed that the line has.
+bool apply_prt(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
+  if (payload.size() != 20 || !is_port(payload[0])) return false;
+  if (payload[0] == Settings::uart1) {
+    constexpr uint32_t frame_bits = 0x3EC0;
+    if ((number_at(payload, 4, 4) & frame_bits) != 0x08C0) return false;
+    const uint32_t baud = number_at(payload, 8, 4);
+    if (std::find(receiver_bauds.begin(), receiver_bauds.end(), baud) == receiver_bauds.end()) return false;
+  }
+  return take_over(settings.ports[payload[0]], payload);
+}
+
+Answer answer_msg(const Settings& settings, Payload query) {
+  if (query.size() != 2) return std::nullopt;
+  const auto index = periodic_index({query[0], query[1]});
+  if (!index) return std::nullopt;
+  std::vector<uint8_t> payload{query[0], query[1]};
+  payload.insert(payload.end(), settings.message_rates[*index].begin(), settings.message_rates[*index].end());
+  return payload;
+}
+
+/// The short form sets the rate on the port that it comes on.
+bool apply_msg(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
+  if (payload.size() != 3 && payload.size() != 8) return false;
+  const auto index = periodic_index({payload[0], payload[1]});
+  if (!index) return false;
+  auto& rates = settings.message_rates[*index];
+  if (payload.size() == 8) return take_over(rates, payload.subspan(2));
+  rates[Settings::uart1] = payload[2];
+  return true;
+}
+
+Answer answer_rate(const Settings& settings, Payload query) {
+  return all_of(settings.rate, query);
+}
+
+bool apply_rate(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
+  if (payload.size() != 6) return false;
+  constexpr uint32_t fastest_ms = 100, most_cycles = 127, last_time_system = 4;
+  const uint32_t cycles = number_at(payload, 2, 2);
+  if (number_at(payload, 0, 2) < fastest_ms || cycles == 0 || cycles > most_cycles) return false;
+  return number_at(payload, 4, 2) <= last_time_system && take_over(settings.rate, payload);
+}
+
+Answer answer_rxm(const Settings& settings, Payload query) {
+  return all_of(settings.rxm, query);
+}
+
+/// Continuous or power save mode.
+bool apply_rxm(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
+  if (payload.size() != 2 || (payload[1] != 0 && payload[1] != 1 && payload[1] != 4)) return false;
+  return take_over(settings.rxm, payload);
+}
+
+Answer answer_ant(const Settings& settings, Payload query) {
+  return all_of(settings.antenna, query);
+}
+
+/// The pins change only when their highest bit says so.
+bool apply_ant(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
+  if (payload.size() != 4) return false;
+  constexpr size_t flags_size = 2;
+  const bool reconfigure = (payload[3] & 0x80U) != 0;
+  return take_over(settings.antenna, reconfigure ? payload : payload.first(flags_size));
+}
+
+Answer answer_nmea(const Settings& settings, Payload query) {
+  return all_of(settings.nmea, query);
+}
+
+/// Also in the two shorter forms of older receivers. Versions that would be written like 4.0 are refused.
+bool apply_nmea(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
+  if (payload.size() != 4 && payload.size() != 12 && payload.size() != 20) return false;
+  return (payload[1] == 0x40 || payload[1] == 0x41) && take_over(settings.nmea, payload);
+}
+
+Answer answer_nav5(const Settings& settings, Payload query) {
+  return all_of(settings.nav5, query);
+}
+
+/// Which bytes of CFG-NAV5 a bit of its mask stands for.
+struct Nav5Field {
+  unsigned mask_bit;
+  size_t offset, size;
+};
+constexpr std::array<Nav5Field, 13> nav5_fields{{{0, 2, 1},   // dynamic model
+                                                 {1, 12, 1},  // least elevation
+                                                 {2, 3, 9},   // mode and altitude of the fix
+                                                 {3, 13, 1},  // dead reckoning
+                                                 {4, 14, 2},  // position: dilution, accuracy
+                                                 {4, 18, 2},
+                                                 {5, 16, 2},  // time: the same
+                                                 {5, 20, 2},
+                                                 {6, 22, 1},  // static hold: speed, distance
+                                                 {6, 28, 2},
+                                                 {7, 23, 1},     // differential corrections
+                                                 {8, 24, 2},     // signal strength
+                                                 {10, 30, 1}}};  // UTC standard
+
+bool apply_nav5(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
+  if (payload.size() != 36) return false;
+  constexpr uint8_t last_model = 10, last_mode = 3;
+  const uint32_t mask = number_at(payload, 0, 2);
+  if ((mask & 1U) != 0 && (payload[2] > last_model || payload[2] == 1)) return false;
+  if ((mask & 4U) != 0 && (payload[3] == 0 || payload[3] > last_mode)) return false;
+  for (const Nav5Field& field : nav5_fields)
+    if ((mask >> field.mask_bit & 1U) != 0)
+      std::copy_n(payload.begin() + static_cast<std::ptrdiff_t>(field.offset), field.size,
+                  settings.nav5.begin() + static_cast<std::ptrdiff_t>(field.offset));
+  return true;
+}
+
+Answer answer_gnss(const Settings& settings, Payload query) {
+  return all_of(settings.gnss, query);
+}
+
+/// GLONASS and BeiDou lie in two bands beside that of the others; this receiver hears two bands at once. The
+/// augmentation systems go with GPS.
+bool is_possible(const Settings& settings, const Capabilities& capabilities) {
+  const unsigned systems = monitor_map(settings.constellations());
+  constexpr unsigned gps = 1, glonass = 2, beidou = 4, galileo = 8;
+  if (systems == 0 || (systems & ~static_cast<unsigned>(capabilities.supported_systems)) != 0) return false;
+  if (std::popcount(systems) > capabilities.simultaneous) return false;
+  const bool both_bands = (systems & glonass) != 0 && (systems & beidou) != 0;
+  if (both_bands && (systems & (gps | galileo)) != 0) return false;
+  unsigned reserved = 0;
+  for (size_t at = 4; at + 8 <= settings.gnss.size(); at += 8) {
+    const uint8_t id = settings.gnss[at];
+    if ((settings.gnss[at + 4] & 1U) == 0) continue;
+    if ((id == 1 || id == 4 || id == 5) && (systems & gps) == 0) return false;
+    if (settings.gnss[at + 1] > settings.gnss[at + 2]) return false;
+    reserved += settings.gnss[at + 1];
+  }
+  return reserved <= settings.gnss[2];
+}
+
+/// Blocks of the message replace those of the same system; systems that it leaves out stay.
+bool apply_gnss(Settings& settings, Payload payload, const Capabilities& capabilities) {
+  constexpr size_t header = 4, block = 8;
+  if (payload.size() < header || payload[0] != 0 || payload.size() != header + block * payload[3])
+    return false;
+  Settings changed = settings;
+  auto& gnss = changed.gnss;
+  gnss[2] = std::min(payload[2], gnss[1]);
+  for (size_t from = header; from < payload.size(); from += block) {
+    size_t to = header;
+    while (to < gnss.size() && gnss[to] != payload[from]) to += block;
+    if (to == gnss.size()) return false;
+    std::copy_n(payload.begin() + static_cast<std::ptrdiff_t>(from), block,
+                gnss.begin() + static_cast<std::ptrdiff_t>(to));
+  }
+  if (!is_possible(changed, capabilities)) return false;
+  settings.gnss = gnss;
+  return true;
+}
+
+constexpr std::array<ConfigMessage, 8> config_messages{{{ubx::cfg_prt, answer_prt, apply_prt},
+                                                        {ubx::cfg_msg, answer_msg, apply_msg},
+                                                        {ubx::cfg_rate, answer_rate, apply_rate},
+                                                        {ubx::cfg_rxm, answer_rxm, apply_rxm},
+                                                        {ubx::cfg_ant, answer_ant, apply_ant},
+                                                        {ubx::cfg_nmea, answer_nmea, apply_nmea},
+                                                        {ubx::cfg_nav5, answer_nav5, apply_nav5},
+                                                        {ubx::cfg_gnss, answer_gnss, apply_gnss}}};
+
+}  // namespace
+
+const ConfigMessage* find_config_message(UbxId id) {
+  for (const ConfigMessage& message : config_messages)
+    if (message.id == id) return &message;
+  return nullptr;
+}
+
+}  // namespace ecu::koru::sim

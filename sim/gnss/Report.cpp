@@ -1,0 +1,60 @@
+#include "sim/gnss/Report.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <iostream>
+
+#include "sim/gnss/Files.h"
+#include "sim/gnss/Text.h"
+#include "sim/gnss/UbxText.h"
+#include "sim/gnss/Utc.h"
+
+namespace ecu::koru::sim {
+
+Report::Report(const Options& options) : m_show(options.show) {
+  if (options.ubx_trace.empty()) return;
+  m_trace = &std::cout;
+  if (options.ubx_trace == "-") return;
+  m_file.open(options.ubx_trace, std::ios::binary);
+  if (!m_file) throw FileError(options.ubx_trace + ": " + std::strerror(errno));
+  m_trace = &m_file;
+}
+
+void Report::write(int64_t at_us, std::string_view text) {
+  if (m_trace == nullptr) return;
+  const int64_t since_us = at_us - m_start_us;
+  *m_trace << '+' << since_us / second_us << '.' << zero_padded(since_us % second_us, 6) << ' ' << text
+           << '\n'
+           << std::flush;
+}
+
+void Report::on_command(int64_t at_us, const UbxFrame& frame, bool intact) {
+  write(at_us, "host> " + std::string(intact ? "" : "WRONG CHECKSUM ") + describe(frame));
+}
+
+void Report::on_message(int64_t at_us, const UbxFrame& frame) {
+  write(at_us, "<recv " + describe(frame));
+}
+
+void Report::on_event(int64_t at_us, std::string_view text) {
+  write(at_us, "-- " + std::string(text));
+}
+
+void Report::on_epoch(int64_t /*at_us*/, const Fix& fix) {
+  if (!m_show) return;
+  std::cout << iso8601(fix.utc_us) << ' ';
+  if (fix.valid) {
+    std::cout << decimal(fix.latitude_deg, 7) << ' ' << decimal(fix.longitude_deg, 7) << ' '
+              << decimal(fix.speed_kmh, 3) << " km/h "
+              << (fix.course_deg ? decimal(*fix.course_deg, 2) + " deg " : "no course ")
+              << decimal(fix.altitude_m, 1) << " m accuracy "
+              << decimal(std::hypot(fix.latitude_error_m, fix.longitude_error_m), 1) << " m, "
+              << fix.satellites << " satellites\n";
+  } else {
+    std::cout << "no fix\n";
+  }
+  std::cout << std::flush;
+}
+
+}  // namespace ecu::koru::sim

@@ -1,0 +1,169 @@
+#include "sim/gnss/UbxText.h"
+
+#include <array>
+
+#include "sim/gnss/Messages.h"
+#include "sim/gnss/Text.h"
+
+namespace ecu::koru::sim {
+namespace {
+
+using Payload = std::span<const uint8_t>;
+
+std::string map_text(uint32_t value, int digits) {
+  return "0x" + hex(value, digits);
+}
+
+std::string acknowledged(Payload p) {
+  return "of " +
+         name_of({static_cast<uint8_t>(number_at(p, 0, 1)), static_cast<uint8_t>(number_at(p, 1, 1))});
+}
+
+std::string port(Payload p) {
+  constexpr std::array<std::string_view, 5> names{"I2C", "UART1", "UART2", "USB", "SPI"};
+  const size_t number = number_at(p, 0, 1);
+  const std::string name = number < names.size() ? std::string(names.at(number)) : std::to_string(number);
+  if (p.size() < 20) return name;
+  return name + " " + std::to_string(number_at(p, 8, 4)) + " baud in " + map_text(number_at(p, 12, 2), 4) +
+         " out " + map_text(number_at(p, 14, 2), 4);
+}
+
+std::string message_rate(Payload p) {
+  std::string text =
+      name_of({static_cast<uint8_t>(number_at(p, 0, 1)), static_cast<uint8_t>(number_at(p, 1, 1))});
+  constexpr size_t uart1 = 3;  // of the long form
+  if (p.size() < 3) return text;
+  const uint32_t rate = number_at(p, p.size() > uart1 ? uart1 : 2, 1);
+  return text + (rate == 0 ? " off" : " every " + std::to_string(rate));
+}
+
+std::string solution_rate(Payload p) {
+  return std::to_string(number_at(p, 0, 2)) + " ms x " + std::to_string(number_at(p, 2, 2));
+}
+
+std::string saving(Payload p) {
+  return "clear " + map_text(number_at(p, 0, 4), 8) + " save " + map_text(number_at(p, 4, 4), 8) + " load " +
+         map_text(number_at(p, 8, 4), 8);
+}
+
+std::string reset(Payload p) {
+  return "mode " + std::to_string(number_at(p, 2, 1));
+}
+
+std::string antenna_control(Payload p) {
+  return "flags " + map_text(number_at(p, 0, 2), 4) +
+         ((number_at(p, 0, 1) & 1U) != 0 ? " (supply on)" : " (supply off)");
+}
+
+std::string systems(Payload p) {
+  constexpr std::array<std::string_view, 7> names{"GPS",  "SBAS", "Galileo", "BeiDou",
+                                                  "IMES", "QZSS", "GLONASS"};
+  std::string text = "enabled";
+  for (size_t at = 4; at + 8 <= p.size(); at += 8)
+    if ((p[at + 4] & 1U) != 0)
+      text += " " + (p[at] < names.size() ? std::string(names.at(p[at])) : std::to_string(p[at]));
+  return text;
+}
+
+std::string engine(Payload p) {
+  return "model " + std::to_string(number_at(p, 2, 1)) + " fix mode " + std::to_string(number_at(p, 3, 1));
+}
+
+std::string sentence_format(Payload p) {
+  const uint32_t version = number_at(p, 1, 1);
+  return "version " + std::to_string(version >> 4U) + "." + std::to_string(version & 0xFU);
+}
+
+std::string version(Payload p) {
+  std::string text;
+  for (size_t i = 0; i < p.size() && i < 30 && p[i] != 0; ++i)
+    text += p[i] >= 0x20 && p[i] < 0x7F ? static_cast<char>(p[i]) : '?';
+  return '"' + text + '"';
+}
+
+std::string hardware(Payload p) {
+  constexpr std::array<std::string_view, 5> states{"init", "unknown", "OK", "short", "open"};
+  const uint32_t status = number_at(p, 20, 1);
+  return "antenna " + std::to_string(status) + " (" +
+         std::string(status < states.size() ? states.at(status) : "?") + ") power " +
+         std::to_string(number_at(p, 21, 1));
+}
+
+std::string monitored_systems(Payload p) {
+  return "supported " + map_text(number_at(p, 1, 1), 2) + " enabled " + map_text(number_at(p, 3, 1), 2);
+}
+
+std::string utc(Payload p) {
+  return zero_padded(number_at(p, 12, 2), 4) + "-" + zero_padded(number_at(p, 14, 1), 2) + "-" +
+         zero_padded(number_at(p, 15, 1), 2) + " " + zero_padded(number_at(p, 16, 1), 2) + ":" +
+         zero_padded(number_at(p, 17, 1), 2) + ":" + zero_padded(number_at(p, 18, 1), 2) + " valid " +
+         map_text(number_at(p, 19, 1), 2);
+}
+
+std::string standby(Payload p) {
+  const size_t at = p.size() >= 16 ? 4 : 0;
+  return std::to_string(number_at(p, at, 4)) + " ms flags " + map_text(number_at(p, at + 4, 4), 8);
+}
+
+struct Row {
+  UbxId id;
+  std::string_view name;
+  std::string (*details)(Payload payload);  // nullptr: none
+};
+constexpr std::array<Row, 26> rows{{{ubx::nav_timeutc, "NAV-TIMEUTC", utc},
+                                    {ubx::rxm_pmreq, "RXM-PMREQ", standby},
+                                    {ubx::ack_nak, "ACK-NAK", acknowledged},
+                                    {ubx::ack_ack, "ACK-ACK", acknowledged},
+                                    {ubx::cfg_prt, "CFG-PRT", port},
+                                    {ubx::cfg_msg, "CFG-MSG", message_rate},
+                                    {ubx::cfg_rst, "CFG-RST", reset},
+                                    {ubx::cfg_rate, "CFG-RATE", solution_rate},
+                                    {ubx::cfg_cfg, "CFG-CFG", saving},
+                                    {ubx::cfg_rxm, "CFG-RXM", nullptr},
+                                    {ubx::cfg_ant, "CFG-ANT", antenna_control},
+                                    {ubx::cfg_nmea, "CFG-NMEA", sentence_format},
+                                    {ubx::cfg_nav5, "CFG-NAV5", engine},
+                                    {ubx::cfg_gnss, "CFG-GNSS", systems},
+                                    {ubx::mon_ver, "MON-VER", version},
+                                    {ubx::mon_hw, "MON-HW", hardware},
+                                    {ubx::mon_gnss, "MON-GNSS", monitored_systems},
+                                    {{0xF0, 0x00}, "GGA", nullptr},
+                                    {{0xF0, 0x01}, "GLL", nullptr},
+                                    {{0xF0, 0x02}, "GSA", nullptr},
+                                    {{0xF0, 0x03}, "GSV", nullptr},
+                                    {{0xF0, 0x04}, "RMC", nullptr},
+                                    {{0xF0, 0x05}, "VTG", nullptr},
+                                    {{0xF0, 0x06}, "GRS", nullptr},
+                                    {{0xF0, 0x07}, "GST", nullptr},
+                                    {{0xF0, 0x08}, "ZDA", nullptr}}};
+
+const Row* row_of(UbxId id) {
+  for (const Row& row : rows)
+    if (row.id == id) return &row;
+  return nullptr;
+}
+
+bool is_poll(const UbxFrame& frame) {
+  const size_t size = frame.payload.size();
+  return size == 0 || (size == 1 && frame.id == ubx::cfg_prt) || (size == 2 && frame.id == ubx::cfg_msg);
+}
+
+}  // namespace
+
+std::string name_of(UbxId id) {
+  const Row* row = row_of(id);
+  return row != nullptr ? std::string(row->name) : "0x" + hex(id.message_class, 2) + hex(id.id, 2);
+}
+
+std::string describe(const UbxFrame& frame) {
+  std::string text = name_of(frame.id);
+  if (is_poll(frame)) text += " poll";
+  const Row* row = row_of(frame.id);
+  if (row != nullptr && row->details != nullptr && !frame.payload.empty())
+    text += " " + row->details(frame.payload);
+  text += " " + hex(frame.id.message_class, 2) + " " + hex(frame.id.id, 2) + " len " +
+          std::to_string(frame.payload.size());
+  return frame.payload.empty() ? text : text + ": " + hex_bytes(frame.payload);
+}
+
+}  // namespace ecu::koru::sim
