@@ -37,7 +37,8 @@ Options parsed(const std::string& line, int result = 1) {
 struct Configured {
   SerialInput* input = new SerialInput(std::make_unique<test::FakeTerminal>());  // owned by the service
   std::shared_ptr<com::ITransportClient> bus = std::make_shared<com::MemoryTransport>();
-  GPSDClient service{bus, "v", "true", "zpt", "/dev/ttyFP3", UnitHardware{std::unique_ptr<IGnssInput>(input)}};
+  GPSDClient service{bus,   "v",           "true",
+                     "zpt", "/dev/ttyFP3", UnitHardware{std::unique_ptr<IGnssInput>(input)}};
   UbloxConfig& ublox = service.ubloxConfig();
   std::string log;
 
