@@ -15,6 +15,7 @@ namespace {
 constexpr int READ_TIMEOUT_US = 100'000;
 constexpr int64_t FRAME_US = 1'000'000;
 constexpr int64_t REOPEN_US = 1'000'000;
+constexpr int64_t STABLE_US = 10'000'000;
 // A receiver that has just powered up talks at its default rate.
 constexpr int64_t POWER_UP_NS = 139'999'999'999;
 constexpr unsigned POWER_UP_BAUD = 9600;
@@ -116,7 +117,6 @@ void GPSDClient::processNewData() {
   const unsigned char* const message = m_input->getBuffer();
   const int length = m_input->getMessageLength();
   m_bytes_received += static_cast<uint32_t>(length);
-  m_device_gone_logged = false;
   if (message[0] == '$') {
     if (m_epoch.validateNmeaMessage({message, static_cast<size_t>(length)})) {
       m_epoch.processNewNmeaString(m_input->getBaudRate());
@@ -169,7 +169,9 @@ int64_t GPSDClient::noCommunicationThreshold() const {
 }
 
 void GPSDClient::deviceGone() {
-  if (!std::exchange(m_device_gone_logged, true)) {
+  // A device that comes and goes all the time is told once.
+  const bool was_stable = GnssUtils::getMicrosecDuration(0) - m_connect_time_us >= STABLE_US;
+  if (!std::exchange(m_device_gone_logged, true) || was_stable) {
     LOG.warning("receiver device ", logging::escaped(m_device_path),
                 " went away; trying to open it every second");
   }

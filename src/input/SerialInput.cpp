@@ -53,13 +53,14 @@ bool SerialInput::connect() {
   static unsigned open_failures = 0;
   SerialInput::disconnect();
   m_device_gone = false;
-  if (GnssUtils::debugIt(logflag::CONNECTION)) LOG.debug("connectSerial to ", m_gnss_device);
+  if (GnssUtils::debugIt(logflag::CONNECTION))
+    LOG.debug("connectSerial to ", logging::escaped(m_gnss_device));
   m_fd_serial = m_device->open(m_gnss_device);
   if (m_fd_serial < 0) {
     const int error = errno;
     m_fd_serial = -1;
     if (open_failures++ % OPEN_FAILURES_PER_LOG == 0) {
-      LOG.error("Error to open serial device ", m_gnss_device, " errno = ", error);
+      LOG.error("Error to open serial device ", logging::escaped(m_gnss_device), " errno = ", error);
     }
     return false;
   }
@@ -78,7 +79,7 @@ void SerialInput::applyAttributes() {
   attributes.c_cc[VMIN] = 80;
   failed = m_device->setAttributes(m_fd_serial, attributes) != 0 || failed;
   if (failed && !std::exchange(m_attributes_failure_logged, true)) {
-    LOG.warning(m_gnss_device, " does not take serial port settings, errno = ", errno,
+    LOG.warning(logging::escaped(m_gnss_device), " does not take serial port settings, errno = ", errno,
                 ". It is read as it is.");
   }
 }

@@ -1,5 +1,7 @@
 #include "platform/Logging.h"
 
+#include <limits.h>
+#include <poll.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -23,6 +25,8 @@ constexpr std::array<std::string_view, 8> LEVEL_NAMES{"EMERG",   "ALERT",  "CRIT
 std::atomic<Level> g_level{DEFAULT_LEVEL};
 std::atomic<LogMode> g_mode{LogMode::STDERR};
 
+constexpr int STUCK_READER_MS = 100;
+
 constexpr Module LOG = module("koru.logging");
 
 /// "2026-11-21T10:15:30.123Z "
@@ -38,10 +42,20 @@ void append_time_stamp(std::string& line) {
   line.append(stamp, static_cast<size_t>(std::max(length, 0)));
 }
 
-/// The whole record, as few system calls as the descriptor allows; what it refuses is lost.
+/// The whole record; what the descriptor refuses is lost. A reader that no longer reads must not stop the
+/// service: the first record waits for it a little, those after it not at all until it reads again.
 void write_all(int fd, std::string_view line) {
+  static bool stuck = false;
   while (!line.empty()) {
-    const ssize_t written = ::write(fd, line.data(), line.size());
+    pollfd writable{fd, POLLOUT, 0};
+    const int ready = poll(&writable, 1, stuck ? 0 : STUCK_READER_MS);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready == 0) {
+      stuck = true;
+      return;
+    }
+    stuck = false;
+    const ssize_t written = ::write(fd, line.data(), std::min<size_t>(line.size(), PIPE_BUF));
     if (written < 0 && errno == EINTR) continue;
     if (written <= 0) return;
     line.remove_prefix(static_cast<size_t>(written));

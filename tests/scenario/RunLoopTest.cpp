@@ -180,6 +180,7 @@ TEST(RunLoop, DrivesTheTruthOfTheSimulatedReceiver) {
     options.baud = 115200;
     SimulatedReceiver source(options);
     World world(source, {.baud = 115200});
+    world.service->disableHardwareInit();
     const auto published = world.run(60);
     // The last burst of 10 Hz is still under way when the minute is over.
     ASSERT_EQ(published.size(), static_cast<size_t>(hz == 10 ? 599 : 60 * hz));
@@ -203,6 +204,7 @@ TEST(RunLoop, CorruptedStreamLosesWhatWasCorruptedAndNoMore) {
   options.faults = sim::parse_faults("drop=0.02,corrupt=0.05,split=0.05,silence=10@60,seed=7");
   SimulatedReceiver source(options);
   World world(source);
+  world.service->disableHardwareInit();
   const auto published = world.run(600);
   int valid = 0;
   for (const auto& [at_us, data] : published) {
