@@ -184,6 +184,8 @@ void UbloxConfig::tryOtherBaudRate(bool count_hw_timeouts) {
   if (logCommands()) LOG.debug("Timeout try other baud rate. getLinesReceived ", m_lines_received);
   m_input.tryNextBaudRate();
   m_input.disconnect();
+  // What was read at a wrong rate is garbage, and a sync byte in it would hold up framing at the right one.
+  m_input.clearBuffer();
   m_lines_received = m_input.getLinesReceived();
   m_hw_timeout_counter = count_hw_timeouts ? m_hw_timeout_counter + 1 : 1;
   if (logCommands()) LOG.debug("m_hw_timeout_counter ", m_hw_timeout_counter);
