@@ -144,14 +144,8 @@ TEST(SimUbx, AnswersPollsByteByByte) {
     const char* poll;
     Texts answers;
   } cases[] = {
-      {"0600",
-       {"060001000000D00800000096000007000300"
-        "00000000",
-        "05010600"}},
-      {"060004",
-       {"060004000000000000000000000007000300"
-        "00000000",
-        "05010600"}},
+      {"0600", {"060001000000D0080000009600000700030000000000", "05010600"}},
+      {"060004", {"06000400000000000000000000000700030000000000", "05010600"}},
       {"060002", {"05000600"}},  // no UART 2
       {"0601F005", {"0601F005000000000000", "05010601"}},
       {"0601F004", {"0601F004010100010100", "05010601"}},
@@ -159,19 +153,11 @@ TEST(SimUbx, AnswersPollsByteByByte) {
       {"0608", {"0608E80301000100", "05010608"}},
       {"0611", {"06110000", "05010611"}},
       {"0613", {"06131B00F0B9", "05010613"}},
-      {"0617",
-       {"0617004000020000000000000001"
-        "0000000000000000",
-        "05010617"}},
+      {"0617", {"06170040000200000000000000010000000000000000", "05010617"}},
       {"0624", {NAV5, "05010624"}},
       {"063E",
-       {GNSS + "0008100001000101"
-               "0101030001000101"
-               "0204080000000101"
-               "0308100000000101"
-               "0400080000000103"
-               "0500030001000105"
-               "06080E0001000101",
+       {GNSS + "000810000100010101010300010001010204080000000101030810000000010104000800000001030500030001000"
+               "10506080E0001000101",
         "0501063E"}},
       {"0A28", {"0A28010F030303000000"}},
       {"0699", {"05000699"}},  // no such message
@@ -211,15 +197,9 @@ TEST(SimUbx, KeepsWhatIsPossibleAndRefusesTheRest) {
       {"06170023000200000000000000010000000000000000", ""},
       {auto_nav5, "0624FFFF0403" + NAV5.substr(12)},
       {"0624FFFF0B03" + NAV5.substr(12), ""},
-      {"060001000000C00800000196000007000300"
-       "00000000",
-       ""},  // 38401 baud
-      {"060001000000C00000000096000007000300"
-       "00000000",
-       ""},  // with parity
-      {"060102"
-       "0102",
-       ""},
+      {"060001000000C0080000019600000700030000000000", ""},  // 38401 baud
+      {"060001000000C0000000009600000700030000000000", ""},  // with parity
+      {"0601020102", ""},
   };
   for (const auto& c : cases) {
     Host host(silent());
@@ -274,8 +254,8 @@ TEST(SimUbx, AnswersBetweenSentencesAtThePaceOfTheLine) {
   host.receiver.advance_to(200'000);
   for (int i = 0; i < 3; ++i) host.write(frame_of("0600"));
   host.rest = host.read_until(1'900'000);
-  EXPECT_GT(host.rest.find("\xB5"), host.rest.find("GLL"));
-  EXPECT_LT(host.rest.rfind("\xB5"), host.rest.rfind("RMC"));
+  EXPECT_GT(host.rest.find('\xB5'), host.rest.find("GLL"));
+  EXPECT_LT(host.rest.rfind('\xB5'), host.rest.rfind("RMC"));
   host.listen(0);
   EXPECT_EQ(host.kinds(),
             "RMC VTG GGA GSA GSA GSV GSV GSV GSV GSV GLL "
@@ -288,10 +268,7 @@ TEST(SimUbx, ChangesItsSpeedBehindTheAnswer) {
        {std::pair(9600U, "80250000"), {57600U, "00E10000"}, {115200U, "00C20100"}}) {
     Host host;
     host.listen(90'000);  // in the middle of a burst
-    host.write(
-        frame_of("0600"
-                 "01000000C0080000" +
-                 std::string(digits) + "0700030000000000"));
+    host.write(frame_of("060001000000C0080000" + std::string(digits) + "0700030000000000"));
     host.listen(400'000);
     EXPECT_THAT(host.frames, ElementsAre("05010600"));
     EXPECT_EQ(host.receiver.baud(), baud);
@@ -310,12 +287,9 @@ TEST(SimUbx, SwitchesMessages) {
   options.baud = 115200;
   options.rate_hz = 4;
   Host host(options);
-  for (const char* set :
-       {"0601F00501", "0601F0010001000001", "0601F001000100000100", "0601F006000100000000",
-        "0601F008000100000100", "0601F00300", "06010121000100000000", "06010A09000200000000",
-        "0601F0070000000000"
-        "00",
-        "0601F00D000100000100"})
+  for (const char* set : {"0601F00501", "0601F0010001000001", "0601F001000100000100", "0601F006000100000000",
+                          "0601F008000100000100", "0601F00300", "06010121000100000000",
+                          "06010A09000200000000", "0601F007000000000000", "0601F00D000100000100"})
     host.write(frame_of(set));
   host.listen(50'000);
   EXPECT_EQ(std::count(host.frames.begin(), host.frames.end(), "05000601"),
@@ -324,15 +298,7 @@ TEST(SimUbx, SwitchesMessages) {
   EXPECT_EQ(host.kinds(), "RMC VTG GGA GSA GSA GLL GRS GRS ZDA RMC VTG GGA GSA GSA GLL GRS GRS ZDA");
   ASSERT_EQ(host.frames.size(), 3U);
   // 2026-02-03 is a Tuesday: 187506.25 s and 18 leap seconds into the week.
-  EXPECT_EQ(host.frames[0],
-            "0121"
-            "9A642D0B"
-            "19000000"
-            "80B2E60E"
-            "EA07"
-            "02030405"
-            "06"
-            "37");
+  EXPECT_EQ(host.frames[0], "01219A642D0B1900000080B2E60EEA07020304050637");
   EXPECT_THAT(host.frames[1], StartsWith("0A09"));
   EXPECT_THAT(host.frames[2], StartsWith("0121"));
   EXPECT_THAT(host.sentences[0], StartsWith("$GNRMC,040506.25,A"));
@@ -378,28 +344,26 @@ TEST(SimUbx, KeepsWhatWasSavedOverPowerCycles) {
   const struct {
     const char* reset_to;
     std::string save;  // sections and devices
-    bool power;        // else the reset line
-    unsigned baud;
     const char* antenna_flags;
+    unsigned baud;
+    bool power;  // else the reset line
     bool gst, vtg;
   } cases[] = {
-      {"", none + "07", true, 38400, "1B00", true, false},
-      {"", ports + "07", true, 57600, "1B00", true, false},
-      {"", "FFFFFFFF07", false, 57600, "0E00", false, false},
-      {"9600", none + "07", true, 9600, "1B00", false, true},    // as new
-      {"9600", none + "07", false, 38400, "1B00", true, false},  // the battery keeps the options' settings
-      {"9600", ports + "01", true, 9600, "1B00", false, true},   // and there is none during a power cycle
-      {"9600", antenna + "07", true, 9600, "0E00", false, true},
-      {"9600", messages + "02", true, 9600, "1B00", false, false},
+      {"", none + "07", "1B00", 38400, true, true, false},
+      {"", ports + "07", "1B00", 57600, true, true, false},
+      {"", "FFFFFFFF07", "0E00", 57600, false, false, false},
+      {"9600", none + "07", "1B00", 9600, true, false, true},    // as new
+      {"9600", none + "07", "1B00", 38400, false, true, false},  // the battery keeps the options' settings
+      {"9600", ports + "01", "1B00", 9600, true, false, true},   // and there is none during a power cycle
+      {"9600", antenna + "07", "0E00", 9600, true, false, true},
+      {"9600", messages + "02", "1B00", 9600, true, false, false},
   };
   for (const auto& c : cases) {
     Host host(c.reset_to[0] != 0 ? "reset-to=" + std::string(c.reset_to) : "seed=1");
     host.listen(300'000);
     host.ask("0601F007000000000000");  // GST off
     host.ask("06130E00F0B9");
-    host.ask(
-        "060001000000C008000000E10000070003000000"
-        "0000");
+    host.ask("060001000000C008000000E100000700030000000000");
     host.receiver.set_host_baud(57600);
     EXPECT_THAT(host.ask("060900000000" + c.save.substr(0, 8) + none + c.save.substr(8)),
                 Contains("05010609"));
@@ -421,19 +385,19 @@ TEST(SimUbx, KeepsWhatWasSavedOverPowerCycles) {
 TEST(SimUbx, WatchesTheAntenna) {
   const struct {
     AntennaState state;
-    int flags;
     bool inverted;
+    int flags;
     int status, power;
     bool fix;
   } cases[] = {
-      {AntennaState::ok, 0x1F, true, 4, 1, true},
-      {AntennaState::open, 0x1F, true, 2, 1, false},
-      {AntennaState::ok, 0x1F, false, 2, 1, true},
-      {AntennaState::open, 0x1F, false, 4, 1, false},
-      {AntennaState::open, 0x1B, true, 2, 1, false},  // not looked for
-      {AntennaState::short_circuit, 0x1F, true, 3, 0, false},
-      {AntennaState::short_circuit, 0x07, true, 3, 1, false},
-      {AntennaState::ok, 0x0E, true, 1, 0, false},
+      {AntennaState::ok, true, 0x1F, 4, 1, true},
+      {AntennaState::open, true, 0x1F, 2, 1, false},
+      {AntennaState::ok, false, 0x1F, 2, 1, true},
+      {AntennaState::open, false, 0x1F, 4, 1, false},
+      {AntennaState::open, true, 0x1B, 2, 1, false},  // not looked for
+      {AntennaState::short_circuit, true, 0x1F, 3, 0, false},
+      {AntennaState::short_circuit, true, 0x07, 3, 1, false},
+      {AntennaState::ok, true, 0x0E, 1, 0, false},
   };
   for (const auto& c : cases) {
     ReceiverOptions options;
@@ -464,11 +428,7 @@ TEST(SimUbx, StopsSleepsAndStarts) {
   host.ask("060400000900", 2'900'000);
   EXPECT_THAT(host.kinds(), StartsWith("RMC GGA"));
 
-  const std::string forever =
-      "024100000000"
-      "00000000"
-      "06000000"
-      "00000000";
+  const std::string forever = "024100000000000000000600000000000000";
   host.ask(forever, 90'000);
   EXPECT_FALSE(host.receiver.running());
   EXPECT_THAT(host.ask("0A28", 5 * second_us), IsEmpty());
@@ -477,13 +437,8 @@ TEST(SimUbx, StopsSleepsAndStarts) {
   host.receiver.hardware_reset(host.now_us);
   host.listen(2 * second_us);
   EXPECT_THAT(host.kinds(), StartsWith("RMC GGA"));
-  for (const std::string how : {"0241"
-                                "E8030000"
-                                "02000000",  // for a second
-                                "024100000000"
-                                "00000000"
-                                "06000000"
-                                "08000000"}) {  // until a byte comes
+  for (const std::string how : {"0241E803000002000000",                     // for a second
+                                "024100000000000000000600000008000000"}) {  // until a byte comes
     host.ask(how, 100'000);
     EXPECT_FALSE(host.receiver.running());
     host.ask("0A28", 1'200'000);
@@ -499,9 +454,7 @@ TEST(SimUbx, FailsAsItIsTold) {
   EXPECT_THAT(refuses.ask("0624"), ElementsAre("05000624"));
   EXPECT_THAT(refuses.ask("0A28"), ElementsAre("05000A28"));
   EXPECT_EQ(refuses.ask("0608").size(), 2U);
-  EXPECT_THAT(Host("nak=all").ask("060001000000C008000080250000070003000000"
-                                  "0000"),
-              ElementsAre("05000600"));
+  EXPECT_THAT(Host("nak=all").ask("060001000000C0080000802500000700030000000000"), ElementsAre("05000600"));
 
   Host next("newer");
   EXPECT_THAT(next.ask("063E"), ElementsAre("0500063E"));
