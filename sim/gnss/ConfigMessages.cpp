@@ -36,7 +36,7 @@ Answer answer_prt(const Settings& settings, Payload query) {
 bool apply_prt(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 20 || !is_port(payload[0])) return false;
   if (payload[0] == Settings::uart1) {
-    constexpr uint32_t frame_bits = 0x3EC0;
+    constexpr uint32_t frame_bits = 0x3CC0;
     if ((number_at(payload, 4, 4) & frame_bits) != 0x08C0) return false;
     const uint32_t baud = number_at(payload, 8, 4);
     if (std::find(receiver_bauds.begin(), receiver_bauds.end(), baud) == receiver_bauds.end()) return false;

@@ -7,6 +7,7 @@
 #include <set>
 
 #include "sim/gnss/Files.h"
+#include "sim/gnss/Receiver.h"
 #include "sim/gnss/Replay.h"
 #include "sim/gnss/RouteFile.h"
 #include "sim/gnss/Utc.h"
@@ -148,6 +149,7 @@ ParsedOptions parse_options(int argc, const char* const* argv) {
     app.parse(argc, argv);
     interpret(texts, options);
     if (app.count("--baud") > 0) options.receiver.initial_baud = options.receiver.baud;
+    (void)Receiver(options.receiver);  // refuses what does not go together
     return {options, 0};
   } catch (const CLI::Success& e) {
     return {std::nullopt, app.exit(e)};

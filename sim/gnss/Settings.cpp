@@ -92,9 +92,9 @@ void copy_sections(Settings& to, const Settings& from, uint32_t mask) {
 
 Settings factory_settings(const ReceiverOptions& options, unsigned baud) {
   Settings settings;
-  for (uint8_t port = 0; port < settings.ports.size(); ++port) {
+  for (size_t port = 0; port < settings.ports.size(); ++port) {
     settings.ports[port] = uart_port;
-    settings.ports[port][0] = port;
+    settings.ports[port][0] = static_cast<uint8_t>(port);
     if (port != Settings::uart1) put_number(settings.ports[port], 4, 4, port == 0 ? 0x84 : 0);
   }
   settings.set_baud(baud);

@@ -22,7 +22,7 @@ std::string acknowledged(Payload p) {
 std::string port(Payload p) {
   constexpr std::array<std::string_view, 5> names{"I2C", "UART1", "UART2", "USB", "SPI"};
   const size_t number = number_at(p, 0, 1);
-  const std::string name = number < names.size() ? std::string(names.at(number)) : std::to_string(number);
+  std::string name = number < names.size() ? std::string(names.at(number)) : std::to_string(number);
   if (p.size() < 20) return name;
   return name + " " + std::to_string(number_at(p, 8, 4)) + " baud in " + map_text(number_at(p, 12, 2), 4) +
          " out " + map_text(number_at(p, 14, 2), 4);

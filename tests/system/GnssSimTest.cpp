@@ -13,6 +13,7 @@
 #include <sstream>
 #include <thread>
 
+#include "support/Frames.h"
 #include "support/Process.h"
 #include "support/Support.h"
 
@@ -185,6 +186,47 @@ TEST(GnssSim, ReplaysToTheLastByteAndEnds) {
   EXPECT_THAT(simulator.process().err(), HasSubstr("20 epochs"));
 }
 
+TEST(GnssSim, ObeysCommandsOfTheHostAndOfStandardInput) {
+  const test::TempDir folder;
+  const std::string trace = folder / "ubx";
+  Simulator simulator({"--factory", "--ubx-trace", trace, "--show", "--fault", "reset-to=19200", "--utc",
+                       "2026-05-01T10:00:00.900Z"});
+  const auto send = [](const Port& port, uint8_t id, const std::string& payload) {
+    const std::string frame = test::ubx(6, id, payload);
+    EXPECT_EQ(write(port.descriptor(), frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
+  };
+  const auto expect_poll = [&](Port port) {  // CFG-PRT
+    port.read_for(600ms);                    // it starts
+    send(port, 0, "");
+    EXPECT_THAT(port.read_for(1000ms), HasSubstr("\xB5\x62\x05\x01\x02"));
+  };
+  {
+    Port port(simulator.device);  // at 9600
+    send(port, 1, std::string("\xF0\x07\x01", 3));
+    send(port, 0, std::string("\1\0\0\0\xC0\x08\0\0\0\xC2\1\0\7\0\3\0\0\0\0\0", 20));
+    EXPECT_THAT(port.read_for(80ms), HasSubstr("\xB5\x62\x05\x01\x02"));
+  }
+  {
+    Port port(simulator.device, B115200);
+    EXPECT_THAT(port.read_for(1100ms), testing::AllOf(HasSubstr("GNVTG"), HasSubstr("GNGST")));
+  }
+  simulator.process().write_stdin("antenna open\nfly\npower-cycle\n");
+  EXPECT_TRUE(simulator.process().wait_for_output("unknown command \"fly\"", 1000));
+  expect_poll(Port(simulator.device, B19200));
+  simulator.process().close_stdin();
+  EXPECT_TRUE(simulator.process().wait_for_output("Z no fix\n", 2000));
+  EXPECT_THAT(simulator.process().out(), HasSubstr("\n2026-05-01T10:00:01.000Z 48."));
+  simulator.interrupt();
+  std::stringstream lines;
+  lines << std::ifstream(trace).rdbuf();
+  EXPECT_THAT(lines.str(),
+              testing::ContainsRegex("^[+]0[.][0-9]{6} host> CFG-MSG GST every 1 06 01 len 3: F0 07 01\n"));
+  EXPECT_THAT(lines.str(), HasSubstr(" host> CFG-PRT UART1 115200 baud"));
+  EXPECT_THAT(lines.str(), HasSubstr(" <recv ACK-ACK of CFG-PRT 05 01 len 2: 06 00\n"));
+  EXPECT_THAT(lines.str(),
+              testing::ContainsRegex("-- antenna open\n.*-- power fails\n.*-- starts\n.*-- speed 19200\n"));
+}
+
 TEST(GnssSim, WrongOptionsAreExplained) {
   const test::TempDir folder;
   const std::string route = folder.write("route.csv", "48,10,400\n48.01,ten,400\n");
@@ -204,6 +246,9 @@ TEST(GnssSim, WrongOptionsAreExplained) {
       {{"--loop"}, "--replay"},
       {{"--systems", "gps,gps"}, "given twice"},
       {{"--trace", folder / "no/trace"}, "No such file"},
+      {{"--ubx-trace", folder / "no/trace"}, "No such file"},
+      {{"--fault", "power-cycle"}, "expected power-cycle@VALUE"},
+      {{"--supported", "glonass"}, "used and not supported"},
   };
   for (const auto& c : cases) {
     std::vector<std::string> argv = c.options;
