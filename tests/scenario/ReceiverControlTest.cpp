@@ -241,6 +241,7 @@ TEST(ReceiverControl, ManyChangesOnTheBusAreOneRestart) {
   constexpr int64_t DONE = 400 * S;  // the first sequence is through
   world.time.at(DONE, [&] {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
       threads.emplace_back([&, t] {
         for (int i = 0; i < 50; ++i) {
