@@ -1,7 +1,7 @@
 #include "sim/gnss/Report.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <cstring>
 #include <iostream>
 
@@ -49,8 +49,8 @@ void Report::on_epoch(int64_t /*at_us*/, const Fix& fix) {
               << decimal(fix.speed_kmh, 3) << " km/h "
               << (fix.course_deg ? decimal(*fix.course_deg, 2) + " deg " : "no course ")
               << decimal(fix.altitude_m, 1) << " m accuracy "
-              << decimal(std::hypot(fix.latitude_error_m, fix.longitude_error_m), 1) << " m, "
-              << fix.satellites << " satellites\n";
+              << decimal(std::max(fix.latitude_error_m, fix.longitude_error_m), 1) << " m, " << fix.satellites
+              << " satellites\n";
   } else {
     std::cout << "no fix\n";
   }
