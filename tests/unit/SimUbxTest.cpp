@@ -385,19 +385,18 @@ TEST(SimUbx, KeepsWhatWasSavedOverPowerCycles) {
 TEST(SimUbx, WatchesTheAntenna) {
   const struct {
     AntennaState state;
-    bool inverted;
+    bool inverted, fix;
     int flags;
     int status, power;
-    bool fix;
   } cases[] = {
-      {AntennaState::ok, true, 0x1F, 4, 1, true},
-      {AntennaState::open, true, 0x1F, 2, 1, false},
-      {AntennaState::ok, false, 0x1F, 2, 1, true},
-      {AntennaState::open, false, 0x1F, 4, 1, false},
-      {AntennaState::open, true, 0x1B, 2, 1, false},  // not looked for
-      {AntennaState::short_circuit, true, 0x1F, 3, 0, false},
-      {AntennaState::short_circuit, true, 0x07, 3, 1, false},
-      {AntennaState::ok, true, 0x0E, 1, 0, false},
+      {AntennaState::ok, true, true, 0x1F, 4, 1},
+      {AntennaState::open, true, false, 0x1F, 2, 1},
+      {AntennaState::ok, false, true, 0x1F, 2, 1},
+      {AntennaState::open, false, false, 0x1F, 4, 1},
+      {AntennaState::open, true, false, 0x1B, 2, 1},  // not looked for
+      {AntennaState::short_circuit, true, false, 0x1F, 3, 0},
+      {AntennaState::short_circuit, true, false, 0x07, 3, 1},
+      {AntennaState::ok, true, false, 0x0E, 1, 0},
   };
   for (const auto& c : cases) {
     ReceiverOptions options;
