@@ -1,0 +1,242 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "sim/gnss/UbxText.h"
+#include "unit/SimUbxHost.h"
+
+namespace ecu::koru::sim {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+TEST(SimUbx, KeepsWhatWasSavedOverPowerCycles) {
+  const std::string ports = "01000000", messages = "02000000", antenna = "00040000", none = "00000000";
+  const struct {
+    const char* reset_to;
+    std::string save;  // sections and devices
+    const char* antenna_flags;
+    unsigned baud;
+    bool power;  // else the reset line
+    bool gst, vtg;
+  } cases[] = {
+      {"", none + "07", "1B00", 38400, true, true, false},
+      {"", ports + "07", "1B00", 57600, true, true, false},
+      {"", "FFFFFFFF07", "0E00", 57600, false, false, false},
+      {"", ports + "01", "1B00", 57600, true, true, false},
+      {"9600", none + "07", "1B00", 9600, true, false, true},    // as new
+      {"9600", none + "07", "1B00", 38400, false, true, false},  // the battery keeps the options' settings
+      {"9600", ports + "01", "1B00", 9600, true, false, true},   // and there is none during a power cycle
+      {"9600", antenna + "07", "0E00", 9600, true, false, true},
+      {"9600", messages + "02", "1B00", 9600, true, false, false},
+  };
+  for (const auto& c : cases) {
+    Host host(c.reset_to[0] != 0 ? "reset-to=" + std::string(c.reset_to) : "seed=1");
+    host.listen(300'000);
+    host.ask("0601F007000000000000");  // GST off
+    host.ask("06130E00F0B9");
+    host.ask("060001000000C008000000E100000700030000000000");
+    host.receiver.set_host_baud(57600);
+    EXPECT_THAT(host.ask("060900000000" + c.save.substr(0, 8) + none + c.save.substr(8)),
+                Contains("05010609"));
+    c.power ? host.receiver.power_cycle(host.now_us) : host.receiver.hardware_reset(host.now_us);
+    EXPECT_FALSE(host.receiver.running());
+    EXPECT_EQ(host.receiver.baud(), 57600U);  // until it starts
+    host.read_until(host.now_us + 400'000);
+    EXPECT_EQ(host.receiver.baud(), c.baud) << c.save;
+    host.receiver.set_host_baud(c.baud);
+    EXPECT_THAT(host.ask("0613", 2'700'000), Contains("0613" + std::string(c.antenna_flags) + "F0B9"));
+    EXPECT_EQ(host.kinds().find("GST") != std::string::npos, c.gst) << c.save << c.power;
+    EXPECT_EQ(host.kinds().find("VTG") != std::string::npos, c.vtg) << c.save << c.power;
+  }
+  Host host;  // clear and load: as from the factory, but at its own speed until the line has drained
+  EXPECT_THAT(host.ask("0609FFFFFFFF00000000FFFFFFFF07", 60'000), Contains("05010609"));
+  EXPECT_EQ(host.receiver.baud(), 9600U);
+}
+
+TEST(SimUbx, WatchesTheAntenna) {
+  const struct {
+    AntennaState state;
+    bool inverted, fix;
+    int flags;
+    int status, power;
+  } cases[] = {
+      {AntennaState::ok, true, true, 0x1F, 4, 1},
+      {AntennaState::open, true, false, 0x1F, 2, 1},
+      {AntennaState::ok, false, true, 0x1F, 2, 1},
+      {AntennaState::open, false, false, 0x1F, 4, 1},
+      {AntennaState::open, true, false, 0x1B, 2, 1},  // not looked for
+      {AntennaState::short_circuit, true, false, 0x1F, 3, 0},
+      {AntennaState::short_circuit, true, false, 0x07, 3, 1},
+      {AntennaState::ok, true, false, 0x0E, 1, 0},
+  };
+  for (const auto& c : cases) {
+    ReceiverOptions options;
+    options.antenna_inverted = c.inverted;
+    Host host(options);
+    host.receiver.set_antenna(c.state);
+    host.ask("0613" + digits_of({static_cast<char>(c.flags), 0}) + "F0B9", 900'000);
+    EXPECT_THAT(host.ask("0A09").at(0).substr(4 + 2 * 20, 4),
+                "0" + std::to_string(c.status) + "0" + std::to_string(c.power))
+        << c.flags;
+    EXPECT_EQ(host.sentences.at(0).find(",A,") != std::string::npos, c.fix) << c.flags;
+    EXPECT_TRUE(host.ask("0121").at(0).ends_with(c.fix ? "37" : "00")) << c.flags;
+  }
+  for (const bool recovers : {true, false}) {  // from a short circuit that is gone
+    Host host("antenna=short@1,antenna=ok@2");
+    host.ask(recovers ? "06131F00F0B9" : "06130F00F0B9", 1'500'000);
+    EXPECT_THAT(host.ask("0A09").at(0).substr(44, 4), "0300");
+    host.listen(second_us);
+    EXPECT_THAT(host.ask("0A09").at(0).substr(44, 4), recovers ? "0401" : "0300");
+  }
+}
+
+TEST(SimUbx, StopsSleepsAndStarts) {
+  Host host;
+  EXPECT_THAT(host.ask("060400000800", 900'000), IsEmpty());  // no acknowledgement
+  host.listen(5 * second_us);
+  EXPECT_EQ(host.kinds(), "");
+  EXPECT_EQ(host.ask("0A28").size(), 1U);  // but it talks
+  host.ask("060400000900", 2'900'000);
+  EXPECT_THAT(host.kinds(), StartsWith("RMC GGA"));
+  EXPECT_EQ(host.receiver.statistics().sentences_overrun, 0U);  // what was not solved is not made up for
+
+  const std::string forever = "024100000000000000000600000000000000";
+  host.ask(forever, 90'000);
+  EXPECT_FALSE(host.receiver.running());
+  EXPECT_THAT(host.ask("0A28", 5 * second_us), IsEmpty());
+  EXPECT_EQ(host.receiver.next_byte_us(), INT64_MAX);
+  EXPECT_FALSE(host.receiver.finished());
+  host.receiver.hardware_reset(host.now_us);
+  host.listen(2 * second_us);
+  EXPECT_THAT(host.kinds(), StartsWith("RMC GGA"));
+  for (const std::string how : {"0241E803000002000000",                     // for a second
+                                "024100000000000000000600000008000000"}) {  // until a byte comes
+    host.ask(how, 100'000);
+    EXPECT_FALSE(host.receiver.running());
+    host.ask("0A28", 1'200'000);
+    EXPECT_TRUE(host.receiver.running());
+  }
+  host.ask("060400000000", 100'000);
+  EXPECT_FALSE(host.receiver.running());  // for 0.3 s
+  EXPECT_EQ(host.receiver.statistics().power_ups, 4U);
+
+  ReceiverOptions slow;
+  slow.power_up_defaults = true;
+  Host cut(slow);  // in the middle of a burst and of an answer
+  cut.read_until(90'000);
+  cut.write(frame_of("0A28"));
+  cut.read_until(105'000);
+  cut.receiver.power_cycle(cut.now_us);
+  EXPECT_EQ(cut.read_until(500'000), "");
+  EXPECT_EQ(cut.ask("0A28", 100'000).size(), 1U);  // nothing stands before it
+  cut.listen(600'000);
+  EXPECT_THAT(cut.kinds(), StartsWith("RMC"));
+}
+
+TEST(SimUbx, FailsAsItIsTold) {
+  Host refuses("nak=0624,nak=0A28");
+  EXPECT_THAT(refuses.ask("0624"), ElementsAre("05000624"));
+  EXPECT_THAT(refuses.ask("0A28"), ElementsAre("05000A28"));
+  EXPECT_EQ(refuses.ask("0608").size(), 2U);
+  EXPECT_THAT(Host("nak=all").ask("060001000000C0080000802500000700030000000000"), ElementsAre("05000600"));
+
+  Host next("newer");
+  EXPECT_THAT(next.ask("063E"), ElementsAre("0500063E"));
+  EXPECT_EQ(next.ask("0600").size(), 2U);
+  EXPECT_THAT(next.ask("0A09"), IsEmpty());
+
+  Host mute("mute");
+  EXPECT_THAT(mute.ask("0600"), IsEmpty());
+  EXPECT_EQ(mute.kinds(), "RMC GGA GSA GSA GST");
+  mute.receiver.set_mute(false);
+  EXPECT_EQ(mute.ask("0600").size(), 2U);
+
+  Host late("late=3000");
+  late.listen(200'000);
+  EXPECT_THAT(late.ask("0600", 2'990'000), IsEmpty());
+  late.listen(200'000);
+  EXPECT_EQ(late.frames.size(), 2U);
+
+  Host loses("lose=0.5");
+  size_t answered = 0;
+  for (int i = 0; i < 400; ++i) answered += loses.ask("0A28", 100'000).size();
+  EXPECT_NEAR(static_cast<double>(answered), 200, 40);
+  EXPECT_EQ(loses.receiver.statistics().frames_lost, 400 - answered);
+
+  Host garbage("garbage-ubx=0.5");  // listen() looks at every frame
+  garbage.listen(100 * second_us);
+  EXPECT_NEAR(static_cast<double>(garbage.frames.size()), 250, 50);
+  EXPECT_EQ(garbage.sentences.size(), 500U);
+  EXPECT_TRUE(
+      std::any_of(garbage.frames.begin(), garbage.frames.end(), [](auto& f) { return f.size() > 300; }));
+
+  Host cycles("power-cycle@2.5,power-cycle@4.5");
+  cycles.listen(7 * second_us);
+  EXPECT_EQ(cycles.receiver.statistics().power_ups, 3U);
+
+  for (const char* text : {"mute=1", "nak", "nak=624", "nak=06240", "nak=xyzz", "late=-1", "late=60001",
+                           "lose=2", "power-cycle=5", "power-cycle@", "power-cycle@-1", "reset-to=9601",
+                           "antenna=lost", "antenna=ok@x", "newer,newer", "garbage-ubx=nan"})
+    EXPECT_THROW((void)parse_faults(text), std::invalid_argument) << text;
+}
+
+TEST(SimUbx, SurvivesAHostThatNeverStops) {
+  ReceiverOptions options;
+  options.baud = 4800;
+  Host host(options);
+  std::string flood;
+  for (int i = 0; i < 4000; ++i) flood += frame_of("0A04");
+  host.receiver.set_host_baud(4800);
+  for (int i = 0; i < 10; ++i) host.write(flood);
+  host.listen(100 * second_us);
+  const Statistics s = host.receiver.statistics();
+  EXPECT_LE(s.frames_received, 65536U / 8);
+  EXPECT_GT(s.frames_lost, 3 * s.frames_sent);
+  EXPECT_GT(s.sentences_overrun, s.sentences_sent);
+
+  Host late("late=60000");
+  for (int i = 0; i < 300; ++i) late.write(frame_of("0A28"));
+  late.listen(50 * second_us);
+  EXPECT_EQ(late.receiver.statistics().frames_lost, 300U - 256U);
+
+  Random random(5);
+  for (int i = 0; i < 50; ++i) {
+    std::string noise(1000, '\0');
+    for (char& c : noise) c = static_cast<char>(random.below(256));
+    host.write(noise);
+    host.read_until(host.now_us + 3 * second_us);
+  }
+  EXPECT_TRUE(host.receiver.running());
+}
+
+TEST(SimUbx, DescribesFramesForPeople) {
+  const struct {
+    const char *frame, *text;
+  } cases[] = {
+      {"0600", "CFG-PRT poll 06 00 len 0"},
+      {"05010600", "ACK-ACK of CFG-PRT 05 01 len 2: 06 00"},
+      {"0601F0030001", "CFG-MSG GSV every 1 06 01 len 4: F0 03 00 01"},
+      {"06010A09", "CFG-MSG poll MON-HW 06 01 len 2: 0A 09"},
+      {"0677AB", "0x0677 06 77 len 1: AB"},
+      {"060404", "CFG-RST mode 0 06 04 len 1: 04"},
+  };
+  for (const auto& c : cases) {
+    const std::string bytes = bytes_of(c.frame);
+    const UbxFrame frame{{static_cast<uint8_t>(bytes[0]), static_cast<uint8_t>(bytes[1])},
+                         {bytes.begin() + 2, bytes.end()}};
+    EXPECT_EQ(describe(frame), c.text);
+  }
+  ReceiverOptions options = Host::with_faults("garbage-ubx=1");
+  Faults faults(options.faults);
+  for (int i = 0; i < 2000; ++i)
+    for (const char c : describe(*faults.garbage())) ASSERT_TRUE(c >= 0x20 && c < 0x7F);
+}
+
+}  // namespace
+}  // namespace ecu::koru::sim
