@@ -83,6 +83,7 @@ class MemoryTerminal final : public gpspub::ITerminalDevice {
   ssize_t write(int, const void*, size_t len) override { return static_cast<ssize_t>(len); }
   int getAttributes(int, termios&) override { return 0; }
   int setAttributes(int, const termios&) override { return 0; }
+  bool isWritable(int) override { return true; }
   int bytesReadable(int) override { return static_cast<int>(m_drive.ends[m_epoch] - m_at); }
   int waitReadable(int, int timeout_us) override {
     if (m_at < m_drive.ends[m_epoch]) return 1;
@@ -181,6 +182,7 @@ class ChunkTerminal final : public gpspub::ITerminalDevice {
   ssize_t write(int, const void*, size_t len) override { return static_cast<ssize_t>(len); }
   int getAttributes(int, termios&) override { return 0; }
   int setAttributes(int, const termios&) override { return 0; }
+  bool isWritable(int) override { return true; }
   int bytesReadable(int) override { return 256; }
   int waitReadable(int, int) override { return m_at < m_bytes.size() ? 1 : 0; }
   ssize_t read(int, void* data, size_t max) override {

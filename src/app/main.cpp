@@ -1,6 +1,8 @@
 // satnavd: takes the unit's position from its receiver to the vehicle.
 
+#include <fcntl.h>
 #include <mosquittopp.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -54,6 +56,14 @@ void onStopSignal(int signal) {
   if (signal != SIGINT && signal != SIGTERM) return;
   if (GPSDClient* service = stopCell().exchange(nullptr)) service->stop();
   for (const int each : STOP_SIGNALS) setAction(each, SIG_DFL);
+}
+
+/// A descriptor 0 to 2 that is closed would become that of a socket or the port, and log records would go
+/// there.
+void keepStandardDescriptors() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDWR) != fd) std::_Exit(EXIT_FAILURE);
+  }
 }
 
 /// A hang-up of the serial port and a peer that closes its end are no reason to die.
@@ -124,6 +134,7 @@ void stopTransport(com::ITransportClient& transport, int exit_status) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  keepStandardDescriptors();
   ignoreHangUps();
   GnssUtils::initDuration();
 

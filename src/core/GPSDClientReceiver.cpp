@@ -15,7 +15,7 @@ namespace {
 constexpr int READ_TIMEOUT_US = 100'000;
 constexpr int64_t FRAME_US = 1'000'000;
 constexpr int64_t REOPEN_US = 1'000'000;
-constexpr int64_t STABLE_US = 10'000'000;
+constexpr int64_t STABLE_US = 100'000;
 // A receiver that has just powered up talks at its default rate.
 constexpr int64_t POWER_UP_NS = 139'999'999'999;
 constexpr unsigned POWER_UP_BAUD = 9600;

@@ -16,6 +16,7 @@ namespace {
 
 constexpr int READ_WAIT_US = 100;
 constexpr int MIN_ITEM_LEN = 2;
+constexpr int MAX_UNFRAMED = 65536;
 constexpr unsigned OPEN_FAILURES_PER_LOG = 32;
 constexpr int MAX_ONE_LINE_DUMP = 30;
 constexpr int DUMP_LINE = 50;
@@ -78,6 +79,8 @@ void SerialInput::applyAttributes() {
   attributes.c_cc[VTIME] = 1;  // 0.1 s
   attributes.c_cc[VMIN] = 80;
   failed = m_device->setAttributes(m_fd_serial, attributes) != 0 || failed;
+  m_is_terminal = !failed;
+  m_unframed_bytes = 0;
   if (failed && !std::exchange(m_attributes_failure_logged, true)) {
     LOG.warning(logging::escaped(m_gnss_device), " does not take serial port settings, errno = ", errno,
                 ". It is read as it is.");
@@ -136,6 +139,9 @@ bool SerialInput::read() {
   }
   if (!readDevice()) return false;
   const bool framed = m_bytes_waiting >= MIN_ITEM_LEN && frameItem();
+  // What is no terminal has no line speed: one that gives bytes without end and nothing in them counts as one
+  // that ends.
+  if (!framed && m_unframed_bytes > MAX_UNFRAMED) m_device_gone = true;
   if (GnssUtils::debugIt(logflag::READS_PARSED)) {
     LOG.debug(framed ? "SerialInput parseLine true  m_bytes_waiting "
                      : "SerialInput parseLine false  m_bytes_waiting ",
@@ -163,6 +169,7 @@ bool SerialInput::frameItem() {
     const auto discarded = m_bytes_discarded;
     if (parseLine()) {
       ++m_num_lines;
+      m_unframed_bytes = 0;
       return true;
     }
     if (m_bytes_discarded == discarded) return false;
@@ -194,6 +201,7 @@ bool SerialInput::readDevice() {
   const ssize_t res = m_device->read(m_fd_serial, freeTail(), static_cast<size_t>(max));
   if (res > 0) {
     m_bytes_waiting += static_cast<int>(res);
+    if (!m_is_terminal) m_unframed_bytes += static_cast<int>(res);
     return true;
   }
   m_device_gone = res == 0 || (errno != EINTR && errno != EAGAIN);
@@ -202,7 +210,9 @@ bool SerialInput::readDevice() {
 }
 
 int SerialInput::sendBinary(const unsigned char* data, int len) {
-  const ssize_t res = m_device->write(m_fd_serial, data, static_cast<size_t>(len));
+  // A line that takes nothing (flow control, a peer that does not read) must not stop the service.
+  const bool takes = m_device->isWritable(m_fd_serial);
+  const ssize_t res = takes ? m_device->write(m_fd_serial, data, static_cast<size_t>(len)) : -1;
   if (res < 0) {
     LOG.error("Error sendBinary m_fd_serial ", m_fd_serial, " errno = ", errno);
   } else if (GnssUtils::debugIt(logflag::BYTES_SENT)) {

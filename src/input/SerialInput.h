@@ -88,6 +88,8 @@ class SerialInput : public IGnssInput {
   int m_num_lines = 0;
   bool m_device_gone = false;
   bool m_attributes_failure_logged = false;
+  bool m_is_terminal = true;
+  int m_unframed_bytes = 0;  // read from no terminal since the last item
 };
 
 }  // namespace ecu::koru::gpspub

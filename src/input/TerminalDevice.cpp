@@ -37,6 +37,20 @@ int TerminalDevice::waitReadable(int fd, int timeout_us) {
   return ::select(fd + 1, &readable, nullptr, nullptr, &timeout);
 }
 
+bool TerminalDevice::isWritable(int fd) {
+  if (fd < 0 || fd >= FD_SETSIZE) {
+    errno = EBADF;
+    return false;
+  }
+  fd_set writable;
+  FD_ZERO(&writable);
+  FD_SET(fd, &writable);
+  timeval now{0, 0};
+  const int ready = ::select(fd + 1, nullptr, &writable, nullptr, &now);
+  if (ready == 0) errno = EAGAIN;
+  return ready > 0;
+}
+
 int TerminalDevice::bytesReadable(int fd) {
   int bytes = 0;
   return ::ioctl(fd, FIONREAD, &bytes) == 0 ? bytes : -1;

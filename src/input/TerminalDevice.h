@@ -20,6 +20,8 @@ class ITerminalDevice {
   virtual ssize_t write(int fd, const void* data, size_t len) = 0;
   /// select() for reading for at most `timeout_us` (below a second): 1 readable, 0 time-out, -1 error.
   virtual int waitReadable(int fd, int timeout_us) = 0;
+  /// select() for writing without waiting; errno is EAGAIN when the line takes nothing now.
+  virtual bool isWritable(int fd) = 0;
   /// FIONREAD: how many bytes can be read at once, or -1.
   virtual int bytesReadable(int fd) = 0;
   virtual int getAttributes(int fd, termios& attributes) = 0;
@@ -34,6 +36,7 @@ class TerminalDevice final : public ITerminalDevice {
   ssize_t read(int fd, void* data, size_t max) override;
   ssize_t write(int fd, const void* data, size_t len) override;
   int waitReadable(int fd, int timeout_us) override;
+  bool isWritable(int fd) override;
   int bytesReadable(int fd) override;
   int getAttributes(int fd, termios& attributes) override;
   int setAttributes(int fd, const termios& attributes) override;

@@ -12,6 +12,7 @@ namespace {
 constexpr auto LOG = logging::module("koru.com.mqtt");
 
 constexpr std::chrono::milliseconds STOP_LIMIT{1000};
+constexpr std::chrono::milliseconds UNSUBSCRIBE_LIMIT{300};
 
 /// The service's signals belong to its main thread, from the thread's first instruction on.
 std::thread start_thread(std::shared_ptr<MqttConnection> connection) {
@@ -51,6 +52,7 @@ bool MqttClient::start() {
 }
 
 bool MqttClient::stop() {
+  if (!m_connection->on_delivery_thread()) m_connection->wait_until_unsubscribed(UNSUBSCRIBE_LIMIT);
   m_connection->request_stop();
   if (m_connection->on_delivery_thread()) return true;  // it ends when the observer that called this returns
   const std::lock_guard lock(m_mutex);

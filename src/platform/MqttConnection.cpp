@@ -276,7 +276,9 @@ void MqttConnection::process_written() {
     for (const auto& [mid, granted] : m_answers) {
       const auto topic = m_subscribing.extract(mid);
       if (!granted && topic) refused.push_back(topic.mapped());
+      m_unsubscribing.erase(mid);
     }
+    if (!m_answers.empty()) m_changed.notify_all();
   }
   m_written.clear();
   m_answers.clear();
@@ -306,6 +308,8 @@ void MqttConnection::set_lost() {
   m_dropping = false;
   m_outbox.clear();
   m_subscribing.clear();
+  m_unsubscribing.clear();
+  m_changed.notify_all();
 }
 
 MqttFailure MqttConnection::failure(int code, int system_error) const {
@@ -337,6 +341,10 @@ void MqttConnection::on_publish(int mid) {
 
 void MqttConnection::on_subscribe(int mid, int count, const int* granted) {
   m_answers.emplace_back(mid, count > 0 && granted[0] < REFUSED_SUBSCRIPTION);
+}
+
+void MqttConnection::on_unsubscribe(int mid) {
+  m_answers.emplace_back(mid, true);
 }
 
 void MqttConnection::on_message(const mosquitto_message* message) {
@@ -378,6 +386,11 @@ bool MqttConnection::wait_until_connected(milliseconds timeout) {
   std::unique_lock lock(m_mutex);
   m_changed.wait_for(lock, timeout, [this] { return m_connected || m_stopping; });
   return m_connected;
+}
+
+void MqttConnection::wait_until_unsubscribed(std::chrono::milliseconds timeout) {
+  std::unique_lock lock(m_mutex);
+  m_changed.wait_for(lock, timeout, [this] { return m_unsubscribing.empty(); });
 }
 
 bool MqttConnection::is_connected() const {
@@ -444,7 +457,11 @@ bool MqttConnection::unsubscribe(const std::string& topic) {
   {
     const std::lock_guard lock(m_mutex);
     known = m_subscriptions.remove(topic);
-    if (m_connected && can_be_subscribed(topic)) mosquittopp::unsubscribe(nullptr, topic.c_str());
+    int mid = 0;
+    if (m_connected && can_be_subscribed(topic) &&
+        mosquittopp::unsubscribe(&mid, topic.c_str()) == MOSQ_ERR_SUCCESS) {
+      m_unsubscribing.insert(mid);
+    }
   }
   if (!on_delivery_thread()) m_subscriptions.wait_until_idle(topic);
   return known;

@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -37,6 +38,9 @@ class MqttConnection final : private mosqpp::mosquittopp {
   void request_stop();
   /// True when run() has returned.
   [[nodiscard]] bool wait_until_ended(std::chrono::milliseconds timeout);
+  /// Waits until the broker has answered every unsubscription: its answers unread at the close would make the
+  /// system reset the connection, and the broker would lose what it had not read yet.
+  void wait_until_unsubscribed(std::chrono::milliseconds timeout);
   /// True when connected; ended early by request_stop().
   [[nodiscard]] bool wait_until_connected(std::chrono::milliseconds timeout);
 
@@ -58,6 +62,7 @@ class MqttConnection final : private mosqpp::mosquittopp {
   void on_publish(int mid) override;
   void on_message(const mosquitto_message* message) override;
   void on_subscribe(int mid, int count, const int* granted) override;
+  void on_unsubscribe(int mid) override;
   void on_log(int level, const char* text) override;
 
   // Of the delivery thread.
@@ -91,6 +96,7 @@ class MqttConnection final : private mosqpp::mosquittopp {
   bool m_dropping = false;  // messages are refused because old ones lie unwritten
   MqttOutbox m_outbox;
   std::map<int, std::string> m_subscribing;  // mid to topic, until the broker answers
+  std::set<int> m_unsubscribing;             // mids, likewise
 
   // Notes of the delivery thread.
   MqttConnectionLog m_log;
@@ -99,7 +105,7 @@ class MqttConnection final : private mosqpp::mosquittopp {
   int m_disconnect = 0;  // what on_disconnect() was told
   std::string m_errors;  // what the library reported at its error level
   std::vector<int> m_written;
-  std::vector<std::pair<int, bool>> m_answers;  // to subscriptions: mid, granted
+  std::vector<std::pair<int, bool>> m_answers;  // to (un)subscriptions: mid, granted
   std::vector<std::pair<std::string, Message>> m_received;
 };
 

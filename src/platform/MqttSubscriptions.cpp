@@ -6,6 +6,7 @@
 #include <exception>
 #include <functional>
 #include <string_view>
+#include <utility>
 
 #include "platform/Logging.h"
 
@@ -97,13 +98,18 @@ size_t MqttSubscriptions::collect(const std::string& topic, const Message& messa
   for (const auto& entry : m_all) {
     if (!matches(entry->filter, topic)) continue;
     filters.insert(entry->filter);
-    if (message.retained) {
-      if (entry->retained_seen.size() >= MAX_RETAINED) entry->retained_seen.clear();
-      if (!entry->retained_seen.insert(hash).second) continue;
-    }
+    if (message.retained && is_known(*entry, topic, hash)) continue;
+    if (!message.retained) entry->retained_seen.erase(topic);
     m_matching.push_back(entry);
   }
   return filters.size();
+}
+
+/// A retained message comes again with every subscription that matches it; only a change is news.
+bool MqttSubscriptions::is_known(Subscription& entry, const std::string& topic, size_t hash) {
+  if (entry.retained_seen.size() >= MAX_RETAINED) entry.retained_seen.clear();
+  const auto [seen, added] = entry.retained_seen.try_emplace(topic, hash);
+  return !added && std::exchange(seen->second, hash) == hash;
 }
 
 /// Some brokers send a message once for each of a client's topics that match, others once. Copies follow each

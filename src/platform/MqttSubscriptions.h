@@ -39,10 +39,11 @@ class MqttSubscriptions {
     std::weak_ptr<ISubscriptionObserver> observer;
     int qos;
     bool removed = false;
-    std::set<size_t> retained_seen;  // hashes of the retained messages that this connection brought
+    std::map<std::string, size_t> retained_seen;  // topic to hash of its last message on this connection
   };
   using Pointer = std::shared_ptr<Subscription>;
 
+  static bool is_known(Subscription& entry, const std::string& topic, size_t hash);
   size_t collect(const std::string& topic, const Message& message, size_t hash);
   bool is_copy(const Message& message, size_t hash, size_t filters);
   void call(const Pointer& subscription, const std::string& topic, const Message& message);

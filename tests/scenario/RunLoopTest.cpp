@@ -7,7 +7,7 @@
 
 #include "platform/PbInternalMessageAdapter.h"
 #include "platform/Topics.h"
-#include "scenario/World.h"
+#include "scenario/Ubx.h"
 
 namespace {
 
@@ -22,6 +22,7 @@ constexpr int64_t S = 1'000'000;
 using Row = std::tuple<int64_t, int, int>;
 std::vector<Row> rows(const std::vector<Published>& published) {
   std::vector<Row> out;
+  out.reserve(published.size());
   for (const auto& [at_us, data] : published) out.emplace_back(at_us / MS, data.status(), data.nmea_size());
   return out;
 }
@@ -126,7 +127,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(RunLoop, FrameSplitIntoSingleBytesComesOutWhole) {
   Script script;
-  const std::string bytes = "\x07garbage" + epoch(1) + "\xB5\x62\x01\x21\x02\x00\x01\x02\x27\xA1";
+  const std::string bytes = "\x07garbage" + epoch(1) + ubx(0x01, 0x21, "ab");
   for (size_t i = 0; i < bytes.size(); ++i)
     script.add(300 * MS + static_cast<int64_t>(i) * 260, bytes.substr(i, 1));
   World world(script);

@@ -33,8 +33,8 @@ std::string bytes(const std::string& hex) {
 
 std::string kind(const std::string& frame) {
   char text[24];
-  std::snprintf(text, sizeof text, "%02X %02X%s", static_cast<uint8_t>(frame[2]),
-                static_cast<uint8_t>(frame[3]), frame.size() == 8 ? " poll" : "");
+  static_cast<void>(std::snprintf(text, sizeof text, "%02X %02X%s", static_cast<uint8_t>(frame[2]),
+                                  static_cast<uint8_t>(frame[3]), frame.size() == 8 ? " poll" : ""));
   return text;
 }
 

@@ -64,6 +64,7 @@ class ScenarioTerminal final : public gpspub::ITerminalDevice {
       m_time.advance_to_us(std::clamp(m_source.next_byte_us(), m_time.now_us() + 1, end));
     }
   }
+  bool isWritable(int /*fd*/) override { return true; }
   int bytesReadable(int /*fd*/) override { return static_cast<int>(m_source.available()); }
   int getAttributes(int /*fd*/, termios& /*attributes*/) override { return 0; }
   int setAttributes(int /*fd*/, const termios& attributes) override {
@@ -164,13 +165,13 @@ std::string sentence(const std::string& body) {
   unsigned sum = 0;
   for (const char c : body) sum ^= static_cast<unsigned char>(c);
   char tail[8];
-  std::snprintf(tail, sizeof tail, "*%02X\r\n", sum);
+  static_cast<void>(std::snprintf(tail, sizeof tail, "*%02X\r\n", sum));
   return "$" + body + tail;
 }
 
 std::string epoch(int second, const std::string& kinds, int hundredths) {
   char time[16];
-  std::snprintf(time, sizeof time, "1235%02d.%02d", second, hundredths);
+  static_cast<void>(std::snprintf(time, sizeof time, "1235%02d.%02d", second, hundredths));
   const std::map<std::string, std::string> bodies{
       {"RMC", std::string("GNRMC,") + time + ",A,4807.03800,N,01131.00000,E,22.400,84.40,230326,,,A"},
       {"GGA", std::string("GNGGA,") + time + ",4807.03800,N,01131.00000,E,1,09,0.90,545.4,M,46.9,M,,"},

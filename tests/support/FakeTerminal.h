@@ -44,6 +44,7 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
     ecu::koru::time_source().sleep_ns(int64_t{timeout_us} * 1000);
     return 0;
   }
+  bool isWritable(int /*fd*/) override { return true; }
   int bytesReadable(int /*fd*/) override {
     return counts ? static_cast<int>(incoming.size()) : failed(ENOTTY);
   }
