@@ -70,8 +70,19 @@ TEST(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
   EXPECT_EQ(client->publish("end", text_message("x")), 0);
   ASSERT_TRUE(observer->got("end=x"));
   EXPECT_THAT(observer->texts(), ElementsAre("end=x"));
+  // The end of the service: many at once, then good-bye. The broker must get them all.
+  for (int i = 0; i < 20; ++i) client->unsubscribe("end" + std::to_string(i));
   EXPECT_TRUE(client->stop());
   EXPECT_LT(client->publish("a", text_message("x")), 0);
+  const std::string request = "Received UNSUBSCRIBE from satnavd";
+  EXPECT_TRUE(test::eventually(
+      [&] {
+        const std::string log = broker.log();
+        int count = 0;
+        for (size_t at = 0; (at = log.find(request, at)) != std::string::npos; ++at) ++count;
+        return count == 3 + 20;
+      },
+      5000));
   for (const char* line : {"Received UNSUBSCRIBE from satnavd", "Received DISCONNECT from satnavd"}) {
     EXPECT_TRUE(test::eventually([&] { return broker.log().find(line) != std::string::npos; }, 5000)) << line;
   }
