@@ -82,7 +82,11 @@ void Session::wait_for_host() {
 
 void Session::look_at_host() {
   const bool held = m_pty.held();
-  if (m_held && !held) m_pty.discard_unread();
+  if (m_held && !held) {
+    while (hear_host()) {  // its last words
+    }
+    m_pty.discard_unread();
+  }
   if (held != m_held && m_trace) m_trace->interrupted();
   m_held = held;
   m_receiver->set_open(held);
@@ -129,16 +133,18 @@ void Session::sleep_until(int64_t wake_us) {
                                {m_receiver ? m_console.descriptor() : -1, POLLIN, 0}}};
   if (ppoll(ready.data(), ready.size(), m_wake_us == INT64_MAX ? nullptr : &rest, nullptr) <= 0) return;
   if (ready[0].revents != 0) m_stopped = true;
-  if ((ready[1].revents & POLLIN) != 0) hear_host();
+  if ((ready[1].revents & POLLIN) != 0) (void)hear_host();
   if (ready[2].revents != 0) hear_console();
 }
 
-void Session::hear_host() {
-  if (!m_receiver) return;
+bool Session::hear_host() {
+  std::array<uint8_t, 1024> from_host;
+  const size_t count = m_pty.read(from_host);
+  if (count == 0 || !m_receiver) return false;
   m_receiver->set_host_baud(m_pty.host_baud());
   deliver();  // what comes now has not been heard before
-  std::array<uint8_t, 1024> from_host;
-  m_receiver->write(std::span(from_host).first(m_pty.read(from_host)));
+  m_receiver->write(std::span(from_host).first(count));
+  return true;
 }
 
 void Session::hear_console() {

@@ -33,7 +33,8 @@ class Session {
   void look_at_host();
   void deliver();
   void hand_over(std::span<const uint8_t> bytes);
-  void hear_host();
+  /// False when the host has written nothing.
+  bool hear_host();
   void hear_console();
   [[nodiscard]] int64_t next_wake_us() const;
   void sleep_until(int64_t wake_us);
