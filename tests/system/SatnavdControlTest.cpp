@@ -219,7 +219,7 @@ TEST_F(SatnavdControl, SilencesTheReceiverAndWakesItByItsResetLine) {
   played.silent = false;
   EXPECT_TRUE(played.hears(PORT_POLL));
   EXPECT_TRUE(played.lives_until(
-      [&] { return !tap.fixes().empty() && tap.fixes().back()["body"]["nmea"].size() > 0; }));
+      [&] { return !tap.fixes().empty() && !tap.fixes().back()["body"]["nmea"].empty(); }));
 }
 
 TEST_F(SatnavdControl, ChangesOfTheConstellationsRestartTheSequenceOnce) {

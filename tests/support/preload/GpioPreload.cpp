@@ -46,7 +46,7 @@ int open_stand_in(Open* real, std::string_view path, int flags, mode_t mode) {
   const std::string_view name = path.substr(GPIO.size());
   const int fd = real((folder() + std::string(name)).c_str(), flags, mode);
   if (fd < 0 || fd >= MAX_FD) return fd;
-  snprintf(watched[fd].name, sizeof watched[fd].name, "%s", name.data());
+  static_cast<void>(snprintf(watched[fd].name, sizeof watched[fd].name, "%s", name.data()));
   watched[fd].is_open = true;
   return fd;
 }
@@ -58,7 +58,7 @@ void tell(const char* name, std::string_view bytes) {
       std::to_string(int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec) + " " + (name + 1) + " ";
   for (const char byte : bytes) {
     char digits[3];
-    snprintf(digits, sizeof digits, "%02x", static_cast<unsigned char>(byte));
+    static_cast<void>(snprintf(digits, sizeof digits, "%02x", static_cast<unsigned char>(byte)));
     line += digits;
   }
   line += '\n';
