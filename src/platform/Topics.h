@@ -12,6 +12,23 @@ inline const std::string ANTENNA_OPEN_CIRCUIT = "rt/system/status_gnss_antenna_o
 inline const std::string ANTENNA_SHORT_CIRCUIT = "rt/system/status_gnss_antenna_short_circuit";
 inline const std::string MODULE_ERROR = "rt/system/status_gnss_module_error";
 
+inline const std::string GNSS_TIMESTAMP = "rt/system/gnss_timestamp_ns";
+inline const std::string SYSTIME_TD = "systime/td";
+
+// Signal groups on the vehicle's buses, published by a unit with a receiver.
+inline const std::string VP1_TX = "rt/j1939can/tx/vp1_local";
+inline const std::string VP2_TX = "rt/j1939can/tx/vp2_local";
+inline const std::string VDS_TX = "rt/j1939can/tx/vds_local";
+inline const std::string TD_TX = "rt/j1939can/tx/td_local";
+inline const std::string P2C1_TX = "rt/oemcan/tx/p2c1_local";
+
+// The same groups from another unit, subscribed by a unit without one.
+inline const std::string VP1_RX = "rt/j1939can/rx/vp1_fb";
+inline const std::string VP2_RX = "rt/j1939can/rx/vp2_fb";
+inline const std::string VDS_RX = "rt/j1939can/rx/vds_fb";
+inline const std::string TD_RX = "rt/j1939can/rx/td_fb";
+inline const std::string P2C1_RX = "rt/oemcan/rx/p2c1_fb";
+
 // Published by the unit with the receiver, subscribed by all.
 inline const std::string GNSS_SOURCE = "system/gnss/source";
 
