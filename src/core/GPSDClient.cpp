@@ -6,7 +6,9 @@
 #include "input/SerialInput.h"
 #include "nmea/GnssUtils.h"
 #include "platform/Time.h"
+#include "publish/GnssPublishCAN.h"
 #include "publish/GnssPublishMqtt.h"
+#include "publish/GnssPublishSystime.h"
 
 namespace ecu::koru::gpspub {
 
@@ -38,7 +40,11 @@ GPSDClient::GPSDClient(std::shared_ptr<com::ITransportClient>& transportClient, 
       m_antenna(m_ublox_config, *this, transportClient),
       m_ubx_reception(*m_input, m_ublox_config, m_antenna, *this),
       m_publish_mqtt(std::make_unique<GnssPublishMqtt>()),
+      m_publish_can(hwversion == "zpt" ? std::make_unique<GnssPublishCAN>() : nullptr),
+      m_publish_systime(hwversion == "qrx" && m_hw_hasgnss ? std::make_unique<GnssPublishSystime>()
+                                                           : nullptr),
       m_gnss_observer(std::make_shared<GnssObserver>(static_cast<IGnssControl&>(*this))),
+      m_gnss_ican_observer(std::make_shared<GnssIcanObserver>([this] { return inMode(); })),
       m_time_zone_observer(std::make_shared<TimeZoneObserver>()) {
   if (!publishGnssSource()) LOG.error("Unable to publish GnssSource!");
   subscribeObservers();
@@ -63,11 +69,6 @@ void GPSDClient::run() {
     }
   }
   unsubscribeObservers();
-}
-
-void GPSDClient::runIcan() {
-  LOG.error("this version does not take the position from CAN yet: nothing is published");
-  while (inMode()) waitWhileRunning(GNSS_OFF_WAIT_US);
 }
 
 void GPSDClient::stop() {
@@ -114,6 +115,9 @@ void GPSDClient::disableHardwareInit() {
 void GPSDClient::publishGnssData() {
   if (m_transport_client->is_connected()) {
     fillTimeZone(m_epoch.info());
+    if (m_publish_systime) {
+      m_publish_systime->publishFrame(m_transport_client, m_epoch.info(), m_epoch.sentences());
+    }
     m_publish_mqtt->publishFrame(m_transport_client, m_epoch.info(), m_epoch.sentences());
   } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
     LOG.debug("GPSDClient::publishGnssData - DATA TO PUBLISH BUT NO MQTT");

@@ -8,6 +8,7 @@
 #include "core/SystemClock.h"
 #include "input/IGnssInput.h"
 #include "nmea/EpochAssembly.h"
+#include "observe/GnssIcanObserver.h"
 #include "observe/GnssObserver.h"
 #include "observe/TimeZoneObserver.h"
 #include "platform/Transport.h"
@@ -88,6 +89,8 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
   /// The topics that the end of run() leaves, in their order.
   void unsubscribeObservers();
   void unsubscribeAll();
+  void subscribeIcanMessages();
+  void sendFrameUsingIcan();
 
   // GPSDClientReceiver.cpp: receiver mode.
   void logInputWarnings() const;
@@ -99,7 +102,8 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
   void processNewData();
   void processUblox();
   void sendFrameIfDue();
-  void frameSent();
+  void sendGpsOnCan();
+  void sendAndCountFrame();
   void timeoutToSendFrame();
   [[nodiscard]] bool isNoCommunication() const;
   [[nodiscard]] int64_t noCommunicationThreshold() const;
@@ -141,7 +145,10 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
   AntennaSupervision m_antenna;
   UbxReception m_ubx_reception;
   std::unique_ptr<IGnssPublish> m_publish_mqtt;
+  std::unique_ptr<IGnssPublish> m_publish_can;      // null: this hardware has no vehicle buses
+  std::unique_ptr<IGnssPublish> m_publish_systime;  // null: this unit does not serve the time
   std::shared_ptr<GnssObserver> m_gnss_observer;
+  std::shared_ptr<GnssIcanObserver> m_gnss_ican_observer;
   std::shared_ptr<TimeZoneObserver> m_time_zone_observer;
 
   uint32_t m_bytes_received = 0;

@@ -28,7 +28,17 @@ const std::array<TopicRef, 6> SELECTION_TOPICS{
     GnssObserver::m_topic_gnss_system_glonass, GnssObserver::m_topic_gnss_system_galileo,
     GnssObserver::m_topic_gnss_system_beidou,  GnssObserver::m_topic_gnss_antenna_power};
 
+const std::array<TopicRef, 5> ICAN_TOPICS{
+    GnssIcanObserver::topic_vp1_base, GnssIcanObserver::topic_vp2_base, GnssIcanObserver::topic_vds_base,
+    GnssIcanObserver::topic_timedate_var6, GnssIcanObserver::topic_p2c1_base};
+
 }  // namespace
+
+void GPSDClient::subscribeIcanMessages() {
+  for (const std::string& topic : ICAN_TOPICS) {
+    m_transport_client->subscribe(topic, m_gnss_ican_observer, QOS);
+  }
+}
 
 void GPSDClient::subscribeObservers() {
   for (const std::string& topic : SYSTEM_TOPICS) m_transport_client->subscribe(topic, m_gnss_observer, QOS);
@@ -48,6 +58,7 @@ void GPSDClient::unsubscribeObservers() {
   if (std::exchange(m_observers_unsubscribed, true)) return;
   for (const std::string& topic : SYSTEM_TOPICS) m_transport_client->unsubscribe(topic);
   for (const std::string& topic : SELECTION_TOPICS) m_transport_client->unsubscribe(topic);
+  for (const std::string& topic : ICAN_TOPICS) m_transport_client->unsubscribe(topic);
 }
 
 void GPSDClient::unsubscribeAll() {

@@ -69,7 +69,7 @@ void GPSDClient::connectOrWait() {
   timeoutToSendFrame();
   if (!inMode()) return;
   publishGnssData();
-  frameSent();
+  sendAndCountFrame();
   ++m_comm_retries;
   if (GnssUtils::debugIt(logflag::CONNECTION)) {
     LOG.debug("No communication retrying. Num retries ", m_comm_retries);
@@ -141,12 +141,29 @@ void GPSDClient::processUblox() {
 void GPSDClient::sendFrameIfDue() {
   if (!m_epoch.isFrameDue(GnssUtils::getMicrosecDuration(0))) return;
   if (!m_epoch.framePublished()) publishGnssData();
-  frameSent();
+  sendAndCountFrame();
 }
 
-void GPSDClient::frameSent() {
-  m_epoch.frameSent(GnssUtils::getMicrosecDuration(0),
-                    static_cast<uint8_t>(m_epoch.infoSent().m_utc_tm.tm_sec));
+/// The published fix goes to the vehicle's buses, which clears it: its second is taken before.
+void GPSDClient::sendAndCountFrame() {
+  const auto second = static_cast<uint8_t>(m_epoch.infoSent().m_utc_tm.tm_sec);
+  if (m_publish_can) sendGpsOnCan();
+  m_epoch.frameSent(GnssUtils::getMicrosecDuration(0), second);
+}
+
+void GPSDClient::sendGpsOnCan() {
+  GnssInfo& info = m_epoch.infoSent();
+  if (m_transport_client->is_connected()) {
+    const int32_t status = info.getStatus();
+    if (GnssUtils::debugIt(logflag::CONNECTION)) {
+      LOG.debug("GPSDClient::sendGpsOnCan -  gnss_status ", status);
+    }
+    m_publish_can->publishFrame(m_transport_client, info, m_epoch.sentences());
+    m_antenna.publishModuleErrorMessage(status == 1 && !m_antenna.isRadioSilent());
+  } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
+    LOG.debug("GPSDClient::sendGpsOnCan - DATA TO PUBLISH BUT NO MQTT ");
+  }
+  info.clear();
 }
 
 /// Until a second after the last frame was sent.

@@ -7,6 +7,7 @@
 
 #include "nmea/GnssInfo.h"
 #include "nmea/ServiceLog.h"
+#include "platform/Transport.h"
 
 namespace ecu::koru::gpspub {
 
@@ -109,6 +110,13 @@ class GnssUtils {
   static void parseGSAString(const std::string& sentence, GnssInfo& info);
   /// Position error.
   static void parseGSTString(const std::string& sentence, GnssInfo& info);
+
+  // --- the record into a signal group
+  // -------------------------------------------------------------------------------
+  /// UTC and offset to local time as the time/date group (PGN 65254) that has this topic; all not available
+  /// without a dated fix. False, logged, when there is no such group.
+  [[nodiscard]] static bool create_Timedate_Var6_Message(const std::string& topic, const GnssInfo& info,
+                                                         com::Message& out);
 
  private:
   static inline std::atomic<unsigned> m_log_flags{0};

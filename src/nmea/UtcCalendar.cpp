@@ -43,12 +43,8 @@ bool parseSixDigits(std::string_view date, std::string_view time, std::tm& out) 
   utc.tm_hour = twoDigits(time, 0);
   utc.tm_min = twoDigits(time, 2);
   utc.tm_sec = twoDigits(time, 4);
-  // Second 60 is a leap second, 61 is what strptime lets through beside it.
-  if (!within(utc.tm_mday, 1, 31) || !within(month, 1, 12) || year < 0 || !within(utc.tm_hour, 0, 23) ||
-      !within(utc.tm_min, 0, 59) || !within(utc.tm_sec, 0, 61)) {
-    return false;
-  }
   utc.tm_mon = month - 1;
+  if (year < 0 || !isCalendarTime(utc)) return false;
   utc.tm_year = year >= 69 ? year : year + 100;
   const int64_t full_year = utc.tm_year + 1900;
   const int64_t days = daysSinceEpoch(full_year, month, utc.tm_mday);
@@ -59,6 +55,12 @@ bool parseSixDigits(std::string_view date, std::string_view time, std::tm& out) 
 }
 
 }  // namespace
+
+bool isCalendarTime(const std::tm& time) {
+  // Second 60 is a leap second, 61 is what strptime lets through beside it.
+  return within(time.tm_mday, 1, 31) && within(time.tm_mon, 0, 11) && within(time.tm_hour, 0, 23) &&
+         within(time.tm_min, 0, 59) && within(time.tm_sec, 0, 61);
+}
 
 bool parseDateTime(std::string_view date, std::string_view time, std::tm& out) {
   if (date.size() == 6 && time.size() == 6) return parseSixDigits(date, time, out);

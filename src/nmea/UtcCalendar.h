@@ -10,6 +10,9 @@ namespace ecu::koru::gpspub {
 /// week day and day of year included. False, `out` unchanged, when that is no date and time.
 [[nodiscard]] bool parseDateTime(std::string_view date, std::string_view time, std::tm& out);
 
+/// Each field is in its own range (a month of 31 days, a minute of 62 seconds at most).
+[[nodiscard]] bool isCalendarTime(const std::tm& time);
+
 /// UTC seconds since 1970-01-01 of a broken-down UTC time, whatever the process's time zone. A day beyond the
 /// end of its month counts on into the next.
 [[nodiscard]] int64_t secondsSinceEpoch(const std::tm& utc);

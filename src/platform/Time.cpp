@@ -1,6 +1,7 @@
 #include "platform/Time.h"
 
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 
 namespace ecu::koru {
@@ -40,6 +41,10 @@ void SystemTime::sleep_ns(int64_t ns) {
   nanosleep(&wait, nullptr);
 }
 
+void SystemTime::wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) {
+  condition.wait_for(lock, std::chrono::nanoseconds(ns));
+}
+
 timeval SystemTime::wall() const {
   timeval now{};
   gettimeofday(&now, nullptr);
@@ -69,6 +74,13 @@ bool VirtualTime::set_wall(const timeval& now) {
   }
   m_wall_offset_us = static_cast<int64_t>(now.tv_sec) * US_PER_S + now.tv_usec - m_now_ns.load() / 1000;
   return true;
+}
+
+void VirtualTime::wait_ns(std::condition_variable& /*condition*/, std::unique_lock<std::mutex>& lock,
+                          int64_t ns) {
+  lock.unlock();
+  sleep_ns(ns);
+  lock.lock();
 }
 
 void VirtualTime::advance(int64_t ns) {

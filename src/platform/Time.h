@@ -3,7 +3,9 @@
 #include <sys/time.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 
 namespace ecu::koru {
 
@@ -17,6 +19,10 @@ class ITimeSource {
   [[nodiscard]] virtual int64_t boot_ns() const = 0;
   /// Sleeps for at most `ns`; a signal may end it early. Nothing happens for 0 or less.
   virtual void sleep_ns(int64_t ns) = 0;
+  /// Waits for the condition, but for at most `ns`; may end early without it. `lock` is held before and
+  /// afterwards.
+  virtual void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+                       int64_t ns) = 0;
   /// The system clock (gettimeofday), UTC.
   [[nodiscard]] virtual timeval wall() const = 0;
   /// Sets the system clock (settimeofday). False when refused; errno tells why.
@@ -29,6 +35,7 @@ class SystemTime final : public ITimeSource {
   [[nodiscard]] int64_t steady_ns() const override;
   [[nodiscard]] int64_t boot_ns() const override;
   void sleep_ns(int64_t ns) override;
+  void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override;
   [[nodiscard]] timeval wall() const override;
   [[nodiscard]] bool set_wall(const timeval& now) override;
 };
@@ -42,6 +49,8 @@ class VirtualTime final : public ITimeSource {
   [[nodiscard]] int64_t steady_ns() const override { return m_now_ns.load(); }
   [[nodiscard]] int64_t boot_ns() const override { return m_now_ns.load(); }
   void sleep_ns(int64_t ns) override { advance(ns); }
+  /// Sleeps without the lock: whatever moves the time may take it.
+  void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override;
   [[nodiscard]] timeval wall() const override;
   [[nodiscard]] bool set_wall(const timeval& now) override;
 

@@ -1,0 +1,35 @@
+// CAN-input mode: the position of another unit, published again.
+
+#include "core/GPSDClient.h"
+#include "nmea/GnssUtils.h"
+
+namespace ecu::koru::gpspub {
+
+void GPSDClient::runIcan() {
+  m_gnss_ican_observer->restart();
+  subscribeIcanMessages();
+  while (inMode()) {
+    const bool time_out = m_gnss_ican_observer->timeoutToSendFrame();
+    if (!inMode()) break;
+    const int32_t status = m_gnss_ican_observer->getGnssInfoStatus();
+    sendFrameUsingIcan();
+    if (GnssUtils::debugIt(logflag::CONNECTION)) {
+      LOG.debug("runIcan time_out ", time_out, " gnss_status ", status, " m_comm_retries ", m_comm_retries);
+    }
+    m_antenna.publishModuleErrorMessage(false);
+    m_comm_retries = time_out ? m_comm_retries + 1 : 0;
+  }
+}
+
+void GPSDClient::sendFrameUsingIcan() {
+  m_data_time_us = GnssUtils::getMicrosecDuration(0);
+  if (m_transport_client->is_connected()) {
+    GnssInfo info = m_gnss_ican_observer->takeGnssInfo();
+    fillTimeZone(info);
+    if (m_running) m_publish_mqtt->publishFrame(m_transport_client, info, m_epoch.sentences());
+  } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
+    LOG.debug("DATA TO PUBLISH BUT NO MQTT ");
+  }
+}
+
+}  // namespace ecu::koru::gpspub

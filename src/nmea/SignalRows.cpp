@@ -1,0 +1,56 @@
+#include "nmea/SignalRows.h"
+
+#include <array>
+#include <cmath>
+#include <string_view>
+
+#include "nmea/GnssUtils.h"
+#include "nmea/ServiceLog.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr std::array<uint8_t, 8> ALL_ONES{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+
+/// "0xFF", a byte more for each byte of the signal.
+std::string_view pattern(size_t bytes) {
+  return std::string_view("0xFFFFFFFFFFFFFFFF").substr(0, 2 + 2 * bytes);
+}
+
+size_t widthInBytes(const rt::SignalGroup& group, const char* signal) {
+  const rt::SignalDefinition* definition = group.definition().signal(signal);
+  return definition != nullptr ? definition->data_bytes() : 1;
+}
+
+}  // namespace
+
+void setNotAvailable(rt::SignalGroup& group, const char* signal) {
+  if (!group.set_signal_data(signal, std::span(ALL_ONES).first(widthInBytes(group, signal)))) {
+    LOG.error("Unable to set_signal_data on ", signal, " SignalGroup for ", group.topic());
+  }
+}
+
+void fillSignals(rt::SignalGroup& group, std::span<const SignalRow> rows, const GnssInfo& info) {
+  for (const SignalRow& row : rows) {
+    const double value = row.value(info);
+    if (!std::isnan(value)) {
+      if (!group.set_signal_scaled_value(row.signal, value)) {
+        LOG.warning("Unable to set_signal_scaled_value on ", row.signal, " SignalGroup for ", group.topic());
+      }
+      continue;
+    }
+    if (GnssUtils::debugIt(logflag::PUBLICATION)) {
+      LOG.debug(" ", row.label, " ", pattern(widthInBytes(group, row.signal)));
+    }
+    setNotAvailable(group, row.signal);
+  }
+}
+
+bool packGroup(const rt::SignalGroup& group, const std::string& topic, com::Message& out) {
+  if (rt::SignalAdapter::instance().pack(group, out)) return true;
+  LOG.error("Unable to pack SignalGroup for ", topic);
+  return false;
+}
+
+}  // namespace ecu::koru::gpspub

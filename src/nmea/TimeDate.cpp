@@ -1,0 +1,64 @@
+// The time/date group: UTC of the fix and the offset to local time.
+
+#include <array>
+
+#include "nmea/GnssUtils.h"
+#include "nmea/SignalRows.h"
+#include "platform/Signals.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr int TM_YEAR = 1900;
+
+const std::array<SignalRow, 6> UTC_ROWS{
+    {{"seconds", " seconds ", [](const GnssInfo& info) { return double(info.m_utc_tm.tm_sec); }},
+     {"minutes", " minutes ", [](const GnssInfo& info) { return double(info.m_utc_tm.tm_min); }},
+     {"hours", " hours ", [](const GnssInfo& info) { return double(info.m_utc_tm.tm_hour); }},
+     {"month", " month ", [](const GnssInfo& info) { return double(info.m_utc_tm.tm_mon + 1); }},
+     {"day", " day ", [](const GnssInfo& info) { return double(info.m_utc_tm.tm_mday); }},
+     {"year", " year ",
+      [](const GnssInfo& info) { return double(static_cast<uint16_t>(info.m_utc_tm.tm_year + TM_YEAR)); }}}};
+
+const std::array<SignalRow, 2> OFFSET_ROWS{
+    {{"localminuteoffset", " localminuteoffset ",
+      [](const GnssInfo& info) { return double(info.m_local_minute_offset); }},
+     {"localhouroffset", " localhouroffset ",
+      [](const GnssInfo& info) { return double(info.m_local_hour_offset); }}}};
+
+void setValues(rt::SignalGroup& group, std::span<const SignalRow> rows, const GnssInfo& info) {
+  fillSignals(group, rows, info);
+  if (!logging::enabled(logging::Level::DEBUG)) return;
+  for (const SignalRow& row : rows) LOG.debug(row.label, row.value(info));
+}
+
+void setNoValues(rt::SignalGroup& group, std::span<const SignalRow> rows) {
+  for (const SignalRow& row : rows) setNotAvailable(group, row.signal);
+}
+
+}  // namespace
+
+bool GnssUtils::create_Timedate_Var6_Message(const std::string& topic, const GnssInfo& info,
+                                             com::Message& out) {
+  rt::SignalGroup group = rt::SignalAdapter::instance().create_sg(topic);
+  if (!group.is_valid()) {
+    LOG.error("Unable to create signal group for ", topic);
+    return false;
+  }
+  if (info.getStatus() > 2) {
+    setValues(group, UTC_ROWS, info);
+    const bool zone_known = info.m_local_hour_offset != OFFSET_NOT_AVAILABLE &&
+                            info.m_local_minute_offset != OFFSET_NOT_AVAILABLE;
+    zone_known ? setValues(group, OFFSET_ROWS, info) : setNoValues(group, OFFSET_ROWS);
+  } else {
+    LOG.debug(" seconds 0xFF ");
+    LOG.debug(" minutes 0xFF  hours 0xFF  day 0xFF ");
+    LOG.debug(" month 0xFF year 0xFF");
+    setNoValues(group, UTC_ROWS);
+    setNoValues(group, OFFSET_ROWS);
+  }
+  return packGroup(group, topic, out);
+}
+
+}  // namespace ecu::koru::gpspub

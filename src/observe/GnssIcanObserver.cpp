@@ -1,0 +1,296 @@
+#include "observe/GnssIcanObserver.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "nmea/ServiceLog.h"
+#include "nmea/UtcCalendar.h"
+#include "platform/Time.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr double NOT_AVAILABLE = std::numeric_limits<double>::quiet_NaN();
+constexpr int64_t NS_PER_MS = 1'000'000;
+constexpr int64_t FIRST_PERIOD_MS = 2000;
+constexpr int64_t PERIOD_MS = 1700;     // while time/date frames come
+constexpr int64_t OWN_PERIOD_MS = 999;  // without them
+constexpr int64_t SLICE_NS = 100 * NS_PER_MS;
+constexpr size_t MAX_SIGNALS = 6;
+constexpr double US_PER_S = 1e6;
+
+/// A signal, and the name that the log knows it by.
+struct SignalName {
+  const char* signal;
+  const char* logged;
+};
+
+constexpr std::array<SignalName, 2> VP1_SIGNALS{{{"latitude", "latitude"}, {"longitude", "longitude"}}};
+constexpr std::array<SignalName, 4> VP2_SIGNALS{
+    {{"totalnumberofsatellitesinview", "totalnumberofsatellitesinview"},
+     {"horizontaldilutionofprecision", "horizontaldilutionofprecision"},
+     {"verticaldilutionofprecision", "verticaldilutionofprecision"},
+     {"positiondilutionofprecision", "positiondilutionofprecision"}}};
+constexpr std::array<SignalName, 4> VDS_SIGNALS{
+    {{"altitude", "altitude"},
+     {"navigationbasedvehiclespeed", "navigationbasedvehiclespeed"},
+     {"compassbearing", "compassbearing"},
+     {"pitch", "pitchgnss_base"}}};
+constexpr std::array<SignalName, 4> P2C1_SIGNALS{
+    {{"navmodegnss_base", "navmodegnss_base"},
+     {"qualityindicatorgnss_base", "qualityindicatorgnss_base"},
+     {"vehposwgs84altitudegnss_base", "vehposwgs84altitudegnss_base"},
+     {"vehposprecisiongnss_base", "vehposprecisiongnss_base"}}};
+constexpr std::array<SignalName, 6> TD_SIGNALS{{{"seconds", "seconds"},
+                                                {"minutes", "minutes"},
+                                                {"hours", "hours"},
+                                                {"day", "day"},
+                                                {"month", "month"},
+                                                {"year", "year"}}};
+
+/// The whole number of a signal that holds a count or a code; -1 without one.
+int32_t wholeNumber(double value) {
+  const bool fits = value >= 0 && value <= std::numeric_limits<int32_t>::max();
+  return fits ? static_cast<int32_t>(value) : -1;
+}
+
+/// The calendar time of the six values in their order; nothing when it is none.
+std::optional<std::tm> calendarTime(std::span<const double> values) {
+  std::tm tm{};
+  tm.tm_sec = wholeNumber(values[0]);
+  tm.tm_min = wholeNumber(values[1]);
+  tm.tm_hour = wholeNumber(values[2]);
+  tm.tm_mday = wholeNumber(std::ceil(values[3]));  // its quarters 1 to 4 all are day 1
+  tm.tm_mon = wholeNumber(values[4]) - 1;
+  tm.tm_year = wholeNumber(values[5]) - 1900;
+  if (!isCalendarTime(tm)) return std::nullopt;
+  return tm;
+}
+
+}  // namespace
+
+struct GnssIcanObserver::Group {
+  const std::string& topic;
+  std::span<const SignalName> signals;
+  bool (GnssIcanObserver::*store)(std::span<const double>);  // false: the values make no sense
+  void (GnssIcanObserver::*set_default)();
+  size_t index;
+};
+
+const std::array<GnssIcanObserver::Group, 5>& GnssIcanObserver::groups() {
+  using Observer = GnssIcanObserver;
+  static const std::array<Group, 5> GROUPS{
+      {{topic_vp1_base, VP1_SIGNALS, &Observer::unpack_vp1_base, &Observer::setDefault_vp1_base, 0},
+       {topic_p2c1_base, P2C1_SIGNALS, &Observer::unpack_p2c1_base, &Observer::setDefault_p2c1_base, 1},
+       {topic_vp2_base, VP2_SIGNALS, &Observer::unpack_vp2_base, &Observer::setDefault_vp2_base, 2},
+       {topic_vds_base, VDS_SIGNALS, &Observer::unpack_vds_base, &Observer::setDefault_vds_base, 3},
+       {topic_timedate_var6, TD_SIGNALS, &Observer::unpack_timedate_var6, &Observer::resetTimeDate, 4}}};
+  return GROUPS;
+}
+
+GnssIcanObserver::GnssIcanObserver(std::function<bool()> keepWaiting)
+    : m_keep_waiting(std::move(keepWaiting)),
+      m_send_period_ms(FIRST_PERIOD_MS),
+      m_last_wake_ns(time_source().steady_ns()) {}
+
+// --- what comes from the bus
+
+void GnssIcanObserver::message(const std::string& topic, const com::Message& message) {
+  const auto group =
+      std::find_if(groups().begin(), groups().end(), [&](const Group& each) { return each.topic == topic; });
+  if (group == groups().end() || message.retained) return;
+  unpack(*group, message);
+  if (group->topic == topic_timedate_var6) release();
+}
+
+void GnssIcanObserver::unpack(const Group& group, const com::Message& message) {
+  std::array<double, MAX_SIGNALS> values{};
+  const auto used = std::span(values).first(group.signals.size());
+  const std::lock_guard lock(m_record_mutex);
+  if (takeSignals(group, message, used)) {
+    m_complained[group.index] = false;
+  } else {
+    (this->*group.set_default)();
+  }
+  if (group.topic == topic_timedate_var6) {
+    m_gnss_info.m_frame_time = static_cast<int64_t>(message.timestamp_ns);
+  }
+}
+
+/// Into the record; false, logged, when the group cannot be used.
+bool GnssIcanObserver::takeSignals(const Group& group, const com::Message& message,
+                                   std::span<double> values) {
+  const auto result = rt::SignalAdapter::instance().unpack(group.topic, message);
+  if (!result.success) {
+    complain(group, "Unpacking of SignalGroup for topic '" + group.topic + "' failed with: " + result.error);
+    return false;
+  }
+  if (result.group.definition().signals.size() < group.signals.size()) {
+    complain(group, "Invalid signal structure for topic '" + group.topic + "'");
+    return false;
+  }
+  for (size_t i = 0; i < values.size(); ++i) {
+    const auto signal = result.group.signal(group.signals[i].signal);
+    const auto status = signal ? signal->status() : rt::SignalStatus::ERROR;
+    if (status != rt::SignalStatus::VALID && status != rt::SignalStatus::NOT_AVAILABLE) {
+      complain(group, std::string("Invalid signal ") + group.signals[i].logged + " for topic '" +
+                          group.topic + "'. Request failed");
+      return false;
+    }
+    values[i] = signal->value_scaled();  // NaN when not available
+  }
+  if ((this->*group.store)(values)) return true;
+  complain(group, "Invalid signal structure for topic '" + group.topic + "': its values are none");
+  return false;
+}
+
+void GnssIcanObserver::complain(const Group& group, const std::string& text) {
+  if (!std::exchange(m_complained[group.index], true)) {
+    LOG.warning(text);
+  } else {
+    LOG.debug(text);
+  }
+}
+
+bool GnssIcanObserver::unpack_vp1_base(std::span<const double> values) {
+  if (std::isnan(values[0]) || std::isnan(values[1])) {
+    setDefault_vp1_base();
+  } else {
+    m_gnss_info.setLatitudeDegDec(values[0]);
+    m_gnss_info.setLongitudeDegDec(values[1]);
+  }
+  return true;
+}
+
+bool GnssIcanObserver::unpack_vp2_base(std::span<const double> values) {
+  m_gnss_info.m_num_satellites = wholeNumber(values[0]);
+  m_gnss_info.m_hdop = values[1];
+  m_gnss_info.m_vdop = values[2];
+  m_gnss_info.m_pdop = values[3];
+  return true;
+}
+
+bool GnssIcanObserver::unpack_vds_base(std::span<const double> values) {
+  m_gnss_info.m_altitude = values[0];
+  m_gnss_info.m_speed = values[1];
+  m_gnss_info.m_course = values[2];
+  m_gnss_info.m_spare_3 = values[3];
+  return true;
+}
+
+bool GnssIcanObserver::unpack_p2c1_base(std::span<const double> values) {
+  m_gnss_info.setNavModeGnss(wholeNumber(values[0]));
+  m_gnss_info.setQualityIndicatorGnss(wholeNumber(values[1]));
+  m_gnss_info.m_altitude = values[2];
+  m_gnss_info.m_position_error = values[3];
+  return true;
+}
+
+/// The six stand and fall together. Without a navigation mode there is nothing to be dated.
+bool GnssIcanObserver::unpack_timedate_var6(std::span<const double> values) {
+  resetTimeDate();
+  if (std::any_of(values.begin(), values.end(), [](double value) { return std::isnan(value); })) return true;
+  const auto time = calendarTime(values);
+  if (!time) return false;
+  if (m_gnss_info.getStatus() == 1) return true;
+  m_gnss_info.m_utc_tm = *time;
+  m_gnss_info.m_utc_fraction_us = std::llround((values[0] - std::floor(values[0])) * US_PER_S);
+  return true;
+}
+
+void GnssIcanObserver::setDefault_vp1_base() {
+  m_gnss_info.setLatitudeDegDec(NOT_AVAILABLE);
+  m_gnss_info.setLongitudeDegDec(NOT_AVAILABLE);
+}
+
+void GnssIcanObserver::setDefault_vp2_base() {
+  m_gnss_info.m_num_satellites = -1;
+  m_gnss_info.m_hdop = m_gnss_info.m_vdop = m_gnss_info.m_pdop = m_gnss_info.m_spare_2 = NOT_AVAILABLE;
+}
+
+void GnssIcanObserver::setDefault_vds_base() {
+  m_gnss_info.m_altitude = m_gnss_info.m_speed = m_gnss_info.m_course = m_gnss_info.m_spare_3 = NOT_AVAILABLE;
+}
+
+void GnssIcanObserver::setDefault_p2c1_base() {
+  m_gnss_info.setNavModeGnss(-1);
+  m_gnss_info.setQualityIndicatorGnss(-1);
+  m_gnss_info.m_altitude = m_gnss_info.m_position_error = NOT_AVAILABLE;
+}
+
+void GnssIcanObserver::resetTimeDate() {
+  m_gnss_info.m_utc_tm = std::tm{};
+  m_gnss_info.m_utc_fraction_us = 0;
+  m_gnss_info.setUtcTime(-1);
+  m_gnss_info.m_local_hour_offset = m_gnss_info.m_local_minute_offset = OFFSET_NOT_AVAILABLE;
+  m_gnss_info.m_frame_time = 0;
+}
+
+// --- the record for the service
+
+GnssInfo GnssIcanObserver::getGnssInfo() const {
+  const std::lock_guard lock(m_record_mutex);
+  return m_gnss_info;
+}
+
+int32_t GnssIcanObserver::getGnssInfoStatus() const {
+  const std::lock_guard lock(m_record_mutex);
+  return m_gnss_info.getStatus();
+}
+
+GnssInfo GnssIcanObserver::takeGnssInfo() {
+  const std::lock_guard lock(m_record_mutex);
+  GnssInfo info = m_gnss_info;
+  resetTimeDate();
+  return info;
+}
+
+void GnssIcanObserver::clearInfo() {
+  const std::lock_guard lock(m_record_mutex);
+  m_gnss_info.clear();
+}
+
+void GnssIcanObserver::setDefault_timedate_var6() {
+  const std::lock_guard lock(m_record_mutex);
+  resetTimeDate();
+}
+
+// --- pacing
+
+void GnssIcanObserver::release() {
+  {
+    const std::lock_guard lock(m_timing_mutex);
+    m_released = true;
+  }
+  m_wake.notify_all();
+}
+
+void GnssIcanObserver::restart() {
+  clearInfo();
+  const std::lock_guard lock(m_timing_mutex);
+  m_released = false;
+  m_send_period_ms = FIRST_PERIOD_MS;
+  m_last_wake_ns = time_source().steady_ns();
+}
+
+bool GnssIcanObserver::timeoutToSendFrame() {
+  std::unique_lock lock(m_timing_mutex);
+  const int64_t deadline = m_last_wake_ns + m_send_period_ms * NS_PER_MS;
+  int64_t now = time_source().steady_ns();
+  while (!m_released && now < deadline && m_keep_waiting()) {
+    time_source().wait_ns(m_wake, lock, std::min(deadline - now, SLICE_NS));
+    now = time_source().steady_ns();
+  }
+  m_released = false;
+  m_deadline_passed = now >= deadline;
+  m_last_wake_ns = now;
+  m_send_period_ms = m_deadline_passed ? OWN_PERIOD_MS : PERIOD_MS;
+  return m_deadline_passed;
+}
+
+}  // namespace ecu::koru::gpspub
