@@ -7,6 +7,7 @@
 
 #include "nmea/GnssUtils.h"
 #include "platform/Numbers.h"
+#include "platform/Signals.h"
 
 namespace ecu::koru::gpspub {
 
@@ -158,6 +159,11 @@ void applyLogMode(const Configuration& config) {
   if (mode == "STDOUT") logging::set_log_mode(logging::LogMode::STDOUT);
   if (mode == "SYSLOG") logging::set_log_mode(logging::LogMode::SYSLOG);
   if (mode == "STDERR") logging::set_log_mode(logging::LogMode::STDERR);
+}
+
+void applySignalDatabase(const Configuration& config) {
+  const std::string path = config.get("signal_database");
+  if (!path.empty()) rt::SignalAdapter::instance().load_database(path);
 }
 
 void applyConfiguration(const Options& options, const Configuration& config, GPSDClient& service) {

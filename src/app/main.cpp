@@ -153,6 +153,7 @@ int main(int argc, char** argv) {
   gpspub::registerKeys(*config);
   if (!config->verify()) return EXIT_FAILURE;
   if (!options.log_to_stdout) gpspub::applyLogMode(*config);
+  gpspub::applySignalDatabase(*config);
 
   auto transport = com::create_client(config, com::TransportType::MQTT);
   transport->connect();

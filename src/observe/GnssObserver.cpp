@@ -40,12 +40,13 @@ std::optional<std::string> unpackSignal(const std::string& topic, const com::Mes
     LOG.warning("Unable to unpack data for topic", topic);
     return std::nullopt;
   }
-  const rt::Signal* signal = result.group.signal(name);
-  if (signal == nullptr || signal->data().empty()) {
+  const auto signal = result.group.signal(name);
+  if (!signal) {
     LOG.warning("SignalGroup for topic", topic, " does not ", "contain ", name, " signal");
     return std::nullopt;
   }
-  return std::string(signal->data().begin(), signal->data().end());
+  const std::vector<uint8_t> data = signal->data();
+  return std::string(data.begin(), data.end());
 }
 
 void logUnknown(const std::string& topic, const com::Message& message) {

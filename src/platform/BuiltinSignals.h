@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string_view>
+
+namespace ecu::koru::rt {
+
+/// The text of signals/satnavd.dbc; the build makes the definition from the file.
+extern const std::string_view BUILTIN_SIGNALS;
+
+}  // namespace ecu::koru::rt
