@@ -109,6 +109,14 @@ void ScenarioTime::advance_to_ns(int64_t ns) {
   m_clock.advance(ns - steady_ns());
 }
 
+void ScenarioTime::wait_ns(std::condition_variable& /*condition*/, std::unique_lock<std::mutex>& lock,
+                           int64_t ns) {
+  const int64_t end = steady_ns() + ns;
+  lock.unlock();
+  advance_to_ns(m_agenda.empty() ? end : std::min(end, START_NS + m_agenda.begin()->first * 1000));
+  lock.lock();
+}
+
 ResetLine::ResetLine() {
   const auto line = m_folder.path() / "gpio197";
   std::filesystem::create_directory(line);

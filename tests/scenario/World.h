@@ -68,6 +68,8 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
   [[nodiscard]] int64_t steady_ns() const override { return m_clock.steady_ns(); }
   [[nodiscard]] int64_t boot_ns() const override { return m_clock.boot_ns(); }
   void sleep_ns(int64_t ns) override { advance_to_ns(steady_ns() + ns); }
+  /// Ends at the next point of the agenda: it may have been what was waited for.
+  void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override;
   [[nodiscard]] timeval wall() const override { return m_clock.wall(); }
   [[nodiscard]] bool set_wall(const timeval& now) override { return m_clock.set_wall(now); }
 

@@ -1,0 +1,318 @@
+// The vehicle's buses: what goes out with each fix, and a unit that lives on what comes in.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "platform/PbInternalMessageAdapter.h"
+#include "platform/Signals.h"
+#include "platform/Topics.h"
+#include "scenario/World.h"
+
+namespace {
+
+using namespace ecu::koru;
+using namespace test;
+using testing::ElementsAre;
+
+constexpr int64_t MS = 1000;
+constexpr int64_t S = 1'000'000;
+
+World::Options unitA() {
+  World::Options options;
+  options.hwversion = "zpt";
+  return options;
+}
+
+World::Options unitB() {
+  World::Options options;
+  options.hasgnss = "false";
+  return options;
+}
+
+bool isGroup(const std::string& topic) {
+  return topic.starts_with("rt/") && topic != topic::GNSS_TIMESTAMP && topic != topic::MODULE_ERROR;
+}
+
+/// "VP1 P2C1 VP2 VDS TD stamp error" of each time at which something went to the buses, with its ms.
+std::vector<std::pair<int64_t, std::string>> busTraffic(const World& world) {
+  const std::map<std::string, std::string> names{
+      {topic::VP1_TX, "VP1"},        {topic::P2C1_TX, "P2C1"}, {topic::VP2_TX, "VP2"},
+      {topic::VDS_TX, "VDS"},        {topic::TD_TX, "TD"},     {topic::GNSS_TIMESTAMP, "stamp"},
+      {topic::MODULE_ERROR, "error"}};
+  std::vector<std::pair<int64_t, std::string>> traffic;
+  for (const auto& record : world.bus->records()) {
+    const auto name = names.find(record.topic);
+    if (name == names.end()) continue;
+    const int64_t at_ms = (record.steady_ns - 1'000'000'000'000) / 1'000'000;
+    if (traffic.empty() || traffic.back().first != at_ms || name->second == "VP1") {
+      traffic.emplace_back(at_ms, name->second);
+    } else {
+      traffic.back().second += " " + name->second;
+    }
+  }
+  return traffic;
+}
+
+std::string rawBytes(const com::Message& message) {
+  return com::PbInternalMessageAdapter<pb::RtSignal>(1).deserialize(message).body.value();
+}
+
+std::vector<std::string> sentOn(const World& world, const std::string& topic) {
+  std::vector<std::string> values;
+  for (const auto& record : world.bus->records()) {
+    if (record.topic == topic) values.push_back(rawBytes(record.message));
+  }
+  return values;
+}
+
+com::Message group(const std::string& bytes) {
+  pb::RtSignal body;
+  body.set_value(bytes);
+  com::Message out;
+  EXPECT_TRUE(com::envelope::wrap(1, body, out));
+  return out;
+}
+
+TEST(Buses, EachSecondsFirstFixGoesOutOnceInOrder) {
+  const std::string all = "VP1 P2C1 VP2 VDS TD stamp error";
+  struct Case {
+    const char* what;
+    std::vector<std::pair<int64_t, std::string>> bursts;
+    std::vector<int64_t> expected_ms;
+  };
+  std::vector<std::pair<int64_t, std::string>> four_hertz;
+  std::vector<std::pair<int64_t, std::string>> ten_hertz;
+  for (int i = 0; i < 12; ++i) {
+    four_hertz.emplace_back(300 + 250 * i, epoch(1 + i / 4, "RMC GGA GSA GST", i % 4 * 25));
+  }
+  for (int i = 0; i < 30; ++i) {
+    ten_hertz.emplace_back(300 + 100 * i, epoch(1 + i / 10, "RMC GGA GSA GST", i % 10 * 10));
+  }
+  const std::vector<Case> cases{
+      {"1 Hz", {{300, epoch(1)}, {1300, epoch(2)}, {2300, epoch(3)}}, {300, 1300, 2300}},
+      {"4 Hz", four_hertz, {300, 1300, 2300}},
+      {"10 Hz", ten_hertz, {300, 1300, 2300}},
+      // The lost second leaves 1.3 s after the fix before it, with status 1.
+      {"missed epoch", {{300, epoch(1)}, {2300, epoch(3)}}, {300, 1700, 2300}},
+      {"no epoch at all", {}, {1100, 2200}},
+      {"the same second twice", {{300, epoch(1)}, {800, epoch(1)}, {1300, epoch(2)}}, {300, 1300}}};
+  for (const Case& tested : cases) {
+    Script script;
+    for (const auto& [at_ms, bytes] : tested.bursts) script.add(at_ms * MS, bytes);
+    World world(script, unitA());
+    world.service->disableHardwareInit();
+    world.run(static_cast<double>(tested.expected_ms.back()) / 1000 + 0.6);
+    std::vector<std::pair<int64_t, std::string>> expected;
+    for (const int64_t at_ms : tested.expected_ms) expected.emplace_back(at_ms, all);
+    EXPECT_EQ(busTraffic(world), expected) << tested.what;
+  }
+}
+
+TEST(Buses, FixIsTrustedOnceTheReceiverIsKnown) {
+  for (const bool trusted : {false, true}) {
+    Script script;
+    for (int s = 1; s <= 2; ++s) script.add(s * S - 700 * MS, epoch(s));
+    World world(script, unitA());
+    if (trusted) world.service->disableHardwareInit();
+    const auto published = world.run(1.9);
+    const std::string nothing(8, '\xFF');
+    EXPECT_EQ(published.at(1).data.status(), 3);
+    EXPECT_EQ(sentOn(world, topic::VP1_TX).at(1) == nothing, !trusted);
+    EXPECT_EQ(sentOn(world, topic::VDS_TX).at(1) == nothing, !trusted);
+    EXPECT_EQ(sentOn(world, topic::TD_TX).at(1) == nothing, !trusted);
+    EXPECT_EQ(sentOn(world, topic::MODULE_ERROR).at(1), std::string(1, '\0'));
+  }
+}
+
+TEST(Buses, UnitsWithoutABusSendNothingThere) {
+  Script script;
+  script.add(300 * MS, epoch(1));
+  World world(script);  // "qrx": the unit's time service is told the time
+  world.service->disableHardwareInit();
+  world.run(1);
+  EXPECT_THAT(busTraffic(world), testing::IsEmpty());
+  // 12:35:01 on 23 March 2026, no time zone.
+  EXPECT_THAT(sentOn(world, topic::SYSTIME_TD), ElementsAre(std::string("\x04\x23\x0C\x03\x5C\x29\xFF\xFF")));
+}
+
+/// Carries what unit A put on the buses to unit B, at the times at which it was sent, until `until_us`.
+void carry(const std::vector<com::MemoryTransport::Record>& sent, World& to, int64_t until_us = INT64_MAX) {
+  const std::string tx = "/tx/";
+  for (const auto& record : sent) {
+    const int64_t at_us = (record.steady_ns - 1'000'000'000'000) / 1000;
+    if (!isGroup(record.topic) || at_us >= until_us) continue;
+    std::string topic = record.topic;
+    topic.replace(topic.find(tx), tx.size(), "/rx/").replace(topic.find("_local"), 6, "_fb");
+    const std::string bytes = rawBytes(record.message);
+    to.time.at(at_us, [&to, topic, bytes] { to.bus->inject(topic, group(bytes)); });
+  }
+}
+
+TEST(Buses, UnitWithoutAReceiverPublishesTheSameDrive) {
+  sim::ReceiverOptions options;
+  options.utc_start_us = 1'798'761'560'000'000;  // 2026-12-31T23:59:20Z
+  SimulatedReceiver source(options);
+  World a(source, unitA());
+  a.service->disableHardwareInit();
+  const auto from_a = a.run(60.5);
+  const auto sent = a.bus->records();
+  Script nothing;
+  World b(nothing, unitB());
+  carry(sent, b);
+  const auto from_b = b.run(60.5);
+  ASSERT_GT(from_b.size(), 55U);
+  size_t compared = 0;
+  for (const auto& [at_us, mine] : from_b) {
+    const auto other = std::find_if(from_a.begin(), from_a.end(), [&, at = at_us](const Published& each) {
+      return each.at_us == at && each.data.status() == 3;
+    });
+    if (other == from_a.end() || mine.status() != 3) continue;
+    const pb::GnssData& theirs = other->data;
+    EXPECT_NEAR(mine.latitude(), theirs.latitude(), 4e-6);  // a float's last place
+    EXPECT_NEAR(mine.longitude(), theirs.longitude(), 1e-6);
+    EXPECT_NEAR(mine.speed(), theirs.speed(), 1.0 / 256);
+    EXPECT_NEAR(mine.heading(), theirs.heading(), 1.0 / 128);
+    EXPECT_NEAR(mine.altitude(), theirs.altitude(), 0.125);
+    EXPECT_EQ(mine.num_satellites(), theirs.num_satellites());
+    EXPECT_NEAR(mine.hdop(), theirs.hdop(), 0.1);
+    EXPECT_NEAR(mine.vdop(), theirs.vdop(), 0.1);
+    EXPECT_NEAR(mine.accuracy(), theirs.accuracy(), 0.5);
+    EXPECT_EQ(mine.fix(), theirs.fix());
+    EXPECT_EQ(mine.quality(), theirs.quality());
+    EXPECT_EQ(mine.utc_time_us(), theirs.utc_time_us());
+    EXPECT_EQ(mine.timestamp_ns(), static_cast<uint64_t>(at_us * 1000 + 1'000'000'000'000));
+    EXPECT_EQ(mine.nmea_size(), 0);
+    ++compared;
+  }
+  EXPECT_GT(compared, 50U);
+}
+
+/// Groups of a fix at 48.1173 N 11.5167 E, 41.5 km/h, at 12:35:SS on 23 March 2026.
+struct Peer {
+  explicit Peer(World& world_in) : world(world_in) {}
+  void fix(int64_t at_us, int second) const {
+    at(at_us, topic::VP1_RX, "\x28\x7C\xDA\x99\x18\x06\x0A\x84");
+    at(at_us, topic::P2C1_RX, "\x02\x01\xFF\x4B\x5F\x06\xFF\xFF");
+    at(at_us, topic::VP2_RX, "\x09\x0C\x0F\x13\xFF\xFF\xFF\xFF");
+    at(at_us, topic::VDS_RX, std::string("\x00\x2A\x80\x29\xFF\xFF\x4B\x5F", 8));
+    date(at_us, second);
+  }
+  void date(int64_t at_us, int second) const {
+    at(at_us, topic::TD_RX, std::string(1, static_cast<char>(second * 4)) + "\x23\x0C\x03\x5C\x29\xFF\xFF");
+  }
+  void at(int64_t at_us, const std::string& topic, const std::string& bytes) const {
+    world.time.at(at_us, [this, topic, bytes] { world.bus->inject(topic, group(bytes)); });
+  }
+  World& world;
+};
+
+/// ms and status of each publication.
+std::vector<std::pair<int64_t, int>> cadence(const std::vector<Published>& published) {
+  std::vector<std::pair<int64_t, int>> rows;
+  for (const auto& [at_us, data] : published) rows.emplace_back(at_us / MS, data.status());
+  return rows;
+}
+
+TEST(CanInput, TimeDateFramesSetThePaceAndSilenceIsNoFix) {
+  Script nothing;
+  World world(nothing, unitB());
+  const Peer peer(world);
+  peer.fix(2500 * MS, 1);
+  peer.fix(3500 * MS, 2);
+  const auto published = world.run(7.5);
+  EXPECT_THAT(cadence(published), ElementsAre(std::pair(2000, 1), std::pair(2500, 3), std::pair(3500, 3),
+                                              std::pair(5200, 2), std::pair(6199, 2), std::pair(7198, 2)));
+  EXPECT_EQ(published.at(1).data.utc_time_us(), 1'774'269'301'000'000U);
+  for (const size_t undated : {3U, 4U}) {
+    EXPECT_FALSE(published.at(undated).data.has_utc_time_us());
+    EXPECT_EQ(published.at(undated).data.timestamp_ns(), 0U);
+  }
+  EXPECT_EQ(sentOn(world, topic::MODULE_ERROR).size(), published.size());
+  EXPECT_THAT(world.terminal.opens_us, testing::IsEmpty());
+  EXPECT_THAT(world.bus->unsubscribed(), testing::IsSupersetOf({topic::VP1_RX, topic::VP2_RX, topic::VDS_RX,
+                                                                topic::TD_RX, topic::P2C1_RX}));
+}
+
+TEST(CanInput, BadGroupCostsItsOwnFields) {
+  struct Case {
+    const char* what;
+    std::string topic;
+    std::string bytes;
+    bool position, speed, altitude, satellites, fix, dated;
+  };
+  const std::string vp1 = "\x28\x7C\xDA\x99\x18\x06\x0A\x84";
+  const std::vector<Case> cases{
+      {"good", topic::VP1_RX, vp1, true, true, true, true, true, true},
+      {"latitude in error", topic::VP1_RX, "\x28\x7C\xDA\xFE\x18\x06\x0A\x84", false, true, true, true, true,
+       true},
+      {"longitude not available", topic::VP1_RX, vp1.substr(0, 4) + "\xFF\xFF\xFF\xFF", false, true, true,
+       true, true, true},
+      {"short", topic::VP1_RX, vp1.substr(0, 7), false, true, true, true, true, true},
+      {"speed out of range", topic::VDS_RX, std::string("\x00\x2A\x00\xFB\xFF\xFF\x4B\x5F", 8), true, false,
+       false, true, true, true},
+      {"speed not available", topic::VDS_RX, std::string("\x00\x2A\xFF\xFF\xFF\xFF\x4B\x5F", 8), true, false,
+       true, true, true, true},
+      {"satellites not available", topic::VP2_RX, "\xFF\x0C\x0F\x13\xFF\xFF\xFF\xFF", true, true, true, false,
+       true, true},
+      // Without a navigation mode there is nothing to be dated.
+      {"mode in error", topic::P2C1_RX, "\xFE\x01\xFF\x4B\x5F\x06\xFF\xFF", true, true, false, true, false,
+       false},
+      {"hours not available", topic::TD_RX, "\x04\x23\xFF\x03\x5C\x29\xFF\xFF", true, true, true, true, true,
+       false},
+      {"month 13", topic::TD_RX, "\x04\x23\x0C\x0D\x5C\x29\xFF\xFF", true, true, true, true, true, false}};
+  for (const Case& tested : cases) {
+    Script nothing;
+    World world(nothing, unitB());
+    const Peer peer(world);
+    peer.fix(500 * MS, 1);
+    peer.at(1400 * MS, tested.topic, tested.bytes);
+    if (tested.topic != topic::TD_RX) peer.date(1500 * MS, 2);
+    const auto published = world.run(1.6);
+    ASSERT_EQ(published.size(), 2U) << tested.what;
+    const pb::GnssData& data = published.back().data;
+    EXPECT_EQ(data.has_latitude(), tested.position) << tested.what;
+    EXPECT_EQ(data.has_longitude(), tested.position) << tested.what;
+    EXPECT_EQ(data.has_speed(), tested.speed) << tested.what;
+    EXPECT_EQ(data.has_altitude(), tested.altitude) << tested.what;
+    EXPECT_EQ(data.has_num_satellites(), tested.satellites) << tested.what;
+    EXPECT_EQ(data.has_fix(), tested.fix) << tested.what;
+    EXPECT_EQ(data.has_utc_time_us(), tested.dated) << tested.what;
+  }
+}
+
+TEST(CanInput, NothingFromBeforeIsANewFix) {
+  Script nothing;
+  World world(nothing, unitB());
+  const Peer peer(world);
+  peer.fix(500 * MS, 1);
+  // What the broker had kept is of an unknown time.
+  world.time.at(600 * MS, [&] {
+    com::Message kept = group(std::string("\x08\x23\x0C\x03\x5C\x29\xFF\xFF"));
+    kept.retained = true;
+    world.bus->inject(topic::TD_RX, kept);
+  });
+  world.service->enableMqttSystemSelection();
+  peer.at(1000 * MS, topic::PARAMETER_GNSS_ON, std::string(1, '\0'));
+  peer.fix(2000 * MS, 3);  // while GNSS is switched off
+  peer.at(3000 * MS, topic::PARAMETER_GNSS_ON, std::string(1, '\1'));
+  const auto published = world.run(9);
+  ASSERT_GE(published.size(), 2U);
+  EXPECT_EQ(published.at(0).data.status(), 3);
+  for (size_t i = 1; i < published.size(); ++i) {
+    EXPECT_EQ(published.at(i).data.status(), 1);
+    EXPECT_FALSE(published.at(i).data.has_latitude());
+    EXPECT_GT(published.at(i).at_us, 5 * S);
+  }
+}
+
+TEST(CanInput, StopEndsItsWait) {
+  Script nothing;
+  World world(nothing, unitB());
+  EXPECT_THAT(world.run(0.5), testing::IsEmpty());
+  EXPECT_LE(world.time.now_us(), 700 * MS);
+}
+
+}  // namespace
