@@ -131,7 +131,7 @@ void Setup::startUnit() {
 void Setup::startReceiver(const DaemonRate& rate) {
   m_receiver = std::make_unique<test::Process>(std::vector<std::string>{
       test::program("gnss-sim"), "--rate", std::to_string(rate.hz), "--baud", std::to_string(rate.baud),
-      "--gsv", "off", "--link", m_folder / "receiver", "--trace", m_folder / "trace"});
+      "--gsv", "off", "--link", m_folder / "receiver", "--sentence-trace", m_folder / "trace"});
   if (!m_receiver->wait_for_output("\n", PATIENCE_MS))
     throw std::runtime_error("gnss-sim: " + m_receiver->err());
 }

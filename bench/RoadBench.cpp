@@ -81,6 +81,7 @@ class MemoryTerminal final : public gpspub::ITerminalDevice {
   int open(const std::string&) override { return 3; }
   int close(int) override { return 0; }
   ssize_t write(int, const void*, size_t len) override { return static_cast<ssize_t>(len); }
+  void dropInput(int) override {}
   int getAttributes(int, termios&) override { return 0; }
   int setAttributes(int, const termios&) override { return 0; }
   bool isWritable(int) override { return true; }
@@ -180,6 +181,7 @@ class ChunkTerminal final : public gpspub::ITerminalDevice {
   int open(const std::string&) override { return 3; }
   int close(int) override { return 0; }
   ssize_t write(int, const void*, size_t len) override { return static_cast<ssize_t>(len); }
+  void dropInput(int) override {}
   int getAttributes(int, termios&) override { return 0; }
   int setAttributes(int, const termios&) override { return 0; }
   bool isWritable(int) override { return true; }

@@ -94,8 +94,9 @@ void add_options(CLI::App& app, Texts& texts, ProgramOptions& options) {
   add_drive_options(app, texts, receiver, replay);
   app.add_option("--fault", texts.faults, faults_help);
   app.add_option("--link", options.link, "makes this symbolic link to the device, removed at the end");
-  app.add_option("--trace", options.trace, "writes a line for each sentence: monotonic time in ns, sentence");
-  app.add_option("--ubx-trace", options.report.ubx_trace,
+  app.add_option("--sentence-trace", options.trace,
+                 "writes a line for each sentence: monotonic time in ns, sentence");
+  app.add_option("--trace", options.report.ubx_trace,
                  "writes every UBX frame of both directions, readable, to this file (-: standard output)");
   app.add_flag("--show", options.report.show, "writes the truth of every epoch to standard output");
   app.footer(footer);

@@ -96,6 +96,9 @@ void GPSDClient::superviseReceiver() {
       LOG.debug("No communication retrying. Retries ", m_comm_retries);
     }
     disconnect();
+    // What was no item for so long never will be one: a stray sync byte must not cost the answers of the port
+    // poll.
+    m_input->clearBuffer();
     return;
   }
   if (!m_disable_hw_init) checkUbloxInitialisation();

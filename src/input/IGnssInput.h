@@ -40,7 +40,7 @@ class IGnssInput {
 
   /// Bytes held in the buffer, the framed item included.
   [[nodiscard]] virtual int getBytesWaiting() = 0;
-  /// Forgets what the buffer holds.
+  /// Forgets what the buffer holds, and what the device has received when it is opened next.
   virtual void clearBuffer() = 0;
   /// True when waiting() or read() found that the device went away (unplugged, hung up, end of file); until
   /// the next connect().

@@ -66,6 +66,7 @@ bool SerialInput::connect() {
     return false;
   }
   applyAttributes();
+  if (std::exchange(m_drop_device_input, false)) m_device->dropInput(m_fd_serial);
   return true;
 }
 
@@ -105,6 +106,11 @@ void SerialInput::disconnect() {
 }
 
 void SerialInput::clearBuffer() {
+  emptyBuffer();
+  m_drop_device_input = true;
+}
+
+void SerialInput::emptyBuffer() {
   m_front = 0;
   m_bytes_read = 0;
   m_bytes_waiting = 0;
@@ -153,7 +159,7 @@ bool SerialInput::read() {
 void SerialInput::removeFramedItem() {
   if (m_bytes_read > 0) {
     if (m_bytes_read > m_bytes_waiting || m_bytes_waiting > m_buffer_size) {
-      clearBuffer();
+      emptyBuffer();
     } else {
       m_front += m_bytes_read;
       m_bytes_waiting -= m_bytes_read;
@@ -183,7 +189,7 @@ void SerialInput::dumpFullBuffer() {
     LOG.debug("SerialInput::read exceeded INPUT_BUFFER_SIZE. Dumping ", dump(getBuffer(), m_bytes_waiting));
   }
   m_bytes_discarded += m_bytes_waiting;
-  clearBuffer();
+  emptyBuffer();
 }
 
 unsigned char* SerialInput::freeTail() {

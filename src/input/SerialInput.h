@@ -54,6 +54,7 @@ class SerialInput : public IGnssInput {
   [[nodiscard]] bool frameItem();
   /// Drops everything when there is no room for a byte.
   void dumpFullBuffer();
+  void emptyBuffer();
   /// The free tail of the buffer, made as long as it can be.
   [[nodiscard]] unsigned char* freeTail();
   [[nodiscard]] int freeBytes() const { return m_buffer_size - m_bytes_waiting; }
@@ -87,6 +88,7 @@ class SerialInput : public IGnssInput {
   speed_t m_baud_current = B19200;
   int m_num_lines = 0;
   bool m_device_gone = false;
+  bool m_drop_device_input = false;  // a closed pseudo-terminal or USB adapter goes on receiving
   bool m_attributes_failure_logged = false;
   bool m_is_terminal = true;
   int m_unframed_bytes = 0;  // read from no terminal since the last item

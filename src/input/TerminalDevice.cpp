@@ -56,6 +56,10 @@ int TerminalDevice::bytesReadable(int fd) {
   return ::ioctl(fd, FIONREAD, &bytes) == 0 ? bytes : -1;
 }
 
+void TerminalDevice::dropInput(int fd) {
+  static_cast<void>(::ioctl(fd, TCFLSH, TCIFLUSH));  // what is no terminal has no such queue
+}
+
 int TerminalDevice::getAttributes(int fd, termios& attributes) {
   return ::tcgetattr(fd, &attributes);
 }

@@ -24,6 +24,8 @@ class ITerminalDevice {
   virtual bool isWritable(int fd) = 0;
   /// FIONREAD: how many bytes can be read at once, or -1.
   virtual int bytesReadable(int fd) = 0;
+  /// Drops what the device received and nobody has read (TCIFLUSH).
+  virtual void dropInput(int fd) = 0;
   virtual int getAttributes(int fd, termios& attributes) = 0;
   /// tcsetattr(TCSANOW)
   virtual int setAttributes(int fd, const termios& attributes) = 0;
@@ -38,6 +40,7 @@ class TerminalDevice final : public ITerminalDevice {
   int waitReadable(int fd, int timeout_us) override;
   bool isWritable(int fd) override;
   int bytesReadable(int fd) override;
+  void dropInput(int fd) override;
   int getAttributes(int fd, termios& attributes) override;
   int setAttributes(int fd, const termios& attributes) override;
 };

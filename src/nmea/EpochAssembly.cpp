@@ -193,6 +193,7 @@ void EpochAssembly::reset(int64_t now_us) {
   m_RMC_received = false;
   m_gnss_info.clear();
   m_gnss_info_sent.clear();
+  m_gnss_info.m_receiver_flag = m_gnss_info_sent.m_receiver_flag = 0;
   m_frame_start_time = 0;
   m_prev_frame_start_time = 0;
   m_rmc_time = 0;

@@ -83,7 +83,9 @@ void GnssObserver::onHwVersion(const std::string& topic, const com::Message& mes
   const auto value = unpackSignal(topic, message, "hw_version");
   if (!value) return;
   setHwVersion(*value);
-  LOG.debug("GnssObserver::m_hw_version = ", logging::escaped(*value));
+  if (logging::enabled(logging::Level::DEBUG)) {
+    LOG.debug("GnssObserver::m_hw_version = ", logging::escaped(*value));
+  }
 }
 
 void GnssObserver::onGnssSource(const std::string& topic, const com::Message& message) {

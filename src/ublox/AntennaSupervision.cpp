@@ -49,16 +49,16 @@ struct TruthSignal {
   const char* signal;
   const char* set_failure;
   const char* pack_failure;
+  const char* meaning;
 };
 const TruthSignal OPEN_CIRCUIT{topic::ANTENNA_OPEN_CIRCUIT, "status_gnss_antenna_open_circuit",
                                "Unable to set open_circ signal data to SignalGroup!",
-                               "Unable to pack SignalGroup for open_ciruit: "};
+                               "Unable to pack SignalGroup for open_ciruit: ", " is open circuited: "};
 const TruthSignal SHORT_CIRCUIT{topic::ANTENNA_SHORT_CIRCUIT, "status_gnss_antenna_short_circuit",
                                 "Unable to set short_circ signal data to SignalGroup!",
-                                "Unable to pack SignalGroup for short_ciruit: "};
+                                "Unable to pack SignalGroup for short_ciruit: ", " is short circuited: "};
 
-void publishTruth(com::ITransportClient& transport, const TruthSignal& truth, bool value,
-                  const std::string& details) {
+void publishTruth(com::ITransportClient& transport, const TruthSignal& truth, bool value, unsigned status) {
   auto& adapter = rt::SignalAdapter::instance();
   rt::SignalGroup group = adapter.create_sg(truth.topic);
   if (!group.is_valid()) {
@@ -69,7 +69,7 @@ void publishTruth(com::ITransportClient& transport, const TruthSignal& truth, bo
   if (const auto message = adapter.pack(group)) {
     transport.publish(truth.topic, *message);
   } else {
-    LOG.error(truth.pack_failure, details);
+    LOG.error(truth.pack_failure, "antenna_status: ", status, truth.meaning, value ? "TRUE" : "FALSE");
   }
 }
 
@@ -221,11 +221,8 @@ void AntennaSupervision::logStatusChange(unsigned status) const {
 
 void AntennaSupervision::publishAntennaMessage(unsigned status, unsigned /*power*/) const {
   if (status < OK || status > OPEN) return;
-  const std::string details =
-      logging::text("antenna_status: ", status, " is open circuited: ", status == OPEN ? "TRUE" : "FALSE",
-                    " is short circuited: ", status == SHORT ? "TRUE" : "FALSE");
-  publishTruth(*m_transport, OPEN_CIRCUIT, status == OPEN, details);
-  publishTruth(*m_transport, SHORT_CIRCUIT, status == SHORT, details);
+  publishTruth(*m_transport, OPEN_CIRCUIT, status == OPEN, status);
+  publishTruth(*m_transport, SHORT_CIRCUIT, status == SHORT, status);
 }
 
 void AntennaSupervision::publishModuleErrorMessage(bool error) const {

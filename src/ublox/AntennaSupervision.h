@@ -29,7 +29,9 @@ class AntennaSupervision {
   /// Every pass of the run loop: applies or lifts radio silence.
   void checkRadioSilence();
   /// Radio silence was applied and is not lifted yet: the receiver is silent on purpose.
-  [[nodiscard]] bool isRadioSilent() const { return m_radio_silence_applied && !m_cold_start; }
+  [[nodiscard]] bool isRadioSilent() const {
+    return m_radio_silence_configured && m_radio_silence_applied && !m_cold_start;
+  }
 
   /// "status_gnss_module_error"
   void publishModuleErrorMessage(bool error) const;

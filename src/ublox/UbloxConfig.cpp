@@ -212,6 +212,7 @@ void UbloxConfig::restart() {
   if (m_stopped) return;
   m_initialised = false;
   m_init_command_idx = m_complex_command_idx = 0;
+  m_nak_counter = 0;
   m_command = ubx::INIT_COMMANDS[0].frame();
 }
 
@@ -297,7 +298,10 @@ bool UbloxConfig::checkGnssSystem() {
                logging::hex(requested), ". Cached Satellite data cleared. Time to first fix may be long.");
   }
   const bool log = GnssUtils::debugIt(logflag::CONSTELLATIONS);
-  if (log) LOG.debug("m_CFG_GNSS before modification");
+  if (log) {
+    LOG.debug("UbloxConfig::checkGnssSystem() m_CFG_GNSS_string.length ", m_CFG_GNSS_received.size());
+    LOG.debug("m_CFG_GNSS before modification");
+  }
   print_CFG_GNSS(m_CFG_GNSS);
   selectSystems(m_CFG_GNSS, requested, gnssAugmentationRequested());
   if (log) LOG.debug("m_CFG_GNSS after modification");
@@ -306,7 +310,6 @@ bool UbloxConfig::checkGnssSystem() {
   if (!synch_CFG_GNSS_toString(m_CFG_GNSS_string, m_CFG_GNSS) && log) {
     LOG.debug("the CFG-GNSS frame is sent with its flags as received");
   }
-  if (log) LOG.debug("UbloxConfig::checkGnssSystem() m_CFG_GNSS_string.length ", m_CFG_GNSS_string.size());
   if (CFG_GNSS sent; log && parse_CFG_GNSS(m_CFG_GNSS_string, sent)) print_CFG_GNSS(sent);
   return true;
 }

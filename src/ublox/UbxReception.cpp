@@ -23,6 +23,7 @@ constexpr size_t CFG_GNSS_MIN = 8;
 constexpr size_t MON_VER_MIN = 40;
 constexpr size_t MON_VER_SW_LEN = 30;
 constexpr size_t MON_VER_HW_LEN = 10;
+constexpr size_t MON_VER_EXTENSIONS_LOGGED = 16;
 constexpr size_t MON_VER_EXTENSION_LEN = 30;
 constexpr size_t MON_GNSS_MIN = 8;
 
@@ -197,7 +198,9 @@ void UbxReception::process_MON_VER(const UbxFrame& frame) {
   if (!isLongEnough(frame, MON_VER_MIN, "MON-VER")) return;
   const auto payload = frame.payload();
   std::string extensions;
-  for (size_t at = MON_VER_MIN; at + MON_VER_EXTENSION_LEN <= payload.size(); at += MON_VER_EXTENSION_LEN) {
+  const size_t end =
+      std::min(payload.size(), MON_VER_MIN + MON_VER_EXTENSIONS_LOGGED * MON_VER_EXTENSION_LEN);
+  for (size_t at = MON_VER_MIN; at + MON_VER_EXTENSION_LEN <= end; at += MON_VER_EXTENSION_LEN) {
     extensions += ", " + textAt(payload, at, MON_VER_EXTENSION_LEN);
   }
   LOG.info("Ublox Gnss: swVersion ", textAt(payload, 0, MON_VER_SW_LEN), ", hwVersion ",
@@ -213,8 +216,12 @@ void UbxReception::process_CFG_NAV5(const UbxFrame& frame) const {
 }
 
 void UbxReception::process_CFG_PRT(const UbxFrame& frame) {
-  if (!isLongEnough(frame, CFG_PRT_MIN, "CFG-PRT")) return;
   const auto payload = frame.payload();
+  if (payload.size() < CFG_PRT_MIN) {
+    LOG.warning("Ublox CFG-PRT bad payload (< ", CFG_PRT_MIN, "). len = ", payload.size(),
+                dump(frame.bytes()));
+    return;
+  }
   const uint8_t port = ubx::u8(payload, 0);
   const uint32_t rate = ubx::u32(payload, 8);
   const bool log = GnssUtils::debugIt(logflag::UBX_CONFIGURATION | logflag::CONNECTION);
@@ -243,6 +250,8 @@ void UbxReception::changeBaudRate(uint32_t reported) {
       reported == 0 ? DRAIN_UNKNOWN_MS : std::min(DRAIN_MS_BAUD / reported + 1, DRAIN_MAX_MS);
   time_source().sleep_ns(int64_t{drain_ms} * NS_PER_MS);
   m_config.unconfirmPort();
+  // Nothing else would ask for the rate again, and fixes would stay untrusted.
+  if (m_config.isInitialised()) m_config.restart();
   m_input.disconnect();
 }
 

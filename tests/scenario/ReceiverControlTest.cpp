@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <random>
 #include <thread>
 
@@ -59,6 +60,7 @@ class ScriptedReceiver final : public ByteSource {
 };
 
 const std::string PORT_38400 = "01 00 00 00 C0 08 00 00 00 96 00 00 07 00 03 00 00 00 00 00";
+const std::string PORT_9600 = "01 00 00 00 C0 08 00 00 80 25 00 00 07 00 03 00 00 00 00 00";
 // Supported GPS, GLONASS, BeiDou, Galileo; enabled GPS and GLONASS; three at a time.
 const std::string MON_GNSS = "00 0F 03 03 03 00 00 00";
 // Three systems and two augmentations: GPS on, SBAS on, Galileo off, QZSS on, GLONASS on.
@@ -223,8 +225,7 @@ TEST(ReceiverControl, HuntsTheBaudRateAndPulsesTheResetAtEvery19thChange) {
 
 TEST(ReceiverControl, ReceiverAtAnotherRateIsGivenTheConfiguredOne) {
   auto answers = goodAnswers();
-  answers["06 00 poll"] =
-      ubx(0x06, 0x00, bytes("01 00 00 00 C0 08 00 00 80 25 00 00 07 00 03 00 00 00 00 00"));
+  answers["06 00 poll"] = ubx(0x06, 0x00, bytes(PORT_9600));
   ScriptedReceiver receiver(answers);
   World world(receiver);
   world.run(5);
@@ -258,6 +259,50 @@ TEST(ReceiverControl, ManyChangesOnTheBusAreOneRestart) {
   EXPECT_EQ(world.service->ubloxConfig().gnssSystemRequested(), 0x0BU);
   EXPECT_TRUE(initialised);
   EXPECT_EQ(countOf(world.terminal.sent, "06 24"), 2 * 4);  // CFG-NAV5, sent and resent three times, twice
+}
+
+// Most of its worth is under the thread sanitizer: nothing orders the observers' threads with the service's.
+TEST(ReceiverControl, ObserversMayBeCalledFromAnyThreadWhileTheSequenceRuns) {
+  ScriptedReceiver receiver(goodAnswers());
+  World world(receiver);
+  world.service->enableMqttSystemSelection();
+  world.service->enableLoggingControl();
+  const std::vector<std::pair<std::string, uint8_t>> messages{
+      {topic::PARAMETER_GALILEO, 1}, {topic::PARAMETER_ANTENNA_ON, 1}, {topic::PARAMETER_GNSS_ON, 1},
+      {topic::BLACKOUT_MODE, 0},     {topic::HW_VERSION, 'q'},         {topic::LOG_CONFIG, 0},
+      {topic::GNSS_SOURCE, 0}};
+  std::atomic<bool> firing{true};
+  std::vector<std::thread> threads;
+  world.time.at(5 * S, [&] {
+    for (int t = 0; t < 3; ++t) {
+      threads.emplace_back([&] {
+        while (firing) {
+          for (const auto& [topic, value] : messages) world.bus->inject(topic, parameter(value));
+          std::this_thread::yield();
+        }
+      });
+    }
+  });
+  world.time.at(400 * S, [&] {
+    firing = false;
+    for (auto& thread : threads) thread.join();
+  });
+  bool initialised = false;
+  world.time.at(799 * S, [&] { initialised = world.service->ubloxConfig().isInitialised(); });
+  const auto published = world.run(800);
+  EXPECT_TRUE(initialised);
+  EXPECT_GT(published.size(), 790U);
+}
+
+TEST(ReceiverControl, WrongRateAfterTheSequenceIsSetRightAgain) {
+  ScriptedReceiver receiver(goodAnswers());
+  World world(receiver);
+  world.time.at(400 * S, [&] { receiver.extra = ubx(0x06, 0x00, bytes(PORT_9600)); });
+  world.time.at(401 * S, [&] { receiver.extra.clear(); });
+  bool confirmed = false;
+  world.time.at(799 * S, [&] { confirmed = world.service->ubloxConfig().isPortConfirmed(); });
+  world.run(800);
+  EXPECT_TRUE(confirmed);
 }
 
 TEST(ReceiverControl, RadioSilenceSwitchesOffAndResetsAfterwards) {

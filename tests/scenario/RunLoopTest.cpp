@@ -174,6 +174,40 @@ TEST(RunLoop, SilentReceiverIsReconnectedEveryThreeSeconds) {
               ElementsAre(0, testing::Gt(3 * S), testing::Gt(6 * S), testing::Gt(9 * S)));
 }
 
+TEST(RunLoop, WhatArrivesWhileGnssIsSwitchedOffIsNoFix) {
+  Script script;
+  for (int s = 1; s <= 20; ++s) script.add(s * S - 700 * MS, epoch(s));
+  World world(script);
+  world.service->enableMqttSystemSelection();
+  const auto switched = [&](int64_t at_us, char on) {
+    world.time.at(at_us, [&world, on] {
+      pb::RtSignal body;
+      body.set_value(std::string(1, on));
+      com::Message message;
+      EXPECT_TRUE(com::envelope::wrap(1, body, message));
+      world.bus->inject(topic::PARAMETER_GNSS_ON, message);
+    });
+  };
+  switched(1500 * MS, 0);
+  switched(14'500 * MS, 1);
+  const auto published = world.run(19);
+  const auto fixes = std::count_if(published.begin(), published.end(),
+                                   [](const Published& each) { return each.data.status() == 3; });
+  EXPECT_THAT(fixes, testing::AllOf(testing::Ge(3), testing::Le(6)));
+}
+
+TEST(RunLoop, StraySyncByteCostsSecondsAndNoHunt) {
+  Script script;
+  for (int s = 1; s <= 20; ++s) script.add(s * S - 700 * MS, epoch(s));
+  script.add(5 * S, "\xB5");
+  World world(script);
+  world.service->disableHardwareInit();
+  const auto published = world.run(19.5);
+  const auto lost = std::count_if(published.begin(), published.end(),
+                                  [](const Published& each) { return each.data.status() != 3; });
+  EXPECT_LE(lost, 4);
+}
+
 TEST(RunLoop, DrivesTheTruthOfTheSimulatedReceiver) {
   for (const int hz : {1, 4, 10}) {
     sim::ReceiverOptions options;

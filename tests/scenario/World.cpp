@@ -66,6 +66,10 @@ class ScenarioTerminal final : public gpspub::ITerminalDevice {
   }
   bool isWritable(int /*fd*/) override { return true; }
   int bytesReadable(int /*fd*/) override { return static_cast<int>(m_source.available()); }
+  void dropInput(int /*fd*/) override {
+    std::array<uint8_t, 4096> sink{};
+    while (m_source.available() > 0) m_source.read(sink);
+  }
   int getAttributes(int /*fd*/, termios& /*attributes*/) override { return 0; }
   int setAttributes(int /*fd*/, const termios& attributes) override {
     static const std::map<speed_t, unsigned> SPEEDS{{B4800, 4800},   {B9600, 9600},   {B19200, 19200},

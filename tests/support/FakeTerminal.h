@@ -61,6 +61,7 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
     written.append(static_cast<const char*>(data), len);
     return static_cast<ssize_t>(len);
   }
+  void dropInput(int /*fd*/) override { incoming.clear(); }
   int getAttributes(int /*fd*/, termios& out) override {
     out = attributes;
     return attributes_error == 0 ? 0 : failed(attributes_error);

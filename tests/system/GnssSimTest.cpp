@@ -150,7 +150,7 @@ TEST(GnssSim, KeepsNothingForAHostThatComesLate) {
 
 TEST(GnssSim, TracesWhatItSends) {
   const test::TempDir folder;
-  Simulator simulator({"--rate", "2", "--trace", folder / "trace", "--seconds", "2.2"});
+  Simulator simulator({"--rate", "2", "--sentence-trace", folder / "trace", "--seconds", "2.2"});
   Port port(simulator.device);
   const std::string text = port.read_for(1900ms);
   EXPECT_EQ(simulator.process().wait_for_exit(2000), 0);
@@ -189,7 +189,7 @@ TEST(GnssSim, ReplaysToTheLastByteAndEnds) {
 TEST(GnssSim, ObeysCommandsOfTheHostAndOfStandardInput) {
   const test::TempDir folder;
   const std::string trace = folder / "ubx";
-  Simulator simulator({"--factory", "--ubx-trace", trace, "--show", "--fault", "reset-to=19200", "--utc",
+  Simulator simulator({"--factory", "--trace", trace, "--show", "--fault", "reset-to=19200", "--utc",
                        "2026-05-01T10:00:00.900Z"});
   const auto send = [](const Port& port, uint8_t id, const std::string& payload) {
     const std::string frame = test::ubx(6, id, payload);
@@ -245,8 +245,8 @@ TEST(GnssSim, WrongOptionsAreExplained) {
       {{"--replay", route}, "holds no RMC sentence"},
       {{"--loop"}, "--replay"},
       {{"--systems", "gps,gps"}, "given twice"},
+      {{"--sentence-trace", folder / "no/trace"}, "No such file"},
       {{"--trace", folder / "no/trace"}, "No such file"},
-      {{"--ubx-trace", folder / "no/trace"}, "No such file"},
       {{"--fault", "power-cycle"}, "expected power-cycle@VALUE"},
       {{"--supported", "glonass"}, "used and not supported"},
   };

@@ -124,7 +124,7 @@ class SatnavdControl : public test::SatnavdTest {
 };
 
 TEST_F(SatnavdControl, FindsTheReceiverAtAnotherRateAndSetsIt) {
-  const auto simulator = receiver({"--baud", "57600", "--ubx-trace", folder / "trace"});
+  const auto simulator = receiver({"--baud", "57600", "--trace", folder / "trace"});
   Tap tap(broker);
   const auto service = satnavd(CONTROL);
   const auto before = test::clock_ns(CLOCK_BOOTTIME);
@@ -140,7 +140,7 @@ TEST_F(SatnavdControl, FindsTheReceiverAtAnotherRateAndSetsIt) {
 }
 
 TEST_F(SatnavdControl, TellsWhatTheAntennaHas) {
-  const auto simulator = receiver({"--ubx-trace", folder / "trace"});
+  const auto simulator = receiver({"--trace", folder / "trace"});
   {
     const int port = open(device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     make_raw(port, B38400);

@@ -112,7 +112,7 @@ json fields_of(const Epoch& epoch) {
 TEST_F(SatnavdRoad, SubscribersGetWhatTheReceiverSends) {
   const std::string trace = folder / "trace";
   const auto simulator =
-      receiver({"--rate", "4", "--gsv", "off", "--utc", "2027-12-31T23:59:58Z", "--trace", trace});
+      receiver({"--rate", "4", "--gsv", "off", "--utc", "2027-12-31T23:59:58Z", "--sentence-trace", trace});
   Tap tap(broker);
   const auto service = satnavd();
   ASSERT_TRUE(tap.gets(12, VALID)) << service->err();
