@@ -7,6 +7,7 @@
 #include "platform/DbcReader.h"
 
 using namespace ecu::koru::rt;
+using namespace std::string_view_literals;
 using testing::HasSubstr;
 
 namespace {
@@ -124,12 +125,12 @@ TEST(DbcReaderTest, AnyBytesAreReadOrRefused) {
   const std::string text(BUILTIN_SIGNALS);
   for (size_t length = 0; length < text.size(); ++length) (void)parse_dbc(text.substr(0, length), "");
   std::mt19937 random(3);
-  const std::string bytes = "\0\"\\;:|@+-()[], \n09SMm_\xFF";
+  constexpr std::string_view BYTES = "\0\"\\;:|@+-()[], \n09SMm_\xFF"sv;
   for (int round = 0; round < 5000; ++round) {
     std::string changed = text;
     for (int i = 0; i < 3; ++i) {
       const size_t at = random() % changed.size();
-      changed.replace(at, random() % 4, random() % 3, bytes[random() % bytes.size()]);
+      changed.replace(at, random() % 4, random() % 3, BYTES[random() % BYTES.size()]);
     }
     const DbcResult result = parse_dbc(changed, "f.dbc");
     ASSERT_EQ(result.database == nullptr, !result.error.reason.empty()) << changed;

@@ -46,17 +46,15 @@ Bytes littleEndian(uint64_t value, size_t size) {
 
 /// An adapter whose one group, on the topic "t", has 12 bytes and the signal "s".
 struct OneSignal {
-  test::TempDir folder;
   SignalAdapter adapter;
   SignalGroup group;
 
-  OneSignal(unsigned start, unsigned width, const std::string& scale = "(1,0)") {
-    const std::string path =
-        folder.write("s.dbc", logging::text("BO_ 1 M: 12 A\nSG_ s : ", start, '|', width, "@1+ ", scale,
-                                            " [0|0] \"\" A\nBA_ \"RxTopic\" BO_ 1 \"t\";"));
-    EXPECT_TRUE(adapter.load_database(path));
-    group = adapter.create_sg("t");
-  }
+  OneSignal(unsigned start, unsigned width, const std::string& scale = "(1,0)")
+      : adapter(parse_dbc(logging::text("BO_ 1 M: 12 A\nSG_ s : ", start, '|', width, "@1+ ", scale,
+                                        " [0|0] \"\" A\nBA_ \"RxTopic\" BO_ 1 \"t\";"),
+                          "")
+                    .database),
+        group(adapter.create_sg("t")) {}
 };
 
 }  // namespace
