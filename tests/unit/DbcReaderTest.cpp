@@ -19,7 +19,7 @@ const std::string GOOD =
     " SG_ a : 0|8@1+ (0.5,-3) [0|1] \"m\" B\n"    // 4
     " SG_ b : 12|16@1+ (1,0) [0|1] \"\" A,B\n"    // 5
     "BO_ 100 OTHER: 8 A\n"                        // 6
-    " SG_ x : 0|8@1+ (1,0) [0|1] \"\" B\n"        // 7
+    " SG_ x : 0|8@1- (1,0) [0|1] \"\" B\n"        // 7
     "BA_DEF_ BO_ \"TxTopic\" STRING ;\n"          // 8
     "BA_ \"TxTopic\" BO_ 2566845438 \"t/tx\";\n"  // 9
     "BA_ \"RxTopic\" BO_ 2566845438 \"t/rx\";\n"  // 10
@@ -79,7 +79,9 @@ TEST(DbcReaderTest, WhatCannotBeUsedIsNamedWithItsLine) {
       {with("BU_:", "BU:"), 2, "expected a statement, found 'BU:'"},
       {with("BO_ 2566845438 USED: 8 A\n", "\n"), 4, "a signal without a message before it"},
       {with("BO_ 100", "BA_ \"RxTopic\" BO_ 100 \"o\";\nBO_ 100"), 6, "there is no message with id 100"},
-      {with(" SG_ x : 0|8@1+ (1,0) [0|1] \"\" B\n", "\n") + "BA_ \"TxTopic\" BO_ 100 \"o\";", 6,
+      {with("STRING ;", "STRING ;BA_DEF_DEF_ \"RxTopic\" \"o\";"), 7, "signal x of message OTHER: signed"},
+      {with("b : 0;", "b : 1;\nBA_ \"TxTopic\" BO_ 100 \"o\";"), 7, "signal x of message OTHER: signed"},
+      {with(" SG_ x : 0|8@1- (1,0) [0|1] \"\" B\n", "\n") + "BA_ \"TxTopic\" BO_ 100 \"o\";", 6,
        "message OTHER has a topic and no signal"},
       {GOOD.substr(0, GOOD.find("BA_ ")), 9, "no message has a TxTopic or RxTopic"},
       {"", 1, "no message has a TxTopic or RxTopic"},
