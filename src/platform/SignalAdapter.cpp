@@ -57,7 +57,7 @@ UnpackResult failure(std::string error) {
 
 }  // namespace
 
-SignalAdapter::SignalAdapter() : m_database(builtIn()) {}
+SignalAdapter::SignalAdapter() : SignalAdapter(builtIn()) {}
 
 SignalAdapter& SignalAdapter::instance() {
   static SignalAdapter adapter;
@@ -68,7 +68,7 @@ bool SignalAdapter::load_database(const std::string& path) {
   DbcResult result = load_dbc(path);
   const bool loaded = result.database != nullptr;
   if (loaded) {
-    LOG.info("signal database ", logging::escaped(path), ": ", result.database->groups().size(), " groups");
+    LOG.info("signal database ", logging::escaped(path), ", groups: ", result.database->groups().size());
   } else {
     LOG.error("signal database ", result.error.text(), "; the built-in one is used");
     result.database = builtIn();

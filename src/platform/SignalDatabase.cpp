@@ -25,14 +25,16 @@ bool isOver(double value, double divisor, double& dividend) {
 SignalScale::SignalScale(double factor, double offset)
     : m_factor(factor), m_offset(offset), m_factor_dividend(factor), m_offset_dividend(offset) {
   double divisor = 1;
-  for (int digits = 0; digits <= MAX_DECIMAL_DIGITS; ++digits, divisor *= 10) {
+  for (int digits = 0; digits <= MAX_DECIMAL_DIGITS; ++digits) {
     double factor_dividend = 0;
     double offset_dividend = 0;
-    if (!isOver(factor, divisor, factor_dividend) || !isOver(offset, divisor, offset_dividend)) continue;
-    m_factor_dividend = factor_dividend;
-    m_offset_dividend = offset_dividend;
-    m_divisor = divisor;
-    return;
+    if (isOver(factor, divisor, factor_dividend) && isOver(offset, divisor, offset_dividend)) {
+      m_factor_dividend = factor_dividend;
+      m_offset_dividend = offset_dividend;
+      m_divisor = divisor;
+      return;
+    }
+    divisor *= 10;
   }
 }
 

@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/SignalDatabase.h"
@@ -103,6 +104,8 @@ class SignalAdapter {
  public:
   /// Starts with the built-in database.
   SignalAdapter();
+  /// Starts with another database, which is not null.
+  explicit SignalAdapter(std::shared_ptr<const SignalDatabase> database) : m_database(std::move(database)) {}
   [[nodiscard]] static SignalAdapter& instance();
 
   /// Takes the groups from a DBC file instead. False, after one ERROR record with file, line and reason, when

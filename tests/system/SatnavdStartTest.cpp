@@ -83,7 +83,7 @@ TEST_F(SatnavdStart, OptionsBeatTheFileAndTheFileTheDefaults) {
   const std::string wrong =
       "baud_rate = many\ngnss_augmentation = x\ndebugflags = all\nloglevel = LOUD\nconnect_timeout_ms = "
       "soon\n"
-      "gnss_devise = /dev/ttyX\n";
+      "gnss_devise = /dev/ttyX\nsignal_database = none.dbc\n";
   const std::string talkative = "loglevel = DEBUG\ndebugflags = 0x80000000\n";
   const struct {
     std::string simulation, config;
@@ -96,7 +96,7 @@ TEST_F(SatnavdStart, OptionsBeatTheFileAndTheFileTheDefaults) {
        {},
        {"11: unknown key 'gnss_devise' ignored\n", "timeout_ms = \"soon\" is no", "baud rate invalid many\n",
         "gnss_augmentation invalid x\n", "ERROR koru.logging: log level 'LOUD'",
-        "fine_debug_flags invalid all\n"},
+        "fine_debug_flags invalid all\n", "ERROR koru.rt: signal database none.dbc: No such file or "},
        "Baud rate configured"},
       {"00", "baud_rate = 99999999999\n", {}, {"ERROR koru.gpspub: configProp error "}, "baud rate invalid"},
       {"00", "baud_rate = 1x\n", {"-b", "0x3840"}, {"baud rate not supported 14400\n"}, "baud rate invalid"},
