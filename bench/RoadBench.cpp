@@ -1,5 +1,5 @@
 // How fast the road of a fix is: bytes in memory to enveloped messages, framing alone, one fix to one
-// message.
+// message and to the signal groups.
 //
 // The counters: sentences/s and bytes/s are Google Benchmark's items and bytes per second of processor time;
 // ns_per_fix is the processor time of one fix, allocations the calls of operator new per fix once everything
@@ -20,6 +20,7 @@
 #include "nmea/GnssUtils.h"
 #include "platform/Logging.h"
 #include "platform/Time.h"
+#include "publish/GnssPublishCAN.h"
 #include "publish/GnssPublishMqtt.h"
 #include "sim/gnss/Receiver.h"
 
@@ -213,27 +214,36 @@ void BM_Framing(benchmark::State& state) {
 }
 BENCHMARK(BM_Framing)->ArgName("corrupted")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
-/// (c) One finished fix with its five sentences to one enveloped message.
-void BM_FixToMessage(benchmark::State& state) {
-  std::vector<std::string> sentences;
-  for (size_t start = 0; start < drive().ends[0];) {
-    const size_t end = drive().bytes.find('\n', start) + 1;
-    sentences.push_back(drive().bytes.substr(start, end - start));
-    start = end;
+/// The drive's first fix and its sentences.
+struct Fix {
+  Fix() {
+    for (size_t start = 0; start < drive().ends[0];) {
+      const size_t end = drive().bytes.find('\n', start) + 1;
+      sentences.push_back(drive().bytes.substr(start, end - start));
+      start = end;
+    }
+    gpspub::GnssUtils::parseRMCString(sentences[0], info);
+    gpspub::GnssUtils::parseGGAString(sentences[1], info);
+    gpspub::GnssUtils::parseGSAString(sentences[2], info);
+    gpspub::GnssUtils::parseGSTString(sentences.back(), info);
+    info.m_receiver_flag = 1;
+    info.m_local_hour_offset = 1;
+    info.m_local_minute_offset = 0;
   }
+  std::vector<std::string> sentences;
   gpspub::GnssInfo info;
-  gpspub::GnssUtils::parseRMCString(sentences[0], info);
-  gpspub::GnssUtils::parseGGAString(sentences[1], info);
-  gpspub::GnssUtils::parseGSAString(sentences[2], info);
-  gpspub::GnssUtils::parseGSTString(sentences.back(), info);
+};
+
+/// One finished fix through a publisher.
+void publishFixes(benchmark::State& state, gpspub::IGnssPublish& publisher) {
+  Fix fix;
   auto counting = std::make_shared<CountingTransport>();
   std::shared_ptr<com::ITransportClient> transport = counting;
-  gpspub::GnssPublishMqtt publisher;
-  publisher.publishFrame(transport, info, sentences);
+  publisher.publishFrame(transport, fix.info, fix.sentences);
   const long before = allocationCount();
   for (auto _ : state) {
-    info.setUtcTime(-1);
-    publisher.publishFrame(transport, info, sentences);
+    fix.info.setUtcTime(-1);
+    publisher.publishFrame(transport, fix.info, fix.sentences);
   }
   state.SetItemsProcessed(state.iterations());
   state.counters["allocations_per_fix"] =
@@ -241,7 +251,20 @@ void BM_FixToMessage(benchmark::State& state) {
   state.counters["message_bytes"] =
       static_cast<double>(counting->bytes) / static_cast<double>(counting->messages);
 }
+
+/// (c) A fix with its five sentences to one enveloped message.
+void BM_FixToMessage(benchmark::State& state) {
+  gpspub::GnssPublishMqtt publisher;
+  publishFixes(state, publisher);
+}
 BENCHMARK(BM_FixToMessage);
+
+/// (d) A fix to all six signal groups, packed and enveloped.
+void BM_FixToGroups(benchmark::State& state) {
+  gpspub::GnssPublishCAN publisher;
+  publishFixes(state, publisher);
+}
+BENCHMARK(BM_FixToGroups);
 
 }  // namespace
 

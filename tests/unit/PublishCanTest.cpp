@@ -1,0 +1,196 @@
+// The bytes of every signal group for a table of fixes, worked out by hand: raw = (value - offset) /
+// resolution, lowest byte first, all ones where there is no value.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "nmea/GnssUtils.h"
+#include "platform/MemoryTransport.h"
+#include "platform/PbInternalMessageAdapter.h"
+#include "platform/Topics.h"
+#include "proto/nvxproto.pb.h"
+#include "publish/GnssPublishCAN.h"
+#include "publish/GnssPublishSystime.h"
+#include "support/LogCapture.h"
+
+using namespace ecu::koru;
+using namespace ecu::koru::gpspub;
+
+namespace {
+
+/// 12:35:01 on 23 March 2026, one hour east.
+GnssInfo ordinaryFix() {
+  GnssInfo info;
+  info.m_status = STATUS_VALID;
+  info.m_latitude = 4807.038;  // 48.1173
+  info.m_longitude = 1131.0;   // 11.516666...
+  info.m_nav_mode = 3;
+  info.m_quality_indicator = 1;
+  info.m_num_satellites = 9;
+  info.m_speed = 41.4848;
+  info.m_course = 84.4;
+  info.m_altitude = 545.4;
+  info.m_position_error = 3.1;
+  info.m_hdop = 1.18;
+  info.m_vdop = 1.54;
+  info.m_pdop = 1.94;
+  info.m_summer_time = 0;
+  info.m_utc_tm = {};
+  info.m_utc_tm.tm_sec = 1;
+  info.m_utc_tm.tm_min = 35;
+  info.m_utc_tm.tm_hour = 12;
+  info.m_utc_tm.tm_mday = 23;
+  info.m_utc_tm.tm_mon = 2;
+  info.m_utc_tm.tm_year = 126;
+  info.m_local_hour_offset = 1;
+  info.m_local_minute_offset = 0;
+  info.m_frame_time = 0x0102030405060708;
+  info.m_receiver_flag = 1;
+  return info;
+}
+
+/// The lowest value of each signal that a fix can have, and the last second of 2050 in the far west.
+GnssInfo lowestFix() {
+  GnssInfo info = ordinaryFix();
+  info.m_latitude = -9000.0;
+  info.m_longitude = -18000.0;
+  info.m_nav_mode = 1;
+  info.m_quality_indicator = 0;
+  info.m_num_satellites = 0;
+  info.m_speed = -0.0;
+  info.m_course = -0.0;
+  info.m_altitude = -2500;
+  info.m_position_error = info.m_hdop = info.m_vdop = info.m_pdop = 0;
+  info.m_utc_tm.tm_sec = info.m_utc_tm.tm_min = 59;
+  info.m_utc_tm.tm_hour = 23;
+  info.m_utc_tm.tm_mday = 31;
+  info.m_utc_tm.tm_mon = 11;
+  info.m_utc_tm.tm_year = 150;
+  info.m_local_hour_offset = -12;
+  info.m_local_minute_offset = -30;
+  return info;
+}
+
+/// The highest valid raw values.
+GnssInfo highestFix() {
+  GnssInfo info = ordinaryFix();
+  info.m_latitude = 9000.0;
+  info.m_longitude = 18000.0;
+  info.m_nav_mode = 2;
+  info.m_quality_indicator = 6;
+  info.m_num_satellites = 250;
+  info.m_speed = 64255.0 / 256;
+  info.m_course = 359.99;
+  info.m_altitude = 5531.875;
+  info.m_position_error = 125;
+  info.m_hdop = info.m_vdop = info.m_pdop = 25.04;
+  info.m_summer_time = 1;
+  info.m_local_hour_offset = 14;
+  info.m_local_minute_offset = 45;
+  return info;
+}
+
+/// Beyond them.
+GnssInfo excessiveFix() {
+  GnssInfo info = ordinaryFix();
+  info.m_latitude = -0.0;
+  info.m_longitude = std::numeric_limits<double>::infinity();
+  info.m_nav_mode = 4;
+  info.m_quality_indicator = 5;
+  info.m_num_satellites = 251;
+  info.m_speed = 251;
+  info.m_course = -1;
+  info.m_altitude = 5532;
+  info.m_position_error = 1e300;
+  info.m_hdop = info.m_vdop = 99.9;
+  info.m_pdop = 25.1;
+  info.m_summer_time = SUMMER_TIME_NOT_AVAILABLE;
+  info.m_utc_tm.tm_year = 400;
+  info.m_local_hour_offset = OFFSET_NOT_AVAILABLE;
+  info.m_local_minute_offset = 30;
+  return info;
+}
+
+GnssInfo untrustedFix() {
+  GnssInfo info = ordinaryFix();
+  info.m_receiver_flag = 0;
+  return info;
+}
+
+GnssInfo undatedFix() {
+  GnssInfo info = ordinaryFix();
+  info.m_utc_tm = {};
+  return info;
+}
+
+struct Golden {
+  const char* what;
+  GnssInfo fix;
+  const char* vp1;
+  const char* p2c1;
+  const char* vp2;
+  const char* vds;
+  const char* td;
+  const char* stamp;
+};
+
+const char* const NONE = "FF FF FF FF FF FF FF FF";
+const char* const STAMP = "08 07 06 05 04 03 02 01";
+
+std::vector<Golden> goldenFrames() {
+  return {{"ordinary", ordinaryFix(), "08 93 D9 99 CB C2 08 84", "02 01 00 2B 5F 06 FF FF",
+           "09 0C 0F 13 FF FF FF FF", "33 2A 7C 29 FF FF 2B 5F", "04 23 0C 03 5C 29 7D 7E", STAMP},
+          {"lowest", lowestFix(), "00 8C 86 47 00 A3 E1 11", "00 00 00 00 00 00 FF FF",
+           "00 00 00 00 FF FF FF FF", "00 00 00 00 FF FF 00 00", "EC 3B 17 0C 7C 41 5F 71", STAMP},
+          {"highest", highestFix(), "00 5E D0 B2 00 47 75 E8", "01 03 01 FF FA FA FF FF",
+           "FA FA FA FA FF FF FF FF", "FF B3 FF FA FF FF FF FA", "04 23 0C 03 5C 29 AA 8B", STAMP},
+          {"excessive", excessiveFix(), "00 75 2B 7D FF FF FF FF", "FF FF 03 FF FF FF FF FF", NONE, NONE,
+           "04 23 0C 03 5C FF FF FF", STAMP},
+          {"untrusted", untrustedFix(), NONE, "02 01 FF FF FF FF FF FF", "09 FF FF FF FF FF FF FF", NONE,
+           NONE, STAMP},
+          {"undated", undatedFix(), NONE, "02 01 FF FF FF FF FF FF", "09 FF FF FF FF FF FF FF", NONE, NONE,
+           STAMP},
+          {"nothing", GnssInfo(), NONE, NONE, NONE, NONE, NONE, "00 00 00 00 00 00 00 00"}};
+}
+
+std::string hex(const std::string& bytes) {
+  std::string text;
+  for (const char byte : bytes) {
+    char digits[4];
+    static_cast<void>(std::snprintf(digits, sizeof digits, "%02X ", static_cast<unsigned char>(byte)));
+    text += digits;
+  }
+  if (!text.empty()) text.pop_back();
+  return text;
+}
+
+std::pair<std::string, std::string> topicAndBytes(const com::MemoryTransport::Record& record) {
+  return {record.topic,
+          hex(com::PbInternalMessageAdapter<pb::RtSignal>(1).deserialize(record.message).body.value())};
+}
+
+}  // namespace
+
+TEST(PublishCan, GoldenFrames) {
+  const test::LogCapture log;
+  for (Golden& golden : goldenFrames()) {
+    auto bus = std::make_shared<com::MemoryTransport>();
+    std::shared_ptr<com::ITransportClient> client = bus;
+    std::vector<std::string> sentences;
+    GnssPublishCAN().publishFrame(client, golden.fix, sentences);
+    const std::vector<std::pair<std::string, std::string>> expected{
+        {"rt/j1939can/tx/vp1_local", golden.vp1}, {"rt/oemcan/tx/p2c1_local", golden.p2c1},
+        {"rt/j1939can/tx/vp2_local", golden.vp2}, {"rt/j1939can/tx/vds_local", golden.vds},
+        {"rt/j1939can/tx/td_local", golden.td},   {"rt/system/gnss_timestamp_ns", golden.stamp}};
+    std::vector<std::pair<std::string, std::string>> sent;
+    for (const auto& record : bus->records()) sent.push_back(topicAndBytes(record));
+    EXPECT_EQ(sent, expected) << golden.what;
+    bus->clear_records();
+    GnssPublishSystime().publishFrame(client, golden.fix, sentences);
+    ASSERT_EQ(bus->records().size(), 1U);
+    EXPECT_EQ(topicAndBytes(bus->records()[0]),
+              (std::pair<std::string, std::string>("systime/td", golden.td)));
+  }
+}
