@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cmath>
+#include <set>
 #include <string_view>
 
 #include "nmea/GnssUtils.h"
@@ -31,13 +32,23 @@ void setNotAvailable(rt::SignalGroup& group, const char* signal) {
   }
 }
 
+/// A value that the signal cannot hold (a dilution of 30 in a street canyon) often stays so for minutes: told
+/// once.
+static void logRefused(const SignalRow& row, const std::string& topic, bool refused) {
+  static std::set<const SignalRow*> told;
+  if (!refused) {
+    told.erase(&row);
+    return;
+  }
+  const auto level = told.insert(&row).second ? logging::Level::WARNING : logging::Level::DEBUG;
+  LOG.log(level, "Unable to set_signal_scaled_value on ", row.signal, " SignalGroup for ", topic);
+}
+
 void fillSignals(rt::SignalGroup& group, std::span<const SignalRow> rows, const GnssInfo& info) {
   for (const SignalRow& row : rows) {
     const double value = row.value(info);
     if (!std::isnan(value)) {
-      if (!group.set_signal_scaled_value(row.signal, value)) {
-        LOG.warning("Unable to set_signal_scaled_value on ", row.signal, " SignalGroup for ", group.topic());
-      }
+      logRefused(row, group.topic(), !group.set_signal_scaled_value(row.signal, value));
       continue;
     }
     if (GnssUtils::debugIt(logflag::PUBLICATION)) {

@@ -19,7 +19,7 @@ struct SignalRow {
 inline constexpr double SIGNAL_NOT_AVAILABLE = std::numeric_limits<double>::quiet_NaN();
 
 /// Fills the signals in the order of the rows, with all ones where there is no value. A signal that does not
-/// take its value is logged; the others are still set.
+/// take its value is logged; the others are still set. Service thread only.
 void fillSignals(rt::SignalGroup& group, std::span<const SignalRow> rows, const GnssInfo& info);
 
 /// Every bit of the signal.
