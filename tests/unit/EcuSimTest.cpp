@@ -49,9 +49,9 @@ TEST(EcuSimTest, EveryCommandSaysItsMessage) {
       {"timezone -00:45 source=system",
        zone + "hour_offset=0 minute_offset=-45 summer_time=false source=SYSTEM"},
       {"timezone none", zone + "hour_offset=0 minute_offset=0 summer_time=false source=NONE"},
-      {"blackout on", "rt/system/blackout_mode value=01"},
-      {"blackout off", "rt/system/blackout_mode value=00"},
-      {"hw-version AB 1", "rt/system/hw_version value=41422031"},
+      {"blackout on", "rt/system/blackout_mode blackout_mode 01"},
+      {"blackout off", "rt/system/blackout_mode blackout_mode 00"},
+      {"hw-version AB 1", "rt/system/hw_version hw_version 41422031 \"AB 1\""},
       {"source local", "system/gnss/source source=LOCAL_RECEIVER"},
       {"source can", "system/gnss/source source=CAN"},
       {"log-config 0100 0080", "system/gnss/log_config value=01000080"},
@@ -85,7 +85,7 @@ TEST(EcuSimTest, RemembersItsStateAndNothingElse) {
       ElementsAre(
           "system/var/a retained value=2", "system/var/b retained value=3",
           "system/time/timezone retained hour_offset=2 minute_offset=0 summer_time=false source=SYSTEM",
-          "rt/system/blackout_mode retained value=01", "rt/system/hw_version retained value=78",
+          "rt/system/blackout_mode retained blackout_mode 01", "rt/system/hw_version retained hw_version 78",
           "system/sysparams retained entries={}"));
 }
 
