@@ -86,6 +86,7 @@ class DbcParser {
   void skip_to_semicolon();
   void skip_to_statement();
   void skip_new_symbols();
+  void version();
   void message();
   void signal();
   void attribute();
@@ -115,7 +116,7 @@ const std::array<DbcParser::Statement, 30> DbcParser::STATEMENTS{
      {"BA_DEF_DEF_", &DbcParser::attribute_default, false},
      {"SIG_VALTYPE_", &DbcParser::value_type, false},
      {"NS_", &DbcParser::skip_new_symbols, false},
-     {"VERSION", &DbcParser::skip_to_statement, false},
+     {"VERSION", &DbcParser::version, false},
      {"BS_", &DbcParser::skip_to_statement, false},
      {"BU_", &DbcParser::skip_to_statement, true},
      {"EV_", &DbcParser::skip_to_semicolon, true},
@@ -173,6 +174,10 @@ void DbcParser::skip_to_statement() {
 /// The list of keywords that the file may use; it ends where the bus speed or the nodes begin.
 void DbcParser::skip_new_symbols() {
   while (!m_in.at_end() && m_in.peek_word() != "BS_" && m_in.peek_word() != "BU_") m_in.skip();
+}
+
+void DbcParser::version() {
+  (void)m_in.string("the version in quotes");
 }
 
 /// BO_ 2566845438 VP1: 8 SENDER

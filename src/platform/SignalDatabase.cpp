@@ -51,7 +51,7 @@ uint64_t SignalDefinition::max_valid_raw() const {
 }
 
 SignalStatus SignalDefinition::status(uint64_t raw) const {
-  if (raw <= max_valid_raw()) return SignalStatus::VALID;
+  if (coding == SignalCoding::EVERY_VALUE || raw <= max_valid_raw()) return SignalStatus::VALID;
   if (width < 8) return raw == max_raw() ? SignalStatus::NOT_AVAILABLE : SignalStatus::ERROR;
   const uint64_t highest = raw >> (width - 8);
   if (highest == NOT_AVAILABLE_BYTE) return SignalStatus::NOT_AVAILABLE;

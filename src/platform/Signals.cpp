@@ -1,7 +1,6 @@
 #include "platform/Signals.h"
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 #include <utility>
 

@@ -106,7 +106,8 @@ class SignalAdapter {
   [[nodiscard]] static SignalAdapter& instance();
 
   /// Takes the groups from a DBC file instead. False, after one ERROR record with file, line and reason, when
-  /// it cannot be read or understood: nothing changes. Groups made before keep the definition that they have.
+  /// it cannot be read or understood: the built-in database is then used. Groups made before keep the
+  /// definition that they have.
   bool load_database(const std::string& path);
   /// The database in use.
   [[nodiscard]] std::shared_ptr<const SignalDatabase> database() const;
