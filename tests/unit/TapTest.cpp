@@ -231,9 +231,9 @@ TEST(TapTest, ShowsSignalGroupsWithPhysicalValues) {
        {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0xFE, 0x77},  // and a byte that the group does not have
        "VP1  latitude not available  longitude error  raw ffffffff000000fe"},
       {"rt/j1939can/tx/vds_local",
-       {0xC1, 0x87, 0x0A, 0x24, 0xFF, 0xFF, 0, 0xFB},
-       "VDS  compassbearing 271.508 deg  navigationbasedvehiclespeed 36.039 km/h  pitch not available  "
-       "altitude out of range  raw c1870a24ffff00fb"},
+       {0xC1, 0x87, 0x0A, 0x24, 0, 0xFB, 0xB5, 0x6B},
+       "VDS  compassbearing 271.508 deg  navigationbasedvehiclespeed 36.039 km/h  pitch out of range  "
+       "altitude 946.625 m  raw c1870a2400fbb56b"},
       {"systime/td",
        {0x79, 0x0F, 0x0A, 0x0B, 0x54, 0x29, 0x7D, 0x7B},
        "TD  seconds 30.25 s  minutes 15 min  hours 10 h  month 11 month  day 21 d  year 2026 a  "

@@ -21,8 +21,8 @@ CLI::Validator file_name() {
           "FILE"};
 }
 
-void add_signal_database_option(CLI::App& app, std::string& file) {
-  app.add_option("--signal-database", file, "A DBC file that replaces the built-in signal database")
+CLI::Option* add_signal_database_option(CLI::App& app, std::string& file) {
+  return app.add_option("--signal-database", file, "A DBC file that replaces the built-in signal database")
       ->check(file_name());
 }
 

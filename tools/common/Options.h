@@ -19,7 +19,7 @@ void add_bus_options(CLI::App& app, BusOptions& options);
 [[nodiscard]] CLI::Validator file_name();
 
 /// Adds --signal-database. `file` must outlive `app`.
-void add_signal_database_option(CLI::App& app, std::string& file);
+CLI::Option* add_signal_database_option(CLI::App& app, std::string& file);
 
 /// Replaces the built-in signal database by the file, unless its name is empty. False when the file cannot be
 /// read or understood; standard error was told.
