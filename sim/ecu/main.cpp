@@ -3,6 +3,7 @@
 #include <iostream>
 #include <optional>
 
+#include "sim/ecu/BridgeSession.h"
 #include "sim/ecu/Session.h"
 #include "tools/common/Options.h"
 #include "tools/common/StopSignals.h"
@@ -22,6 +23,7 @@ struct Options {
   bool no_defaults = false;
   bool retain_all = false;
   bool keep = false;
+  sim::BridgeOptions bridge;
 };
 
 /// A unit with a receiver of its own, where no parameter was ever set.
@@ -32,7 +34,13 @@ constexpr const char* DESCRIPTION =
     "blackout\n"
     "and hardware version. Without options: a unit with a receiver, hwvariant=sim, hwversion=qrx, "
     "hasgnss=true, no\n"
-    "system parameter, no time zone. Ends when the broker has it all, or stays with --keep.";
+    "system parameter, no time zone. Ends when the broker has it all, or stays with --keep.\n"
+    "With --bridge FROM TO: the vehicle's CAN between two units, each given as HOST[:PORT][/PREFIX], where "
+    "the unit's\n"
+    "topics stand behind PREFIX/ on that broker. Both may be on one broker. Of the other options only "
+    "--config "
+    "and\n"
+    "--client-name go with it. Runs until Ctrl-C and then tells how many frames of each group it carried.";
 
 const std::string FOOTER =
     "Commands, of --file and with --keep on standard input ('#' begins a comment; a parameter's change is\n"
@@ -40,7 +48,8 @@ const std::string FOOTER =
     sim::command_help() +
     "Exit status: 0 when everything was published; 1 when the broker cannot be reached or does not take it; "
     "2 for\n"
-    "wrong options and a broken command in the file.";
+    "wrong options and a broken command in the file. With --bridge 1 also when the signal database cannot be "
+    "used.";
 
 void add_repeatable(CLI::App& app, const char* name, std::vector<std::string>& values, const char* help) {
   app.add_option(name, values, help)->type_size(1)->allow_extra_args(false);
@@ -62,6 +71,7 @@ void add_options(CLI::App& app, Options& options) {
                "Retain time zone, blackout and hardware version too, for a service that starts later");
   app.add_flag("--keep", options.keep,
                "Stay, follow commands on standard input, and publish everything again after a reconnect");
+  sim::add_bridge_options(app, options.bridge);
 }
 
 /// What the command line and the file ask for, as commands in the order in which they count.
@@ -116,6 +126,14 @@ int run(const Options& options, Requests& requests) {
   return bus->close(tool::EXIT_DONE);
 }
 
+int bridge(const CLI::App& app, const Options& options) {
+  for (const char* name : {"--host", "--port", "--var", "--param", "--timezone", "--blackout", "--hw-version",
+                           "--file", "--no-defaults", "--retain-all", "--keep"}) {
+    if (app.count(name) > 0) return tool::wrong_options(app, std::string(name) + " is not for --bridge");
+  }
+  return sim::run_bridge(app, options.bus, options.bridge);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -124,12 +142,13 @@ int main(int argc, char** argv) {
   Options options;
   add_options(app, options);
   if (const auto status = tool::parse_options(app, argc, argv)) return *status;
+  tool::ignore_broken_pipes();
+  if (!options.bridge.ends.first.empty()) return bridge(app, options);
   Requests requests{.unit = sim::UnitState(options.retain_all), .said_once = {}};
   try {
     requests.add_all(options);
   } catch (const sim::BadCommand& error) {
     return tool::wrong_options(app, error.what());
   }
-  tool::ignore_broken_pipes();
   return run(options, requests);
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -45,6 +46,13 @@ std::vector<std::string> summaries(const std::string& text) {
                   line.value("body", json(line.value("error", ""))).dump());
   }
   return out;
+}
+
+/// A unit's command that publishes a signal group's 7 or 8 bytes.
+std::string raw_group(const std::string& topic, const std::string& bytes) {
+  const bool whole = bytes.size() == 16;
+  return "raw " + topic + " 09 0100 1200 " + (whole ? "0A" : "09") + "000000 11 0102030405060708 0A" +
+         (whole ? "08" : "07") + bytes + "\n";
 }
 
 class EcuAndTapTest : public testing::Test {
@@ -116,6 +124,67 @@ TEST_F(EcuAndTapTest, CommandsReachTheBusOnceAndBrokenOnesChangeNothing) {
   EXPECT_THAT(tap->err(), IsEmpty());
 }
 
+TEST_F(EcuAndTapTest, ABridgeJoinsTwoUnits) {
+  test::Broker other;
+  ASSERT_TRUE(other.start());
+  const auto port = std::to_string(broker.port());
+  const auto other_port = std::to_string(other.port());
+  test::Process bridge({test::program("ecu-sim"), "--bridge", "127.0.0.1:" + port + "/a",
+                        "127.0.0.1:" + other_port, "--delay", "50"});
+  ASSERT_TRUE(bridge.wait_for_output("carrying 5 groups from 127.0.0.1:" + port + "/a to", PATIENCE_MS));
+  test::Process tap({test::program("satnav-tap"), "--json", "--topic", "rt/#", "--port", other_port});
+  const auto unit = start_unit();
+  const auto command = raw_group("a/rt/oemcan/tx/p2c1_local", "030103B46B04FF") +
+                       raw_group("a/rt/j1939can/tx/vp1_local", "949ADC99D0144576") +
+                       raw_group("a/rt/oemcan/tx/p2c1_local", "030103B46B04FFFF");
+  ASSERT_TRUE(test::eventually(  // until the subscriptions are there
+      [&] {
+        unit->write_stdin(command);
+        return tap.wait_for_output("p2c1_fb", 200);
+      },
+      PATIENCE_MS));
+  const auto lines = json_lines(tap.out());
+  EXPECT_EQ(lines[0]["topic"], "rt/j1939can/rx/vp1_fb");
+  EXPECT_EQ(lines[0]["group"]["signals"]["latitude"]["value"], 48.137154);
+  EXPECT_EQ(lines[1]["topic"], "rt/oemcan/rx/p2c1_fb");
+  EXPECT_EQ(lines[1]["body"]["value"], "030103b46b04ffff");
+  EXPECT_NE(lines[1]["envelope"]["timestamp_ns"], 0x0807060504030201);
+  bridge.signal(SIGINT);
+  EXPECT_EQ(bridge.wait_for_exit(PATIENCE_MS), 0);
+  EXPECT_THAT(bridge.out(), testing::ContainsRegex(
+                                "P2C1 [^ ]* -> [^ ]*: [1-9] carried, 0 lost, 0 dropped, [1-9] malformed\n"));
+}
+
+TEST_F(EcuAndTapTest, TheCanLogHoldsTheFrames) {
+  test::TempDir folder;
+  const auto tap = start(
+      {"satnav-tap", "--topic", "system/var/#", "--can-log", folder / "can.log", "--can-interface", "vcan0"});
+  const auto full = start({"satnav-tap", "--can-log", "/dev/full"});
+  const auto unit = start_unit();
+  for (auto* process : {tap.get(), full.get()})
+    ASSERT_TRUE(process->wait_for_output("system/var/", PATIENCE_MS));
+  const auto before = time(nullptr);
+  for (const auto& line : {raw_group("rt/j1939can/tx/vp1_local", "949ADC99D0144576"),
+                           raw_group("rt/oemcan/rx/p2c1_fb", "030103B46B04FF"),
+                           raw_group("rt/oemcan/rx/p2c1_fb", "030103B46B04FFFF"),
+                           raw_group("rt/system/gnss_timestamp_ns", "0102030405060708")}) {
+    unit->write_stdin(line);
+  }
+  std::string log;
+  EXPECT_TRUE(test::eventually(
+      [&] {
+        std::ifstream file(folder / "can.log");
+        log.assign(std::istreambuf_iterator<char>(file), {});
+        return std::count(log.begin(), log.end(), '\n') == 2;
+      },
+      PATIENCE_MS));
+  EXPECT_THAT(log, testing::MatchesRegex("\\([0-9]{10}\\.[0-9]{6}\\) vcan0 18FEF31C#949ADC99D0144576\n"
+                                         "\\([0-9]{10}\\.[0-9]{6}\\) can1 18FF211C#030103B46B04FFFF\n"));
+  EXPECT_NEAR(std::stod(log.substr(1)), static_cast<double>(before), 15);
+  EXPECT_EQ(full->wait_for_exit(PATIENCE_MS), 1);
+  EXPECT_THAT(full->err(), HasSubstr("satnav-tap: cannot write /dev/full: "));
+}
+
 TEST_F(EcuAndTapTest, TheStateSurvivesARestartOfTheBroker) {
   const auto unit = start_unit({"--param", "0xA00F=01"});
   broker.stop();
@@ -137,6 +206,7 @@ TEST_F(EcuAndTapTest, TheStateSurvivesARestartOfTheBroker) {
 TEST_F(EcuAndTapTest, TheExitStatusTellsWhatHappened) {
   test::TempDir folder;
   const auto broken_file = folder.write("unit.txt", "var a b\nvar\n");
+  const auto broken_database = folder.write("bad.dbc", "BO_ 1 X: 8 Y\nSG_\n");
   const auto broken_config = folder.write("bad.conf", "host 127.0.0.1\n");
   const struct {
     std::vector<std::string> argv;
@@ -150,6 +220,12 @@ TEST_F(EcuAndTapTest, TheExitStatusTellsWhatHappened) {
       {{"satnav-tap", "--frobnicate"}, 2, "--frobnicate"},
       {{"satnav-tap", "--config", broken_config}, 2, "configuration line 1"},
       {{"satnav-tap", "--config", broken_config + ".not"}, 2, "does not exist"},
+      {{"satnav-tap", "--signal-database", broken_database}, 1, "satnav-tap: signal database "},
+      {{"satnav-tap", "--can-log", "/no/folder/file"}, 1, "cannot write /no/folder/file: No such file"},
+      {{"satnav-tap", "--can-log", "/dev/null", "--source-address", "FF"}, 2, "from 00 to FE"},
+      {{"satnav-tap", "--can-interface", "can7"}, 2, "requires --can-log"},
+      {{"ecu-sim", "--bridge", "localhost", "localhost:0"}, 2, "expected HOST[:PORT][/PREFIX]"},
+      {{"ecu-sim", "--bridge", "localhost", "localhost"}, 2, "--port is not for --bridge"},
       {{"ecu-sim", "--file", broken_file}, 2, "unit.txt line 2: var: expected a variable's name"},
       {{"ecu-sim", "--blackout", "perhaps"}, 2, "expected on or off, found 'perhaps'"},
       {{"ecu-sim", "--param", "0xA00F=1"}, 2, "two digits each"},

@@ -1,7 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/Logging.h"
+#include "platform/MemoryTransport.h"
 #include "platform/PbInternalMessageAdapter.h"
+#include "platform/Time.h"
+#include "platform/Topics.h"
+#include "sim/ecu/Bridge.h"
+#include "sim/ecu/BridgeEnd.h"
 #include "sim/ecu/LineBuffer.h"
 #include "sim/ecu/UnitState.h"
 #include "tools/tap/Lines.h"
@@ -32,7 +38,136 @@ std::vector<std::string> said(std::string_view line) {
   return seen(unit.apply(parse_command(line)));
 }
 
+/// A VP1 group whose first byte is `first`, and what follows it.
+com::Message frame(uint8_t first, std::vector<uint8_t> rest = {2, 3, 4, 5, 6, 7, 8}) {
+  rest.insert(rest.begin(), first);
+  pb::RtSignal body;
+  body.set_value(rest.data(), rest.size());
+  com::Message message;
+  EXPECT_TRUE(com::envelope::wrap(9, body, message));
+  return message;
+}
+
+class BridgeTest : public testing::Test {
+ protected:
+  BridgeTest() {
+    set_time_source(&time);
+    logging::configure_logging("ERROR");
+  }
+  ~BridgeTest() override {
+    set_time_source(nullptr);
+    logging::configure_logging("INFO");
+  }
+
+  /// The first bytes of the frames that came out, in order.
+  [[nodiscard]] std::string arrived() const {
+    std::string out;
+    for (const auto& record : to.records()) out.push_back(static_cast<char>(record.message.payload.at(20)));
+    return out;
+  }
+  static sim::Bridge::Route vp1(const sim::Bridge& bridge) { return bridge.routes().at(0); }
+
+  VirtualTime time{0x0102030405060708};
+  com::MemoryTransport to;
+  int wakes = 0;
+};
+
 }  // namespace
+
+TEST_F(BridgeTest, OnlyTheFrameCrossesAfterItsDelay) {
+  sim::Bridge bridge({.from_prefix = "a/", .to_prefix = "b/c/", .delay_ns = 1000}, to, [this] { ++wakes; });
+  EXPECT_THAT(bridge.topics(), testing::Contains("a/rt/oemcan/tx/p2c1_local"));
+  bridge.message("a/" + topic::VP1_TX, frame(1, {2, 3, 4, 5, 6, 7, 8, 9}));
+  EXPECT_EQ(bridge.send_due(), 1000);
+  EXPECT_THAT(to.records(), IsEmpty());
+  time.advance(1000);
+  bridge.message("a/" + topic::VP1_TX, frame(7));
+  EXPECT_EQ(bridge.send_due(), 1000);
+  ASSERT_EQ(to.records().size(), 1U);
+  const auto record = to.records()[0];
+  EXPECT_EQ(record.topic, "b/c/" + topic::VP1_RX);
+  EXPECT_THAT(record.message.payload,
+              ElementsAre(0x09, 1, 0, 18, 0, 10, 0, 0, 0, 0x11, 0xF0, 0x0A, 6, 5, 4, 3, 2, 1,  // now
+                          0x0A, 8, 1, 2, 3, 4, 5, 6, 7, 8));
+  time.advance(1000);
+  EXPECT_EQ(bridge.send_due(), std::nullopt);
+  EXPECT_EQ(arrived(), "\1\7");
+  EXPECT_EQ(wakes, 1) << "only a frame that nobody waits for needs a wake-up";
+}
+
+TEST_F(BridgeTest, CountsWhatDoesNotCross) {
+  sim::Bridge bridge({}, to, [] {});
+  auto old = frame(1);
+  old.retained = true;
+  bridge.message(topic::VP1_TX, old);
+  bridge.message("x/" + topic::VP1_TX, frame(2));
+  bridge.message(topic::VP1_RX, frame(3));
+  bridge.message(topic::VP1_TX, frame(4, {2, 3, 4, 5, 6, 7}));
+  bridge.message(topic::VP1_TX, {});
+  to.set_connected(false);
+  bridge.message(topic::VP1_TX, frame(5));
+  EXPECT_EQ(bridge.send_due(), std::nullopt);
+  to.set_connected(true);
+  for (size_t i = 0; i <= sim::Bridge::CAPACITY; ++i)
+    bridge.message(topic::VP1_TX, frame(static_cast<uint8_t>(i)));
+  while (const auto pause_ns = bridge.send_due()) time.advance(*pause_ns);
+  bridge.message(topic::VP1_TX, frame(6));
+  bridge.stop();
+  bridge.message(topic::VP1_TX, frame(7));
+  EXPECT_EQ(bridge.send_due(), std::nullopt);
+  EXPECT_EQ(arrived().size(), sim::Bridge::CAPACITY);
+  EXPECT_EQ(arrived().substr(0, 3), std::string("\0\1\2", 3));
+  const auto route = vp1(bridge);
+  EXPECT_EQ(route.carried, sim::Bridge::CAPACITY);
+  EXPECT_EQ(route.dropped, 3) << "no broker, no room, the end";
+  EXPECT_EQ(route.malformed, 2);
+  EXPECT_EQ(route.lost, 0);
+}
+
+TEST_F(BridgeTest, TheSameSeedLosesTheSameFrames) {
+  std::vector<std::string> runs;
+  for (const uint64_t seed : {1, 1, 2}) {
+    to.clear_records();
+    sim::Bridge bridge({.loss = 0.25, .seed = seed}, to, [] {});
+    for (int i = 0; i < 200; ++i) bridge.message(topic::VP1_TX, frame(static_cast<uint8_t>(i)));
+    while (const auto pause_ns = bridge.send_due()) time.advance(*pause_ns);
+    runs.push_back(arrived());
+    EXPECT_EQ(vp1(bridge).lost + runs.back().size(), 200);
+    EXPECT_NEAR(static_cast<double>(runs.back().size()), 150, 20);
+  }
+  EXPECT_EQ(runs[0], runs[1]);
+  EXPECT_NE(runs[0], runs[2]);
+}
+
+TEST_F(BridgeTest, AnEndIsBrokerAndPrefix) {
+  const struct {
+    std::string_view text;
+    std::string_view end;  // host|port|prefix, empty: refused
+  } rows[] = {{"localhost", "localhost|1883|"},
+              {"10.0.0.1:18830/unit/a", "10.0.0.1|18830|unit/a/"},
+              {"[::1]:5/a", "::1|5|a/"},
+              {"broker/a", "broker|1883|a/"},
+              {"", ""},
+              {":1883", ""},
+              {"a:0", ""},
+              {"a:65536", ""},
+              {"a:/x", ""},
+              {"a:1/", ""},
+              {"a:1/b/", ""},
+              {"a/+", ""},
+              {"a/\xFF", ""},
+              {"[::1", ""},
+              {"[::1]2", ""}};
+  for (const auto& row : rows) {
+    try {
+      const auto end = sim::parse_bridge_end(row.text);
+      EXPECT_EQ(end.host + "|" + std::to_string(end.port) + "|" + end.prefix, row.end);
+      EXPECT_EQ(sim::parse_bridge_end(end.text()).text(), end.text());
+    } catch (const std::invalid_argument& error) {
+      EXPECT_EQ(row.end, "") << error.what();
+    }
+  }
+}
 
 TEST(EcuSimTest, EveryCommandSaysItsMessage) {
   const std::string zone = "system/time/timezone ";
@@ -49,9 +184,9 @@ TEST(EcuSimTest, EveryCommandSaysItsMessage) {
       {"timezone -00:45 source=system",
        zone + "hour_offset=0 minute_offset=-45 summer_time=false source=SYSTEM"},
       {"timezone none", zone + "hour_offset=0 minute_offset=0 summer_time=false source=NONE"},
-      {"blackout on", "rt/system/blackout_mode value=01"},
-      {"blackout off", "rt/system/blackout_mode value=00"},
-      {"hw-version AB 1", "rt/system/hw_version value=41422031"},
+      {"blackout on", "rt/system/blackout_mode blackout_mode 01"},
+      {"blackout off", "rt/system/blackout_mode blackout_mode 00"},
+      {"hw-version AB 1", "rt/system/hw_version hw_version 41422031 \"AB 1\""},
       {"source local", "system/gnss/source source=LOCAL_RECEIVER"},
       {"source can", "system/gnss/source source=CAN"},
       {"log-config 0100 0080", "system/gnss/log_config value=01000080"},
@@ -85,7 +220,7 @@ TEST(EcuSimTest, RemembersItsStateAndNothingElse) {
       ElementsAre(
           "system/var/a retained value=2", "system/var/b retained value=3",
           "system/time/timezone retained hour_offset=2 minute_offset=0 summer_time=false source=SYSTEM",
-          "rt/system/blackout_mode retained value=01", "rt/system/hw_version retained value=78",
+          "rt/system/blackout_mode retained blackout_mode 01", "rt/system/hw_version retained hw_version 78",
           "system/sysparams retained entries={}"));
 }
 

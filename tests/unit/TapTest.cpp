@@ -5,6 +5,7 @@
 
 #include "platform/Logging.h"
 #include "platform/PbInternalMessageAdapter.h"
+#include "tools/tap/CanFrame.h"
 #include "tools/tap/Fields.h"
 #include "tools/tap/Lines.h"
 
@@ -165,8 +166,9 @@ TEST(TapTest, ShowsTheOtherBodiesAsJson) {
   EXPECT_EQ(json_of("system/sysparams", enveloped(parameters))["body"].dump(),
             R"({"entries":{"0x00002045":{"value":""},"0x0000A00F":{"flags":1,"value":"0100"}}})");
 
-  EXPECT_EQ(json_of("rt/j1939can/tx/vp1_local", enveloped_value("\x01\xAB"))["body"].dump(),
-            R"({"value":"01ab"})");
+  const Json unknown_group = json_of("rt/other/tx/x", enveloped_value("\x01\xAB"));
+  EXPECT_EQ(unknown_group["body"].dump(), R"({"value":"01ab"})");
+  EXPECT_FALSE(unknown_group.contains("group"));
   EXPECT_EQ(json_of("system/var/name", enveloped_value("Z\xC3\xBCrich"))["body"]["value"], "Z\xC3\xBCrich");
   EXPECT_EQ(json_of("system/var/name", enveloped_value("Z\xFCrich"))["body"]["value"], "Z\\xfcrich");
 }
@@ -216,6 +218,83 @@ TEST(TapTest, LaysAFixOutForPeople) {
               HasSubstr("2 sentences\n    $GPRMC,1*00\n    $GP\\xFF\\x80\"*00\n"));
 }
 
+TEST(TapTest, ShowsSignalGroupsWithPhysicalValues) {
+  const struct {
+    std::string_view topic;
+    Bytes value;
+    std::string shown;
+  } rows[] = {
+      {"rt/j1939can/tx/vp1_local",
+       {0x94, 0x9A, 0xDC, 0x99, 0xD0, 0x14, 0x45, 0x76},
+       "VP1  latitude 48.137154 deg  longitude -11.57612 deg  raw 949adc99d0144576"},
+      {"rt/j1939can/rx/vp1_fb",
+       {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0xFE, 0x77},  // and a byte that the group does not have
+       "VP1  latitude not available  longitude error  raw ffffffff000000fe"},
+      {"rt/j1939can/tx/vds_local",
+       {0xC1, 0x87, 0x0A, 0x24, 0, 0xFB, 0xB5, 0x6B},
+       "VDS  compassbearing 271.508 deg  navigationbasedvehiclespeed 36.039 km/h  pitch out of range  "
+       "altitude 946.625 m  raw c1870a2400fbb56b"},
+      {"systime/td",
+       {0x79, 0x0F, 0x0A, 0x0B, 0x54, 0x29, 0x7D, 0x7B},
+       "TD  seconds 30.25 s  minutes 15 min  hours 10 h  month 11 month  day 21 d  year 2026 a  "
+       "localminuteoffset 0 min  localhouroffset -2 h  raw 790f0a0b54297d7b"},
+      {"rt/system/gnss_timestamp_ns",
+       {0x15, 0xCD, 0x5B, 0x07, 0, 0, 0, 0x80},
+       "timestamp_ns 9223372036978232597  raw 15cd5b0700000080"},
+      {"rt/system/hw_version", {'v', '1'}, "hw_version 7631 \"v1\""},
+      {"rt/oemcan/tx/p2c1_local", {1, 2, 3}, "UNDECODABLE: the payload has 3 bytes, the group 8"},
+      {"systime/td", {}, "UNDECODABLE: the payload has 0 bytes, the group 8"},
+  };
+  for (const auto& row : rows) {
+    const std::string_view value(reinterpret_cast<const char*>(row.value.data()), row.value.size());
+    EXPECT_THAT(tap::human_line(arrival(row.topic, enveloped_value(value)), false),
+                HasSubstr("] " + row.shown + "\n"));
+  }
+}
+
+TEST(TapTest, ShowsSignalGroupsAsJson) {
+  const auto group = [](std::string_view topic, std::string_view value) {
+    return json_of(topic, enveloped_value(value))["group"].dump();
+  };
+  EXPECT_EQ(group("rt/j1939can/tx/vp1_local", std::string("\x94\x9A\xDC\x99\0\0\0\xFE", 8)),
+            R"({"name":"VP1","can_id":"18FEF3FE","signals":{)"
+            R"("latitude":{"value":48.137154,"unit":"deg","status":"valid","raw":"949adc99"},)"
+            R"("longitude":{"value":null,"unit":"deg","status":"error","raw":"000000fe"}}})");
+  EXPECT_THAT(group("systime/td", "\x79\x0F\x0A\x0B\x54\x29\x7D\xFB"),
+              testing::AllOf(HasSubstr(R"("year":{"value":2026,"unit":"a","status":"valid","raw":"29"})"),
+                             HasSubstr(R"({"value":null,"unit":"h","status":"out of range","raw":"fb"})")));
+  EXPECT_THAT(
+      group("rt/j1939can/rx/vp2_fb", "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"),
+      HasSubstr(R"("horizontaldilutionofprecision":{"value":null,"status":"not available","raw":"ff"})"));
+  EXPECT_EQ(
+      group("rt/system/blackout_mode", "\x01"),
+      R"({"name":"blackout_mode","signals":{"blackout_mode":{"value":1,"status":"valid","raw":"01"}}})");
+  EXPECT_THAT(group("rt/system/hw_version", "123456789"), HasSubstr(R"("value":null,"status":"valid")"));
+}
+
+TEST(TapTest, WritesAGroupAsAFrame) {
+  const auto group = rt::SignalAdapter::instance().create_sg("rt/oemcan/rx/p2c1_fb");
+  EXPECT_EQ(tap::candump_line(1'795'256'130'000'456, "vcan0", group, std::nullopt),
+            "(1795256130.000456) vcan0 18FF211C#FFFFFFFFFFFFFFFF\n");
+  const struct {
+    uint32_t id;
+    bool extended;
+    std::optional<uint8_t> source_address;
+    std::string_view text;
+  } rows[] = {{0x18FEF3FE, true, std::nullopt, "18FEF31C"},
+              {0x18FEF3FE, true, 0xFE, "18FEF3FE"},
+              {0x08FEF321, true, std::nullopt, "08FEF321"},
+              {0x08FEF321, true, 0x00, "08FEF300"},
+              {0x0FE, false, 0x1C, "0FE"},
+              {0, true, std::nullopt, "00000000"}};
+  for (const auto& row : rows) {
+    rt::GroupDefinition definition;
+    definition.can_id = row.id;
+    definition.extended = row.extended;
+    EXPECT_EQ(tap::can_id_text(tap::frame_id(definition, row.source_address), row.extended), row.text);
+  }
+}
+
 // Nothing that came from outside may reach the terminal as a control character, or pass for a line of its
 // own.
 TEST(TapTest, CannotBeMadeToForgeALine) {
@@ -227,9 +306,11 @@ TEST(TapTest, CannotBeMadeToForgeALine) {
     std::string_view shown;
   } rows[] = {{"system/var/a", enveloped_value("\x1B[2J\nfalse"), "value=\\x1B[2J\\x0Afalse\n"},
               {"rt/\x1B\n", enveloped_value("\n"), "rt/\\x1B\\x0A ["},
-              {"rt/system/x", enveloped_value(std::string(1000, 'A')), "4141...\n"},
+              {"rt/x", enveloped_value(std::string(1000, 'A')), "4141...\n"},
+              {"rt/system/x", enveloped_value("\x1B[2J"), "x 1b5b324a\n"},
+              {"rt/system/\x1B", enveloped_value("AB"), "\\x1B 4142 \"AB\"\n"},
               {"system/sysparams", enveloped(parameters), "entries={0x00000001={value=78}}\n"},
-              {"rt/system/x", enveloped(pb::RtSignal()), "(no fields)\n"}};
+              {"rt/x", enveloped(pb::RtSignal()), "(no fields)\n"}};
   for (const auto& row : rows) {
     const std::string line = tap::human_line(arrival(row.topic, row.payload), true);
     EXPECT_THAT(line, HasSubstr(row.shown));

@@ -2,6 +2,9 @@
 
 #include <iostream>
 
+#include "platform/DbcReader.h"
+#include "platform/Signals.h"
+
 namespace ecu::koru::tool {
 
 void add_bus_options(CLI::App& app, BusOptions& options) {
@@ -11,6 +14,25 @@ void add_bus_options(CLI::App& app, BusOptions& options) {
                  "A satnavd.conf: broker, TLS and login keys are taken from it; --host and --port win")
       ->check(CLI::ExistingFile);
   app.add_option("--client-name", options.client_name, "MQTT client id [the program's name and process id]");
+}
+
+CLI::Validator file_name() {
+  return {[](const std::string& text) { return text.empty() ? "the file's name is empty" : std::string(); },
+          "FILE"};
+}
+
+CLI::Option* add_signal_database_option(CLI::App& app, std::string& file) {
+  return app.add_option("--signal-database", file, "A DBC file that replaces the built-in signal database")
+      ->check(file_name());
+}
+
+bool use_signal_database(const CLI::App& app, const std::string& file) {
+  if (file.empty()) return true;
+  // Asked first: the adapter's own complaint says that the built-in database is used instead.
+  const rt::DbcResult result = rt::load_dbc(file);
+  if (result.database) return rt::SignalAdapter::instance().load_database(file);
+  std::cerr << app.get_name() << ": signal database " << result.error.text() << '\n';
+  return false;
 }
 
 std::optional<int> parse_options(CLI::App& app, int argc, char** argv) {

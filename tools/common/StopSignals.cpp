@@ -39,6 +39,12 @@ void Event::raise() {
   eventfd_write(m_fd, 1);
 }
 
+void Event::clear() {
+  eventfd_t count = 0;
+  eventfd_read(m_fd, &count);
+  m_raised = false;
+}
+
 StopSignals::StopSignals() : m_fd(stop_signal_fd()) {}
 
 StopSignals::~StopSignals() {

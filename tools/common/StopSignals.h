@@ -12,6 +12,8 @@ class Event {
   Event(const Event&) = delete;
   Event& operator=(const Event&) = delete;
   void raise();
+  /// As if nothing had happened.
+  void clear();
   [[nodiscard]] bool raised() const { return m_raised; }
   [[nodiscard]] int fd() const { return m_fd; }
 

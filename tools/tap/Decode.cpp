@@ -19,7 +19,6 @@ Body make() {
   return T{};
 }
 
-// Signal groups are bytes: what their bits mean is known to the signal database alone.
 constexpr TopicRow TOPICS[] = {
     {"system/gnss/data", "GnssData", make<pb::GnssData>},
     {"system/gnss/source", "GnssSource", make<pb::GnssSource>},
@@ -28,9 +27,10 @@ constexpr TopicRow TOPICS[] = {
     {"system/sysparams", "SystemParameters", make<pb::SystemParameters>},
     {"system/sysparam/#", "RtSignal", make<pb::RtSignal>},
     {"system/var/#", "RtSignal", make<pb::RtSignal>, ValueView::text},
-    {"rt/#", "RtSignal", make<pb::RtSignal>},
-    {"systime/td", "RtSignal", make<pb::RtSignal>},
+    {"rt/#", "RtSignal", make<pb::RtSignal>, ValueView::signals},
+    {"systime/td", "RtSignal", make<pb::RtSignal>, ValueView::signals, "rt/j1939can/rx/td_fb"},
 };
+constexpr TopicRow OTHER_GROUP = {"", "RtSignal", make<pb::RtSignal>, ValueView::signals};
 
 bool matches(std::string_view pattern, std::string_view topic) {
   if (!pattern.ends_with('#')) return topic == pattern;
@@ -79,16 +79,34 @@ bool parse(std::span<const uint8_t> bytes, Body& body) {
       body);
 }
 
+/// The signals of a body that was parsed.
+void read_group(std::string_view topic, std::span<const uint8_t> payload, Decoded& out) {
+  const std::string group_topic(out.row->group_topic.empty() ? topic : out.row->group_topic);
+  const auto& signals = rt::SignalAdapter::instance();
+  if (!signals.create_sg(group_topic).is_valid()) return;
+  com::Message message;
+  message.payload.assign(payload.begin(), payload.end());
+  rt::UnpackResult result = signals.unpack(group_topic, message);
+  if (result.success) {
+    out.group = std::move(result.group);
+  } else {
+    out.problem = std::move(result.error);
+    out.body = {};
+  }
+}
+
 }  // namespace
 
 const TopicRow* find_topic(std::string_view topic) {
   const auto* const row = std::find_if(std::begin(TOPICS), std::end(TOPICS),
                                        [&](const auto& r) { return matches(r.pattern, topic); });
-  return row != std::end(TOPICS) ? row : nullptr;
+  if (row != std::end(TOPICS)) return row;
+  return rt::SignalAdapter::instance().database()->find(topic) != nullptr ? &OTHER_GROUP : nullptr;
 }
 
 Decoded decode(std::string_view topic, std::span<const uint8_t> payload) {
-  Decoded out{.envelope = read_header(payload), .row = find_topic(topic), .body = {}, .problem = {}};
+  Decoded out{
+      .envelope = read_header(payload), .row = find_topic(topic), .body = {}, .group = {}, .problem = {}};
   out.problem = envelope_problem(out.envelope, payload.size());
   if (!out.problem.empty()) return out;
   if (out.row == nullptr) {
@@ -98,6 +116,7 @@ Decoded decode(std::string_view topic, std::span<const uint8_t> payload) {
   Body body = out.row->make();
   if (parse(payload.subspan(HEADER_LENGTH, out.envelope->body_length), body)) {
     out.body = std::move(body);
+    if (out.row->view == ValueView::signals) read_group(topic, payload, out);
   } else {
     out.problem = text("the body is no ", out.row->type);
   }

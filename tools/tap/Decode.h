@@ -7,9 +7,10 @@
 #include <string_view>
 #include <variant>
 
+#include "platform/Signals.h"
 #include "proto/nvxproto.pb.h"
 
-/// Takes the messages of the bus apart. Pure functions, any thread.
+/// Takes the messages of the bus apart, signal groups by the signal database in use. Any thread.
 namespace ecu::koru::tap {
 
 using Body = std::variant<std::monostate, pb::RtSignal, pb::GnssData, pb::GnssSource, pb::TimeZone,
@@ -17,8 +18,9 @@ using Body = std::variant<std::monostate, pb::RtSignal, pb::GnssData, pb::GnssSo
 
 /// How the value bytes of a pb::RtSignal are shown.
 enum class ValueView {
-  bytes,  ///< packed signals, a parameter's value
-  text    ///< an ECU variable
+  bytes,   ///< a parameter's value
+  text,    ///< an ECU variable
+  signals  ///< a signal group, where the signal database knows one
 };
 
 /// What the messages of a topic carry: one row of the topic table.
@@ -27,9 +29,11 @@ struct TopicRow {
   std::string_view type;     ///< the body's message type
   Body (*make)();            ///< an empty body of that type
   ValueView view = ValueView::bytes;
+  std::string_view group_topic = {};  ///< the topic whose signal group the value is; empty: the message's own
 };
 
-/// The first row whose pattern the topic matches; null when no message type is known for it.
+/// The first row whose pattern the topic matches, or that of signal groups when the signal database has the
+/// topic; null when no message type is known for it.
 [[nodiscard]] const TopicRow* find_topic(std::string_view topic);
 
 struct Envelope {
@@ -44,6 +48,7 @@ struct Decoded {
   std::optional<Envelope> envelope;  ///< absent when the header cannot be read
   const TopicRow* row = nullptr;     ///< null when no message type is known for the topic
   Body body;                         ///< monostate when there is a problem
+  rt::SignalGroup group;             ///< of a pb::RtSignal; not valid when its bytes are no known group
   std::string problem;               ///< why it could not be decoded, with its numbers; empty when it was
 };
 

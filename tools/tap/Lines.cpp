@@ -7,7 +7,9 @@
 #include <cstdio>
 
 #include "platform/Logging.h"
+#include "platform/Time.h"
 #include "tools/tap/Fields.h"
+#include "tools/tap/GroupView.h"
 
 namespace ecu::koru::tap {
 
@@ -150,6 +152,12 @@ std::string iso_time(int64_t us_since_1970, int digits) {
   return std::string(out, static_cast<size_t>(kept)) + "Z";
 }
 
+int64_t wall_us_of(uint64_t boot_ns) {
+  const timeval now = time_source().wall();
+  const int64_t age_us = (time_source().boot_ns() - static_cast<int64_t>(boot_ns)) / 1000;
+  return int64_t{now.tv_sec} * 1'000'000 + now.tv_usec - age_us;
+}
+
 std::string json_line(const Arrival& arrival) {
   const Decoded decoded = decode(arrival.topic, arrival.payload);
   Json line = {{"time", iso_time(arrival.wall_us, 6)},
@@ -160,6 +168,7 @@ std::string json_line(const Arrival& arrival) {
   if (decoded.problem.empty()) {
     line["type"] = decoded.row->type;
     line["body"] = fields(decoded.body, decoded.row->view);
+    if (decoded.group.is_valid()) line["group"] = group_json(decoded.group);
   } else {
     line["error"] = decoded.problem;
     line["payload"] = hex_text(arrival.payload);
@@ -176,6 +185,7 @@ std::string human_line(const Arrival& arrival, bool sentences) {
   if (const auto* fix = std::get_if<pb::GnssData>(&decoded.body)) {
     return out + fix_text(*fix) + "\n" + (sentences ? sentence_lines(*fix) : "");
   }
+  if (decoded.group.is_valid()) return out + group_text(decoded.group) + "\n";
   const std::string body = fields_text(fields(decoded.body, decoded.row->view));
   return out + (body.empty() ? "(no fields)" : body) + "\n";
 }

@@ -3,21 +3,9 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "platform/Time.h"
 #include "tools/tap/Lines.h"
 
 namespace ecu::koru::tap {
-
-namespace {
-
-/// When a message that arrived at `boot_ns` did so by the system clock.
-int64_t wall_us_of(uint64_t boot_ns) {
-  const timeval now = time_source().wall();
-  const int64_t age_us = (time_source().boot_ns() - static_cast<int64_t>(boot_ns)) / 1000;
-  return int64_t{now.tv_sec} * 1'000'000 + now.tv_usec - age_us;
-}
-
-}  // namespace
 
 void Viewer::message(const std::string& topic, const com::Message& message) {
   // A message comes once for every filter that it matches.

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace ecu::koru::sim {
+
+/// A unit as a bridge reaches it: its broker, and what stands before its topics there.
+struct BridgeEnd {
+  std::string host;
+  int port = 1883;
+  std::string prefix{};  ///< with its '/' at the end; empty: none
+
+  /// "HOST:PORT/PREFIX", for messages.
+  [[nodiscard]] std::string text() const;
+};
+
+/// "HOST[:PORT][/PREFIX]"; an IPv6 address stands in brackets. Throws std::invalid_argument, what() says what
+/// was expected.
+[[nodiscard]] BridgeEnd parse_bridge_end(std::string_view text);
+
+}  // namespace ecu::koru::sim

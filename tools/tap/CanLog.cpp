@@ -1,0 +1,62 @@
+#include "tools/tap/CanLog.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "tools/tap/CanFrame.h"
+#include "tools/tap/Decode.h"
+#include "tools/tap/Lines.h"
+
+namespace ecu::koru::tap {
+
+namespace {
+
+constexpr mode_t NEW_FILE_MODE = 0666;
+constexpr std::string_view OEM_TOPICS = "rt/oemcan/";
+
+}  // namespace
+
+CanLog::~CanLog() {
+  if (m_fd >= 0) ::close(m_fd);
+}
+
+bool CanLog::open() {
+  m_fd = ::open(m_options.file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NEW_FILE_MODE);
+  if (m_fd < 0) m_error = errno;
+  return m_fd >= 0;
+}
+
+std::vector<std::string> CanLog::topics() {
+  std::vector<std::string> out;
+  for (const auto& group : rt::SignalAdapter::instance().database()->groups()) {
+    for (const auto& topic : {group.tx_topic, group.rx_topic}) {
+      if (!topic.empty()) out.push_back(topic);
+    }
+  }
+  return out;
+}
+
+void CanLog::message(const std::string& topic, const com::Message& message) {
+  if (message.retained || m_failed.raised()) return;
+  const Decoded decoded = decode(topic, message.payload);
+  if (!decoded.group.is_valid()) return;
+  const auto& interface = topic.starts_with(OEM_TOPICS) ? m_options.oem_interface : m_options.interface;
+  write(candump_line(wall_us_of(message.timestamp_ns), interface, decoded.group, m_options.source_address));
+}
+
+void CanLog::write(std::string_view line) {
+  while (!line.empty()) {
+    const ssize_t written = ::write(m_fd, line.data(), line.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      m_error = written < 0 ? errno : ENOSPC;
+      m_failed.raise();
+      return;
+    }
+    line.remove_prefix(static_cast<size_t>(written));
+  }
+}
+
+}  // namespace ecu::koru::tap
