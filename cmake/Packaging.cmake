@@ -73,6 +73,7 @@ endfunction()
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME satnavd)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
 set(CPACK_PACKAGE_CONTACT "satnavd maintainers <maintainers@satnavd.example>")
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -94,27 +95,25 @@ set(CPACK_DEBIAN_SATNAVD_PACKAGE_CONTROL_EXTRA ${packaging}/deb/conffiles ${pack
     ${packaging}/deb/prerm ${packaging}/deb/postrm)
 set(CPACK_DEBIAN_SATNAVD_PACKAGE_SUGGESTS "mosquitto, satnavd-sim")
 set(CPACK_DEBIAN_SATNAVD_DESCRIPTION "satellite-navigation service of an in-vehicle control unit
- Reads a u-blox receiver on a serial port, assembles one fix per navigation
- epoch and publishes it over MQTT and as CAN signal groups. Configures and
- supervises the receiver.
- .
- satnav-tap, the viewer of the bus, is included.")
+Reads a u-blox receiver on a serial port, assembles one fix per navigation
+epoch and publishes it over MQTT and as CAN signal groups. Configures and
+supervises the receiver.
+
+satnav-tap, the viewer of the bus, is included.")
 
 set(CPACK_DEBIAN_SIM_PACKAGE_NAME satnavd-sim)
 set(CPACK_DEBIAN_SIM_DESCRIPTION "simulated receiver and control unit for satnavd
- gnss-sim is a satellite receiver behind a pseudo-terminal, with faults on
- request; ecu-sim publishes what the rest of the unit would and joins two
- units as the vehicle's CAN does. For a bench, not for the vehicle.")
+gnss-sim is a satellite receiver behind a pseudo-terminal, with faults on
+request; ecu-sim publishes what the rest of the unit would and joins two
+units as the vehicle's CAN does. For a bench, not for the vehicle.")
 
-# Libraries. Where the package database of the target is not that of the build machine, dpkg-shlibdeps cannot look them
-# up; scripts/check-package sees that this list says what it would.
-set(satnavd_users adduser | systemd | systemd-standalone-sysusers)
-list(JOIN satnavd_users " " satnavd_users)
-set(sim_libraries "libc6 (>= 2.36), libgcc-s1 (>= 3.5), libmosquitto1 (>= 2.0.11), libmosquittopp1 (>= 2.0.11), libprotobuf-lite32 (>= 3.21.12), libstdc++6 (>= 12)")
-set(CPACK_DEBIAN_SATNAVD_PACKAGE_DEPENDS "${satnavd_users}, init-system-helpers (>= 1.54~)")
+# Libraries. dpkg-shlibdeps looks them up in the package database of the build machine, which knows none of the target's;
+# scripts/check-package sees that this list names what it would.
+set(libraries "libc6 (>= 2.36), libgcc-s1 (>= 12), libmosquitto1 (>= 2.0.11), libmosquittopp1 (>= 2.0.11), libprotobuf-lite32 (>= 3.21.12), libstdc++6 (>= 12)")
+set(CPACK_DEBIAN_SATNAVD_PACKAGE_DEPENDS "adduser, init-system-helpers (>= 1.54~)")
 if(CMAKE_CROSSCOMPILING)
-  string(APPEND CPACK_DEBIAN_SATNAVD_PACKAGE_DEPENDS ", ${sim_libraries}")
-  set(CPACK_DEBIAN_SIM_PACKAGE_DEPENDS "${sim_libraries}")
+  string(APPEND CPACK_DEBIAN_SATNAVD_PACKAGE_DEPENDS ", ${libraries}")
+  set(CPACK_DEBIAN_SIM_PACKAGE_DEPENDS "${libraries}")
 else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()
