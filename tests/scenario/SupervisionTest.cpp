@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <map>
 
 #include "platform/PbInternalMessageAdapter.h"
@@ -12,6 +14,7 @@
 #include "scenario/World.h"
 #include "support/LogCapture.h"
 #include "support/NotifySocket.h"
+#include "ublox/ReceiverLines.h"
 
 namespace {
 
@@ -192,6 +195,31 @@ TEST_F(Supervision, WhatAFullSocketDoesNotTakeIsSaidLater) {
   static_cast<void>(manager.take());
   service->progress();
   EXPECT_THAT(manager.take(), ElementsAre("READY=1", "WATCHDOG=1", "STATUS=starting"));
+}
+
+// An exported line belongs to root until udev's rule was applied.
+TEST(ReceiverLinesOfAUser, WaitForTheirGroup) {
+  test::Script nothing;
+  World world(nothing);
+  const test::TempDir gpio;
+  std::filesystem::create_directory(gpio / "gpio197");
+  const std::string direction = gpio.write("gpio197/direction", "in"), edge = gpio.write("gpio197/edge", "");
+  constexpr uid_t USER = 65534;
+  const bool is_root = geteuid() == 0;
+  for (const auto& path : {direction, edge}) {
+    std::filesystem::permissions(path, std::filesystem::perms::owner_read);
+    EXPECT_EQ(chown(path.c_str(), is_root ? USER : geteuid(), getegid()), 0);
+  }
+  EXPECT_EQ(seteuid(is_root ? USER : geteuid()), 0);
+  world.time.at(200'000, [&] {
+    for (const auto& path : {direction, edge})
+      std::filesystem::permissions(path, std::filesystem::perms(0600));
+  });
+  ecu::koru::gpspub::ReceiverLines("qrx", gpio.path()).configureHardwareResetPin();
+  EXPECT_EQ(seteuid(is_root ? 0 : geteuid()), 0);
+  EXPECT_EQ(world.time.now_us(), 200'000);
+  std::ifstream written(direction);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}), "out");
 }
 
 }  // namespace
