@@ -23,7 +23,7 @@ constexpr int64_t FEEDINGS = 3;
 constexpr int64_t MAX_WATCHDOG_US = std::numeric_limits<int64_t>::max() / NS_PER_US;
 
 std::string_view environment(const char* name) {
-  const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): before there are threads
+  const char* const value = std::getenv(name);
   return value != nullptr ? value : std::string_view();
 }
 
