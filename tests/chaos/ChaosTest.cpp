@@ -46,11 +46,11 @@ const std::vector<Fault> ROAD_FAULTS = {
 
 /// The receiver is found, configured and silenced. A cold start takes its antenna away for 24 s.
 const std::vector<Fault> CONTROL_FAULTS = {
-    {"receiver power-cycled", &World::power_cycle, &World::nothing, 0, 0, 120'000},
-    {"radio silence", &World::blackout, &World::wake_up, 2000, 8000, 120'000},
-    {"receiver at another rate", &World::wrong_baud, &World::nothing, 0, 0, 120'000},
-    {"hostile bytes", &World::hostile_bytes, &World::calm_down, 1000, 4000, 120'000},
-    {"receiver unplugged", &World::unplug, &World::plug_in, 3000, 5000, 120'000, 0, 2500},
+    {"receiver power-cycled", &World::power_cycle, &World::nothing, 0, 0, 140'000},
+    {"radio silence", &World::blackout, &World::wake_up, 2000, 8000, 140'000},
+    {"receiver at another rate", &World::wrong_baud, &World::nothing, 0, 0, 140'000},
+    {"hostile bytes", &World::hostile_bytes, &World::calm_down, 1000, 4000, 140'000},
+    {"receiver unplugged", &World::unplug, &World::plug_in, 3000, 5000, 140'000, 0, 2500},
 };
 
 int setting(const char* name, int otherwise) {
@@ -183,7 +183,7 @@ TEST(Chaos, TheRoadOfAFixSurvivesEverythingAroundIt) {
 }
 
 TEST(Chaos, TheReceiverIsFoundAndWokenWhateverHappens) {
-  Chaos(true, CONTROL_FAULTS, 90 * S, 40 * S, 2500 * MS).run();
+  Chaos(true, CONTROL_FAULTS, 130 * S, 40 * S, 2500 * MS).run();
 }
 
 }  // namespace
