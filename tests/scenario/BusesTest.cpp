@@ -91,12 +91,19 @@ TEST(Buses, EachSecondsFirstFixGoesOutOnceInOrder) {
   for (int i = 0; i < 30; ++i) {
     ten_hertz.emplace_back(300 + 100 * i, epoch(1 + i / 10, "RMC GGA GSA GST", i % 10 * 10));
   }
+  auto first_lost = four_hertz;
+  first_lost.erase(first_lost.begin() + 4);
   const std::vector<Case> cases{
       {"1 Hz", {{300, epoch(1)}, {1300, epoch(2)}, {2300, epoch(3)}}, {300, 1300, 2300}},
       {"4 Hz", four_hertz, {300, 1300, 2300}},
       {"10 Hz", ten_hertz, {300, 1300, 2300}},
       // The lost second leaves 1.3 s after the fix before it, with status 1.
       {"missed epoch", {{300, epoch(1)}, {2300, epoch(3)}}, {300, 1700, 2300}},
+      {"4 Hz, first fix of a second lost", first_lost, {300, 1550, 2300}},
+      // Without its RMC a fix has no date and leaves at once; the next one is of a second that has left.
+      {"RMC lost",
+       {{300, epoch(1)}, {550, epoch(1, "GGA GSA GSA GST", 25)}, {800, epoch(1)}, {1300, epoch(2)}},
+       {300, 550, 1300}},
       {"no epoch at all", {}, {1100, 2200}},
       {"the same second twice", {{300, epoch(1)}, {800, epoch(1)}, {1300, epoch(2)}}, {300, 1300}}};
   for (const Case& tested : cases) {
