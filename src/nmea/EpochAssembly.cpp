@@ -188,7 +188,7 @@ void EpochAssembly::rotate(uint8_t receiver_flag) {
   m_gnss_info_sent = m_gnss_info;
   const int64_t second = utcSecond(m_gnss_info.m_utc_tm);
   m_second_sent = second != -1 && second == m_sent_utc_s &&
-                  m_data_time_us - m_frame_sent_time_stamp <= SILENCE_TIMEOUT_US;
+                  m_frame_start_time - m_frame_sent_time_stamp <= SILENCE_TIMEOUT_US;
   m_frame_published = true;
   m_gnss_info.clear();
   m_gnss_info.m_receiver_flag = receiver_flag;

@@ -44,7 +44,7 @@ class EpochAssembly {
   /// isTimeoutToSendFrame() with patience: silence right after a complete epoch counts only after 1.3 s,
   /// because the next burst may arrive some milliseconds late.
   [[nodiscard]] bool isFrameDue(int64_t now_us) const;
-  /// True when the published fix is of the UTC second that left last, and came within a second of it: the
+  /// True when the published fix is of the UTC second that left last, and began within a second of it: the
   /// buses carry the first one only. Later than that the receiver's clock stands, and its fix counts.
   [[nodiscard]] bool isSecondSent() const { return m_second_sent; }
   /// The frame counts as sent now; `utc` is the time of the record that was sent.

@@ -100,6 +100,13 @@ TEST(Buses, EachSecondsFirstFixGoesOutOnceInOrder) {
       // The lost second leaves 1.3 s after the fix before it, with status 1.
       {"missed epoch", {{300, epoch(1)}, {2300, epoch(3)}}, {300, 1700, 2300}},
       {"4 Hz, first fix of a second lost", first_lost, {300, 1550, 2300}},
+      // The epoch is over with the next GST, more than a second after the fix that left.
+      {"GST and RMC lost",
+       {{300, epoch(1)},
+        {1050, epoch(1, "RMC GGA GSA GSA", 75)},
+        {1303, epoch(2, "GGA GSA GST")},
+        {1550, epoch(2)}},
+       {300, 1550}},
       // Without its RMC a fix has no date and leaves at once; the next one is of a second that has left.
       {"RMC lost",
        {{300, epoch(1)}, {550, epoch(1, "GGA GSA GSA GST", 25)}, {800, epoch(1)}, {1300, epoch(2)}},
