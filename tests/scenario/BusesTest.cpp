@@ -322,6 +322,16 @@ TEST(CanInput, NothingFromBeforeIsANewFix) {
   }
 }
 
+TEST(CanInput, DateThatCameAsTheBrokerWentIsNotUsedAfterwards) {
+  Script nothing;
+  World world(nothing, unitB());
+  const Peer peer(world);
+  world.time.at(900 * MS, [&] { world.bus->set_connected(false); });
+  peer.fix(1000 * MS, 1);
+  world.time.at(1500 * MS, [&] { world.bus->set_connected(true); });
+  EXPECT_THAT(cadence(world.run(4)), ElementsAre(std::pair(2700, 2), std::pair(3699, 2)));
+}
+
 TEST(CanInput, StopEndsItsWait) {
   Script nothing;
   World world(nothing, unitB());
