@@ -85,9 +85,11 @@ TEST(Buses, EachSecondsFirstFixGoesOutOnceInOrder) {
   };
   std::vector<std::pair<int64_t, std::string>> four_hertz;
   std::vector<std::pair<int64_t, std::string>> ten_hertz;
+  four_hertz.reserve(12);
   for (int i = 0; i < 12; ++i) {
     four_hertz.emplace_back(300 + 250 * i, epoch(1 + i / 4, "RMC GGA GSA GST", i % 4 * 25));
   }
+  ten_hertz.reserve(30);
   for (int i = 0; i < 30; ++i) {
     ten_hertz.emplace_back(300 + 100 * i, epoch(1 + i / 10, "RMC GGA GSA GST", i % 10 * 10));
   }
@@ -226,6 +228,7 @@ struct Peer {
 /// ms and status of each publication.
 std::vector<std::pair<int64_t, int>> cadence(const std::vector<Published>& published) {
   std::vector<std::pair<int64_t, int>> rows;
+  rows.reserve(published.size());
   for (const auto& [at_us, data] : published) rows.emplace_back(at_us / MS, data.status());
   return rows;
 }
