@@ -298,8 +298,8 @@ void DbcParser::topic(TopicText& out) {
   out.text = m_in.string("a topic in quotes");
   out.line = m_line;
   m_in.expect(';');
-  const bool is_name = std::none_of(out.text.begin(), out.text.end(), [](char c) {
-    return c == '+' || c == '#' || c == 0x7F || (c >= 0 && c < 0x20);
+  const bool is_name = std::none_of(out.text.begin(), out.text.end(), [](unsigned char c) {
+    return c == '+' || c == '#' || c == 0x7F || c < 0x20;
   });
   if (!is_name || out.text.size() > MAX_TOPIC) throw DbcProblem(m_line, "this is no topic to publish on");
 }
