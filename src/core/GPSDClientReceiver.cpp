@@ -147,11 +147,11 @@ void GPSDClient::sendFrameIfDue() {
   sendAndCountFrame();
 }
 
-/// The published fix goes to the vehicle's buses, which clears it: its second is taken before.
+/// The published fix goes to the vehicle's buses, which clears it: its time is taken before.
 void GPSDClient::sendAndCountFrame() {
-  const auto second = static_cast<uint8_t>(m_epoch.infoSent().m_utc_tm.tm_sec);
+  const std::tm utc = m_epoch.infoSent().m_utc_tm;
   if (m_publish_can) sendGpsOnCan();
-  m_epoch.frameSent(GnssUtils::getMicrosecDuration(0), second);
+  m_epoch.frameSent(GnssUtils::getMicrosecDuration(0), static_cast<uint8_t>(utc.tm_sec), utc.tm_mday != 0);
 }
 
 void GPSDClient::sendGpsOnCan() {

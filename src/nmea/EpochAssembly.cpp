@@ -162,14 +162,17 @@ void EpochAssembly::logFrameTimeout(int64_t now_us) const {
 }
 
 bool EpochAssembly::isFrameDue(int64_t now_us) const {
+  const bool dated = m_gnss_info_sent.m_utc_tm.tm_mday != 0;
+  if (m_frame_published && dated && !m_frame_dated) return true;  // second 0 too is a new one then
   const bool silent = m_frame_start_time == 0 && !m_frame_published;
   if (silent && m_sent_epoch_complete && now_us - m_frame_sent_time_stamp <= EPOCH_TIMEOUT_US) return false;
   return isTimeoutToSendFrame(now_us);
 }
 
-void EpochAssembly::frameSent(int64_t now_us, uint8_t second) {
+void EpochAssembly::frameSent(int64_t now_us, uint8_t second, bool dated) {
   m_frame_sent_time_stamp = now_us;
   m_frame_second = second;
+  m_frame_dated = dated;
   m_frame_published = false;
   m_sent_epoch_complete = std::exchange(m_epoch_complete, false);
 }

@@ -43,8 +43,9 @@ class EpochAssembly {
   /// isTimeoutToSendFrame() with patience: silence right after a complete epoch counts only after 1.3 s,
   /// because the next burst may arrive some milliseconds late.
   [[nodiscard]] bool isFrameDue(int64_t now_us) const;
-  /// The frame counts as sent now; `second` is the seconds value of the record that was sent.
-  void frameSent(int64_t now_us, uint8_t second);
+  /// The frame counts as sent now; `second` is the seconds value of the record that was sent, 0 when that is
+  /// not `dated`.
+  void frameSent(int64_t now_us, uint8_t second, bool dated = true);
 
   /// Ends the epoch: the record moves to the published one, the sentences are dropped, the live record starts
   /// anew.
@@ -87,6 +88,7 @@ class EpochAssembly {
   int64_t m_frame_sent_time_stamp = 0;
   bool m_frame_published = false;
   uint8_t m_frame_second = 0xFF;
+  bool m_frame_dated = true;           // m_frame_second is a second
   bool m_epoch_complete = false;       // what was published last was closed by its GST
   bool m_sent_epoch_complete = false;  // and so was the frame sent last
 };
