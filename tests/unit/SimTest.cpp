@@ -48,12 +48,6 @@ std::vector<Fields> run(Receiver& receiver, int64_t until_us) {
   return sentences_in(read_all(receiver));
 }
 
-double degrees(const std::string& field, const std::string& hemisphere) {
-  const size_t whole = field.find('.') - 2;
-  const double value = std::stod(field.substr(0, whole)) + std::stod(field.substr(whole)) / 60;
-  return hemisphere == "S" || hemisphere == "W" ? -value : value;
-}
-
 TEST(SimSentences, AreWrittenAsReceiversWriteThem) {
   Fix fix;
   fix.utc_us = *parse_iso8601("2026-12-31T23:59:59.999Z");  // to hundredths that is the next year
@@ -86,60 +80,6 @@ TEST(SimSentences, AreWrittenAsReceiversWriteThem) {
                            StartsWith("$GPGSV,1,1,00*79\r\n"), StartsWith("$GLGSV,1,1,00*65\r\n"),
                            StartsWith("$GNGST,030405.25,,,,,,,*")));
   EXPECT_EQ(nmea_checksum("GPRMC,083559.00,A,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,A"), 0x57);
-}
-
-void expect_truth(const Fields& rmc, const Fields& gga, const Fields& gsa, const Fields& gst,
-                  const Fix& truth) {
-  constexpr double angle = 0.51e-5 / 60;
-  EXPECT_EQ(rmc[1], gga[1]);
-  EXPECT_EQ(rmc[1], gst[1]);
-  const int clock = std::stoi(rmc[1].substr(0, 6));
-  const int second = clock / 10000 * 3600 + clock / 100 % 100 * 60 + clock % 100;
-  EXPECT_NEAR(second + std::stod(rmc[1].substr(6)), static_cast<double>(truth.utc_us % 86'400'000'000) / 1e6,
-              0.00501);
-  EXPECT_NEAR(degrees(rmc[3], rmc[4]), truth.latitude_deg, angle);
-  EXPECT_NEAR(degrees(rmc[5], rmc[6]), truth.longitude_deg, angle);
-  EXPECT_EQ(Fields(rmc.begin() + 3, rmc.begin() + 7), Fields(gga.begin() + 2, gga.begin() + 6));
-  EXPECT_NEAR(std::stod(rmc[7]) * 1.852, truth.speed_kmh, 0.001);
-  EXPECT_EQ(rmc[8].empty(), !truth.course_deg.has_value());
-  if (truth.course_deg) {
-    EXPECT_NEAR(std::remainder(std::stod(rmc[8]) - *truth.course_deg, 360.0), 0.0, 0.00501);
-  }
-  EXPECT_EQ(std::stoi(gga[7]), truth.satellites);
-  EXPECT_NEAR(std::stod(gga[9]), truth.altitude_m, 0.0501);
-  EXPECT_NEAR(std::stod(gsa[15]), truth.pdop, 0.00501);
-  EXPECT_NEAR(std::stod(gsa[16]), truth.hdop, 0.00501);
-  EXPECT_NEAR(std::stod(gsa[17]), truth.vdop, 0.00501);
-  EXPECT_NEAR(std::stod(gst[6]), truth.latitude_error_m, 0.0501);
-  EXPECT_NEAR(std::stod(gst[7]), truth.longitude_error_m, 0.0501);
-}
-
-TEST(SimReceiver, SendsTheTruthOfEveryEpochInOrder) {
-  for (const int rate : {1, 3, 4, 10}) {
-    ReceiverOptions options;
-    options.rate_hz = rate;
-    options.baud = 115200;
-    options.start_us = 5'000'000;
-    options.utc_start_us += 10'250'000;  // between two full seconds
-    Receiver receiver(options);
-    int64_t epoch = rate / 4 + (rate % 4 > 0);  // of the first second
-    // Past the stop in the middle of the drive, where there is no course.
-    for (int64_t now = options.start_us; now < 300'000'000; now = receiver.next_byte_us()) {
-      receiver.advance_to(now);
-      if (receiver.run_end_us() == INT64_MAX || receiver.run_end_us() == now) continue;
-      const auto burst = run(receiver, receiver.run_end_us());
-      const int64_t utc_us = *parse_iso8601("2026-01-01T00:00:10Z") + epoch / rate * second_us +
-                             epoch % rate * 1000 / rate * 1000;
-      ASSERT_EQ(burst.size(), 5U);
-      for (size_t i = 0; i < 5; ++i)
-        EXPECT_EQ(burst[i][0], (std::array{"GNRMC", "GNGGA", "GNGSA", "GNGSA", "GNGST"})[i]);
-      EXPECT_EQ(receiver.latest_epoch_us(), utc_us);
-      expect_truth(burst[0], burst[1], burst[3], burst[4], *receiver.truth_at(utc_us));
-      if (testing::Test::HasFailure()) return;
-      ++epoch;
-    }
-    EXPECT_NEAR(static_cast<double>(receiver.statistics().epochs), 295.0 * rate, 1.0);
-  }
 }
 
 TEST(SimReceiver, KeepsTheTimingOfTheLine) {
