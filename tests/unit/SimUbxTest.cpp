@@ -24,31 +24,6 @@ ReceiverOptions silent() {
   return options;
 }
 
-TEST(SimUbx, FindsFramesInAnyStream) {
-  const std::string poll = bytes_of("B562 0600 0000 0618");
-  const struct {
-    std::string bytes;
-    int intact, wrong;
-  } cases[] = {
-      {poll + poll, 2, 0},
-      {"$GNRMC,\xB5" + poll + "x", 1, 0},
-      {bytes_of("B562 0600 0000 0619"), 0, 1},
-      {bytes_of("B562 0600 0500") + poll + "abcde", 1, 1},  // a false beginning swallows and gives back
-      {bytes_of("B562 0600 0102") + poll, 1, 0},            // longer than any command
-  };
-  for (const auto& c : cases) {
-    UbxFramer framer;
-    int intact = 0, wrong = 0;
-    for (const char byte : c.bytes) {
-      framer.add(static_cast<uint8_t>(byte));
-      while (const auto found = framer.next()) ++(found->intact ? intact : wrong);
-    }
-    EXPECT_EQ(intact, c.intact) << digits_of(c.bytes);
-    EXPECT_EQ(wrong, c.wrong) << digits_of(c.bytes);
-  }
-  EXPECT_EQ(digits_of(encode({ubx::ack_ack, {6, 0}})), "B5620501020006000E37");
-}
-
 const std::string NAV5 = "0624FFFF000300000000102700000500FA00FA0064005E01003C000000000000000000000000";
 const std::string GNSS = "063E00202007";
 
@@ -143,40 +118,6 @@ TEST(SimUbx, UsesTheSystemsThatItIsTold) {
       EXPECT_EQ(host.sentences.size(), 3U + static_cast<size_t>(c.burst[2] - '0')) << c.blocks;
     }
   }
-}
-
-TEST(SimUbx, KeepsToTheProtocolsOfThePort) {
-  const auto port = [](const std::string& in, const std::string& out) {
-    return "060001000000C008000000960000" + in + "00" + out + "0000000000";
-  };
-  Host host;
-  host.ask("060004000000C0080000000000000000000000000000", 1'500'000);  // another one: nothing changes
-  EXPECT_EQ(host.kinds(), "RMC GGA GSA GSA GST RMC GGA GSA GSA GST");
-  host.ask("0601012101");
-  EXPECT_THAT(host.ask(port("07", "01"), 3 * second_us), Contains(StartsWith("0121")));
-  EXPECT_EQ(host.kinds(), "");
-  EXPECT_THAT(host.ask(port("07", "02"), 3 * second_us), ElementsAre("05010600"));
-  EXPECT_THAT(host.ask("0A28", 2 * second_us), IsEmpty());
-  EXPECT_THAT(host.kinds(), StartsWith("RMC"));
-  host.ask(port("02", "03"));  // from now on deaf
-  EXPECT_THAT(host.ask("0601F00700", 2 * second_us), testing::Each(StartsWith("0121")));
-  EXPECT_THAT(host.kinds(), HasSubstr("GST"));
-}
-
-TEST(SimUbx, AnswersBetweenSentencesAtThePaceOfTheLine) {
-  ReceiverOptions options;
-  options.power_up_defaults = true;  // at 9600 a burst takes 0.7 s
-  Host host(options);
-  host.receiver.advance_to(200'000);
-  for (int i = 0; i < 3; ++i) host.write(frame_of("0600"));
-  host.rest = host.read_until(1'900'000);
-  EXPECT_GT(host.rest.find('\xB5'), host.rest.find("GLL"));
-  EXPECT_LT(host.rest.rfind('\xB5'), host.rest.rfind("RMC"));
-  host.listen(0);
-  EXPECT_EQ(host.kinds(),
-            "RMC VTG GGA GSA GSA GSV GSV GSV GSV GSV GLL "
-            "RMC VTG GGA GSA GSA GSV GSV GSV GSV GSV GLL");
-  EXPECT_EQ(host.frames.size(), 6U);
 }
 
 TEST(SimUbx, ChangesItsSpeedBehindTheAnswer) {
