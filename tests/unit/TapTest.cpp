@@ -61,26 +61,6 @@ pb::GnssData full_fix() {
 
 }  // namespace
 
-TEST(TapTest, KnowsWhatEachTopicCarries) {
-  const struct {
-    std::string_view topic;
-    std::string_view type;  // empty: not ours
-  } rows[] = {{"system/gnss/data", "GnssData"},
-              {"system/gnss/source", "GnssSource"},
-              {"system/time/timezone", "TimeZone"},
-              {"system/sysparam/0x0000A00F", "RtSignal"},
-              {"system/var/hwversion", "RtSignal"},
-              {"rt/j1939can/tx/vp1_local", "RtSignal"},
-              {"systime/td", "RtSignal"},
-              {"system/gnss/data2", ""},
-              {"", ""}};
-  for (const auto& row : rows) {
-    const auto* found = tap::find_topic(row.topic);
-    EXPECT_EQ(found != nullptr ? found->type : "", row.type) << row.topic;
-  }
-  EXPECT_EQ(tap::find_topic("system/var/hwversion")->view, tap::ValueView::text);
-}
-
 // The viewer gives its own reasons; what it accepts must be what the service accepts.
 TEST(TapTest, RefusesWhatTheServiceRefuses) {
   pb::GnssSource source;
