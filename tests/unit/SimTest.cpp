@@ -166,24 +166,5 @@ TEST(SimFaults, AreTheSameForASeedAndHaveTheirRates) {
   EXPECT_EQ(changed, 5000U);  // one byte of each sentence
 }
 
-TEST(SimFaults, SilenceAndPauses) {
-  Statistics s;
-  EXPECT_EQ(sentences_in(faulty_stream("silence=4@10", &s)).size(), 3000U);
-  EXPECT_EQ(s.silent_epochs, 400U);
-  ReceiverOptions options;
-  options.faults = parse_faults("split=1");
-  Receiver receiver(options);
-  const int64_t begin = options.output_delay_us;
-  int64_t longest_gap = 0;
-  for (int64_t now = begin; receiver.next_byte_us() < second_us;) {
-    const int64_t next = receiver.next_byte_us();
-    longest_gap = std::max(longest_gap, next - now);
-    receiver.advance_to(now = next);
-  }
-  EXPECT_GE(longest_gap, 20'000);
-  EXPECT_LE(longest_gap, 151'000);
-  EXPECT_EQ(sentences_in(read_all(receiver)).size(), 5U);
-}
-
 }  // namespace
 }  // namespace ecu::koru::sim
