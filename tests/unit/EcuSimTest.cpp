@@ -145,12 +145,9 @@ TEST_F(BridgeTest, AnEndIsBrokerAndPrefix) {
     std::string_view end;  // host|port|prefix, empty: refused
   } rows[] = {{"localhost", "localhost|1883|"},
               {"[::1]:5/a", "::1|5|a/"},
-              {"broker/a", "broker|1883|a/"},
-              {":1883", ""},
               {"a:65536", ""},
               {"a:1/", ""},
               {"a/\xFF", ""},
-              {"[::1", ""},
               {"[::1]2", ""}};
   for (const auto& row : rows) {
     try {
