@@ -88,6 +88,15 @@ std::string reason_of(int code, int system_error) {
   return without_stop(mosqpp::strerror(code));
 }
 
+/// The library tells a wrong host name apart, but not why else it does not trust the broker.
+std::string with_hint(std::string errors) {
+  const bool host = errors.find("host name") != std::string::npos;
+  if (!host && errors.find("certificate verify failed") != std::string::npos) {
+    errors += " (the broker's certificate is not signed by tls_ca, or expired)";
+  }
+  return errors;
+}
+
 /// Asked for the pass phrase of a key file: there is nobody to type it.
 int no_pass_phrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*user*/) {
   return 0;
@@ -316,7 +325,9 @@ MqttFailure MqttConnection::failure(int code, int system_error) const {
   using Kind = MqttFailure::Kind;
   if (m_connack > 0) return {Kind::refused, without_stop(mosqpp::connack_string(m_connack))};
   const bool end_of_stream = m_errors.find("unexpected eof") != std::string::npos;
-  if (!m_options.tls_ca.empty() && !m_errors.empty() && !end_of_stream) return {Kind::tls, m_errors};
+  if (!m_options.tls_ca.empty() && !m_errors.empty() && !end_of_stream) {
+    return {Kind::tls, with_hint(m_errors)};
+  }
   if (m_connack < 0 && (end_of_stream || code == MOSQ_ERR_CONN_LOST)) return unanswered();
   if (end_of_stream) return {Kind::unreachable, reason_of(MOSQ_ERR_CONN_LOST, 0)};
   if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) code = m_disconnect;
