@@ -102,20 +102,6 @@ TEST(SimReceiver, KeepsTheTimingOfTheLine) {
   }
 }
 
-TEST(SimReceiver, LeavesOutWholeSentencesThatTheLineCannotCarry) {
-  ReceiverOptions options;
-  options.rate_hz = 10;
-  options.baud = 19200;  // 192 bytes an epoch
-  Receiver receiver(options);
-  const auto sent = run(receiver, 10 * second_us + options.output_delay_us - 1);
-  const Statistics s = receiver.statistics();
-  EXPECT_EQ(s.epochs, 100U);
-  EXPECT_EQ(sent.size(), s.sentences_sent);
-  EXPECT_EQ(s.sentences_sent + s.sentences_overrun, 500U);
-  EXPECT_EQ(s.sentences_overrun, 200U);  // RMC and GGA fit, and then GST
-  EXPECT_EQ(sent.back()[0], "GNGST");
-}
-
 TEST(SimReceiver, IsGarbageAtAnotherSpeed) {
   const struct {
     unsigned own, host;
