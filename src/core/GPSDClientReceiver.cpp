@@ -150,8 +150,8 @@ void GPSDClient::sendFrameIfDue() {
 /// The published fix goes to the vehicle's buses, which clears it: its time is taken before.
 void GPSDClient::sendAndCountFrame() {
   const std::tm utc = m_epoch.infoSent().m_utc_tm;
-  if (m_publish_can) sendGpsOnCan();
-  m_epoch.frameSent(GnssUtils::getMicrosecDuration(0), static_cast<uint8_t>(utc.tm_sec), utc.tm_mday != 0);
+  if (m_publish_can && !m_epoch.isSecondSent()) sendGpsOnCan();
+  m_epoch.frameSent(GnssUtils::getMicrosecDuration(0), utc);
 }
 
 void GPSDClient::sendGpsOnCan() {
