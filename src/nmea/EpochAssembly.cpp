@@ -20,9 +20,11 @@ constexpr size_t MAX_SENTENCES = 100;
 constexpr int64_t BITS_PER_BYTE_MS = 10'000;  // 10 bits a byte, times 1000 ms a second
 constexpr int64_t NS_PER_MS = 1'000'000;
 
-/// The UTC second of a record's time; -1 without a date.
+/// A number of its own for each UTC second of a record's time; -1 without a date. A leap second has the time
+/// stamp of the second behind it.
 int64_t utcSecond(const std::tm& utc) {
-  return utc.tm_mday != 0 ? secondsSinceEpoch(utc) : -1;
+  if (utc.tm_mday == 0) return -1;
+  return 2 * secondsSinceEpoch(utc) + (utc.tm_sec >= 60 ? 1 : 0);
 }
 
 /// The three characters behind the talker: "RMC".
@@ -168,6 +170,8 @@ void EpochAssembly::logFrameTimeout(int64_t now_us) const {
 }
 
 bool EpochAssembly::isFrameDue(int64_t now_us) const {
+  const bool dated = m_gnss_info_sent.m_utc_tm.tm_mday != 0;
+  if (m_frame_published && dated && !m_frame_dated) return true;  // second 0 too is a new one then
   const bool silent = m_frame_start_time == 0 && !m_frame_published;
   if (silent && m_sent_epoch_complete && now_us - m_frame_sent_time_stamp <= EPOCH_TIMEOUT_US) return false;
   return isTimeoutToSendFrame(now_us);
@@ -176,7 +180,8 @@ bool EpochAssembly::isFrameDue(int64_t now_us) const {
 void EpochAssembly::frameSent(int64_t now_us, const std::tm& utc) {
   m_frame_sent_time_stamp = now_us;
   m_frame_second = static_cast<uint8_t>(utc.tm_sec);
-  if (const int64_t second = utcSecond(utc); second != -1) m_sent_utc_s = second;
+  m_frame_dated = utc.tm_mday != 0;
+  if (const int64_t second = utcSecond(utc); second != -1) m_sent_utc_second = second;
   m_frame_published = false;
   m_sent_epoch_complete = std::exchange(m_epoch_complete, false);
 }
@@ -187,7 +192,7 @@ void EpochAssembly::rotate(uint8_t receiver_flag) {
   m_RMC_received = false;
   m_gnss_info_sent = m_gnss_info;
   const int64_t second = utcSecond(m_gnss_info.m_utc_tm);
-  m_second_sent = second != -1 && second == m_sent_utc_s &&
+  m_second_sent = second != -1 && second == m_sent_utc_second &&
                   m_frame_start_time - m_frame_sent_time_stamp <= SILENCE_TIMEOUT_US;
   m_frame_published = true;
   m_gnss_info.clear();

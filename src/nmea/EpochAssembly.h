@@ -91,7 +91,8 @@ class EpochAssembly {
   int64_t m_frame_sent_time_stamp = 0;
   bool m_frame_published = false;
   uint8_t m_frame_second = 0xFF;
-  int64_t m_sent_utc_s = -1;           // of the dated frame sent last
+  bool m_frame_dated = true;           // m_frame_second is a second
+  int64_t m_sent_utc_second = -1;      // of the dated frame sent last
   bool m_second_sent = false;          // and what was published last is of that second too
   bool m_epoch_complete = false;       // what was published last was closed by its GST
   bool m_sent_epoch_complete = false;  // and so was the frame sent last

@@ -88,6 +88,15 @@ std::string reason_of(int code, int system_error) {
   return without_stop(mosqpp::strerror(code));
 }
 
+/// The library tells a wrong host name apart, but not why else it does not trust the broker.
+std::string with_hint(std::string errors) {
+  const bool host = errors.find("host name") != std::string::npos;
+  if (!host && errors.find("certificate verify failed") != std::string::npos) {
+    errors += " (the broker's certificate is not signed by tls_ca, or expired)";
+  }
+  return errors;
+}
+
 /// Asked for the pass phrase of a key file: there is nobody to type it.
 int no_pass_phrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*user*/) {
   return 0;
@@ -217,7 +226,7 @@ bool MqttConnection::attempt(const char* bind_address) {
     // may still have to be read, so the hang-up counts when reading got no further.
     hang_ups = hung_up(socket()) ? hang_ups + 1 : 0;
     if (hang_ups > 8) {
-      m_failure = {MqttFailure::Kind::unreachable, "the connection was closed"};
+      m_failure = unanswered();
       return false;
     }
     if (Clock::now() >= end) {
@@ -315,14 +324,22 @@ void MqttConnection::set_lost() {
 MqttFailure MqttConnection::failure(int code, int system_error) const {
   using Kind = MqttFailure::Kind;
   if (m_connack > 0) return {Kind::refused, without_stop(mosqpp::connack_string(m_connack))};
-  const bool end_of_stream = m_connack == 0 && m_errors.find("unexpected eof") != std::string::npos;
-  if (!m_options.tls_ca.empty() && !m_errors.empty() && !end_of_stream) return {Kind::tls, m_errors};
+  const bool end_of_stream = m_errors.find("unexpected eof") != std::string::npos;
+  if (!m_options.tls_ca.empty() && !m_errors.empty() && !end_of_stream) {
+    return {Kind::tls, with_hint(m_errors)};
+  }
+  if (m_connack < 0 && (end_of_stream || code == MOSQ_ERR_CONN_LOST)) return unanswered();
   if (end_of_stream) return {Kind::unreachable, reason_of(MOSQ_ERR_CONN_LOST, 0)};
   if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) code = m_disconnect;
   const auto kind = is_plain_loss(code)                                      ? Kind::unreachable
                     : code == MOSQ_ERR_TLS || code == MOSQ_ERR_TLS_HANDSHAKE ? Kind::tls
                                                                              : Kind::protocol;
   return {kind, reason_of(code, system_error)};
+}
+
+MqttFailure MqttConnection::unanswered() const {
+  const char* hint = m_options.tls_ca.empty() ? "does its port expect TLS?" : "does its port speak TLS?";
+  return {MqttFailure::Kind::unanswered, std::string("the connection was closed without an answer; ") + hint};
 }
 
 // ---- Called by the library inside of loop(), except on_log()

@@ -79,6 +79,7 @@ class MqttConnection final : private mosqpp::mosquittopp {
   void set_connected();
   void set_lost();
   [[nodiscard]] MqttFailure failure(int code, int system_error) const;
+  [[nodiscard]] MqttFailure unanswered() const;
 
   // Under m_mutex.
   int hand_over(const std::string& topic, const Message& message, int& mid);

@@ -1,6 +1,7 @@
 #include "platform/MqttConnectionLog.h"
 
 #include <string_view>
+#include <utility>
 
 #include "platform/Logging.h"
 
@@ -15,6 +16,7 @@ constexpr size_t MAX_REASONS = 8;  // a hostile peer can invent more
 std::string_view error_text(MqttFailure::Kind kind) {
   switch (kind) {
     case MqttFailure::Kind::refused:
+    case MqttFailure::Kind::unanswered:
       return "The broker refused the login";
     case MqttFailure::Kind::tls:
       return "TLS failed";
@@ -28,7 +30,7 @@ std::string_view error_text(MqttFailure::Kind kind) {
 void MqttConnectionLog::connected() {
   LOG.notice(m_was_connected ? "Connected again to " : "Connected to ", m_peer);
   m_connected = m_was_connected = true;
-  m_told = false;
+  m_told = m_unanswered = false;
   m_reasons.clear();
 }
 
@@ -36,7 +38,9 @@ void MqttConnectionLog::failed(const MqttFailure& failure) {
   const bool lost = m_connected;
   m_connected = false;
   const std::string reason = logging::escaped(failure.reason);
-  if (failure.kind != MqttFailure::Kind::unreachable) {
+  const bool unanswered = failure.kind == MqttFailure::Kind::unanswered;
+  const bool again = std::exchange(m_unanswered, unanswered);
+  if (unanswered ? again : failure.kind != MqttFailure::Kind::unreachable) {
     if (m_reasons.size() < MAX_REASONS && m_reasons.insert(reason).second) {
       LOG.error(error_text(failure.kind), ", ", m_peer, ": ", reason);
     }

@@ -9,6 +9,7 @@ namespace ecu::koru::com {
 struct MqttFailure {
   enum class Kind {
     unreachable,  ///< no broker, no answer, or the connection was lost
+    unanswered,   ///< the broker took the connection and closed it before it answered the login
     refused,      ///< the broker refused the login
     tls,
     protocol
@@ -19,7 +20,8 @@ struct MqttFailure {
 
 /// What the ups and downs of the connection put into the log: when it fails, one WARNING, or one ERROR for
 /// each different reason that needs somebody to look after it; when it is there (again), one NOTICE; in
-/// between nothing.
+/// between nothing. A login that stays unanswered needs somebody from the second time on: once is what a
+/// broker does that is being ended.
 class MqttConnectionLog {
  public:
   /// `peer`: the broker's "host:port".
@@ -32,6 +34,7 @@ class MqttConnectionLog {
   bool m_connected = false;
   bool m_was_connected = false;
   bool m_told = false;
+  bool m_unanswered = false;        // the failure before
   std::set<std::string> m_reasons;  // of the ERROR records since the last success
 };
 

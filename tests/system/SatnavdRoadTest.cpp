@@ -276,15 +276,6 @@ TEST_F(SatnavdRoad, TheReceiverMayComeLateAndGo) {
   expect_end(*service, SIGTERM);
 }
 
-TEST_F(SatnavdRoad, AnotherSpeedIsNotFatal) {
-  const auto simulator = receiver({"--rate", "10", "--baud", "57600"});
-  Tap tap(broker);
-  const auto service = satnavd({}, {"-v", "-d", "0x800000"});
-  ASSERT_TRUE(service->wait_for_output(". Discard ", PATIENCE_MS));
-  EXPECT_TRUE(tap.gets(4, NOTHING_KNOWN)) << service->err();
-  expect_end(*service, SIGTERM);
-}
-
 TEST_F(SatnavdRoad, ADeviceThatIsNoReceiverCostsNothing) {
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
   const struct {

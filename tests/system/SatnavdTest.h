@@ -111,6 +111,7 @@ class Tap {
 /// satnavd with what a vehicle has around it: a broker, the rest of the unit, a receiver.
 class SatnavdTest : public testing::Test {
  protected:
+  explicit SatnavdTest(const std::vector<std::string>& broker_lines = {}) : broker(broker_lines) {}
   void SetUp() override { ASSERT_TRUE(broker.start()); }
 
   /// Leaves variables and parameters on the broker.

@@ -70,10 +70,6 @@ TEST(AppTest, OptionsAreStored) {
         ElementsAre(9600, 8, 7, 0x80000001));
     EXPECT_TRUE(options.debug_flags_given && options.disable_hw_init && options.log_to_stdout);
   }
-  test::LogCapture log;
-  const Options options = parsed("-b x -s 4294967296 -a y -d zz -v");
-  EXPECT_EQ(options.baud_rate + options.gnss_system + options.augmentation, 0U);
-  EXPECT_TRUE(options.debug_flags == 1 && !options.debug_flags_given && options.log_level == "DEBUG");
   for (const auto* line : {"--help", "-h", "-h x", "-x", "-d"}) parsed(line, 0);
 }
 

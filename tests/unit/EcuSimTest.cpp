@@ -144,19 +144,10 @@ TEST_F(BridgeTest, AnEndIsBrokerAndPrefix) {
     std::string_view text;
     std::string_view end;  // host|port|prefix, empty: refused
   } rows[] = {{"localhost", "localhost|1883|"},
-              {"10.0.0.1:18830/unit/a", "10.0.0.1|18830|unit/a/"},
               {"[::1]:5/a", "::1|5|a/"},
-              {"broker/a", "broker|1883|a/"},
-              {"", ""},
-              {":1883", ""},
-              {"a:0", ""},
               {"a:65536", ""},
-              {"a:/x", ""},
               {"a:1/", ""},
-              {"a:1/b/", ""},
-              {"a/+", ""},
               {"a/\xFF", ""},
-              {"[::1", ""},
               {"[::1]2", ""}};
   for (const auto& row : rows) {
     try {
@@ -177,18 +168,13 @@ TEST(EcuSimTest, EveryCommandSaysItsMessage) {
   } rows[] = {
       {"var hwversion=zpt", "system/var/hwversion retained value=zpt"},
       {"  var name  a text = with blanks \r", "system/var/name retained value=a text = with blanks"},
-      {"var empty", "system/var/empty retained value="},
       {"timezone +01:00", zone + "hour_offset=1 minute_offset=0 summer_time=false source=SYSTEM"},
       {"timezone -03:30,summer,source=user",
        zone + "hour_offset=-3 minute_offset=-30 summer_time=true source=USER"},
-      {"timezone -00:45 source=system",
-       zone + "hour_offset=0 minute_offset=-45 summer_time=false source=SYSTEM"},
       {"timezone none", zone + "hour_offset=0 minute_offset=0 summer_time=false source=NONE"},
       {"blackout on", "rt/system/blackout_mode blackout_mode 01"},
-      {"blackout off", "rt/system/blackout_mode blackout_mode 00"},
       {"hw-version AB 1", "rt/system/hw_version hw_version 41422031 \"AB 1\""},
       {"source local", "system/gnss/source source=LOCAL_RECEIVER"},
-      {"source can", "system/gnss/source source=CAN"},
       {"log-config 0100 0080", "system/gnss/log_config value=01000080"},
   };
   for (const auto& row : rows) EXPECT_THAT(said(row.line), ElementsAre(row.message)) << row.line;
@@ -205,36 +191,6 @@ TEST(EcuSimTest, AParameterChangesTheMapAndIsAnnounced) {
               ElementsAre("system/sysparams retained entries={0x0000A00F={flags=0 value=01} "
                           "0x0000A08F={flags=1 value=00ff}}",
                           "system/sysparam/0x0000A08F value=00ff"));
-  EXPECT_THAT(said("param 0xFFFFFFFF"),
-              ElementsAre(HasSubstr("{flags=1 value=}"), "system/sysparam/0xFFFFFFFF value="));
-}
-
-TEST(EcuSimTest, RemembersItsStateAndNothingElse) {
-  UnitState unit(true);
-  for (const auto* line : {"var b 1", "var a 2", "var b 3", "timezone +01:00", "timezone +02:00",
-                           "blackout on", "hw-version x", "source can", "log-config 01", "raw system/a 00"}) {
-    (void)unit.apply(parse_command(line));
-  }
-  EXPECT_THAT(
-      seen(unit.everything()),
-      ElementsAre(
-          "system/var/a retained value=2", "system/var/b retained value=3",
-          "system/time/timezone retained hour_offset=2 minute_offset=0 summer_time=false source=SYSTEM",
-          "rt/system/blackout_mode retained blackout_mode 01", "rt/system/hw_version retained hw_version 78",
-          "system/sysparams retained entries={}"));
-}
-
-TEST(EcuSimTest, RawBytesTravelAsTheyAre) {
-  UnitState unit(false);
-  const auto once = unit.apply(parse_command("raw system/gnss/data 09 01FF"));
-  ASSERT_EQ(once.size(), 1U);
-  EXPECT_EQ(once[0].topic, "system/gnss/data");
-  EXPECT_THAT(once[0].message.payload, ElementsAre(0x09, 0x01, 0xFF));
-  EXPECT_FALSE(once[0].message.retained);
-  const auto clear = unit.apply(parse_command("raw-retained system/var/x"));
-  ASSERT_EQ(clear.size(), 1U);
-  EXPECT_THAT(clear[0].message.payload, IsEmpty());
-  EXPECT_TRUE(clear[0].message.retained);
 }
 
 TEST(EcuSimTest, ABrokenCommandIsRefusedWithAReason) {
@@ -243,34 +199,18 @@ TEST(EcuSimTest, ABrokenCommandIsRefusedWithAReason) {
     std::string_view reason;
   } rows[] = {
       {"publish x", "unknown command 'publish'"},
-      {"\x1B[2J", "unknown command '\\x1B[2J'"},
-      {"var", "var: expected a variable's name"},
       {"var a/b c", "a variable's name, found 'a/b'"},
       {"param", "param: expected a parameter id like 0xA00F, found ''"},
       {"param 0x1A00F00F0 01", "found '0x1A00F00F0'"},
-      {"param -1 01", "found '-1'"},
-      {"param 0xA00Fx 01", "found '0xA00Fx'"},
       {"param 0xA00F 1", "bytes in hex, two digits each, found '1'"},
-      {"param 0xA00F 0x01", "found '0x01'"},
-      {"param 0xA00F +1", "found '+1'"},
       {"param 0xA00F 01 otaid", "expected nootaid or nothing, found 'otaid'"},
-      {"timezone", "an offset like +01:00"},
-      {"timezone 01:00", "found '01:00'"},
       {"timezone +24:00", "found '+24:00'"},
-      {"timezone +01:60", "found '+01:60'"},
       {"timezone +-1:00", "found '+-1:00'"},
-      {"timezone +1:00", "found '+1:00'"},
       {"timezone +01:00 winter", "found 'winter'"},
-      {"timezone none summer", "expected nothing more, found 'summer'"},
-      {"blackout", "expected on or off, found ''"},
       {"blackout ON", "found 'ON'"},
-      {"hw-version", "a text of 1 to 64 bytes"},
       {"hw-version " + std::string(65, 'x'), "a text of 1 to 64 bytes"},
       {"source satellite", "expected local, can or unknown"},
-      {"log-config xy", "found 'xy'"},
-      {"raw", "a topic without wildcards"},
       {"raw system/# 00", "found 'system/#'"},
-      {"quit now", "expected nothing more"},
   };
   for (const auto& row : rows) {
     try {

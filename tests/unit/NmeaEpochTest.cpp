@@ -54,6 +54,7 @@ struct Service final : IEpochOwner {
 
 std::tm atSecond(int second) {
   std::tm utc{};
+  utc.tm_mday = 1;
   utc.tm_sec = second;
   return utc;
 }
@@ -151,6 +152,9 @@ TEST(NmeaEpochTest, ANewSecondGoesAtOnceAndPatienceIsForOneBurst) {
   service.publishGnssData();  // nothing arrived: an empty fix
   service.epoch.frameSent(service.now_us, atSecond(20));
   EXPECT_TRUE(service.epoch.isFrameDue(service.now_us + 1'000'001));
+  service.epoch.frameSent(service.now_us, {});
+  service.play("RMC GGA GSA GST", "00");
+  EXPECT_TRUE(service.epoch.isFrameDue(service.now_us));  // an undated frame has no second, not even 0
 
   service.play("GST RMC GGA");
   service.epoch.reset(service.now_us);

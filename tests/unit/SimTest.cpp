@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "sim/gnss/MistunedUart.h"
 #include "sim/gnss/Receiver.h"
 #include "sim/gnss/Utc.h"
 
@@ -49,12 +48,6 @@ std::vector<Fields> run(Receiver& receiver, int64_t until_us) {
   return sentences_in(read_all(receiver));
 }
 
-double degrees(const std::string& field, const std::string& hemisphere) {
-  const size_t whole = field.find('.') - 2;
-  const double value = std::stod(field.substr(0, whole)) + std::stod(field.substr(whole)) / 60;
-  return hemisphere == "S" || hemisphere == "W" ? -value : value;
-}
-
 TEST(SimSentences, AreWrittenAsReceiversWriteThem) {
   Fix fix;
   fix.utc_us = *parse_iso8601("2026-12-31T23:59:59.999Z");  // to hundredths that is the next year
@@ -89,72 +82,6 @@ TEST(SimSentences, AreWrittenAsReceiversWriteThem) {
   EXPECT_EQ(nmea_checksum("GPRMC,083559.00,A,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,A"), 0x57);
 }
 
-void expect_truth(const Fields& rmc, const Fields& gga, const Fields& gsa, const Fields& gst,
-                  const Fix& truth) {
-  constexpr double angle = 0.51e-5 / 60;
-  EXPECT_EQ(rmc[1], gga[1]);
-  EXPECT_EQ(rmc[1], gst[1]);
-  const int clock = std::stoi(rmc[1].substr(0, 6));
-  const int second = clock / 10000 * 3600 + clock / 100 % 100 * 60 + clock % 100;
-  EXPECT_NEAR(second + std::stod(rmc[1].substr(6)), static_cast<double>(truth.utc_us % 86'400'000'000) / 1e6,
-              0.00501);
-  EXPECT_NEAR(degrees(rmc[3], rmc[4]), truth.latitude_deg, angle);
-  EXPECT_NEAR(degrees(rmc[5], rmc[6]), truth.longitude_deg, angle);
-  EXPECT_EQ(Fields(rmc.begin() + 3, rmc.begin() + 7), Fields(gga.begin() + 2, gga.begin() + 6));
-  EXPECT_NEAR(std::stod(rmc[7]) * 1.852, truth.speed_kmh, 0.001);
-  EXPECT_EQ(rmc[8].empty(), !truth.course_deg.has_value());
-  if (truth.course_deg) {
-    EXPECT_NEAR(std::remainder(std::stod(rmc[8]) - *truth.course_deg, 360.0), 0.0, 0.00501);
-  }
-  EXPECT_EQ(std::stoi(gga[7]), truth.satellites);
-  EXPECT_NEAR(std::stod(gga[9]), truth.altitude_m, 0.0501);
-  EXPECT_NEAR(std::stod(gsa[15]), truth.pdop, 0.00501);
-  EXPECT_NEAR(std::stod(gsa[16]), truth.hdop, 0.00501);
-  EXPECT_NEAR(std::stod(gsa[17]), truth.vdop, 0.00501);
-  EXPECT_NEAR(std::stod(gst[6]), truth.latitude_error_m, 0.0501);
-  EXPECT_NEAR(std::stod(gst[7]), truth.longitude_error_m, 0.0501);
-}
-
-TEST(SimReceiver, SendsTheTruthOfEveryEpochInOrder) {
-  for (const int rate : {1, 3, 4, 10}) {
-    ReceiverOptions options;
-    options.rate_hz = rate;
-    options.baud = 115200;
-    options.start_us = 5'000'000;
-    options.utc_start_us += 10'250'000;  // between two full seconds
-    Receiver receiver(options);
-    int64_t epoch = rate / 4 + (rate % 4 > 0);  // of the first second
-    // Past the stop in the middle of the drive, where there is no course.
-    for (int64_t now = options.start_us; now < 300'000'000; now = receiver.next_byte_us()) {
-      receiver.advance_to(now);
-      if (receiver.run_end_us() == INT64_MAX || receiver.run_end_us() == now) continue;
-      const auto burst = run(receiver, receiver.run_end_us());
-      const int64_t utc_us = *parse_iso8601("2026-01-01T00:00:10Z") + epoch / rate * second_us +
-                             epoch % rate * 1000 / rate * 1000;
-      ASSERT_EQ(burst.size(), 5U);
-      for (size_t i = 0; i < 5; ++i)
-        EXPECT_EQ(burst[i][0], (std::array{"GNRMC", "GNGGA", "GNGSA", "GNGSA", "GNGST"})[i]);
-      EXPECT_EQ(receiver.latest_epoch_us(), utc_us);
-      expect_truth(burst[0], burst[1], burst[3], burst[4], *receiver.truth_at(utc_us));
-      if (testing::Test::HasFailure()) return;
-      ++epoch;
-    }
-    EXPECT_NEAR(static_cast<double>(receiver.statistics().epochs), 295.0 * rate, 1.0);
-  }
-}
-
-TEST(SimReceiver, StartsTheRouteAtPowerOn) {
-  ReceiverOptions options;
-  options.utc_start_us += 1234 * second_us;
-  const Receiver receiver(options);
-  for (const int64_t t : {0, 20, 100}) {
-    const Fix truth = *receiver.truth_at(options.utc_start_us + t * second_us);
-    const RouteState state = options.route.at(static_cast<double>(t));
-    EXPECT_EQ(truth.latitude_deg, state.position.latitude_deg);
-    EXPECT_NEAR(truth.speed_kmh, state.speed_ms * 3.6, 1e-9);
-  }
-}
-
 TEST(SimReceiver, KeepsTheTimingOfTheLine) {
   for (const unsigned baud : receiver_bauds) {
     ReceiverOptions options;
@@ -175,29 +102,7 @@ TEST(SimReceiver, KeepsTheTimingOfTheLine) {
   }
 }
 
-TEST(SimReceiver, LeavesOutWholeSentencesThatTheLineCannotCarry) {
-  ReceiverOptions options;
-  options.rate_hz = 10;
-  options.baud = 19200;  // 192 bytes an epoch
-  Receiver receiver(options);
-  const auto sent = run(receiver, 10 * second_us + options.output_delay_us - 1);
-  const Statistics s = receiver.statistics();
-  EXPECT_EQ(s.epochs, 100U);
-  EXPECT_EQ(sent.size(), s.sentences_sent);
-  EXPECT_EQ(s.sentences_sent + s.sentences_overrun, 500U);
-  EXPECT_EQ(s.sentences_overrun, 200U);  // RMC and GGA fit, and then GST
-  EXPECT_EQ(sent.back()[0], "GNGST");
-}
-
 TEST(SimReceiver, IsGarbageAtAnotherSpeed) {
-  std::string all(256, 0);
-  std::iota(all.begin(), all.end(), '\0');
-  MistunedUart right(9600, 9600);
-  std::string heard;
-  for (size_t i = 0; i < all.size(); ++i)
-    right.byte(static_cast<int64_t>(i) * 10'000'000'000 / 9600, static_cast<uint8_t>(all[i]), heard);
-  EXPECT_EQ(heard, all);
-
   const struct {
     unsigned own, host;
     double least, most;  // bytes heard for one sent
@@ -215,40 +120,7 @@ TEST(SimReceiver, IsGarbageAtAnotherSpeed) {
     EXPECT_GT(density, c.least) << c.host;
     EXPECT_LT(density, c.most) << c.host;
     EXPECT_EQ(garbage.find("RMC"), std::string::npos);
-    receiver.set_host_baud(c.own);
-    EXPECT_EQ(run(receiver, 11 * second_us).size(), 5U);
-    receiver.set_host_baud(0);
-    receiver.advance_to(12 * second_us);
-    EXPECT_EQ(receiver.available(), 0U);
   }
-}
-
-TEST(SimReceiver, SendsToNobodyWhileThePortIsClosed) {
-  Receiver receiver{ReceiverOptions{}};
-  receiver.advance_to(500'000);
-  const size_t burst = receiver.available();
-  receiver.set_open(false);  // what was not read is gone with the port
-  receiver.advance_to(90'000'000);
-  EXPECT_EQ(receiver.available(), 0U);
-  receiver.set_open(true);
-  EXPECT_EQ(run(receiver, 90'900'000).at(0)[1], "000130.00");
-  EXPECT_GE(receiver.statistics().bytes_lost, 90 * burst);
-  receiver.advance_to(2'000 * second_us);  // a reader that sleeps makes nothing grow
-  EXPECT_LE(receiver.available(), 65536U);
-}
-
-TEST(SimReceiver, RefusesWhatNoReceiverCanDo) {
-  const auto refuses = [](auto change) {
-    ReceiverOptions options;
-    change(options);
-    EXPECT_THROW(Receiver{options}, std::invalid_argument);
-  };
-  refuses([](ReceiverOptions& o) { o.rate_hz = 0; });
-  refuses([](ReceiverOptions& o) { o.rate_hz = 11; });
-  refuses([](ReceiverOptions& o) { o.baud = 14400; });
-  refuses([](ReceiverOptions& o) { o.replay_speed = 0; });
-  refuses([](ReceiverOptions& o) { o.sentences.constellations.clear(); });
-  refuses([](ReceiverOptions& o) { o.sentences.constellations.assign(2, Constellation::gps); });
 }
 
 std::string faulty_stream(const std::string& faults, Statistics* statistics = nullptr) {
@@ -272,47 +144,12 @@ TEST(SimFaults, AreTheSameForASeedAndHaveTheirRates) {
   EXPECT_NEAR(static_cast<double>(s.sentences_dropped), 500, 80);
   EXPECT_NEAR(static_cast<double>(s.sentences_corrupted), 900, 120);
   EXPECT_NEAR(static_cast<double>(s.sentences_split), 1350, 150);
-  EXPECT_EQ(faulty_stream("split=1"), faulty_stream("seed=3"));  // late, but the same bytes
-  EXPECT_EQ(faulty_stream("drop=1", &s), "");
-  EXPECT_EQ(s.sentences_sent, 0U);
-
   const std::string clean = faulty_stream("seed=1");
   const std::string corrupt = faulty_stream("corrupt=1");
   ASSERT_EQ(corrupt.size(), clean.size());
   size_t changed = 0;
   for (size_t i = 0; i < clean.size(); ++i) changed += corrupt[i] != clean[i];
   EXPECT_EQ(changed, 5000U);  // one byte of each sentence
-}
-
-TEST(SimFaults, SilenceAndPauses) {
-  Statistics s;
-  EXPECT_EQ(sentences_in(faulty_stream("silence=4@10", &s)).size(), 3000U);
-  EXPECT_EQ(s.silent_epochs, 400U);
-  ReceiverOptions begin_loud;
-  begin_loud.faults = parse_faults("silence=4@10");
-  Receiver loud(begin_loud);
-  EXPECT_EQ(run(loud, 8 * second_us).size(), 30U);
-
-  ReceiverOptions options;
-  options.faults = parse_faults("split=1");
-  Receiver receiver(options);
-  const int64_t begin = options.output_delay_us;
-  int64_t longest_gap = 0;
-  for (int64_t now = begin; receiver.next_byte_us() < second_us;) {
-    const int64_t next = receiver.next_byte_us();
-    longest_gap = std::max(longest_gap, next - now);
-    receiver.advance_to(now = next);
-  }
-  EXPECT_GE(longest_gap, 20'000);
-  EXPECT_LE(longest_gap, 151'000);
-  EXPECT_EQ(sentences_in(read_all(receiver)).size(), 5U);
-}
-
-TEST(SimFaults, WrongTextsAreRefused) {
-  for (const char* text :
-       {"", "drop", "drop=", "drop=1.1", "drop=-0.1", "drop=nan", "drop=0.1x", "jam=0.1", "drop=0,drop=0",
-        "silence=5", "silence=5@5", "silence=0@5", "silence=1@90000", "seed=-1", "drop=0,"})
-    EXPECT_THROW((void)parse_faults(text), std::invalid_argument) << text;
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include "sim/gnss/Receiver.h"
 #include "sim/gnss/Replay.h"
 #include "sim/gnss/RouteFile.h"
-#include "sim/gnss/Utc.h"
 
 namespace ecu::koru::sim {
 namespace {
@@ -35,31 +34,15 @@ void expect_consistent(const Route& route, double at_s) {
 TEST(SimRoute, BuiltInDriveAgreesWithItself) {
   const Route route = Route::built_in();
   EXPECT_GT(route.length_m(), 5000);
-  double lowest = 1e9, highest = -1e9, fastest = 0;
-  int standing = 0;
   for (int i = 0; 0.37 * i < 2 * route.duration_s(); ++i) {
     const double t = 0.37 * i;
     expect_consistent(route, t);
     const RouteState state = route.at(t);
-    lowest = std::min(lowest, state.position.altitude_m);
-    highest = std::max(highest, state.position.altitude_m);
-    fastest = std::max(fastest, state.speed_ms);
-    standing += !state.course_deg;
     // No jumps: neither from leg to leg nor from the end to the beginning.
     EXPECT_NEAR(route.at(t + 0.1).speed_ms, state.speed_ms, 0.4) << t;
     EXPECT_LT(distance_m(route.at(t + 0.1).position, state.position), 2.5) << t;
     if (HasFailure()) return;
   }
-  EXPECT_GT(highest - lowest, 20);
-  EXPECT_NEAR(fastest * 3.6, 80, 0.5);
-  EXPECT_GT(standing, 60);
-}
-
-TEST(SimRoute, LongLegsFollowTheGreatCircle) {
-  Route route({60, 0, 100});
-  route.drive_in({60, 20, 100}, 3600);
-  for (const double t : {1.0, 900.0, 1800.0, 3500.0}) expect_consistent(route, t);
-  EXPECT_GT(route.at(1800).position.latitude_deg, 60.3);
 }
 
 TEST(SimRoute, GpxWithTimesWestSouthAndAcrossTheDateLine) {
@@ -98,37 +81,22 @@ TEST(SimRoute, BrokenFilesAreNamedWithLineAndReason) {
     std::string text, expected;
   } cases[] = {
       {"", "f:1: no point"},
-      {"# nothing\n", "no point in the file"},
-      {"lat,lon,alt\n", "no point in the file"},
       {"x,y\n1,2\n", "f:1: neither a point"},
       {"47,8,500\n47,abc,500\n", "f:2: column lon is not a number: abc"},
-      {"47,8,500\n47\n", "f:2: column lon is missing"},
       {"47,8,500\n91,8,500\n", "f:2: the latitude is not within"},
-      {"47,181,500\n", "f:1: the longitude is not within"},
       {"47,8,nan\n", "f:1: the altitude is not within"},
       {"47,8,500,0\n\n47.1,8,500,0\n", "f:3: no speed, but a way to go"},
-      {"47,8,500,-5\n47.1,8,500,5\n", "f:2: the speed is negative"},
       {"47,8,500,5\n47.1,8,500,2000\n", "f:2: the speed is above"},
       {"47,8,500\n-47,-172,500\n", "f:2: more than 10000 km"},
-      {"<gpx></gpx>", "f:1: no track point"},
-      {gpx("<trkpt lat='1'/>"), "f:2: attribute lon is missing"},
       {gpx("<trkpt lat='1' lon='2,5'/>"), "f:2: attribute lon is not a number: 2,5"},
-      {gpx("<trkpt lat='1' lon='2'><ele>up</ele>"), "f:2: the elevation is not a number: up"},
       {gpx("<trkpt lat='1' lon='2'>\n<time>noon</time>"), "f:3: not a time: noon"},
       {gpx("<trkpt lat='1' lon='2'>"), "the file ends inside a track point"},
-      {gpx("<trkpt lat='1' lon='2'>\n<trkpt lat='1' lon='2'>"), "f:3: a track point inside"},
-      {gpx("</trkpt>"), "f:2: the end of a track point that has no"},
       {gpx("\n<trkpt lat='1"), "f:3: a tag never ends"},
-      {gpx("</><//></ >"), "f:3: no track point"},
-      {gpx("<!-- "), "f:2: \"<!--\" never ends"},
       {gpx("<trkpt lat='1' lon='2'/>\n<trkpt lat='1' lon='2'><time>2026-01-01T00:00:00Z</time></trkpt>"),
        "f:3: some track points"},
       {gpx("<trkpt lat='1' lon='2'><time>2026-01-01T00:00:00Z</time></trkpt>\n"
            "<trkpt lat='1' lon='2'><time>2026-01-01T00:00:00Z</time></trkpt>"),
        "f:3: the time does not advance"},
-      {gpx("<trkpt lat='1' lon='2'><time>2026-01-01T00:00:00Z</time></trkpt>\n"
-           "<trkpt lat='2' lon='2'><time>2026-01-01T00:00:01Z</time></trkpt>"),
-       "f:3: the way from the point before"},
   };
   for (const auto& c : cases) {
     try {
@@ -138,16 +106,6 @@ TEST(SimRoute, BrokenFilesAreNamedWithLineAndReason) {
       EXPECT_THAT(e.what(), HasSubstr(c.expected)) << c.text;
     }
   }
-}
-
-TEST(SimUtc, Iso8601) {
-  EXPECT_EQ(parse_iso8601("1970-01-01T00:00:01Z"), 1'000'000);
-  EXPECT_EQ(parse_iso8601("2024-02-29 12:00:00.5-01:30"), 1'709'213'400'500'000);
-  EXPECT_EQ(parse_iso8601("2068-12-31T23:59:59,123456789"), 3'124'223'999'123'456);
-  for (const char* text : {"", "2026", "2026-02-29T00:00:00Z", "2026-13-01T00:00:00Z", "2026-01-01T24:00:00Z",
-                           "2026-01-01T00:60:00Z", "2026-01-01T00:00:00.Z", "2026-01-01T00:00:00X",
-                           "2026-01-01T00:00:00+1", "2026-01-01T00:00:00Z "})
-    EXPECT_FALSE(parse_iso8601(text)) << text;
 }
 
 // Garbage in front, a UBX frame that looks like a line end, an epoch across midnight, one without a time, no
@@ -193,21 +151,6 @@ TEST(SimReplay, PlaysAtItsPaceAndEnds) {
   options.replay_speed = 10;
   EXPECT_EQ(play(options, INT64_MAX, &end_us), recorded);
   EXPECT_NEAR(static_cast<double>(end_us), 225'000, 5'000);
-  options.replay_speed = 1000;  // more than the line carries: late, but complete
-  EXPECT_EQ(play(options, INT64_MAX, &end_us), recorded);
-  EXPECT_NEAR(static_cast<double>(end_us), static_cast<double>(recorded.size()) * 1e7 / 115200, 100);
-  options.replay_speed = 1;
-  options.replay_loop = true;
-  const auto fourth = recorded.find("$GNRMC,,");
-  EXPECT_EQ(play(options, 7'000'000),
-            std::string(recorded) + std::string(recorded) + std::string(recorded.substr(0, fourth)));
-  options.replay_speed = 1000;  // nothing piles up in front of the line
-  options.baud = 4800;
-  options.recording = std::make_shared<Recording>(std::string(recorded), "log");
-  Receiver receiver(options);
-  receiver.advance_to(20'000'000);
-  EXPECT_LT(static_cast<double>(receiver.statistics().epochs),
-            20 * 480.0 / static_cast<double>(recorded.size()) * 4 + 5);
 }
 
 }  // namespace

@@ -61,31 +61,6 @@ pb::GnssData full_fix() {
 
 }  // namespace
 
-TEST(TapTest, KnowsWhatEachTopicCarries) {
-  const struct {
-    std::string_view topic;
-    std::string_view type;  // empty: not ours
-  } rows[] = {{"system/gnss/data", "GnssData"},
-              {"system/gnss/source", "GnssSource"},
-              {"system/gnss/log_config", "RtSignal"},
-              {"system/time/timezone", "TimeZone"},
-              {"system/sysparams", "SystemParameters"},
-              {"system/sysparam/0x0000A00F", "RtSignal"},
-              {"system/var/hwversion", "RtSignal"},
-              {"rt/j1939can/tx/vp1_local", "RtSignal"},
-              {"rt/system/blackout_mode", "RtSignal"},
-              {"systime/td", "RtSignal"},
-              {"system/gnss/data2", ""},
-              {"system/gnss", ""},
-              {"systime/td/x", ""},
-              {"", ""}};
-  for (const auto& row : rows) {
-    const auto* found = tap::find_topic(row.topic);
-    EXPECT_EQ(found != nullptr ? found->type : "", row.type) << row.topic;
-  }
-  EXPECT_EQ(tap::find_topic("system/var/hwversion")->view, tap::ValueView::text);
-}
-
 // The viewer gives its own reasons; what it accepts must be what the service accepts.
 TEST(TapTest, RefusesWhatTheServiceRefuses) {
   pb::GnssSource source;
@@ -96,23 +71,17 @@ TEST(TapTest, RefusesWhatTheServiceRefuses) {
     bytes[offset] = value;
     return bytes;
   };
-  Bytes with_surplus = good;
-  with_surplus.push_back(0xFF);
   const struct {
     Bytes payload;
     std::string problem;
   } rows[] = {{good, ""},
-              {with_surplus, ""},
               {{}, "empty payload"},
               {Bytes(good.begin(), good.begin() + 17), "17 bytes are too short for the header of 18"},
               {changed(0, 0xFF), "the header cannot be decoded"},
               {changed(1, 0), "protocol type 0"},
               {changed(3, 17), "header length 17 instead of 18"},
-              {changed(3, 19), "header length 19 instead of 18"},
               {changed(5, 3), "body length 3, but only 2 bytes follow the header"},
-              {changed(8, 0xFF), "body length 4278190082, but only 2 bytes follow the header"},
-              {changed(18, 0x0A), "the body is no GnssSource"},
-              {Bytes(good.begin(), good.begin() + 18), "body length 2, but only 0 bytes follow the header"}};
+              {changed(18, 0x0A), "the body is no GnssSource"}};
   logging::configure_logging("EMERG");
   for (const auto& row : rows) {
     const auto decoded = tap::decode("system/gnss/source", row.payload);
@@ -131,12 +100,7 @@ TEST(TapTest, ShowsEveryFieldOfAFixAsJson) {
   const Json line = json_of("system/gnss/data", payload);
   EXPECT_EQ(line["time"], "2026-11-21T10:15:30.123456Z");
   EXPECT_EQ(line["arrival_ns"], 5'000'000'007);
-  EXPECT_EQ(line["retained"], false);
-  EXPECT_EQ(line["type"], "GnssData");
-  EXPECT_EQ(line["envelope"]["protocol_type"], 1);
-  EXPECT_EQ(line["envelope"]["header_length"], 18);
   EXPECT_EQ(line["envelope"]["body_length"], payload.size() - 18);
-  EXPECT_GT(line["envelope"]["timestamp_ns"], 0);
   EXPECT_EQ(line["body"].dump(),
             R"({"longitude":-11.57612,"latitude":48.137154,"speed":36.04,"heading":271.5,"num_satellites":9,)"
             R"("quality":-1,"nmea":["$GPRMC,1*00\r\n","$GP\\xff\\x80\"*00\r\n"],"status":3,"fix":3,)"
@@ -153,11 +117,6 @@ TEST(TapTest, ShowsTheOtherBodiesAsJson) {
   EXPECT_EQ(json_of("system/time/timezone", enveloped(zone))["body"].dump(),
             R"({"hour_offset":-3,"minute_offset":-30,"summer_time":false,"source":"USER"})");
 
-  pb::GnssSource source;
-  source.set_source(pb::GnssSource::LOCAL_RECEIVER);
-  EXPECT_EQ(json_of("system/gnss/source", enveloped(source))["body"].dump(),
-            R"({"source":"LOCAL_RECEIVER"})");
-
   pb::SystemParameters parameters;
   auto& entries = *parameters.mutable_entries();
   entries[0xA00F].set_flags(1);
@@ -166,22 +125,8 @@ TEST(TapTest, ShowsTheOtherBodiesAsJson) {
   EXPECT_EQ(json_of("system/sysparams", enveloped(parameters))["body"].dump(),
             R"({"entries":{"0x00002045":{"value":""},"0x0000A00F":{"flags":1,"value":"0100"}}})");
 
-  const Json unknown_group = json_of("rt/other/tx/x", enveloped_value("\x01\xAB"));
-  EXPECT_EQ(unknown_group["body"].dump(), R"({"value":"01ab"})");
-  EXPECT_FALSE(unknown_group.contains("group"));
   EXPECT_EQ(json_of("system/var/name", enveloped_value("Z\xC3\xBCrich"))["body"]["value"], "Z\xC3\xBCrich");
   EXPECT_EQ(json_of("system/var/name", enveloped_value("Z\xFCrich"))["body"]["value"], "Z\\xfcrich");
-}
-
-TEST(TapTest, LeavesOutWhatIsAbsentAndShowsWhatIsUnknown) {
-  EXPECT_EQ(json_of("system/gnss/data", enveloped(pb::GnssData()))["body"].dump(), "{}");
-  pb::GnssData fix;
-  fix.set_speed(std::numeric_limits<float>::quiet_NaN());
-  EXPECT_EQ(json_of("system/gnss/data", enveloped(fix))["body"].dump(), R"({"speed":null})");
-  pb::GnssSource other;  // an enum value and a field of a later version
-  other.mutable_unknown_fields()->assign("\x08\x07\x10\x01");
-  EXPECT_EQ(json_of("system/gnss/source", enveloped(other))["body"].dump(),
-            R"({"unknown_fields":"08071001"})");
 }
 
 TEST(TapTest, ShowsAnUndecodableMessageWhole) {
@@ -194,10 +139,6 @@ TEST(TapTest, ShowsAnUndecodableMessageWhole) {
       tap::human_line(arrival("system/gnss/data", payload), false),
       "10:15:30.123Z system/gnss/data [no envelope] UNDECODABLE: 4 bytes are too short for the header of 18\n"
       "    0000  01 ff 24 0a                                      ..$.\n");
-
-  const Json foreign = json_of("system/other", enveloped_value("x"));
-  EXPECT_EQ(foreign["error"], "no message type is known for this topic");
-  EXPECT_EQ(foreign["envelope"]["body_length"], 3);
 
   const std::string huge = tap::human_line(arrival("rt/x", Bytes(1 << 20, 0)), false);
   EXPECT_THAT(huge, HasSubstr("    00f0  "));
@@ -238,12 +179,8 @@ TEST(TapTest, ShowsSignalGroupsWithPhysicalValues) {
        {0x79, 0x0F, 0x0A, 0x0B, 0x54, 0x29, 0x7D, 0x7B},
        "TD  seconds 30.25 s  minutes 15 min  hours 10 h  month 11 month  day 21 d  year 2026 a  "
        "localminuteoffset 0 min  localhouroffset -2 h  raw 790f0a0b54297d7b"},
-      {"rt/system/gnss_timestamp_ns",
-       {0x15, 0xCD, 0x5B, 0x07, 0, 0, 0, 0x80},
-       "timestamp_ns 9223372036978232597  raw 15cd5b0700000080"},
       {"rt/system/hw_version", {'v', '1'}, "hw_version 7631 \"v1\""},
       {"rt/oemcan/tx/p2c1_local", {1, 2, 3}, "UNDECODABLE: the payload has 3 bytes, the group 8"},
-      {"systime/td", {}, "UNDECODABLE: the payload has 0 bytes, the group 8"},
   };
   for (const auto& row : rows) {
     const std::string_view value(reinterpret_cast<const char*>(row.value.data()), row.value.size());
@@ -263,13 +200,6 @@ TEST(TapTest, ShowsSignalGroupsAsJson) {
   EXPECT_THAT(group("systime/td", "\x79\x0F\x0A\x0B\x54\x29\x7D\xFB"),
               testing::AllOf(HasSubstr(R"("year":{"value":2026,"unit":"a","status":"valid","raw":"29"})"),
                              HasSubstr(R"({"value":null,"unit":"h","status":"out of range","raw":"fb"})")));
-  EXPECT_THAT(
-      group("rt/j1939can/rx/vp2_fb", "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"),
-      HasSubstr(R"("horizontaldilutionofprecision":{"value":null,"status":"not available","raw":"ff"})"));
-  EXPECT_EQ(
-      group("rt/system/blackout_mode", "\x01"),
-      R"({"name":"blackout_mode","signals":{"blackout_mode":{"value":1,"status":"valid","raw":"01"}}})");
-  EXPECT_THAT(group("rt/system/hw_version", "123456789"), HasSubstr(R"("value":null,"status":"valid")"));
 }
 
 TEST(TapTest, WritesAGroupAsAFrame) {
@@ -282,9 +212,7 @@ TEST(TapTest, WritesAGroupAsAFrame) {
     std::optional<uint8_t> source_address;
     std::string_view text;
   } rows[] = {{0x18FEF3FE, true, std::nullopt, "18FEF31C"},
-              {0x18FEF3FE, true, 0xFE, "18FEF3FE"},
               {0x08FEF321, true, std::nullopt, "08FEF321"},
-              {0x08FEF321, true, 0x00, "08FEF300"},
               {0x0FE, false, 0x1C, "0FE"},
               {0, true, std::nullopt, "00000000"}};
   for (const auto& row : rows) {
@@ -298,8 +226,6 @@ TEST(TapTest, WritesAGroupAsAFrame) {
 // Nothing that came from outside may reach the terminal as a control character, or pass for a line of its
 // own.
 TEST(TapTest, CannotBeMadeToForgeALine) {
-  pb::SystemParameters parameters;
-  (*parameters.mutable_entries())[1].set_value("x");
   const struct {
     std::string_view topic;
     Bytes payload;
@@ -307,9 +233,7 @@ TEST(TapTest, CannotBeMadeToForgeALine) {
   } rows[] = {{"system/var/a", enveloped_value("\x1B[2J\nfalse"), "value=\\x1B[2J\\x0Afalse\n"},
               {"rt/\x1B\n", enveloped_value("\n"), "rt/\\x1B\\x0A ["},
               {"rt/x", enveloped_value(std::string(1000, 'A')), "4141...\n"},
-              {"rt/system/x", enveloped_value("\x1B[2J"), "x 1b5b324a\n"},
               {"rt/system/\x1B", enveloped_value("AB"), "\\x1B 4142 \"AB\"\n"},
-              {"system/sysparams", enveloped(parameters), "entries={0x00000001={value=78}}\n"},
               {"rt/x", enveloped(pb::RtSignal()), "(no fields)\n"}};
   for (const auto& row : rows) {
     const std::string line = tap::human_line(arrival(row.topic, row.payload), true);

@@ -16,6 +16,7 @@
 
 #include "platform/Transport.h"
 #include "support/Broker.h"
+#include "support/LogCapture.h"
 
 /// What the transport's test programs share.
 namespace transport_test {
@@ -85,13 +86,8 @@ class Recorder final : public ISubscriptionObserver {
 /// Captures the log (standard error) while it lives.
 class LogCapture {
  public:
-  LogCapture() { testing::internal::CaptureStderr(); }
-  ~LogCapture() { text(); }
   /// Ends the capture.
-  std::string text() {
-    if (!std::exchange(m_ended, true)) m_text = testing::internal::GetCapturedStderr();
-    return m_text;
-  }
+  const std::string& text() { return m_text += m_capture.take(); }
   /// How many records of the transport have this level and hold `part`.
   int count(const std::string& level, const std::string& part = "") {
     std::istringstream lines(text());
@@ -104,7 +100,7 @@ class LogCapture {
   }
 
  private:
-  bool m_ended = false;
+  test::LogCapture m_capture{"INFO"};
   std::string m_text;
 };
 

@@ -1,0 +1,308 @@
+// Weeks of driving in virtual time: every second has its fix, with its own time, on MQTT and on CAN, and
+// nothing else has; whatever the calendar, the clocks and the tunnels on the way do.
+
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <array>
+#include <fstream>
+#include <utility>
+
+#include "platform/PbInternalMessageAdapter.h"
+#include "platform/Topics.h"
+#include "scenario/World.h"
+#include "sim/gnss/Fix.h"
+#include "sim/gnss/Sentences.h"
+#include "sim/gnss/Utc.h"
+
+namespace {
+
+using namespace ecu::koru;
+using namespace test;
+
+constexpr int64_t S = 1'000'000;
+constexpr int64_t BURST_US = 300'000;  // behind the full second
+constexpr int64_t HOUR = 3600;
+constexpr int64_t DAY = 24 * HOUR;
+constexpr int64_t NO_TIME = -1;                 // what was before 1970 has none
+constexpr int64_t BOOT_NS = 1'000'000'000'000;  // of the world, at its start
+
+/// What the receiver makes of a second.
+enum class Kind {
+  full,
+  no_fix,      // the sentences hold the time only
+  silent,      // no byte
+  no_rmc,      // no date, no status
+  no_gga,      // the rest is an epoch
+  no_gst,      // closed by time
+  no_gsa,      // too few sentences: closed by the next one's RMC
+  broken_gsa,  // a wrong byte
+  noisy        // other bytes between the sentences
+};
+
+/// A quarter of an hour with a tunnel, a receiver that is silent, and epochs that lack something.
+Kind kindOf(int64_t second) {
+  const int64_t at = second % 907;
+  if (at >= 300 && at < 345) return Kind::no_fix;
+  if (at >= 500 && at < 520) return Kind::silent;
+  if (at < 600 || at >= 640 || at % 2 != 0) return Kind::full;
+  constexpr std::array LACKS{Kind::no_rmc, Kind::no_gga,     Kind::no_gst,
+                             Kind::no_gsa, Kind::broken_gsa, Kind::noisy};
+  return LACKS[static_cast<size_t>(at / 2) % LACKS.size()];
+}
+
+bool isDated(Kind kind) {
+  return kind != Kind::no_fix && kind != Kind::silent && kind != Kind::no_rmc;
+}
+
+/// A drive of so many seconds from a moment on, after a unit's uptime of so much.
+struct Drive {
+  const char* begin;
+  int64_t seconds;
+  int64_t uptime_s = 0;
+  bool leap_second = false;  // the day that ends on the way has one
+
+  [[nodiscard]] int64_t utcStart() const { return sim::parse_iso8601(begin).value() / S; }
+  /// The first second of the next day, counted from the beginning.
+  [[nodiscard]] int64_t midnight() const { return DAY - utcStart() % DAY; }
+  [[nodiscard]] bool isLeapSecond(int64_t second) const { return leap_second && second == midnight(); }
+  /// As POSIX counts: a leap second has the number of the one behind it.
+  [[nodiscard]] int64_t utc(int64_t second) const {
+    return utcStart() + second - (leap_second && second > midnight() ? 1 : 0);
+  }
+};
+
+/// The receiver's bytes, each second's at once, made when they are due.
+class DrivingReceiver final : public ByteSource {
+ public:
+  explicit DrivingReceiver(const Drive& drive) : m_drive(drive) {}
+
+  void advance_to(int64_t now_us) override {
+    for (; next_byte_us() <= now_us; ++m_next) m_arrived += bytesOf(m_next);
+  }
+  [[nodiscard]] int64_t next_byte_us() const override {
+    return m_next >= m_drive.seconds ? INT64_MAX : (m_drive.uptime_s + m_next) * S + BURST_US;
+  }
+  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
+  size_t read(std::span<uint8_t> out) override {
+    const size_t count = std::min(out.size(), m_arrived.size());
+    std::copy_n(m_arrived.begin(), count, out.begin());
+    m_arrived.erase(0, count);
+    return count;
+  }
+
+ private:
+  [[nodiscard]] sim::Fix fixOf(int64_t second) const {
+    sim::Fix fix;
+    fix.utc_us = (m_drive.utc(second) - (m_drive.isLeapSecond(second) ? 1 : 0)) * S;
+    fix.valid = kindOf(second) != Kind::no_fix;
+    const auto state = m_route.at(static_cast<double>(second));
+    fix.latitude_deg = state.position.latitude_deg;
+    fix.longitude_deg = state.position.longitude_deg;
+    fix.altitude_m = state.position.altitude_m;
+    fix.speed_kmh = state.speed_ms * 3.6;
+    fix.course_deg = state.course_deg;
+    sim::describe_quality(fix, m_options.constellations);
+    return fix;
+  }
+  [[nodiscard]] std::string bytesOf(int64_t second) const {
+    const Kind kind = kindOf(second);
+    if (kind == Kind::silent) return {};
+    const std::map<Kind, std::string> left_out{
+        {Kind::no_rmc, "RMC"}, {Kind::no_gga, "GGA"}, {Kind::no_gst, "GST"}, {Kind::no_gsa, "GSA"}};
+    const auto without = left_out.find(kind);
+    std::string bytes;
+    bool first_gsa = true;
+    for (std::string sentence : sim::epoch_sentences(fixOf(second), m_options)) {
+      const std::string type = sentence.substr(3, 3);
+      if (without != left_out.end() && type == without->second) continue;
+      if (m_drive.isLeapSecond(second)) sentence = atSecond60(sentence);
+      if (kind == Kind::broken_gsa && type == "GSA" && std::exchange(first_gsa, false)) sentence[8] ^= 0x01;
+      if (kind == Kind::noisy) bytes += "\xFFnoise\x03$GN\r\n";
+      bytes += sentence;
+    }
+    return bytes;
+  }
+  static std::string atSecond60(const std::string& text) {
+    std::string body = text.substr(1, text.find('*') - 1);
+    if (const size_t at = body.find(",235959."); at != std::string::npos) body.replace(at, 7, ",235960");
+    return sentence(body);
+  }
+
+  const Drive& m_drive;
+  const sim::Route m_route = sim::Route::built_in();
+  const sim::SentenceOptions m_options;
+  int64_t m_next = 0;
+  std::string m_arrived;
+};
+
+/// The seconds that have a dated fix, one after the other: what is published must be exactly these.
+class Expectation {
+ public:
+  Expectation(const char* name, const Drive& drive) : m_name(name), m_drive(drive) { find(); }
+  /// Returns the second that must be at hand now.
+  int64_t take() {
+    const int64_t second = m_second++;
+    find();
+    return second;
+  }
+  void tell(int64_t second, const std::string& found) {
+    if (++m_failures <= 5) ADD_FAILURE() << m_name << ": second " << second << " of the drive, but " << found;
+  }
+  [[nodiscard]] int64_t left() {
+    int64_t count = 0;
+    while (m_second < m_drive.seconds) take(), ++count;
+    return count;
+  }
+
+ private:
+  void find() {
+    while (m_second < m_drive.seconds && !isDated(kindOf(m_second))) ++m_second;
+  }
+
+  const char* m_name;
+  const Drive& m_drive;
+  int64_t m_second = 0;
+  int m_failures = 0;
+};
+
+/// Compares the traffic with the drive while it happens.
+class Listener final : public com::ISubscriptionObserver {
+ public:
+  explicit Listener(const Drive& drive) : m_drive(drive), m_mqtt("MQTT", drive), m_can("CAN", drive) {
+    m_can.take();  // the very first fix is not trusted yet
+  }
+
+  void message(const std::string& topic, const com::Message& message) override {
+    topic == topic::GNSS_DATA ? takeFix(message) : takeTimeDate(message);
+  }
+  void expectAll() {
+    EXPECT_EQ(m_mqtt.left(), 0);
+    EXPECT_EQ(m_can.left(), 0);
+    std::map<Kind, int64_t> counts;
+    for (int64_t second = 0; second < m_drive.seconds; ++second) ++counts[kindOf(second)];
+    EXPECT_EQ(m_statuses[2], counts[Kind::no_fix]);
+    // Beside the epochs without RMC the silence: each second of it once, but for the first one's patience.
+    EXPECT_LE(m_statuses[1], counts[Kind::no_rmc] + counts[Kind::silent]);
+    EXPECT_GE(m_statuses[1], counts[Kind::no_rmc] + counts[Kind::silent] * 8 / 10);
+  }
+
+ private:
+  static bool unwrap(const com::Message& message, google::protobuf::MessageLite& body) {
+    uint32_t type = 0;
+    return com::envelope::unwrap(message.payload, type, body) ==
+           com::err::PbInternalDeserializationError::None;
+  }
+  [[nodiscard]] int64_t burstNs(int64_t second) const {
+    return BOOT_NS + ((m_drive.uptime_s + second) * S + BURST_US) * 1000;
+  }
+  /// A whole epoch is sent with its last byte.
+  [[nodiscard]] bool isLate(int64_t second) const {
+    return kindOf(second) == Kind::full && time_source().boot_ns() > burstNs(second) + 10'000'000;
+  }
+  void takeFix(const com::Message& message) {
+    if (!unwrap(message, m_fix)) return m_mqtt.tell(-1, "no fix");
+    ++m_statuses[m_fix.status()];
+    if (m_fix.status() != 3 && !m_fix.has_utc_time_us()) return;
+    const int64_t second = m_mqtt.take();
+    const int64_t age_ns = burstNs(second) - static_cast<int64_t>(m_fix.timestamp_ns());
+    const int64_t expected_us = std::max<int64_t>(m_drive.utc(second) * S, NO_TIME);
+    const int64_t utc_us = m_fix.has_utc_time_us() ? static_cast<int64_t>(m_fix.utc_time_us()) : NO_TIME;
+    if (m_fix.status() != 3 || utc_us != expected_us || age_ns < 0 || age_ns > 30'000'000 || isLate(second)) {
+      m_mqtt.tell(second, "a fix of status " + std::to_string(m_fix.status()) + " at " +
+                              std::to_string(utc_us) + " us, " + std::to_string(age_ns) + " ns old");
+    }
+  }
+  void takeTimeDate(const com::Message& message) {
+    if (!unwrap(message, m_group)) return m_can.tell(-1, "no group");
+    const std::string& raw = m_group.value();
+    const auto byte = [&](size_t at) { return static_cast<uint8_t>(raw.at(at)); };
+    if (byte(4) == 0xFF) return;
+    const int64_t second = m_can.take();
+    const bool leap = m_drive.isLeapSecond(second);
+    const auto time = sim::civil_time((m_drive.utc(second) - (leap ? 1 : 0)) * S);
+    const int year = time.year - 1985;
+    const std::array<unsigned, 6> expected{(time.second + leap) * 4,
+                                           time.minute,
+                                           time.hour,
+                                           time.month,
+                                           time.day * 4,
+                                           year < 0 ? 0xFF : static_cast<unsigned>(year)};
+    if (isLate(second)) m_can.tell(second, "it came late");
+    for (size_t i = 0; i < expected.size(); ++i) {
+      if (byte(i) != expected[i]) return m_can.tell(second, testing::PrintToString(raw));
+    }
+  }
+
+  const Drive& m_drive;
+  Expectation m_mqtt, m_can;
+  pb::GnssData m_fix;
+  pb::RtSignal m_group;
+  std::map<int, int64_t> m_statuses;
+};
+
+struct Memory {
+  size_t heap_bytes;
+  long resident_kib;
+};
+
+Memory memoryInUse() {
+  std::ifstream status("/proc/self/status");
+  long resident_kib = 0;
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("VmRSS:")) resident_kib = std::stol(line.substr(6));
+  }
+  return {mallinfo2().uordblks, resident_kib};
+}
+
+/// Drives, and expects every fix; the memory after the first hour and at the end.
+std::pair<Memory, Memory> drive(const Drive& plan) {
+  DrivingReceiver receiver(plan);
+  World::Options options;
+  options.hwversion = "zpt";
+  World world(receiver, options);
+  world.service->disableHardwareInit();
+  const auto listener = std::make_shared<Listener>(plan);
+  for (const auto& topic : {topic::GNSS_DATA, topic::TD_TX}) world.bus->subscribe(topic, listener, 0);
+  world.time.advance_to_us(plan.uptime_s * S);
+  std::pair<Memory, Memory> memory{};
+  std::function<void()> each_hour = [&] {
+    world.bus->clear_records();
+    world.terminal.opens_us.clear();  // after every silence
+    memory.second = memoryInUse();
+    if (memory.first.heap_bytes == 0) memory.first = memory.second;
+    world.time.at(world.time.now_us() + HOUR * S, each_hour);
+  };
+  world.time.at((plan.uptime_s + HOUR) * S - S / 2, each_hour);
+  world.run(static_cast<double>(plan.uptime_s + plan.seconds + 1));
+  listener->expectAll();
+  return memory;
+}
+
+TEST(Soak, EverySecondOfAWeekHasItsFixAndMemoryStays) {
+  // Across the new year and the 2^31st millisecond of the uptime.
+  const Drive week{"2027-12-28T05:00:00Z", 7 * DAY, (int64_t{1} << 31) / 1000 - 3 * DAY};
+  const auto [first, last] = drive(week);
+  EXPECT_LE(last.heap_bytes, first.heap_bytes + 16 * 1024);
+  EXPECT_LE(last.resident_kib, first.resident_kib + 1024);
+}
+
+TEST(Soak, CalendarEdgesAreSecondsLikeOthers) {
+  const Drive edges[] = {
+      {"2026-11-30T21:00:00Z", 6 * HOUR, (int64_t{1} << 32) / 1000 - 3 * HOUR},  // uptime 2^32 ms
+      {"2027-02-28T21:00:00Z", 6 * HOUR},
+      {"2024-02-28T21:00:00Z", 30 * HOUR},  // both ends of a leap day
+      {"2028-02-28T21:00:00Z", 30 * HOUR},
+      {"2038-01-19T00:00:00Z", 6 * HOUR},  // 2^31 s since 1970
+      {"2016-12-31T21:00:00Z", 6 * HOUR, 0, true},
+      {"1999-12-31T21:00:00Z", 6 * HOUR},
+      {"1969-12-31T21:00:00Z", 6 * HOUR},  // the first year that two digits can mean
+      {"2068-12-31T18:00:00Z", 6 * HOUR},  // the last one
+  };
+  for (const Drive& edge : edges) {
+    SCOPED_TRACE(edge.begin);
+    drive(edge);
+  }
+}
+
+}  // namespace
