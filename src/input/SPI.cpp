@@ -85,7 +85,6 @@ bool SPI::connect() {
 }
 
 void SPI::disconnect() {
-  distrustSilentLine();
   setTxReadyCheck(false);
   if (m_device_gone) m_drop_device_input = true;  // the receiver went on collecting
   if (m_fd_serial == -1) return;
@@ -141,11 +140,7 @@ bool SPI::writeSetting(const std::string& path, std::span<const char> value, boo
 }
 
 void SPI::closeGpioTxRdy() {
-  if (m_fd_gpio_txrdy < 0) {
-    m_fd_gpio_txrdy = -1;
-    return;
-  }
-  if (m_device->close(m_fd_gpio_txrdy) < 0) LOG.error("close error ", m_gpio_value_path, " errno = ", errno);
+  if (m_fd_gpio_txrdy >= 0 && m_device->close(m_fd_gpio_txrdy) < 0) LOG.error("close error ", m_gpio_value_path, " errno = ", errno);
   m_fd_gpio_txrdy = -1;
 }
 
@@ -159,15 +154,8 @@ int SPI::readGpioTxRdyPin() {
 
 void SPI::setTxReadyCheck(bool on) {
   m_ublox_txrdy_configured = on;
-  m_has_gpio_txrdy_control = on && !m_line_distrusted;
+  m_has_gpio_txrdy_control = on;
   m_line_active_ns = nowNs();
-}
-
-/// The connection ends and the line has said nothing for long: perhaps it cannot. The next time the receiver
-/// is polled until the line proves itself, or a line that is stuck would cost every connection.
-void SPI::distrustSilentLine() {
-  if (!m_has_gpio_txrdy_control || nowNs() - m_line_active_ns < LINE_SILENT_NS) return;
-  m_line_distrusted = true;
 }
 
 // --- waiting
@@ -200,7 +188,6 @@ bool SPI::waitingSlave(int slice_us) {
 }
 
 bool SPI::pollSlave() {
-  const bool is_announced = m_line_distrusted && readGpioTxRdyPin() == 0;
   const int64_t begin_ns = nowNs();
   const int res = clockIn(POLL_LEN);
   if (res <= 0) {
@@ -216,10 +203,6 @@ bool SPI::pollSlave() {
     return false;
   }
   append(received(res));
-  if (is_announced) {
-    m_line_distrusted = false;
-    setTxReadyCheck(m_ublox_txrdy_configured);
-  }
   if (GnssUtils::debugIt(logflag::START_UP)) {
     LOG.debug("waitingSlave() GOOD no 0xFF. m_bytes_waiting ", m_bytes_waiting, ". res = ", res,
               " SPI_read_time_us ", SPI_read_time_us);
@@ -230,26 +213,32 @@ bool SPI::pollSlave() {
 bool SPI::waitTxReady(int slice_us) {
   const int64_t begin_ns = nowNs();
   const int level = readGpioTxRdyPin();
-  if (level == 0) {
-    m_line_active_ns = begin_ns;
-    return true;
-  }
-  const int ret = level < 0 ? -1 : m_device->waitException(m_fd_gpio_txrdy, slice_us);
-  if (level < 0 || (ret < 0 && errno != EINTR)) {
-    loseLine();
+  if (level > 0 && begin_ns - m_line_active_ns >= LINE_SILENT_NS) return probeSilentLine();
+  const int ret = level > 0 ? m_device->waitException(m_fd_gpio_txrdy, slice_us) : level;
+  if (ret < 0 && (level < 0 || errno != EINTR)) {
+    loseLine("it cannot be read");
     return false;
   }
-  if (ret > 0) m_line_active_ns = nowNs();
+  const bool ready = level == 0 || ret > 0;
+  if (ready) m_line_active_ns = nowNs();
   if (GnssUtils::debugIt(logflag::WAITING)) {
     LOG.debug("  SPI select Waiting ret = ", ret, " m_ublox_txrdy_configured = ", m_ublox_txrdy_configured,
               " hasGpioTxRdyControl = ", m_has_gpio_txrdy_control, " m_fd_gpio_txrdy = ", m_fd_gpio_txrdy,
               " diff_us ", (nowNs() - begin_ns) / NS_PER_US);
   }
-  return ret > 0;
+  return ready;
 }
 
-void SPI::loseLine() {
-  if (m_fd_gpio_txrdy >= 0) LOG.warning("lost the TX-ready line ", m_gpio_value_path, " errno = ", errno);
+/// A line that is stuck high must not keep the fixes away: one slice in two seconds is a poll.
+bool SPI::probeSilentLine() {
+  m_line_active_ns = nowNs();
+  if (!pollSlave()) return false;
+  if (readGpioTxRdyPin() != 0) loseLine("it announces nothing");  // otherwise it did just now
+  return true;
+}
+
+void SPI::loseLine(const char* why) {
+  if (m_fd_gpio_txrdy >= 0) LOG.warning("TX-ready line ", m_gpio_value_path, " lost: ", why);
   closeGpioTxRdy();
   setTxReadyCheck(false);
 }
@@ -284,9 +273,7 @@ bool SPI::read() {
               m_bytes_waiting, " SPI_read_time_us ", SPI_read_time_us);
   }
   // A line that says "ready" for nothing must not make this thread spin.
-  if (idle && !framed && m_has_gpio_txrdy_control && readGpioTxRdyPin() == 0) {
-    sleepRestOfSlice(SHORTEST_PAUSE_NS);
-  }
+  if (idle && !framed && m_has_gpio_txrdy_control) sleepRestOfSlice(SHORTEST_PAUSE_NS);
   return framed;
 }
 

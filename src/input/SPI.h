@@ -17,7 +17,8 @@ namespace ecu::koru::gpspub {
 ///
 /// Without TX-ready control waiting() polls with short transfers. With it, it waits for the line on which the
 /// receiver tells (active low) that it has something: GPIO 124, read through sysfs. Control is off until
-/// setTxReadyCheck() and again after every disconnect(); a line that is lost switches it off.
+/// setTxReadyCheck() and again after every disconnect(). A line that cannot be read any more, or that says
+/// nothing for two seconds while the receiver has something to say, is lost: that switches it off too.
 ///
 /// A transfer that fails is told once, and the rest of the slice is slept; after a second of nothing but
 /// failures the device counts as gone. Owned by the service, service thread only.
@@ -37,8 +38,7 @@ class SPI final : public SerialInput {
   [[nodiscard]] bool read() override;
   /// What the receiver has to say is read before: the bytes clocked in with the message are lost.
   int sendBinary(const unsigned char* data, int len) override;
-  /// What receiver control found out: the receiver uses the line and it works. A line that announced nothing
-  /// while the receiver was lost is not used until it has announced something again.
+  /// What receiver control found out: the receiver uses the line and it works.
   void setTxReadyCheck(bool on) override;
   /// The line's level; -1 when it cannot be read.
   [[nodiscard]] int readGpioTxRdyPin() override;
@@ -53,8 +53,8 @@ class SPI final : public SerialInput {
   [[nodiscard]] bool waitingSlave(int slice_us);
   [[nodiscard]] bool pollSlave();
   [[nodiscard]] bool waitTxReady(int slice_us);
-  void loseLine();
-  void distrustSilentLine();
+  [[nodiscard]] bool probeSilentLine();
+  void loseLine(const char* why);
   void sleepRestOfSlice(int64_t at_least_ns);
 
   [[nodiscard]] int clockIn(int len);
@@ -75,15 +75,14 @@ class SPI final : public SerialInput {
   std::vector<unsigned char> m_rx_buffer;
   spi_ioc_transfer m_transfer{};          // all but buffers and length: the driver's defaults
   bool m_ublox_txrdy_configured = false;  // says receiver control
-  bool m_has_gpio_txrdy_control = false;  // and the line is trusted
+  bool m_has_gpio_txrdy_control = false;  // waiting uses the line
   const std::string m_gpio_name = std::to_string(m_gpio_number);
   const std::string m_gpio_direction_path = "/sys/class/gpio/gpio" + m_gpio_name + "/direction";
   const std::string m_gpio_edge_path = "/sys/class/gpio/gpio" + m_gpio_name + "/edge";
   const std::string m_gpio_value_path = "/sys/class/gpio/gpio" + m_gpio_name + "/value";
 
   unsigned m_gpio_failures = 0;  // set-ups in vain, one after the other
-  bool m_line_distrusted = false;
-  int64_t m_line_active_ns = 0;  // the line announced something, or control was switched on
+  int64_t m_line_active_ns = 0;  // the line announced something, was probed, or control was switched on
   int64_t m_slice_end_ns = 0;
   int64_t m_first_failure_ns = 0;  // of those one after the other; 0: the last transfer worked
   int64_t m_last_failure_ns = 0;
