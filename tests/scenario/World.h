@@ -130,8 +130,12 @@ class World {
     std::string hasgnss = "true";
     std::string hwversion = "qrx";
     unsigned baud = 38400;
+    std::string device = "/dev/ttyFP3";
     int64_t wall_us = 1'400'000'000'000'000;  ///< the system clock at the start: 2014
   };
+  /// Makes the receiver's input on the world's time.
+  using MakeInput = std::function<std::unique_ptr<ecu::koru::gpspub::IGnssInput>(World&)>;
+  World(const MakeInput& make_input, const Options& options);
   World(ByteSource& source, const Options& options);
   explicit World(ByteSource& source) : World(source, Options{}) {}
   ~World();
