@@ -1,0 +1,253 @@
+// The receiver on the SPI bus: the whole service and the simulated receiver, joined by transfers and a line.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "platform/Topics.h"
+#include "scenario/World.h"
+#include "support/FakeSpi.h"
+#include "support/Frames.h"
+#include "support/LogCapture.h"
+
+namespace {
+
+using namespace ecu::koru;
+using namespace test;
+using testing::HasSubstr;
+
+constexpr int64_t S = 1'000'000;
+constexpr int64_t NS_PER_US = 1000;
+constexpr int64_t NS_PER_BYTE = 8'000;  // 1 MHz
+
+class SpiReceiver final : public FakeSpi {
+ public:
+  SpiReceiver(ScenarioTime& time, const sim::ReceiverOptions& options) : receiver(options), m_time(time) {}
+  sim::Receiver receiver;
+
+ private:
+  void exchange(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) override {
+    receiver.advance_to(m_time.now_us());
+    receiver.transfer(from_host, to_host);
+    m_time.sleep_ns(NS_PER_BYTE * static_cast<int64_t>(to_host.size()));
+  }
+  bool is_line_high() override {
+    receiver.advance_to(m_time.now_us());
+    return receiver.tx_ready_level();
+  }
+  bool waitForEdge(int timeout_us) override {
+    const int64_t end = m_time.now_us() + timeout_us;
+    while (is_line_high() && m_time.now_us() < end)
+      m_time.advance_to_us(std::clamp(receiver.next_byte_us(), m_time.now_us() + 1, end));
+    return !is_line_high();
+  }
+
+  ScenarioTime& m_time;
+};
+
+sim::ReceiverOptions onSpi(bool tx_ready = true, int rate_hz = 1) {
+  sim::ReceiverOptions options;
+  options.spi = true;
+  if (!tx_ready) options.tx_ready = 0;
+  options.rate_hz = rate_hz;
+  return options;
+}
+
+/// A world whose receiver is on SPI; `wire` lives as long as it.
+struct SpiWorld {
+  explicit SpiWorld(const sim::ReceiverOptions& options, const std::string& hwversion = "n2")
+      : world(
+            [&](World& made) {
+              auto device = std::make_unique<SpiReceiver>(made.time, options);
+              wire = device.get();
+              auto input = std::make_unique<gpspub::SPI>(std::move(device));
+              input->setGnssDeviceName(std::string(gpspub::SPI::DEVICE));
+              return input;
+            },
+            worldOptions(hwversion)) {}
+
+  static World::Options worldOptions(const std::string& hwversion) {
+    World::Options options;
+    options.hwversion = hwversion;
+    options.device = std::string(gpspub::SPI::DEVICE);
+    return options;
+  }
+  void at(double seconds, std::function<void()> action) {
+    world.time.at(static_cast<int64_t>(seconds * S), std::move(action));
+  }
+  SpiReceiver* wire = nullptr;
+  World world;
+};
+
+/// The longest time without a valid fix between two times, seconds.
+double longestGap(const std::vector<Published>& published, double from_s, double to_s) {
+  double last = from_s, longest = 0;
+  for (const auto& [at_us, data] : published) {
+    const double at_s = static_cast<double>(at_us) / S;
+    if (data.status() != 3 || at_s < from_s || at_s > to_s) continue;
+    longest = std::max(longest, at_s - last);
+    last = at_s;
+  }
+  return std::max(longest, to_s - last);
+}
+
+/// The contents of the fixes of the 11th to the 20th second; when they left is polling's or the line's
+/// affair.
+std::vector<std::string> contents(const std::vector<Published>& published) {
+  std::vector<std::string> all;
+  for (const auto& [at_us, data] : published) {
+    const int64_t second = static_cast<int64_t>(data.utc_time_us() / S) % 60;
+    if (second <= 10 || second > 20) continue;
+    pb::GnssData values = data;
+    values.clear_timestamp_ns();
+    all.push_back(values.SerializeAsString());
+  }
+  return all;
+}
+
+size_t count(const std::string& text, const std::string& part) {
+  size_t times = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++times;
+  return times;
+}
+
+TEST(Spi, TheSameFixesAndGroupsWithAndWithoutTheLine) {
+  for (const int rate_hz : {1, 4}) {
+    std::vector<std::string> with_line;
+    for (const bool tx_ready : {true, false}) {
+      SpiWorld spi(onSpi(tx_ready, rate_hz), "zpt");
+      const auto published = spi.world.run(25);
+      EXPECT_EQ(spi.wire->line_waits_us.empty(), !tx_ready);
+      EXPECT_EQ(contents(published).size(), 10U * static_cast<unsigned>(rate_hz));
+      if (tx_ready) with_line = contents(published);
+      EXPECT_EQ(contents(published), with_line);
+      const auto& records = spi.world.bus->records();
+      for (const auto& topic : {topic::VP1_TX, topic::VP2_TX, topic::VDS_TX, topic::TD_TX, topic::P2C1_TX}) {
+        const auto sent = std::count_if(records.begin(), records.end(),
+                                        [&](const auto& record) { return record.topic == topic; });
+        EXPECT_TRUE(sent == 24 || sent == 25) << topic << " " << sent;
+      }
+    }
+  }
+}
+
+struct Commands final : sim::IReceiverObserver {
+  void on_command(int64_t /*at_us*/, const sim::UbxFrame& frame, bool intact) override {
+    if (!intact) ++corrupted;
+    ids.emplace_back(frame.id.message_class, frame.id.id);
+  }
+  std::vector<std::pair<int, int>> ids;
+  int corrupted = 0;
+};
+
+TEST(Spi, TheSequenceRunsToItsEnd) {
+  for (const bool tx_ready : {true, false}) {
+    auto options = onSpi(tx_ready);
+    options.power_up_defaults = true;  // no GST
+    options.antenna_supply = false;
+    SpiWorld spi(options);
+    Commands commands;
+    spi.wire->receiver.set_observer(&commands);
+    bool initialised = false;
+    spi.at(449, [&] { initialised = spi.world.service->ubloxConfig().isInitialised(); });
+    const auto published = spi.world.run(450);
+    EXPECT_TRUE(initialised);
+    EXPECT_EQ(commands.corrupted, 0);
+    ASSERT_FALSE(commands.ids.empty() || published.empty());
+    EXPECT_EQ(commands.ids.front(), std::pair(0x06, 0x00));
+    EXPECT_EQ(commands.ids.back(), std::pair(0x06, 0x08));
+    EXPECT_EQ(published.back().data.status(), 3);
+    EXPECT_TRUE(published.back().data.has_accuracy());
+    EXPECT_EQ(spi.wire->opens_ns.size(), 1U);
+  }
+}
+
+struct Fault {
+  const char* what;
+  void (*begin)(SpiReceiver&);
+  void (*end)(SpiReceiver&);
+  double begin_s;
+  double longest_gap_s;  ///< while it lasts
+  const char* told;      ///< once
+};
+
+TEST(Spi, FaultsAreToldOnceAndEnd) {
+  constexpr double FOREVER = 60;
+  constexpr auto mend_line = [](SpiReceiver& wire) { wire.line_stuck.reset(); };
+  constexpr auto mend_bus = [](SpiReceiver& wire) { wire.transfer_error = wire.open_error = 0; };
+  const Fault faults[] = {
+      {"no line", [](auto& wire) { wire.exported = wire.exportable = false; }, mend_line, 0, 1.2,
+       "Error to open /sys/class/gpio/export. errno = 2"},
+      {"stuck high at the start", [](auto& wire) { wire.line_stuck = '1'; }, mend_line, 0, 4, "lost: it ann"},
+      {"stuck high", [](auto& wire) { wire.line_stuck = '1'; }, mend_line, 30, 4,
+       "lost: it announces nothing"},
+      {"stuck low at the start", [](auto& wire) { wire.line_stuck = '0'; }, mend_line, 0, 1.2,
+       "num_errors 0 gpio_values 0"},
+      {"stuck low", [](auto& wire) { wire.line_stuck = '0'; }, mend_line, 30, 1.2, "gpio_values 10"},
+      {"unreadable", [](auto& wire) { wire.line_stuck = '?'; }, mend_line, 30, 1.2,
+       "lost: it cannot be read"},
+      {"device missing", [](auto& wire) { wire.open_error = wire.transfer_error = ENODEV; }, mend_bus, 30,
+       FOREVER, "read error from /dev/spidev2.0 errno = 19"},
+      {"transfers fail", [](auto& wire) { wire.transfer_error = EIO; }, mend_bus, 30, FOREVER,
+       "read error from /dev/spidev2.0 errno = 5"}};
+  for (const Fault& fault : faults) {
+    SpiWorld spi(onSpi());
+    LogCapture log;
+    size_t transfers = 0;
+    if (fault.begin_s == 0) fault.begin(*spi.wire);
+    spi.at(fault.begin_s, [&] {
+      fault.begin(*spi.wire);
+      transfers = spi.wire->transfers.size();
+    });
+    spi.at(60, [&] {
+      transfers = spi.wire->transfers.size() - transfers;
+      fault.end(*spi.wire);
+    });
+    const auto published = spi.world.run(100);
+    const std::string text = log.take();
+    EXPECT_LE(longestGap(published, fault.begin_s + 0.5, 60), fault.longest_gap_s) << fault.what;
+    EXPECT_LE(longestGap(published, 62, 99.5), 2) << fault.what;
+    EXPECT_LE(transfers, 110 * 60U) << fault.what;
+    EXPECT_EQ(count(text, fault.told), 1U) << fault.what << text;
+    EXPECT_LE(count(text, " ERROR "), 4U) << text;
+    for (size_t i = 1; i < spi.wire->opens_ns.size(); ++i)
+      EXPECT_GE(spi.wire->opens_ns[i] - spi.wire->opens_ns[i - 1], S * NS_PER_US) << fault.what;
+  }
+}
+
+TEST(Spi, OneFailedTransferCostsNoFix) {
+  for (const bool tx_ready : {true, false}) {
+    SpiWorld spi(onSpi(tx_ready));
+    spi.at(10.03, [&] { spi.wire->transfer_error = EIO; });
+    spi.at(10.2, [&] { spi.wire->transfer_error = 0; });
+    EXPECT_LE(longestGap(spi.world.run(20), 5, 19.9), 1.3);
+    EXPECT_GT(spi.wire->failed_transfers, 0);
+    EXPECT_EQ(spi.wire->opens_ns.size(), 1U);
+  }
+}
+
+TEST(Spi, AnIdleServiceRarelyWakesUp) {
+  for (const bool tx_ready : {true, false}) {
+    auto options = onSpi(tx_ready);
+    options.faults.silence_s = 20;  // the last of 40
+    options.faults.silence_every_s = 40;
+    SpiWorld spi(options);
+    size_t before = 0, waits = 0;
+    const auto wakes = [&] { return spi.wire->line_waits_us.size() + spi.wire->transfers.size(); };
+    spi.at(21, [&] {
+      spi.wire->receiver.set_mute(true);
+      before = wakes();
+      waits = spi.wire->line_waits_us.size();
+    });
+    spi.at(31, [&] {
+      EXPECT_LE(wakes() - before, tx_ready ? 1000U : 150U);
+      EXPECT_GE(wakes() - before, 90U);
+      EXPECT_EQ(spi.wire->line_waits_us.size() > waits, tx_ready);
+      spi.world.service->stop();
+    });
+    spi.world.run(32);
+  }
+}
+
+}  // namespace
