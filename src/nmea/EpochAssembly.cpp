@@ -162,8 +162,11 @@ void EpochAssembly::logFrameTimeout(int64_t now_us) const {
 }
 
 bool EpochAssembly::isFrameDue(int64_t now_us) const {
-  const bool silent = m_frame_start_time == 0 && !m_frame_published;
-  if (silent && m_sent_epoch_complete && now_us - m_frame_sent_time_stamp <= EPOCH_TIMEOUT_US) return false;
+  const bool same_second = m_gnss_info_sent.m_utc_tm.tm_mday != 0 &&
+                           static_cast<uint8_t>(m_gnss_info_sent.m_utc_tm.tm_sec) == m_frame_second;
+  const bool nothing_new = m_frame_start_time == 0 && (!m_frame_published || same_second);
+  if (nothing_new && m_sent_epoch_complete && now_us - m_frame_sent_time_stamp <= EPOCH_TIMEOUT_US)
+    return false;
   return isTimeoutToSendFrame(now_us);
 }
 

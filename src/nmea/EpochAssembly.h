@@ -41,7 +41,8 @@ class EpochAssembly {
   /// sentence, or 1.3 s with an incomplete epoch.
   [[nodiscard]] bool isTimeoutToSendFrame(int64_t now_us) const;
   /// isTimeoutToSendFrame() with patience: silence right after a complete epoch counts only after 1.3 s,
-  /// because the next burst may arrive some milliseconds late.
+  /// because the next burst may arrive some milliseconds late. So does a further fix of the second that was
+  /// sent.
   [[nodiscard]] bool isFrameDue(int64_t now_us) const;
   /// The frame counts as sent now; `second` is the seconds value of the record that was sent.
   void frameSent(int64_t now_us, uint8_t second);

@@ -18,8 +18,7 @@ using namespace test;
 using testing::HasSubstr;
 
 constexpr int64_t S = 1'000'000;
-constexpr int64_t NS_PER_US = 1000;
-constexpr int64_t NS_PER_BYTE = 8'000;  // 1 MHz
+constexpr int64_t US_PER_BYTE = 8;  // 1 MHz
 
 class SpiReceiver final : public FakeSpi {
  public:
@@ -30,7 +29,7 @@ class SpiReceiver final : public FakeSpi {
   void exchange(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) override {
     receiver.advance_to(m_time.now_us());
     receiver.transfer(from_host, to_host);
-    m_time.sleep_ns(NS_PER_BYTE * static_cast<int64_t>(to_host.size()));
+    m_time.advance_to_us(m_time.now_us() + US_PER_BYTE * static_cast<int64_t>(to_host.size()));
   }
   bool is_line_high() override {
     receiver.advance_to(m_time.now_us());
@@ -80,12 +79,12 @@ struct SpiWorld {
   World world;
 };
 
-/// The longest time without a valid fix between two times, seconds.
+/// The longest time without an epoch between two times, seconds.
 double longestGap(const std::vector<Published>& published, double from_s, double to_s) {
   double last = from_s, longest = 0;
   for (const auto& [at_us, data] : published) {
     const double at_s = static_cast<double>(at_us) / S;
-    if (data.status() != 3 || at_s < from_s || at_s > to_s) continue;
+    if (data.nmea_size() < 4 || at_s < from_s || at_s > to_s) continue;
     longest = std::max(longest, at_s - last);
     last = at_s;
   }
@@ -117,7 +116,7 @@ TEST(Spi, TheSameFixesAndGroupsWithAndWithoutTheLine) {
     std::vector<std::string> with_line;
     for (const bool tx_ready : {true, false}) {
       SpiWorld spi(onSpi(tx_ready, rate_hz), "zpt");
-      const auto published = spi.world.run(25);
+      const auto published = spi.world.run(23);
       EXPECT_EQ(spi.wire->line_waits_us.empty(), !tx_ready);
       EXPECT_EQ(contents(published).size(), 10U * static_cast<unsigned>(rate_hz));
       if (tx_ready) with_line = contents(published);
@@ -126,7 +125,7 @@ TEST(Spi, TheSameFixesAndGroupsWithAndWithoutTheLine) {
       for (const auto& topic : {topic::VP1_TX, topic::VP2_TX, topic::VDS_TX, topic::TD_TX, topic::P2C1_TX}) {
         const auto sent = std::count_if(records.begin(), records.end(),
                                         [&](const auto& record) { return record.topic == topic; });
-        EXPECT_TRUE(sent == 24 || sent == 25) << topic << " " << sent;
+        EXPECT_TRUE(sent == 22 || sent == 23) << topic << " " << sent;
       }
     }
   }
@@ -169,27 +168,27 @@ struct Fault {
   void (*end)(SpiReceiver&);
   double begin_s;
   double longest_gap_s;  ///< while it lasts
-  const char* told;      ///< once
+  const char* told;      ///< once; nullptr: it is not
 };
 
 TEST(Spi, FaultsAreToldOnceAndEnd) {
-  constexpr double FOREVER = 60;
+  constexpr double BEGIN_S = 80, END_S = 110;  // long after the antenna was set
+  constexpr double FOREVER = END_S - BEGIN_S;
   constexpr auto mend_line = [](SpiReceiver& wire) { wire.line_stuck.reset(); };
   constexpr auto mend_bus = [](SpiReceiver& wire) { wire.transfer_error = wire.open_error = 0; };
   const Fault faults[] = {
       {"no line", [](auto& wire) { wire.exported = wire.exportable = false; }, mend_line, 0, 1.2,
        "Error to open /sys/class/gpio/export. errno = 2"},
       {"stuck high at the start", [](auto& wire) { wire.line_stuck = '1'; }, mend_line, 0, 4, "lost: it ann"},
-      {"stuck high", [](auto& wire) { wire.line_stuck = '1'; }, mend_line, 30, 4,
+      {"stuck high", [](auto& wire) { wire.line_stuck = '1'; }, mend_line, BEGIN_S, 4,
        "lost: it announces nothing"},
-      {"stuck low at the start", [](auto& wire) { wire.line_stuck = '0'; }, mend_line, 0, 1.2,
-       "num_errors 0 gpio_values 0"},
-      {"stuck low", [](auto& wire) { wire.line_stuck = '0'; }, mend_line, 30, 1.2, "gpio_values 10"},
-      {"unreadable", [](auto& wire) { wire.line_stuck = '?'; }, mend_line, 30, 1.2,
+      {"stuck low at the start", [](auto& wire) { wire.line_stuck = '0'; }, mend_line, 0, 1.2, nullptr},
+      {"stuck low", [](auto& wire) { wire.line_stuck = '0'; }, mend_line, BEGIN_S, 1.2, nullptr},
+      {"unreadable", [](auto& wire) { wire.line_stuck = '?'; }, mend_line, BEGIN_S, 1.2,
        "lost: it cannot be read"},
-      {"device missing", [](auto& wire) { wire.open_error = wire.transfer_error = ENODEV; }, mend_bus, 30,
-       FOREVER, "read error from /dev/spidev2.0 errno = 19"},
-      {"transfers fail", [](auto& wire) { wire.transfer_error = EIO; }, mend_bus, 30, FOREVER,
+      {"device missing", [](auto& wire) { wire.open_error = wire.transfer_error = ENODEV; }, mend_bus,
+       BEGIN_S, FOREVER, "read error from /dev/spidev2.0 errno = 19"},
+      {"transfers fail", [](auto& wire) { wire.transfer_error = EIO; }, mend_bus, BEGIN_S, FOREVER,
        "read error from /dev/spidev2.0 errno = 5"}};
   for (const Fault& fault : faults) {
     SpiWorld spi(onSpi());
@@ -200,19 +199,20 @@ TEST(Spi, FaultsAreToldOnceAndEnd) {
       fault.begin(*spi.wire);
       transfers = spi.wire->transfers.size();
     });
-    spi.at(60, [&] {
+    spi.at(END_S, [&] {
       transfers = spi.wire->transfers.size() - transfers;
       fault.end(*spi.wire);
     });
-    const auto published = spi.world.run(100);
+    const auto published = spi.world.run(150);
     const std::string text = log.take();
-    EXPECT_LE(longestGap(published, fault.begin_s + 0.5, 60), fault.longest_gap_s) << fault.what;
-    EXPECT_LE(longestGap(published, 62, 99.5), 2) << fault.what;
-    EXPECT_LE(transfers, 110 * 60U) << fault.what;
-    EXPECT_EQ(count(text, fault.told), 1U) << fault.what << text;
+    EXPECT_LE(longestGap(published, BEGIN_S, END_S), fault.longest_gap_s) << fault.what;
+    EXPECT_LE(longestGap(published, END_S + 2, 149.9), 2) << fault.what;
+    EXPECT_LE(transfers, 110 * (END_S - fault.begin_s)) << fault.what;
+    if (fault.told != nullptr) {
+      EXPECT_EQ(count(text, fault.told), 1U) << fault.what << text;
+    }
     EXPECT_LE(count(text, " ERROR "), 4U) << text;
-    for (size_t i = 1; i < spi.wire->opens_ns.size(); ++i)
-      EXPECT_GE(spi.wire->opens_ns[i] - spi.wire->opens_ns[i - 1], S * NS_PER_US) << fault.what;
+    EXPECT_LE(spi.wire->opens_ns.size(), END_S - BEGIN_S + 2) << fault.what;
   }
 }
 
@@ -234,7 +234,7 @@ TEST(Spi, AnIdleServiceRarelyWakesUp) {
     options.faults.silence_every_s = 40;
     SpiWorld spi(options);
     size_t before = 0, waits = 0;
-    const auto wakes = [&] { return spi.wire->line_waits_us.size() + spi.wire->transfers.size(); };
+    const auto wakes = [&] { return spi.wire->line_waits_us.size() + spi.world.time.sleeps; };
     spi.at(21, [&] {
       spi.wire->receiver.set_mute(true);
       before = wakes();

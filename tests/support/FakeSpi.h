@@ -63,7 +63,9 @@ class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
   int waitException(int fd, int timeout_us) override {
     line_waits_us.push_back(timeout_us);
     if (m_open[fd] != LINE + "value") return failed(EBADF);
-    return waitForEdge(timeout_us) && !line_stuck ? 1 : 0;
+    if (!line_stuck) return waitForEdge(timeout_us) ? 1 : 0;
+    ecu::koru::time_source().sleep_ns(int64_t{timeout_us} * 1000);
+    return 0;
   }
   int transfer(int fd, spi_ioc_transfer& record) override {
     const int error = m_open[fd] != ecu::koru::gpspub::SPI::DEVICE ? EBADF : transfer_error;
