@@ -2,12 +2,21 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <sys/select.h>
 #include <unistd.h>
 
 #include <cerrno>
 
 namespace ecu::koru::gpspub {
+
+namespace {
+constexpr unsigned long TIMER_SLACK_NS = 500'000;
+}  // namespace
+
+SpiDevice::SpiDevice() {
+  (void)::prctl(PR_SET_TIMERSLACK, TIMER_SLACK_NS);
+}
 
 int SpiDevice::open(const std::string& path, int flags) {
   return ::open(path.c_str(), flags);
