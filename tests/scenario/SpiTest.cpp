@@ -72,8 +72,8 @@ struct SpiWorld {
     options.device = std::string(gpspub::SPI::DEVICE);
     return options;
   }
-  void at(double seconds, std::function<void()> action) {
-    world.time.at(static_cast<int64_t>(seconds * S), std::move(action));
+  void at(double seconds, const std::function<void()>& action) {
+    world.time.at(static_cast<int64_t>(seconds * S), action);
   }
   SpiReceiver* wire = nullptr;
   World world;

@@ -27,7 +27,7 @@ class SatnavdSpi : public test::SatnavdTest {
   }
   /// A folder with the files of GPIO 124, or an empty one.
   [[nodiscard]] std::string lines(const std::string& name, bool exported) const {
-    const std::string root = folder / name;
+    std::string root = folder / name;
     std::filesystem::create_directories(root + (exported ? "/gpio124" : ""));
     for (const char* const file : {"/gpio124/value", "/gpio124/direction", "/gpio124/edge"}) {
       if (exported) folder.write(name + file, "");
