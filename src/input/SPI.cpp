@@ -140,7 +140,8 @@ bool SPI::writeSetting(const std::string& path, std::span<const char> value, boo
 }
 
 void SPI::closeGpioTxRdy() {
-  if (m_fd_gpio_txrdy >= 0 && m_device->close(m_fd_gpio_txrdy) < 0) LOG.error("close error ", m_gpio_value_path, " errno = ", errno);
+  if (m_fd_gpio_txrdy >= 0 && m_device->close(m_fd_gpio_txrdy) < 0)
+    LOG.error("close error ", m_gpio_value_path, " errno = ", errno);
   m_fd_gpio_txrdy = -1;
 }
 
