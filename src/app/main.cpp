@@ -16,6 +16,7 @@
 #include "app/Options.h"
 #include "app/Version.h"
 #include "core/GPSDClient.h"
+#include "input/SPI.h"
 #include "nmea/GnssUtils.h"
 #include "platform/Configuration.h"
 #include "platform/ServiceManager.h"
@@ -118,7 +119,7 @@ std::string chooseDevice(const gpspub::Options& options, const config::Configura
   if (!options.device.empty()) return options.device;
   if (simulation) return "/dev/ttyUSB0";
   if (std::string device = config.get("gnss_device"); !device.empty()) return device;
-  return hwversion == "n2" ? "/dev/spidev2.0" : "/dev/ttyFP3";
+  return std::string(hwversion == "n2" ? gpspub::SPI::DEVICE : "/dev/ttyFP3");
 }
 
 void logBanner() {

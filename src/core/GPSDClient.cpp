@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "input/SPI.h"
 #include "input/SerialInput.h"
 #include "nmea/GnssUtils.h"
 #include "platform/Time.h"
@@ -18,8 +19,12 @@ constexpr int64_t GNSS_OFF_WAIT_US = 5'000'000;
 constexpr int64_t WAIT_SLICE_US = 100'000;
 
 std::unique_ptr<IGnssInput> createInput(const std::string& devicePath) {
-  if (devicePath == "/dev/spidev2.0") LOG.error("this version does not read a receiver over SPI yet");
-  auto input = std::make_unique<SerialInput>();
+  std::unique_ptr<IGnssInput> input;
+  if (devicePath == SPI::DEVICE) {
+    input = std::make_unique<SPI>();
+  } else {
+    input = std::make_unique<SerialInput>();
+  }
   input->setGnssDeviceName(devicePath);
   return input;
 }
