@@ -72,8 +72,8 @@ class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
     if (error != 0) return ++failed_transfers, failed(error);
     transfers.push_back(record.len);
     // NOLINTBEGIN(performance-no-int-to-ptr): the driver's record holds addresses as numbers
-    exchange({reinterpret_cast<const uint8_t*>(record.tx_buf), record.len},
-             {reinterpret_cast<uint8_t*>(record.rx_buf), record.len});
+    exchange({reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(record.tx_buf)), record.len},
+             {reinterpret_cast<uint8_t*>(static_cast<uintptr_t>(record.rx_buf)), record.len});
     // NOLINTEND(performance-no-int-to-ptr)
     return static_cast<int>(record.len);
   }

@@ -54,8 +54,8 @@ sim::Receiver& receiver() {
 int transfer(const spi_ioc_transfer& record) {
   const std::lock_guard lock(mutex);
   // NOLINTBEGIN(performance-no-int-to-ptr): the driver's record holds addresses as numbers
-  receiver().transfer({reinterpret_cast<const uint8_t*>(record.tx_buf), record.len},
-                      {reinterpret_cast<uint8_t*>(record.rx_buf), record.len});
+  receiver().transfer({reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(record.tx_buf)), record.len},
+                      {reinterpret_cast<uint8_t*>(static_cast<uintptr_t>(record.rx_buf)), record.len});
   // NOLINTEND(performance-no-int-to-ptr)
   return static_cast<int>(record.len);
 }
