@@ -11,7 +11,7 @@
 namespace ecu::koru::gpspub {
 
 namespace {
-constexpr unsigned long TIMER_SLACK_NS = 500'000;
+constexpr unsigned long TIMER_SLACK_NS = 1'000'000;
 }  // namespace
 
 SpiDevice::SpiDevice() {

@@ -28,7 +28,7 @@ class ISpiDevice {
   virtual int transfer(int fd, spi_ioc_transfer& record) = 0;
 };
 
-/// Waits and sleeps of the thread that makes it, the service's, may end half a millisecond late from then on:
+/// Waits and sleeps of the thread that makes it, the service's, may end a millisecond late from then on:
 /// with slices of 10 ms the kernel's usual slack would let the whole service wake more than 100 times a
 /// second.
 class SpiDevice final : public ISpiDevice {
