@@ -27,7 +27,7 @@ bool is_port(size_t number) {
 /// Without a payload the port that the poll came on.
 Answer answer_prt(const Settings& settings, Payload query) {
   if (query.size() > 1) return std::nullopt;
-  const size_t port = query.empty() ? Settings::uart1 : query[0];
+  const size_t port = query.empty() ? settings.host_port : query[0];
   if (!is_port(port)) return std::nullopt;
   return std::vector(settings.ports[port].begin(), settings.ports[port].end());
 }
@@ -60,7 +60,7 @@ bool apply_msg(Settings& settings, Payload payload, const Capabilities& /*capabi
   if (!index) return false;
   auto& rates = settings.message_rates[*index];
   if (payload.size() == 8) return take_over(rates, payload.subspan(2));
-  rates[Settings::uart1] = payload[2];
+  rates[settings.host_port] = payload[2];
   return true;
 }
 

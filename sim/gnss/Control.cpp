@@ -59,6 +59,7 @@ Control::Control(const ReceiverOptions& options)
       m_capabilities{monitor_map(options.supported), options.simultaneous},
       m_memory(factory_settings(options, factory_baud(options))),
       m_antenna(options.antenna, options.antenna_inverted) {
+  if (options.spi) m_settings.host_port = Settings::spi;
   if (!options.power_up_defaults) {
     const auto device = options.faults.reset_to ? SettingsMemory::battery_backed : SettingsMemory::flash;
     m_memory.save(settings_of_options(options), section::all, device);

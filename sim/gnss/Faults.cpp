@@ -109,7 +109,7 @@ const FaultRow& row_of(std::string_view name) {
   for (const FaultRow& row : fault_rows)
     if (row.name == name) return row;
   std::string known;
-  for (const FaultRow& row : fault_rows) known += (known.empty() ? "" : ", ") + std::string(row.name);
+  for (const FaultRow& row : fault_rows) known.append(known.empty() ? "" : ", ").append(row.name);
   throw std::invalid_argument("unknown fault \"" + std::string(name) + "\"; there are " + known);
 }
 

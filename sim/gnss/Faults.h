@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -56,7 +57,7 @@ class Random {
   uint64_t draw();
   /// True with that probability; always takes one number.
   [[nodiscard]] bool hit(double share) { return static_cast<double>(draw() >> 11U) * 0x1p-53 < share; }
-  [[nodiscard]] uint64_t below(uint64_t limit) { return draw() % limit; }
+  [[nodiscard]] size_t below(size_t limit) { return static_cast<size_t>(draw() % limit); }
 
  private:
   uint64_t m_state;

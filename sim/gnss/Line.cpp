@@ -8,6 +8,7 @@ namespace ecu::koru::sim {
 constexpr size_t port_keeps = 65536;  // bytes that nobody reads
 
 int64_t Line::duration_ns(size_t bytes) const {
+  if (m_baud == at_once) return 0;
   return static_cast<int64_t>(bytes) * 10 * 1'000'000'000 / static_cast<int64_t>(m_baud);
 }
 
@@ -82,6 +83,10 @@ void Line::set_open(bool open) {
   if (open == m_open) return;
   m_open = open;
   restart_port();
+  drop_arrived();
+}
+
+void Line::drop_arrived() {
   m_bytes_lost += available();
   m_arrived.clear();
   m_read = 0;

@@ -20,6 +20,10 @@ inline constexpr std::array<unsigned, 8> receiver_bauds{4800,  9600,   19200,  3
 /// speed. All times are ns of the caller's clock.
 class Line {
  public:
+  /// A speed at which bytes take no time: there is no line, the receiver keeps them until the host fetches
+  /// them.
+  static constexpr unsigned at_once = 0xFFFFFFFF;
+
   explicit Line(unsigned baud) : m_baud(baud), m_host_baud(baud) {}
 
   /// Puts bytes on the line at `start_ns` or behind what is there, whichever is later.
@@ -45,6 +49,8 @@ class Line {
   void set_open(bool open);
   [[nodiscard]] size_t available() const { return m_arrived.size() - m_read; }
   size_t read(std::span<uint8_t> out);
+  /// What has not been read never will be.
+  void drop_arrived();
 
   [[nodiscard]] uint64_t bytes_sent() const { return m_bytes_sent; }
   /// Arrived while the port was closed or deaf, or more than the port keeps.

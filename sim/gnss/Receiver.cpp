@@ -14,6 +14,7 @@ namespace {
 constexpr int64_t ns_per_us = 1000;
 constexpr int64_t start_time_us = 300'000;       // from power to the first answer
 constexpr int64_t answer_time_us = 4'000;        // from a command's last byte
+constexpr uint8_t nothing_to_say = 0xFF;         // on SPI
 constexpr int64_t longest_pause_us = 1'000'000;  // a command that stops in the middle is given up then
 constexpr size_t receiver_keeps = 256;           // commands; those beyond that are dropped
 constexpr size_t transmitter_keeps = 4096;       // bytes; answers beyond that are dropped
@@ -51,6 +52,7 @@ const ReceiverOptions& checked(const ReceiverOptions& options) {
     require(is_receiver_baud(baud), "a receiver does not know this baud rate");
   require(options.start_us >= 0 && options.utc_start_us >= 0, "a time is negative");
   require(options.output_delay_us >= 0, "the delay of the output is negative");
+  require(!options.spi || !options.recording, "a recording is not played on SPI");
   require(options.replay_speed >= 0.01 && options.replay_speed <= 1000,
           "the speed of the replay is not within 0.01 to 1000");
   check_systems(options);
@@ -147,6 +149,30 @@ void Receiver::write(std::span<const uint8_t> bytes) {
   if (m_drive != nullptr) m_from_host.write(bytes, to_ns(m_now_us), m_host_baud);
 }
 
+void Receiver::transfer(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) {
+  update_tx_ready();
+  const size_t count = m_line.read(to_host);
+  std::fill(to_host.begin() + static_cast<std::ptrdiff_t>(count), to_host.end(), nothing_to_say);
+  m_statistics.bytes_from_host += from_host.size();
+  hear(std::string_view(reinterpret_cast<const char*>(from_host.data()), from_host.size()));
+}
+
+void Receiver::update_tx_ready() {
+  constexpr unsigned threshold_bit = 7, threshold_unit = 8;
+  const size_t threshold = (m_control.settings().tx_ready() >> threshold_bit) * threshold_unit;
+  const size_t pending = m_line.available();
+  if (pending == 0) m_tx_ready = false;
+  if (pending > 0 && pending >= threshold) m_tx_ready = true;
+}
+
+bool Receiver::tx_ready_level() {
+  constexpr unsigned on = 1, active_low = 2;
+  const uint32_t mode = m_control.settings().tx_ready();
+  if (!m_running || (mode & on) == 0) return true;  // not driven; the line is pulled up
+  update_tx_ready();
+  return m_tx_ready != ((mode & active_low) != 0);
+}
+
 int64_t Receiver::next_command_byte_us() const {
   return to_us(m_from_host.next_ns());
 }
@@ -160,6 +186,10 @@ int64_t Receiver::next_answer_us() const {
 void Receiver::hear() {
   std::string bytes;
   m_from_host.take(to_ns(m_now_us), m_line.baud(), bytes);
+  hear(bytes);
+}
+
+void Receiver::hear(std::string_view bytes) {
   if (!m_running) {
     if (m_woken_by_host) m_start_us = m_now_us + start_time_us;
     m_woken_by_host = false;
@@ -198,7 +228,7 @@ void Receiver::send_answer() {
 void Receiver::send_answer_frame(const UbxFrame& frame) {
   const int64_t now_ns = to_ns(m_now_us);
   const bool full = m_line.free_ns() > now_ns + m_line.duration_ns(transmitter_keeps);
-  if (m_faults.loses_answer() || full) {
+  if (m_faults.loses_answer() || full || !is_room_for(encode(frame).size())) {
     ++m_statistics.frames_lost;
     return;
   }
@@ -239,6 +269,7 @@ void Receiver::take_effect(const Reply& reply) {
 
 void Receiver::change_speed() {
   m_new_speed_us = INT64_MAX;
+  if (m_options.spi) return;
   m_line.set_baud(m_control.settings().baud());
   tell("speed " + std::to_string(m_line.baud()));
 }
@@ -271,6 +302,7 @@ void Receiver::fail_power() {
 
 void Receiver::stop(int64_t start_again_us) {
   m_line.cut(to_ns(m_now_us));
+  if (m_options.spi) m_line.drop_arrived();
   m_answers.clear();
   m_sending.clear();
   m_framer.clear();
@@ -306,7 +338,7 @@ int64_t Receiver::next_burst_us() const {
 }
 
 bool Receiver::due(size_t periodic_index) const {
-  const uint8_t rate = m_control.settings().message_rates[periodic_index][Settings::uart1];
+  const uint8_t rate = m_control.settings().message_rates[periodic_index][m_control.settings().host_port];
   return rate > 0 && m_solutions % rate == 0;
 }
 
@@ -342,8 +374,13 @@ void Receiver::begin_burst() {
   ++m_solutions;
 }
 
+bool Receiver::is_room_for(size_t bytes) const {
+  return !m_options.spi || m_line.available() + bytes <= transmitter_keeps;
+}
+
 bool Receiver::fits(size_t bytes, int64_t start_ns, int64_t deadline_ns) const {
-  return std::max(start_ns, m_line.free_ns()) <= deadline_ns - m_line.duration_ns(bytes);
+  return is_room_for(bytes) &&
+         std::max(start_ns, m_line.free_ns()) <= deadline_ns - m_line.duration_ns(bytes);
 }
 
 void Receiver::send_sentence(std::string& sentence, int64_t start_ns, int64_t deadline_ns) {

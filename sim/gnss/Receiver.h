@@ -60,11 +60,12 @@ class IReceiverObserver {
 };
 
 /// A receiver and the serial line to its host, without clock and terminal. One thread at a time may use it.
+/// With the option `spi` the host clocks the bytes instead, and the line that tells "ready" is there.
 ///
 /// It sends sentences and UBX messages and carries out UBX commands as a receiver of the eighth generation
-/// does, with one UART: CFG-PRT, CFG-MSG, CFG-RATE, CFG-GNSS, CFG-ANT, CFG-NAV5, CFG-NMEA, CFG-RXM, CFG-CFG,
-/// CFG-RST, RXM-PMREQ, and polls of MON-VER, MON-HW, MON-GNSS and NAV-TIMEUTC. Other commands of the class
-/// CFG are refused, what has another class is ignored. CFG-NAV5, CFG-RXM, and of CFG-NMEA all but the
+/// does, with one UART or SPI: CFG-PRT, CFG-MSG, CFG-RATE, CFG-GNSS, CFG-ANT, CFG-NAV5, CFG-NMEA, CFG-RXM,
+/// CFG-CFG, CFG-RST, RXM-PMREQ, and polls of MON-VER, MON-HW, MON-GNSS and NAV-TIMEUTC. Other commands of the
+/// class CFG are refused, what has another class is ignored. CFG-NAV5, CFG-RXM, and of CFG-NMEA all but the
 /// version, are kept and have no effect.
 class Receiver {
  public:
@@ -91,6 +92,14 @@ class Receiver {
   /// Bytes from the host, on their way from the time advanced to on and at the host's speed. An answer comes
   /// a few ms behind the command's last byte, or behind what is on the line then.
   void write(std::span<const uint8_t> bytes);
+
+  /// On SPI, instead of read() and write(): one full-duplex transfer at the time advanced to, both spans as
+  /// long as each other. Messages lie ready as a whole; behind them the receiver says 0xFF. It keeps 4 KiB,
+  /// messages that find no room are not sent. Asleep it hears nothing.
+  void transfer(std::span<const uint8_t> from_host, std::span<uint8_t> to_host);
+  /// On SPI, the level of the TX-ready line (true: high): active from the threshold on until the host has
+  /// fetched everything. High while it is switched off.
+  [[nodiscard]] bool tx_ready_level();
 
   /// The host's line speed. When it is not the receiver's own, each reads what its UART would make of the
   /// line; at 0 the host reads nothing and what it writes is lost.
@@ -152,6 +161,8 @@ class Receiver {
 
   void plan_incidents();
   void hear();
+  void hear(std::string_view bytes);
+  void update_tx_ready();
   void obey(const UbxFramer::Found& command);
   void send_answer();
   void tell(const std::string& event) const;
@@ -170,6 +181,7 @@ class Receiver {
   void send_periodic(UbxId id, int64_t start_ns, int64_t deadline_ns);
   void send_frame(const UbxFrame& frame, int64_t start_ns);
   [[nodiscard]] bool due(size_t periodic_index) const;
+  [[nodiscard]] bool is_room_for(size_t bytes) const;
   [[nodiscard]] bool fits(size_t bytes, int64_t start_ns, int64_t deadline_ns) const;
 
   const ReceiverOptions m_options;
@@ -197,6 +209,7 @@ class Receiver {
   bool m_navigating = true;
   bool m_woken_by_host = false;  // from standby
   bool m_mute;
+  bool m_tx_ready = false;
   uint64_t m_solutions = 0;  // since the start
   int64_t m_latest_epoch_us = 0;
 };

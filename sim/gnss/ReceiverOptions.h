@@ -30,6 +30,13 @@ struct ReceiverOptions {
   SentenceOptions sentences;
   FaultOptions faults;
 
+  /// The host is on the SPI bus and clocks every byte, see Receiver::transfer(); baud and initial_baud do not
+  /// count.
+  bool spi = false;
+  /// txReady of the SPI port in the factory's settings: bit 0 on, bit 1 active low, bits 2 to 6 the pin, from
+  /// bit 7 the threshold in units of 8 bytes.
+  uint16_t tx_ready = 0x009B;
+
   AntennaState antenna = AntennaState::ok;
   bool antenna_supply = true;  ///< switched on by the settings at power-up; without it there is no fix
   /// The unit's circuit detects an open antenna with the opposite level: a sound one, supplied and with open
@@ -49,6 +56,7 @@ struct ReceiverOptions {
 
   /// The line speed at power-on.
   [[nodiscard]] unsigned power_up_baud() const {
+    if (spi) return Line::at_once;
     return power_up_defaults && !recording ? initial_baud : baud;
   }
 };

@@ -50,7 +50,7 @@ void set_sentences(Settings& settings, std::initializer_list<Sentence> sentences
 }  // namespace
 
 unsigned Settings::baud() const {
-  return number_at(ports[uart1], 8, 4);
+  return host_port == spi ? Line::at_once : number_at(ports[uart1], 8, 4);
 }
 
 void Settings::set_baud(unsigned baud) {
@@ -98,6 +98,7 @@ Settings factory_settings(const ReceiverOptions& options, unsigned baud) {
     if (port != Settings::uart1) put_number(settings.ports[port], 4, 4, port == 0 ? 0x84 : 0);
   }
   settings.set_baud(baud);
+  if (options.spi) put_number(settings.ports[Settings::spi], 2, 2, options.tx_ready);
   set_sentences(settings,
                 {Sentence::rmc, Sentence::vtg, Sentence::gga, Sentence::gsa, Sentence::gsv, Sentence::gll});
   settings.rate = {0xE8, 3, 1, 0, 1, 0};

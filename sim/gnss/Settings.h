@@ -13,7 +13,9 @@ namespace ecu::koru::sim {
 
 /// Everything that commands can change, as payload bytes of the messages that read and write it.
 struct Settings {
-  static constexpr size_t uart1 = 1;  ///< port number, and index of `ports`
+  static constexpr size_t uart1 = 1, spi = 4;  ///< port numbers, and indices of `ports`
+  /// The one that the host is on. Wiring, not a setting.
+  size_t host_port = uart1;
   /// By port number: I2C, UART 1, (UART 2, which this receiver does not have), USB, SPI.
   std::array<std::array<uint8_t, 20>, 5> ports{};
   /// By message, then by port: sent at every n-th solution, 0 never.
@@ -25,12 +27,15 @@ struct Settings {
   std::array<uint8_t, 2> rxm{};
   std::array<uint8_t, 4> antenna{};
 
+  /// Of the host's port; Line::at_once on SPI.
   [[nodiscard]] unsigned baud() const;
   void set_baud(unsigned baud);
-  /// Whether the UART takes (in) or sends (out) UBX; out only: NMEA.
-  [[nodiscard]] bool ubx_in() const { return (ports[uart1][12] & 1U) != 0; }
-  [[nodiscard]] bool ubx_out() const { return (ports[uart1][14] & 1U) != 0; }
-  [[nodiscard]] bool nmea_out() const { return (ports[uart1][14] & 2U) != 0; }
+  /// Whether the host's port takes (in) or sends (out) UBX; out only: NMEA.
+  [[nodiscard]] bool ubx_in() const { return (ports[host_port][12] & 1U) != 0; }
+  [[nodiscard]] bool ubx_out() const { return (ports[host_port][14] & 1U) != 0; }
+  [[nodiscard]] bool nmea_out() const { return (ports[host_port][14] & 2U) != 0; }
+  /// txReady of the SPI port.
+  [[nodiscard]] uint32_t tx_ready() const { return number_at(ports[spi], 2, 2); }
   /// A rate that does not divide the second, chosen by the options, is exact on average: `rate_hz` is theirs.
   [[nodiscard]] EpochGrid grid(int rate_hz) const;
   [[nodiscard]] NmeaVersion nmea_version() const;

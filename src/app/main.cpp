@@ -16,8 +16,10 @@
 #include "app/Options.h"
 #include "app/Version.h"
 #include "core/GPSDClient.h"
+#include "input/SPI.h"
 #include "nmea/GnssUtils.h"
 #include "platform/Configuration.h"
+#include "platform/ServiceManager.h"
 #include "platform/Transport.h"
 #include "platform/Variables.h"
 
@@ -117,7 +119,7 @@ std::string chooseDevice(const gpspub::Options& options, const config::Configura
   if (!options.device.empty()) return options.device;
   if (simulation) return "/dev/ttyUSB0";
   if (std::string device = config.get("gnss_device"); !device.empty()) return device;
-  return hwversion == "n2" ? "/dev/spidev2.0" : "/dev/ttyFP3";
+  return std::string(hwversion == "n2" ? gpspub::SPI::DEVICE : "/dev/ttyFP3");
 }
 
 void logBanner() {
@@ -176,6 +178,7 @@ int main(int argc, char** argv) {
   stopCell() = service.get();
   if (options.debug_flags != DEFAULT_DEBUG_FLAGS) service->enableLoggingControl();
   gpspub::applyConfiguration(options, *config, *service);
+  service->setServiceManager(ServiceManager::from_environment());
   logBanner();
 
   service->run();

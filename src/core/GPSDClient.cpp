@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "input/SPI.h"
 #include "input/SerialInput.h"
 #include "nmea/GnssUtils.h"
 #include "platform/Time.h"
@@ -18,8 +19,12 @@ constexpr int64_t GNSS_OFF_WAIT_US = 5'000'000;
 constexpr int64_t WAIT_SLICE_US = 100'000;
 
 std::unique_ptr<IGnssInput> createInput(const std::string& devicePath) {
-  if (devicePath == "/dev/spidev2.0") LOG.error("this version does not read a receiver over SPI yet");
-  auto input = std::make_unique<SerialInput>();
+  std::unique_ptr<IGnssInput> input;
+  if (devicePath == SPI::DEVICE) {
+    input = std::make_unique<SPI>();
+  } else {
+    input = std::make_unique<SerialInput>();
+  }
   input->setGnssDeviceName(devicePath);
   return input;
 }
@@ -56,8 +61,10 @@ GPSDClient::~GPSDClient() {
 }
 
 void GPSDClient::run() {
+  m_service_manager->ready();
   while (m_running) {
     if (!m_gnss_on) {
+      m_service_manager->status("GNSS is switched off");
       LOG.notice("otaid_GNSSOn configured as OFF. satnavd sends no messages to MQTT.");
       waitWhileRunning(GNSS_OFF_WAIT_US);
     } else if (!m_hw_hasgnss) {
@@ -68,7 +75,20 @@ void GPSDClient::run() {
       runUblox();
     }
   }
+  m_service_manager->stopping();
   unsubscribeObservers();
+}
+
+void GPSDClient::reportStatus(int32_t gnss_status) {
+  std::string_view text = "no fix";
+  if (!m_transport_client->is_connected()) {
+    text = "no broker";
+  } else if (m_hw_hasgnss && m_connection_state != ConnectionState::CONNECTED) {
+    text = "no receiver";
+  } else if (gnss_status > 1) {
+    text = gnss_status == 3 ? "valid fix" : "fix with a warning";
+  }
+  m_service_manager->status(text);
 }
 
 void GPSDClient::stop() {
@@ -79,6 +99,7 @@ void GPSDClient::stop() {
 void GPSDClient::waitWhileRunning(int64_t us) const {
   const int64_t end = GnssUtils::getMicrosecDuration(0) + us;
   for (int64_t left = us; m_running && left > 0; left = end - GnssUtils::getMicrosecDuration(0)) {
+    m_service_manager->progress();
     time_source().sleep_ns(std::min(left, WAIT_SLICE_US) * 1000);
   }
 }
@@ -113,6 +134,7 @@ void GPSDClient::disableHardwareInit() {
 }
 
 void GPSDClient::publishGnssData() {
+  reportStatus(m_epoch.info().getStatus());
   if (m_transport_client->is_connected()) {
     fillTimeZone(m_epoch.info());
     if (m_publish_systime) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "core/GPSDClient.h"
+#include "input/SPI.h"
 #include "nmea/GnssUtils.h"
 #include "nmea/HexDump.h"
 #include "platform/Time.h"
@@ -15,13 +16,11 @@ namespace {
 constexpr int READ_TIMEOUT_US = 100'000;
 constexpr int64_t FRAME_US = 1'000'000;
 constexpr int64_t REOPEN_US = 1'000'000;
-constexpr int64_t STABLE_US = 100'000;
 // A receiver that has just powered up talks at its default rate.
 constexpr int64_t POWER_UP_NS = 139'999'999'999;
 constexpr unsigned POWER_UP_BAUD = 9600;
 constexpr unsigned USUAL_BAUD = 38400;
 constexpr std::string_view SERIAL_DEVICE = "/dev/ttyFP3";
-constexpr std::string_view SPI_DEVICE = "/dev/spidev2.0";
 constexpr unsigned char UBX_SYNC = 0xB5;
 constexpr int64_t SEQUENCE_SILENCE_US = 15'000'000;
 constexpr int64_t NEVER = 0;
@@ -32,6 +31,7 @@ void GPSDClient::runUblox() {
   logInputWarnings();
   enterReceiverLoop();
   while (inMode()) {
+    m_service_manager->progress();
     if (m_input->isConnected()) {
       receive();
     } else {
@@ -43,7 +43,7 @@ void GPSDClient::runUblox() {
 
 void GPSDClient::logInputWarnings() const {
   if (m_disable_hw_init) LOG.warning("Hardware init disabled. Probably simulated input.");
-  if (m_device_path != SERIAL_DEVICE && m_device_path != SPI_DEVICE) {
+  if (m_device_path != SERIAL_DEVICE && m_device_path != SPI::DEVICE) {
     LOG.warning(
         m_simulation ? "EHorizon sim active. Hardware port redirected to " : "Hardware port redirected to ",
         logging::escaped(m_device_path), ". Probably simulated input.");
@@ -189,9 +189,9 @@ int64_t GPSDClient::noCommunicationThreshold() const {
 }
 
 void GPSDClient::deviceGone() {
-  // A device that comes and goes all the time is told once.
-  const bool was_stable = GnssUtils::getMicrosecDuration(0) - m_connect_time_us >= STABLE_US;
-  if (!std::exchange(m_device_gone_logged, true) || was_stable) {
+  // A device that comes and goes and gives nothing is told once.
+  const bool worked = m_data_time_us > m_connect_time_us;
+  if (!std::exchange(m_device_gone_logged, true) || worked) {
     LOG.warning("receiver device ", logging::escaped(m_device_path),
                 " went away; trying to open it every second");
   }

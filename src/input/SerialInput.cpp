@@ -15,7 +15,6 @@ namespace ecu::koru::gpspub {
 namespace {
 
 constexpr int READ_WAIT_US = 100;
-constexpr int MIN_ITEM_LEN = 2;
 constexpr int MAX_UNFRAMED = 65536;
 constexpr unsigned OPEN_FAILURES_PER_LOG = 32;
 constexpr int MAX_ONE_LINE_DUMP = 30;
@@ -53,7 +52,7 @@ SerialInput::~SerialInput() {
 bool SerialInput::connect() {
   static unsigned open_failures = 0;
   SerialInput::disconnect();
-  m_device_gone = false;
+  beginConnection();
   if (GnssUtils::debugIt(logflag::CONNECTION))
     LOG.debug("connectSerial to ", logging::escaped(m_gnss_device));
   m_fd_serial = m_device->open(m_gnss_device);
@@ -70,6 +69,11 @@ bool SerialInput::connect() {
   return true;
 }
 
+void SerialInput::beginConnection() {
+  m_device_gone = false;
+  m_unframed_bytes = 0;
+}
+
 void SerialInput::applyAttributes() {
   termios attributes{};
   bool failed = m_device->getAttributes(m_fd_serial, attributes) != 0;
@@ -81,7 +85,6 @@ void SerialInput::applyAttributes() {
   attributes.c_cc[VMIN] = 80;
   failed = m_device->setAttributes(m_fd_serial, attributes) != 0 || failed;
   m_is_terminal = !failed;
-  m_unframed_bytes = 0;
   if (failed && !std::exchange(m_attributes_failure_logged, true)) {
     LOG.warning(logging::escaped(m_gnss_device), " does not take serial port settings, errno = ", errno,
                 ". It is read as it is.");
@@ -138,21 +141,26 @@ bool SerialInput::read() {
       LOG.debug("\t\t\tSerialInput read parseLine = false  m_bytes_waiting ", m_bytes_waiting);
     }
   }
-  dumpFullBuffer();
+  if (freeBytes() <= 0) dumpBuffer("SerialInput::read exceeded INPUT_BUFFER_SIZE. Dumping ");
   if (!waiting(READ_WAIT_US)) {
     if (GnssUtils::debugIt(logflag::READS)) LOG.debug("No bytes waiting DO NOT READ.");
     return false;
   }
-  if (!readDevice()) return false;
-  const bool framed = m_bytes_waiting >= MIN_ITEM_LEN && frameItem();
-  // What is no terminal has no line speed: one that gives bytes without end and nothing in them counts as one
-  // that ends.
-  if (!framed && m_unframed_bytes > MAX_UNFRAMED) m_device_gone = true;
+  const int count = readDevice();
+  if (count == 0) return false;
+  const bool framed = frameNewBytes(m_is_terminal ? 0 : count);  // a terminal has its line's pace
   if (GnssUtils::debugIt(logflag::READS_PARSED)) {
     LOG.debug(framed ? "SerialInput parseLine true  m_bytes_waiting "
                      : "SerialInput parseLine false  m_bytes_waiting ",
               m_bytes_waiting);
   }
+  return framed;
+}
+
+bool SerialInput::frameNewBytes(int unpaced_bytes) {
+  m_unframed_bytes += unpaced_bytes;
+  const bool framed = frameItem();
+  if (!framed && m_unframed_bytes > MAX_UNFRAMED) m_device_gone = true;
   return framed;
 }
 
@@ -183,15 +191,21 @@ bool SerialInput::frameItem() {
   return false;
 }
 
-void SerialInput::dumpFullBuffer() {
-  if (m_bytes_waiting < m_buffer_size) return;
-  if (GnssUtils::debugIt(logflag::READS)) {
-    LOG.debug("SerialInput::read exceeded INPUT_BUFFER_SIZE. Dumping ", dump(getBuffer(), m_bytes_waiting));
-  }
+void SerialInput::dumpBuffer(const char* text) {
+  if (GnssUtils::debugIt(logflag::READS)) LOG.debug(text, dump(getBuffer(), m_bytes_waiting));
   m_bytes_discarded += m_bytes_waiting;
   emptyBuffer();
 }
 
+void SerialInput::append(std::span<const unsigned char> bytes) {
+  const auto fitting = bytes.first(std::min(bytes.size(), static_cast<size_t>(freeBytes())));
+  if (static_cast<size_t>(freeBytesAtTheEnd()) < fitting.size()) (void)freeTail();
+  std::copy(fitting.begin(), fitting.end(), getBuffer() + m_bytes_waiting);
+  m_bytes_waiting += static_cast<int>(fitting.size());
+  m_bytes_discarded += static_cast<long long>(bytes.size() - fitting.size());
+}
+
+/// The free end of the buffer, made as long as it can be.
 unsigned char* SerialInput::freeTail() {
   if (m_front > 0) {
     std::memmove(m_buffer.get(), getBuffer(), static_cast<size_t>(m_bytes_waiting));
@@ -200,19 +214,19 @@ unsigned char* SerialInput::freeTail() {
   return m_buffer.get() + m_bytes_waiting;
 }
 
-/// Reads just what is there: a read for more would wait for the gap that ends a burst (VTIME).
-bool SerialInput::readDevice() {
+/// Reads just what is there: a read for more would wait for the gap that ends a burst (VTIME). How many bytes
+/// came.
+int SerialInput::readDevice() {
   const int there = m_device->bytesReadable(m_fd_serial);
   const int max = there > 0 ? std::min(there, freeBytes()) : freeBytes();
   const ssize_t res = m_device->read(m_fd_serial, freeTail(), static_cast<size_t>(max));
   if (res > 0) {
     m_bytes_waiting += static_cast<int>(res);
-    if (!m_is_terminal) m_unframed_bytes += static_cast<int>(res);
-    return true;
+    return static_cast<int>(res);
   }
   m_device_gone = res == 0 || (errno != EINTR && errno != EAGAIN);
   if (GnssUtils::debugIt(logflag::READS)) LOG.debug(" res = ", res, " m_bytes_read ", m_bytes_read);
-  return false;
+  return 0;
 }
 
 int SerialInput::sendBinary(const unsigned char* data, int len) {

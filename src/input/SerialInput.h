@@ -3,6 +3,7 @@
 #include <termios.h>
 
 #include <memory>
+#include <span>
 #include <string>
 
 #include "input/IGnssInput.h"
@@ -16,6 +17,9 @@ namespace ecu::koru::gpspub {
 /// checksum). read() frames one item at a time in place; corrupt bytes are dropped from the front and
 /// counted. In a framed NMEA line the LF is overwritten with NUL. A lone 0xB5 that no 0x62 follows stops
 /// framing until the buffer overflows and is dumped: the receiver never sends one outside a UBX header.
+///
+/// An input on another transport derives from it and keeps buffer, framing and speeds; it opens and closes
+/// its device itself and gives no terminal.
 class SerialInput : public IGnssInput {
  public:
   static constexpr int INPUT_BUFFER_SIZE = 10240;
@@ -48,16 +52,33 @@ class SerialInput : public IGnssInput {
   [[nodiscard]] long long bytesDiscarded() const { return m_bytes_discarded; }
 
  protected:
+  static constexpr int MIN_ITEM_LEN = 2;
+
   /// Removes the framed item from the buffer.
   void removeFramedItem();
   /// Frames one item, again and again while that drops bytes.
   [[nodiscard]] bool frameItem();
-  /// Drops everything when there is no room for a byte.
-  void dumpFullBuffer();
+  /// frameItem() for bytes that have just come. `unpaced_bytes` of them come from something without a pace of
+  /// its own: when that gives bytes without end and nothing in them, the device counts as gone.
+  [[nodiscard]] bool frameNewBytes(int unpaced_bytes);
+  /// Drops everything; `text` is the record's beginning.
+  void dumpBuffer(const char* text);
   void emptyBuffer();
-  /// The free tail of the buffer, made as long as it can be.
-  [[nodiscard]] unsigned char* freeTail();
+  /// Puts bytes behind those that are held, which move only when there is no other room. What finds no room
+  /// is dropped.
+  void append(std::span<const unsigned char> bytes);
   [[nodiscard]] int freeBytes() const { return m_buffer_size - m_bytes_waiting; }
+  /// Free bytes that need no move.
+  [[nodiscard]] int freeBytesAtTheEnd() const { return freeBytes() - m_front; }
+  /// A device is about to be opened: what is known of the one before does not hold for it.
+  void beginConnection();
+
+  std::string m_gnss_device;
+  int m_fd_serial = -1;
+  int m_bytes_read = 0;     // length of the framed item, removed by the next read()
+  int m_bytes_waiting = 0;  // bytes held, the framed item included
+  bool m_device_gone = false;
+  bool m_drop_device_input = false;  // a closed pseudo-terminal or USB adapter goes on receiving
 
  private:
   // Framing.cpp: true when an item begins at the front and is complete.
@@ -69,16 +90,13 @@ class SerialInput : public IGnssInput {
 
   void applyAttributes();
   void logAttributes(const termios& attributes) const;
-  [[nodiscard]] bool readDevice();
+  [[nodiscard]] unsigned char* freeTail();
+  [[nodiscard]] int readDevice();
   void logSent(const unsigned char* data, int len) const;
 
   std::unique_ptr<ITerminalDevice> m_device;
-  std::string m_gnss_device;
-  int m_fd_serial = -1;
   std::unique_ptr<unsigned char[]> m_buffer;
   int m_front = 0;          // where the held bytes begin; they move down at the next read from the device
-  int m_bytes_read = 0;     // length of the framed item, removed by the next read()
-  int m_bytes_waiting = 0;  // bytes held, the framed item included
   int m_bytes_scanned = 0;  // of the incomplete line at the front: no LF in these
   long long m_bytes_discarded = 0;
   int m_buffer_size = INPUT_BUFFER_SIZE;
@@ -87,11 +105,9 @@ class SerialInput : public IGnssInput {
   speed_t m_baud_configured = B19200;
   speed_t m_baud_current = B19200;
   int m_num_lines = 0;
-  bool m_device_gone = false;
-  bool m_drop_device_input = false;  // a closed pseudo-terminal or USB adapter goes on receiving
   bool m_attributes_failure_logged = false;
   bool m_is_terminal = true;
-  int m_unframed_bytes = 0;  // read from no terminal since the last item
+  int m_unframed_bytes = 0;  // unpaced ones since the last item
 };
 
 }  // namespace ecu::koru::gpspub

@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "platform/Logging.h"
+#include "platform/ReadText.h"
 
 namespace ecu::koru::config {
 
@@ -37,14 +38,6 @@ std::string_view unquoted(std::string_view value) {
 /// A piece of the text for an ERROR record, which must stay readable whatever the file holds.
 std::string shown(std::string_view text) {
   return "'" + logging::escaped(text.substr(0, MAX_SHOWN)) + (text.size() > MAX_SHOWN ? "...'" : "'");
-}
-
-/// The text, at most one byte more than is accepted.
-std::string read_all(std::istream& input) {
-  std::string text(MAX_TEXT + 1, '\0');
-  input.read(text.data(), static_cast<std::streamsize>(text.size()));
-  text.resize(static_cast<size_t>(input.gcount()));
-  return text;
 }
 
 }  // namespace
@@ -96,7 +89,7 @@ void Configuration::read_line(std::string_view line, unsigned number) {
 void set_config_from_input(std::unique_ptr<Configuration>& config, std::istream& input) {
   config->m_values.clear();
   config->m_problems.clear();
-  const std::string text = read_all(input);
+  const std::string text = read_text(input, MAX_TEXT + 1);
   unsigned number = 0;
   for (size_t start = 0; start < text.size();) {
     const size_t end = std::min(text.find('\n', start), text.size());

@@ -14,6 +14,7 @@
 
 #include "platform/DbcScanner.h"
 #include "platform/Logging.h"
+#include "platform/ReadText.h"
 
 namespace ecu::koru::rt {
 
@@ -298,8 +299,8 @@ void DbcParser::topic(TopicText& out) {
   out.text = m_in.string("a topic in quotes");
   out.line = m_line;
   m_in.expect(';');
-  const bool is_name = std::none_of(out.text.begin(), out.text.end(), [](char c) {
-    return c == '+' || c == '#' || c == 0x7F || (c >= 0 && c < 0x20);
+  const bool is_name = std::none_of(out.text.begin(), out.text.end(), [](unsigned char c) {
+    return c == '+' || c == '#' || c == 0x7F || c < 0x20;
   });
   if (!is_name || out.text.size() > MAX_TOPIC) throw DbcProblem(m_line, "this is no topic to publish on");
 }
@@ -352,10 +353,8 @@ std::string read_file(const std::string& path) {
     throw DbcProblem(0, failed ? failed.message() : "this is not a regular file");
   }
   std::ifstream file(path, std::ios::binary);
-  std::string text(MAX_DBC_SIZE + 1, '\0');
-  file.read(text.data(), static_cast<std::streamsize>(text.size()));
+  std::string text = read_text(file, MAX_DBC_SIZE + 1);
   if (!file.is_open() || file.bad()) throw DbcProblem(0, "the file cannot be read");
-  text.resize(static_cast<size_t>(file.gcount()));
   return text;
 }
 

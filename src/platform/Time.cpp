@@ -8,6 +8,8 @@ namespace ecu::koru {
 
 namespace {
 
+static_assert(sizeof(time_t) == 8, "dates do not end in 2038, on no target");
+
 constexpr int64_t NS_PER_S = 1'000'000'000;
 constexpr int64_t US_PER_S = 1'000'000;
 

@@ -143,15 +143,21 @@ int ResetLine::pulses() {
 }
 
 World::World(ByteSource& source, const Options& options)
+    : World(
+          [&source](World& world) {
+            return std::make_unique<gpspub::SerialInput>(
+                std::make_unique<ScenarioTerminal>(world.time, source, world.terminal));
+          },
+          options) {}
+
+World::World(const MakeInput& make_input, const Options& options)
     : time(options.wall_us), bus(std::make_shared<com::MemoryTransport>()) {
   set_time_source(&time);
   gpspub::GnssUtils::initDuration();
-  auto input =
-      std::make_unique<gpspub::SerialInput>(std::make_unique<ScenarioTerminal>(time, source, terminal));
   std::shared_ptr<com::ITransportClient> transport = bus;
   service = std::make_unique<gpspub::GPSDClient>(transport, "variant", options.hasgnss, options.hwversion,
-                                                 "/dev/ttyFP3",
-                                                 gpspub::UnitHardware{std::move(input), resets.root()});
+                                                 options.device,
+                                                 gpspub::UnitHardware{make_input(*this), resets.root()});
   service->setBaudRate(options.baud);
 }
 

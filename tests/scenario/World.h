@@ -67,7 +67,10 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
   explicit ScenarioTime(int64_t wall_us) : m_clock(START_NS, wall_us) {}
   [[nodiscard]] int64_t steady_ns() const override { return m_clock.steady_ns(); }
   [[nodiscard]] int64_t boot_ns() const override { return m_clock.boot_ns(); }
-  void sleep_ns(int64_t ns) override { advance_to_ns(steady_ns() + ns); }
+  void sleep_ns(int64_t ns) override {
+    ++sleeps;
+    advance_to_ns(steady_ns() + ns);
+  }
   /// Ends at the next point of the agenda: it may have been what was waited for.
   void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override;
   [[nodiscard]] timeval wall() const override { return m_clock.wall(); }
@@ -78,6 +81,8 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
   /// Never past the next point of the agenda without carrying it out.
   void advance_to_us(int64_t us) { advance_to_ns(START_NS + us * 1000); }
   [[nodiscard]] ecu::koru::VirtualTime& clock() { return m_clock; }
+
+  size_t sleeps = 0;
 
  private:
   static constexpr int64_t START_NS = 1'000'000'000'000;
@@ -130,8 +135,12 @@ class World {
     std::string hasgnss = "true";
     std::string hwversion = "qrx";
     unsigned baud = 38400;
+    std::string device = "/dev/ttyFP3";
     int64_t wall_us = 1'400'000'000'000'000;  ///< the system clock at the start: 2014
   };
+  /// Makes the receiver's input on the world's time.
+  using MakeInput = std::function<std::unique_ptr<ecu::koru::gpspub::IGnssInput>(World&)>;
+  World(const MakeInput& make_input, const Options& options);
   World(ByteSource& source, const Options& options);
   explicit World(ByteSource& source) : World(source, Options{}) {}
   ~World();

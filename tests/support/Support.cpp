@@ -56,6 +56,10 @@ std::string program(std::string_view name) {
   return (fs::path(SATNAVD_BIN_DIR) / name).string();
 }
 
+bool emulated() {
+  return SATNAVD_EMULATED;
+}
+
 bool eventually(const std::function<bool()>& predicate, int timeout_ms) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
   while (!predicate()) {

@@ -35,6 +35,10 @@ class TempDir {
 /// The path of a program of this build ("satnavd").
 [[nodiscard]] std::string program(std::string_view name);
 
+/// True when the programs of this build run in an emulator: what the system tells of such a process is the
+/// emulator's.
+[[nodiscard]] bool emulated();
+
 /// True as soon as the predicate holds (asked every 2 ms), false when it does not within `timeout_ms`.
 [[nodiscard]] bool eventually(const std::function<bool()>& predicate, int timeout_ms);
 

@@ -84,7 +84,7 @@ struct Host {
   /// The kinds of what came, without the talkers, such as "RMC GGA GSA GSA GST".
   [[nodiscard]] std::string kinds() const {
     std::string all;
-    for (const std::string& sentence : sentences) all += (all.empty() ? "" : " ") + sentence.substr(3, 3);
+    for (const std::string& sentence : sentences) all.append(all.empty() ? "" : " ").append(sentence, 3, 3);
     return all;
   }
 

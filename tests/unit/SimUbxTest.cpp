@@ -171,5 +171,41 @@ TEST(SimUbx, ChangesItsRateWithoutLosingAnEpoch) {
   EXPECT_EQ(host.kinds(), "RMC GGA GSA GSA GST RMC GGA GSA GSA GST");
 }
 
+TEST(SimUbx, OnSpiTheHostClocksAndTheLineTellsAsThePortIsSet) {
+  ReceiverOptions options = silent();
+  options.spi = true;
+  Receiver receiver(options);
+  const auto exchange = [&](std::string sent, int64_t at_us, size_t size) {
+    sent.resize(size, '\xFF');
+    std::string got(size, '\0');
+    receiver.advance_to(at_us);
+    receiver.transfer({reinterpret_cast<const uint8_t*>(sent.data()), size},
+                      {reinterpret_cast<uint8_t*>(got.data()), size});
+    return got;
+  };
+  const struct {
+    const char* set;        // txReady of the port, as on the wire
+    bool idle, one_answer;  // levels: with nothing to say, with 10 bytes
+  } rows[] = {{"0000", true, true},  {"1B00", true, false}, {"1900", false, true},
+              {"9B00", true, false}, {"1B01", true, true},  {"1901", false, false}};
+  const std::string acknowledged = frame_of("05010600");
+  int64_t now_us = 0;
+  for (const auto& row : rows) {
+    const std::string port = "0600 0400" + std::string(row.set) + "00000000000000000700030000000000";
+    exchange(frame_of(port), now_us += 10'000, 28);
+    EXPECT_EQ(exchange("", now_us += 10'000, 12), acknowledged + "\xFF\xFF");
+    EXPECT_EQ(receiver.tx_ready_level(), row.idle) << row.set;
+    exchange(frame_of("0699"), now_us += 10'000, 8);  // refused in 10 bytes
+    receiver.advance_to(now_us += 10'000);
+    EXPECT_EQ(receiver.tx_ready_level(), row.one_answer) << row.set;
+    exchange("", now_us, 9);  // active until everything is fetched
+    EXPECT_EQ(receiver.tx_ready_level(), row.one_answer) << row.set;
+    exchange("", now_us, 1);
+    EXPECT_EQ(receiver.tx_ready_level(), row.idle) << row.set;
+  }
+  exchange(frame_of("0600"), now_us += 10'000, 8);
+  EXPECT_EQ(exchange("", now_us += 10'000, 28), frame_of("0600 0400190100000000000000000700030000000000"));
+}
+
 }  // namespace
 }  // namespace ecu::koru::sim

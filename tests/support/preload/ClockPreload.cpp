@@ -35,7 +35,10 @@ Shift& shift() {
 
 int real_clock(clockid_t id, timespec* now) {
   using Function = int(clockid_t, timespec*);
-  static auto* const next = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "clock_gettime"));
+  // Where a long has 32 bits, the calls with 64-bit time have names of their own; what is defined below gets
+  // them from the headers.
+  static const char* const name = sizeof(long) == sizeof(int64_t) ? "clock_gettime" : "__clock_gettime64";
+  static auto* const next = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
   return next(id, now);
 }
 
@@ -54,7 +57,7 @@ int clock_gettime(clockid_t id, timespec* now) {
   if (result != 0 || (id != CLOCK_REALTIME && id != CLOCK_REALTIME_COARSE)) return result;
   const int64_t us = int64_t{now->tv_sec} * US_PER_S + now->tv_nsec / NS_PER_US + shift();
   now->tv_sec = us / US_PER_S;
-  now->tv_nsec = us % US_PER_S * NS_PER_US;
+  now->tv_nsec = static_cast<long>(us % US_PER_S * NS_PER_US);
   return 0;
 }
 

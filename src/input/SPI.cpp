@@ -1,0 +1,359 @@
+#include "input/SPI.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "nmea/GnssUtils.h"
+#include "nmea/HexDump.h"
+#include "platform/Time.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr unsigned char IDLE = 0xFF;
+constexpr int POLL_LEN = 8;
+constexpr int LONGEST_SLICE_US = 10'000;  // with TX-ready control
+constexpr int LONGEST_POLL_SLICE_US = 100'000;
+constexpr int POLL_TRANSFER_US = 8'000;  // left of a slice for the transfer
+constexpr unsigned FAILURES_PER_LOG = 32;
+constexpr int MAX_ONE_LINE_DUMP = 30;
+constexpr int DUMP_LINE = 50;
+constexpr int DUMP_GROUP = 10;
+/// Far more than a receiver keeps while nobody reads.
+constexpr int MAX_OLD_BLOCKS = 40;
+
+constexpr int64_t NS_PER_US = 1'000;
+constexpr int64_t SHORTEST_PAUSE_NS = 10'000'000;
+constexpr int64_t GONE_NS = 1'000'000'000;
+constexpr int64_t FAILURE_FORGOTTEN_NS = 10'000'000'000;
+/// A receiver at work announces something every second.
+constexpr int64_t LINE_SILENT_NS = 2'000'000'000;
+
+// The driver takes the words with their terminating NUL.
+constexpr char IN[] = "in";
+constexpr char FALLING[] = "falling";
+
+int64_t nowNs() {
+  return time_source().steady_ns();
+}
+
+bool isIdle(std::span<const unsigned char> bytes) {
+  return std::all_of(bytes.begin(), bytes.end(), [](unsigned char byte) { return byte == IDLE; });
+}
+
+}  // namespace
+
+SPI::SPI(std::unique_ptr<ISpiDevice> device)
+    : SerialInput(nullptr),
+      m_device(std::move(device)),
+      m_tx_buffer(static_cast<size_t>(m_spi_buffer_size), IDLE),
+      m_rx_buffer(static_cast<size_t>(m_spi_buffer_size), IDLE) {
+  m_transfer.tx_buf = reinterpret_cast<uintptr_t>(m_tx_buffer.data());
+  m_transfer.rx_buf = reinterpret_cast<uintptr_t>(m_rx_buffer.data());
+}
+
+SPI::~SPI() {
+  SPI::disconnect();
+  closeGpioTxRdy();
+}
+
+// --- connection
+
+bool SPI::connect() {
+  static unsigned open_failures = 0;
+  SPI::disconnect();
+  beginConnection();
+  configureGpioTxRdy();
+  if (GnssUtils::debugIt(logflag::CONNECTION)) LOG.debug("SPI connect to ", logging::escaped(m_gnss_device));
+  m_fd_serial = m_device->open(m_gnss_device, O_RDWR);
+  if (m_fd_serial < 0) {
+    const int error = errno;
+    m_fd_serial = -1;
+    if (open_failures++ % FAILURES_PER_LOG == 0) {
+      LOG.error("Error to open SPI serial device ", logging::escaped(m_gnss_device), " errno = ", error, " ",
+                std::strerror(error));
+    }
+    return false;
+  }
+  if (std::exchange(m_drop_device_input, false)) dropDeviceInput();
+  return true;
+}
+
+void SPI::disconnect() {
+  setTxReadyCheck(false);
+  if (m_device_gone) m_drop_device_input = true;  // the receiver went on collecting
+  if (m_fd_serial == -1) return;
+  m_device->close(m_fd_serial);
+  m_fd_serial = -1;
+}
+
+void SPI::dropDeviceInput() {
+  for (int i = 0; i < MAX_OLD_BLOCKS; ++i) {
+    const int res = clockIn(m_spi_block);
+    if (res <= 0 || isIdle(received(res))) return;
+  }
+}
+
+// --- the TX-ready line
+
+/// A unit without the line is told of by one connect in 32.
+void SPI::configureGpioTxRdy() {
+  closeGpioTxRdy();
+  const bool tell = m_gpio_failures % FAILURES_PER_LOG == 0;
+  m_fd_gpio_txrdy = m_device->open(m_gpio_value_path, O_RDONLY);
+  if (m_fd_gpio_txrdy < 0) {
+    if (tell) LOG.notice("Path not configured. Error to open ", m_gpio_value_path);
+    exportGpio(tell);
+    m_fd_gpio_txrdy = m_device->open(m_gpio_value_path, O_RDONLY);
+    if (m_fd_gpio_txrdy < 0 && tell) LOG.error("Error to open ", m_gpio_value_path, " errno = ", errno);
+  }
+  const bool is_input = writeSetting(m_gpio_direction_path, IN, tell);
+  const bool has_edge = writeSetting(m_gpio_edge_path, FALLING, tell);
+  if (!is_input || !has_edge) closeGpioTxRdy();
+  m_gpio_failures = m_fd_gpio_txrdy < 0 ? m_gpio_failures + 1 : 0;
+}
+
+void SPI::exportGpio(bool tell) const {
+  const int fd = m_device->open("/sys/class/gpio/export", O_WRONLY);
+  if (fd < 0) {
+    if (tell) LOG.error("Error to open /sys/class/gpio/export. errno = ", errno);
+    return;
+  }
+  if (m_device->write(fd, m_gpio_name.data(), m_gpio_name.size()) < 0 && tell) {
+    LOG.error("Error writing ", m_gpio_name, " to sys/class/gpio/export. errno = ", errno);
+  }
+  m_device->close(fd);
+}
+
+/// The record names "in" for the edge too.
+bool SPI::writeSetting(const std::string& path, std::span<const char> value, bool tell) const {
+  const int fd = m_device->open(path, O_RDWR);
+  const bool written = fd >= 0 && m_device->write(fd, value.data(), value.size()) >= 0;
+  if (!written && tell) LOG.error("Error writing 'in' to ", path, " errno = ", errno);
+  if (fd >= 0) m_device->close(fd);
+  return written;
+}
+
+void SPI::closeGpioTxRdy() {
+  if (m_fd_gpio_txrdy >= 0 && m_device->close(m_fd_gpio_txrdy) < 0)
+    LOG.error("close error ", m_gpio_value_path, " errno = ", errno);
+  m_fd_gpio_txrdy = -1;
+}
+
+int SPI::readGpioTxRdyPin() {
+  char level = 0;
+  if (m_fd_gpio_txrdy < 0) return -1;
+  (void)m_device->rewind(m_fd_gpio_txrdy);  // what cannot be read tells so below
+  if (m_device->read(m_fd_gpio_txrdy, &level, 1) != 1) return -1;
+  return level == '0' || level == '1' ? level - '0' : -1;
+}
+
+void SPI::setTxReadyCheck(bool on) {
+  m_ublox_txrdy_configured = on;
+  m_has_gpio_txrdy_control = on;
+  m_line_active_ns = nowNs();
+}
+
+// --- waiting
+
+bool SPI::waiting(int timeout_us) {
+  if (timeout_us <= 0) return false;
+  const bool control = m_has_gpio_txrdy_control;
+  const int count = (timeout_us - 1) / (control ? LONGEST_SLICE_US : LONGEST_POLL_SLICE_US) + 1;
+  int slave_timeout_us = timeout_us / count;
+  if (!control && slave_timeout_us > POLL_TRANSFER_US) slave_timeout_us -= POLL_TRANSFER_US;
+  bool ret = false;
+  for (int i = 0; i < count && !ret && !m_device_gone; ++i) ret = waitingSlave(slave_timeout_us);
+  if (GnssUtils::debugIt(logflag::START_UP)) {
+    LOG.debug("SPI::waiting  hasGpioTxRdyControl() ", m_has_gpio_txrdy_control, " count ", count,
+              " slave_timeout_us ", slave_timeout_us, " ret ", ret);
+  }
+  return ret;
+}
+
+bool SPI::waitingSlave(int slice_us) {
+  m_slice_end_ns = nowNs() + slice_us * NS_PER_US;
+  if (m_bytes_waiting != m_bytes_read) {
+    if (GnssUtils::debugIt(logflag::WAITING_HELD)) {
+      LOG.debug("\t\t\tSPI::waitingSlave. Bytes to process ", m_bytes_waiting - m_bytes_read,
+                " bytes_waiting ", m_bytes_waiting);
+    }
+    return true;
+  }
+  return m_has_gpio_txrdy_control ? waitTxReady(slice_us) : pollSlave();
+}
+
+bool SPI::pollSlave() {
+  const int64_t begin_ns = nowNs();
+  const int res = clockIn(POLL_LEN);
+  if (res <= 0) {
+    readFailed(res);
+    return false;
+  }
+  const int64_t SPI_read_time_us = (nowNs() - begin_ns) / NS_PER_US;
+  if (isIdle(received(res))) {
+    if (GnssUtils::debugIt(logflag::WAITING)) {
+      LOG.debug("waitingSlave() m_bytes_waiting ", m_bytes_waiting, " and 0xFF. res = ", res);
+    }
+    sleepRestOfSlice(0);
+    return false;
+  }
+  append(received(res));
+  if (GnssUtils::debugIt(logflag::START_UP)) {
+    LOG.debug("waitingSlave() GOOD no 0xFF. m_bytes_waiting ", m_bytes_waiting, ". res = ", res,
+              " SPI_read_time_us ", SPI_read_time_us);
+  }
+  return true;
+}
+
+bool SPI::waitTxReady(int slice_us) {
+  const int64_t begin_ns = nowNs();
+  const int level = readGpioTxRdyPin();
+  if (level > 0 && begin_ns - m_line_active_ns >= LINE_SILENT_NS) return probeSilentLine();
+  const int ret = level > 0 ? m_device->waitException(m_fd_gpio_txrdy, slice_us) : level;
+  if (ret < 0 && (level < 0 || errno != EINTR)) {
+    loseLine("it cannot be read");
+    return false;
+  }
+  const bool ready = level == 0 || ret > 0;
+  if (ready) m_line_active_ns = nowNs();
+  if (GnssUtils::debugIt(logflag::WAITING)) {
+    LOG.debug("  SPI select Waiting ret = ", ret, " m_ublox_txrdy_configured = ", m_ublox_txrdy_configured,
+              " hasGpioTxRdyControl = ", m_has_gpio_txrdy_control, " m_fd_gpio_txrdy = ", m_fd_gpio_txrdy,
+              " diff_us ", (nowNs() - begin_ns) / NS_PER_US);
+  }
+  return ready;
+}
+
+/// A line that is stuck high must not keep the fixes away: one slice in two seconds is a poll.
+bool SPI::probeSilentLine() {
+  m_line_active_ns = nowNs();
+  if (!pollSlave()) return false;
+  if (readGpioTxRdyPin() != 0) loseLine("it announces nothing");  // otherwise it did just now
+  return true;
+}
+
+void SPI::loseLine(const char* why) {
+  if (m_fd_gpio_txrdy >= 0) LOG.warning("TX-ready line ", m_gpio_value_path, " lost: ", why);
+  closeGpioTxRdy();
+  setTxReadyCheck(false);
+}
+
+void SPI::sleepRestOfSlice(int64_t at_least_ns) {
+  time_source().sleep_ns(std::max(m_slice_end_ns - nowNs(), at_least_ns));
+}
+
+// --- reading and sending
+
+bool SPI::read() {
+  removeFramedItem();
+  if (m_bytes_waiting >= MIN_ITEM_LEN) {
+    if (frameItem()) return true;
+    if (GnssUtils::debugIt(logflag::READS_PARSED)) {
+      LOG.debug("\t\t\tSPI read parseLine = false  m_bytes_waiting ", m_bytes_waiting);
+    }
+  }
+  if (freeBytes() <= m_spi_block) dumpBuffer("SPI::read would exceeded INPUT_BUFFER_SIZE. Dumping ");
+  const int64_t begin_ns = nowNs();
+  const int res = clockIn(m_spi_block);
+  if (res <= 0) {
+    readFailed(res);
+    return false;
+  }
+  const int64_t SPI_read_time_us = (nowNs() - begin_ns) / NS_PER_US;
+  const bool idle = isIdle(received(res));
+  append(received(res));
+  const bool framed = frameNewBytes(idle ? 0 : res);
+  if (GnssUtils::debugIt(logflag::READS_PARSED)) {
+    LOG.debug(framed ? "SPI parseLine true  m_bytes_waiting " : "SPI parseLine false  m_bytes_waiting ",
+              m_bytes_waiting, " SPI_read_time_us ", SPI_read_time_us);
+  }
+  // A line that says "ready" for nothing must not make this thread spin.
+  if (idle && !framed && m_has_gpio_txrdy_control) sleepRestOfSlice(SHORTEST_PAUSE_NS);
+  return framed;
+}
+
+int SPI::sendBinary(const unsigned char* data, int len) {
+  int res = -1;
+  if (len > m_spi_buffer_size) {
+    errno = EMSGSIZE;
+  } else {
+    readAhead();
+    std::copy_n(data, len, m_tx_buffer.begin());
+    res = transfer(len);
+  }
+  if (res < 0) {
+    LOG.error("Error sendBinary m_fd_serial ", m_fd_serial, " errno = ", errno);
+  } else if (GnssUtils::debugIt(logflag::BYTES_SENT)) {
+    logSent(data, len, res);
+  }
+  return res;
+}
+
+void SPI::logSent(const unsigned char* data, int len, int res) {
+  if (len <= MAX_ONE_LINE_DUMP) {
+    LOG.debug("SPI::sendBinary Message res ", res, " len ", len, "    ",
+              hexDumpMessage(data, len, 0, 0, true));
+  } else {
+    LOG.debug("SPI sendBinary Message res ", res, " len ", len, "\n",
+              hexDumpMessage(data, len, DUMP_LINE, DUMP_GROUP, true));
+  }
+}
+
+/// The framed item stays where it is: its handler is what sends.
+void SPI::readAhead() {
+  while (freeBytesAtTheEnd() >= m_spi_block) {
+    const int res = clockIn(m_spi_block);
+    if (res <= 0 || isIdle(received(res))) return;
+    append(received(res));
+  }
+}
+
+int SPI::clockIn(int len) {
+  std::fill_n(m_tx_buffer.begin(), len, IDLE);
+  return transfer(len);
+}
+
+/// How many bytes came; 0 or less: it failed.
+int SPI::transfer(int len) {
+  m_transfer.len = static_cast<uint32_t>(len);
+  const int res = std::min(m_device->transfer(m_fd_serial, m_transfer), len);
+  if (res <= 0) {
+    if (res == 0 || errno != EINTR) noteFailure();
+    return res;
+  }
+  m_first_failure_ns = 0;
+  if (m_failure_told && nowNs() - m_last_failure_ns > FAILURE_FORGOTTEN_NS) m_failure_told = false;
+  return res;
+}
+
+void SPI::noteFailure() {
+  m_last_failure_ns = nowNs();
+  if (m_first_failure_ns == 0) m_first_failure_ns = m_last_failure_ns;
+  if (m_last_failure_ns - m_first_failure_ns >= GONE_NS) m_device_gone = true;
+}
+
+/// Tells it once, however long it lasts, and keeps a failing device from making this thread spin.
+void SPI::readFailed(int res) {
+  const int error = errno;
+  if ((res == 0 || error != EINTR) && !std::exchange(m_failure_told, true)) {
+    if (res < 0) {
+      LOG.error("read error from ", logging::escaped(m_gnss_device), " errno = ", error, " ",
+                std::strerror(error));
+    } else {
+      LOG.error("read error");
+    }
+  }
+  sleepRestOfSlice(SHORTEST_PAUSE_NS);
+}
+
+std::span<const unsigned char> SPI::received(int len) const {
+  return std::span(m_rx_buffer).first(static_cast<size_t>(len));
+}
+
+}  // namespace ecu::koru::gpspub

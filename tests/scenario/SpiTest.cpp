@@ -1,0 +1,253 @@
+// The receiver on the SPI bus: the whole service and the simulated receiver, joined by transfers and a line.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "platform/Topics.h"
+#include "scenario/World.h"
+#include "support/FakeSpi.h"
+#include "support/Frames.h"
+#include "support/LogCapture.h"
+
+namespace {
+
+using namespace ecu::koru;
+using namespace test;
+using testing::HasSubstr;
+
+constexpr int64_t S = 1'000'000;
+constexpr int64_t US_PER_BYTE = 8;  // 1 MHz
+
+class SpiReceiver final : public FakeSpi {
+ public:
+  SpiReceiver(ScenarioTime& time, const sim::ReceiverOptions& options) : receiver(options), m_time(time) {}
+  sim::Receiver receiver;
+
+ private:
+  void exchange(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) override {
+    receiver.advance_to(m_time.now_us());
+    receiver.transfer(from_host, to_host);
+    m_time.advance_to_us(m_time.now_us() + US_PER_BYTE * static_cast<int64_t>(to_host.size()));
+  }
+  bool is_line_high() override {
+    receiver.advance_to(m_time.now_us());
+    return receiver.tx_ready_level();
+  }
+  bool waitForEdge(int timeout_us) override {
+    const int64_t end = m_time.now_us() + timeout_us;
+    while (is_line_high() && m_time.now_us() < end)
+      m_time.advance_to_us(std::clamp(receiver.next_byte_us(), m_time.now_us() + 1, end));
+    return !is_line_high();
+  }
+
+  ScenarioTime& m_time;
+};
+
+sim::ReceiverOptions onSpi(bool tx_ready = true, int rate_hz = 1) {
+  sim::ReceiverOptions options;
+  options.spi = true;
+  if (!tx_ready) options.tx_ready = 0;
+  options.rate_hz = rate_hz;
+  return options;
+}
+
+/// A world whose receiver is on SPI; `wire` lives as long as it.
+struct SpiWorld {
+  explicit SpiWorld(const sim::ReceiverOptions& options, const std::string& hwversion = "n2")
+      : world(
+            [&](World& made) {
+              auto device = std::make_unique<SpiReceiver>(made.time, options);
+              wire = device.get();
+              auto input = std::make_unique<gpspub::SPI>(std::move(device));
+              input->setGnssDeviceName(std::string(gpspub::SPI::DEVICE));
+              return input;
+            },
+            worldOptions(hwversion)) {}
+
+  static World::Options worldOptions(const std::string& hwversion) {
+    World::Options options;
+    options.hwversion = hwversion;
+    options.device = std::string(gpspub::SPI::DEVICE);
+    return options;
+  }
+  void at(double seconds, const std::function<void()>& action) {
+    world.time.at(static_cast<int64_t>(seconds * S), action);
+  }
+  SpiReceiver* wire = nullptr;
+  World world;
+};
+
+/// The longest time without an epoch between two times, seconds.
+double longestGap(const std::vector<Published>& published, double from_s, double to_s) {
+  double last = from_s, longest = 0;
+  for (const auto& [at_us, data] : published) {
+    const double at_s = static_cast<double>(at_us) / S;
+    if (data.nmea_size() < 4 || at_s < from_s || at_s > to_s) continue;
+    longest = std::max(longest, at_s - last);
+    last = at_s;
+  }
+  return std::max(longest, to_s - last);
+}
+
+/// The contents of the fixes of the 11th to the 20th second; when they left is polling's or the line's
+/// affair.
+std::vector<std::string> contents(const std::vector<Published>& published) {
+  std::vector<std::string> all;
+  for (const auto& [at_us, data] : published) {
+    const int64_t second = static_cast<int64_t>(data.utc_time_us() / S) % 60;
+    if (second <= 10 || second > 20) continue;
+    pb::GnssData values = data;
+    values.clear_timestamp_ns();
+    all.push_back(values.SerializeAsString());
+  }
+  return all;
+}
+
+size_t count(const std::string& text, const std::string& part) {
+  size_t times = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++times;
+  return times;
+}
+
+TEST(Spi, TheSameFixesAndGroupsWithAndWithoutTheLine) {
+  for (const int rate_hz : {1, 4}) {
+    std::vector<std::string> with_line;
+    for (const bool tx_ready : {true, false}) {
+      SpiWorld spi(onSpi(tx_ready, rate_hz), "zpt");
+      const auto published = spi.world.run(23);
+      EXPECT_EQ(spi.wire->line_waits_us.empty(), !tx_ready);
+      EXPECT_EQ(contents(published).size(), 10U * static_cast<unsigned>(rate_hz));
+      if (tx_ready) with_line = contents(published);
+      EXPECT_EQ(contents(published), with_line);
+      const auto& records = spi.world.bus->records();
+      for (const auto& topic : {topic::VP1_TX, topic::VP2_TX, topic::VDS_TX, topic::TD_TX, topic::P2C1_TX}) {
+        const auto sent = std::count_if(records.begin(), records.end(),
+                                        [&](const auto& record) { return record.topic == topic; });
+        EXPECT_TRUE(sent == 22 || sent == 23) << topic << " " << sent;
+      }
+    }
+  }
+}
+
+struct Commands final : sim::IReceiverObserver {
+  void on_command(int64_t /*at_us*/, const sim::UbxFrame& frame, bool intact) override {
+    if (!intact) ++corrupted;
+    ids.emplace_back(frame.id.message_class, frame.id.id);
+  }
+  std::vector<std::pair<int, int>> ids;
+  int corrupted = 0;
+};
+
+TEST(Spi, TheSequenceRunsToItsEnd) {
+  for (const bool tx_ready : {true, false}) {
+    auto options = onSpi(tx_ready);
+    options.power_up_defaults = true;  // no GST
+    options.antenna_supply = false;
+    SpiWorld spi(options);
+    Commands commands;
+    spi.wire->receiver.set_observer(&commands);
+    bool initialised = false;
+    spi.at(449, [&] { initialised = spi.world.service->ubloxConfig().isInitialised(); });
+    const auto published = spi.world.run(450);
+    EXPECT_TRUE(initialised);
+    EXPECT_EQ(commands.corrupted, 0);
+    ASSERT_FALSE(commands.ids.empty() || published.empty());
+    EXPECT_EQ(commands.ids.front(), std::pair(0x06, 0x00));
+    EXPECT_EQ(commands.ids.back(), std::pair(0x06, 0x08));
+    EXPECT_EQ(published.back().data.status(), 3);
+    EXPECT_TRUE(published.back().data.has_accuracy());
+    EXPECT_EQ(spi.wire->opens_ns.size(), 1U);
+  }
+}
+
+struct Fault {
+  const char* what;
+  void (*begin)(SpiReceiver&);
+  void (*end)(SpiReceiver&);
+  double begin_s;
+  double longest_gap_s;  ///< while it lasts
+  const char* told;      ///< once; nullptr: it is not
+};
+
+TEST(Spi, FaultsAreToldOnceAndEnd) {
+  constexpr double BEGIN_S = 80, END_S = 110;  // long after the antenna was set
+  constexpr double FOREVER = END_S - BEGIN_S;
+  constexpr auto mend_line = [](SpiReceiver& wire) { wire.line_stuck.reset(); };
+  constexpr auto mend_bus = [](SpiReceiver& wire) { wire.transfer_error = wire.open_error = 0; };
+  const Fault faults[] = {
+      {"no line", [](auto& wire) { wire.exported = wire.exportable = false; }, mend_line, 0, 1.2,
+       "Error to open /sys/class/gpio/export. errno = 2"},
+      {"stuck high at the start", [](auto& wire) { wire.line_stuck = '1'; }, mend_line, 0, 4, "lost: it ann"},
+      {"stuck high", [](auto& wire) { wire.line_stuck = '1'; }, mend_line, BEGIN_S, 4,
+       "lost: it announces nothing"},
+      {"stuck low at the start", [](auto& wire) { wire.line_stuck = '0'; }, mend_line, 0, 1.2, nullptr},
+      {"stuck low", [](auto& wire) { wire.line_stuck = '0'; }, mend_line, BEGIN_S, 1.2, nullptr},
+      {"unreadable", [](auto& wire) { wire.line_stuck = '?'; }, mend_line, BEGIN_S, 1.2,
+       "lost: it cannot be read"},
+      {"device missing", [](auto& wire) { wire.open_error = wire.transfer_error = ENODEV; }, mend_bus,
+       BEGIN_S, FOREVER, "read error from /dev/spidev2.0 errno = 19"},
+      {"transfers fail", [](auto& wire) { wire.transfer_error = EIO; }, mend_bus, BEGIN_S, FOREVER,
+       "read error from /dev/spidev2.0 errno = 5"}};
+  for (const Fault& fault : faults) {
+    SpiWorld spi(onSpi());
+    LogCapture log;
+    size_t transfers = 0;
+    if (fault.begin_s == 0) fault.begin(*spi.wire);
+    spi.at(fault.begin_s, [&] {
+      fault.begin(*spi.wire);
+      transfers = spi.wire->transfers.size();
+    });
+    spi.at(END_S, [&] {
+      transfers = spi.wire->transfers.size() - transfers;
+      fault.end(*spi.wire);
+    });
+    const auto published = spi.world.run(150);
+    const std::string text = log.take();
+    EXPECT_LE(longestGap(published, BEGIN_S, END_S), fault.longest_gap_s) << fault.what;
+    EXPECT_LE(longestGap(published, END_S + 2, 149.9), 2) << fault.what;
+    EXPECT_LE(transfers, 110 * (END_S - fault.begin_s)) << fault.what;
+    if (fault.told != nullptr) {
+      EXPECT_EQ(count(text, fault.told), 1U) << fault.what << text;
+    }
+    EXPECT_LE(count(text, " ERROR "), 4U) << text;
+    EXPECT_LE(spi.wire->opens_ns.size(), END_S - BEGIN_S + 2) << fault.what;
+  }
+}
+
+TEST(Spi, OneFailedTransferCostsNoFix) {
+  for (const bool tx_ready : {true, false}) {
+    SpiWorld spi(onSpi(tx_ready));
+    spi.at(10.03, [&] { spi.wire->transfer_error = EIO; });
+    spi.at(10.2, [&] { spi.wire->transfer_error = 0; });
+    EXPECT_LE(longestGap(spi.world.run(20), 5, 19.9), 1.3);
+    EXPECT_GT(spi.wire->failed_transfers, 0);
+    EXPECT_EQ(spi.wire->opens_ns.size(), 1U);
+  }
+}
+
+TEST(Spi, AnIdleServiceRarelyWakesUp) {
+  for (const bool tx_ready : {true, false}) {
+    auto options = onSpi(tx_ready);
+    options.faults.silence_s = 20;  // the last of 40
+    options.faults.silence_every_s = 40;
+    SpiWorld spi(options);
+    size_t before = 0, waits = 0;
+    const auto wakes = [&] { return spi.wire->line_waits_us.size() + spi.world.time.sleeps; };
+    spi.at(21, [&] {
+      spi.wire->receiver.set_mute(true);
+      before = wakes();
+      waits = spi.wire->line_waits_us.size();
+    });
+    spi.at(31, [&] {
+      EXPECT_LE(wakes() - before, tx_ready ? 1000U : 150U);
+      EXPECT_GE(wakes() - before, 90U);
+      EXPECT_EQ(spi.wire->line_waits_us.size() > waits, tx_ready);
+      spi.world.service->stop();
+    });
+    spi.world.run(32);
+  }
+}
+
+}  // namespace

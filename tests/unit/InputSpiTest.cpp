@@ -1,0 +1,220 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "input/SPI.h"
+#include "nmea/GnssUtils.h"
+#include "support/FakeSpi.h"
+#include "support/Frames.h"
+#include "support/LogCapture.h"
+
+using namespace ecu::koru;
+using namespace ecu::koru::gpspub;
+using namespace std::string_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr int64_t MS = 1'000'000;  // ns
+const std::string RMC = test::nmea("GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W");
+
+/// A receiver that has something to say, or nothing. Waiting in vain moves the clock.
+struct ToldReceiver final : test::FakeSpi {
+  std::string says;   ///< not clocked out yet
+  std::string heard;  ///< but 0xFF
+
+ private:
+  void exchange(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) override {
+    for (const uint8_t byte : from_host) {
+      if (byte != 0xFF) heard.push_back(static_cast<char>(byte));
+    }
+    const size_t count = std::min(says.size(), to_host.size());
+    std::fill(std::copy_n(says.begin(), count, to_host.begin()), to_host.end(), 0xFF);
+    says.erase(0, count);
+  }
+  bool is_line_high() override { return says.empty(); }
+  bool waitForEdge(int timeout_us) override {
+    time_source().sleep_ns(int64_t{timeout_us} * 1000);
+    return false;
+  }
+};
+
+struct Bus {
+  VirtualTime time;
+  ToldReceiver* wire = new ToldReceiver;  // owned by the input
+  SPI input{std::unique_ptr<ISpiDevice>(wire)};
+
+  Bus() {
+    set_time_source(&time);
+    input.setGnssDeviceName(std::string(SPI::DEVICE));
+  }
+  ~Bus() { set_time_source(nullptr); }
+  Bus& connected(bool control = false) {
+    EXPECT_TRUE(input.connect());
+    input.setTxReadyCheck(control);
+    return *this;
+  }
+  /// All that can be framed now; the LF that framing overwrites put back.
+  std::vector<std::string> items() {
+    std::vector<std::string> all;
+    while (input.waiting(20'000)) {
+      if (!input.read()) continue;
+      all.emplace_back(reinterpret_cast<const char*>(input.getBuffer()),
+                       static_cast<size_t>(input.getMessageLength()));
+      if (all.back().back() == '\0') all.back().back() = '\n';
+    }
+    return all;
+  }
+};
+
+TEST(InputSpiTest, WaitsInSlices) {
+  const struct {
+    int timeout_us;
+    bool control;
+    size_t count;
+    int64_t us;
+  } rows[] = {
+      {250'000, false, 3, 225'999}, {100'000, false, 1, 92'000},  {8'000, false, 1, 8'000}, {0, false, 0, 0},
+      {250'000, true, 25, 250'000}, {100'001, true, 11, 100'001}, {-1, true, 0, 0}};
+  for (const auto& row : rows) {
+    Bus bus;
+    bus.connected(row.control);
+    const int64_t begin_ns = bus.time.steady_ns();
+    EXPECT_FALSE(bus.input.waiting(row.timeout_us));
+    EXPECT_EQ(bus.wire->transfers, std::vector<uint32_t>(row.control ? 0 : row.count, 8));
+    EXPECT_EQ(bus.wire->line_waits_us.size(), row.control ? row.count : 0);
+    EXPECT_EQ(bus.time.steady_ns() - begin_ns, row.us * 1000) << row.timeout_us;
+  }
+  Bus bus;
+  bus.connected(true).wire->says = RMC;
+  EXPECT_TRUE(bus.input.waiting(100'000));
+  EXPECT_TRUE(bus.wire->line_waits_us.empty());
+}
+
+TEST(InputSpiTest, IdleBytesAreDataInsideAFrameAndDroppedBetweenItems) {
+  const std::string idle(3, '\xFF');
+  const std::string frame = test::ubx(6, 0x24, "\xFF\xFF\x04\x03"s + std::string(500, '\xFF') + "\x01");
+  for (const bool control : {false, true}) {
+    Bus bus;
+    bus.connected(control).wire->says = idle + RMC + idle + frame + RMC + idle + frame;
+    const std::string said = bus.wire->says;
+    EXPECT_THAT(bus.items(), ElementsAre(RMC, frame, RMC, frame));
+    EXPECT_FALSE(bus.input.read());  // drops the last item and reads once more
+    size_t clocked = 0;
+    for (const uint32_t length : bus.wire->transfers) clocked += length == 400 ? length : 0;
+    if (!control) clocked += 8;  // the poll that was not idle
+    EXPECT_EQ(bus.input.bytesDiscarded(), static_cast<long long>(clocked - 2 * (RMC.size() + frame.size())));
+  }
+}
+
+TEST(InputSpiTest, PollKeepsWhatItRead) {
+  Bus bus;
+  bus.connected().wire->says = "\xFF\xFF\xFF$GPRM"s;
+  EXPECT_TRUE(bus.input.waiting(100'000));
+  EXPECT_EQ(bus.input.getBytesWaiting(), 8);
+  EXPECT_EQ(bus.input.getBuffer()[0], 0xFF);
+}
+
+TEST(InputSpiTest, FullBufferIsDumpedBeforeATransfer) {
+  Bus bus;
+  bus.connected();
+  // A sync byte alone stops framing, so that all is kept.
+  bus.wire->says = "\xB5" + std::string(9599, 'x') + std::string(300, '\xFF');
+  for (int i = 0; i < 24; ++i) EXPECT_FALSE(bus.input.read());
+  EXPECT_EQ(bus.input.getBytesWaiting(), 9600);
+  EXPECT_TRUE(!bus.input.read() && bus.input.getBytesWaiting() == 10'000);
+  bus.wire->says = RMC;
+  EXPECT_TRUE(bus.input.read());
+  EXPECT_EQ(bus.input.getBytesWaiting(), 400);
+  EXPECT_EQ(bus.input.bytesDiscarded(), 10'000);
+}
+
+TEST(InputSpiTest, SetsTheLineUp) {
+  Bus bus;
+  bus.wire->exported = false;
+  const test::LogCapture log;
+  bus.connected();
+  EXPECT_THAT(bus.wire->written,
+              ElementsAre(test::FakeSpi::EXPORT + "=124", test::FakeSpi::LINE + "direction=in\0"s,
+                          test::FakeSpi::LINE + "edge=falling\0"s));
+  EXPECT_EQ(bus.input.readGpioTxRdyPin(), 1);
+  bus.wire->says = RMC;
+  EXPECT_EQ(bus.input.readGpioTxRdyPin(), 0);
+  bus.wire->line_stuck = '?';
+  EXPECT_EQ(bus.input.readGpioTxRdyPin(), -1);
+  bus.connected();
+  EXPECT_EQ(bus.wire->open_files(), 2U);  // the device, the line's value
+}
+
+TEST(InputSpiTest, LineThatCannotBeUsedIsToldOnceIn32AndLeavesPolling) {
+  const std::string value = "Error to open " + test::FakeSpi::LINE + "value";
+  const struct {
+    bool exported, exportable, settable;
+    std::string text;
+  } rows[] = {{false, false, true, "Error to open /sys/class/gpio/export. errno = 2"},
+              {false, false, true, "Path not configured. " + value},
+              {false, false, true, value + " errno = 2"},
+              {true, true, false, "Error writing 'in' to " + test::FakeSpi::LINE + "direction errno = 2"},
+              {true, true, false, "Error writing 'in' to " + test::FakeSpi::LINE + "edge errno = 2"}};
+  for (const auto& row : rows) {
+    Bus bus;
+    bus.wire->exported = row.exported;
+    bus.wire->exportable = row.exportable;
+    bus.wire->settable = row.settable;
+    {
+      test::LogCapture log;
+      for (int i = 0; i < 32; ++i) bus.connected();
+      const std::string text = log.take();
+      EXPECT_NE(text.find(row.text), std::string::npos) << text;
+      EXPECT_EQ(text.find(row.text), text.rfind(row.text)) << text;
+    }
+    EXPECT_EQ(bus.input.readGpioTxRdyPin(), -1);
+    bus.input.setTxReadyCheck(true);
+    bus.wire->says = RMC;
+    EXPECT_THAT(bus.items(), ElementsAre(RMC));
+    test::LogCapture log;
+    bus.connected();
+    EXPECT_THAT(log.take(), HasSubstr(row.text));
+  }
+}
+
+TEST(InputSpiTest, SendsAWholeMessageAndKeepsWhatCameBefore) {
+  const std::string command = test::ubx(6, 0, "");
+  const auto send = [](Bus& bus, const std::string& bytes) {
+    return bus.input.sendBinary(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                static_cast<int>(bytes.size()));
+  };
+  Bus bus;
+  bus.connected().wire->says = RMC;
+  EXPECT_EQ(send(bus, command), 8);
+  EXPECT_EQ(bus.wire->heard, command);
+  EXPECT_EQ(bus.wire->transfers.back(), 8U);
+  EXPECT_THAT(bus.items(), ElementsAre(RMC));
+  test::LogCapture log;
+  EXPECT_EQ(send(bus, std::string(4097, 'x')), -1);
+  bus.wire->transfer_error = EIO;
+  EXPECT_EQ(send(bus, command), -1);
+  const std::string text = log.take();
+  EXPECT_THAT(text, HasSubstr("Error sendBinary m_fd_serial 10 errno = " + std::to_string(EMSGSIZE)));
+  EXPECT_THAT(text, HasSubstr("Error sendBinary m_fd_serial 10 errno = " + std::to_string(EIO)));
+  EXPECT_EQ(bus.wire->heard, command);
+}
+
+TEST(InputSpiTest, FailingTransfersAreToldOncePausedAndGivenUpAfterASecond) {
+  Bus bus;
+  bus.connected();
+  test::LogCapture log;
+  const int64_t begin_ns = bus.time.steady_ns();
+  bus.wire->transfer_error = EIO;
+  while (!bus.input.isDeviceGone()) EXPECT_FALSE(bus.input.waiting(100'000) || bus.input.read());
+  EXPECT_GE(bus.time.steady_ns() - begin_ns, 1'000 * MS);
+  EXPECT_LE(bus.wire->failed_transfers, 25);
+  bus.wire->transfer_error = EINTR;  // no error
+  EXPECT_TRUE(bus.input.connect() && !bus.input.waiting(100'000) && !bus.input.isDeviceGone());
+  const std::string text = log.take();
+  const std::string told = "read error from /dev/spidev2.0 errno = 5 ";
+  EXPECT_NE(text.find(told), std::string::npos);
+  EXPECT_EQ(text.find(told), text.rfind(told)) << text;
+}
+
+}  // namespace
