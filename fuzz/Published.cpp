@@ -57,6 +57,9 @@ void check_published(com::MemoryTransport& bus) {
     require(message.valid && !message.retained, "a message is valid and not retained");
     if (topic == topic::GNSS_DATA) {
       check_fix(message);
+    } else if (topic == topic::GNSS_SOURCE) {
+      require(com::PbInternalMessageAdapter<pb::GnssSource>(1).deserialize(message).body.has_source(),
+              "the source is announced");
     } else if (topic == topic::SYSTIME_TD) {
       check_group(topic::TD_RX, message);
     } else {

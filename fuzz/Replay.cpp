@@ -1,9 +1,12 @@
-// Runs inputs through a target without a fuzzer: fuzz_replay TARGET PATH..., files and folders of files.
+// Runs inputs without a fuzzer: files that lie in a folder with the name of their target, and folders of such
+// folders.
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <map>
 #include <vector>
 
 #include "fuzz/FuzzTarget.h"
@@ -12,32 +15,41 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Aborts when the target does.
-void replay(const fuzz::Target& target, const fs::path& path) {
+/// Aborts when the target does; the last line then names the culprit.
+bool replay(const fs::path& path) {
+  const std::string name = path.parent_path().filename().string();
+  const fuzz::Target* const target = fuzz::find_target(name);
+  if (target == nullptr) {
+    std::cerr << path.string() << ": there is no target '" << name << "'\n";
+    return false;
+  }
   std::ifstream file(path, std::ios::binary);
   const std::vector<char> input{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  std::clog << path.string() << std::endl;  // the last line names a culprit
-  fuzz::run(target, {reinterpret_cast<const uint8_t*>(input.data()), input.size()});
+  std::clog << path.string() << std::endl;
+  fuzz::run(*target, {reinterpret_cast<const uint8_t*>(input.data()), input.size()});
+  return true;
+}
+
+std::vector<fs::path> files_below(const fs::path& path) {
+  if (!fs::is_directory(path)) return {path};
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::recursive_directory_iterator(path)) {
+    if (entry.is_regular_file()) files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const fuzz::Target* const target = argc > 1 ? fuzz::find_target(argv[1]) : nullptr;
-  if (target == nullptr) {
-    std::cerr << "usage: fuzz_replay TARGET PATH...\ntargets:";
-    for (const auto& each : fuzz::targets()) std::cerr << ' ' << each.name;
-    std::cerr << '\n';
-    return 2;
-  }
   int replayed = 0;
-  for (int i = 2; i < argc; ++i) {
-    if (!fs::is_directory(argv[i])) {
-      replay(*target, argv[i]), ++replayed;
-      continue;
+  for (int i = 1; i < argc; ++i) {
+    for (const auto& path : files_below(argv[i])) {
+      if (!replay(path)) return 2;
+      ++replayed;
     }
-    for (const auto& entry : fs::directory_iterator(argv[i])) replay(*target, entry.path()), ++replayed;
   }
-  std::cout << target->name << ": " << replayed << " inputs\n";
-  return replayed > 0 ? 0 : 1;
+  std::cout << replayed << " inputs\n";
+  return replayed > 0 ? 0 : 2;
 }

@@ -86,6 +86,12 @@ class Publisher final : public IEpochOwner {
   GnssPublishCAN m_can;
 };
 
+/// Only text passes framing.
+std::string framed(std::string body) {
+  for (char& c : body) c = c >= 0x20 && c <= 0x7E ? c : '\r';
+  return body;
+}
+
 }  // namespace
 
 /// The parser's number, the receiver's UTC flags, a sentence.
@@ -112,7 +118,7 @@ void epochs(Bytes bytes) {
     virtual_time().advance(int64_t{input.byte()} % 64 % 48 * 100'000'000);
     const int64_t now_us = GnssUtils::getMicrosecDuration(0);
     service.epoch.setDataTime(now_us, virtual_time().boot_ns());
-    std::string line = test::nmea(input.line());
+    std::string line = test::nmea(framed(input.line()));
     line.back() = '\0';  // as framing leaves it
     const std::span whole(reinterpret_cast<const unsigned char*>(line.data()), line.size());
     if (service.epoch.validateNmeaMessage(whole)) service.epoch.processNewNmeaString(38400);
