@@ -27,6 +27,10 @@ std::string byte(size_t value) {
   return {1, static_cast<char>(std::min<size_t>(value, 255))};
 }
 
+std::string numbered(std::string name, size_t number) {
+  return name.append(std::to_string(number));
+}
+
 class Folder {
  public:
   explicit Folder(fs::path root) : m_root(std::move(root)) {}
@@ -106,9 +110,9 @@ void add_streams(const Folder& folder, const std::string& name, const std::vecto
     script += byte(5) + byte(quads) + carry.substr(0, quads * 4);
     carry.erase(0, quads * 4);
   }
-  for (const int variant : {0, 1, 128}) {
+  for (const size_t variant : {size_t{0}, size_t{1}, size_t{128}}) {
     script[0] = static_cast<char>(variant);
-    folder.add("service", name + "-unit-" + std::to_string(variant), script);
+    folder.add("service", numbered(name + "-unit-", variant), script);
   }
 }
 
@@ -123,6 +127,31 @@ void add_sentences(const Folder& folder, const std::string& stream) {
   }
 }
 
+/// What a receiver of this kind does not send.
+void add_edges(const Folder& folder) {
+  constexpr std::array<std::string_view, 9> BODIES{
+      "GNRMC,123519.50,A,4807.03800,S,01131.00000,W,022.4,084.4,010169,,,A",
+      "GNRMC,235960.00,A,0000.00000,N,00000.00000,E,0,0,311268,,,A",
+      "GNRMC,120000,A,9999999.9,N,99999999.9,E,1e999,nan,290200,,,A",
+      "GNRMC,,V,,,,,,,,,,N",
+      "GNGGA,1,4807.038,N,01131.0,E,1,99999999999,0.9,1e999,M,,M,,",
+      "GNGGA,,,,,,/,,,inf,M,,M,,",
+      "GNGSA,A,9,,,,,,,,,,,,,nan,inf,-1",
+      "GNGST,1,,,,,1e308,-1,",
+      "GPTXT,01,01,02,text"};
+  std::string stream;
+  std::string lines;
+  for (const auto body : BODIES) {
+    stream += test::nmea(body);
+    lines += "1" + std::string(body) + "\n" +
+             (body.substr(2, 3) == "RMC" ? "1GNGST,,,,,,,,\n1GNGST,,,,,,,,\n1GNGST,,,,,,,,\n" : "");
+    folder.add("sentences", numbered("edge-", lines.size()), byte(0) + byte(7) + test::nmea(body));
+  }
+  folder.add("epochs", "edges", lines);
+  folder.add("framing", "edges",
+             byte(1) + byte(30) + stream + "$no end" + test::ubx(1, 2, std::string(5000, 'x')));
+}
+
 /// Each answer as an event of the target, and all of them in their order.
 void add_answers(const Folder& folder, const std::string& stream) {
   constexpr size_t ANY_KIND = 10;
@@ -133,7 +162,7 @@ void add_answers(const Folder& folder, const std::string& stream) {
     const std::string event = byte(ANY_KIND) + stream.substr(at + 2, 2) + byte(length) +
                               stream.substr(at + 6, std::min<size_t>(length, 255));
     all += event;
-    folder.add("ubx", "answer-" + std::to_string(at), byte(3) + event);
+    folder.add("ubx", numbered("answer-", at), byte(3) + event);
   }
   folder.add("ubx", "answers", all);
   const auto wait = [](size_t tenths) { return byte(200) + byte(tenths); };
@@ -169,10 +198,10 @@ void add_bus(const Folder& folder) {
                                           parameters.SerializeAsString()};
   std::string all;
   for (size_t i = 0; i < bodies.size(); ++i) {
-    folder.add("envelope", "body-" + std::to_string(i), byte(i) + byte(1) + bodies[i]);
+    folder.add("envelope", numbered("body-", i), byte(i) + byte(1) + bodies[i]);
     const std::string header =
         "\x09\x01\x00\x12\x00"s + byte(bodies[i].size()) + "\0\0\0\x11\1\2\3\4\5\6\7\0"s;
-    folder.add("envelope", "whole-" + std::to_string(i), byte(i) + byte(0) + header + bodies[i]);
+    folder.add("envelope", numbered("whole-", i), byte(i) + byte(0) + header + bodies[i]);
   }
   for (size_t topic = 0; topic < 10; ++topic) all += on_topic(topic, 2, "\x01");
   all += on_topic(2, 1, bodies[2]) + on_topic(10, 1, bodies[3]) + on_topic(11, 1, bodies[4]);
@@ -188,7 +217,7 @@ void add_can_frames(const Folder& folder) {
   std::string all;
   for (size_t i = 0; i < frames.size(); ++i) {
     all += on_topic(i, 2, frames[i]);
-    folder.add("can_input", "group-" + std::to_string(i), on_topic(i, 2, frames[i]) + byte(5));
+    folder.add("can_input", numbered("group-", i), on_topic(i, 2, frames[i]) + byte(5));
   }
   folder.add("can_input", "fixes", all + byte(5) + all + byte(5) + byte(5));
 }
@@ -229,6 +258,7 @@ int main(int argc, char** argv) {
   const std::string clean = joined(drive("", 1));
   add_sentences(folder, clean);
   add_answers(folder, clean);
+  add_edges(folder);
   add_bus(folder);
   add_can_frames(folder);
   add_files(folder);
