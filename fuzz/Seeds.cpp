@@ -148,6 +148,8 @@ void add_edges(const Folder& folder) {
     folder.add("sentences", numbered("edge-", lines.size()), byte(0) + byte(7) + test::nmea(body));
   }
   folder.add("epochs", "edges", lines);
+  folder.add("framing", "full-buffer", byte(1) + byte(250) + "\xB5" + std::string(11'000, 'x') + stream);
+  folder.add("framing", "over-long-line", byte(1) + byte(250) + "$" + std::string(5000, 'x') + stream);
   folder.add("framing", "edges",
              byte(1) + byte(30) + stream + "$no end" + test::ubx(1, 2, std::string(5000, 'x')));
 }
