@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 
 #include "nmea/GnssUtils.h"
 #include "platform/Logging.h"
@@ -51,7 +51,7 @@ void check_record(std::string_view record) {
                                                              std::erase(rest, '\n');
                                                              return rest;
                                                            }()));
-  if (!harmless) std::fwrite(record.data(), 1, record.size(), stderr);
+  if (!harmless) std::cerr << record << std::endl;
   require(harmless, "a log record holds printable text and dumps");
   require(record.size() <= MAX_RECORD, "a log record has an end");
 }
@@ -84,6 +84,7 @@ void run(const Target& target, Bytes input) {
   gpspub::GnssUtils::setLogFlags(log_all ? ~0U : 0U);
   target.run(input.empty() ? input : input.subspan(1));
   set_time_source(nullptr);
+  clock_cell() = nullptr;
 }
 
 VirtualTime& virtual_time() {
@@ -92,7 +93,7 @@ VirtualTime& virtual_time() {
 
 void require(bool holds, const char* promise) {
   if (holds) return;
-  static_cast<void>(std::fprintf(stderr, "\nbroken promise: %s\n", promise));
+  std::cerr << "\nbroken promise: " << promise << std::endl;
   std::abort();
 }
 
@@ -109,7 +110,7 @@ Bytes Input::take(size_t count) {
 
 std::string Input::line() {
   const auto end = std::find(m_bytes.begin(), m_bytes.end(), uint8_t{'\n'});
-  const auto line = text(take(static_cast<size_t>(end - m_bytes.begin())));
+  std::string line = text(take(static_cast<size_t>(end - m_bytes.begin())));
   static_cast<void>(byte());
   return line;
 }

@@ -1,7 +1,7 @@
 // The fuzzer's side: FUZZ_TARGET in the environment names the target.
 
-#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 
 #include "fuzz/FuzzTarget.h"
 
@@ -11,9 +11,9 @@ const fuzz::Target& chosen() {
   const char* const name = std::getenv("FUZZ_TARGET");
   const fuzz::Target* const found = fuzz::find_target(name != nullptr ? name : "");
   if (found != nullptr) return *found;
-  std::fputs("FUZZ_TARGET must be one of", stderr);
-  for (const auto& each : fuzz::targets()) std::fprintf(stderr, " %s", each.name.data());
-  std::fputs("\n", stderr);
+  std::cerr << "FUZZ_TARGET must be one of";
+  for (const auto& each : fuzz::targets()) std::cerr << ' ' << each.name;
+  std::cerr << '\n';
   std::exit(2);
 }
 

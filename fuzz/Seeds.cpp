@@ -66,7 +66,7 @@ std::vector<std::string> drive(const std::string& faults, int rate_hz, bool no_f
   if (!faults.empty()) options.faults = sim::parse_faults(faults);
   sim::Receiver receiver(options);
   std::vector<std::string> pieces;
-  for (int tenth = 1; tenth <= 25; ++tenth) {
+  for (int64_t tenth = 1; tenth <= 25; ++tenth) {
     receiver.advance_to(tenth * 100'000);
     std::string piece(receiver.available(), '\0');
     receiver.read({reinterpret_cast<uint8_t*>(piece.data()), piece.size()});

@@ -24,7 +24,7 @@ namespace {
 constexpr std::array PARSERS{GnssUtils::parseRMCString, GnssUtils::parseGGAString, GnssUtils::parseGSAString,
                              GnssUtils::parseGSTString};
 
-void check_record(GnssInfo info) {
+void check_record(const GnssInfo& info) {
   require(info.m_num_satellites >= -1, "satellites are counted");
   require(info.m_utc_tm.tm_mday == 0 || isCalendarTime(info.m_utc_tm), "a date is one of the calendar");
   require(info.m_utc_tm.tm_mday == 0 || (info.m_utc_tm.tm_year >= 69 && info.m_utc_tm.tm_year <= 168),

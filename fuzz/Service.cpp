@@ -28,7 +28,7 @@ void plan(test::World& world, test::Script& script, int64_t at_us, Input& input)
                           topic::TD_RX};
   const uint8_t kind = input.byte();
   if (kind < 0xA0) {
-    script.add(at_us, text(input.take(kind * 4U)));
+    script.add(at_us, text(input.take(size_t{kind} * 4)));
   } else if (kind < 0xE0) {
     const auto form = input.byte();
     const Bytes payload = input.take(form % 32);
@@ -70,7 +70,8 @@ void service(Bytes bytes) {
   if (variant >= 128) world.service->disableHardwareInit();
 
   int64_t at_us = 0;
-  while (!input.empty() && at_us < MAX_SCRIPT_US) plan(world, script, at_us += input.byte() * 20'000, input);
+  while (!input.empty() && at_us < MAX_SCRIPT_US)
+    plan(world, script, at_us += int64_t{input.byte()} * 20'000, input);
   const auto end_us = at_us + AFTERWARDS_US;
   static_cast<void>(world.run(static_cast<double>(end_us) / 1e6));
 
