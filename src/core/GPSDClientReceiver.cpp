@@ -147,11 +147,11 @@ void GPSDClient::sendFrameIfDue() {
   sendAndCountFrame();
 }
 
-/// The published fix goes to the vehicle's buses, which clears it: its second is taken before.
+/// The published fix goes to the vehicle's buses, which clears it: its time is taken before.
 void GPSDClient::sendAndCountFrame() {
-  const auto second = static_cast<uint8_t>(m_epoch.infoSent().m_utc_tm.tm_sec);
-  if (m_publish_can) sendGpsOnCan();
-  m_epoch.frameSent(GnssUtils::getMicrosecDuration(0), second);
+  const std::tm utc = m_epoch.infoSent().m_utc_tm;
+  if (m_publish_can && !m_epoch.isSecondSent()) sendGpsOnCan();
+  m_epoch.frameSent(GnssUtils::getMicrosecDuration(0), utc);
 }
 
 void GPSDClient::sendGpsOnCan() {

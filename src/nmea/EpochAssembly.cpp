@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "nmea/GnssUtils.h"
+#include "nmea/UtcCalendar.h"
 
 namespace ecu::koru::gpspub {
 
@@ -18,6 +19,11 @@ constexpr size_t MIN_COMPLETE_SENTENCES = 4;
 constexpr size_t MAX_SENTENCES = 100;
 constexpr int64_t BITS_PER_BYTE_MS = 10'000;  // 10 bits a byte, times 1000 ms a second
 constexpr int64_t NS_PER_MS = 1'000'000;
+
+/// The UTC second of a record's time; -1 without a date.
+int64_t utcSecond(const std::tm& utc) {
+  return utc.tm_mday != 0 ? secondsSinceEpoch(utc) : -1;
+}
 
 /// The three characters behind the talker: "RMC".
 std::string_view sentenceType(std::string_view sentence) {
@@ -167,9 +173,10 @@ bool EpochAssembly::isFrameDue(int64_t now_us) const {
   return isTimeoutToSendFrame(now_us);
 }
 
-void EpochAssembly::frameSent(int64_t now_us, uint8_t second) {
+void EpochAssembly::frameSent(int64_t now_us, const std::tm& utc) {
   m_frame_sent_time_stamp = now_us;
-  m_frame_second = second;
+  m_frame_second = static_cast<uint8_t>(utc.tm_sec);
+  if (const int64_t second = utcSecond(utc); second != -1) m_sent_utc_s = second;
   m_frame_published = false;
   m_sent_epoch_complete = std::exchange(m_epoch_complete, false);
 }
@@ -179,6 +186,9 @@ void EpochAssembly::rotate(uint8_t receiver_flag) {
   m_GST_received = false;
   m_RMC_received = false;
   m_gnss_info_sent = m_gnss_info;
+  const int64_t second = utcSecond(m_gnss_info.m_utc_tm);
+  m_second_sent = second != -1 && second == m_sent_utc_s &&
+                  m_frame_start_time - m_frame_sent_time_stamp <= SILENCE_TIMEOUT_US;
   m_frame_published = true;
   m_gnss_info.clear();
   m_gnss_info.m_receiver_flag = receiver_flag;

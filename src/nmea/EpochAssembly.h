@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <span>
 #include <string>
 #include <vector>
@@ -43,8 +44,11 @@ class EpochAssembly {
   /// isTimeoutToSendFrame() with patience: silence right after a complete epoch counts only after 1.3 s,
   /// because the next burst may arrive some milliseconds late.
   [[nodiscard]] bool isFrameDue(int64_t now_us) const;
-  /// The frame counts as sent now; `second` is the seconds value of the record that was sent.
-  void frameSent(int64_t now_us, uint8_t second);
+  /// True when the published fix is of the UTC second that left last, and began within a second of it: the
+  /// buses carry the first one only. Later than that the receiver's clock stands, and its fix counts.
+  [[nodiscard]] bool isSecondSent() const { return m_second_sent; }
+  /// The frame counts as sent now; `utc` is the time of the record that was sent.
+  void frameSent(int64_t now_us, const std::tm& utc);
 
   /// Ends the epoch: the record moves to the published one, the sentences are dropped, the live record starts
   /// anew.
@@ -87,6 +91,8 @@ class EpochAssembly {
   int64_t m_frame_sent_time_stamp = 0;
   bool m_frame_published = false;
   uint8_t m_frame_second = 0xFF;
+  int64_t m_sent_utc_s = -1;           // of the dated frame sent last
+  bool m_second_sent = false;          // and what was published last is of that second too
   bool m_epoch_complete = false;       // what was published last was closed by its GST
   bool m_sent_epoch_complete = false;  // and so was the frame sent last
 };

@@ -134,7 +134,7 @@ std::string DbcScanner::shown() const {
   if (at_end()) return "the end of the file";
   const std::string_view rest = m_text.substr(m_position, MAX_SHOWN);
   const auto* const end = std::find_if(rest.begin(), rest.end(), isBlank);
-  return logging::text("'", rest.substr(0, static_cast<size_t>(end - rest.begin())), "'");
+  return logging::text("'", logging::escaped(rest.substr(0, static_cast<size_t>(end - rest.begin()))), "'");
 }
 
 void DbcScanner::fail_expected(std::string_view what) const {

@@ -85,18 +85,34 @@ TEST(Buses, EachSecondsFirstFixGoesOutOnceInOrder) {
   };
   std::vector<std::pair<int64_t, std::string>> four_hertz;
   std::vector<std::pair<int64_t, std::string>> ten_hertz;
+  four_hertz.reserve(12);
   for (int i = 0; i < 12; ++i) {
     four_hertz.emplace_back(300 + 250 * i, epoch(1 + i / 4, "RMC GGA GSA GST", i % 4 * 25));
   }
+  ten_hertz.reserve(30);
   for (int i = 0; i < 30; ++i) {
     ten_hertz.emplace_back(300 + 100 * i, epoch(1 + i / 10, "RMC GGA GSA GST", i % 10 * 10));
   }
+  auto first_lost = four_hertz;
+  first_lost.erase(first_lost.begin() + 4);
   const std::vector<Case> cases{
       {"1 Hz", {{300, epoch(1)}, {1300, epoch(2)}, {2300, epoch(3)}}, {300, 1300, 2300}},
       {"4 Hz", four_hertz, {300, 1300, 2300}},
       {"10 Hz", ten_hertz, {300, 1300, 2300}},
       // The lost second leaves 1.3 s after the fix before it, with status 1.
       {"missed epoch", {{300, epoch(1)}, {2300, epoch(3)}}, {300, 1700, 2300}},
+      {"4 Hz, first fix of a second lost", first_lost, {300, 1550, 2300}},
+      // The epoch is over with the next GST, more than a second after the fix that left.
+      {"GST and RMC lost",
+       {{300, epoch(1)},
+        {1050, epoch(1, "RMC GGA GSA GSA", 75)},
+        {1303, epoch(2, "GGA GSA GST")},
+        {1550, epoch(2)}},
+       {300, 1550}},
+      // Without its RMC a fix has no date and leaves at once; the next one is of a second that has left.
+      {"RMC lost",
+       {{300, epoch(1)}, {550, epoch(1, "GGA GSA GSA GST", 25)}, {800, epoch(1)}, {1300, epoch(2)}},
+       {300, 550, 1300}},
       {"no epoch at all", {}, {1100, 2200}},
       {"the same second twice", {{300, epoch(1)}, {800, epoch(1)}, {1300, epoch(2)}}, {300, 1300}}};
   for (const Case& tested : cases) {
@@ -212,6 +228,7 @@ struct Peer {
 /// ms and status of each publication.
 std::vector<std::pair<int64_t, int>> cadence(const std::vector<Published>& published) {
   std::vector<std::pair<int64_t, int>> rows;
+  rows.reserve(published.size());
   for (const auto& [at_us, data] : published) rows.emplace_back(at_us / MS, data.status());
   return rows;
 }
@@ -306,6 +323,16 @@ TEST(CanInput, NothingFromBeforeIsANewFix) {
     EXPECT_FALSE(published.at(i).data.has_latitude());
     EXPECT_GT(published.at(i).at_us, 5 * S);
   }
+}
+
+TEST(CanInput, DateThatCameAsTheBrokerWentIsNotUsedAfterwards) {
+  Script nothing;
+  World world(nothing, unitB());
+  const Peer peer(world);
+  world.time.at(900 * MS, [&] { world.bus->set_connected(false); });
+  peer.fix(1000 * MS, 1);
+  world.time.at(1500 * MS, [&] { world.bus->set_connected(true); });
+  EXPECT_THAT(cadence(world.run(4)), ElementsAre(std::pair(2700, 2), std::pair(3699, 2)));
 }
 
 TEST(CanInput, StopEndsItsWait) {

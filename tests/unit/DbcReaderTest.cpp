@@ -60,6 +60,8 @@ TEST(DbcReaderTest, WhatCannotBeUsedIsNamedWithItsLine) {
       {with("0|8@1", "0|8@2"), 4, "expected '1', found '2+'"},
       {with("@1+ (0.5,-3)", "@1+"), 4, "expected '(', found '[0|1]'"},
       {with(" [0|1] \"m\" B", ""), 4, "expected '[', found the end of the line"},
+      {with("USED: 8", "USED\x01: 8"), 3, "expected ':', found '\\x01:'"},
+      {with("USED: 8", std::string("USED\0: 8", 8)), 3, "found '\\x00:'"},
       {with("USED: 8", "USED: 65"), 3, "message USED is longer than 64 bytes"},
       {with("USED: 8 A", "USED: 8"), 4, "expected a statement, found 'a'"},
       {with("2566845438 USED", "4294967296 USED"), 3, "expected a message id, found '4294967296'"},

@@ -52,6 +52,12 @@ struct Service final : IEpochOwner {
   }
 };
 
+std::tm atSecond(int second) {
+  std::tm utc{};
+  utc.tm_sec = second;
+  return utc;
+}
+
 }  // namespace
 
 TEST(NmeaEpochTest, PublishesWhenAnEpochIsComplete) {
@@ -66,7 +72,7 @@ TEST(NmeaEpochTest, PublishesWhenAnEpochIsComplete) {
                                                               {"RMC GGA +1000 RMC GGA GSA", {}}};
   for (const auto& [script, published] : rows) {
     Service service;
-    service.epoch.frameSent(service.now_us, 0);
+    service.epoch.frameSent(service.now_us, atSecond(0));
     service.play(script);
     EXPECT_EQ(service.published, published) << script;
   }
@@ -123,7 +129,7 @@ TEST(NmeaEpochTest, KnowsWhenAFrameIsDue) {
     Service service;
     service.play(row.before);
     const int64_t sent_us = service.now_us;
-    service.epoch.frameSent(sent_us, 19);
+    service.epoch.frameSent(sent_us, atSecond(19));
     service.play(row.after);
     const auto due = [&](int64_t us) { return service.epoch.isTimeoutToSendFrame(sent_us + us); };
     const auto patient = [&](int64_t us) { return service.epoch.isFrameDue(sent_us + us); };
@@ -136,14 +142,14 @@ TEST(NmeaEpochTest, ANewSecondGoesAtOnceAndPatienceIsForOneBurst) {
   Service service;
   service.play("RMC GGA GSA GST");
   EXPECT_TRUE(service.epoch.isFrameDue(service.now_us));  // second 19 was not sent yet
-  service.epoch.frameSent(service.now_us, 19);
+  service.epoch.frameSent(service.now_us, atSecond(19));
   service.play("+250 RMC GGA GSA GST");
   EXPECT_FALSE(service.epoch.isFrameDue(service.now_us));  // 4 Hz: the same second
   service.play("+250 RMC GGA GSA GST", "20");
   EXPECT_TRUE(service.epoch.isFrameDue(service.now_us));
-  service.epoch.frameSent(service.now_us, 20);
+  service.epoch.frameSent(service.now_us, atSecond(20));
   service.publishGnssData();  // nothing arrived: an empty fix
-  service.epoch.frameSent(service.now_us, 20);
+  service.epoch.frameSent(service.now_us, atSecond(20));
   EXPECT_TRUE(service.epoch.isFrameDue(service.now_us + 1'000'001));
 
   service.play("GST RMC GGA");

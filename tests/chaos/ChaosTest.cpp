@@ -1,0 +1,189 @@
+// The real service for a long time among everything that can go wrong around it: a seeded schedule of faults,
+// after each of which it must publish valid fixes again within the time that is promised, with nothing
+// leaked.
+//
+// SATNAVD_CHAOS_SECONDS: how long (20); SATNAVD_CHAOS_SEED: which schedule (1).
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "chaos/World.h"
+
+namespace {
+
+using test::chaos::MS;
+using test::chaos::World;
+
+constexpr int64_t S = 1000 * MS;
+constexpr long GROWTH_KIB = 3 * 1024;
+
+struct Fault {
+  const char* name;
+  void (World::*begin)();
+  void (World::*end)();
+  int shortest_ms, longest_ms;  // how long it lasts
+  /// Valid fixes again after its end, and how much longer for each time that it lasted (back-off).
+  int promise_ms;
+  int grows = 0;
+  /// Status 1 from so long after its beginning; 0: not at all.
+  int silent_after_ms = 0;
+};
+
+/// The receiver is used as it is.
+const std::vector<Fault> ROAD_FAULTS = {
+    {"broker killed", &World::kill_broker, &World::start_broker, 0, 6000, 3000, 1},
+    {"broker frozen", &World::freeze_broker, &World::thaw_broker, 500, 8000, 2000},
+    {"broker accepts and never answers", &World::mute_broker, &World::start_broker, 2000, 8000, 3000, 1},
+    {"receiver unplugged", &World::unplug, &World::plug_in, 0, 5000, 4000, 0, 2500},
+    {"receiver at another rate", &World::wrong_baud, &World::plug_in, 1000, 5000, 6000},
+    {"corrupt line", &World::bad_line, &World::plug_in, 1000, 6000, 6000},
+    {"flood of garbage", &World::flood, &World::plug_in, 1000, 5000, 7000, 0, 2500},
+    {"deaf subscriber", &World::deaf_subscriber, &World::hear_again, 1000, 5000, 2000},
+    {"hostile bytes", &World::hostile_bytes, &World::calm_down, 1000, 4000, 8000},
+    {"clock stepped", &World::step_clock, &World::nothing, 0, 1000, 2000},
+    {"GNSS switched off", &World::gnss_off, &World::gnss_on, 100, 8000, 8000},
+};
+
+/// The receiver is found, configured and silenced. A cold start takes its antenna away for 24 s.
+const std::vector<Fault> CONTROL_FAULTS = {
+    {"receiver power-cycled", &World::power_cycle, &World::nothing, 0, 0, 140'000},
+    {"radio silence", &World::blackout, &World::wake_up, 2000, 8000, 140'000},
+    {"receiver at another rate", &World::wrong_baud, &World::nothing, 0, 0, 140'000},
+    {"hostile bytes", &World::hostile_bytes, &World::calm_down, 1000, 4000, 140'000},
+    {"receiver unplugged", &World::unplug, &World::plug_in, 3000, 5000, 140'000, 0, 2500},
+};
+
+int setting(const char* name, int otherwise) {
+  const char* const text = std::getenv(name);
+  return text != nullptr ? std::atoi(text) : otherwise;
+}
+
+class Chaos {
+ public:
+  /// `calm` is the longest time between two faults; `age` is how old an epoch's UTC may be when its fix is
+  /// sent.
+  Chaos(bool control, const std::vector<Fault>& faults, int64_t start_ns, int64_t calm_ns, int64_t age_ns)
+      : m_world({control, static_cast<unsigned>(setting("SATNAVD_CHAOS_SEED", 1))}),
+        m_faults(faults),
+        m_start_ns(start_ns),
+        m_calm_ns(calm_ns),
+        m_age_ns(age_ns) {}
+
+  void run() {
+    const int64_t end_ns = now() + setting("SATNAVD_CHAOS_SECONDS", 20) * S;
+    start();
+    EXPECT_LT(std::abs(m_world.clock_shift_us()), 2'000'000) << "the clock was not set from the receiver";
+    for (std::vector<const Fault*> deck; now() < end_ns && !testing::Test::HasFailure();) {
+      if (deck.empty()) deck = shuffled();
+      happen(*deck.back());
+      deck.pop_back();
+    }
+    EXPECT_EQ(m_world.stop_service(), 0) << log();
+    check_fixes();
+  }
+
+ private:
+  static int64_t now() { return test::clock_ns(CLOCK_BOOTTIME); }
+  int64_t between(int64_t first, int64_t last) {
+    return std::uniform_int_distribution<int64_t>(first, last)(m_world.random());
+  }
+  std::string log() {
+    const std::string text = m_world.service().err();
+    return text.substr(text.size() - std::min<size_t>(text.size(), 5000));
+  }
+  std::vector<const Fault*> shuffled() {
+    std::vector<const Fault*> deck;
+    for (const auto& fault : m_faults) deck.push_back(&fault);
+    std::shuffle(deck.begin(), deck.end(), m_world.random());
+    return deck;
+  }
+
+  void start() {
+    m_world.start_service();
+    recovers("start", now(), m_start_ns);
+    m_first = m_world.resources();
+  }
+
+  /// Two valid fixes that were sent from now on.
+  void recovers(const std::string& what, int64_t since_ns, int64_t promise_ns) {
+    const bool in_time =
+        test::eventually([&] { return m_world.bus().count_since(since_ns, test::VALID) >= 2; },
+                         static_cast<int>(promise_ns / MS));
+    std::printf("%-34s  valid again after %6lld ms, promised %6lld\n", what.c_str(),
+                static_cast<long long>((now() - since_ns) / MS), static_cast<long long>(promise_ns / MS));
+    std::fflush(stdout);
+    EXPECT_TRUE(in_time) << what << "\n" << log();
+  }
+
+  void happen(const Fault& fault) {
+    std::this_thread::sleep_for(std::chrono::nanoseconds(between(0, m_calm_ns)));
+    const int64_t begin_ns = now();
+    const int64_t lasts_ns = between(fault.shortest_ms, fault.longest_ms) * MS;
+    (m_world.*fault.begin)();
+    const bool stop = between(0, 3) == 0;
+    std::this_thread::sleep_for(std::chrono::nanoseconds(stop ? between(0, lasts_ns) : lasts_ns));
+    const int64_t silent_ns = begin_ns + fault.silent_after_ms * MS;
+    if (fault.silent_after_ms > 0 && !stop && now() > silent_ns + 1500 * MS) {
+      EXPECT_GE(m_world.bus().count_since(silent_ns, test::NOTHING_KNOWN), 1) << fault.name << "\n" << log();
+      EXPECT_EQ(m_world.bus().count_since(silent_ns, test::VALID), 0) << fault.name << "\n" << log();
+    }
+    if (stop) {
+      EXPECT_EQ(m_world.stop_service(), 0) << fault.name << " and SIGTERM\n" << log();
+      (m_world.*fault.end)();
+      start();
+      return;
+    }
+    (m_world.*fault.end)();
+    EXPECT_TRUE(m_world.service().running()) << fault.name << "\n" << log();
+    const int64_t end_ns = now();
+    recovers(fault.name, end_ns, fault.promise_ms * MS + fault.grows * (end_ns - begin_ns));
+    check_resources(fault.name);
+  }
+
+  void check_resources(const char* name) {
+    test::chaos::Resources present;
+    EXPECT_TRUE(test::eventually(
+        [&] {
+          present = m_world.resources();
+          return present.descriptors == m_first.descriptors && present.threads == m_first.threads;
+        },
+        2000))
+        << name << ": " << present.descriptors << " descriptors, " << present.threads
+        << " threads; at the start " << m_first.descriptors << ", " << m_first.threads;
+    EXPECT_LE(present.resident_kib, m_first.resident_kib + GROWTH_KIB) << name;
+  }
+
+  /// Each valid fix is of a new epoch and was sent while that was the present one.
+  void check_fixes() {
+    const int64_t boot_utc_ns = test::clock_ns(CLOCK_REALTIME) - now();
+    int64_t before_us = 0, oldest_ns = 0, count = 0;
+    for (const auto& fix : m_world.bus().fixes()) {
+      if (fix.status != test::VALID) continue;
+      ++count;
+      EXPECT_GT(fix.utc_us, before_us) << "an epoch was sent twice";
+      const int64_t age_ns = fix.sent_ns + boot_utc_ns - fix.utc_us * 1000;
+      EXPECT_LE(age_ns, m_age_ns) << "an old fix was sent as new, " << fix.utc_us;
+      oldest_ns = std::max(oldest_ns, age_ns);
+      before_us = fix.utc_us;
+    }
+    std::printf("%lld valid fixes, each once, the oldest sent %lld ms after its epoch's time\n",
+                static_cast<long long>(count), static_cast<long long>(oldest_ns / MS));
+  }
+
+  World m_world;
+  const std::vector<Fault>& m_faults;
+  const int64_t m_start_ns;
+  const int64_t m_calm_ns;
+  const int64_t m_age_ns;
+  test::chaos::Resources m_first;
+};
+
+TEST(Chaos, TheRoadOfAFixSurvivesEverythingAroundIt) {
+  Chaos(false, ROAD_FAULTS, 10 * S, 2 * S, 1 * S).run();
+}
+
+TEST(Chaos, TheReceiverIsFoundAndWokenWhateverHappens) {
+  Chaos(true, CONTROL_FAULTS, 130 * S, 40 * S, 2500 * MS).run();
+}
+
+}  // namespace

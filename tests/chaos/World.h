@@ -1,0 +1,108 @@
+#pragma once
+
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "chaos/Bus.h"
+#include "support/Broker.h"
+#include "system/SatnavdTest.h"
+
+namespace test::chaos {
+
+inline constexpr int64_t MS = 1'000'000;  // ns
+
+/// Does something again and again on a thread of its own, until it is destroyed.
+class Meanwhile {
+ public:
+  template <typename Function>
+  explicit Meanwhile(Function step)
+      : m_thread([this, step] {
+          while (!m_stop) step();
+        }) {}
+  ~Meanwhile() {
+    m_stop = true;
+    m_thread.join();
+  }
+  Meanwhile(const Meanwhile&) = delete;
+  Meanwhile& operator=(const Meanwhile&) = delete;
+
+ private:
+  std::atomic<bool> m_stop{false};
+  std::thread m_thread;
+};
+
+/// What the service has of the system.
+struct Resources {
+  size_t descriptors = 0;
+  size_t threads = 0;
+  long resident_kib = 0;
+};
+
+/// A vehicle in which everything can go wrong: broker, rest of the unit, receiver, system clock, and the
+/// service among them. Each fault is a pair of functions, its beginning and its end.
+class World {
+ public:
+  struct Setting {
+    bool control;  ///< the service configures and supervises the receiver
+    unsigned seed;
+  };
+  explicit World(Setting setting);
+
+  void start_service();
+  /// The exit status of a stop by SIGTERM; nothing when it takes more than two seconds.
+  std::optional<int> stop_service();
+  [[nodiscard]] Process& service() { return *m_service; }
+  [[nodiscard]] const Bus& bus() const { return m_bus; }
+  [[nodiscard]] Resources resources() const;
+  std::mt19937& random() { return m_random; }
+  /// The microseconds by which the service's clock differs from the machine's.
+  [[nodiscard]] int64_t clock_shift_us() const;
+
+  void nothing() {}
+  void kill_broker();
+  void freeze_broker();
+  void mute_broker();
+  void thaw_broker();
+  void start_broker();
+  void unplug();
+  void plug_in();
+  void power_cycle();
+  void wrong_baud();
+  void bad_line();
+  void flood();
+  void deaf_subscriber();
+  void hear_again();
+  void hostile_bytes();
+  void calm_down();
+  void step_clock();
+  void gnss_off();
+  void gnss_on();
+  void blackout();
+  void wake_up();
+
+ private:
+  void start_receiver(const std::vector<std::string>& options);
+  void start_unit();
+  [[nodiscard]] int any(int first, int last);
+  [[nodiscard]] std::string any_bytes(size_t longest);
+  [[nodiscard]] std::string any_payload();
+
+  const bool m_control;
+  std::mt19937 m_random;
+  const TempDir m_folder;
+  const std::string m_device;
+  const std::string m_clock;
+  Broker m_broker;
+  std::unique_ptr<MuteBroker> m_mute;
+  Bus m_bus;
+  std::unique_ptr<Process> m_unit;
+  std::unique_ptr<Process> m_receiver;
+  std::unique_ptr<Process> m_service;
+  std::unique_ptr<Meanwhile> m_meanwhile;
+  int m_deaf = -1;
+};
+
+}  // namespace test::chaos
