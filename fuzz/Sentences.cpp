@@ -70,10 +70,10 @@ class Publisher final : public IEpochOwner {
   void send_if_due(int64_t now_us) {
     if (!epoch.isFrameDue(now_us)) return;
     if (!epoch.framePublished()) publishGnssData();
-    const auto second = static_cast<uint8_t>(epoch.infoSent().m_utc_tm.tm_sec);
-    m_can.publishFrame(m_client, epoch.infoSent(), epoch.sentences());
+    const std::tm utc = epoch.infoSent().m_utc_tm;
+    if (!epoch.isSecondSent()) m_can.publishFrame(m_client, epoch.infoSent(), epoch.sentences());
     epoch.infoSent().clear();
-    epoch.frameSent(now_us, second);
+    epoch.frameSent(now_us, utc);
     require(!epoch.isFrameDue(now_us), "a frame that was sent is no longer due");
   }
 
