@@ -222,6 +222,15 @@ void add_can_frames(const Folder& folder) {
     folder.add("can_input", numbered("group-", i), on_topic(i, 2, frames[i]) + byte(5));
   }
   folder.add("can_input", "fixes", all + byte(5) + all + byte(5) + byte(5));
+  std::string no_dates = all;
+  for (size_t at = 0; at < 6; ++at) {
+    for (const char value : {'\0', '\x3D', '\xFA'}) {
+      std::string date = frames[4];
+      date[at] = value;
+      no_dates += on_topic(4, 2, date) + byte(5);
+    }
+  }
+  folder.add("can_input", "no-dates", no_dates);
 }
 
 void add_files(const Folder& folder) {
