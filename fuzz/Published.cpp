@@ -16,7 +16,7 @@ using namespace ecu::koru;
 
 namespace {
 
-constexpr uint64_t END_OF_2068_US =
+constexpr uint64_t END_OF_2235_US =
     3'124'224'002'000'000;  // with the leap seconds that a calendar time may have
 
 void check_fix(const com::Message& message) {
@@ -29,7 +29,7 @@ void check_fix(const com::Message& message) {
   }
   require(fix.status() >= 1 && fix.status() <= 3, "the status is 1 to 3");
   require(fix.num_satellites() >= 0, "satellites are counted");
-  require(fix.utc_time_us() < END_OF_2068_US, "UTC lies between 1970 and 2068");
+  require(fix.utc_time_us() < END_OF_2235_US, "UTC lies between 1970 and 2235");
   require(fix.timestamp_ns() <= message.timestamp_ns, "a fix began before it was published");
   for (const std::string& sentence : fix.nmea()) {
     require(sentence.starts_with("$") && sentence.ends_with("\r\n"), "a sentence is whole");

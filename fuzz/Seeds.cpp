@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 
 /// 0 to 255 as a byte of an input.
 std::string byte(size_t value) {
-  return {1, static_cast<char>(std::min<size_t>(value, 255))};
+  return std::string(1, static_cast<char>(std::min<size_t>(value, 255)));
 }
 
 std::string numbered(std::string name, size_t number) {
