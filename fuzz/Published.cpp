@@ -16,8 +16,8 @@ using namespace ecu::koru;
 
 namespace {
 
-constexpr uint64_t END_OF_2235_US =
-    3'124'224'002'000'000;  // with the leap seconds that a calendar time may have
+// The year of the time/date group ends here; that of a sentence ends in 2068.
+constexpr uint64_t END_OF_2235_US = 8'394'105'600'000'000;
 
 void check_fix(const com::Message& message) {
   const auto result = com::PbInternalMessageAdapter<pb::GnssData>(1).deserialize(message);
