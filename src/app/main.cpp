@@ -18,6 +18,7 @@
 #include "core/GPSDClient.h"
 #include "nmea/GnssUtils.h"
 #include "platform/Configuration.h"
+#include "platform/ServiceManager.h"
 #include "platform/Transport.h"
 #include "platform/Variables.h"
 
@@ -176,6 +177,7 @@ int main(int argc, char** argv) {
   stopCell() = service.get();
   if (options.debug_flags != DEFAULT_DEBUG_FLAGS) service->enableLoggingControl();
   gpspub::applyConfiguration(options, *config, *service);
+  service->setServiceManager(ServiceManager::from_environment());
   logBanner();
 
   service->run();

@@ -56,8 +56,10 @@ GPSDClient::~GPSDClient() {
 }
 
 void GPSDClient::run() {
+  m_service_manager->ready();
   while (m_running) {
     if (!m_gnss_on) {
+      m_service_manager->status("GNSS is switched off");
       LOG.notice("otaid_GNSSOn configured as OFF. satnavd sends no messages to MQTT.");
       waitWhileRunning(GNSS_OFF_WAIT_US);
     } else if (!m_hw_hasgnss) {
@@ -68,7 +70,20 @@ void GPSDClient::run() {
       runUblox();
     }
   }
+  m_service_manager->stopping();
   unsubscribeObservers();
+}
+
+void GPSDClient::reportStatus(int32_t gnss_status) {
+  std::string_view text = "no fix";
+  if (!m_transport_client->is_connected()) {
+    text = "no broker";
+  } else if (m_hw_hasgnss && m_connection_state != ConnectionState::CONNECTED) {
+    text = "no receiver";
+  } else if (gnss_status > 1) {
+    text = gnss_status == 3 ? "valid fix" : "fix with a warning";
+  }
+  m_service_manager->status(text);
 }
 
 void GPSDClient::stop() {
@@ -79,6 +94,7 @@ void GPSDClient::stop() {
 void GPSDClient::waitWhileRunning(int64_t us) const {
   const int64_t end = GnssUtils::getMicrosecDuration(0) + us;
   for (int64_t left = us; m_running && left > 0; left = end - GnssUtils::getMicrosecDuration(0)) {
+    m_service_manager->progress();
     time_source().sleep_ns(std::min(left, WAIT_SLICE_US) * 1000);
   }
 }
@@ -113,6 +129,7 @@ void GPSDClient::disableHardwareInit() {
 }
 
 void GPSDClient::publishGnssData() {
+  reportStatus(m_epoch.info().getStatus());
   if (m_transport_client->is_connected()) {
     fillTimeZone(m_epoch.info());
     if (m_publish_systime) {

@@ -11,6 +11,7 @@
 #include "observe/GnssIcanObserver.h"
 #include "observe/GnssObserver.h"
 #include "observe/TimeZoneObserver.h"
+#include "platform/ServiceManager.h"
 #include "platform/Transport.h"
 #include "publish/IGnssPublish.h"
 #include "ublox/AntennaSupervision.h"
@@ -71,6 +72,8 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
   void setSystemTimeEnabled(bool on) { m_system_clock.enableSetting(on); }
   /// Antenna off and receiver stopped while the vehicle asks for radio silence.
   void setRadioSilenceConfigured(bool on) { m_antenna.setRadioSilenceConfigured(on); }
+  /// Whom run() tells its start, its progress and its end. Not null.
+  void setServiceManager(std::unique_ptr<ServiceManager> manager) { m_service_manager = std::move(manager); }
   [[nodiscard]] bool simulation() const { return m_simulation; }
   [[nodiscard]] UbloxConfig& ubloxConfig() { return m_ublox_config; }
 
@@ -81,6 +84,8 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
   void runUblox();
   void runIcan();
   [[nodiscard]] bool inMode() const { return m_running && m_gnss_on; }
+  /// Tells the service manager how the position is that is about to be published.
+  void reportStatus(int32_t gnss_status);
   /// Sleeps, but not beyond a stop().
   void waitWhileRunning(int64_t us) const;
 
@@ -131,6 +136,7 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
   std::atomic<bool> m_gnss_on{true};
   ConnectionState m_connection_state = ConnectionState::NOT_CONNECTED;
   const int64_t m_frame_period_us = 3'000'000;
+  std::unique_ptr<ServiceManager> m_service_manager = std::make_unique<ServiceManager>();
 
   std::shared_ptr<com::ITransportClient> m_transport_client;
   const std::string m_hw_variant;

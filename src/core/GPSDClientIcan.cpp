@@ -9,9 +9,11 @@ void GPSDClient::runIcan() {
   m_gnss_ican_observer->restart();
   subscribeIcanMessages();
   while (inMode()) {
+    m_service_manager->progress();
     const bool time_out = m_gnss_ican_observer->timeoutToSendFrame();
     if (!inMode()) break;
     const int32_t status = m_gnss_ican_observer->getGnssInfoStatus();
+    reportStatus(status);
     sendFrameUsingIcan();
     if (GnssUtils::debugIt(logflag::CONNECTION)) {
       LOG.debug("runIcan time_out ", time_out, " gnss_status ", status, " m_comm_retries ", m_comm_retries);

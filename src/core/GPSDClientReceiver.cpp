@@ -32,6 +32,7 @@ void GPSDClient::runUblox() {
   logInputWarnings();
   enterReceiverLoop();
   while (inMode()) {
+    m_service_manager->progress();
     if (m_input->isConnected()) {
       receive();
     } else {

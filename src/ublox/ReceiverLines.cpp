@@ -16,6 +16,9 @@ namespace {
 constexpr std::string_view USUAL_LINE = "197";
 constexpr std::string_view N2_LINE = "121";
 constexpr int64_t PULSE_NS = 500'000'000;
+// A line that was just exported belongs to root until a rule of udev gives it to the service's group.
+constexpr int64_t PERMISSION_NS = 500'000'000;
+constexpr int64_t PERMISSION_STEP_NS = 10'000'000;
 
 // The driver takes the digit with its terminating NUL.
 constexpr char LOW[2] = "0";
@@ -62,7 +65,12 @@ void ReceiverLines::exportLine(const std::string& gpio) const {
 }
 
 void ReceiverLines::writeSetting(const std::string& path, const std::string& value) {
-  const File file(path, O_RDWR);
+  File file(path, O_RDWR);
+  for (int64_t waited = 0; file.fd() < 0 && errno == EACCES && waited < PERMISSION_NS;
+       waited += PERMISSION_STEP_NS) {
+    time_source().sleep_ns(PERMISSION_STEP_NS);
+    file.reopen(path, O_RDWR);
+  }
   if (file.fd() < 0) {
     LOG.error("Error to open ", path, " errno = ", errno);
   } else if (file.write(value) < 0) {

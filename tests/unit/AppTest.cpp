@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <list>
 #include <sstream>
 
@@ -9,6 +10,7 @@
 #include "input/SerialInput.h"
 #include "nmea/GnssUtils.h"
 #include "platform/MemoryTransport.h"
+#include "platform/MqttOptions.h"
 #include "support/FakeTerminal.h"
 #include "support/LogCapture.h"
 
@@ -111,4 +113,37 @@ TEST(AppTest, AnOptionBeatsTheFileAndTheFileTheDefault) {
       "", "raw_cmd_post[4] = 7A\nraw_cmd_post[0] = b562\nraw_cmd_post[1] = b5xx\nraw_cmd_post[2] = b");
   EXPECT_THAT(unit.ublox.rawCmdPost(), ElementsAre("\xB5\x62", "z"));
   EXPECT_THAT(unit.log, HasSubstr("Hex to bin error in hex_raw_cmd_post at pos 2 in b5xx\n"));
+}
+
+// Each line of the installed file, taken as it stands, changes nothing.
+TEST(AppTest, TheInstalledFileTellsTheDefaults) {
+  std::ifstream file(INSTALLED_CONFIGURATION);
+  std::string settings;
+  std::vector<std::string> keys;
+  for (std::string line; std::getline(file, line);) {
+    const auto equals = line.find(" =");
+    if (equals == std::string::npos || line.find(' ') != equals || line[0] != '#') continue;
+    keys.push_back(line.substr(1, equals - 1));
+    settings += line.substr(1) + "\n";
+  }
+  config::Configuration defaults;
+  registerKeys(defaults);
+  auto installed = std::make_unique<config::Configuration>();
+  std::istringstream text(settings);
+  config::set_config_from_input(installed, text);
+  registerKeys(*installed);
+  test::LogCapture log;
+  EXPECT_TRUE(installed->verify());
+  const com::MqttOptions expected = com::read_mqtt_options(defaults),
+                         found = com::read_mqtt_options(*installed);
+  EXPECT_EQ(log.take(), "");
+  EXPECT_GT(keys.size(), 20U);
+  for (const auto& key : keys) {
+    const std::string value = defaults.get(key);
+    EXPECT_TRUE(value.empty() || installed->get(key) == value) << key;
+  }
+  EXPECT_EQ(found.host + found.client_name, expected.host + expected.client_name);
+  EXPECT_EQ(found.port, expected.port);
+  EXPECT_EQ(found.connect_timeout, expected.connect_timeout);
+  EXPECT_EQ(found.var_timeout, expected.var_timeout);
 }

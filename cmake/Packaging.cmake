@@ -1,0 +1,121 @@
+# What is installed where, and the Debian packages that cpack makes of it: `satnavd` for the unit, `satnavd-sim` with the
+# simulators for a bench.
+include(GNUInstallDirs)
+
+set(packaging ${CMAKE_SOURCE_DIR}/packaging)
+set(packaging_made ${CMAKE_BINARY_DIR}/packaging)
+set(SATNAVD_UNIT_DIR /lib/systemd/system CACHE PATH "Where systemd looks for units")
+set(SATNAVD_UDEV_DIR /lib/udev/rules.d CACHE PATH "Where udev looks for rules")
+
+# satnavd_install_gzip(SOURCE DESTINATION NAME COMPONENT): without name and time inside, so that two builds are the same.
+function(satnavd_install_gzip source destination name component)
+  set(made ${packaging_made}/${component}/${name}.gz)
+  add_custom_command(OUTPUT ${made}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${packaging_made}/${component}
+    COMMAND gzip -9nc ${source} > ${made}
+    DEPENDS ${source} VERBATIM)
+  set_property(GLOBAL APPEND PROPERTY satnavd_gzipped ${made})
+  install(FILES ${made} DESTINATION ${destination} COMPONENT ${component})
+endfunction()
+
+# satnavd_install_program(TARGET FOLDER SECTION COMPONENT): a program with its man page and its completion.
+function(satnavd_install_program target folder section component)
+  install(TARGETS ${target} RUNTIME DESTINATION ${folder} COMPONENT ${component})
+  satnavd_install_gzip(${packaging}/man/${target}.${section} ${CMAKE_INSTALL_MANDIR}/man${section} ${target}.${section}
+                       ${component})
+  install(FILES ${packaging}/completion/${target} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+          COMPONENT ${component})
+endfunction()
+
+satnavd_install_program(satnavd ${CMAKE_INSTALL_SBINDIR} 8 satnavd)
+satnavd_install_program(satnav-tap ${CMAKE_INSTALL_BINDIR} 1 satnavd)
+satnavd_install_program(gnss-sim ${CMAKE_INSTALL_BINDIR} 1 sim)
+satnavd_install_program(ecu-sim ${CMAKE_INSTALL_BINDIR} 1 sim)
+
+# Not below the prefix: the service looks here.
+install(FILES ${packaging}/satnavd.conf DESTINATION /etc/satnavd COMPONENT satnavd)
+satnavd_install_gzip(${packaging}/man/satnavd.conf.5 ${CMAKE_INSTALL_MANDIR}/man5 satnavd.conf.5 satnavd)
+install(FILES ${CMAKE_SOURCE_DIR}/signals/satnavd.dbc DESTINATION ${CMAKE_INSTALL_DATADIR}/satnavd COMPONENT satnavd)
+install(FILES ${packaging}/satnavd.service DESTINATION ${SATNAVD_UNIT_DIR} COMPONENT satnavd)
+install(FILES ${packaging}/satnavd.udev DESTINATION ${SATNAVD_UDEV_DIR} RENAME 60-satnavd.rules COMPONENT satnavd)
+install(FILES ${packaging}/satnavd.sysusers DESTINATION lib/sysusers.d RENAME satnavd.conf COMPONENT satnavd)
+install(DIRECTORY ${packaging}/examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/satnavd COMPONENT satnavd)
+
+set(CPACK_COMPONENTS_ALL satnavd sim)
+set(package_of_satnavd satnavd)
+set(package_of_sim satnavd-sim)
+foreach(component ${CPACK_COMPONENTS_ALL})
+  set(doc ${CMAKE_INSTALL_DATADIR}/doc/${package_of_${component}})
+  install(FILES ${packaging}/deb/copyright DESTINATION ${doc} COMPONENT ${component})
+  satnavd_install_gzip(${packaging}/deb/changelog ${doc} changelog ${component})
+endforeach()
+
+get_property(gzipped GLOBAL PROPERTY satnavd_gzipped)
+add_custom_target(satnavd_packaging ALL DEPENDS ${gzipped})
+
+# The architecture's name in Debian, from what the compiler makes.
+function(debian_architecture result)
+  execute_process(COMMAND ${CMAKE_CXX_COMPILER} -dumpmachine OUTPUT_VARIABLE triplet OUTPUT_STRIP_TRAILING_WHITESPACE)
+  if(CMAKE_CXX_COMPILER_TARGET)
+    set(triplet ${CMAKE_CXX_COMPILER_TARGET})
+  endif()
+  set(names x86_64 amd64 aarch64 arm64 arm.*gnueabihf armhf i.86 i386 riscv64 riscv64)
+  while(names)
+    list(POP_FRONT names pattern name)
+    if(triplet MATCHES "^${pattern}")
+      set(${result} ${name} PARENT_SCOPE)
+      return()
+    endif()
+  endwhile()
+  message(FATAL_ERROR "No Debian architecture is known for ${triplet}")
+endfunction()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME satnavd)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
+set(CPACK_PACKAGE_CONTACT "satnavd maintainers <maintainers@satnavd.example>")
+set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
+    WORLD_READ WORLD_EXECUTE)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+debian_architecture(CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
+set(CPACK_DEBIAN_PACKAGE_SECTION misc)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+set(CPACK_DEBIAN_SATNAVD_PACKAGE_NAME satnavd)
+set(CPACK_DEBIAN_SATNAVD_PACKAGE_CONTROL_EXTRA ${packaging}/deb/conffiles ${packaging}/deb/postinst
+    ${packaging}/deb/prerm ${packaging}/deb/postrm)
+set(CPACK_DEBIAN_SATNAVD_PACKAGE_SUGGESTS "mosquitto, satnavd-sim")
+set(CPACK_DEBIAN_SATNAVD_DESCRIPTION "satellite-navigation service of an in-vehicle control unit
+Reads a u-blox receiver on a serial port, assembles one fix per navigation
+epoch and publishes it over MQTT and as CAN signal groups. Configures and
+supervises the receiver.
+
+satnav-tap, the viewer of the bus, is included.")
+
+set(CPACK_DEBIAN_SIM_PACKAGE_NAME satnavd-sim)
+set(CPACK_DEBIAN_SIM_DESCRIPTION "simulated receiver and control unit for satnavd
+gnss-sim is a satellite receiver behind a pseudo-terminal, with faults on
+request; ecu-sim publishes what the rest of the unit would and joins two
+units as the vehicle's CAN does. For a bench, not for the vehicle.")
+
+# Libraries. dpkg-shlibdeps looks them up in the package database of the build machine, which knows none of the target's;
+# scripts/check-package sees that this list names what it would.
+set(libraries "libc6 (>= 2.36), libgcc-s1 (>= 12), libmosquitto1 (>= 2.0.11), libmosquittopp1 (>= 2.0.11), libprotobuf-lite32 (>= 3.21.12), libstdc++6 (>= 12)")
+set(CPACK_DEBIAN_SATNAVD_PACKAGE_DEPENDS "adduser, init-system-helpers (>= 1.54~)")
+if(CMAKE_CROSSCOMPILING)
+  string(APPEND CPACK_DEBIAN_SATNAVD_PACKAGE_DEPENDS ", ${libraries}")
+  set(CPACK_DEBIAN_SIM_PACKAGE_DEPENDS "${libraries}")
+else()
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
+
+include(CPack)
