@@ -90,7 +90,9 @@ void GnssInfo::setQualityIndicatorGnss(int32_t quality) {
 
 int64_t GnssInfo::getUtcTimeUs() {
   if (m_utc_time_us != -1 || m_utc_tm.tm_mday == 0) return m_utc_time_us;
-  m_utc_time_us = secondsSinceEpoch(m_utc_tm) * US_PER_S;
+  const int64_t seconds = secondsSinceEpoch(m_utc_tm);
+  if (seconds < 0) return m_utc_time_us;
+  m_utc_time_us = seconds * US_PER_S;
   if (m_utc_fraction_us >= 1) m_utc_time_us += m_utc_fraction_us;
   return m_utc_time_us;
 }

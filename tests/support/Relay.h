@@ -13,7 +13,7 @@ namespace test {
 class Relay {
  public:
   /// How much of what a client sends is kept of each connection.
-  static constexpr size_t KEPT_BYTES = 16 * 1024;
+  static constexpr size_t KEPT_BYTES = 16384;
 
   struct Connection {
     int64_t at_ns;     ///< monotonic clock

@@ -92,6 +92,8 @@ TEST(NmeaRecordTest, DatesAreThoseOfStrptimeInEveryZone) {
     ASSERT_EQ(secondsSinceEpoch(utc), timegm(&expected)) << text;
   }
   EXPECT_EQ(parsed("$GPRMC,123519.50,A,,,,,,,230394,,").getUtcTimeUs(), 764'426'119'500'000);
+  EXPECT_EQ(parsed("$GPRMC,000000.00,A,,,,,,,010170,,").getUtcTimeUs(), 0);
+  EXPECT_EQ(parsed("$GPRMC,235959.00,A,,,,,,,311269,,").getUtcTimeUs(), -1) << "no message holds it";
   unsetenv("TZ");
   tzset();
 }
