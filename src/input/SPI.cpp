@@ -33,6 +33,8 @@ constexpr int64_t GONE_NS = 1'000'000'000;
 constexpr int64_t FAILURE_FORGOTTEN_NS = 10'000'000'000;
 /// A receiver at work announces something every second.
 constexpr int64_t LINE_SILENT_NS = 2'000'000'000;
+/// A bus too slow to read all that the receiver kept must not hold up a stop.
+constexpr int64_t MAX_CATCH_UP_NS = 500'000'000;
 
 // The driver takes the words with their terminating NUL.
 constexpr char IN[] = "in";
@@ -93,7 +95,8 @@ void SPI::disconnect() {
 }
 
 void SPI::dropDeviceInput() {
-  for (int i = 0; i < MAX_OLD_BLOCKS; ++i) {
+  const int64_t end_ns = nowNs() + MAX_CATCH_UP_NS;
+  for (int i = 0; i < MAX_OLD_BLOCKS && nowNs() < end_ns; ++i) {
     const int res = clockIn(m_spi_block);
     if (res <= 0 || isIdle(received(res))) return;
   }
@@ -307,7 +310,8 @@ void SPI::logSent(const unsigned char* data, int len, int res) {
 
 /// The framed item stays where it is: its handler is what sends.
 void SPI::readAhead() {
-  while (freeBytesAtTheEnd() >= m_spi_block) {
+  const int64_t end_ns = nowNs() + MAX_CATCH_UP_NS;
+  while (freeBytesAtTheEnd() >= m_spi_block && nowNs() < end_ns) {
     const int res = clockIn(m_spi_block);
     if (res <= 0 || isIdle(received(res))) return;
     append(received(res));

@@ -22,9 +22,11 @@ const std::string RMC = test::nmea("GPRMC,123519,A,4807.038,N,01131.000,E,022.4,
 struct ToldReceiver final : test::FakeSpi {
   std::string says;   ///< not clocked out yet
   std::string heard;  ///< but 0xFF
+  int64_t transfer_ns = 0;
 
  private:
   void exchange(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) override {
+    time_source().sleep_ns(transfer_ns);
     for (const uint8_t byte : from_host) {
       if (byte != 0xFF) heard.push_back(static_cast<char>(byte));
     }
@@ -198,6 +200,18 @@ TEST(InputSpiTest, SendsAWholeMessageAndKeepsWhatCameBefore) {
   EXPECT_THAT(text, HasSubstr("Error sendBinary m_fd_serial 10 errno = " + std::to_string(EMSGSIZE)));
   EXPECT_THAT(text, HasSubstr("Error sendBinary m_fd_serial 10 errno = " + std::to_string(EIO)));
   EXPECT_EQ(bus.wire->heard, command);
+}
+
+TEST(InputSpiTest, CatchingUpOnASlowBusHoldsNothingUp) {
+  Bus bus;
+  bus.wire->says = std::string(50'000, '\xB5');
+  bus.wire->transfer_ns = 100 * MS;
+  const int64_t begin_ns = bus.time.steady_ns();
+  bus.input.clearBuffer();
+  bus.connected();
+  EXPECT_GT(bus.input.sendBinary(reinterpret_cast<const unsigned char*>("x"), 1), 0);
+  EXPECT_LE(bus.time.steady_ns() - begin_ns, 1'200 * MS);
+  EXPECT_EQ(bus.wire->heard.back(), 'x');
 }
 
 TEST(InputSpiTest, FailingTransfersAreToldOncePausedAndGivenUpAfterASecond) {
