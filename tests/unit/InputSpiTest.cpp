@@ -134,6 +134,7 @@ TEST(InputSpiTest, FullBufferIsDumpedBeforeATransfer) {
 TEST(InputSpiTest, SetsTheLineUp) {
   Bus bus;
   bus.wire->exported = false;
+  bus.wire->settable_after_ns = 50 * MS;  // until udev has come round
   const test::LogCapture log;
   bus.connected();
   EXPECT_THAT(bus.wire->written,
