@@ -170,13 +170,10 @@ void EpochAssembly::logFrameTimeout(int64_t now_us) const {
 }
 
 bool EpochAssembly::isFrameDue(int64_t now_us) const {
-  const std::tm& utc = m_gnss_info_sent.m_utc_tm;
-  const bool dated = utc.tm_mday != 0;
+  const bool dated = m_gnss_info_sent.m_utc_tm.tm_mday != 0;
   if (m_frame_published && dated && !m_frame_dated) return true;  // second 0 too is a new one then
-  const bool same_second = dated && static_cast<uint8_t>(utc.tm_sec) == m_frame_second;
-  const bool nothing_new = m_frame_start_time == 0 && (!m_frame_published || same_second);
-  if (nothing_new && m_sent_epoch_complete && now_us - m_frame_sent_time_stamp <= EPOCH_TIMEOUT_US)
-    return false;
+  const bool silent = m_frame_start_time == 0 && !m_frame_published;
+  if (silent && m_sent_epoch_complete && now_us - m_frame_sent_time_stamp <= EPOCH_TIMEOUT_US) return false;
   return isTimeoutToSendFrame(now_us);
 }
 

@@ -42,8 +42,7 @@ class EpochAssembly {
   /// sentence, or 1.3 s with an incomplete epoch.
   [[nodiscard]] bool isTimeoutToSendFrame(int64_t now_us) const;
   /// isTimeoutToSendFrame() with patience: silence right after a complete epoch counts only after 1.3 s,
-  /// because the next burst may arrive some milliseconds late. So does a further fix of the second that was
-  /// sent.
+  /// because the next burst may arrive some milliseconds late.
   [[nodiscard]] bool isFrameDue(int64_t now_us) const;
   /// True when the published fix is of the UTC second that left last, and began within a second of it: the
   /// buses carry the first one only. Later than that the receiver's clock stands, and its fix counts.

@@ -32,7 +32,7 @@ void fill(pb::GnssData& data, GnssInfo& info, const std::vector<std::string>& se
   data.set_status(correctedStatus(info, latitude, longitude));
   if (info.m_nav_mode != -1) data.set_fix(static_cast<uint32_t>(info.m_nav_mode));
   if (!std::isnan(info.m_altitude)) data.set_altitude(static_cast<float>(info.m_altitude));
-  if (utc_us >= 0) data.set_utc_time_us(static_cast<uint64_t>(utc_us));
+  if (utc_us != -1) data.set_utc_time_us(static_cast<uint64_t>(utc_us));
   data.set_timestamp_ns(static_cast<uint64_t>(info.m_frame_time));
   if (!std::isnan(info.m_position_error)) data.set_accuracy(static_cast<float>(info.m_position_error));
   if (!std::isnan(info.m_hdop)) data.set_hdop(static_cast<float>(info.m_hdop));

@@ -192,7 +192,11 @@ TEST(SignalsTest, AFileReplacesTheBuiltInDatabase) {
                                         "BA_ \"TxTopic\" BO_ 1 \"rt/system/gnss_timestamp_ns\";");
   SignalAdapter adapter;
   SignalGroup old = adapter.create_sg(topic::VP1_TX);
-  EXPECT_TRUE(adapter.load_database(good));
+  {
+    test::LogCapture log;
+    EXPECT_TRUE(adapter.load_database(good));
+    EXPECT_THAT(log.take(), HasSubstr(" does not hold rt/j1939can/tx/vp1_local rt/j1939can/rx/vp1_fb "));
+  }
   const SignalGroup stamp = adapter.create_sg(topic::GNSS_TIMESTAMP);
   EXPECT_TRUE(stamp.signal("s") && !adapter.create_sg(topic::VP1_TX).is_valid());
   EXPECT_TRUE(old.set_signal_scaled_value("latitude", 1) && adapter.pack(old));  // it keeps its definition
