@@ -109,14 +109,6 @@ TEST(InputSpiTest, IdleBytesAreDataInsideAFrameAndDroppedBetweenItems) {
   }
 }
 
-TEST(InputSpiTest, PollKeepsWhatItRead) {
-  Bus bus;
-  bus.connected().wire->says = "\xFF\xFF\xFF$GPRM"s;
-  EXPECT_TRUE(bus.input.waiting(100'000));
-  EXPECT_EQ(bus.input.getBytesWaiting(), 8);
-  EXPECT_EQ(bus.input.getBuffer()[0], 0xFF);
-}
-
 TEST(InputSpiTest, FullBufferIsDumpedBeforeATransfer) {
   Bus bus;
   bus.connected();
@@ -147,38 +139,6 @@ TEST(InputSpiTest, SetsTheLineUp) {
   EXPECT_EQ(bus.input.readGpioTxRdyPin(), -1);
   bus.connected();
   EXPECT_EQ(bus.wire->open_files(), 2U);  // the device, the line's value
-}
-
-TEST(InputSpiTest, LineThatCannotBeUsedIsToldOnceIn32AndLeavesPolling) {
-  const std::string value = "Error to open " + test::FakeSpi::LINE + "value";
-  const struct {
-    bool exported, exportable, settable;
-    std::string text;
-  } rows[] = {{false, false, true, "Error to open /sys/class/gpio/export. errno = 2"},
-              {false, false, true, "Path not configured. " + value},
-              {false, false, true, value + " errno = 2"},
-              {true, true, false, "Error writing 'in' to " + test::FakeSpi::LINE + "direction errno = 2"},
-              {true, true, false, "Error writing 'in' to " + test::FakeSpi::LINE + "edge errno = 2"}};
-  for (const auto& row : rows) {
-    Bus bus;
-    bus.wire->exported = row.exported;
-    bus.wire->exportable = row.exportable;
-    bus.wire->settable = row.settable;
-    {
-      test::LogCapture log;
-      for (int i = 0; i < 32; ++i) bus.connected();
-      const std::string text = log.take();
-      EXPECT_NE(text.find(row.text), std::string::npos) << text;
-      EXPECT_EQ(text.find(row.text), text.rfind(row.text)) << text;
-    }
-    EXPECT_EQ(bus.input.readGpioTxRdyPin(), -1);
-    bus.input.setTxReadyCheck(true);
-    bus.wire->says = RMC;
-    EXPECT_THAT(bus.items(), ElementsAre(RMC));
-    test::LogCapture log;
-    bus.connected();
-    EXPECT_THAT(log.take(), HasSubstr(row.text));
-  }
 }
 
 TEST(InputSpiTest, SendsAWholeMessageAndKeepsWhatCameBefore) {
@@ -213,23 +173,6 @@ TEST(InputSpiTest, CatchingUpOnASlowBusHoldsNothingUp) {
   EXPECT_GT(bus.input.sendBinary(reinterpret_cast<const unsigned char*>("x"), 1), 0);
   EXPECT_LE(bus.time.steady_ns() - begin_ns, 1'200 * MS);
   EXPECT_EQ(bus.wire->heard.back(), 'x');
-}
-
-TEST(InputSpiTest, FailingTransfersAreToldOncePausedAndGivenUpAfterASecond) {
-  Bus bus;
-  bus.connected();
-  test::LogCapture log;
-  const int64_t begin_ns = bus.time.steady_ns();
-  bus.wire->transfer_error = EIO;
-  while (!bus.input.isDeviceGone()) EXPECT_FALSE(bus.input.waiting(100'000) || bus.input.read());
-  EXPECT_GE(bus.time.steady_ns() - begin_ns, 1'000 * MS);
-  EXPECT_LE(bus.wire->failed_transfers, 25);
-  bus.wire->transfer_error = EINTR;  // no error
-  EXPECT_TRUE(bus.input.connect() && !bus.input.waiting(100'000) && !bus.input.isDeviceGone());
-  const std::string text = log.take();
-  const std::string told = "read error from /dev/spidev2.0 errno = 5 ";
-  EXPECT_NE(text.find(told), std::string::npos);
-  EXPECT_EQ(text.find(told), text.rfind(told)) << text;
 }
 
 }  // namespace
