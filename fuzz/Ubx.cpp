@@ -102,7 +102,7 @@ class Unit final : public IReceiverOwner {
 /// One event of the receiver, the bus or the clock.
 void happen(Unit& unit, uint8_t event, Input& input) {
   if (event < 200) {
-    const uint8_t which = event % (KINDS.size() + 1);
+    const size_t which = event % (KINDS.size() + 1);
     const Kind kind = which < KINDS.size() ? KINDS[which] : Kind{input.byte(), input.byte()};
     const size_t length = input.byte() * size_t{event >= 190 ? 16U : 1U};
     unit.receive(test::ubx(kind.cls, kind.id, text(input.take(length))));

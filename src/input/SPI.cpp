@@ -33,6 +33,11 @@ constexpr int64_t GONE_NS = 1'000'000'000;
 constexpr int64_t FAILURE_FORGOTTEN_NS = 10'000'000'000;
 /// A receiver at work announces something every second.
 constexpr int64_t LINE_SILENT_NS = 2'000'000'000;
+/// A line that was just exported belongs to root until a rule of udev gives it to the service's group.
+constexpr int64_t PERMISSION_NS = 500'000'000;
+constexpr int64_t PERMISSION_STEP_NS = 10'000'000;
+/// A bus too slow to read all that the receiver kept must not hold up a stop.
+constexpr int64_t MAX_CATCH_UP_NS = 500'000'000;
 
 // The driver takes the words with their terminating NUL.
 constexpr char IN[] = "in";
@@ -93,7 +98,8 @@ void SPI::disconnect() {
 }
 
 void SPI::dropDeviceInput() {
-  for (int i = 0; i < MAX_OLD_BLOCKS; ++i) {
+  const int64_t end_ns = nowNs() + MAX_CATCH_UP_NS;
+  for (int i = 0; i < MAX_OLD_BLOCKS && nowNs() < end_ns; ++i) {
     const int res = clockIn(m_spi_block);
     if (res <= 0 || isIdle(received(res))) return;
   }
@@ -109,7 +115,7 @@ void SPI::configureGpioTxRdy() {
   if (m_fd_gpio_txrdy < 0) {
     if (tell) LOG.notice("Path not configured. Error to open ", m_gpio_value_path);
     exportGpio(tell);
-    m_fd_gpio_txrdy = m_device->open(m_gpio_value_path, O_RDONLY);
+    m_fd_gpio_txrdy = openExported(m_gpio_value_path, O_RDONLY);
     if (m_fd_gpio_txrdy < 0 && tell) LOG.error("Error to open ", m_gpio_value_path, " errno = ", errno);
   }
   const bool is_input = writeSetting(m_gpio_direction_path, IN, tell);
@@ -118,21 +124,33 @@ void SPI::configureGpioTxRdy() {
   m_gpio_failures = m_fd_gpio_txrdy < 0 ? m_gpio_failures + 1 : 0;
 }
 
-void SPI::exportGpio(bool tell) const {
+void SPI::exportGpio(bool tell) {
   const int fd = m_device->open("/sys/class/gpio/export", O_WRONLY);
   if (fd < 0) {
     if (tell) LOG.error("Error to open /sys/class/gpio/export. errno = ", errno);
     return;
   }
-  if (m_device->write(fd, m_gpio_name.data(), m_gpio_name.size()) < 0 && tell) {
+  if (m_device->write(fd, m_gpio_name.data(), m_gpio_name.size()) >= 0) {
+    m_permission_end_ns = nowNs() + PERMISSION_NS;
+  } else if (tell) {
     LOG.error("Error writing ", m_gpio_name, " to sys/class/gpio/export. errno = ", errno);
   }
   m_device->close(fd);
 }
 
+/// Opens one of the line's files; waits for permission only after an export.
+int SPI::openExported(const std::string& path, int flags) const {
+  int fd = m_device->open(path, flags);
+  while (fd < 0 && errno == EACCES && nowNs() < m_permission_end_ns) {
+    time_source().sleep_ns(PERMISSION_STEP_NS);
+    fd = m_device->open(path, flags);
+  }
+  return fd;
+}
+
 /// The record names "in" for the edge too.
 bool SPI::writeSetting(const std::string& path, std::span<const char> value, bool tell) const {
-  const int fd = m_device->open(path, O_RDWR);
+  const int fd = openExported(path, O_RDWR);
   const bool written = fd >= 0 && m_device->write(fd, value.data(), value.size()) >= 0;
   if (!written && tell) LOG.error("Error writing 'in' to ", path, " errno = ", errno);
   if (fd >= 0) m_device->close(fd);
@@ -307,7 +325,8 @@ void SPI::logSent(const unsigned char* data, int len, int res) {
 
 /// The framed item stays where it is: its handler is what sends.
 void SPI::readAhead() {
-  while (freeBytesAtTheEnd() >= m_spi_block) {
+  const int64_t end_ns = nowNs() + MAX_CATCH_UP_NS;
+  while (freeBytesAtTheEnd() >= m_spi_block && nowNs() < end_ns) {
     const int res = clockIn(m_spi_block);
     if (res <= 0 || isIdle(received(res))) return;
     append(received(res));

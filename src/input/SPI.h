@@ -45,7 +45,8 @@ class SPI final : public SerialInput {
 
  private:
   void configureGpioTxRdy();
-  void exportGpio(bool tell) const;
+  void exportGpio(bool tell);
+  [[nodiscard]] int openExported(const std::string& path, int flags) const;
   [[nodiscard]] bool writeSetting(const std::string& path, std::span<const char> value, bool tell) const;
   void closeGpioTxRdy();
   void dropDeviceInput();
@@ -81,8 +82,9 @@ class SPI final : public SerialInput {
   const std::string m_gpio_edge_path = "/sys/class/gpio/gpio" + m_gpio_name + "/edge";
   const std::string m_gpio_value_path = "/sys/class/gpio/gpio" + m_gpio_name + "/value";
 
-  unsigned m_gpio_failures = 0;  // set-ups in vain, one after the other
-  int64_t m_line_active_ns = 0;  // the line announced something, was probed, or control was switched on
+  unsigned m_gpio_failures = 0;     // set-ups in vain, one after the other
+  int64_t m_permission_end_ns = 0;  // of the wait after an export
+  int64_t m_line_active_ns = 0;     // the line announced something, was probed, or control was switched on
   int64_t m_slice_end_ns = 0;
   int64_t m_first_failure_ns = 0;  // of those one after the other; 0: the last transfer worked
   int64_t m_last_failure_ns = 0;

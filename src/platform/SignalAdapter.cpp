@@ -51,6 +51,23 @@ std::shared_ptr<const GroupDefinition> systemGroup(const std::string& topic) {
   return singleSignal(topic, name, 1, true);
 }
 
+/// What the service sends or receives by the built-in groups and this database does not hold, for a record.
+std::string missing(const SignalDatabase& database) {
+  std::string result;
+  const std::shared_ptr<const SignalDatabase> built_in = builtIn();
+  for (const GroupDefinition& wanted : built_in->groups()) {
+    for (const std::string& topic : {wanted.tx_topic, wanted.rx_topic}) {
+      const GroupDefinition* const group = database.find(topic);
+      if (!topic.empty() && group == nullptr) result += " " + topic;
+      for (const SignalDefinition& signal : wanted.signals) {
+        if (group != nullptr && group->signal(signal.name) == nullptr)
+          result.append(" ").append(topic).append(":").append(signal.name);
+      }
+    }
+  }
+  return result;
+}
+
 UnpackResult failure(std::string error) {
   return {false, {}, std::move(error)};
 }
@@ -69,6 +86,8 @@ bool SignalAdapter::load_database(const std::string& path) {
   const bool loaded = result.database != nullptr;
   if (loaded) {
     LOG.info("signal database ", logging::escaped(path), ", groups: ", result.database->groups().size());
+    const std::string absent = missing(*result.database);
+    if (!absent.empty()) LOG.warning("signal database ", logging::escaped(path), " does not hold", absent);
   } else {
     LOG.error("signal database ", result.error.text(), "; the built-in one is used");
     result.database = builtIn();

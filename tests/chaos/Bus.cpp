@@ -25,9 +25,7 @@ Bus::Bus(uint16_t port) : m_client(nullptr), m_port(port) {
   m_client = mosquitto_new(nullptr, true, this);
   mosquitto_threaded_set(m_client, true);
   mosquitto_connect_callback_set(m_client, [](mosquitto* client, void*, int code) {
-    for (const char* const topic : {"system/gnss/data", "rt/system/#"}) {
-      if (code == 0) mosquitto_subscribe(client, nullptr, topic, 0);
-    }
+    if (code == 0) mosquitto_subscribe(client, nullptr, "system/gnss/data", 0);
   });
   mosquitto_message_callback_set(m_client, [](mosquitto*, void* self, const mosquitto_message* message) {
     static_cast<Bus*>(self)->receive(*message);
@@ -54,15 +52,10 @@ void Bus::receive(const mosquitto_message& message) {
   const std::string payload(static_cast<const char*>(message.payload),
                             static_cast<size_t>(message.payloadlen));
   const std::lock_guard lock(m_mutex);
-  if (message.topic != std::string("system/gnss/data")) {
-    m_last[message.topic] = payload;
-    return;
-  }
   ecu::koru::pb::GnssData data;
   if (payload.size() < HEADER || !data.ParseFromString(payload.substr(HEADER))) return;  // not the service's
   m_fixes.push_back({static_cast<int64_t>(little_endian(payload, SENT_AT, 8)),
-                     static_cast<int64_t>(data.timestamp_ns()), static_cast<int64_t>(data.utc_time_us()),
-                     data.status()});
+                     static_cast<int64_t>(data.utc_time_us()), data.status()});
 }
 
 bool Bus::publish(const std::string& topic, const std::string& payload) {
@@ -79,12 +72,6 @@ int64_t Bus::count_since(int64_t boot_ns, int status) const {
   const std::lock_guard lock(m_mutex);
   return std::count_if(m_fixes.begin(), m_fixes.end(),
                        [&](const Fix& fix) { return fix.sent_ns > boot_ns && fix.status == status; });
-}
-
-std::string Bus::last(const std::string& topic) const {
-  const std::lock_guard lock(m_mutex);
-  const auto found = m_last.find(topic);
-  return found == m_last.end() ? std::string() : found->second;
 }
 
 }  // namespace test

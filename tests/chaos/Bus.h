@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -15,7 +14,6 @@ namespace test {
 /// One received position record. Times of the machine's own clocks.
 struct Fix {
   int64_t sent_ns = 0;  ///< since boot, from the envelope
-  int64_t data_ns = 0;  ///< since boot, when the epoch began to arrive; 0: none
   int64_t utc_us = 0;   ///< 0: none
   int status = 0;
 };
@@ -34,8 +32,6 @@ class Bus {
   [[nodiscard]] std::vector<Fix> fixes() const;
   /// How many records of a status were sent after a time (since boot).
   [[nodiscard]] int64_t count_since(int64_t boot_ns, int status) const;
-  /// The last payload of a topic.
-  [[nodiscard]] std::string last(const std::string& topic) const;
 
  private:
   void run();
@@ -46,7 +42,6 @@ class Bus {
   std::atomic<bool> m_stop{false};
   mutable std::mutex m_mutex;
   std::vector<Fix> m_fixes;
-  std::map<std::string, std::string> m_last;
   std::thread m_thread;
 };
 

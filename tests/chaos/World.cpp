@@ -1,8 +1,8 @@
 #include "chaos/World.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -21,11 +21,6 @@ const std::vector<std::string> SUBSCRIBED = {
     "system/gnss/log_config",     "system/time/timezone",       "system/sysparam/0x0000A00F",
     "system/sysparam/0x0000A01F", "system/sysparam/0x0000A020", "system/sysparam/0x0000A021",
     "system/sysparam/0x0000A022", "system/sysparam/0x0000A060"};
-
-std::string text_of(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// The far end of a pseudo-terminal that stands behind `link`.
 int make_terminal(const std::string& link) {
@@ -118,16 +113,10 @@ void World::mute_broker() {
 
 /// Subscribes to everything, is sent much and reads nothing.
 void World::deaf_subscriber() {
-  m_deaf = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(m_broker.port());
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  m_deaf = connect_to(m_broker.port());
   const std::string hello = "\x10\x10\0\x04MQTT\x04\x02\0\0\0\x04"s + "deaf" + "\x82\x06\0\x01\0\x01#\0"s;
-  if (connect(m_deaf, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      write(m_deaf, hello.data(), hello.size()) != static_cast<ssize_t>(hello.size())) {
+  if (write(m_deaf, hello.data(), hello.size()) != static_cast<ssize_t>(hello.size()))
     throw std::runtime_error("the deaf subscriber is not heard");
-  }
   m_meanwhile = std::make_unique<Meanwhile>([this] {
     m_bus.publish("rt/other/noise", std::string(60'000, 'x'));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));

@@ -5,13 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
 #include <random>
 #include <thread>
 
 #include "platform/PbInternalMessageAdapter.h"
-#include "platform/Signals.h"
 #include "platform/Topics.h"
-#include "scenario/Ubx.h"
+#include "scenario/World.h"
 
 namespace {
 
@@ -21,6 +21,14 @@ using testing::ElementsAre;
 
 constexpr int64_t MS = 1000;
 constexpr int64_t S = 1'000'000;
+
+/// "06 00" of a frame: class and id; "06 00 poll" without payload.
+std::string kind(const std::string& frame) {
+  char text[24];
+  static_cast<void>(std::snprintf(text, sizeof text, "%02X %02X%s", static_cast<uint8_t>(frame[2]),
+                                  static_cast<uint8_t>(frame[3]), frame.size() == 8 ? " poll" : ""));
+  return text;
+}
 
 /// A receiver that sends an epoch a second and answers frames as it is told: the answer to each kind of
 /// frame.
@@ -84,11 +92,6 @@ std::vector<std::string> withoutResends(const std::vector<Sent>& sent) {
   return frames;
 }
 
-int countOf(const std::vector<Sent>& sent, const std::string& kind_of) {
-  return static_cast<int>(
-      std::count_if(sent.begin(), sent.end(), [&](const Sent& each) { return kind(each.bytes) == kind_of; }));
-}
-
 std::string message(uint8_t cls, uint8_t id, uint8_t rate) {
   return ubx(0x06, 0x01,
              std::string{static_cast<char>(cls), static_cast<char>(id), 0, static_cast<char>(rate), 0, 0,
@@ -101,16 +104,6 @@ com::Message parameter(uint8_t value) {
   com::Message out;
   EXPECT_TRUE(com::envelope::wrap(1, body, out));
   return out;
-}
-
-std::vector<std::string> signalValues(const World& world, const std::string& topic_name) {
-  std::vector<std::string> values;
-  for (const auto& record : world.bus->records()) {
-    if (record.topic != topic_name) continue;
-    const auto result = com::PbInternalMessageAdapter<pb::RtSignal>(1).deserialize(record.message);
-    values.push_back(result.body.value());
-  }
-  return values;
 }
 
 TEST(ReceiverControl, SendsItsFramesInOrderWithTheirChecksums) {
@@ -223,44 +216,6 @@ TEST(ReceiverControl, HuntsTheBaudRateAndPulsesTheResetAtEvery19thChange) {
   EXPECT_EQ(world.resets.pulses(), 1);
 }
 
-TEST(ReceiverControl, ReceiverAtAnotherRateIsGivenTheConfiguredOne) {
-  auto answers = goodAnswers();
-  answers["06 00 poll"] = ubx(0x06, 0x00, bytes(PORT_9600));
-  ScriptedReceiver receiver(answers);
-  World world(receiver);
-  world.run(5);
-  ASSERT_GE(world.terminal.sent.size(), 2U);
-  EXPECT_EQ(world.terminal.sent[1].bytes, ubx(0x06, 0x00, bytes(PORT_38400)));
-  EXPECT_GE(world.terminal.opens_us.size(), 2U);
-  EXPECT_LT(world.terminal.opens_us[1] - world.terminal.sent[1].at_us, 50 * MS);
-}
-
-TEST(ReceiverControl, ManyChangesOnTheBusAreOneRestart) {
-  ScriptedReceiver receiver(goodAnswers());
-  World world(receiver);
-  world.service->enableMqttSystemSelection();
-  constexpr int64_t DONE = 400 * S;  // the first sequence is through
-  world.time.at(DONE, [&] {
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int t = 0; t < 4; ++t) {
-      threads.emplace_back([&, t] {
-        for (int i = 0; i < 50; ++i) {
-          world.bus->inject(t % 2 == 0 ? topic::PARAMETER_GALILEO : topic::PARAMETER_ANTENNA_ON,
-                            parameter(1));
-        }
-      });
-    }
-    for (auto& thread : threads) thread.join();
-  });
-  bool initialised = false;
-  world.time.at(799 * S, [&] { initialised = world.service->ubloxConfig().isInitialised(); });
-  world.run(800);
-  EXPECT_EQ(world.service->ubloxConfig().gnssSystemRequested(), 0x0BU);
-  EXPECT_TRUE(initialised);
-  EXPECT_EQ(countOf(world.terminal.sent, "06 24"), 2 * 4);  // CFG-NAV5, sent and resent three times, twice
-}
-
 // Most of its worth is under the thread sanitizer: nothing orders the observers' threads with the service's.
 TEST(ReceiverControl, ObserversMayBeCalledFromAnyThreadWhileTheSequenceRuns) {
   ScriptedReceiver receiver(goodAnswers());
@@ -303,59 +258,6 @@ TEST(ReceiverControl, WrongRateAfterTheSequenceIsSetRightAgain) {
   world.time.at(799 * S, [&] { confirmed = world.service->ubloxConfig().isPortConfirmed(); });
   world.run(800);
   EXPECT_TRUE(confirmed);
-}
-
-TEST(ReceiverControl, RadioSilenceSwitchesOffAndResetsAfterwards) {
-  ScriptedReceiver receiver(goodAnswers());
-  World world(receiver);
-  const auto blackout = [&](uint8_t on) {
-    auto group = rt::SignalAdapter::instance().create_sg(topic::BLACKOUT_MODE);
-    EXPECT_TRUE(group.set_signal_data("blackout_mode", {on}));
-    world.bus->inject(topic::BLACKOUT_MODE, *rt::SignalAdapter::instance().pack(group));
-  };
-  size_t opens_before = 0;
-  world.time.at(400 * S, [&] {
-    receiver.epochs = false;
-    opens_before = world.terminal.opens_us.size();
-    world.terminal.sent.clear();
-    blackout(1);
-  });
-  world.time.at(500 * S, [&] {
-    EXPECT_THAT(withoutResends(world.terminal.sent),
-                ElementsAre(ubx(0x06, 0x13, bytes("0E 00 F0 B9")),
-                            ubx(0x02, 0x41, bytes("00 00 00 00 00 00 00 00 06 00 00 00 00 00 00 00")),
-                            ubx(0x06, 0x04, bytes("00 00 08 00"))));
-    EXPECT_EQ(world.terminal.opens_us.size(), opens_before);
-    EXPECT_EQ(world.resets.pulses(), 0);
-    receiver.epochs = true;
-    blackout(0);
-  });
-  bool confirmed = false;
-  world.time.at(559 * S, [&] { confirmed = world.service->ubloxConfig().isPortConfirmed(); });
-  world.run(560);
-  EXPECT_EQ(world.resets.pulses(), 1);
-  EXPECT_EQ(world.terminal.opens_us.size(), opens_before + 1);
-  EXPECT_TRUE(confirmed);
-}
-
-TEST(ReceiverControl, AntennaStatusIsPublishedAsThisUnitsCircuitShowsIt) {
-  ScriptedReceiver receiver(goodAnswers());
-  World world(receiver);
-  const auto report = [&](uint8_t status) {
-    std::string payload(60, '\0');
-    payload[20] = static_cast<char>(status);
-    payload[21] = 1;
-    receiver.extra = ubx(0x0A, 0x09, payload);
-  };
-  const std::array<uint8_t, 4> reported{4, 2, 3, 0};  // OK, open, short, init
-  for (size_t i = 0; i < reported.size(); ++i) {
-    world.time.at(static_cast<int64_t>(i) * S, [&, i] { report(reported[i]); });
-  }
-  world.run(4);
-  const std::string on("\x01", 1);
-  const std::string off("\x00", 1);
-  EXPECT_THAT(signalValues(world, topic::ANTENNA_OPEN_CIRCUIT), ElementsAre(off, on, off));
-  EXPECT_THAT(signalValues(world, topic::ANTENNA_SHORT_CIRCUIT), ElementsAre(off, off, on));
 }
 
 TEST(ReceiverControl, ColdStartWithTheSupplyOnIsCorrectedAndSaved) {

@@ -7,7 +7,7 @@
 
 #include "platform/PbInternalMessageAdapter.h"
 #include "platform/Topics.h"
-#include "scenario/Ubx.h"
+#include "scenario/World.h"
 
 namespace {
 
@@ -46,7 +46,7 @@ TEST(RunLoop, PublishesOneMessagePerCompleteEpochWithTheValuesOfItsSentences) {
   EXPECT_EQ(fix.quality(), 1);
   EXPECT_EQ(fix.fix(), 3U);
   EXPECT_EQ(fix.utc_time_us(), 1'774'269'302'000'000U);
-  EXPECT_EQ(fix.nmea(4), sentence("GNGST,123502.00,1.5,,,,2.5,3.1,4.0"));
+  EXPECT_EQ(fix.nmea(4), nmea("GNGST,123502.00,1.5,,,,2.5,3.1,4.0"));
   // 75 bytes of RMC at 38400 baud began to arrive 19 ms before they were read, 1000 s after boot.
   EXPECT_EQ(fix.timestamp_ns(), 1'001'300'000'000U - 19'000'000U);
 }
@@ -117,22 +117,12 @@ INSTANTIATE_TEST_SUITE_P(
              {Row(300, 3, 5), Row(550, 3, 5), Row(800, 3, 5), Row(1050, 3, 5), Row(1303, 3, 5)}},
         // A satellites field that is no number costs its sentence, not the epoch; a broken checksum likewise.
         Case{"BadSatellites",
-             {{300,
-               epoch(1, "RMC") + sentence("GNGGA,123501.00,4807.0,N,01131.0,E,1,x,0.9,545.4,M,46.9,M,,") +
-                   sentence("GNGGA,123501.00,4807.0,N,01131.0,E,1,99999999999999999999,0.9,5.4,M,46.9,M,,") +
-                   "$GNGGA,123501.00*00\r\n" + epoch(1, "GSA GSA GST")}},
+             {{300, epoch(1, "RMC") + nmea("GNGGA,123501.00,4807.0,N,01131.0,E,1,x,0.9,545.4,M,46.9,M,,") +
+                        nmea("GNGGA,123501.00,4807.0,N,01131.0,E,1,99999999999999999999,0.9,5.4,M,46.9,M,,") +
+                        "$GNGGA,123501.00*00\r\n" + epoch(1, "GSA GSA GST")}},
              1.0,
              {Row(300, 3, 4)}}),
     [](const auto& tested) { return tested.param.name; });
-
-TEST(RunLoop, FrameSplitIntoSingleBytesComesOutWhole) {
-  Script script;
-  const std::string bytes = "\x07garbage" + epoch(1) + ubx(0x01, 0x21, "ab");
-  for (size_t i = 0; i < bytes.size(); ++i)
-    script.add(300 * MS + static_cast<int64_t>(i) * 260, bytes.substr(i, 1));
-  World world(script);
-  EXPECT_EQ(world.run(0.9).size(), 1U);
-}
 
 TEST(RunLoop, TriesMissingDeviceOnceASecondAndUsesItWhenItAppears) {
   Script script;
@@ -267,7 +257,7 @@ TEST(RunLoop, SetsTheSystemClockOnceFromTheFirstValidTime) {
                   {true, 1'478'537'338'000'000, false, 0}};
   for (const auto& c : cases) {
     Script script;
-    script.add(100 * MS, sentence("GNRMC,123500.00,V,,,,,,,230326,,,N"));
+    script.add(100 * MS, nmea("GNRMC,123500.00,V,,,,,,,230326,,,N"));
     script.add(300 * MS, epoch(1, "RMC GGA GSA GSA GST", 50));
     script.add(1300 * MS, epoch(2));
     World world(script, {.wall_us = c.wall_us - 300 * MS});
@@ -291,18 +281,6 @@ TEST(RunLoop, TimeZoneIsFollowedAndAnOutageOfTheBusQueuesNothing) {
   EXPECT_TRUE(world.service);
   world.service.reset();
   EXPECT_THAT(world.bus->unsubscribed(), testing::Contains(topic::TIME_ZONE));
-}
-
-TEST(RunLoop, StopEndsEveryWaitWithin200Ms) {
-  for (const bool missing : {false, true}) {
-    for (const char* hasgnss : {"true", "false"}) {
-      Script script;
-      World world(script, {.hasgnss = hasgnss});
-      world.terminal.missing = missing;
-      world.run(0.45);
-      EXPECT_LE(world.time.now_us(), 650 * MS);
-    }
-  }
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <algorithm>
 
 #include "scenario/World.h"
-#include "sim/gnss/UbxText.h"
 
 namespace {
 
@@ -30,36 +29,6 @@ double firstAfter(const std::vector<Published>& published, int64_t since_us,
     if (at_us > since_us && wanted(data)) return static_cast<double>(at_us - since_us) / S;
   }
   return -1;
-}
-
-/// The commands that the receiver hears, each once however often it was repeated.
-struct CommandTrace final : sim::IReceiverObserver {
-  void on_command(int64_t /*at_us*/, const sim::UbxFrame& frame, bool intact) override {
-    const std::string text = sim::describe(frame);
-    const std::string words = text.substr(0, text.find(" len ") - 6);  // without class and id
-    if (!intact) corrupted++;
-    if (commands.empty() || commands.back() != words) commands.push_back(words);
-  }
-  std::vector<std::string> commands;
-  int corrupted = 0;
-};
-
-TEST(SimulatedControl, TheTraceShowsTheWholeConfiguration) {
-  SimulatedReceiver source(fromFactory(38400));
-  CommandTrace trace;
-  source.receiver.set_observer(&trace);
-  World world(source);
-  world.run(450);
-  EXPECT_EQ(trace.corrupted, 0);
-  const std::string on = "CFG-ANT flags 0x001F (supply on)";
-  EXPECT_THAT(trace.commands,
-              testing::ElementsAre(
-                  "CFG-PRT poll", "MON-GNSS poll", "CFG-ANT poll", on, "CFG-ANT poll", on, "CFG-ANT poll", on,
-                  "CFG-MSG NAV-TIMEUTC every 1", "CFG-MSG GSA every 1", "CFG-MSG GSV every 1",
-                  "CFG-MSG RMC every 1", "CFG-MSG GST every 1", "CFG-MSG VTG off", "CFG-MSG GRS off",
-                  "CFG-MSG ZDA off", "CFG-MSG GLL off", "CFG-MSG MON-HW every 5", "CFG-GNSS poll", "CFG-RXM",
-                  "CFG-NAV5 model 4 fix mode 3", "CFG-MSG GGA every 1", "CFG-NMEA version 4.0",
-                  "MON-VER poll", "MON-GNSS poll", "CFG-GNSS poll", "MON-GNSS poll", "CFG-RATE 1000 ms x 1"));
 }
 
 TEST(SimulatedControl, FindsTheReceiverAtAnyRateAndConfiguresIt) {

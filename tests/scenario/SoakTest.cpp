@@ -126,7 +126,7 @@ class DrivingReceiver final : public ByteSource {
   static std::string atSecond60(const std::string& text) {
     std::string body = text.substr(1, text.find('*') - 1);
     if (const size_t at = body.find(",235959."); at != std::string::npos) body.replace(at, 7, ",235960");
-    return sentence(body);
+    return nmea(body);
   }
 
   const Drive& m_drive;

@@ -15,7 +15,6 @@ namespace {
 
 using namespace ecu::koru;
 using namespace test;
-using testing::HasSubstr;
 
 constexpr int64_t S = 1'000'000;
 constexpr int64_t US_PER_BYTE = 8;  // 1 MHz
@@ -105,12 +104,6 @@ std::vector<std::string> contents(const std::vector<Published>& published) {
   return all;
 }
 
-size_t count(const std::string& text, const std::string& part) {
-  size_t times = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++times;
-  return times;
-}
-
 TEST(Spi, TheSameFixesAndGroupsWithAndWithoutTheLine) {
   for (const int rate_hz : {1, 4}) {
     std::vector<std::string> with_line;
@@ -179,6 +172,9 @@ TEST(Spi, FaultsAreToldOnceAndEnd) {
   const Fault faults[] = {
       {"no line", [](auto& wire) { wire.exported = wire.exportable = false; }, mend_line, 0, 1.2,
        "Error to open /sys/class/gpio/export. errno = 2"},
+      {"line not settable", [](auto& wire) { wire.settable = false; },
+       [](auto& wire) { wire.settable = true; }, 0, 1.2,
+       "Error writing 'in' to /sys/class/gpio/gpio124/direction errno = 2"},
       {"stuck high at the start", [](auto& wire) { wire.line_stuck = '1'; }, mend_line, 0, 4, "lost: it ann"},
       {"stuck high", [](auto& wire) { wire.line_stuck = '1'; }, mend_line, BEGIN_S, 4,
        "lost: it announces nothing"},
@@ -209,9 +205,9 @@ TEST(Spi, FaultsAreToldOnceAndEnd) {
     EXPECT_LE(longestGap(published, END_S + 2, 149.9), 2) << fault.what;
     EXPECT_LE(transfers, 110 * (END_S - fault.begin_s)) << fault.what;
     if (fault.told != nullptr) {
-      EXPECT_EQ(count(text, fault.told), 1U) << fault.what << text;
+      EXPECT_EQ(occurrences(text, fault.told), 1U) << fault.what << text;
     }
-    EXPECT_LE(count(text, " ERROR "), 4U) << text;
+    EXPECT_LE(occurrences(text, " ERROR "), 4U) << text;
     EXPECT_LE(spi.wire->opens_ns.size(), END_S - BEGIN_S + 2) << fault.what;
   }
 }
@@ -224,29 +220,6 @@ TEST(Spi, OneFailedTransferCostsNoFix) {
     EXPECT_LE(longestGap(spi.world.run(20), 5, 19.9), 1.3);
     EXPECT_GT(spi.wire->failed_transfers, 0);
     EXPECT_EQ(spi.wire->opens_ns.size(), 1U);
-  }
-}
-
-TEST(Spi, AnIdleServiceRarelyWakesUp) {
-  for (const bool tx_ready : {true, false}) {
-    auto options = onSpi(tx_ready);
-    options.faults.silence_s = 20;  // the last of 40
-    options.faults.silence_every_s = 40;
-    SpiWorld spi(options);
-    size_t before = 0, waits = 0;
-    const auto wakes = [&] { return spi.wire->line_waits_us.size() + spi.world.time.sleeps; };
-    spi.at(21, [&] {
-      spi.wire->receiver.set_mute(true);
-      before = wakes();
-      waits = spi.wire->line_waits_us.size();
-    });
-    spi.at(31, [&] {
-      EXPECT_LE(wakes() - before, tx_ready ? 1000U : 150U);
-      EXPECT_GE(wakes() - before, 90U);
-      EXPECT_EQ(spi.wire->line_waits_us.size() > waits, tx_ready);
-      spi.world.service->stop();
-    });
-    spi.world.run(32);
   }
 }
 

@@ -179,14 +179,6 @@ std::vector<Published> World::run(double seconds) {
   return published;
 }
 
-std::string sentence(const std::string& body) {
-  unsigned sum = 0;
-  for (const char c : body) sum ^= static_cast<unsigned char>(c);
-  char tail[8];
-  static_cast<void>(std::snprintf(tail, sizeof tail, "*%02X\r\n", sum));
-  return "$" + body + tail;
-}
-
 std::string epoch(int second, const std::string& kinds, int hundredths) {
   char time[16];
   static_cast<void>(std::snprintf(time, sizeof time, "1235%02d.%02d", second, hundredths));
@@ -197,7 +189,7 @@ std::string epoch(int second, const std::string& kinds, int hundredths) {
       {"GST", std::string("GNGST,") + time + ",1.5,,,,2.5,3.1,4.0"}};
   std::istringstream words(kinds);
   std::string bytes;
-  for (std::string kind; words >> kind;) bytes += sentence(bodies.at(kind));
+  for (std::string kind; words >> kind;) bytes += nmea(bodies.at(kind));
   return bytes;
 }
 

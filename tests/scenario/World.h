@@ -13,6 +13,7 @@
 #include "platform/Time.h"
 #include "proto/nvxproto.pb.h"
 #include "sim/gnss/Receiver.h"
+#include "support/Frames.h"
 #include "support/Support.h"
 
 /// The whole service over a fake terminal and a bus in memory, in virtual time.
@@ -155,8 +156,6 @@ class World {
   std::unique_ptr<ecu::koru::gpspub::GPSDClient> service;
 };
 
-/// "$" body "*" checksum CR LF
-[[nodiscard]] std::string sentence(const std::string& body);
 /// The sentences of one epoch of 23 March 2026 12:35:SS.hh; `kinds` as "RMC GGA GSA GSA GST".
 [[nodiscard]] std::string epoch(int second, const std::string& kinds = "RMC GGA GSA GSA GST",
                                 int hundredths = 0);

@@ -1,8 +1,6 @@
 #include "support/Broker.h"
 
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -12,15 +10,9 @@ namespace test {
 namespace {
 
 bool accepts(uint16_t port) {
-  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const bool connected =
-      connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-  close(descriptor);
-  return connected;
+  const int descriptor = connect_to(port);
+  if (descriptor >= 0) close(descriptor);
+  return descriptor >= 0;
 }
 
 std::string mosquitto() {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "input/SPI.h"
@@ -24,6 +25,7 @@ class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
   bool exported = true;
   bool exportable = true;
   bool settable = true;            ///< direction and edge
+  int64_t settable_after_ns = 0;   ///< until so long after the export, permission is denied
   std::optional<char> line_stuck;  ///< at '0' or '1'; any other character: cannot be read
   // While one is not 0, the call fails with it as errno.
   int open_error = 0;
@@ -42,6 +44,9 @@ class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
       if (open_error != 0) return failed(open_error);
     } else if (is_line ? !exported || (!settable && path != LINE + "value") : !exportable) {
       return failed(ENOENT);
+    } else if (is_line && path != LINE + "value" &&
+               ecu::koru::time_source().steady_ns() < m_exported_ns + settable_after_ns) {
+      return failed(EACCES);
     }
     const int fd = FIRST + m_opened++;
     m_open[fd] = path;
@@ -57,7 +62,7 @@ class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
   }
   ssize_t write(int fd, const void* data, size_t len) override {
     written.push_back(m_open[fd] + "=" + std::string(static_cast<const char*>(data), len));
-    exported = true;
+    if (!std::exchange(exported, true)) m_exported_ns = ecu::koru::time_source().steady_ns();
     return static_cast<ssize_t>(len);
   }
   int waitException(int fd, int timeout_us) override {
@@ -90,6 +95,7 @@ class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
   static int failed(int error) { return errno = error, -1; }
   std::map<int, std::string> m_open;
   int m_opened = 0;
+  int64_t m_exported_ns = 0;
 };
 
 }  // namespace test

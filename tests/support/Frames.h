@@ -7,6 +7,16 @@
 /// What a receiver sends, built here once more and not with the service's own code.
 namespace test {
 
+/// Bytes from digits in hexadecimal; blanks are allowed between them.
+inline std::string bytes(std::string_view digits) {
+  std::string result;
+  for (size_t i = 0; i < digits.size(); i += digits[i] == ' ' ? 1 : 2) {
+    if (digits[i] != ' ')
+      result += static_cast<char>(std::stoi(std::string(digits.substr(i, 2)), nullptr, 16));
+  }
+  return result;
+}
+
 /// "$" body "*" checksum CR LF
 inline std::string nmea(std::string_view body) {
   unsigned sum = 0;
@@ -16,7 +26,7 @@ inline std::string nmea(std::string_view body) {
 }
 
 /// A whole UBX message.
-inline std::string ubx(uint8_t message_class, uint8_t id, std::string_view payload) {
+inline std::string ubx(uint8_t message_class, uint8_t id, std::string_view payload = {}) {
   std::string frame{'\xB5',
                     '\x62',
                     static_cast<char>(message_class),

@@ -1,14 +1,14 @@
 #include "support/Relay.h"
 
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <stdexcept>
 #include <utility>
+
+#include "support/Support.h"
 
 namespace test {
 
@@ -16,29 +16,9 @@ namespace {
 
 constexpr int STEP_MS = 5;
 
-sockaddr_in loopback(uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
-
-int tcp_socket() {
-  return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-}
-
 }  // namespace
 
-Relay::Relay(uint16_t target) : m_listener(tcp_socket()), m_target(target) {
-  sockaddr_in address = loopback(0);
-  socklen_t size = sizeof address;
-  auto* generic = reinterpret_cast<sockaddr*>(&address);
-  if (bind(m_listener, generic, size) != 0 || listen(m_listener, 16) != 0 ||
-      getsockname(m_listener, generic, &size) != 0) {
-    throw std::runtime_error("no port for a relay");
-  }
-  m_port = ntohs(address.sin_port);
+Relay::Relay(uint16_t target) : m_port(free_port()), m_listener(listen_on(m_port)), m_target(target) {
   m_thread = std::thread([this] { serve(); });
 }
 
@@ -91,17 +71,14 @@ void Relay::serve() {
 
 void Relay::accept_one() {
   const int client = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
-  const int broker = tcp_socket();
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
   const std::lock_guard lock(m_mutex);
   m_connections.push_back({int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec, {}});
-  const sockaddr_in address = loopback(m_target);
-  if (connect(broker, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+  if (const int broker = connect_to(m_target); broker >= 0) {
     m_pairs.push_back({client, broker, m_connections.size() - 1});
   } else {
     close(client);
-    close(broker);
   }
 }
 

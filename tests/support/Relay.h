@@ -41,8 +41,8 @@ class Relay {
   [[nodiscard]] bool forward(const Pair& pair, bool from_client);
   void cut_all();
 
-  int m_listener;
-  uint16_t m_port = 0;
+  const uint16_t m_port;
+  const int m_listener;
   std::vector<Pair> m_pairs;  // of the thread
   mutable std::mutex m_mutex;
   uint16_t m_target;

@@ -36,20 +36,58 @@ std::string TempDir::write(std::string_view name, std::string_view text) const {
   return path;
 }
 
+namespace {
+
+using SocketCall = int(int, const sockaddr*, socklen_t);
+
+/// A socket after `call` with a port's address, or -1.
+int socket_after(SocketCall* call, uint16_t port) {
+  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int on = 1;
+  setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (call(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return descriptor;
+  close(descriptor);
+  return -1;
+}
+
+}  // namespace
+
 uint16_t free_port() {
   std::random_device random;
   for (int attempt = 0; attempt < 200; ++attempt) {
     const auto port = static_cast<uint16_t>(20000 + random() % 12000);
-    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const bool free = bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    const int descriptor = listen_on(port);
+    if (descriptor < 0) continue;
     close(descriptor);
-    if (free) return port;
+    return port;
   }
   throw std::runtime_error("no free port");
+}
+
+int listen_on(uint16_t port) {
+  const int descriptor = socket_after(::bind, port);
+  if (descriptor < 0 || listen(descriptor, 16) == 0) return descriptor;
+  close(descriptor);
+  return -1;
+}
+
+int connect_to(uint16_t port) {
+  return socket_after(::connect, port);
+}
+
+std::string text_of(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+size_t occurrences(std::string_view text, std::string_view part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string_view::npos; at = text.find(part, at + 1)) ++count;
+  return count;
 }
 
 std::string program(std::string_view name) {

@@ -32,6 +32,15 @@ class TempDir {
 /// connections: it stays free while a test restarts its server.
 [[nodiscard]] uint16_t free_port();
 
+/// A socket that listens on a port of 127.0.0.1, and one that is connected to it; -1 when that cannot be.
+[[nodiscard]] int listen_on(uint16_t port);
+[[nodiscard]] int connect_to(uint16_t port);
+
+/// What stands in a file; nothing when there is none.
+[[nodiscard]] std::string text_of(const std::string& path);
+
+[[nodiscard]] size_t occurrences(std::string_view text, std::string_view part);
+
 /// The path of a program of this build ("satnavd").
 [[nodiscard]] std::string program(std::string_view name);
 

@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <fstream>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -75,26 +73,6 @@ class EcuAndTapTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(EcuAndTapTest, AViewerThatComesLaterSeesTheRetainedState) {
-  const auto unit = start({"ecu-sim", "--var", "hwversion=zpt", "--param", "0xA00F=01", "--param",
-                           "0xA09B=04:nootaid", "--timezone", "+05:30,summer,source=user", "--blackout", "on",
-                           "--hw-version", "v1", "--retain-all"});
-  ASSERT_EQ(unit->wait_for_exit(PATIENCE_MS), 0) << unit->err();
-  const auto tap = start({"satnav-tap", "--json", "--count", "7", "--seconds", "10"});
-  ASSERT_EQ(tap->wait_for_exit(PATIENCE_MS), 0) << tap->err();
-  EXPECT_THAT(
-      summaries(tap->out()),
-      UnorderedElementsAre(R"(system/var/hwvariant retained {"value":"sim"})",
-                           R"(system/var/hwversion retained {"value":"zpt"})",
-                           R"(system/var/hasgnss retained {"value":"true"})",
-                           std::string("system/time/timezone retained ") + KNOWN_ZONE,
-                           R"(rt/system/blackout_mode retained {"value":"01"})",
-                           R"(rt/system/hw_version retained {"value":"7631"})",
-                           R"(system/sysparams retained {"entries":{"0x0000A00F":{"flags":1,"value":"01"},)"
-                           R"("0x0000A09B":{"flags":0,"value":"04"}}})"));
-  EXPECT_THAT(unit->err() + tap->err(), IsEmpty());
-}
-
 TEST_F(EcuAndTapTest, CommandsReachTheBusOnceAndBrokenOnesChangeNothing) {
   test::TempDir folder;
   const auto file = folder.write("unit.txt", "# a unit\nvar hwversion n2\r\n\ntimezone none\n");
@@ -155,43 +133,21 @@ TEST_F(EcuAndTapTest, ABridgeJoinsTwoUnits) {
                                 "P2C1 [^ ]* -> [^ ]*: [1-9] carried, 0 lost, 0 dropped, [1-9] malformed\n"));
 }
 
-TEST_F(EcuAndTapTest, TheStateSurvivesARestartOfTheBroker) {
-  const auto unit = start_unit({"--param", "0xA00F=01"});
-  broker.stop();
-  EXPECT_TRUE(unit->wait_for_output("WARNING", PATIENCE_MS)) << "the loss was not noticed";
-  unit->write_stdin("var hwversion zpt\nsource can\n");
-  EXPECT_TRUE(unit->wait_for_output("follows when it can", PATIENCE_MS));
-  EXPECT_TRUE(unit->wait_for_output("not sent: the broker cannot be reached", PATIENCE_MS));
-  ASSERT_TRUE(broker.start());
-  const auto tap = start({"satnav-tap", "--json", "--count", "4", "--seconds", "40"});
-  ASSERT_EQ(tap->wait_for_exit(45'000), 0) << tap->err();
-  std::map<std::string, std::string> last;
-  for (const auto& line : json_lines(tap->out())) last[line["topic"]] = line["body"].dump();
-  EXPECT_EQ(last["system/var/hwversion"], R"({"value":"zpt"})");
-  EXPECT_THAT(last["system/sysparams"], HasSubstr("0x0000A00F"));
-  unit->write_stdin("quit\n");
-  EXPECT_EQ(unit->wait_for_exit(PATIENCE_MS), 0);
-}
-
 TEST_F(EcuAndTapTest, TheExitStatusTellsWhatHappened) {
   test::TempDir folder;
   const auto broken_file = folder.write("unit.txt", "var a b\nvar\n");
   const auto broken_database = folder.write("bad.dbc", "BO_ 1 X: 8 Y\nSG_\n");
-  const auto broken_config = folder.write("bad.conf", "host 127.0.0.1\n");
   const struct {
     std::vector<std::string> argv;
     int status;
     std::string_view said;  // on standard error
   } rows[] = {
       {{"satnav-tap", "--count", "1", "--seconds", "0.2"}, 1, ""},
-      {{"satnav-tap", "--seconds", "0.2"}, 0, ""},
       {{"satnav-tap", "--topic", "a/#/b"}, 2, "not an MQTT topic filter: a/#/b"},
-      {{"satnav-tap", "--config", broken_config}, 2, "configuration line 1"},
       {{"satnav-tap", "--signal-database", broken_database}, 1, "satnav-tap: signal database "},
       {{"satnav-tap", "--can-log", "/no/folder/file"}, 1, "cannot write /no/folder/file: No such file"},
       {{"satnav-tap", "--can-log", "/dev/null", "--source-address", "FF"}, 2, "from 00 to FE"},
       {{"ecu-sim", "--bridge", "localhost", "localhost:0"}, 2, "expected HOST[:PORT][/PREFIX]"},
-      {{"ecu-sim", "--bridge", "localhost", "localhost"}, 2, "--port is not for --bridge"},
       {{"ecu-sim", "--file", broken_file}, 2, "unit.txt line 2: var: expected a variable's name"},
       {{"ecu-sim", "--help"}, 0, ""},
   };
@@ -208,18 +164,4 @@ TEST_F(EcuAndTapTest, TheExitStatusTellsWhatHappened) {
     EXPECT_EQ(process->wait_for_exit(PATIENCE_MS), 1);
     EXPECT_THAT(process->err(), HasSubstr(name + ": no connection to the broker at 127.0.0.1:"));
   }
-}
-
-TEST_F(EcuAndTapTest, AReaderThatGoesAwayEndsTheViewerQuietly) {
-  const auto unit = start_unit();
-  test::Process pipeline({"sh", "-c",
-                          test::program("satnav-tap") + " --port " + std::to_string(broker.port()) +
-                              " | head -n 1; echo all gone"});
-  EXPECT_EQ(pipeline.wait_for_exit(PATIENCE_MS), 0);
-  EXPECT_THAT(pipeline.out(), HasSubstr("system/"));
-  EXPECT_THAT(pipeline.err(), IsEmpty());
-  test::Process full(
-      {"sh", "-c", test::program("satnav-tap") + " --port " + std::to_string(broker.port()) + " >/dev/full"});
-  EXPECT_EQ(full.wait_for_exit(PATIENCE_MS), 1);
-  EXPECT_THAT(full.err(), HasSubstr("satnav-tap: cannot write: "));
 }

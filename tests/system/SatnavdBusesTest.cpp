@@ -8,7 +8,6 @@
 
 namespace {
 
-using test::eventually;
 using test::PATIENCE_MS;
 using test::Process;
 using test::Tap;

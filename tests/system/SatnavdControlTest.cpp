@@ -3,8 +3,6 @@
 #include <fcntl.h>
 #include <termios.h>
 
-#include <fstream>
-
 #include "support/Frames.h"
 #include "system/SatnavdTest.h"
 
@@ -116,11 +114,7 @@ class SatnavdControl : public test::SatnavdTest {
     return std::make_unique<test::Process>(std::vector<std::string>{test::program("ecu-sim"), "--keep",
                                                                     "--port", std::to_string(broker.port())});
   }
-  [[nodiscard]] std::string text_of(const std::string& name) const {
-    std::stringstream text;
-    text << std::ifstream(folder / name).rdbuf();
-    return text.str();
-  }
+  [[nodiscard]] std::string text_of(const std::string& name) const { return test::text_of(folder / name); }
 };
 
 TEST_F(SatnavdControl, FindsTheReceiverAtAnotherRateAndSetsIt) {

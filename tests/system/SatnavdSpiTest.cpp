@@ -1,7 +1,5 @@
 // The real service with a receiver on the SPI bus; a preloaded library stands in for the device and the line.
 
-#include <fstream>
-
 #include "system/SatnavdTest.h"
 
 namespace {
@@ -9,6 +7,7 @@ namespace {
 using namespace std::string_literals;
 using test::PATIENCE_MS;
 using test::Tap;
+using test::text_of;
 using test::VALID;
 using testing::HasSubstr;
 
@@ -35,12 +34,6 @@ class SatnavdSpi : public test::SatnavdTest {
     return root;
   }
 };
-
-std::string text_of(const std::string& path) {
-  std::stringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 /// How often the threads of a process went to sleep by themselves.
 long wake_ups(const test::Process& process) {
@@ -72,20 +65,6 @@ TEST_F(SatnavdSpi, UnitN2ReadsItsReceiverByTheLine) {
   EXPECT_THAT(service->err(), testing::Not(HasSubstr(" ERROR ")));
   service->signal(SIGTERM);
   EXPECT_EQ(service->wait_for_exit(2000), 0);
-}
-
-TEST_F(SatnavdSpi, GroupsGoOutOnceASecondAtAnyRate) {
-  publish_unit({"--var", "hwversion=zpt"});
-  for (const char* const rate : {"1", "4"}) {
-    test::Process groups({test::program("satnav-tap"), "--json", "--topic", "rt/j1939can/tx/vp1_local",
-                          "--port", std::to_string(broker.port())});
-    Tap tap(broker);
-    const auto service = on_spi(rate, lines("lines", true), {"-g", "/dev/spidev2.0"});
-    ASSERT_TRUE(tap.gets(1, VALID)) << service->err();
-    const size_t before = test::occurrences(groups.out(), "\n");
-    EXPECT_TRUE(tap.gets(5 * std::stol(rate), VALID));
-    EXPECT_NEAR(static_cast<double>(test::occurrences(groups.out(), "\n") - before), 5, 1) << rate;
-  }
 }
 
 TEST_F(SatnavdSpi, AnIdleServiceRarelyWakesUp) {

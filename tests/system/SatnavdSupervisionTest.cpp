@@ -50,16 +50,4 @@ TEST_F(SatnavdSupervision, TheLoopFeedsWhateverIsMissingAndStopsWithTheProcess) 
   EXPECT_EQ(manager.take().back(), "STOPPING=1");
 }
 
-// A manager that reads nothing must not hold the service.
-TEST_F(SatnavdSupervision, AManagerThatDoesNotReadCostsNothing) {
-  publish_unit();
-  test::Tap tap(broker);
-  const auto simulator = receiver({});
-  const auto service = satnavd("", {}, {"env", "NOTIFY_SOCKET=" + folder / "notify", "WATCHDOG_USEC=3000"});
-  EXPECT_TRUE(tap.gets(3, test::VALID));
-  EXPECT_TRUE(tap.gets(3, test::VALID));
-  service->signal(SIGTERM);
-  EXPECT_EQ(service->wait_for_exit(2000), 0);
-}
-
 }  // namespace

@@ -2,10 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -31,12 +29,6 @@ inline int64_t clock_ns(clockid_t clock) {
   return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
-inline size_t occurrences(const std::string& text, const std::string& part) {
-  size_t count = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
-  return count;
-}
-
 /// Waits until `part` stands in the standard error `count` times.
 inline bool logged(const Process& process, const std::string& part, size_t count) {
   return eventually([&] { return occurrences(process.err(), part) >= count; }, PATIENCE_MS);
@@ -45,16 +37,8 @@ inline bool logged(const Process& process, const std::string& part, size_t count
 /// Listens and never says anything: the system accepts its connections.
 class MuteBroker {
  public:
-  explicit MuteBroker(uint16_t on_port = free_port())
-      : port(on_port), m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    const int on = 1;
-    setsockopt(m_listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(bind(m_listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    EXPECT_EQ(listen(m_listener, 4), 0);
+  explicit MuteBroker(uint16_t on_port = free_port()) : port(on_port), m_listener(listen_on(port)) {
+    EXPECT_GE(m_listener, 0);
   }
   ~MuteBroker() { close(m_listener); }
   MuteBroker(const MuteBroker&) = delete;

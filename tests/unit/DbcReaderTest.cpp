@@ -1,13 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <random>
-
-#include "platform/BuiltinSignals.h"
 #include "platform/DbcReader.h"
 
 using namespace ecu::koru::rt;
-using namespace std::string_view_literals;
 using testing::HasSubstr;
 
 namespace {
@@ -41,53 +37,31 @@ TEST(DbcReaderTest, WhatCannotBeUsedIsNamedWithItsLine) {
       {with("0|8@1+", "0|8@0+"), 4, "signal a of message USED: big-endian signals (@0) are not supported"},
       {with("0|8@1+", "0|8@1-"), 4, "signal a of message USED: signed signals are not supported"},
       {with("a : ", "a M : "), 4, "signal a of message USED: multiplexed signals are not supported"},
-      {with("b : 12", "b m3 : 12"), 5, "signal b of message USED: multiplexed signals are not supported"},
       {with("b : 0;", "b : 1;"), 11, "signal b of message USED: floating-point signals are not supported"},
       {with("0|8@", "0|0@"), 4, "signal a of message USED: the width is not 1 to 64 bits"},
-      {with("0|8@", "0|65@"), 4, "signal a of message USED: the width is not 1 to 64 bits"},
-      {with("12|16@", "49|16@"), 5, "signal b of message USED: it lies outside the message"},
       {with("12|16@", "4294967295|16@"), 5, "signal b of message USED: it lies outside the message"},
       {with("12|16@", "7|16@"), 5, "signal b of message USED: it overlaps another signal"},
       {with("SG_ b", "SG_ a"), 5, "signal a of message USED: the name is given twice"},
       {with("(0.5,", "(0,"), 4, "signal a of message USED: the factor is 0"},
-      {with("(0.5,", "(1e308,"), 4, "signal a of message USED: its values are too large"},
-      {with("(0.5,", "(inf,"), 4, "expected the factor, found 'inf,-3)'"},
       {with(",-3)", ",1e999)"), 4, "expected the offset, found '1e999)'"},
-      {with(",-3)", ",+-3)"), 4, "expected the offset, found '+-3)'"},
-      {with("[0|1]", "[0|]"), 4, "expected the maximum, found ']'"},
       {with("0|8@", "-1|8@"), 4, "expected the start bit, found '-1|8@1+'"},
-      {with("0|8@", "0|4294967296@"), 4, "expected the width in bits, found '4294967296@1+'"},
-      {with("0|8@1", "0|8@2"), 4, "expected '1', found '2+'"},
-      {with("@1+ (0.5,-3)", "@1+"), 4, "expected '(', found '[0|1]'"},
       {with(" [0|1] \"m\" B", ""), 4, "expected '[', found the end of the line"},
-      {with("USED: 8", "USED\x01: 8"), 3, "expected ':', found '\\x01:'"},
       {with("USED: 8", std::string("USED\0: 8", 8)), 3, "found '\\x00:'"},
       {with("USED: 8", "USED: 65"), 3, "message USED is longer than 64 bytes"},
-      {with("USED: 8 A", "USED: 8"), 4, "expected a statement, found 'a'"},
-      {with("2566845438 USED", "4294967296 USED"), 3, "expected a message id, found '4294967296'"},
       {with("BO_ 100", "BO_ 2566845438"), 6, "message id 2566845438 is given twice"},
-      {with("OTHER", "USED"), 6, "message USED is given twice"},
       {with("t/rx", "t/tx"), 10, "topic t/tx is given twice"},
       {with("\"RxTopic\" BO_", "\"TxTopic\" BO_"), 10, "the topic is given twice"},
       {with("t/rx", "t/#"), 10, "this is no topic to publish on"},
-      {with("t/rx", std::string("t\0x", 3)), 10, "this is no topic to publish on"},
       {with("RxTopic\" BO_ 2566845438", "RxTopic\" BO_ 1"), 10, "there is no message with id 1"},
-      {with("RxTopic\" BO_", "RxTopic\" BU_"), 10, "expected BO_, found 'BU_'"},
-      {with("\"t/rx\"", "1"), 10, "expected a topic in quotes, found '1;'"},
-      {with("\"t/tx\";", "\"t/tx\""), 9, "expected ';', found the end of the line"},
-      {with("STRING ;", "STRING"), 8, "expected ';', found the end of the line"},
       {with("b : 0;\n", "b : 0"), 11, "expected ';', found the end of the file"},
       {with("\"t/rx\";\n", "\"t/rx\n"), 10, "the string that begins here does not end"},
-      {with("BU_:", "BU:"), 2, "expected a statement, found 'BU:'"},
       {with("BO_ 2566845438 USED: 8 A\n", "\n"), 4, "a signal without a message before it"},
       {with("BO_ 100", "BA_ \"RxTopic\" BO_ 100 \"o\";\nBO_ 100"), 6, "there is no message with id 100"},
       {with("STRING ;", "STRING ;BA_DEF_DEF_ \"RxTopic\" \"o\";"), 7, "signal x of message OTHER: signed"},
-      {with("b : 0;", "b : 1;\nBA_ \"TxTopic\" BO_ 100 \"o\";"), 7, "signal x of message OTHER: signed"},
       {with(" SG_ x : 0|8@1- (1,0) [0|1] \"\" B\n", "\n") + "BA_ \"TxTopic\" BO_ 100 \"o\";", 6,
        "message OTHER has a topic and no signal"},
       {GOOD.substr(0, GOOD.find("BA_ ")), 9, "no message has a TxTopic or RxTopic"},
       {"", 1, "no message has a TxTopic or RxTopic"},
-      {"\xFF\xFE", 1, "expected a statement"},
       {std::string(MAX_DBC_SIZE + 1, ' '), 0, "the file is longer than 1 MiB"}};
   for (const auto& row : rows) {
     const DbcResult result = parse_dbc(row.text, "f.dbc");
@@ -123,20 +97,4 @@ TEST(DbcReaderTest, WhatIsNotNeededIsPassedOver) {
   const SignalDefinition& a = *group->signal("a");
   EXPECT_TRUE(a.scale.factor() == 0.5 && a.scale.offset() == -3 && a.unit == "\xB0;//" && a.width == 8);
   EXPECT_EQ(parse_dbc(GOOD, "").error.text(), ": ");
-}
-
-TEST(DbcReaderTest, AnyBytesAreReadOrRefused) {
-  const std::string text(BUILTIN_SIGNALS);
-  for (size_t length = 0; length < text.size(); ++length) (void)parse_dbc(text.substr(0, length), "");
-  std::mt19937 random(3);
-  constexpr std::string_view BYTES = "\0\"\\;:|@+-()[], \n09SMm_\xFF"sv;
-  for (int round = 0; round < 5000; ++round) {
-    std::string changed = text;
-    for (int i = 0; i < 3; ++i) {
-      const size_t at = random() % changed.size();
-      changed.replace(at, random() % 4, random() % 3, BYTES[random() % BYTES.size()]);
-    }
-    const DbcResult result = parse_dbc(changed, "f.dbc");
-    ASSERT_EQ(result.database == nullptr, !result.error.reason.empty()) << changed;
-  }
 }

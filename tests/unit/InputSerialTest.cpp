@@ -132,37 +132,6 @@ TEST(InputSerialTest, EverySplitFramesTheSame) {
   }
 }
 
-TEST(InputSerialTest, GarbageNeverBreaksTheBuffer) {
-  std::mt19937 random(3);
-  Port port;  // its checks are the test
-  const std::string likely = "$b\xB5\x62\r\n,*"s + '\0' + "\x01\x10";
-  for (int round = 0; round < 3000 && !HasFailure(); ++round) {
-    std::string noise(random() % (round % 100 == 0 ? 12000 : 60), 'x');
-    for (char& c : noise)
-      c = round % 3 == 0 ? likely[random() % likely.size()] : static_cast<char>(random() % 128);
-    const std::string pieces[] = {RMC, ACK, noise, "$" + std::string(noise.size(), 'n'),
-                                  RMC.substr(noise.size() % 70)};
-    for (int i = 0; i < 4; ++i) port.feed(pieces[random() % 5]);
-  }
-  EXPECT_GT(port.input.getLinesReceived(), 300);
-}
-
-TEST(InputSerialTest, AsksTheDeviceOnlyForWhatItHas) {
-  Port port;
-  port.line->incoming = RMC + "$GPGGA";
-  EXPECT_TRUE(port.input.waiting(1000) && port.input.read());
-  EXPECT_EQ(port.line->last_read_max, RMC.size() + 6);
-  EXPECT_EQ(port.input.getBuffer()[RMC_LEN - 1], 0);
-  EXPECT_TRUE(port.input.waiting(1000) && port.line->waits == 2);  // the rest is there: no need to ask
-  EXPECT_FALSE(port.input.read() || port.input.waiting(1000));
-  port.line->counts = false;
-  port.line->incoming = ",";
-  EXPECT_FALSE(port.input.read());
-  EXPECT_EQ(port.line->last_read_max, 10240U - 6);
-  port.input.clearBuffer();
-  EXPECT_EQ(port.feed(RMC), Items{RMC});
-}
-
 TEST(InputSerialTest, NoticesADeviceThatWentAway) {
   const struct {
     int wait_error, read_error;
@@ -199,33 +168,4 @@ TEST(InputSerialTest, OpensTheDeviceRawAtItsRateAndSends) {
   EXPECT_THAT(text, HasSubstr("errno = 25"));
   EXPECT_THAT(text, HasSubstr("ERROR koru.gpspub: Error sendBinary m_fd_serial 7 errno = 5\n"));
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);
-}
-
-TEST(InputSerialTest, AMissingDeviceDoesNotFloodTheLog) {
-  Port port;
-  port.line->open_error = ENOENT;
-  std::vector<int> logged;
-  for (int i = 0; i < 96; ++i) {
-    test::LogCapture log("ERROR");
-    EXPECT_FALSE(port.input.connect() || port.input.isConnected());
-    const std::string text = log.take();
-    if (!text.empty()) logged.push_back(i);
-    EXPECT_TRUE(text.empty() || text.ends_with("Error to open serial device /dev/ttyFP3 errno = 2\n"));
-  }
-  ASSERT_EQ(logged.size(), 3U);
-  EXPECT_TRUE(logged[1] - logged[0] == 32 && logged[2] - logged[1] == 32);
-}
-
-TEST(InputSerialTest, KnowsItsRatesAndHuntsThroughThem) {
-  Port port;
-  for (const unsigned baud : {19200U, 9600U, 38400U, 57600U, 115200U, 19200U}) {
-    EXPECT_EQ(port.input.getBaudRate(), baud);
-    port.input.tryNextBaudRate();
-  }
-  EXPECT_TRUE(port.input.setBaudRate(115200));
-  port.input.tryNextBaudRate();
-  EXPECT_TRUE(!port.input.setBaudRate(14400) && port.input.getBaudRate() == 115200);  // ends the hunt
-  EXPECT_TRUE(port.input.setBaudRate(4800) && port.input.getBaudRate() == 9600);
-  port.input.tryNextBaudRate();
-  EXPECT_EQ(port.input.getBaudRate(), 19200U);
 }

@@ -9,7 +9,6 @@
 
 using namespace ecu::koru::gpspub;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 namespace {
 
@@ -61,24 +60,6 @@ std::tm atSecond(int second) {
 
 }  // namespace
 
-TEST(NmeaEpochTest, PublishesWhenAnEpochIsComplete) {
-  const std::pair<std::string, std::vector<size_t>> rows[] = {{"RMC GGA GSA GST", {4}},
-                                                              {"RMC GGA GSA GSA GSV GST GSV", {6}},
-                                                              {"RMC GGA GST", {}},
-                                                              {"GST RMC GGA GSA", {4}},
-                                                              {"RMC GGA GSA GST RMC GGA GSA GST", {4, 4}},
-                                                              {"RMC GGA GSA +950 RMC", {}},
-                                                              {"RMC GGA GSA +951 RMC", {3}},  // overdue
-                                                              {"RMC GGA GST +1000 RMC GGA GSA GST", {3, 4}},
-                                                              {"RMC GGA +1000 RMC GGA GSA", {}}};
-  for (const auto& [script, published] : rows) {
-    Service service;
-    service.epoch.frameSent(service.now_us, atSecond(0));
-    service.play(script);
-    EXPECT_EQ(service.published, published) << script;
-  }
-}
-
 TEST(NmeaEpochTest, HandsOnTheWholeFixAndStartsAnew) {
   Service service;
   service.line(test::nmea("GPTXT," + std::string(448, 'x')), 115200);  // 460 bytes take 39 ms
@@ -92,51 +73,6 @@ TEST(NmeaEpochTest, HandsOnTheWholeFixAndStartsAnew) {
   service.line(undated);
   EXPECT_EQ(service.clock_checks, 1);
   EXPECT_THAT(service.epoch.sentences(), ElementsAre(undated));
-}
-
-TEST(NmeaEpochTest, BadSentencesCostThemselvesOnly) {
-  test::LogCapture log("WARNING");
-  Service service;
-  service.play("RMC");
-  EXPECT_FALSE(service.line("$GNGGA,1*00\r\n") || service.line(std::string(5000, '$')));
-  EXPECT_TRUE(service.line(test::nmea("GNGGA,123519,1,S,1,W,1,x,0.9,1,M,1,M,,")));
-  EXPECT_TRUE(service.line(test::nmea("GNGGA,123519,1,S,1,W,1,99999999999999999999,0.9,1,M,1,M,,")));
-  EXPECT_TRUE(service.line(test::nmea("GP")));  // too short for a type
-  EXPECT_EQ(service.epoch.info().m_latitude, 4807.038);
-  service.play("GGA GST");
-  EXPECT_THAT(service.published, ElementsAre(4));
-  for (int i = 0; i < 200; ++i) {  // an epoch that never ends
-    service.play("GSV");
-    ASSERT_LE(service.epoch.sentences().size(), 101U);
-  }
-  const std::string text = log.take();
-  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3);
-  EXPECT_THAT(text,
-              HasSubstr("WARNING koru.gpspub: sentence dropped, no number: $GNGGA,123519,1,S,1,W,1,x,"));
-  EXPECT_THAT(text, HasSubstr("\\x0D\\x0A\n"));
-  EXPECT_THAT(text, HasSubstr("Error  nmea_list.size = 101\n"));
-}
-
-TEST(NmeaEpochTest, KnowsWhenAFrameIsDue) {
-  const struct {
-    std::string before, after;   // the frame is sent between them
-    int64_t due_us, patient_us;  // since then: not due at this time, due a microsecond later
-  } rows[] = {{"", "", 1'000'000, 1'000'000},
-              {"RMC GGA GSA GST", "", 1'000'000, 1'300'000},  // the next burst may be late
-              {"RMC GGA GSA GST", "+100 RMC GGA", 1'300'000, 1'300'000},
-              {"RMC GGA GSA GST", "RMC GGA GSA GST", 1'000'000, 1'000'000},  // the same second again
-              {"RMC GGA GSA +11000 RMC", "GGA", 1'300'000, 1'300'000}};
-  for (const auto& row : rows) {
-    Service service;
-    service.play(row.before);
-    const int64_t sent_us = service.now_us;
-    service.epoch.frameSent(sent_us, atSecond(19));
-    service.play(row.after);
-    const auto due = [&](int64_t us) { return service.epoch.isTimeoutToSendFrame(sent_us + us); };
-    const auto patient = [&](int64_t us) { return service.epoch.isFrameDue(sent_us + us); };
-    EXPECT_TRUE(!due(row.due_us) && due(row.due_us + 1)) << row.before << " | " << row.after;
-    EXPECT_TRUE(!patient(row.patient_us) && patient(row.patient_us + 1)) << row.before << " | " << row.after;
-  }
 }
 
 TEST(NmeaEpochTest, ANewSecondGoesAtOnceAndPatienceIsForOneBurst) {

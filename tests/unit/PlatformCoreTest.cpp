@@ -50,7 +50,6 @@ TEST(PlatformTest, ConfigurationReadsKeysAndNamesTheLineThatIsWrong) {
       {"key=1", "1", ""},
       {" \tkey \t=  a b \t\r\n", "a b", ""},
       {"key = \"  a \"", "  a ", ""},
-      {"key = \"", "\"", ""},
       {"key = a=b # no comment", "a=b # no comment", ""},
       {"# key = 1\n;key=2\n\n\r\n", "38400", ""},
       {"key = 1\nkey = 2\nhost = x", "2", ""},
@@ -60,7 +59,6 @@ TEST(PlatformTest, ConfigurationReadsKeysAndNamesTheLineThatIsWrong) {
       {"key=1\nkey 1\n", "1", "line 2: expected 'key = value' or a comment, found 'key 1'\n", 1},
       {"k y = 1", "38400",
        "ERROR koru.config: configuration line 1: expected a key without blanks, found 'k y'\n", 1},
-      {"key = \0\n"s, "38400", "line 1: expected text without NUL bytes\n", 1},
       {"\x1B[" + std::string(100, 'x'), "38400", "found '\\x1B[" + std::string(78, 'x') + "...'\n", 1},
       {std::string(1 << 20, '\n') + "=", "38400", "expected at most 1 MiB of text\n", 2},
       {many, "38400", " 980 more lines like these\n", 21}};
@@ -163,14 +161,11 @@ TEST(PlatformTest, TheEnvelopeRefusesWhatIsNone) {
               {changed(0, 0x09, 23), 0, ""},  // a byte too many
               {changed(5, 0, 18), 0, ""},     // without a body
               {{}, 1, ""},
-              {changed(0, 0x09, 1), 1, too_short},
               {changed(0, 0x09, 17), 1, too_short},
               {changed(0, 0xFF), 2, "ERROR koru.com.messageadapter: Unable to decode the header.\n"},
               {changed(1, 0), 3, "ERROR koru.com.messageadapter: ProtocolType is set to not used!\n"},
               {changed(3, 17), 4, bad_length},
-              {changed(4, 1), 4, bad_length},
               {changed(5, 5), 5, bad_body},
-              {changed(8, 0xFF), 5, bad_body},
               {changed(0, 0x09, 18), 5, bad_body},
               {changed(19, 3), 5, bad_body}};
   for (const auto& row : rows) {
@@ -180,13 +175,5 @@ TEST(PlatformTest, TheEnvelopeRefusesWhatIsNone) {
     EXPECT_EQ(result.success, row.error == 0);
     EXPECT_EQ(result.body.value(), row.error == 0 && row.payload.size() > 18 ? "AB" : "");
     EXPECT_THAT(log.take(), EndsWith(row.record));
-  }
-  test::LogCapture quiet("EMERG");
-  std::mt19937 random(4);
-  for (int round = 0; round < 20'000; ++round) {  // whatever arrives, it is either decoded or refused
-    const auto result =
-        unwrapped(changed(random() % GOLDEN.size(), static_cast<uint8_t>(random()), random() % 40));
-    ASSERT_TRUE(result.success == (static_cast<int>(result.error) == 0) &&
-                (result.success || !result.body.has_value()));
   }
 }

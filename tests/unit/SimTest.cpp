@@ -1,51 +1,25 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <charconv>
 #include <cmath>
-#include <numeric>
 #include <string>
-#include <vector>
 
+#include "sim/gnss/Files.h"
 #include "sim/gnss/Receiver.h"
+#include "sim/gnss/Replay.h"
+#include "sim/gnss/RouteFile.h"
 #include "sim/gnss/Utc.h"
 
 namespace ecu::koru::sim {
 namespace {
 
-using Fields = std::vector<std::string>;
+using namespace std::literals;
 
 std::string read_all(Receiver& receiver) {
   std::string text;
   uint8_t block[100];
   while (const size_t count = receiver.read(block)) text.append(block, block + count);
   return text;
-}
-
-/// Cuts a stream into sentences; anything that is not whole sentences with right checksums is a failure.
-std::vector<Fields> sentences_in(const std::string& text) {
-  std::vector<Fields> sentences;
-  for (size_t at = 0; at < text.size();) {
-    const size_t end = text.find("\r\n", at);
-    const size_t star = text.rfind('*', end);
-    if (end == std::string::npos || text[at] != '$' || star != end - 3) {
-      ADD_FAILURE() << "no sentence at " << at << ": " << text.substr(at, 90);
-      return sentences;
-    }
-    const std::string body = text.substr(at + 1, star - at - 1);
-    const int sum = std::accumulate(body.begin(), body.end(), 0, [](int all, char c) { return all ^ c; });
-    EXPECT_EQ(std::stoi(text.substr(star + 1, 2), nullptr, 16), sum) << body;
-    Fields fields(1);
-    for (const char c : body) c == ',' ? fields.emplace_back() : (fields.back() += c, fields.back());
-    sentences.push_back(fields);
-    at = end + 2;
-  }
-  return sentences;
-}
-
-std::vector<Fields> run(Receiver& receiver, int64_t until_us) {
-  receiver.advance_to(until_us);
-  return sentences_in(read_all(receiver));
 }
 
 TEST(SimSentences, AreWrittenAsReceiversWriteThem) {
@@ -82,26 +56,6 @@ TEST(SimSentences, AreWrittenAsReceiversWriteThem) {
   EXPECT_EQ(nmea_checksum("GPRMC,083559.00,A,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,A"), 0x57);
 }
 
-TEST(SimReceiver, KeepsTheTimingOfTheLine) {
-  for (const unsigned baud : receiver_bauds) {
-    ReceiverOptions options;
-    options.baud = baud;
-    Receiver receiver(options);
-    size_t bytes = 0;
-    for (int64_t next = receiver.next_byte_us(); next < second_us; next = receiver.next_byte_us()) {
-      receiver.advance_to(next - 1);
-      EXPECT_EQ(receiver.available(), bytes);
-      receiver.advance_to(next);
-      ASSERT_EQ(receiver.available(), ++bytes);
-      EXPECT_NEAR(static_cast<double>(next - options.output_delay_us),
-                  1e7 / baud * static_cast<double>(bytes), 1.0);
-    }
-    EXPECT_EQ(run(receiver, second_us).back()[0], "GNGST");
-    EXPECT_EQ(receiver.next_byte_us(),
-              second_us + options.output_delay_us + static_cast<int64_t>(std::ceil(1e7 / baud)));
-  }
-}
-
 TEST(SimReceiver, IsGarbageAtAnotherSpeed) {
   const struct {
     unsigned own, host;
@@ -123,33 +77,52 @@ TEST(SimReceiver, IsGarbageAtAnotherSpeed) {
   }
 }
 
-std::string faulty_stream(const std::string& faults, Statistics* statistics = nullptr) {
-  ReceiverOptions options;
-  options.faults = parse_faults(faults);
-  Receiver receiver(options);
-  std::string text;
-  for (int64_t now = 0; now <= 1000 * second_us; now += 10 * second_us) {
-    receiver.advance_to(now);
-    text += read_all(receiver);
-  }
-  if (statistics != nullptr) *statistics = receiver.statistics();
-  return text;
+TEST(SimRoute, GpxWithTimesWestSouthAndAcrossTheDateLine) {
+  const Route route = parse_gpx(R"(<?xml version="1.0"?><!-- <trkpt lat="x"> -->
+    <g:gpx xmlns:g="urn:x"><g:trk><trkseg>
+    <g:trkpt lat="-33.5" lon='179.9995'><ele>10</ele><time>2026-05-01T10:00:00Z</time></g:trkpt>
+    <trkpt lon="-179.9995" lat="-33.5"><ele>30</ele><time>2026-05-01T12:00:10.000+02:00</time></trkpt>
+    </trkseg><trkseg><trkpt lat="-33.5" lon="-179.9995" note="a>b"><time>2026-05-01T10:00:30Z</time></trkpt>
+    </trkseg></g:trk></g:gpx>)",
+                                "t.gpx");
+  EXPECT_NEAR(route.at(5).speed_ms, 9.27, 0.02);
+  EXPECT_NEAR(*route.at(5).course_deg, 90, 0.1);
+  EXPECT_NEAR(std::abs(route.at(5).position.longitude_deg), 180, 1e-6);
+  EXPECT_NEAR(route.at(5).position.altitude_m, 20, 1e-6);
+  EXPECT_EQ(route.at(20).speed_ms, 0);  // stands for 20 s
+  EXPECT_EQ(route.at(20).position.altitude_m, 30);
+  EXPECT_NEAR(*route.at(31).course_deg, 270, 0.1);  // and drives back
 }
 
-TEST(SimFaults, AreTheSameForASeedAndHaveTheirRates) {
-  Statistics s;
-  const std::string first = faulty_stream("drop=0.1,corrupt=0.2,split=0.3,seed=7", &s);
-  EXPECT_EQ(first, faulty_stream("split=0.3,drop=0.1,seed=7,corrupt=0.2"));
-  EXPECT_NE(first, faulty_stream("drop=0.1,corrupt=0.2,split=0.3,seed=8"));
-  EXPECT_NEAR(static_cast<double>(s.sentences_dropped), 500, 80);
-  EXPECT_NEAR(static_cast<double>(s.sentences_corrupted), 900, 120);
-  EXPECT_NEAR(static_cast<double>(s.sentences_split), 1350, 150);
-  const std::string clean = faulty_stream("seed=1");
-  const std::string corrupt = faulty_stream("corrupt=1");
-  ASSERT_EQ(corrupt.size(), clean.size());
-  size_t changed = 0;
-  for (size_t i = 0; i < clean.size(); ++i) changed += corrupt[i] != clean[i];
-  EXPECT_EQ(changed, 5000U);  // one byte of each sentence
+TEST(SimRoute, CsvInItsForms) {
+  const Route plain = parse_csv("# a comment\n\n48,-122.5,100\r\n48.001,-122.5,110\n", "a.csv");
+  EXPECT_NEAR(plain.at(1).speed_ms * 3.6, default_route_speed_kmh, 1e-9);
+  EXPECT_NEAR(plain.at(plain.duration_s() / 4).position.altitude_m, 105, 1e-6);
+  const Route named = parse_csv("name,speed,lon,lat\nA,0,8,47\nB,72,8.01,47\n", "b.csv");
+  EXPECT_NEAR(named.at(10).speed_ms, 10 * 20.0 / (2 * distance_m({47, 8, 0}, {47, 8.01, 0}) / 20), 1e-6);
+  const Route still = parse_csv("47,8,500\n", "c.csv");
+  EXPECT_EQ(still.at(1234).speed_ms, 0);
+  EXPECT_FALSE(still.at(1234).course_deg);
+}
+
+// Garbage in front, a UBX frame that looks like a line end, an epoch across midnight, one without a time, no
+// line end.
+constexpr std::string_view recorded =
+    "\x01\xFFgarbage$GNRMC,235959.50,A*00\r\n$GNGST,1*00\r\n\xB5\x62\x01\x21\x00\x0A\x00\n"
+    "$GPRMC,000000.25,V*00\r\n$XXRMC\r\n$GNRMC,,V*00\r\nnormcRMC,$GLRMC,000009,A"sv;
+
+TEST(SimReplay, CutsAtRmcAndKeepsEveryByte) {
+  const Recording recording{std::string(recorded), "log"};
+  ASSERT_EQ(recording.epochs().size(), 4U);
+  std::string together;
+  for (const auto& epoch : recording.epochs()) together += recording.bytes_of(epoch);
+  EXPECT_EQ(together, recorded);
+  const int64_t offsets[] = {0, 750'000, 1'500'000, 2'250'000};
+  for (size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(recording.epochs()[i].offset_us, offsets[i]);
+    EXPECT_EQ(recording.bytes_of(recording.epochs()[i]).substr(i == 0 ? 12 : 3, 4), "RMC,");
+  }
+  EXPECT_THROW(Recording("$GNGGA,1\r\n", "log"), FileError);
 }
 
 }  // namespace

@@ -1,28 +1,67 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
+#include <vector>
 
-#include "sim/gnss/Messages.h"
-#include "unit/SimUbxHost.h"
+#include "sim/gnss/Receiver.h"
+#include "support/Frames.h"
 
 namespace ecu::koru::sim {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using testing::StartsWith;
+using Texts = std::vector<std::string>;
 
-/// Nothing comes by itself, so that answers stand alone.
-ReceiverOptions silent() {
-  ReceiverOptions options = Host::with_faults("silence=99.9@100");
-  options.utc_start_us += 100'000;
-  return options;
+std::string digits_of(const std::string& bytes) {
+  std::string digits;
+  for (const char c : bytes) {
+    const auto byte = static_cast<uint8_t>(c);
+    digits += {"0123456789ABCDEF"[byte >> 4U], "0123456789ABCDEF"[byte & 15U]};
+  }
+  return digits;
 }
+
+/// "0600 01 00": class, id and payload in hexadecimal, blanks anywhere.
+std::string frame_of(const std::string& digits) {
+  const std::string bytes = test::bytes(digits);
+  return test::ubx(static_cast<uint8_t>(bytes[0]), static_cast<uint8_t>(bytes[1]), bytes.substr(2));
+}
+
+/// The host's end of a receiver that says nothing by itself, so that answers stand alone.
+struct Host {
+  explicit Host(const std::string& faults = "silence=99.9@100") : receiver(silent(faults)) {}
+  static ReceiverOptions silent(const std::string& faults) {
+    ReceiverOptions options;
+    options.faults = parse_faults(faults);
+    options.faults.silence_s = 99.9;
+    options.faults.silence_every_s = 100;
+    options.utc_start_us += 100'000;
+    return options;
+  }
+
+  /// The class, id and payload of each message that comes within half a second.
+  Texts ask(const std::string& digits) {
+    const std::string frame = frame_of(digits);
+    receiver.write({reinterpret_cast<const uint8_t*>(frame.data()), frame.size()});
+    receiver.advance_to(now_us += 500'000);
+    std::string bytes(receiver.available(), '\0');
+    receiver.read({reinterpret_cast<uint8_t*>(bytes.data()), bytes.size()});
+    Texts frames;
+    while (bytes.size() >= 8) {
+      const size_t size = 8U + static_cast<uint8_t>(bytes[4]) + 256U * static_cast<uint8_t>(bytes[5]);
+      frames.push_back(digits_of(bytes.substr(2, 2) + bytes.substr(6, size - 8)));
+      EXPECT_EQ(digits_of(bytes.substr(0, size)), digits_of(frame_of(frames.back())));
+      bytes.erase(0, size);
+    }
+    EXPECT_EQ(bytes, "");
+    return frames;
+  }
+
+  Receiver receiver;
+  int64_t now_us = 0;
+};
 
 const std::string NAV5 = "0624FFFF000300000000102700000500FA00FA0064005E01003C000000000000000000000000";
 const std::string GNSS = "063E00202007";
@@ -47,16 +86,12 @@ TEST(SimUbx, AnswersPollsByteByByte) {
       {"0699", {"05000699"}},  // no such message
       {"0107", {}},
   };
-  for (const auto& c : cases) EXPECT_EQ(Host(silent()).ask(c.poll), c.answers) << c.poll;
+  for (const auto& c : cases) EXPECT_EQ(Host().ask(c.poll), c.answers) << c.poll;
 
-  Host host(silent());
-  EXPECT_THAT(host.ask("0A04"), ElementsAre(StartsWith("0A04" + digits_of("ROM CORE 3.01"))));
-  EXPECT_EQ(host.frames[0].size(), 2 * (2 + 40 + 4 * 30U));
+  Host host;
+  EXPECT_THAT(host.ask("0A04"), ElementsAre(testing::AllOf(StartsWith("0A04" + digits_of("ROM CORE 3.01")),
+                                                           testing::SizeIs(2 * (2 + 40 + 4 * 30)))));
   EXPECT_THAT(host.ask("0A09"), ElementsAre(testing::SizeIs(2 * (2 + 60))));
-  host.write(bytes_of("B562 0600 0000 0619"));  // wrong checksum: not a word
-  host.listen(second_us);
-  EXPECT_THAT(host.frames, IsEmpty());
-  EXPECT_EQ(host.receiver.statistics().frames_corrupted, 1U);
 }
 
 TEST(SimUbx, KeepsWhatIsPossibleAndRefusesTheRest) {
@@ -76,7 +111,7 @@ TEST(SimUbx, KeepsWhatIsPossibleAndRefusesTheRest) {
       {"0601020102", ""},
   };
   for (const auto& c : cases) {
-    Host host(silent());
+    Host host;
     const std::string id = c.set.substr(0, 4);
     const std::string before = host.ask(id).at(0);
     EXPECT_THAT(host.ask(c.set), ElementsAre((c.kept.empty() ? "0500" : "0501") + id)) << c.set;
@@ -84,127 +119,19 @@ TEST(SimUbx, KeepsWhatIsPossibleAndRefusesTheRest) {
   }
 }
 
-/// One block of CFG-GNSS.
-std::string block(int id, bool on) {
-  return "0" + std::to_string(id) + "041000" + (on ? "01" : "00") + "000101";
-}
-
-TEST(SimUbx, UsesTheSystemsThatItIsTold) {
-  const struct {
-    std::string blocks;  // of 0 GPS, 1 SBAS, 2 Galileo, 3 BeiDou, 5 QZSS, 6 GLONASS
-    int enabled;         // as in MON-GNSS; -1: refused
-    const char* burst;   // talker and number of GSA
-  } cases[] = {
-      {block(6, false), 1, "GP1"},  {block(0, false) + block(1, false) + block(5, false), 2, "GL1"},
-      {block(2, true), 0xB, "GN3"}, {block(3, true), -1, ""},  // two bands beside that of GPS
-      {block(0, false), -1, ""},                               // augmentation without GPS
-  };
-  for (const auto& c : cases) {
-    Host host;
-    host.listen(500'000);
-    const std::string count = "0" + std::to_string(c.blocks.size() / 16);
-    const bool refused = c.enabled < 0;
-    EXPECT_THAT(host.ask("063E0020FF" + count + c.blocks), ElementsAre(refused ? "0500063E" : "0501063E"))
-        << c.blocks;
-    EXPECT_EQ(host.ask("0A28").at(0).substr(10, 2),
-              "0" + std::string(1, "0123456789AB"[refused ? 3 : c.enabled]));
-    host.listen(second_us);
-    if (!refused) {
-      EXPECT_EQ(host.sentences.at(0).substr(1, 2), std::string(c.burst).substr(0, 2)) << c.blocks;
-      EXPECT_EQ(host.sentences.size(), 3U + static_cast<size_t>(c.burst[2] - '0')) << c.blocks;
-    }
-  }
-}
-
-TEST(SimUbx, ChangesItsSpeedBehindTheAnswer) {
-  for (const auto& [baud, digits] :
-       {std::pair(9600U, "80250000"), {57600U, "00E10000"}, {115200U, "00C20100"}}) {
-    Host host;
-    host.listen(90'000);  // in the middle of a burst
-    host.write(frame_of("060001000000C0080000" + std::string(digits) + "0700030000000000"));
-    host.listen(400'000);
-    EXPECT_THAT(host.frames, ElementsAre("05010600"));
-    EXPECT_EQ(host.receiver.baud(), baud);
-    host.write(frame_of("0A28"));  // nobody understands anybody
-    EXPECT_THAT(host.read_until(2 * second_us), Not(HasSubstr("GNRMC")));
-    EXPECT_EQ(host.receiver.statistics().frames_received, 1U);
-    host.receiver.set_host_baud(baud);
-    host.read_until(2'600'000);
-    EXPECT_THAT(host.ask("0600", 400'000), ElementsAre(HasSubstr(digits), "05010600"));
-  }
-}
-
-TEST(SimUbx, SwitchesMessages) {
-  ReceiverOptions options;
-  options.utc_start_us = *parse_iso8601("2026-02-03T04:05:06.25Z");
-  options.baud = 115200;
-  options.rate_hz = 4;
-  Host host(options);
-  for (const char* set : {"0601F00501", "0601F0010001000001", "0601F001000100000100", "0601F006000100000000",
-                          "0601F008000100000100", "0601F00300", "06010121000100000000",
-                          "06010A09000200000000", "0601F007000000000000", "0601F00D000100000100"})
-    host.write(frame_of(set));
-  host.listen(50'000);
-  EXPECT_EQ(std::count(host.frames.begin(), host.frames.end(), "05000601"),
-            2);  // 7 bytes, and no such sentence
-  host.listen(500'000);
-  EXPECT_EQ(host.kinds(), "RMC VTG GGA GSA GSA GLL GRS GRS ZDA RMC VTG GGA GSA GSA GLL GRS GRS ZDA");
-  ASSERT_EQ(host.frames.size(), 3U);
-  // 2026-02-03 is a Tuesday: 187506.25 s and 18 leap seconds into the week.
-  EXPECT_EQ(host.frames[0], "01219A642D0B1900000080B2E60EEA07020304050637");
-  EXPECT_THAT(host.frames[1], StartsWith("0A09"));
-  EXPECT_THAT(host.frames[2], StartsWith("0121"));
-  EXPECT_THAT(host.sentences[0], StartsWith("$GNRMC,040506.25,A"));
-  EXPECT_THAT(host.sentences[8], StartsWith("$GNZDA,040506.25,03,02,2026,00,00*"));
-  EXPECT_THAT(host.ask("0121"), Contains(StartsWith("0121")));  // the host's own poll
-}
-
-TEST(SimUbx, ChangesItsRateWithoutLosingAnEpoch) {
-  Host host;
-  host.listen(second_us + 50'000);  // the epoch of 1.0 is solved, its burst not begun
-  EXPECT_EQ(host.ask("0608E80301000100", 1'000'000).size(), 1U);
-  EXPECT_THAT(host.sentences, Contains(StartsWith("$GNRMC,000001.00")));
-  EXPECT_EQ(host.ask("0608FA0001000100", 1'000'000).size(), 1U);
-  for (const char* epoch : {"02.00", "02.25", "02.50", "02.75"})
-    EXPECT_THAT(host.sentences, Contains(HasSubstr("RMC,0000" + std::string(epoch)))) << epoch;
-  host.ask("0608E80302000100", 5'000'000);  // every second cycle of 1 s
-  EXPECT_EQ(host.kinds(), "RMC GGA GSA GSA GST RMC GGA GSA GSA GST");
-}
-
-TEST(SimUbx, OnSpiTheHostClocksAndTheLineTellsAsThePortIsSet) {
-  ReceiverOptions options = silent();
-  options.spi = true;
-  Receiver receiver(options);
-  const auto exchange = [&](std::string sent, int64_t at_us, size_t size) {
-    sent.resize(size, '\xFF');
-    std::string got(size, '\0');
-    receiver.advance_to(at_us);
-    receiver.transfer({reinterpret_cast<const uint8_t*>(sent.data()), size},
-                      {reinterpret_cast<uint8_t*>(got.data()), size});
-    return got;
-  };
-  const struct {
-    const char* set;        // txReady of the port, as on the wire
-    bool idle, one_answer;  // levels: with nothing to say, with 10 bytes
-  } rows[] = {{"0000", true, true},  {"1B00", true, false}, {"1900", false, true},
-              {"9B00", true, false}, {"1B01", true, true},  {"1901", false, false}};
-  const std::string acknowledged = frame_of("05010600");
-  int64_t now_us = 0;
-  for (const auto& row : rows) {
-    const std::string port = "0600 0400" + std::string(row.set) + "00000000000000000700030000000000";
-    exchange(frame_of(port), now_us += 10'000, 28);
-    EXPECT_EQ(exchange("", now_us += 10'000, 12), acknowledged + "\xFF\xFF");
-    EXPECT_EQ(receiver.tx_ready_level(), row.idle) << row.set;
-    exchange(frame_of("0699"), now_us += 10'000, 8);  // refused in 10 bytes
-    receiver.advance_to(now_us += 10'000);
-    EXPECT_EQ(receiver.tx_ready_level(), row.one_answer) << row.set;
-    exchange("", now_us, 9);  // active until everything is fetched
-    EXPECT_EQ(receiver.tx_ready_level(), row.one_answer) << row.set;
-    exchange("", now_us, 1);
-    EXPECT_EQ(receiver.tx_ready_level(), row.idle) << row.set;
-  }
-  exchange(frame_of("0600"), now_us += 10'000, 8);
-  EXPECT_EQ(exchange("", now_us += 10'000, 28), frame_of("0600 0400190100000000000000000700030000000000"));
+TEST(SimUbx, FailsAsItIsTold) {
+  Host refuses("nak=0624,nak=0A28");
+  EXPECT_THAT(refuses.ask("0624"), ElementsAre("05000624"));
+  EXPECT_THAT(refuses.ask("0A28"), ElementsAre("05000A28"));
+  EXPECT_EQ(refuses.ask("0608").size(), 2U);
+  EXPECT_THAT(Host("newer").ask("063E"), ElementsAre("0500063E"));
+  EXPECT_THAT(Host("mute").ask("0600"), testing::IsEmpty());
+  Host late("late=700");
+  EXPECT_THAT(late.ask("0600"), testing::IsEmpty());
+  EXPECT_EQ(late.ask("0600").size(), 2U);
+  for (const char* text :
+       {"drop", "drop=1.1", "drop=nan", "drop=0,drop=0", "seed=-1", "nak=xyzz", "antenna=ok@x"})
+    EXPECT_THROW((void)parse_faults(text), std::invalid_argument) << text;
 }
 
 }  // namespace
