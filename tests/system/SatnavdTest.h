@@ -76,7 +76,8 @@ class Tap {
   }
   /// How many of this status were published after a time (since boot).
   int64_t count_since(int64_t boot_ns, int status) {
-    return std::count_if(fixes().begin(), fixes().end(), [&](const auto& fix) {
+    const auto& so_far = fixes();
+    return std::count_if(so_far.begin(), so_far.end(), [&](const auto& fix) {
       return fix["envelope"]["timestamp_ns"] > boot_ns && fix["body"].value("status", 0) == status;
     });
   }

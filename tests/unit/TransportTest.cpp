@@ -201,6 +201,25 @@ TEST(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
   EXPECT_EQ(log.count(""), 0);
 }
 
+TEST(Transport, DropsFixesWhileTheBrokerTakesNone) {
+  test::Broker broker;
+  ASSERT_TRUE(broker.start());
+  const auto client = make_connected(broker);
+  const auto observer = std::make_shared<Recorder>();
+  EXPECT_TRUE(client->subscribe("end", observer, 0));
+  broker.freeze();
+  const auto fix = text_message(std::string(200000, 'x'));
+  EXPECT_TRUE(test::eventually([&] { return client->publish("fix", fix) < 0; }, 400));
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_LT(client->publish("fix", text_message("x")), 0);
+    std::this_thread::sleep_for(5ms);
+  }
+  EXPECT_TRUE(client->is_connected());
+  broker.thaw();
+  EXPECT_TRUE(test::eventually([&] { return client->publish("end", text_message("1")) == 0; }, 5000));
+  EXPECT_TRUE(observer->got("end=1"));
+}
+
 TEST(Transport, SendsAgainWhatWasNotWrittenWhenTheConnectionDied) {
   test::Broker broker;
   ASSERT_TRUE(broker.start());
