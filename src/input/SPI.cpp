@@ -343,7 +343,7 @@ int SPI::transfer(int len) {
   m_transfer.len = static_cast<uint32_t>(len);
   const int res = std::min(m_device->transfer(m_fd_serial, m_transfer), len);
   if (res <= 0) {
-    if (res == 0 || errno != EINTR) noteFailure();
+    noteFailure();
     return res;
   }
   m_first_failure_ns = 0;
@@ -360,7 +360,7 @@ void SPI::noteFailure() {
 /// Tells it once, however long it lasts, and keeps a failing device from making this thread spin.
 void SPI::readFailed(int res) {
   const int error = errno;
-  if ((res == 0 || error != EINTR) && !std::exchange(m_failure_told, true)) {
+  if (!std::exchange(m_failure_told, true)) {
     if (res < 0) {
       LOG.error("read error from ", logging::escaped(m_gnss_device), " errno = ", error, " ",
                 std::strerror(error));

@@ -12,6 +12,13 @@ namespace ecu::koru::gpspub {
 
 namespace {
 constexpr unsigned long TIMER_SLACK_NS = 1'000'000;
+
+/// A stop signal must not look like a lost line or a message that failed.
+auto uninterrupted(const auto& call) {
+  auto result = call();
+  while (result < 0 && errno == EINTR) result = call();
+  return result;
+}
 }  // namespace
 
 SpiDevice::SpiDevice() {
@@ -27,11 +34,11 @@ int SpiDevice::close(int fd) {
 }
 
 ssize_t SpiDevice::read(int fd, void* data, size_t max) {
-  return ::read(fd, data, max);
+  return uninterrupted([&] { return ::read(fd, data, max); });
 }
 
 ssize_t SpiDevice::write(int fd, const void* data, size_t len) {
-  return ::write(fd, data, len);
+  return uninterrupted([&] { return ::write(fd, data, len); });
 }
 
 off_t SpiDevice::rewind(int fd) {
@@ -51,7 +58,7 @@ int SpiDevice::waitException(int fd, int timeout_us) {
 }
 
 int SpiDevice::transfer(int fd, spi_ioc_transfer& record) {
-  return ::ioctl(fd, SPI_IOC_MESSAGE(1), &record);
+  return uninterrupted([&] { return ::ioctl(fd, SPI_IOC_MESSAGE(1), &record); });
 }
 
 }  // namespace ecu::koru::gpspub

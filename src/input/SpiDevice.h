@@ -9,8 +9,8 @@
 namespace ecu::koru::gpspub {
 
 /// The seam to the SPI device and to the files of a processor line: one operating-system call an operation,
-/// results and errno as the call leaves them. A test version stands beside the real one in the tests. Service
-/// thread only.
+/// results and errno as the call leaves them; what a signal interrupted is done again, but for
+/// waitException(). A test version stands beside the real one in the tests. Service thread only.
 class ISpiDevice {
  public:
   virtual ~ISpiDevice() = default;
