@@ -20,8 +20,10 @@ std::string decimal(double value, int decimals, int integer_width) {
   for (int i = 0; i < decimals; ++i) scale *= 10;
   const int64_t scaled = std::llround(value * static_cast<double>(scale));
   const int64_t magnitude = std::abs(scaled);
-  return (scaled < 0 ? "-" : "") + zero_padded(magnitude / scale, integer_width) + "." +
-         zero_padded(magnitude % scale, decimals);
+  std::string text = scaled < 0 ? "-" : "";
+  text += zero_padded(magnitude / scale, integer_width);
+  text += '.';
+  return text += zero_padded(magnitude % scale, decimals);
 }
 
 std::string hex(uint32_t value, int digits) {
