@@ -158,7 +158,8 @@ void Receiver::transfer(std::span<const uint8_t> from_host, std::span<uint8_t> t
 }
 
 void Receiver::update_tx_ready() {
-  constexpr unsigned threshold_bit = 7, threshold_unit = 8;
+  constexpr unsigned threshold_bit = 7;
+  constexpr size_t threshold_unit = 8;
   const size_t threshold = (m_control.settings().tx_ready() >> threshold_bit) * threshold_unit;
   const size_t pending = m_line.available();
   if (pending == 0) m_tx_ready = false;
