@@ -1,12 +1,12 @@
-// Any bytes in any pieces through the receive buffer of the serial port. A second input for another bus needs
-// its fake device and the same checks.
+// Any bytes in any pieces through the receive buffer: from the serial port, and from the SPI bus with its
+// line and its faults.
 
 #include <algorithm>
-#include <numeric>
 
 #include "fuzz/FuzzTarget.h"
-#include "input/SerialInput.h"
+#include "input/SPI.h"
 #include "nmea/GnssUtils.h"
+#include "support/FakeSpi.h"
 #include "support/FakeTerminal.h"
 #include "support/Frames.h"
 
@@ -40,12 +40,36 @@ void check_item(std::string_view sent) {
           "a sentence is valid exactly with its checksum");
 }
 
-/// The input, and what has become of the bytes that were fed to it.
+/// What has become of the bytes that an input took from its device.
+struct Ledger {
+  SerialInput& input;
+  size_t consumed = 0;
+
+  /// One read; `taken` tells all bytes that the input has taken so far.
+  template <typename Taken>
+  void read(const Taken& taken) {
+    const bool framed = input.read();
+    const std::string_view all = taken();
+    const auto held = static_cast<size_t>(input.getBytesWaiting());
+    const auto discarded = static_cast<size_t>(input.bytesDiscarded());
+    require(held <= SerialInput::INPUT_BUFFER_SIZE, "the buffer holds what fits");
+    require(all.size() == consumed + discarded + held, "every byte is handed on, discarded or held");
+    if (!framed) return;
+    const auto length = static_cast<size_t>(input.getMessageLength());
+    require(length > 0 && length <= held, "an item lies in the buffer");
+    std::string item(reinterpret_cast<const char*>(input.getBuffer()), length);
+    if (item.back() == '\0' && item[0] == '$') item.back() = '\n';
+    require(item == all.substr(consumed + discarded, length), "an item is what was sent");
+    check_item(item);
+    consumed += length;
+  }
+};
+
 struct Port {
   test::FakeTerminal* line = new test::FakeTerminal;  // owned by the input
   SerialInput input{std::unique_ptr<ITerminalDevice>(line)};
+  Ledger ledger{input};
   std::string sent;
-  size_t consumed = 0;
 
   void feed(std::string_view piece) {
     line->incoming += piece;
@@ -53,24 +77,79 @@ struct Port {
     // A read takes a byte from the device, drops one or hands one on.
     for (size_t reads = 0; input.waiting(1000); ++reads) {
       require(reads <= 2 * sent.size() + 2, "reading ends");
-      read();
+      ledger.read([&] { return std::string_view(sent).substr(0, sent.size() - line->incoming.size()); });
     }
   }
-  void read() {
-    const bool framed = input.read();
-    const auto held = static_cast<size_t>(input.getBytesWaiting());
-    const auto discarded = static_cast<size_t>(input.bytesDiscarded());
-    const size_t read = sent.size() - line->incoming.size();
-    require(held <= SerialInput::INPUT_BUFFER_SIZE, "the buffer holds what fits");
-    require(read == consumed + discarded + held, "every byte is handed on, discarded or held");
-    if (!framed) return;
-    const auto length = static_cast<size_t>(input.getMessageLength());
-    require(length > 0 && length <= held, "an item lies in the buffer");
-    std::string item(reinterpret_cast<const char*>(input.getBuffer()), length);
-    if (item.back() == '\0' && item[0] == '$') item.back() = '\n';
-    require(item == std::string_view(sent).substr(consumed + discarded, length), "an item is what was sent");
-    check_item(item);
-    consumed += length;
+};
+
+/// A receiver on SPI that says what it is given, then 0xFF.
+struct Wire final : test::FakeSpi {
+  std::string says;
+  std::string taken;  ///< what the input keeps of it: not what it only looks at or drops on purpose
+  bool reading = false;
+  unsigned until_failure = 0;  ///< transfers that still work; 0: all do
+
+ private:
+  static constexpr unsigned char IDLE = 0xFF;
+
+  void exchange(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) override {
+    virtual_time().advance(static_cast<int64_t>(to_host.size()) * 8'000);
+    if (until_failure > 0 && --until_failure == 0) transfer_error = EIO;
+    const size_t count = std::min(says.size(), to_host.size());
+    std::fill(std::copy_n(says.begin(), count, to_host.begin()), to_host.end(), IDLE);
+    says.erase(0, count);
+    const auto idle = [](std::span<const uint8_t> bytes) {
+      return std::all_of(bytes.begin(), bytes.end(), [](uint8_t byte) { return byte == IDLE; });
+    };
+    if (idle(from_host) && (reading || !idle(to_host))) taken.append(to_host.begin(), to_host.end());
+  }
+  bool is_line_high() override { return says.empty(); }
+  bool waitForEdge(int timeout_us) override {
+    virtual_time().advance(int64_t{timeout_us} * 1000);
+    return false;
+  }
+};
+
+struct SpiBus {
+  static constexpr int WAIT_US = 100'000;
+  static constexpr int64_t MAX_PASS_NS = 800'000'000;  // a wait, and what is read before a message goes out
+
+  Wire* wire = new Wire;  // owned by the input
+  SPI input{std::unique_ptr<ISpiDevice>(wire)};
+  Ledger ledger{input};
+
+  SpiBus() { input.setGnssDeviceName(std::string(SPI::DEVICE)); }
+
+  /// One pass of a loop; a message goes out behind each item when `answers`. False when there was nothing.
+  bool pass(bool answers) {
+    const int64_t begin_ns = virtual_time().steady_ns();
+    const bool waiting = input.waiting(WAIT_US);
+    if (waiting) {
+      wire->reading = true;
+      ledger.read([&] {
+        wire->reading = false;
+        return std::string_view(wire->taken);
+      });
+      const std::string poll = test::ubx(0x06, 0x00, "");
+      if (answers && input.getMessageLength() > 0)
+        static_cast<void>(input.sendBinary(reinterpret_cast<const unsigned char*>(poll.data()),
+                                           static_cast<int>(poll.size())));
+    }
+    require(virtual_time().steady_ns() - begin_ns <= MAX_PASS_NS, "a pass is short");
+    return waiting;
+  }
+  /// Until all is read; a line that is stuck at "ready" never says so.
+  void pump(bool answers) {
+    const size_t most = 2 * (wire->says.size() + SerialInput::INPUT_BUFFER_SIZE);
+    for (size_t passes = 0; !input.isDeviceGone() && pass(answers); ++passes) {
+      if (wire->line_stuck == '0' && wire->says.empty() && passes > 50) return;
+      require(passes <= most, "reading ends");
+    }
+  }
+  void connect() {
+    const std::string before = wire->taken;
+    require(input.connect(), "the device opens");
+    wire->taken = before;  // what a receiver kept meanwhile is dropped
   }
 };
 
@@ -85,6 +164,27 @@ void framing(Bytes bytes) {
   while (!input.empty()) {
     piece = piece * 5 % 255 + 1;
     port.feed(text(input.take(piece)));
+  }
+}
+
+/// Pieces, each behind what happens to the bus before it.
+void spi(Bytes bytes) {
+  Input input(bytes);
+  SpiBus bus;
+  bus.connect();
+  while (!input.empty()) {
+    const uint8_t event = input.byte();
+    if (event % 8 == 1) bus.input.setTxReadyCheck(event >= 128);
+    if (event % 8 == 2) bus.wire->line_stuck = "01x"[event / 8 % 3];
+    if (event % 8 == 3) bus.wire->line_stuck.reset();
+    if (event % 8 == 4) bus.wire->until_failure = 1 + event / 8 % 8;
+    bus.wire->says += text(input.take(size_t{input.byte()} * (event >= 192 ? 16U : 1U)));
+    bus.pump(event % 8 >= 5);
+    if (event % 8 != 4 && event % 8 != 7) continue;
+    bus.wire->transfer_error = 0;
+    bus.wire->until_failure = 0;
+    bus.input.disconnect();
+    bus.connect();
   }
 }
 

@@ -20,7 +20,8 @@ using namespace ecu::koru;
 
 namespace {
 
-constexpr std::array<Target, 10> TARGETS{{{"framing", framing},
+constexpr std::array<Target, 11> TARGETS{{{"framing", framing},
+                                          {"spi", spi},
                                           {"sentences", sentences},
                                           {"epochs", epochs},
                                           {"ubx", ubx},

@@ -61,6 +61,7 @@ void check_published(ecu::koru::com::MemoryTransport& bus);
 
 // The targets, one file each.
 void framing(Bytes input);
+void spi(Bytes input);
 void sentences(Bytes input);
 void epochs(Bytes input);
 void ubx(Bytes input);

@@ -99,6 +99,13 @@ void add_streams(const Folder& folder, const std::string& name, const std::vecto
   const std::string stream = joined(pieces);
   folder.add("framing", name + "-in-small-pieces", byte(1) + byte(6) + stream);
   folder.add("framing", name + "-in-large-pieces", byte(0) + byte(200) + stream);
+  // Polled, by the line, answered, failing.
+  for (const size_t event : {size_t{192}, size_t{193}, size_t{197}, size_t{204}}) {
+    std::string events;
+    for (size_t at = 0; at < stream.size(); at += 1600)
+      events += byte(event) + byte(100) + stream.substr(at, 1600);
+    folder.add("spi", numbered(name + "-event-", event), events);
+  }
   std::string lines;
   for (const auto& body : bodies(stream)) lines += (body.substr(2, 3) == "RMC" ? "9" : "0") + body + "\n";
   folder.add("epochs", name, lines);
@@ -149,6 +156,9 @@ void add_edges(const Folder& folder) {
   }
   folder.add("epochs", "edges", lines);
   folder.add("framing", "full-buffer", byte(1) + byte(250) + "\xB5" + std::string(11'000, 'x') + stream);
+  folder.add("spi", "stuck-line",
+             byte(193) + byte(20) + stream + byte(130) + byte(9) + "123456789" + byte(2) + byte(9) +
+                 "123456789" + byte(197) + byte(255) + "\xB5" + std::string(4079, 'x'));
   folder.add("framing", "over-long-line", byte(1) + byte(250) + "$" + std::string(5000, 'x') + stream);
   folder.add("framing", "edges",
              byte(1) + byte(30) + stream + "$no end" + test::ubx(1, 2, std::string(5000, 'x')));

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <iostream>
 
 #include "tools/common/StopSignals.h"
@@ -31,6 +32,7 @@ bool Session::start(const std::vector<Publication>& said_once) {
 
 void Session::keep() {
   const tool::StopSignals signals;
+  (void)std::signal(SIGTTIN, SIG_IGN);  // a terminal's input does not stop the program in the background
   bool going_on = true;
   while (going_on) {
     pollfd waits[] = {{signals.fd(), POLLIN, 0}, {m_input_ended ? -1 : STDIN_FILENO, POLLIN, 0}};

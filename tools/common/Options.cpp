@@ -1,5 +1,7 @@
 #include "tools/common/Options.h"
 
+#include <mosquitto.h>
+
 #include <iostream>
 
 #include "platform/DbcReader.h"
@@ -7,13 +9,27 @@
 
 namespace ecu::koru::tool {
 
+namespace {
+
+/// One that the broker cannot take would be replaced by the service's own, and the service be thrown out.
+std::string check_client_name(const std::string& name) {
+  constexpr size_t MAX_NAME = 65535;
+  const bool good = name.size() <= MAX_NAME &&
+                    (name.empty() ||
+                     mosquitto_validate_utf8(name.data(), static_cast<int>(name.size())) == MOSQ_ERR_SUCCESS);
+  return good ? std::string() : "not a text in UTF-8 of at most 65535 bytes";
+}
+
+}  // namespace
+
 void add_bus_options(CLI::App& app, BusOptions& options) {
   app.add_option("--host", options.host, "The broker's name or address [127.0.0.1]");
   app.add_option("--port", options.port, "The broker's port [1883]")->check(CLI::Range(1, 65535));
   app.add_option("--config", options.config_file,
                  "A satnavd.conf: broker, TLS and login keys are taken from it; --host and --port win")
       ->check(CLI::ExistingFile);
-  app.add_option("--client-name", options.client_name, "MQTT client id [the program's name and process id]");
+  app.add_option("--client-name", options.client_name, "MQTT client id [the program's name and process id]")
+      ->check(CLI::Validator(check_client_name, ""));
 }
 
 CLI::Validator file_name() {

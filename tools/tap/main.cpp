@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstdint>
 #include <cstring>
 #include <iostream>
 
@@ -96,7 +97,8 @@ void add_options(CLI::App& app, Options& options) {
   app.add_flag("--json", options.style.json,
                "One JSON object a line: time, arrival_ns, topic, retained, envelope, type, body, group");
   app.add_flag("--sentences", options.style.sentences, "Show the NMEA sentences of each fix below its line");
-  app.add_option("--count", options.style.count, "End after so many messages")->check(CLI::PositiveNumber);
+  app.add_option("--count", options.style.count, "End after so many messages")
+      ->check(CLI::Range(1, INT32_MAX));
   app.add_option("--seconds", options.seconds, "End after so many seconds")->check(CLI::Range(0.001, 1e9));
   tool::add_signal_database_option(app, options.signal_database);
   add_can_log_options(app, options.can_log);
