@@ -9,7 +9,6 @@
 #include <random>
 #include <thread>
 
-#include "platform/PbInternalMessageAdapter.h"
 #include "platform/Topics.h"
 #include "scenario/World.h"
 
@@ -96,14 +95,6 @@ std::string message(uint8_t cls, uint8_t id, uint8_t rate) {
   return ubx(0x06, 0x01,
              std::string{static_cast<char>(cls), static_cast<char>(id), 0, static_cast<char>(rate), 0, 0,
                          static_cast<char>(rate), 0});
-}
-
-com::Message parameter(uint8_t value) {
-  pb::RtSignal body;
-  body.set_value(std::string(1, static_cast<char>(value)));
-  com::Message out;
-  EXPECT_TRUE(com::envelope::wrap(1, body, out));
-  return out;
 }
 
 TEST(ReceiverControl, SendsItsFramesInOrderWithTheirChecksums) {
@@ -222,7 +213,7 @@ TEST(ReceiverControl, ObserversMayBeCalledFromAnyThreadWhileTheSequenceRuns) {
   World world(receiver);
   world.service->enableMqttSystemSelection();
   world.service->enableLoggingControl();
-  const std::vector<std::pair<std::string, uint8_t>> messages{
+  const std::vector<std::pair<std::string, char>> messages{
       {topic::PARAMETER_GALILEO, 1}, {topic::PARAMETER_ANTENNA_ON, 1}, {topic::PARAMETER_GNSS_ON, 1},
       {topic::BLACKOUT_MODE, 0},     {topic::HW_VERSION, 'q'},         {topic::LOG_CONFIG, 0},
       {topic::GNSS_SOURCE, 0}};
@@ -232,7 +223,7 @@ TEST(ReceiverControl, ObserversMayBeCalledFromAnyThreadWhileTheSequenceRuns) {
     for (int t = 0; t < 3; ++t) {
       threads.emplace_back([&] {
         while (firing) {
-          for (const auto& [topic, value] : messages) world.bus->inject(topic, parameter(value));
+          for (const auto& [topic, value] : messages) world.inject(topic, std::string(1, value));
           std::this_thread::yield();
         }
       });
@@ -247,6 +238,53 @@ TEST(ReceiverControl, ObserversMayBeCalledFromAnyThreadWhileTheSequenceRuns) {
   const auto published = world.run(800);
   EXPECT_TRUE(initialised);
   EXPECT_GT(published.size(), 790U);
+}
+
+TEST(ReceiverControl, ChangesOfTheConstellationsRestartTheSequenceOnce) {
+  ScriptedReceiver receiver(goodAnswers());
+  World world(receiver);
+  world.service->enableMqttSystemSelection();
+  world.time.at(400 * S, [&] { world.terminal.sent.clear(); });
+  world.time.at(410 * S, [&] {
+    EXPECT_THAT(world.terminal.sent, testing::IsEmpty());
+    for (const char on : {'\1', '\0'}) world.inject(topic::PARAMETER_BEIDOU, std::string(1, on));
+    for (const char on : {'\0', '\1'}) world.inject(topic::PARAMETER_GALILEO, std::string(1, on));
+  });
+  world.run(1200);
+  const auto frames = withoutResends(world.terminal.sent);
+  std::string selected = bytes(CFG_GNSS);
+  selected[4 + 2 * 8 + 4] = 1;  // Galileo on
+  EXPECT_EQ(std::count(frames.begin(), frames.end(), ubx(0x06, 0x00)), 1);
+  EXPECT_EQ(std::count(frames.begin(), frames.end(), ubx(0x06, 0x3E, selected)), 1);
+}
+
+TEST(ReceiverControl, RadioSilenceEndsWithAPulseOfTheResetLine) {
+  ScriptedReceiver receiver(goodAnswers());
+  World world(receiver);
+  world.service->setRadioSilenceConfigured(true);
+  world.time.at(400 * S, [&] {
+    world.terminal.sent.clear();
+    world.terminal.opens_us.clear();
+    receiver.epochs = false;
+    world.inject(topic::BLACKOUT_MODE, "\1");
+  });
+  world.time.at(410 * S, [&] {  // longer than a lost receiver is missed
+    std::string sent;
+    for (const Sent& each : world.terminal.sent) sent += each.bytes;
+    EXPECT_EQ(sent, ubx(0x06, 0x13, bytes("0E 00 F0 B9")) +
+                        ubx(0x02, 0x41, bytes("00 00 00 00 00 00 00 00 06 00 00 00 00 00 00 00")) +
+                        ubx(0x06, 0x04, bytes("00 00 08 00")));
+    EXPECT_THAT(world.terminal.opens_us, testing::IsEmpty());
+    EXPECT_EQ(world.resets.pulses(), 0);
+    receiver.epochs = true;
+    world.inject(topic::BLACKOUT_MODE, std::string(1, '\0'));
+  });
+  world.time.at(410 * S + 490 * MS, [&] { EXPECT_EQ(world.resets.pulses(), -1) << "it is not low yet"; });
+  const auto published = world.run(412);
+  EXPECT_EQ(world.resets.pulses(), 1);
+  EXPECT_THAT(world.terminal.opens_us, testing::SizeIs(1));
+  EXPECT_EQ(published.back().data.status(), 3);
+  EXPECT_EQ(world.terminal.sent.back().bytes, ubx(0x06, 0x00));
 }
 
 TEST(ReceiverControl, WrongRateAfterTheSequenceIsSetRightAgain) {

@@ -8,7 +8,6 @@
 #include <fstream>
 #include <map>
 
-#include "platform/PbInternalMessageAdapter.h"
 #include "platform/ServiceManager.h"
 #include "platform/Topics.h"
 #include "scenario/World.h"
@@ -56,12 +55,8 @@ class Supervision : public testing::Test {
   }
   /// By the parameter on the bus.
   static void switch_off(World& world) {
-    namespace koru = ecu::koru;
     world.service->enableMqttSystemSelection();
-    koru::pb::RtSignal off;
-    off.set_value(std::string(1, '\0'));
-    world.bus->inject(koru::topic::PARAMETER_GNSS_ON,
-                      koru::com::PbInternalMessageAdapter<koru::pb::RtSignal>(1).serialize(off).message);
+    world.inject(ecu::koru::topic::PARAMETER_GNSS_ON, std::string(1, '\0'));
   }
   void drain(World& world) {
     for (auto& text : manager.take()) heard.push_back({world.time.now_us(), std::move(text)});

@@ -179,6 +179,28 @@ std::vector<Published> World::run(double seconds) {
   return published;
 }
 
+void World::inject(const std::string& topic, const std::string& value) const {
+  bus->inject(topic, enveloped(value));
+}
+
+std::vector<std::string> World::sentOn(const std::string& topic) const {
+  std::vector<std::string> values;
+  for (const auto& record : bus->records()) {
+    if (record.topic == topic) values.push_back(valueOf(record.message));
+  }
+  return values;
+}
+
+com::Message enveloped(const std::string& value) {
+  pb::RtSignal body;
+  body.set_value(value);
+  return com::PbInternalMessageAdapter<pb::RtSignal>(1).serialize(body).message;
+}
+
+std::string valueOf(const com::Message& message) {
+  return com::PbInternalMessageAdapter<pb::RtSignal>(1).deserialize(message).body.value();
+}
+
 std::string epoch(int second, const std::string& kinds, int hundredths) {
   char time[16];
   static_cast<void>(std::snprintf(time, sizeof time, "1235%02d.%02d", second, hundredths));

@@ -148,6 +148,10 @@ class World {
 
   /// Runs the service for so long and returns what it published. Once.
   std::vector<Published> run(double seconds);
+  /// Lets a signal come from the bus.
+  void inject(const std::string& topic, const std::string& value) const;
+  /// The signals that the service sent on a topic, oldest first.
+  [[nodiscard]] std::vector<std::string> sentOn(const std::string& topic) const;
 
   ScenarioTime time;
   TerminalState terminal;
@@ -155,6 +159,10 @@ class World {
   std::shared_ptr<ecu::koru::com::MemoryTransport> bus;
   std::unique_ptr<ecu::koru::gpspub::GPSDClient> service;
 };
+
+/// A signal's bytes as they travel, and back.
+[[nodiscard]] ecu::koru::com::Message enveloped(const std::string& value);
+[[nodiscard]] std::string valueOf(const ecu::koru::com::Message& message);
 
 /// The sentences of one epoch of 23 March 2026 12:35:SS.hh; `kinds` as "RMC GGA GSA GSA GST".
 [[nodiscard]] std::string epoch(int second, const std::string& kinds = "RMC GGA GSA GSA GST",
