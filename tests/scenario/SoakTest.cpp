@@ -73,7 +73,7 @@ struct Drive {
 };
 
 /// The receiver's bytes, each second's at once, made when they are due.
-class DrivingReceiver final : public ByteSource {
+class DrivingReceiver final : public BufferedSource {
  public:
   explicit DrivingReceiver(const Drive& drive) : m_drive(drive) {}
 
@@ -82,13 +82,6 @@ class DrivingReceiver final : public ByteSource {
   }
   [[nodiscard]] int64_t next_byte_us() const override {
     return m_next >= m_drive.seconds ? INT64_MAX : (m_drive.uptime_s + m_next) * S + BURST_US;
-  }
-  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
-  size_t read(std::span<uint8_t> out) override {
-    const size_t count = std::min(out.size(), m_arrived.size());
-    std::copy_n(m_arrived.begin(), count, out.begin());
-    m_arrived.erase(0, count);
-    return count;
   }
 
  private:
@@ -133,7 +126,6 @@ class DrivingReceiver final : public ByteSource {
   const sim::Route m_route = sim::Route::built_in();
   const sim::SentenceOptions m_options;
   int64_t m_next = 0;
-  std::string m_arrived;
 };
 
 /// The seconds that have a dated fix, one after the other: what is published must be exactly these.

@@ -124,31 +124,17 @@ TEST(Spi, TheSameFixesAndGroupsWithAndWithoutTheLine) {
   }
 }
 
-struct Commands final : sim::IReceiverObserver {
-  void on_command(int64_t /*at_us*/, const sim::UbxFrame& frame, bool intact) override {
-    if (!intact) ++corrupted;
-    ids.emplace_back(frame.id.message_class, frame.id.id);
-  }
-  std::vector<std::pair<int, int>> ids;
-  int corrupted = 0;
-};
-
 TEST(Spi, TheSequenceRunsToItsEnd) {
   for (const bool tx_ready : {true, false}) {
     auto options = onSpi(tx_ready);
     options.power_up_defaults = true;  // no GST
     options.antenna_supply = false;
     SpiWorld spi(options);
-    Commands commands;
-    spi.wire->receiver.set_observer(&commands);
     bool initialised = false;
     spi.at(449, [&] { initialised = spi.world.service->ubloxConfig().isInitialised(); });
     const auto published = spi.world.run(450);
     EXPECT_TRUE(initialised);
-    EXPECT_EQ(commands.corrupted, 0);
-    ASSERT_FALSE(commands.ids.empty() || published.empty());
-    EXPECT_EQ(commands.ids.front(), std::pair(0x06, 0x00));
-    EXPECT_EQ(commands.ids.back(), std::pair(0x06, 0x08));
+    ASSERT_FALSE(published.empty());
     EXPECT_EQ(published.back().data.status(), 3);
     EXPECT_TRUE(published.back().data.has_accuracy());
     EXPECT_EQ(spi.wire->opens_ns.size(), 1U);
@@ -209,17 +195,6 @@ TEST(Spi, FaultsAreToldOnceAndEnd) {
     }
     EXPECT_LE(occurrences(text, " ERROR "), 4U) << text;
     EXPECT_LE(spi.wire->opens_ns.size(), END_S - BEGIN_S + 2) << fault.what;
-  }
-}
-
-TEST(Spi, OneFailedTransferCostsNoFix) {
-  for (const bool tx_ready : {true, false}) {
-    SpiWorld spi(onSpi(tx_ready));
-    spi.at(10.03, [&] { spi.wire->transfer_error = EIO; });
-    spi.at(10.2, [&] { spi.wire->transfer_error = 0; });
-    EXPECT_LE(longestGap(spi.world.run(20), 5, 19.9), 1.3);
-    EXPECT_GT(spi.wire->failed_transfers, 0);
-    EXPECT_EQ(spi.wire->opens_ns.size(), 1U);
   }
 }
 

@@ -97,7 +97,7 @@ int64_t Script::next_byte_us() const {
   return m_bursts.empty() ? INT64_MAX : m_bursts.begin()->first;
 }
 
-size_t Script::read(std::span<uint8_t> out) {
+size_t BufferedSource::read(std::span<uint8_t> out) {
   const size_t count = std::min(out.size(), m_arrived.size());
   std::copy_n(m_arrived.begin(), count, out.begin());
   m_arrived.erase(0, count);

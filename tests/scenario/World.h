@@ -33,18 +33,25 @@ class ByteSource {
   virtual void set_open(bool /*open*/) {}
 };
 
+/// A source of bytes that have arrived and wait to be read.
+class BufferedSource : public ByteSource {
+ public:
+  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
+  size_t read(std::span<uint8_t> out) override;
+
+ protected:
+  std::string m_arrived;
+};
+
 /// Bytes that arrive at given times, each burst at once.
-class Script final : public ByteSource {
+class Script final : public BufferedSource {
  public:
   void add(int64_t at_us, std::string bytes) { m_bursts.emplace(at_us, std::move(bytes)); }
   void advance_to(int64_t now_us) override;
   [[nodiscard]] int64_t next_byte_us() const override;
-  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
-  size_t read(std::span<uint8_t> out) override;
 
  private:
   std::multimap<int64_t, std::string> m_bursts;
-  std::string m_arrived;
 };
 
 /// The simulated receiver as a source.

@@ -20,96 +20,74 @@ using namespace ecu::koru::gpspub;
 
 namespace {
 
-/// 12:35:01 on 23 March 2026, one hour east.
-GnssInfo ordinaryFix() {
+constexpr double INFINITE = std::numeric_limits<double>::infinity();
+
+/// What varies; the rest of a fix is 12:35:01 on 23 March 2026.
+struct Values {
+  double latitude, longitude;  // as NMEA writes them
+  int nav_mode, quality, satellites;
+  double speed, course, altitude, error, dop;
+  uint8_t summer_time;
+  int hour_offset, minute_offset;
+};
+
+GnssInfo fixOf(const Values& values) {
   GnssInfo info;
   info.m_status = STATUS_VALID;
-  info.m_latitude = 4807.038;  // 48.1173
-  info.m_longitude = 1131.0;   // 11.516666...
-  info.m_nav_mode = 3;
-  info.m_quality_indicator = 1;
-  info.m_num_satellites = 9;
-  info.m_speed = 41.4848;
-  info.m_course = 84.4;
-  info.m_altitude = 545.4;
-  info.m_position_error = 3.1;
-  info.m_hdop = 1.18;
-  info.m_vdop = 1.54;
-  info.m_pdop = 1.94;
-  info.m_summer_time = 0;
-  info.m_utc_tm = {};
+  info.m_latitude = values.latitude;
+  info.m_longitude = values.longitude;
+  info.m_nav_mode = values.nav_mode;
+  info.m_quality_indicator = values.quality;
+  info.m_num_satellites = values.satellites;
+  info.m_speed = values.speed;
+  info.m_course = values.course;
+  info.m_altitude = values.altitude;
+  info.m_position_error = values.error;
+  info.m_hdop = info.m_vdop = info.m_pdop = values.dop;
+  info.m_summer_time = values.summer_time;
   info.m_utc_tm.tm_sec = 1;
   info.m_utc_tm.tm_min = 35;
   info.m_utc_tm.tm_hour = 12;
   info.m_utc_tm.tm_mday = 23;
   info.m_utc_tm.tm_mon = 2;
   info.m_utc_tm.tm_year = 126;
-  info.m_local_hour_offset = 1;
-  info.m_local_minute_offset = 0;
+  info.m_local_hour_offset = values.hour_offset;
+  info.m_local_minute_offset = values.minute_offset;
   info.m_frame_time = 0x0102030405060708;
   info.m_receiver_flag = 1;
   return info;
 }
 
+GnssInfo ordinaryFix() {
+  GnssInfo info = fixOf({4807.038, 1131.0, 3, 1, 9, 41.4848, 84.4, 545.4, 3.1, 0, 0, 1, 0});
+  info.m_hdop = 1.18;
+  info.m_vdop = 1.54;
+  info.m_pdop = 1.94;
+  return info;
+}
+
 /// The lowest value of each signal that a fix can have, and the last second of 2050 in the far west.
 GnssInfo lowestFix() {
-  GnssInfo info = ordinaryFix();
-  info.m_latitude = -9000.0;
-  info.m_longitude = -18000.0;
-  info.m_nav_mode = 1;
-  info.m_quality_indicator = 0;
-  info.m_num_satellites = 0;
-  info.m_speed = -0.0;
-  info.m_course = -0.0;
-  info.m_altitude = -2500;
-  info.m_position_error = info.m_hdop = info.m_vdop = info.m_pdop = 0;
+  GnssInfo info = fixOf({-9000.0, -18000.0, 1, 0, 0, -0.0, -0.0, -2500, 0, 0, 0, -12, -30});
   info.m_utc_tm.tm_sec = info.m_utc_tm.tm_min = 59;
   info.m_utc_tm.tm_hour = 23;
   info.m_utc_tm.tm_mday = 31;
   info.m_utc_tm.tm_mon = 11;
   info.m_utc_tm.tm_year = 150;
-  info.m_local_hour_offset = -12;
-  info.m_local_minute_offset = -30;
   return info;
 }
 
 /// The highest valid raw values.
 GnssInfo highestFix() {
-  GnssInfo info = ordinaryFix();
-  info.m_latitude = 9000.0;
-  info.m_longitude = 18000.0;
-  info.m_nav_mode = 2;
-  info.m_quality_indicator = 6;
-  info.m_num_satellites = 250;
-  info.m_speed = 64255.0 / 256;
-  info.m_course = 359.99;
-  info.m_altitude = 5531.875;
-  info.m_position_error = 125;
-  info.m_hdop = info.m_vdop = info.m_pdop = 25.04;
-  info.m_summer_time = 1;
-  info.m_local_hour_offset = 14;
-  info.m_local_minute_offset = 45;
-  return info;
+  return fixOf({9000.0, 18000.0, 2, 6, 250, 64255.0 / 256, 359.99, 5531.875, 125, 25.04, 1, 14, 45});
 }
 
 /// Beyond them.
 GnssInfo excessiveFix() {
-  GnssInfo info = ordinaryFix();
-  info.m_latitude = -0.0;
-  info.m_longitude = std::numeric_limits<double>::infinity();
-  info.m_nav_mode = 4;
-  info.m_quality_indicator = 5;
-  info.m_num_satellites = 251;
-  info.m_speed = 251;
-  info.m_course = -1;
-  info.m_altitude = 5532;
-  info.m_position_error = 1e300;
-  info.m_hdop = info.m_vdop = 99.9;
+  GnssInfo info = fixOf({-0.0, INFINITE, 4, 5, 251, 251, -1, 5532, 1e300, 99.9, SUMMER_TIME_NOT_AVAILABLE,
+                         OFFSET_NOT_AVAILABLE, 30});
   info.m_pdop = 25.1;
-  info.m_summer_time = SUMMER_TIME_NOT_AVAILABLE;
   info.m_utc_tm.tm_year = 400;
-  info.m_local_hour_offset = OFFSET_NOT_AVAILABLE;
-  info.m_local_minute_offset = 30;
   return info;
 }
 

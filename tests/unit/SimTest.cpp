@@ -1,10 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <string>
-
-#include "sim/gnss/RouteFile.h"
 #include "sim/gnss/Sentences.h"
 #include "sim/gnss/Utc.h"
 
@@ -43,23 +39,6 @@ TEST(SimSentences, AreWrittenAsReceiversWriteThem) {
                            StartsWith("$GPGSV,1,1,00*79\r\n"), StartsWith("$GLGSV,1,1,00*65\r\n"),
                            StartsWith("$GNGST,030405.25,,,,,,,*")));
   EXPECT_EQ(nmea_checksum("GPRMC,083559.00,A,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,A"), 0x57);
-}
-
-TEST(SimRoute, GpxWithTimesWestSouthAndAcrossTheDateLine) {
-  const Route route = parse_gpx(R"(<?xml version="1.0"?><!-- <trkpt lat="x"> -->
-    <g:gpx xmlns:g="urn:x"><g:trk><trkseg>
-    <g:trkpt lat="-33.5" lon='179.9995'><ele>10</ele><time>2026-05-01T10:00:00Z</time></g:trkpt>
-    <trkpt lon="-179.9995" lat="-33.5"><ele>30</ele><time>2026-05-01T12:00:10.000+02:00</time></trkpt>
-    </trkseg><trkseg><trkpt lat="-33.5" lon="-179.9995" note="a>b"><time>2026-05-01T10:00:30Z</time></trkpt>
-    </trkseg></g:trk></g:gpx>)",
-                                "t.gpx");
-  EXPECT_NEAR(route.at(5).speed_ms, 9.27, 0.02);
-  EXPECT_NEAR(*route.at(5).course_deg, 90, 0.1);
-  EXPECT_NEAR(std::abs(route.at(5).position.longitude_deg), 180, 1e-6);
-  EXPECT_NEAR(route.at(5).position.altitude_m, 20, 1e-6);
-  EXPECT_EQ(route.at(20).speed_ms, 0);  // stands for 20 s
-  EXPECT_EQ(route.at(20).position.altitude_m, 30);
-  EXPECT_NEAR(*route.at(31).course_deg, 270, 0.1);  // and drives back
 }
 
 }  // namespace

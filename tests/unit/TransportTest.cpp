@@ -13,7 +13,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/MqttOutbox.h"
 #include "platform/Time.h"
 #include "platform/Transport.h"
 #include "support/Broker.h"
@@ -27,6 +26,7 @@ using ecu::koru::com::ISubscriptionObserver;
 using ecu::koru::com::ITransportClient;
 using ecu::koru::com::Message;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using Keys = std::map<std::string, std::string>;
 
@@ -86,26 +86,10 @@ class Recorder final : public ISubscriptionObserver {
   std::vector<Message> m_messages;
 };
 
-/// Captures the log (standard error) while it lives.
-class LogCapture {
- public:
-  /// Ends the capture.
-  const std::string& text() { return m_text += m_capture.take(); }
-  /// How many records of the transport have this level and hold `part`.
-  int count(const std::string& level, const std::string& part = "") {
-    std::istringstream lines(text());
-    int result = 0;
-    for (std::string line; std::getline(lines, line);) {
-      result += line.find(" " + level + " koru.com.mqtt:") != std::string::npos &&
-                line.find(part) != std::string::npos;
-    }
-    return result;
-  }
-
- private:
-  test::LogCapture m_capture{"INFO"};
-  std::string m_text;
-};
+/// How many records of the transport have this level and hold `part`.
+size_t records(const std::string& log, const std::string& level, const std::string& part = "") {
+  return test::occurrences(log, " " + level + " koru.com.mqtt: " + part);
+}
 
 TEST(Transport, DeliversEveryMessageOnceToEverySubscription) {
   // Some brokers send one copy for each of the client's topics that match.
@@ -173,7 +157,7 @@ TEST(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
 }
 
 TEST(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
-  LogCapture log;
+  test::LogCapture capture("INFO");
   test::Broker broker;
   const auto client = make_client(broker.port(), {{"connect_timeout_ms", "50"}});
   const auto observer = std::make_shared<Recorder>();
@@ -194,11 +178,11 @@ TEST(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
   }
   EXPECT_THAT(observer->texts(), ElementsAre("source=1", "fix=1", "source=2", "fix=2"));
   EXPECT_TRUE(client->stop());
-  EXPECT_EQ(log.count("WARNING", "No connection to 127.0.0.1:"), 1) << log.text();
-  EXPECT_EQ(log.count("NOTICE", "Connected to"), 1);
-  EXPECT_EQ(log.count("WARNING", "Connection lost"), 2);
-  EXPECT_EQ(log.count("NOTICE", "Connected again"), 1);
-  EXPECT_EQ(log.count(""), 0);
+  const std::string log = capture.take();
+  EXPECT_EQ(records(log, "WARNING", "No connection to 127.0.0.1:"), 1U) << log;
+  EXPECT_EQ(records(log, "NOTICE", "Connected to"), 1U);
+  EXPECT_EQ(records(log, "WARNING", "Connection lost"), 2U);
+  EXPECT_EQ(records(log, "NOTICE", "Connected again"), 1U);
 }
 
 TEST(Transport, DropsFixesWhileTheBrokerTakesNone) {
@@ -238,27 +222,11 @@ TEST(Transport, SendsAgainWhatWasNotWrittenWhenTheConnectionDied) {
   EXPECT_TRUE(observer->got("source=2"));
 }
 
-TEST(MqttOutbox, TellsBurstsFromBacklog) {
-  using ecu::koru::com::MqttOutbox;
-  MqttOutbox box;
-  const MqttOutbox::Time start{};
-  for (int mid = 1; mid <= 7; ++mid) box.taken(mid, start);
-  EXPECT_TRUE(box.accepts(start + 51ms));  // nobody tried the socket yet
-  EXPECT_FALSE(box.accepts(start + 1001ms));
-  box.set_blocked(true);
-  EXPECT_TRUE(box.accepts(start + 50ms));
-  EXPECT_FALSE(box.accepts(start + 51ms));
-  box.written(7);
-  EXPECT_TRUE(box.empty() && box.accepts(start + 51ms));
-  for (size_t i = 0; i < MqttOutbox::CAPACITY; ++i) box.taken(8, start);
-  EXPECT_FALSE(box.accepts(start));
-}
-
 TEST(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
   test::Broker broker;
   ASSERT_TRUE(broker.start());
   const auto client = make_connected(broker);
-  LogCapture log;
+  test::LogCapture capture("INFO");
   const auto thrower =
       std::make_shared<Recorder>([](const auto&, const auto&) { throw std::runtime_error("no\ngood"); });
   const auto odd = std::make_shared<Recorder>([](const auto&, const auto&) { throw 1; });
@@ -286,9 +254,10 @@ TEST(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
   EXPECT_EQ(result->texts().size(), 2U);
   EXPECT_THAT(echo->texts(), ElementsAre("in=1"));
   EXPECT_THAT(late->texts(), IsEmpty());
-  EXPECT_EQ(log.count("ERROR", "The observer of \"in\" failed"), 2) << log.text();
-  EXPECT_EQ(log.count("ERROR", "no\\x0Agood"), 1);
-  EXPECT_EQ(log.count("WARNING", "1048577 bytes on \"big\""), 1);
+  const std::string log = capture.take();
+  EXPECT_EQ(records(log, "ERROR", "The observer of \"in\" failed"), 2U) << log;
+  EXPECT_THAT(log, HasSubstr("no\\x0Agood"));
+  EXPECT_THAT(log, HasSubstr("1048577 bytes on \"big\""));
 }
 
 TEST(Transport, UnsubscribeWaitsForTheCallback) {
