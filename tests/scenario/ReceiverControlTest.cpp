@@ -164,6 +164,7 @@ TEST(ReceiverControl, NothingThatTheReceiverAnswersStopsPublication) {
                   {"short answers",
                    {{"06 00 poll", ubx(0x06, 0x00, "x")},
                     {"0A 28 poll", ubx(0x0A, 0x28)},
+                    {"06 24", ubx(0x06, 0x24) + ubx(0x0A, 0x09) + ubx(0x0A, 0x77) + ubx(0x77, 0x01)},
                     {"06 3E poll", ubx(0x06, 0x3E)}}}};
   for (const auto& c : cases) {
     ScriptedReceiver receiver(c.answers);

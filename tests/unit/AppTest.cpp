@@ -115,8 +115,8 @@ TEST(AppTest, TheInstalledFileTellsTheDefaults) {
   registerKeys(*installed);
   test::LogCapture log;
   EXPECT_TRUE(installed->verify());
-  const com::MqttOptions expected = com::read_mqtt_options(defaults),
-                         found = com::read_mqtt_options(*installed);
+  const com::MqttOptions expected = com::read_mqtt_options(defaults);
+  const com::MqttOptions found = com::read_mqtt_options(*installed);
   EXPECT_EQ(log.take(), "");
   EXPECT_GT(keys.size(), 20U);
   for (const auto& key : keys) {

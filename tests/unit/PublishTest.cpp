@@ -25,13 +25,6 @@ pb::GnssData published(GnssInfo info) {
   return com::PbInternalMessageAdapter<pb::GnssData>(1).deserialize(memory->records().at(0).message).body;
 }
 
-GnssInfo fullFix() {
-  GnssInfo info;
-  GnssUtils::parseRMCString("$GPRMC,123519.50,A,4807.038,S,01131.000,W,022.4,084.4,230394,,,A*00\r\n", info);
-  GnssUtils::parseGGAString("$GPGGA,123519,4807.038,S,01131.000,W,2,08,0.9,-545.4,M,46.9,M,,*00\r\n", info);
-  return info;
-}
-
 }  // namespace
 
 TEST(PublishTest, AFixAtTheZeroPointIsNone) {
@@ -40,7 +33,9 @@ TEST(PublishTest, AFixAtTheZeroPointIsNone) {
     int status;
   } rows[] = {{0.0, 0.0, 2}, {-0.0, 0.0, 2}, {0.0, 100.0, 3}, {100.0, 0.0, 3}, {0.0, std::nan(""), 3}};
   for (const auto& row : rows) {
-    GnssInfo info = fullFix();
+    GnssInfo info;
+    GnssUtils::parseRMCString("$GPRMC,123519.50,A,4807.038,S,01131.000,W,022.4,084.4,230394,,,A*00\r\n",
+                              info);
     info.m_latitude = row.latitude;
     info.m_longitude = row.longitude;
     EXPECT_EQ(published(info).status(), row.status) << row.latitude << ' ' << row.longitude;

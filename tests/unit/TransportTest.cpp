@@ -280,25 +280,4 @@ TEST(Transport, UnsubscribeWaitsForTheCallback) {
   EXPECT_TRUE(left);
 }
 
-TEST(Transport, StopLeavesAnObserverBehindThatDoesNotReturn) {
-  test::Broker broker;
-  ASSERT_TRUE(broker.start());
-  std::atomic<bool> entered = false;
-  std::atomic<bool> left = false;
-  const auto stuck = std::make_shared<Recorder>([&](const auto&, const auto&) {
-    entered = true;
-    std::this_thread::sleep_for(1500ms);
-    left = true;
-  });
-  auto client = make_connected(broker);
-  EXPECT_TRUE(client->subscribe("a", stuck, 0));
-  EXPECT_EQ(client->publish("a", text_message("")), 0);
-  EXPECT_TRUE(test::eventually([&] { return entered.load(); }, 5000));
-  EXPECT_FALSE(client->stop());
-  EXPECT_FALSE(left);
-  client.reset();  // the thread goes on with what it shares
-  EXPECT_TRUE(test::eventually([&] { return left.load(); }, 5000));
-  std::this_thread::sleep_for(100ms);
-}
-
 }  // namespace
