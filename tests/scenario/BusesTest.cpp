@@ -19,15 +19,11 @@ constexpr int64_t MS = 1000;
 constexpr int64_t S = 1'000'000;
 
 World::Options unitA() {
-  World::Options options;
-  options.hwversion = "zpt";
-  return options;
+  return {.hwversion = "zpt"};
 }
 
 World::Options unitB() {
-  World::Options options;
-  options.hasgnss = "false";
-  return options;
+  return {.hasgnss = "false"};
 }
 
 bool isGroup(const std::string& topic) {
@@ -61,22 +57,18 @@ TEST(Buses, EachSecondsFirstFixGoesOutOnceInOrder) {
     std::vector<std::pair<int64_t, std::string>> bursts;
     std::vector<int64_t> expected_ms;
   };
-  std::vector<std::pair<int64_t, std::string>> four_hertz;
-  std::vector<std::pair<int64_t, std::string>> ten_hertz;
-  four_hertz.reserve(12);
-  for (int i = 0; i < 12; ++i) {
-    four_hertz.emplace_back(300 + 250 * i, epoch(1 + i / 4, "RMC GGA GSA GST", i % 4 * 25));
-  }
-  ten_hertz.reserve(30);
-  for (int i = 0; i < 30; ++i) {
-    ten_hertz.emplace_back(300 + 100 * i, epoch(1 + i / 10, "RMC GGA GSA GST", i % 10 * 10));
-  }
-  auto first_lost = four_hertz;
+  const auto at_rate = [](int hz) {
+    std::vector<std::pair<int64_t, std::string>> bursts;
+    for (int i = 0; i < 3 * hz; ++i)
+      bursts.emplace_back(300 + 1000 / hz * i, epoch(1 + i / hz, "RMC GGA GSA GST", i % hz * (100 / hz)));
+    return bursts;
+  };
+  auto first_lost = at_rate(4);
   first_lost.erase(first_lost.begin() + 4);
   const std::vector<Case> cases{
       {"1 Hz", {{300, epoch(1)}, {1300, epoch(2)}, {2300, epoch(3)}}, {300, 1300, 2300}},
-      {"4 Hz", four_hertz, {300, 1300, 2300}},
-      {"10 Hz", ten_hertz, {300, 1300, 2300}},
+      {"4 Hz", at_rate(4), {300, 1300, 2300}},
+      {"10 Hz", at_rate(10), {300, 1300, 2300}},
       // The lost second leaves 1.3 s after the fix before it, with status 1.
       {"missed epoch", {{300, epoch(1)}, {2300, epoch(3)}}, {300, 1700, 2300}},
       {"4 Hz, first fix of a second lost", first_lost, {300, 1550, 2300}},

@@ -44,7 +44,7 @@ class BufferedSource : public ByteSource {
 };
 
 /// Bytes that arrive at given times, each burst at once.
-class Script final : public BufferedSource {
+class Script : public BufferedSource {
  public:
   void add(int64_t at_us, std::string bytes) { m_bursts.emplace(at_us, std::move(bytes)); }
   void advance_to(int64_t now_us) override;

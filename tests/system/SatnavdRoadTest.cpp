@@ -70,10 +70,6 @@ const Recorded RECORDED[] = {
       "GPGSV,1,1,01,04,45,120,38,1", "GNGST,123520.50,5.0,0.1,0.2,45.0,1.5,0.5,3.0"},
      R"({"status":3,"utc_time_us":1774269320500000,"latitude":-33.8520575,"longitude":-70.2090535,"speed":0.0,
          "quality":2,"num_satellites":19,"altitude":-12.3,"fix":3,"hdop":0.71,"vdop":1.4,"accuracy":1.5})"},
-    {"",
-     {"GLRMC,123521.50,V,,,,,,,230326,,,N", "GLGGA,123521.50,,,,,0,00,99.99,,,,,,",
-      "GLGSA,A,1,,,,,,,,,,,,,99.99,99.99,99.99", "GLGST,123521.50,,,,,,,"},
-     R"({"status":2,"quality":0,"num_satellites":0,"fix":1,"hdop":99.99,"vdop":99.99,"accuracy":0.0})"},
     {NOISE,
      {LONG_RMC, "GNGGA,123522.00,4807.03812345678,N,01131.00012345678,E,1,12,0.900,545.40,M,46.900,M,,",
       "GNGSA,A,2,04,05,09,,,,,,,,,,4.4,4.3,1.0,1", "GNGSA,A,2,65,,,,,,,,,,,,4.4,4.2,1.0,2",
@@ -256,14 +252,12 @@ TEST_F(SatnavdRoad, AStopSignalEndsItWhateverTheOthersDo) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     const auto service =
-        satnavd(row.config, {"-v"}, {"env", "NOTIFY_SOCKET=" + folder / "notify", "WATCHDOG_USEC=600000"});
+        satnavd(row.config, {"-v"}, {"env", "NOTIFY_SOCKET=" + folder / "notify", "WATCHDOG_USEC=20000000"});
     ASSERT_TRUE(test::logged(*service, "Num NMEA strings", 2)) << service->err();
+    EXPECT_THAT(manager.take(), testing::IsSupersetOf({"READY=1", "WATCHDOG=1"}));
     row.disturb(*service);
     expect_end(*service, row.signal);
-    const auto told = manager.take();
-    EXPECT_EQ(told.at(0), "READY=1");
-    EXPECT_THAT(told, testing::Contains("WATCHDOG=1"));
-    EXPECT_EQ(told.back(), "STOPPING=1");
+    EXPECT_EQ(manager.take().back(), "STOPPING=1");
     if (!mute) {
       broker.stop();
       ASSERT_TRUE(broker.start());

@@ -20,23 +20,6 @@ std::string line_of(std::string_view topic, std::string_view value) {
 
 }  // namespace
 
-TEST(TapTest, ShowsSignalGroupsWithPhysicalValues) {
-  const struct {
-    std::string_view topic;
-    std::string value;
-    std::string shown;
-  } rows[] = {
-      {"rt/j1939can/rx/vp1_fb",
-       {"\xFF\xFF\xFF\xFF\0\0\0\xFE\x77", 9},  // and a byte that the group does not have
-       "VP1  latitude not available  longitude error  raw ffffffff000000fe"},
-      {"systime/td", "\x79\x0F\x0A\x0B\x54\x29\x7D\x7B",
-       "TD  seconds 30.25 s  minutes 15 min  hours 10 h  month 11 month  day 21 d  year 2026 a  "
-       "localminuteoffset 0 min  localhouroffset -2 h  raw 790f0a0b54297d7b"},
-      {"rt/oemcan/tx/p2c1_local", "123", "UNDECODABLE: the payload has 3 bytes, the group 8"},
-  };
-  for (const auto& row : rows) EXPECT_THAT(line_of(row.topic, row.value), HasSubstr(" " + row.shown + "\n"));
-}
-
 // Nothing that came from outside may reach the terminal as a control character, or pass for a line of its
 // own.
 TEST(TapTest, CannotBeMadeToForgeALine) {

@@ -43,14 +43,6 @@ std::shared_ptr<ITransportClient> make_client(uint16_t port, const Keys& keys = 
   return create_client(config, ecu::koru::com::TransportType::MQTT);
 }
 
-/// A client that is connected to the broker.
-std::shared_ptr<ITransportClient> make_connected(const test::Broker& broker, const Keys& keys = {}) {
-  auto client = make_client(broker.port(), keys);
-  EXPECT_TRUE(client->connect());
-  EXPECT_TRUE(client->start());
-  return client;
-}
-
 /// Writes down what it gets, then does what the test wants.
 class Recorder final : public ISubscriptionObserver {
  public:
@@ -91,12 +83,25 @@ size_t records(const std::string& log, const std::string& level, const std::stri
   return test::occurrences(log, " " + level + " koru.com.mqtt: " + part);
 }
 
-TEST(Transport, DeliversEveryMessageOnceToEverySubscription) {
+/// A client that is connected to a broker.
+class Transport : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(broker.start());
+    client = make_client(broker.port());
+    EXPECT_TRUE(client->connect() && client->start());
+  }
+
+  test::Broker broker;
+  std::shared_ptr<ITransportClient> client;
+};
+
+TEST_F(Transport, DeliversEveryMessageOnceToEverySubscription) {
   // Some brokers send one copy for each of the client's topics that match.
   for (const char* copies : {"false", "true"}) {
-    test::Broker broker({std::string("allow_duplicate_messages ") + copies});
-    ASSERT_TRUE(broker.start());
-    const auto client = make_connected(broker);
+    broker.stop();
+    broker.configure({std::string("allow_duplicate_messages ") + copies});
+    SetUp();
     EXPECT_EQ(client->publish("a/old", text_message("kept", true)), 0);
 
     const auto one = std::make_shared<Recorder>();
@@ -125,23 +130,19 @@ TEST(Transport, DeliversEveryMessageOnceToEverySubscription) {
   }
 }
 
-TEST(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
-  test::Broker broker;
-  ASSERT_TRUE(broker.start());
-  const auto client = make_connected(broker);
+TEST_F(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
   const auto observer = std::make_shared<Recorder>();
   EXPECT_TRUE(client->subscribe("a", observer, 0));
   EXPECT_TRUE(client->subscribe("end", observer, 0));
   EXPECT_TRUE(client->unsubscribe("a"));
   EXPECT_FALSE(client->unsubscribe("a"));
   EXPECT_FALSE(client->unsubscribe("never"));
-  for (const char* topic : {"", "a/#/b", "a+", "\xff"})
+  for (const char* topic : {"", "a/#/b", "a+", "\xff"}) {
     EXPECT_FALSE(client->subscribe(topic, observer, 0)) << topic;
-  EXPECT_FALSE(client->subscribe("x", nullptr, 0));
-  for (const char* topic : {"", "a/#", "+", "\xff"}) {
     EXPECT_LT(client->publish(topic, text_message("x")), 0) << topic;
     EXPECT_LT(client->publish(topic, text_message("x"), Delivery::until_sent), 0) << topic;
   }
+  EXPECT_FALSE(client->subscribe("x", nullptr, 0));
   EXPECT_EQ(client->publish("a", text_message("x")), 0);
   EXPECT_EQ(client->publish("end", text_message("x")), 0);
   ASSERT_TRUE(observer->got("end=x"));
@@ -156,10 +157,10 @@ TEST(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
       [&] { return test::occurrences(broker.log(), "Received DISCONNECT from satnavd") == 1; }, 5000));
 }
 
-TEST(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
+TEST_F(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
+  broker.stop();
   test::LogCapture capture("INFO");
-  test::Broker broker;
-  const auto client = make_client(broker.port(), {{"connect_timeout_ms", "50"}});
+  client = make_client(broker.port(), {{"connect_timeout_ms", "50"}});
   const auto observer = std::make_shared<Recorder>();
   EXPECT_TRUE(client->subscribe("#", observer, 0));
   EXPECT_TRUE(client->connect());
@@ -185,10 +186,7 @@ TEST(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
   EXPECT_EQ(records(log, "NOTICE", "Connected again"), 1U);
 }
 
-TEST(Transport, DropsFixesWhileTheBrokerTakesNone) {
-  test::Broker broker;
-  ASSERT_TRUE(broker.start());
-  const auto client = make_connected(broker);
+TEST_F(Transport, DropsFixesWhileTheBrokerTakesNone) {
   const auto observer = std::make_shared<Recorder>();
   EXPECT_TRUE(client->subscribe("end", observer, 0));
   broker.freeze();
@@ -204,10 +202,7 @@ TEST(Transport, DropsFixesWhileTheBrokerTakesNone) {
   EXPECT_TRUE(observer->got("end=1"));
 }
 
-TEST(Transport, SendsAgainWhatWasNotWrittenWhenTheConnectionDied) {
-  test::Broker broker;
-  ASSERT_TRUE(broker.start());
-  const auto client = make_connected(broker);
+TEST_F(Transport, SendsAgainWhatWasNotWrittenWhenTheConnectionDied) {
   const auto observer = std::make_shared<Recorder>();
   EXPECT_TRUE(client->subscribe("source", observer, 0));
   broker.freeze();
@@ -222,10 +217,7 @@ TEST(Transport, SendsAgainWhatWasNotWrittenWhenTheConnectionDied) {
   EXPECT_TRUE(observer->got("source=2"));
 }
 
-TEST(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
-  test::Broker broker;
-  ASSERT_TRUE(broker.start());
-  const auto client = make_connected(broker);
+TEST_F(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
   test::LogCapture capture("INFO");
   const auto thrower =
       std::make_shared<Recorder>([](const auto&, const auto&) { throw std::runtime_error("no\ngood"); });
@@ -260,10 +252,7 @@ TEST(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
   EXPECT_THAT(log, HasSubstr("1048577 bytes on \"big\""));
 }
 
-TEST(Transport, UnsubscribeWaitsForTheCallback) {
-  test::Broker broker;
-  ASSERT_TRUE(broker.start());
-  const auto client = make_connected(broker);
+TEST_F(Transport, UnsubscribeWaitsForTheCallback) {
   std::atomic<bool> entered = false;
   std::atomic<bool> left = false;
   const auto slow = std::make_shared<Recorder>([&](const auto&, const auto&) {

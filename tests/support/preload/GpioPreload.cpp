@@ -121,14 +121,6 @@ int open(const char* path, int flags, ...) {
   return open_stand_in(next<Open>("open"), path, flags, mode);
 }
 
-int open64(const char* path, int flags, ...) {
-  va_list rest;
-  va_start(rest, flags);
-  const mode_t mode = mode_of(flags, rest);
-  va_end(rest);
-  return open_stand_in(next<Open>("open64"), path, flags, mode);
-}
-
 ssize_t write(int fd, const void* bytes, size_t count) {
   if (is_watched(fd)) tell(watched[fd].name, {static_cast<const char*>(bytes), count});
   return next<ssize_t(int, const void*, size_t)>("write")(fd, bytes, count);
