@@ -94,18 +94,6 @@ void World::start_unit() {
   if (!m_unit->wait_for_output("messages published", PATIENCE_MS)) throw std::runtime_error(m_unit->err());
 }
 
-void World::kill_broker() {
-  m_broker.kill();
-}
-
-void World::freeze_broker() {
-  m_broker.freeze();
-}
-
-void World::thaw_broker() {
-  m_broker.thaw();
-}
-
 void World::mute_broker() {
   m_broker.kill();
   m_mute = std::make_unique<MuteBroker>(m_broker.port());
@@ -147,10 +135,6 @@ void World::unplug() {
 
 void World::plug_in() {
   start_receiver({"--fault", "reset-to=9600"});
-}
-
-void World::power_cycle() {
-  m_receiver->write_stdin("power-cycle\n");
 }
 
 void World::wrong_baud() {
@@ -221,18 +205,6 @@ void World::calm_down() {
   m_unit->write_stdin("log-config 00000000\n");
   wake_up();
   gnss_on();
-}
-
-void World::gnss_off() {
-  m_unit->write_stdin("param 0xA00F 00\n");
-}
-
-void World::gnss_on() {
-  m_unit->write_stdin("param 0xA00F 01\n");
-}
-
-void World::blackout() {
-  m_unit->write_stdin("blackout on\n");
 }
 
 /// The receiver hears its reset line.

@@ -62,14 +62,14 @@ class World {
   [[nodiscard]] int64_t clock_shift_us() const;
 
   void nothing() {}
-  void kill_broker();
-  void freeze_broker();
+  void kill_broker() { m_broker.kill(); }
+  void freeze_broker() { m_broker.freeze(); }
   void mute_broker();
-  void thaw_broker();
+  void thaw_broker() { m_broker.thaw(); }
   void start_broker();
   void unplug();
   void plug_in();
-  void power_cycle();
+  void power_cycle() { m_receiver->write_stdin("power-cycle\n"); }
   void wrong_baud();
   void bad_line();
   void flood();
@@ -78,9 +78,9 @@ class World {
   void hostile_bytes();
   void calm_down();
   void step_clock();
-  void gnss_off();
-  void gnss_on();
-  void blackout();
+  void gnss_off() { m_unit->write_stdin("param 0xA00F 00\n"); }
+  void gnss_on() { m_unit->write_stdin("param 0xA00F 01\n"); }
+  void blackout() { m_unit->write_stdin("blackout on\n"); }
   void wake_up();
 
  private:

@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/PbInternalMessageAdapter.h"
-#include "platform/Signals.h"
 #include "platform/Topics.h"
 #include "scenario/World.h"
 
@@ -21,15 +19,11 @@ constexpr int64_t MS = 1000;
 constexpr int64_t S = 1'000'000;
 
 World::Options unitA() {
-  World::Options options;
-  options.hwversion = "zpt";
-  return options;
+  return {.hwversion = "zpt"};
 }
 
 World::Options unitB() {
-  World::Options options;
-  options.hasgnss = "false";
-  return options;
+  return {.hasgnss = "false"};
 }
 
 bool isGroup(const std::string& topic) {
@@ -56,26 +50,6 @@ std::vector<std::pair<int64_t, std::string>> busTraffic(const World& world) {
   return traffic;
 }
 
-std::string rawBytes(const com::Message& message) {
-  return com::PbInternalMessageAdapter<pb::RtSignal>(1).deserialize(message).body.value();
-}
-
-std::vector<std::string> sentOn(const World& world, const std::string& topic) {
-  std::vector<std::string> values;
-  for (const auto& record : world.bus->records()) {
-    if (record.topic == topic) values.push_back(rawBytes(record.message));
-  }
-  return values;
-}
-
-com::Message group(const std::string& bytes) {
-  pb::RtSignal body;
-  body.set_value(bytes);
-  com::Message out;
-  EXPECT_TRUE(com::envelope::wrap(1, body, out));
-  return out;
-}
-
 TEST(Buses, EachSecondsFirstFixGoesOutOnceInOrder) {
   const std::string all = "VP1 P2C1 VP2 VDS TD stamp error";
   struct Case {
@@ -83,22 +57,18 @@ TEST(Buses, EachSecondsFirstFixGoesOutOnceInOrder) {
     std::vector<std::pair<int64_t, std::string>> bursts;
     std::vector<int64_t> expected_ms;
   };
-  std::vector<std::pair<int64_t, std::string>> four_hertz;
-  std::vector<std::pair<int64_t, std::string>> ten_hertz;
-  four_hertz.reserve(12);
-  for (int i = 0; i < 12; ++i) {
-    four_hertz.emplace_back(300 + 250 * i, epoch(1 + i / 4, "RMC GGA GSA GST", i % 4 * 25));
-  }
-  ten_hertz.reserve(30);
-  for (int i = 0; i < 30; ++i) {
-    ten_hertz.emplace_back(300 + 100 * i, epoch(1 + i / 10, "RMC GGA GSA GST", i % 10 * 10));
-  }
-  auto first_lost = four_hertz;
+  const auto at_rate = [](int hz) {
+    std::vector<std::pair<int64_t, std::string>> bursts;
+    for (int i = 0; i < 3 * hz; ++i)
+      bursts.emplace_back(300 + 1000 / hz * i, epoch(1 + i / hz, "RMC GGA GSA GST", i % hz * (100 / hz)));
+    return bursts;
+  };
+  auto first_lost = at_rate(4);
   first_lost.erase(first_lost.begin() + 4);
   const std::vector<Case> cases{
       {"1 Hz", {{300, epoch(1)}, {1300, epoch(2)}, {2300, epoch(3)}}, {300, 1300, 2300}},
-      {"4 Hz", four_hertz, {300, 1300, 2300}},
-      {"10 Hz", ten_hertz, {300, 1300, 2300}},
+      {"4 Hz", at_rate(4), {300, 1300, 2300}},
+      {"10 Hz", at_rate(10), {300, 1300, 2300}},
       // The lost second leaves 1.3 s after the fix before it, with status 1.
       {"missed epoch", {{300, epoch(1)}, {2300, epoch(3)}}, {300, 1700, 2300}},
       {"4 Hz, first fix of a second lost", first_lost, {300, 1550, 2300}},
@@ -136,10 +106,10 @@ TEST(Buses, FixIsTrustedOnceTheReceiverIsKnown) {
     const auto published = world.run(1.9);
     const std::string nothing(8, '\xFF');
     EXPECT_EQ(published.at(1).data.status(), 3);
-    EXPECT_EQ(sentOn(world, topic::VP1_TX).at(1) == nothing, !trusted);
-    EXPECT_EQ(sentOn(world, topic::VDS_TX).at(1) == nothing, !trusted);
-    EXPECT_EQ(sentOn(world, topic::TD_TX).at(1) == nothing, !trusted);
-    EXPECT_EQ(sentOn(world, topic::MODULE_ERROR).at(1), std::string(1, '\0'));
+    EXPECT_EQ(world.sentOn(topic::VP1_TX).at(1) == nothing, !trusted);
+    EXPECT_EQ(world.sentOn(topic::VDS_TX).at(1) == nothing, !trusted);
+    EXPECT_EQ(world.sentOn(topic::TD_TX).at(1) == nothing, !trusted);
+    EXPECT_EQ(world.sentOn(topic::MODULE_ERROR).at(1), std::string(1, '\0'));
   }
 }
 
@@ -151,7 +121,7 @@ TEST(Buses, UnitsWithoutABusSendNothingThere) {
   world.run(1);
   EXPECT_THAT(busTraffic(world), testing::IsEmpty());
   // 12:35:01 on 23 March 2026, no time zone.
-  EXPECT_THAT(sentOn(world, topic::SYSTIME_TD), ElementsAre(std::string("\x04\x23\x0C\x03\x5C\x29\xFF\xFF")));
+  EXPECT_THAT(world.sentOn(topic::SYSTIME_TD), ElementsAre(std::string("\x04\x23\x0C\x03\x5C\x29\xFF\xFF")));
 }
 
 /// Carries what unit A put on the buses to unit B, at the times at which it was sent, until `until_us`.
@@ -162,8 +132,8 @@ void carry(const std::vector<com::MemoryTransport::Record>& sent, World& to, int
     if (!isGroup(record.topic) || at_us >= until_us) continue;
     std::string topic = record.topic;
     topic.replace(topic.find(tx), tx.size(), "/rx/").replace(topic.find("_local"), 6, "_fb");
-    const std::string bytes = rawBytes(record.message);
-    to.time.at(at_us, [&to, topic, bytes] { to.bus->inject(topic, group(bytes)); });
+    const std::string bytes = valueOf(record.message);
+    to.time.at(at_us, [&to, topic, bytes] { to.inject(topic, bytes); });
   }
 }
 
@@ -220,7 +190,7 @@ struct Peer {
     at(at_us, topic::TD_RX, std::string(1, static_cast<char>(second * 4)) + "\x23\x0C\x03\x5C\x29\xFF\xFF");
   }
   void at(int64_t at_us, const std::string& topic, const std::string& bytes) const {
-    world.time.at(at_us, [this, topic, bytes] { world.bus->inject(topic, group(bytes)); });
+    world.time.at(at_us, [this, topic, bytes] { world.inject(topic, bytes); });
   }
   World& world;
 };
@@ -247,7 +217,7 @@ TEST(CanInput, TimeDateFramesSetThePaceAndSilenceIsNoFix) {
     EXPECT_FALSE(published.at(undated).data.has_utc_time_us());
     EXPECT_EQ(published.at(undated).data.timestamp_ns(), 0U);
   }
-  EXPECT_EQ(sentOn(world, topic::MODULE_ERROR).size(), published.size());
+  EXPECT_EQ(world.sentOn(topic::MODULE_ERROR).size(), published.size());
   EXPECT_THAT(world.terminal.opens_us, testing::IsEmpty());
   EXPECT_THAT(world.bus->unsubscribed(), testing::IsSupersetOf({topic::VP1_RX, topic::VP2_RX, topic::VDS_RX,
                                                                 topic::TD_RX, topic::P2C1_RX}));
@@ -300,7 +270,7 @@ TEST(CanInput, NothingFromBeforeIsANewFix) {
   peer.fix(500 * MS, 1);
   // What the broker had kept is of an unknown time.
   world.time.at(600 * MS, [&] {
-    com::Message kept = group(std::string("\x08\x23\x0C\x03\x5C\x29\xFF\xFF"));
+    com::Message kept = enveloped(std::string("\x08\x23\x0C\x03\x5C\x29\xFF\xFF"));
     kept.retained = true;
     world.bus->inject(topic::TD_RX, kept);
   });

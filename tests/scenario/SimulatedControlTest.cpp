@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "platform/Topics.h"
 #include "scenario/World.h"
 
 namespace {
@@ -71,6 +72,24 @@ TEST(SimulatedControl, ReceiverThatLosesPowerIsFoundAgain) {
   EXPECT_TRUE(confirmed);
   EXPECT_TRUE(published.back().data.has_accuracy());
   EXPECT_EQ(world.resets.pulses(), 0);
+}
+
+TEST(SimulatedControl, TellsWhatTheAntennaHas) {
+  using sim::AntennaState;
+  SimulatedReceiver source(fromFactory(38400));
+  World world(source);
+  const auto latest = [&](const std::string& topic) { return world.sentOn(topic).back(); };
+  int64_t at = 450 * S;
+  for (const auto state :
+       {AntennaState::ok, AntennaState::open, AntennaState::short_circuit, AntennaState::ok}) {
+    world.time.at(at, [&, state] { source.receiver.set_antenna(state); });
+    world.time.at(at += 10 * S, [&, state] {
+      EXPECT_EQ(latest(topic::ANTENNA_OPEN_CIRCUIT), std::string(1, state == AntennaState::open ? 1 : 0));
+      EXPECT_EQ(latest(topic::ANTENNA_SHORT_CIRCUIT),
+                std::string(1, state == AntennaState::short_circuit ? 1 : 0));
+    });
+  }
+  world.run(495);
 }
 
 }  // namespace

@@ -73,7 +73,7 @@ struct Drive {
 };
 
 /// The receiver's bytes, each second's at once, made when they are due.
-class DrivingReceiver final : public ByteSource {
+class DrivingReceiver final : public BufferedSource {
  public:
   explicit DrivingReceiver(const Drive& drive) : m_drive(drive) {}
 
@@ -82,13 +82,6 @@ class DrivingReceiver final : public ByteSource {
   }
   [[nodiscard]] int64_t next_byte_us() const override {
     return m_next >= m_drive.seconds ? INT64_MAX : (m_drive.uptime_s + m_next) * S + BURST_US;
-  }
-  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
-  size_t read(std::span<uint8_t> out) override {
-    const size_t count = std::min(out.size(), m_arrived.size());
-    std::copy_n(m_arrived.begin(), count, out.begin());
-    m_arrived.erase(0, count);
-    return count;
   }
 
  private:
@@ -133,52 +126,23 @@ class DrivingReceiver final : public ByteSource {
   const sim::Route m_route = sim::Route::built_in();
   const sim::SentenceOptions m_options;
   int64_t m_next = 0;
-  std::string m_arrived;
-};
-
-/// The seconds that have a dated fix, one after the other: what is published must be exactly these.
-class Expectation {
- public:
-  Expectation(const char* name, const Drive& drive) : m_name(name), m_drive(drive) { find(); }
-  /// Returns the second that must be at hand now.
-  int64_t take() {
-    const int64_t second = m_second++;
-    find();
-    return second;
-  }
-  void tell(int64_t second, const std::string& found) {
-    if (++m_failures <= 5) ADD_FAILURE() << m_name << ": second " << second << " of the drive, but " << found;
-  }
-  [[nodiscard]] int64_t left() {
-    int64_t count = 0;
-    while (m_second < m_drive.seconds) take(), ++count;
-    return count;
-  }
-
- private:
-  void find() {
-    while (m_second < m_drive.seconds && !isDated(kindOf(m_second))) ++m_second;
-  }
-
-  const char* m_name;
-  const Drive& m_drive;
-  int64_t m_second = 0;
-  int m_failures = 0;
 };
 
 /// Compares the traffic with the drive while it happens.
 class Listener final : public com::ISubscriptionObserver {
  public:
-  explicit Listener(const Drive& drive) : m_drive(drive), m_mqtt("MQTT", drive), m_can("CAN", drive) {
-    m_can.take();  // the very first fix is not trusted yet
+  explicit Listener(const Drive& drive) : m_drive(drive) {
+    for (int64_t second = 0; second < drive.seconds; ++second) {
+      if (isDated(kindOf(second))) m_dated.push_back(second);
+    }
   }
 
   void message(const std::string& topic, const com::Message& message) override {
     topic == topic::GNSS_DATA ? takeFix(message) : takeTimeDate(message);
   }
   void expectAll() {
-    EXPECT_EQ(m_mqtt.left(), 0);
-    EXPECT_EQ(m_can.left(), 0);
+    EXPECT_EQ(m_mqtt, m_dated.size());
+    EXPECT_EQ(m_can, m_dated.size());
     std::map<Kind, int64_t> counts;
     for (int64_t second = 0; second < m_drive.seconds; ++second) ++counts[kindOf(second)];
     EXPECT_EQ(m_statuses[2], counts[Kind::no_fix]);
@@ -188,6 +152,11 @@ class Listener final : public com::ISubscriptionObserver {
   }
 
  private:
+  /// The second that must be at hand now: what is published must be exactly the dated ones.
+  int64_t take(size_t& next) { return next < m_dated.size() ? m_dated[next++] : -1; }
+  void tell(int64_t second, const std::string& found) {
+    if (++m_failures <= 5) ADD_FAILURE() << "second " << second << " of the drive, but " << found;
+  }
   static bool unwrap(const com::Message& message, google::protobuf::MessageLite& body) {
     uint32_t type = 0;
     return com::envelope::unwrap(message.payload, type, body) ==
@@ -201,24 +170,24 @@ class Listener final : public com::ISubscriptionObserver {
     return kindOf(second) == Kind::full && time_source().boot_ns() > burstNs(second) + 10'000'000;
   }
   void takeFix(const com::Message& message) {
-    if (!unwrap(message, m_fix)) return m_mqtt.tell(-1, "no fix");
+    if (!unwrap(message, m_fix)) return tell(-1, "no fix");
     ++m_statuses[m_fix.status()];
     if (m_fix.status() != 3 && !m_fix.has_utc_time_us()) return;
-    const int64_t second = m_mqtt.take();
+    const int64_t second = take(m_mqtt);
     const int64_t age_ns = burstNs(second) - static_cast<int64_t>(m_fix.timestamp_ns());
     const int64_t expected_us = std::max<int64_t>(m_drive.utc(second) * S, NO_TIME);
     const int64_t utc_us = m_fix.has_utc_time_us() ? static_cast<int64_t>(m_fix.utc_time_us()) : NO_TIME;
     if (m_fix.status() != 3 || utc_us != expected_us || age_ns < 0 || age_ns > 30'000'000 || isLate(second)) {
-      m_mqtt.tell(second, "a fix of status " + std::to_string(m_fix.status()) + " at " +
-                              std::to_string(utc_us) + " us, " + std::to_string(age_ns) + " ns old");
+      tell(second, "a fix of status " + std::to_string(m_fix.status()) + " at " + std::to_string(utc_us) +
+                       " us, " + std::to_string(age_ns) + " ns old");
     }
   }
   void takeTimeDate(const com::Message& message) {
-    if (!unwrap(message, m_group)) return m_can.tell(-1, "no group");
+    if (!unwrap(message, m_group)) return tell(-1, "no group");
     const std::string& raw = m_group.value();
     const auto byte = [&](size_t at) { return static_cast<uint8_t>(raw.at(at)); };
     if (byte(4) == 0xFF) return;
-    const int64_t second = m_can.take();
+    const int64_t second = take(m_can);
     const bool leap = m_drive.isLeapSecond(second);
     const auto time = sim::civil_time((m_drive.utc(second) - (leap ? 1 : 0)) * S);
     const int year = time.year - 1985;
@@ -228,14 +197,16 @@ class Listener final : public com::ISubscriptionObserver {
                                            time.month,
                                            time.day * 4,
                                            year < 0 ? 0xFF : static_cast<unsigned>(year)};
-    if (isLate(second)) m_can.tell(second, "it came late");
+    if (isLate(second)) tell(second, "it came late on CAN");
     for (size_t i = 0; i < expected.size(); ++i) {
-      if (byte(i) != expected[i]) return m_can.tell(second, testing::PrintToString(raw));
+      if (byte(i) != expected[i]) return tell(second, testing::PrintToString(raw));
     }
   }
 
   const Drive& m_drive;
-  Expectation m_mqtt, m_can;
+  std::vector<int64_t> m_dated;
+  size_t m_mqtt = 0, m_can = 1;  // the very first fix is not trusted yet
+  int m_failures = 0;
   pb::GnssData m_fix;
   pb::RtSignal m_group;
   std::map<int, int64_t> m_statuses;

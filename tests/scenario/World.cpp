@@ -97,7 +97,7 @@ int64_t Script::next_byte_us() const {
   return m_bursts.empty() ? INT64_MAX : m_bursts.begin()->first;
 }
 
-size_t Script::read(std::span<uint8_t> out) {
+size_t BufferedSource::read(std::span<uint8_t> out) {
   const size_t count = std::min(out.size(), m_arrived.size());
   std::copy_n(m_arrived.begin(), count, out.begin());
   m_arrived.erase(0, count);
@@ -177,6 +177,28 @@ std::vector<Published> World::run(double seconds) {
     published.push_back({(record.steady_ns - 1'000'000'000'000) / 1000, std::move(result.body)});
   }
   return published;
+}
+
+void World::inject(const std::string& topic, const std::string& value) const {
+  bus->inject(topic, enveloped(value));
+}
+
+std::vector<std::string> World::sentOn(const std::string& topic) const {
+  std::vector<std::string> values;
+  for (const auto& record : bus->records()) {
+    if (record.topic == topic) values.push_back(valueOf(record.message));
+  }
+  return values;
+}
+
+com::Message enveloped(const std::string& value) {
+  pb::RtSignal body;
+  body.set_value(value);
+  return com::PbInternalMessageAdapter<pb::RtSignal>(1).serialize(body).message;
+}
+
+std::string valueOf(const com::Message& message) {
+  return com::PbInternalMessageAdapter<pb::RtSignal>(1).deserialize(message).body.value();
 }
 
 std::string epoch(int second, const std::string& kinds, int hundredths) {

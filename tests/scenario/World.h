@@ -33,18 +33,25 @@ class ByteSource {
   virtual void set_open(bool /*open*/) {}
 };
 
+/// A source of bytes that have arrived and wait to be read.
+class BufferedSource : public ByteSource {
+ public:
+  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
+  size_t read(std::span<uint8_t> out) override;
+
+ protected:
+  std::string m_arrived;
+};
+
 /// Bytes that arrive at given times, each burst at once.
-class Script final : public ByteSource {
+class Script : public BufferedSource {
  public:
   void add(int64_t at_us, std::string bytes) { m_bursts.emplace(at_us, std::move(bytes)); }
   void advance_to(int64_t now_us) override;
   [[nodiscard]] int64_t next_byte_us() const override;
-  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
-  size_t read(std::span<uint8_t> out) override;
 
  private:
   std::multimap<int64_t, std::string> m_bursts;
-  std::string m_arrived;
 };
 
 /// The simulated receiver as a source.
@@ -148,6 +155,10 @@ class World {
 
   /// Runs the service for so long and returns what it published. Once.
   std::vector<Published> run(double seconds);
+  /// Lets a signal come from the bus.
+  void inject(const std::string& topic, const std::string& value) const;
+  /// The signals that the service sent on a topic, oldest first.
+  [[nodiscard]] std::vector<std::string> sentOn(const std::string& topic) const;
 
   ScenarioTime time;
   TerminalState terminal;
@@ -155,6 +166,10 @@ class World {
   std::shared_ptr<ecu::koru::com::MemoryTransport> bus;
   std::unique_ptr<ecu::koru::gpspub::GPSDClient> service;
 };
+
+/// A signal's bytes as they travel, and back.
+[[nodiscard]] ecu::koru::com::Message enveloped(const std::string& value);
+[[nodiscard]] std::string valueOf(const ecu::koru::com::Message& message);
 
 /// The sentences of one epoch of 23 March 2026 12:35:SS.hh; `kinds` as "RMC GGA GSA GSA GST".
 [[nodiscard]] std::string epoch(int second, const std::string& kinds = "RMC GGA GSA GSA GST",

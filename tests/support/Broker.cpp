@@ -23,6 +23,10 @@ std::string mosquitto() {
 }  // namespace
 
 Broker::Broker(const std::vector<std::string>& config_lines) : m_port(free_port()) {
+  configure(config_lines);
+}
+
+void Broker::configure(const std::vector<std::string>& config_lines) {
   std::string text = "per_listener_settings true\npersistence false\nlog_dest stderr\nlog_type all\n";
   if (geteuid() == 0) text += "user root\n";  // it must be able to read the test's files
   text += "listener " + std::to_string(m_port) + " 127.0.0.1\nallow_anonymous true\n";

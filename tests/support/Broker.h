@@ -16,6 +16,8 @@ namespace test {
 class Broker {
  public:
   explicit Broker(const std::vector<std::string>& config_lines = {});
+  /// Other lines, from the next start() on.
+  void configure(const std::vector<std::string>& config_lines);
 
   [[nodiscard]] uint16_t port() const { return m_port; }
   [[nodiscard]] pid_t pid() const { return m_process ? m_process->pid() : -1; }

@@ -2,10 +2,10 @@
 
 #include <sys/stat.h>
 
-#include <fstream>
 #include <functional>
 
 #include "support/Frames.h"
+#include "support/NotifySocket.h"
 #include "system/SatnavdTest.h"
 
 namespace {
@@ -34,52 +34,6 @@ class SatnavdRoad : public test::SatnavdTest {
     EXPECT_EQ(service.wait_for_exit(2000), 0) << service.err();
   }
 };
-
-// ---- The simulated receiver's own record against what a subscriber gets
-
-struct Epoch {
-  int64_t begin_ns = 0;
-  Words sentences;
-};
-
-std::vector<Epoch> read_trace(const std::string& path) {
-  std::vector<Epoch> epochs;
-  std::ifstream file(path);
-  for (std::string line; std::getline(file, line);) {
-    const size_t blank = line.find(' ');
-    if (line.find("RMC,") != std::string::npos) epochs.push_back({std::stoll(line), {}});
-    if (!epochs.empty()) epochs.back().sentences.push_back(line.substr(blank + 1) + "\r\n");
-  }
-  return epochs;
-}
-
-TEST_F(SatnavdRoad, SubscribersGetWhatTheReceiverSends) {
-  const std::string trace = folder / "trace";
-  const auto simulator =
-      receiver({"--rate", "4", "--gsv", "off", "--utc", "2027-12-31T23:59:58Z", "--sentence-trace", trace});
-  Tap tap(broker);
-  const auto service = satnavd();
-  ASSERT_TRUE(tap.gets(12, VALID)) << service->err();
-  expect_end(*service, SIGTERM);
-  const auto begins_epoch = [](const json& fix) {
-    return fix["body"].value("/nmea/0"_json_pointer, "").starts_with("$GNRMC");
-  };
-  const auto& fixes = tap.fixes();
-  auto fix = std::find_if(fixes.begin(), fixes.end(), begins_epoch);  // the port was opened within an epoch
-  ASSERT_NE(fix, fixes.end());
-  const auto epochs = read_trace(trace);
-  auto epoch = std::find_if(epochs.begin(), epochs.end(), [&](const Epoch& each) {
-    return each.sentences[0] == (*fix)["body"]["nmea"][0];
-  });
-  ASSERT_LE(fixes.end() - fix, epochs.end() - epoch);
-  for (; fix != fixes.end(); ++fix, ++epoch) {
-    EXPECT_EQ((*fix)["body"]["nmea"], json(epoch->sentences));
-    EXPECT_EQ((*fix)["body"]["status"], VALID);
-    const int64_t age_ns = (*fix)["body"]["timestamp_ns"].get<int64_t>() - epoch->begin_ns;
-    EXPECT_LT(std::abs(age_ns), S / 2);
-    EXPECT_EQ((*fix)["envelope"]["protocol_type"], 1);
-  }
-}
 
 // ---- A recorded log
 
@@ -116,10 +70,6 @@ const Recorded RECORDED[] = {
       "GPGSV,1,1,01,04,45,120,38,1", "GNGST,123520.50,5.0,0.1,0.2,45.0,1.5,0.5,3.0"},
      R"({"status":3,"utc_time_us":1774269320500000,"latitude":-33.8520575,"longitude":-70.2090535,"speed":0.0,
          "quality":2,"num_satellites":19,"altitude":-12.3,"fix":3,"hdop":0.71,"vdop":1.4,"accuracy":1.5})"},
-    {"",
-     {"GLRMC,123521.50,V,,,,,,,230326,,,N", "GLGGA,123521.50,,,,,0,00,99.99,,,,,,",
-      "GLGSA,A,1,,,,,,,,,,,,,99.99,99.99,99.99", "GLGST,123521.50,,,,,,,"},
-     R"({"status":2,"quality":0,"num_satellites":0,"fix":1,"hdop":99.99,"vdop":99.99,"accuracy":0.0})"},
     {NOISE,
      {LONG_RMC, "GNGGA,123522.00,4807.03812345678,N,01131.00012345678,E,1,12,0.900,545.40,M,46.900,M,,",
       "GNGSA,A,2,04,05,09,,,,,,,,,,4.4,4.3,1.0,1", "GNGSA,A,2,65,,,,,,,,,,,,4.4,4.2,1.0,2",
@@ -276,6 +226,7 @@ TEST_F(SatnavdRoad, ADeviceThatIsNoReceiverCostsNothing) {
 TEST_F(SatnavdRoad, AStopSignalEndsItWhateverTheOthersDo) {
   const auto simulator = receiver({"--rate", "4"});
   std::unique_ptr<test::MuteBroker> mute;
+  test::NotifySocket manager(folder / "notify");
   const struct {
     const char* name;
     int signal;
@@ -300,10 +251,13 @@ TEST_F(SatnavdRoad, AStopSignalEndsItWhateverTheOthersDo) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    const auto service = satnavd(row.config, {"-v"});
+    const auto service =
+        satnavd(row.config, {"-v"}, {"env", "NOTIFY_SOCKET=" + folder / "notify", "WATCHDOG_USEC=20000000"});
     ASSERT_TRUE(test::logged(*service, "Num NMEA strings", 2)) << service->err();
+    EXPECT_THAT(manager.take(), testing::IsSupersetOf({"READY=1", "WATCHDOG=1"}));
     row.disturb(*service);
     expect_end(*service, row.signal);
+    EXPECT_EQ(manager.take().back(), "STOPPING=1");
     if (!mute) {
       broker.stop();
       ASSERT_TRUE(broker.start());

@@ -70,27 +70,18 @@ struct Bus {
 };
 
 TEST(InputSpiTest, WaitsInSlices) {
-  const struct {
-    int timeout_us;
-    bool control;
-    size_t count;
-    int64_t us;
-  } rows[] = {
-      {250'000, false, 3, 225'999}, {100'000, false, 1, 92'000},  {8'000, false, 1, 8'000}, {0, false, 0, 0},
-      {250'000, true, 25, 250'000}, {100'001, true, 11, 100'001}, {-1, true, 0, 0}};
-  for (const auto& row : rows) {
+  for (const bool control : {false, true}) {
+    const size_t slices = control ? 25 : 3;
     Bus bus;
-    bus.connected(row.control);
-    const int64_t begin_ns = bus.time.steady_ns();
-    EXPECT_FALSE(bus.input.waiting(row.timeout_us));
-    EXPECT_EQ(bus.wire->transfers, std::vector<uint32_t>(row.control ? 0 : row.count, 8));
-    EXPECT_EQ(bus.wire->line_waits_us.size(), row.control ? row.count : 0);
-    EXPECT_EQ(bus.time.steady_ns() - begin_ns, row.us * 1000) << row.timeout_us;
+    bus.connected(control);
+    EXPECT_FALSE(bus.input.waiting(250'000));
+    EXPECT_EQ(bus.wire->transfers, std::vector<uint32_t>(control ? 0 : slices, 8));
+    EXPECT_EQ(bus.wire->line_waits_us.size(), control ? slices : 0);
+    bus.wire->line_waits_us.clear();
+    bus.wire->says = RMC;
+    EXPECT_TRUE(bus.input.waiting(100'000));
+    EXPECT_TRUE(bus.wire->line_waits_us.empty());
   }
-  Bus bus;
-  bus.connected(true).wire->says = RMC;
-  EXPECT_TRUE(bus.input.waiting(100'000));
-  EXPECT_TRUE(bus.wire->line_waits_us.empty());
 }
 
 TEST(InputSpiTest, IdleBytesAreDataInsideAFrameAndDroppedBetweenItems) {

@@ -5,7 +5,6 @@
 #include <random>
 
 #include "nmea/GnssUtils.h"
-#include "nmea/HexDump.h"
 #include "nmea/NmeaFields.h"
 #include "support/Frames.h"
 
@@ -50,20 +49,6 @@ TEST(NmeaUtilsTest, ChecksumsOfKnownItemsAndEverySingleCorruptedBit) {
   ASSERT_TRUE(valid(line) && checked(frame) && !checked("\xB5"));
   for (size_t bit = 0; bit < (line.size() - 2) * 8; ++bit) EXPECT_FALSE(valid(flipped(line, bit))) << bit;
   for (size_t bit = 16; bit < frame.size() * 8; ++bit) EXPECT_FALSE(checked(flipped(frame, bit))) << bit;
-}
-
-TEST(NmeaUtilsTest, ReadsAndWritesHexText) {
-  const struct {
-    std::string hex, out;
-    bool good;
-  } rows[] = {{"0aFF", "\x0A\xFF", true}, {"", "", true},          {"abc", "", false}, {"0g", "", false},
-              {"41g0", "A", false},       {"4142 3", "AB", false}, {"00", "\0"s, true}};
-  for (const auto& row : rows) {
-    std::string out = "old";
-    EXPECT_EQ(GnssUtils::hexToBinary(row.hex, out), row.good) << row.hex;
-    EXPECT_EQ(out, row.out) << row.hex;
-  }
-  EXPECT_EQ(hexDumpMessage(bytes("\x00\x7F\xB5\x62\x0A"s), 5, 4, 2, true), "00 7F   B5 62   \n0A ");
 }
 
 // The short way for plain decimals must give bit for bit what strtod gives.

@@ -1,13 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
-#include <random>
 #include <sstream>
 
-#include "platform/Bytes.h"
 #include "platform/Configuration.h"
-#include "platform/Numbers.h"
 #include "platform/PbInternalMessageAdapter.h"
 #include "platform/Time.h"
 #include "proto/nvxproto.pb.h"
@@ -99,37 +95,6 @@ TEST(PlatformTest, LogRecordsAreOneLineEach) {
       text, EndsWith("\n2026-11-21T10:15:30.123Z NOTICE koru.test: x18446744073709551615 -5 651 0.1 ab 000a."
                      "\n2026-11-21T10:15:30.123Z ALERT koru.test: a\\x0A\\x7F\\xFF~ \n"));
   set_time_source(nullptr);
-}
-
-TEST(PlatformTest, NumbersHaveAnAutomaticBase) {
-  const std::pair<std::string, uint32_t> rows[] = {{"10", 10}, {"010", 8},          {"0x10", 16}, {" +7z", 7},
-                                                   {"09", 0},  {"4294967295", ~0U}, {"-1", ~0U}};
-  for (const auto& [text, value] : rows) EXPECT_EQ(to_u32_base0(text), value) << text;
-  for (const auto* no : {"", " ", "x1", "-"})
-    EXPECT_THROW((void)to_u32_base0(no), std::invalid_argument) << no;
-  for (const auto* big : {"4294967296", "-4294967296", "99999999999999999999"})
-    EXPECT_THROW((void)to_u32_base0(big), std::out_of_range) << big;
-  EXPECT_EQ(to_int_within("1883", 1, 65535), 1883);
-  for (const auto* no : {"0", "65536", "", "1 ", " 1", "+1", "0x1", "1.0", "99999999999999999999"})
-    EXPECT_FALSE(to_int_within(no, 1, 65535)) << no;
-}
-
-TEST(PlatformTest, EightBytesAtATimeAreAsGoodAsEightTimesOne) {
-  std::mt19937 random(5);
-  for (unsigned round = 0; round < 256 * 64; ++round) {
-    std::array<uint8_t, 8> word{};
-    for (auto& byte : word)
-      byte = static_cast<uint8_t>(random() % 4 == 0 ? random() : 0x20 + random() % 0x5F);
-    word[round / 256 % 8] = static_cast<uint8_t>(round);
-    uint64_t commas = 0;
-    uint64_t others = 0;
-    for (unsigned i = 8; i-- > 0;) {
-      commas = commas << 8 | (word[i] == ',' ? 0x80 : 0);
-      others = others << 8 | (word[i] < 0x20 || word[i] > 0x7E ? 0x80 : 0);
-    }
-    ASSERT_EQ(bytes::equal(bytes::load(word.data()), ','), commas) << std::hex << bytes::load(word.data());
-    ASSERT_EQ(bytes::notPrintable(bytes::load(word.data())), others) << std::hex << bytes::load(word.data());
-  }
 }
 
 TEST(PlatformTest, TheEnvelopeIsThisOnTheWire) {

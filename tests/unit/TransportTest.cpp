@@ -13,7 +13,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/MqttOutbox.h"
 #include "platform/Time.h"
 #include "platform/Transport.h"
 #include "support/Broker.h"
@@ -27,6 +26,7 @@ using ecu::koru::com::ISubscriptionObserver;
 using ecu::koru::com::ITransportClient;
 using ecu::koru::com::Message;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using Keys = std::map<std::string, std::string>;
 
@@ -41,14 +41,6 @@ std::shared_ptr<ITransportClient> make_client(uint16_t port, const Keys& keys = 
   config->set("port", std::to_string(port));
   for (const auto& [key, value] : keys) config->set(key, value);
   return create_client(config, ecu::koru::com::TransportType::MQTT);
-}
-
-/// A client that is connected to the broker.
-std::shared_ptr<ITransportClient> make_connected(const test::Broker& broker, const Keys& keys = {}) {
-  auto client = make_client(broker.port(), keys);
-  EXPECT_TRUE(client->connect());
-  EXPECT_TRUE(client->start());
-  return client;
 }
 
 /// Writes down what it gets, then does what the test wants.
@@ -86,33 +78,30 @@ class Recorder final : public ISubscriptionObserver {
   std::vector<Message> m_messages;
 };
 
-/// Captures the log (standard error) while it lives.
-class LogCapture {
- public:
-  /// Ends the capture.
-  const std::string& text() { return m_text += m_capture.take(); }
-  /// How many records of the transport have this level and hold `part`.
-  int count(const std::string& level, const std::string& part = "") {
-    std::istringstream lines(text());
-    int result = 0;
-    for (std::string line; std::getline(lines, line);) {
-      result += line.find(" " + level + " koru.com.mqtt:") != std::string::npos &&
-                line.find(part) != std::string::npos;
-    }
-    return result;
+/// How many records of the transport have this level and hold `part`.
+size_t records(const std::string& log, const std::string& level, const std::string& part = "") {
+  return test::occurrences(log, " " + level + " koru.com.mqtt: " + part);
+}
+
+/// A client that is connected to a broker.
+class Transport : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(broker.start());
+    client = make_client(broker.port());
+    EXPECT_TRUE(client->connect() && client->start());
   }
 
- private:
-  test::LogCapture m_capture{"INFO"};
-  std::string m_text;
+  test::Broker broker;
+  std::shared_ptr<ITransportClient> client;
 };
 
-TEST(Transport, DeliversEveryMessageOnceToEverySubscription) {
+TEST_F(Transport, DeliversEveryMessageOnceToEverySubscription) {
   // Some brokers send one copy for each of the client's topics that match.
   for (const char* copies : {"false", "true"}) {
-    test::Broker broker({std::string("allow_duplicate_messages ") + copies});
-    ASSERT_TRUE(broker.start());
-    const auto client = make_connected(broker);
+    broker.stop();
+    broker.configure({std::string("allow_duplicate_messages ") + copies});
+    SetUp();
     EXPECT_EQ(client->publish("a/old", text_message("kept", true)), 0);
 
     const auto one = std::make_shared<Recorder>();
@@ -141,23 +130,19 @@ TEST(Transport, DeliversEveryMessageOnceToEverySubscription) {
   }
 }
 
-TEST(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
-  test::Broker broker;
-  ASSERT_TRUE(broker.start());
-  const auto client = make_connected(broker);
+TEST_F(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
   const auto observer = std::make_shared<Recorder>();
   EXPECT_TRUE(client->subscribe("a", observer, 0));
   EXPECT_TRUE(client->subscribe("end", observer, 0));
   EXPECT_TRUE(client->unsubscribe("a"));
   EXPECT_FALSE(client->unsubscribe("a"));
   EXPECT_FALSE(client->unsubscribe("never"));
-  for (const char* topic : {"", "a/#/b", "a+", "\xff"})
+  for (const char* topic : {"", "a/#/b", "a+", "\xff"}) {
     EXPECT_FALSE(client->subscribe(topic, observer, 0)) << topic;
-  EXPECT_FALSE(client->subscribe("x", nullptr, 0));
-  for (const char* topic : {"", "a/#", "+", "\xff"}) {
     EXPECT_LT(client->publish(topic, text_message("x")), 0) << topic;
     EXPECT_LT(client->publish(topic, text_message("x"), Delivery::until_sent), 0) << topic;
   }
+  EXPECT_FALSE(client->subscribe("x", nullptr, 0));
   EXPECT_EQ(client->publish("a", text_message("x")), 0);
   EXPECT_EQ(client->publish("end", text_message("x")), 0);
   ASSERT_TRUE(observer->got("end=x"));
@@ -172,10 +157,10 @@ TEST(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
       [&] { return test::occurrences(broker.log(), "Received DISCONNECT from satnavd") == 1; }, 5000));
 }
 
-TEST(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
-  LogCapture log;
-  test::Broker broker;
-  const auto client = make_client(broker.port(), {{"connect_timeout_ms", "50"}});
+TEST_F(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
+  broker.stop();
+  test::LogCapture capture("INFO");
+  client = make_client(broker.port(), {{"connect_timeout_ms", "50"}});
   const auto observer = std::make_shared<Recorder>();
   EXPECT_TRUE(client->subscribe("#", observer, 0));
   EXPECT_TRUE(client->connect());
@@ -194,17 +179,14 @@ TEST(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
   }
   EXPECT_THAT(observer->texts(), ElementsAre("source=1", "fix=1", "source=2", "fix=2"));
   EXPECT_TRUE(client->stop());
-  EXPECT_EQ(log.count("WARNING", "No connection to 127.0.0.1:"), 1) << log.text();
-  EXPECT_EQ(log.count("NOTICE", "Connected to"), 1);
-  EXPECT_EQ(log.count("WARNING", "Connection lost"), 2);
-  EXPECT_EQ(log.count("NOTICE", "Connected again"), 1);
-  EXPECT_EQ(log.count(""), 0);
+  const std::string log = capture.take();
+  EXPECT_EQ(records(log, "WARNING", "No connection to 127.0.0.1:"), 1U) << log;
+  EXPECT_EQ(records(log, "NOTICE", "Connected to"), 1U);
+  EXPECT_EQ(records(log, "WARNING", "Connection lost"), 2U);
+  EXPECT_EQ(records(log, "NOTICE", "Connected again"), 1U);
 }
 
-TEST(Transport, DropsFixesWhileTheBrokerTakesNone) {
-  test::Broker broker;
-  ASSERT_TRUE(broker.start());
-  const auto client = make_connected(broker);
+TEST_F(Transport, DropsFixesWhileTheBrokerTakesNone) {
   const auto observer = std::make_shared<Recorder>();
   EXPECT_TRUE(client->subscribe("end", observer, 0));
   broker.freeze();
@@ -220,10 +202,7 @@ TEST(Transport, DropsFixesWhileTheBrokerTakesNone) {
   EXPECT_TRUE(observer->got("end=1"));
 }
 
-TEST(Transport, SendsAgainWhatWasNotWrittenWhenTheConnectionDied) {
-  test::Broker broker;
-  ASSERT_TRUE(broker.start());
-  const auto client = make_connected(broker);
+TEST_F(Transport, SendsAgainWhatWasNotWrittenWhenTheConnectionDied) {
   const auto observer = std::make_shared<Recorder>();
   EXPECT_TRUE(client->subscribe("source", observer, 0));
   broker.freeze();
@@ -238,27 +217,8 @@ TEST(Transport, SendsAgainWhatWasNotWrittenWhenTheConnectionDied) {
   EXPECT_TRUE(observer->got("source=2"));
 }
 
-TEST(MqttOutbox, TellsBurstsFromBacklog) {
-  using ecu::koru::com::MqttOutbox;
-  MqttOutbox box;
-  const MqttOutbox::Time start{};
-  for (int mid = 1; mid <= 7; ++mid) box.taken(mid, start);
-  EXPECT_TRUE(box.accepts(start + 51ms));  // nobody tried the socket yet
-  EXPECT_FALSE(box.accepts(start + 1001ms));
-  box.set_blocked(true);
-  EXPECT_TRUE(box.accepts(start + 50ms));
-  EXPECT_FALSE(box.accepts(start + 51ms));
-  box.written(7);
-  EXPECT_TRUE(box.empty() && box.accepts(start + 51ms));
-  for (size_t i = 0; i < MqttOutbox::CAPACITY; ++i) box.taken(8, start);
-  EXPECT_FALSE(box.accepts(start));
-}
-
-TEST(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
-  test::Broker broker;
-  ASSERT_TRUE(broker.start());
-  const auto client = make_connected(broker);
-  LogCapture log;
+TEST_F(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
+  test::LogCapture capture("INFO");
   const auto thrower =
       std::make_shared<Recorder>([](const auto&, const auto&) { throw std::runtime_error("no\ngood"); });
   const auto odd = std::make_shared<Recorder>([](const auto&, const auto&) { throw 1; });
@@ -286,15 +246,13 @@ TEST(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
   EXPECT_EQ(result->texts().size(), 2U);
   EXPECT_THAT(echo->texts(), ElementsAre("in=1"));
   EXPECT_THAT(late->texts(), IsEmpty());
-  EXPECT_EQ(log.count("ERROR", "The observer of \"in\" failed"), 2) << log.text();
-  EXPECT_EQ(log.count("ERROR", "no\\x0Agood"), 1);
-  EXPECT_EQ(log.count("WARNING", "1048577 bytes on \"big\""), 1);
+  const std::string log = capture.take();
+  EXPECT_EQ(records(log, "ERROR", "The observer of \"in\" failed"), 2U) << log;
+  EXPECT_THAT(log, HasSubstr("no\\x0Agood"));
+  EXPECT_THAT(log, HasSubstr("1048577 bytes on \"big\""));
 }
 
-TEST(Transport, UnsubscribeWaitsForTheCallback) {
-  test::Broker broker;
-  ASSERT_TRUE(broker.start());
-  const auto client = make_connected(broker);
+TEST_F(Transport, UnsubscribeWaitsForTheCallback) {
   std::atomic<bool> entered = false;
   std::atomic<bool> left = false;
   const auto slow = std::make_shared<Recorder>([&](const auto&, const auto&) {
@@ -309,27 +267,6 @@ TEST(Transport, UnsubscribeWaitsForTheCallback) {
   EXPECT_FALSE(left);
   EXPECT_TRUE(client->unsubscribe("a"));
   EXPECT_TRUE(left);
-}
-
-TEST(Transport, StopLeavesAnObserverBehindThatDoesNotReturn) {
-  test::Broker broker;
-  ASSERT_TRUE(broker.start());
-  std::atomic<bool> entered = false;
-  std::atomic<bool> left = false;
-  const auto stuck = std::make_shared<Recorder>([&](const auto&, const auto&) {
-    entered = true;
-    std::this_thread::sleep_for(1500ms);
-    left = true;
-  });
-  auto client = make_connected(broker);
-  EXPECT_TRUE(client->subscribe("a", stuck, 0));
-  EXPECT_EQ(client->publish("a", text_message("")), 0);
-  EXPECT_TRUE(test::eventually([&] { return entered.load(); }, 5000));
-  EXPECT_FALSE(client->stop());
-  EXPECT_FALSE(left);
-  client.reset();  // the thread goes on with what it shares
-  EXPECT_TRUE(test::eventually([&] { return left.load(); }, 5000));
-  std::this_thread::sleep_for(100ms);
 }
 
 }  // namespace
