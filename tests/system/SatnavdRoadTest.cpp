@@ -246,6 +246,7 @@ TEST_F(SatnavdRoad, ADeviceThatIsNoReceiverCostsNothing) {
       {folder.path(), "errno = 21\n"},
       {folder / "fifo", "does not take serial port settings"},
       {"/dev/null", "went away"},
+      {"/dev/zero", "went away"},
       {folder.write("file", std::string(3000, 'x')), "went away"},
   };
   std::vector<std::unique_ptr<test::Process>> services;
