@@ -15,7 +15,7 @@ using test::chaos::MS;
 using test::chaos::World;
 
 constexpr int64_t S = 1000 * MS;
-constexpr long GROWTH_KIB = 3 * 1024;
+constexpr long GROWTH_KIB = 3L * 1024;
 
 struct Fault {
   const char* name;
