@@ -149,6 +149,7 @@ void observers(Bytes bytes) {
     const std::string topic = number < TOPICS.size() ? TOPICS[number] : input.line();
     const com::Message message = next_message(input);
     const int restarts = control.restarts;
+    const bool gnss_on = control.gnss_on;
     if (topic == topic::TIME_ZONE) {
       zone.message(topic, message);
     } else if (topic == topic::SYSTEM_PARAMETERS) {
@@ -158,6 +159,8 @@ void observers(Bytes bytes) {
     }
     require(system.hwVersion().size() <= 64, "a hardware version is short");
     require(control.restarts <= restarts + 1, "a message restarts the sequence once at most");
+    require(control.gnss_on == gnss_on || message.payload.size() > com::envelope::HEADER_LENGTH + 2,
+            "a message without a value switches nothing");
   }
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -44,10 +45,10 @@ class MuteBroker {
   MuteBroker(const MuteBroker&) = delete;
   MuteBroker& operator=(const MuteBroker&) = delete;
 
-  /// Waits until somebody has connected.
+  /// Waits until somebody has connected once more; the connection stays until this process ends.
   [[nodiscard]] bool called() const {
     pollfd state{m_listener, POLLIN, 0};
-    return poll(&state, 1, PATIENCE_MS) == 1;
+    return poll(&state, 1, PATIENCE_MS) == 1 && accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC) >= 0;
   }
 
   const uint16_t port;
