@@ -55,7 +55,7 @@ const std::vector<Fault> CONTROL_FAULTS = {
 
 int setting(const char* name, int otherwise) {
   const char* const text = std::getenv(name);
-  return text != nullptr ? std::atoi(text) : otherwise;
+  return text != nullptr ? std::stoi(text) : otherwise;
 }
 
 class Chaos {
@@ -111,7 +111,7 @@ class Chaos {
                          static_cast<int>(promise_ns / MS));
     std::printf("%-34s  valid again after %6lld ms, promised %6lld\n", what.c_str(),
                 static_cast<long long>((now() - since_ns) / MS), static_cast<long long>(promise_ns / MS));
-    std::fflush(stdout);
+    static_cast<void>(std::fflush(stdout));
     EXPECT_TRUE(in_time) << what << "\n" << log();
   }
 

@@ -26,7 +26,7 @@ Values decodedElsewhere(const std::string& log) {
   std::string message;
   std::string signal;
   for (double value = 0; lines >> message >> signal >> value;)
-    values[message + " " + signal].push_back(value);
+    values[message.append(" ").append(signal)].push_back(value);
   return values;
 }
 
@@ -37,7 +37,7 @@ TEST_F(Buses, AnotherReaderOfTheDatabaseDecodesWhatWasSent) {
                "--can-log", folder / "can.log"});
   const auto simulator = receiver({"--rate", "4", "--utc", "2027-12-31T23:59:58Z"});
   const auto service = satnavd();
-  ASSERT_TRUE(tap.gets(4 * 4, VALID));
+  ASSERT_TRUE(tap.gets(16, VALID));
   log.signal(SIGTERM);
   EXPECT_EQ(log.wait_for_exit(PATIENCE_MS), 0);
 

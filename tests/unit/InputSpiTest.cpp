@@ -89,7 +89,8 @@ TEST(InputSpiTest, IdleBytesAreDataInsideAFrameAndDroppedBetweenItems) {
   const std::string frame = test::ubx(6, 0x24, "\xFF\xFF\x04\x03"s + std::string(500, '\xFF') + "\x01");
   for (const bool control : {false, true}) {
     Bus bus;
-    bus.connected(control).wire->says = idle + RMC + idle + frame + RMC + idle + frame;
+    auto& says = bus.connected(control).wire->says;
+    for (const auto& part : {idle, RMC, idle, frame, RMC, idle, frame}) says += part;
     const std::string said = bus.wire->says;
     EXPECT_THAT(bus.items(), ElementsAre(RMC, frame, RMC, frame));
     EXPECT_FALSE(bus.input.read());  // drops the last item and reads once more
