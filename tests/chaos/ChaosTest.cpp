@@ -138,8 +138,9 @@ class Chaos {
     const int64_t end_ns = now();
     recovers(fault.name, end_ns, fault.promise_ms * MS + fault.grows * (end_ns - begin_ns));
     check_resources(fault.name);
-    if (fault.silent_after_ms < 0)
+    if (fault.silent_after_ms < 0) {
       EXPECT_EQ(m_world.bus().count_since(begin_ns, test::NOTHING_KNOWN), 0) << fault.name << "\n" << log();
+    }
   }
 
   void check_resources(const char* name) {
