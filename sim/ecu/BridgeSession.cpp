@@ -86,11 +86,13 @@ void add_bridge_options(CLI::App& app, BridgeOptions& options) {
   const auto add = [&](const char* name, auto& value, const char* help) {
     return app.add_option(name, value, help)->needs(bridge)->group(GROUP);
   };
-  add("--loss", options.loss, "Lose each frame with this probability [0]")->check(CLI::Range(0.0, 1.0));
+  add("--loss", options.loss, "Lose each frame with this probability [0]")
+      ->check(CLI::Range(0.0, 1.0) & tool::not_nan());
   add("--seed", options.seed, "Chooses which ones: the same seed, the same losses [1]");
   add("--delay", options.delay_ms, "Carry each frame so many milliseconds later, in order [0]")
       ->check(CLI::Range(0, MAX_DELAY_MS));
-  add("--seconds", options.seconds, "End after so many seconds")->check(CLI::Range(0.001, 1e9));
+  add("--seconds", options.seconds, "End after so many seconds")
+      ->check(CLI::Range(0.001, 1e9) & tool::not_nan());
   tool::add_signal_database_option(app, options.signal_database)->needs(bridge)->group(GROUP);
 }
 

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <iostream>
 #include <map>
 #include <set>
@@ -80,6 +82,12 @@ void add_drive_options(CLI::App& app, Texts& texts, ReceiverOptions& receiver, C
 }
 
 void add_options(CLI::App& app, Texts& texts, ProgramOptions& options) {
+  // It lies within every range.
+  const CLI::Validator not_nan(
+      [](const std::string& text) {
+        return std::isnan(std::strtod(text.c_str(), nullptr)) ? "not a number" : std::string();
+      },
+      "");
   ReceiverOptions& receiver = options.receiver;
   app.add_option("--baud", receiver.baud, "the receiver's speed; at another one the host reads garbage")
       ->check(CLI::IsMember(std::set<unsigned>(receiver_bauds.begin(), receiver_bauds.end())))
@@ -87,7 +95,7 @@ void add_options(CLI::App& app, Texts& texts, ProgramOptions& options) {
   CLI::Option* replay =
       app.add_option("--replay", texts.replay, "plays a recorded byte log from when the host opens the port");
   app.add_option("--speed", receiver.replay_speed, "how much faster the recording is played")
-      ->check(CLI::Range(0.01, 1000.0))
+      ->check(CLI::Range(0.01, 1000.0) & not_nan)
       ->needs(replay)
       ->capture_default_str();
   app.add_flag("--loop", receiver.replay_loop, "plays the recording again and again")->needs(replay);
@@ -100,7 +108,8 @@ void add_options(CLI::App& app, Texts& texts, ProgramOptions& options) {
                  "writes every UBX frame of both directions, readable, to this file (-: standard output)");
   app.add_flag("--show", options.report.show, "writes the truth of every epoch to standard output");
   app.footer(footer);
-  app.add_option("--seconds", options.seconds, "ends by itself after that time")->check(CLI::Range(0.0, 1e9));
+  app.add_option("--seconds", options.seconds, "ends by itself after that time")
+      ->check(CLI::Range(0.0, 1e9) & not_nan);
 }
 
 int64_t utc_of(const std::string& text) {

@@ -2,6 +2,8 @@
 
 #include <mosquitto.h>
 
+#include <cmath>
+#include <cstdlib>
 #include <iostream>
 
 #include "platform/DbcReader.h"
@@ -35,6 +37,13 @@ void add_bus_options(CLI::App& app, BusOptions& options) {
 CLI::Validator file_name() {
   return {[](const std::string& text) { return text.empty() ? "the file's name is empty" : std::string(); },
           "FILE"};
+}
+
+CLI::Validator not_nan() {
+  return {[](const std::string& text) {
+            return std::isnan(std::strtod(text.c_str(), nullptr)) ? "not a number" : std::string();
+          },
+          ""};
 }
 
 CLI::Option* add_signal_database_option(CLI::App& app, std::string& file) {

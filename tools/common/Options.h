@@ -18,6 +18,9 @@ void add_bus_options(CLI::App& app, BusOptions& options);
 /// Refuses an empty text: most likely a shell variable that is not set.
 [[nodiscard]] CLI::Validator file_name();
 
+/// Refuses "nan", which lies within every range.
+[[nodiscard]] CLI::Validator not_nan();
+
 /// Adds --signal-database. `file` must outlive `app`.
 CLI::Option* add_signal_database_option(CLI::App& app, std::string& file);
 

@@ -99,7 +99,8 @@ void add_options(CLI::App& app, Options& options) {
   app.add_flag("--sentences", options.style.sentences, "Show the NMEA sentences of each fix below its line");
   app.add_option("--count", options.style.count, "End after so many messages")
       ->check(CLI::Range(1, INT32_MAX));
-  app.add_option("--seconds", options.seconds, "End after so many seconds")->check(CLI::Range(0.001, 1e9));
+  app.add_option("--seconds", options.seconds, "End after so many seconds")
+      ->check(CLI::Range(0.001, 1e9) & tool::not_nan());
   tool::add_signal_database_option(app, options.signal_database);
   add_can_log_options(app, options.can_log);
 }
