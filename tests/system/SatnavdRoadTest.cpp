@@ -259,7 +259,7 @@ TEST_F(SatnavdRoad, AStopSignalEndsItWhateverTheOthersDo) {
     EXPECT_THAT(manager.take(), testing::IsSupersetOf({"READY=1", "WATCHDOG=1"}));
     row.disturb(*service);
     expect_end(*service, row.signal);
-    EXPECT_EQ(manager.take().back(), "STOPPING=1");
+    EXPECT_THAT(manager.take(), testing::Contains("STOPPING=1"));
     if (!mute) {
       broker.stop();
       ASSERT_TRUE(broker.start());
