@@ -225,7 +225,7 @@ int64_t World::clock_shift_us() const {
 
 void World::step_clock() {
   constexpr int64_t S = 1'000'000;
-  const int64_t steps[] = {-3600 * S, 10 * S, 86400LL * 365 * S, -86400 * S, 86400LL * 365 * 20 * S, 0};
+  const int64_t steps[] = {-3600 * S, 10 * S, 86400 * 365 * S, -86400 * S, 86400LL * 365 * 20 * S, 0};
   const int64_t shift = steps[any(0, 5)];
   std::fstream file(m_clock, std::ios::in | std::ios::out | std::ios::binary);  // as it is mapped
   file.write(reinterpret_cast<const char*>(&shift), sizeof shift);
