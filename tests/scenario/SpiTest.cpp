@@ -118,6 +118,8 @@ TEST(Spi, TheSequenceRunsToItsEnd) {
     options.antenna_supply = false;
     SpiWorld spi(options);
     bool initialised = false;
+    spi.at(10.03, [&] { spi.wire->transfer_error = EIO; });  // so short that nothing is opened again
+    spi.at(10.2, [&] { spi.wire->transfer_error = 0; });
     spi.at(449, [&] { initialised = spi.world.service->ubloxConfig().isInitialised(); });
     const auto published = spi.world.run(450);
     EXPECT_TRUE(initialised);

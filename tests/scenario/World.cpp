@@ -93,10 +93,6 @@ void Script::advance_to(int64_t now_us) {
   }
 }
 
-int64_t Script::next_byte_us() const {
-  return m_bursts.empty() ? INT64_MAX : m_bursts.begin()->first;
-}
-
 size_t BufferedSource::read(std::span<uint8_t> out) {
   const size_t count = std::min(out.size(), m_arrived.size());
   std::copy_n(m_arrived.begin(), count, out.begin());
@@ -126,10 +122,6 @@ ResetLine::ResetLine() {
   std::filesystem::create_directory(line);
   mkfifo((line / "value").c_str(), 0600);
   m_fd = ::open((line / "value").c_str(), O_RDWR | O_NONBLOCK);
-}
-
-ResetLine::~ResetLine() {
-  ::close(m_fd);
 }
 
 int ResetLine::pulses() {
@@ -177,10 +169,6 @@ std::vector<Published> World::run(double seconds) {
     published.push_back({(record.steady_ns - 1'000'000'000'000) / 1000, std::move(result.body)});
   }
   return published;
-}
-
-void World::inject(const std::string& topic, const std::string& value) const {
-  bus->inject(topic, enveloped(value));
 }
 
 std::vector<std::string> World::sentOn(const std::string& topic) const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -48,7 +50,9 @@ class Script : public BufferedSource {
  public:
   void add(int64_t at_us, std::string bytes) { m_bursts.emplace(at_us, std::move(bytes)); }
   void advance_to(int64_t now_us) override;
-  [[nodiscard]] int64_t next_byte_us() const override;
+  [[nodiscard]] int64_t next_byte_us() const override {
+    return m_bursts.empty() ? INT64_MAX : m_bursts.begin()->first;
+  }
 
  private:
   std::multimap<int64_t, std::string> m_bursts;
@@ -75,10 +79,7 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
   explicit ScenarioTime(int64_t wall_us) : m_clock(START_NS, wall_us) {}
   [[nodiscard]] int64_t steady_ns() const override { return m_clock.steady_ns(); }
   [[nodiscard]] int64_t boot_ns() const override { return m_clock.boot_ns(); }
-  void sleep_ns(int64_t ns) override {
-    ++sleeps;
-    advance_to_ns(steady_ns() + ns);
-  }
+  void sleep_ns(int64_t ns) override { advance_to_ns(steady_ns() + ns); }
   /// Ends at the next point of the agenda: it may have been what was waited for.
   void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override;
   [[nodiscard]] timeval wall() const override { return m_clock.wall(); }
@@ -89,8 +90,6 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
   /// Never past the next point of the agenda without carrying it out.
   void advance_to_us(int64_t us) { advance_to_ns(START_NS + us * 1000); }
   [[nodiscard]] ecu::koru::VirtualTime& clock() { return m_clock; }
-
-  size_t sleeps = 0;
 
  private:
   static constexpr int64_t START_NS = 1'000'000'000'000;
@@ -118,7 +117,7 @@ struct TerminalState {
 class ResetLine {
  public:
   ResetLine();
-  ~ResetLine();
+  ~ResetLine() { close(m_fd); }
   ResetLine(const ResetLine&) = delete;
   ResetLine& operator=(const ResetLine&) = delete;
   [[nodiscard]] std::string root() const { return m_folder.path().string(); }
@@ -136,6 +135,10 @@ struct Published {
   int64_t at_us;
   ecu::koru::pb::GnssData data;
 };
+
+/// A signal's bytes as they travel, and back.
+[[nodiscard]] ecu::koru::com::Message enveloped(const std::string& value);
+[[nodiscard]] std::string valueOf(const ecu::koru::com::Message& message);
 
 class World {
  public:
@@ -156,7 +159,9 @@ class World {
   /// Runs the service for so long and returns what it published. Once.
   std::vector<Published> run(double seconds);
   /// Lets a signal come from the bus.
-  void inject(const std::string& topic, const std::string& value) const;
+  void inject(const std::string& topic, const std::string& value) const {
+    bus->inject(topic, enveloped(value));
+  }
   /// The signals that the service sent on a topic, oldest first.
   [[nodiscard]] std::vector<std::string> sentOn(const std::string& topic) const;
 
@@ -166,10 +171,6 @@ class World {
   std::shared_ptr<ecu::koru::com::MemoryTransport> bus;
   std::unique_ptr<ecu::koru::gpspub::GPSDClient> service;
 };
-
-/// A signal's bytes as they travel, and back.
-[[nodiscard]] ecu::koru::com::Message enveloped(const std::string& value);
-[[nodiscard]] std::string valueOf(const ecu::koru::com::Message& message);
 
 /// The sentences of one epoch of 23 March 2026 12:35:SS.hh; `kinds` as "RMC GGA GSA GSA GST".
 [[nodiscard]] std::string epoch(int second, const std::string& kinds = "RMC GGA GSA GSA GST",

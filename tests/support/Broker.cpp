@@ -1,6 +1,5 @@
 #include "support/Broker.h"
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -46,14 +45,6 @@ void Broker::stop() {
   m_process->signal(SIGTERM);
   m_process->wait_for_exit(5000);
   m_process.reset();
-}
-
-void Broker::freeze() {
-  m_process->signal(SIGSTOP);
-}
-
-void Broker::thaw() {
-  m_process->signal(SIGCONT);
 }
 
 }  // namespace test

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <signal.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -28,8 +30,8 @@ class Broker {
   /// Ends it at once, also when it is frozen: what it has not read is gone.
   void kill() { m_process.reset(); }
   /// It keeps its connections, and new ones are accepted by the system, but it no longer answers.
-  void freeze();
-  void thaw();
+  void freeze() { m_process->signal(SIGSTOP); }
+  void thaw() { m_process->signal(SIGCONT); }
   /// Its log so far (of the present start).
   [[nodiscard]] std::string log() const { return m_process ? m_process->err() : std::string(); }
 

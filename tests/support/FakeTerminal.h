@@ -22,23 +22,19 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
   bool hung_up = false;  ///< readable, and reads give 0
   bool counts = true;    ///< FIONREAD works
   // While one is not 0, the call fails with it as errno.
-  int open_error = 0;
   int attributes_error = 0;
   int wait_error = 0;
   int read_error = 0;
   int write_error = 0;
   // Seen so far.
   int closes = 0;
-  int waits = 0;
-  size_t last_read_max = 0;
 
   int open(const std::string& name) override {
     path = name;
-    return open_error == 0 ? FD : failed(open_error);
+    return FD;
   }
   int close(int /*fd*/) override { return ++closes, 0; }
   int waitReadable(int fd, int timeout_us) override {
-    ++waits;
     if (fd != FD || wait_error != 0) return failed(wait_error != 0 ? wait_error : EBADF);
     if (!incoming.empty() || hung_up || read_error != 0) return 1;
     ecu::koru::time_source().sleep_ns(int64_t{timeout_us} * 1000);
@@ -49,7 +45,6 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
     return counts ? static_cast<int>(incoming.size()) : failed(ENOTTY);
   }
   ssize_t read(int /*fd*/, void* data, size_t max) override {
-    last_read_max = max;
     if (read_error != 0) return failed(read_error);
     const size_t count = std::min(max, incoming.size());
     std::memcpy(data, incoming.data(), count);

@@ -104,10 +104,6 @@ Process::~Process() {
   m_reader.join();
 }
 
-bool Process::running() {
-  return !reap();
-}
-
 void Process::signal(int number) {
   if (!reap()) ::kill(m_pid, number);
 }

@@ -31,7 +31,7 @@ class Process {
   Process& operator=(const Process&) = delete;
 
   [[nodiscard]] pid_t pid() const { return m_pid; }
-  [[nodiscard]] bool running();
+  [[nodiscard]] bool running() { return !reap(); }
   /// Sends a signal; nothing once the process has been reaped.
   void signal(int number);
 

@@ -75,7 +75,7 @@ TEST_F(SatnavdStart, OptionsBeatTheFileAndTheFileTheDefaults) {
   const std::string wrong =
       "baud_rate = many\ngnss_augmentation = x\ndebugflags = all\nloglevel = LOUD\nconnect_timeout_ms = "
       "soon\n"
-      "gnss_devise = /dev/ttyX\nsignal_database = none.dbc\n";
+      "gnss_devise = /dev/ttyX\nsignal_database = none.dbc\nvar_timeout_ms = 99999999999\n";
   const std::string talkative = "loglevel = DEBUG\ndebugflags = 0x80000000\n";
   const struct {
     std::string simulation, config;
@@ -86,8 +86,8 @@ TEST_F(SatnavdStart, OptionsBeatTheFileAndTheFileTheDefaults) {
       {"00",
        wrong,
        {},
-       {"11: unknown key 'gnss_devise' ignored\n", "timeout_ms = \"soon\" is no", "baud rate invalid many\n",
-        "gnss_augmentation invalid x\n", "ERROR koru.logging: log level 'LOUD'",
+       {"11: unknown key 'gnss_devise' ignored\n", "timeout_ms = \"soon\" is no", "99999999999\" is no",
+        "baud rate invalid many\n", "gnss_augmentation invalid x\n", "ERROR koru.logging: log level 'LOUD'",
         "fine_debug_flags invalid all\n", "ERROR koru.rt: signal database none.dbc: No such file or "},
        "Baud rate configured"},
       {"00", talkative, {"-l", "WARNING"}, {"WARNING koru.gpspub: Hardware port"}, "NOTICE"},
