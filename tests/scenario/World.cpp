@@ -151,7 +151,7 @@ World::World(const MakeInput& make_input, const Options& options)
                                                  options.device,
                                                  gpspub::UnitHardware{make_input(*this), resets.root()});
   service->setBaudRate(options.baud);
-}
+}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the service owns its input
 
 World::~World() {
   service.reset();
