@@ -59,7 +59,7 @@ TEST(Buses, EachSecondsFirstFixGoesOutOnceInOrder) {
   };
   const auto at_rate = [](int hz) {
     std::vector<std::pair<int64_t, std::string>> bursts;
-    bursts.reserve(static_cast<size_t>(3 * hz));
+    bursts.reserve(30);
     for (int i = 0; i < 3 * hz; ++i)
       bursts.emplace_back(300 + 1000 / hz * i, epoch(1 + i / hz, "RMC GGA GSA GST", i % hz * (100 / hz)));
     return bursts;

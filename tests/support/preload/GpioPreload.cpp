@@ -80,10 +80,6 @@ bool is_watched(int fd) {
   return fd >= 0 && fd < MAX_FD && watched[fd].is_open;
 }
 
-mode_t mode_of(int flags, va_list rest) {
-  return (flags & (O_CREAT | __O_TMPFILE)) != 0 ? va_arg(rest, mode_t) : 0;
-}
-
 int64_t now_us(clockid_t clock) {
   timespec now{};
   clock_gettime(clock, &now);
@@ -116,7 +112,7 @@ extern "C" {
 int open(const char* path, int flags, ...) {
   va_list rest;
   va_start(rest, flags);
-  const mode_t mode = mode_of(flags, rest);
+  const mode_t mode = (flags & (O_CREAT | __O_TMPFILE)) != 0 ? va_arg(rest, mode_t) : 0;
   va_end(rest);
   return open_stand_in(next<Open>("open"), path, flags, mode);
 }
