@@ -27,8 +27,8 @@ constexpr std::array PARSERS{GnssUtils::parseRMCString, GnssUtils::parseGGAStrin
 void check_record(const GnssInfo& info) {
   require(info.m_num_satellites >= -1, "satellites are counted");
   require(info.m_utc_tm.tm_mday == 0 || isCalendarTime(info.m_utc_tm), "a date is one of the calendar");
-  require(info.m_utc_tm.tm_mday == 0 || (info.m_utc_tm.tm_year >= 69 && info.m_utc_tm.tm_year <= 168),
-          "a date lies between 1969 and 2068");
+  require(info.m_utc_tm.tm_mday == 0 || (info.m_utc_tm.tm_year >= 70 && info.m_utc_tm.tm_year <= 168),
+          "a date lies between 1970 and 2068");
   require(info.m_utc_fraction_us >= -1 && info.m_utc_fraction_us < 1'000'000, "a fraction is below a second");
   require(info.getStatus() >= 1 && info.getStatus() <= 3, "the status is 1 to 3");
   require(info.getNavModeGnss() >= -1 && info.getNavModeGnss() <= 2, "the bus's mode is -1 to 2");

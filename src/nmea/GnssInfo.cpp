@@ -90,9 +90,7 @@ void GnssInfo::setQualityIndicatorGnss(int32_t quality) {
 
 int64_t GnssInfo::getUtcTimeUs() {
   if (m_utc_time_us != -1 || m_utc_tm.tm_mday == 0) return m_utc_time_us;
-  const int64_t seconds = secondsSinceEpoch(m_utc_tm);
-  if (seconds < 0) return m_utc_time_us;
-  m_utc_time_us = seconds * US_PER_S;
+  m_utc_time_us = secondsSinceEpoch(m_utc_tm) * US_PER_S;
   if (m_utc_fraction_us >= 1) m_utc_time_us += m_utc_fraction_us;
   return m_utc_time_us;
 }

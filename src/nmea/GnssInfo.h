@@ -36,8 +36,8 @@ class GnssInfo {
   [[nodiscard]] int32_t getQualityIndicatorGnss() const;
   void setQualityIndicatorGnss(int32_t quality);
 
-  /// UTC, microseconds since 1970-01-01; -1 without a date and for one of 1969, which two digits can say but
-  /// no message and no clock can hold. The first result is kept until clear() or setUtcTime().
+  /// UTC, microseconds since 1970-01-01; -1 without a date. The first result is kept until clear() or
+  /// setUtcTime().
   [[nodiscard]] int64_t getUtcTimeUs();
   void setUtcTime(int64_t us) { m_utc_time_us = us; }
 

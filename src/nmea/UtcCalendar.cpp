@@ -9,6 +9,7 @@ namespace {
 constexpr int64_t S_PER_DAY = 86400;
 constexpr int DAYS_PER_WEEK = 7;
 constexpr int64_t EPOCH_WEEK_DAY = 4;  // 1970-01-01 was a Thursday
+constexpr int EPOCH_YEAR = 70;         // as tm_year counts
 
 /// Days from 1970-01-01 to a day of the proleptic Gregorian calendar; month 1 to 12, any day. The year is
 /// counted from March, so that the leap day is its last.
@@ -46,9 +47,10 @@ bool parseSixDigits(std::string_view date, std::string_view time, std::tm& out) 
   utc.tm_mon = month - 1;
   if (year < 0 || !isCalendarTime(utc)) return false;
   utc.tm_year = year >= 69 ? year : year + 100;
+  if (utc.tm_year < EPOCH_YEAR) return false;
   const int64_t full_year = utc.tm_year + 1900;
   const int64_t days = daysSinceEpoch(full_year, month, utc.tm_mday);
-  utc.tm_wday = static_cast<int>(((days + EPOCH_WEEK_DAY) % DAYS_PER_WEEK + DAYS_PER_WEEK) % DAYS_PER_WEEK);
+  utc.tm_wday = static_cast<int>((days + EPOCH_WEEK_DAY) % DAYS_PER_WEEK);
   utc.tm_yday = static_cast<int>(days - daysSinceEpoch(full_year, 1, 1));
   out = utc;
   return true;
@@ -67,7 +69,9 @@ bool parseDateTime(std::string_view date, std::string_view time, std::tm& out) {
   std::string text(date);
   text.append(":").append(time);
   std::tm utc{};
-  if (strptime(text.c_str(), "%d%m%y:%H%M%S", &utc) == nullptr) return false;
+  // A time that ends early ("1235") still gives the fields before its end.
+  (void)strptime(text.c_str(), "%d%m%y:%H%M%S", &utc);
+  if (utc.tm_mday == 0 || utc.tm_year < EPOCH_YEAR) return false;
   out = utc;
   return true;
 }

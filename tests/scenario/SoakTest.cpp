@@ -267,7 +267,7 @@ TEST(Soak, CalendarEdgesAreSecondsLikeOthers) {
       {"2038-01-19T00:00:00Z", 6 * HOUR},  // 2^31 s since 1970
       {"2016-12-31T21:00:00Z", 6 * HOUR, 0, true},
       {"1999-12-31T21:00:00Z", 6 * HOUR},
-      {"1969-12-31T21:00:00Z", 6 * HOUR},  // the first year that two digits can mean
+      {"1970-01-01T00:00:00Z", 6 * HOUR},  // the first day that a fix can have
       {"2068-12-31T18:00:00Z", 6 * HOUR},  // the last one
   };
   for (const Drive& edge : edges) {

@@ -64,7 +64,9 @@ TEST(NmeaRecordTest, DatesAreThoseOfStrptimeInEveryZone) {
     std::tm expected{};
     std::tm utc{};
     ASSERT_NE(strptime(text, "%d%m%y:%H%M%S", &expected), nullptr);
-    ASSERT_TRUE(parseDateTime({text, 6}, {text + 7, 6}, utc));
+    const bool dated = i / 372 != 69;  // 1969 is no date
+    ASSERT_EQ(parseDateTime({text, 6}, {text + 7, 6}, utc), dated) << text;
+    if (!dated) continue;
     for (const auto member :
          {&std::tm::tm_sec, &std::tm::tm_min, &std::tm::tm_hour, &std::tm::tm_mday, &std::tm::tm_mon,
           &std::tm::tm_year, &std::tm::tm_wday, &std::tm::tm_yday, &std::tm::tm_isdst})
@@ -73,7 +75,9 @@ TEST(NmeaRecordTest, DatesAreThoseOfStrptimeInEveryZone) {
   }
   EXPECT_EQ(parsed("$GPRMC,123519.50,A,,,,,,,230394,,").getUtcTimeUs(), 764'426'119'500'000);
   EXPECT_EQ(parsed("$GPRMC,000000.00,A,,,,,,,010170,,").getUtcTimeUs(), 0);
-  EXPECT_EQ(parsed("$GPRMC,235959.00,A,,,,,,,311269,,").getUtcTimeUs(), -1) << "no message holds it";
+  GnssInfo undated = parsed("$GPRMC,235959.00,A,,,,,,,311269,,");
+  EXPECT_EQ(undated.getUtcTimeUs(), -1);
+  EXPECT_EQ(undated.getStatus(), 2);
   unsetenv("TZ");
   tzset();
 }
@@ -94,8 +98,24 @@ TEST(NmeaRecordTest, TakesTheDateOfATrustedRmcOnly) {
   }
   for (const auto* none : {"23039", "23039x", "000394", "320394", "230094", "231394", ""})
     EXPECT_EQ(rmc("123519", none).m_utc_tm.tm_mday, 0) << none;
-  for (const auto* none : {"240000", "126000", "123562", "1235.5000"})
+  for (const auto* none : {"240000", "126000", "123562"})
     EXPECT_EQ(rmc(none, "230394").m_utc_tm.tm_mday, 0) << none;
+  // Of a time that has not six digits counts what strptime took before it gave up.
+  const std::pair<const char*, int> odd[] = {{"12351.500", 123501},
+                                             {"1235.5000", 123500},
+                                             {"12.500000", 120000},
+                                             {"9.5000000", 90000},
+                                             {".50000000", 0}};
+  for (const auto& [time, taken] : odd) {
+    const GnssInfo info = rmc(time, "230394");
+    EXPECT_EQ(info.m_utc_tm.tm_hour * 10000 + info.m_utc_tm.tm_min * 100 + info.m_utc_tm.tm_sec, taken)
+        << time;
+    EXPECT_EQ(info.m_utc_tm.tm_mday, 23) << time;
+    EXPECT_EQ(info.m_utc_fraction_us, 500'000) << time;
+    EXPECT_EQ(rmc(time, "320394").getStatus(), 2) << time;
+    EXPECT_EQ(rmc(time, "231394").getStatus(), 2) << time;
+    EXPECT_EQ(rmc(time, "230369").getStatus(), 2) << time;
+  }
   for (const int flags : {0, 3, 4, 7})
     EXPECT_EQ(rmc("123519", "230394", 'V', static_cast<uint8_t>(flags)).m_utc_tm.tm_mday,
               flags >= 4 ? 23 : 0);
