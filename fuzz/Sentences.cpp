@@ -68,10 +68,14 @@ class Publisher final : public IEpochOwner {
     require(epoch.info().getUtcTimeUs() != -1, "the clock is set from a date");
   }
   void send_if_due(int64_t now_us) {
-    if (!epoch.isFrameDue(now_us)) return;
-    if (!epoch.framePublished()) publishGnssData();
+    const bool published = epoch.framePublished();
+    if (!epoch.isFrameDue(now_us)) {
+      if (published) epoch.holdBack();
+      return;
+    }
+    if (!published) publishGnssData();
     const std::tm utc = epoch.infoSent().m_utc_tm;
-    if (!epoch.isSecondSent()) m_can.publishFrame(m_client, epoch.infoSent(), epoch.sentences());
+    m_can.publishFrame(m_client, epoch.infoSent(), epoch.sentences());
     epoch.infoSent().clear();
     epoch.frameSent(now_us, utc);
     require(!epoch.isFrameDue(now_us), "a frame that was sent is no longer due");

@@ -142,15 +142,19 @@ void GPSDClient::processUblox() {
 }
 
 void GPSDClient::sendFrameIfDue() {
-  if (!m_epoch.isFrameDue(GnssUtils::getMicrosecDuration(0))) return;
-  if (!m_epoch.framePublished()) publishGnssData();
+  const bool published = m_epoch.framePublished();
+  if (!m_epoch.isFrameDue(GnssUtils::getMicrosecDuration(0))) {
+    if (published) m_epoch.holdBack();
+    return;
+  }
+  if (!published) publishGnssData();
   sendAndCountFrame();
 }
 
 /// The published fix goes to the vehicle's buses, which clears it: its time is taken before.
 void GPSDClient::sendAndCountFrame() {
   const std::tm utc = m_epoch.infoSent().m_utc_tm;
-  if (m_publish_can && !m_epoch.isSecondSent()) sendGpsOnCan();
+  if (m_publish_can) sendGpsOnCan();
   m_epoch.frameSent(GnssUtils::getMicrosecDuration(0), utc);
 }
 

@@ -12,6 +12,7 @@ namespace ecu::koru::gpspub {
 namespace {
 
 constexpr int64_t EXTRA_DATA_US = 950'000;
+constexpr int64_t FRAME_GAP_US = 950'000;  // for a fix that does not begin a new second
 constexpr int64_t SILENCE_TIMEOUT_US = 1'000'000;
 constexpr int64_t EPOCH_TIMEOUT_US = 1'300'000;
 constexpr size_t MIN_OVERDUE_SENTENCES = 3;
@@ -104,8 +105,8 @@ void EpochAssembly::processNewNmeaString(unsigned baud) {
     if (GnssUtils::debugIt(logflag::CONNECTION)) {
       LOG.debug("m_GST_received.  m_nmea_list.size() >= 4 so sendFrameAndModuleError");
     }
-    m_epoch_complete = true;
     m_owner.publishGnssData();
+    m_complete_published_us = m_data_time_us;
   }
 }
 
@@ -119,7 +120,6 @@ void EpochAssembly::publishOverdueEpoch() {
   if (GnssUtils::debugIt(logflag::FRAME_TIMING)) {
     LOG.debug("Extra data before RMC. frame_sent_diff ", frame_sent_diff);
   }
-  m_epoch_complete = false;
   m_owner.publishGnssData();
 }
 
@@ -161,7 +161,7 @@ bool EpochAssembly::isTimeoutToSendFrame(int64_t now_us) const {
 void EpochAssembly::logFrameTimeout(int64_t now_us) const {
   const int64_t diff1 = now_us - m_frame_sent_time_stamp;
   if (m_frame_start_time == 0) {
-    LOG.debug("Timeout time since m_frame_sent_time_stamp > 1.0. Time is ", diff1);
+    LOG.debug("Timeout time since m_frame_sent_time_stamp > 1.0. Time is ", now_us);
     return;
   }
   LOG.debug("Timeout time since m_frame_sent_time_stamp > 1.3. Time is ", now_us, " diff1 ", diff1,
@@ -170,20 +170,20 @@ void EpochAssembly::logFrameTimeout(int64_t now_us) const {
 }
 
 bool EpochAssembly::isFrameDue(int64_t now_us) const {
-  const bool dated = m_gnss_info_sent.m_utc_tm.tm_mday != 0;
-  if (m_frame_published && dated && !m_frame_dated) return true;  // second 0 too is a new one then
-  const bool silent = m_frame_start_time == 0 && !m_frame_published;
-  if (silent && m_sent_epoch_complete && now_us - m_frame_sent_time_stamp <= EPOCH_TIMEOUT_US) return false;
-  return isTimeoutToSendFrame(now_us);
+  if (m_frame_published) {
+    const int64_t second = utcSecond(m_gnss_info_sent.m_utc_tm);
+    const bool new_second = second != -1 && second != m_sent_utc_second;
+    return new_second || now_us - m_frame_sent_time_stamp > FRAME_GAP_US;
+  }
+  const bool patient = m_complete_published_us != -1 && now_us - m_complete_published_us <= EPOCH_TIMEOUT_US;
+  return !patient && isTimeoutToSendFrame(now_us);
 }
 
 void EpochAssembly::frameSent(int64_t now_us, const std::tm& utc) {
   m_frame_sent_time_stamp = now_us;
   m_frame_second = static_cast<uint8_t>(utc.tm_sec);
-  m_frame_dated = utc.tm_mday != 0;
   if (const int64_t second = utcSecond(utc); second != -1) m_sent_utc_second = second;
   m_frame_published = false;
-  m_sent_epoch_complete = std::exchange(m_epoch_complete, false);
 }
 
 void EpochAssembly::rotate(uint8_t receiver_flag) {
@@ -191,10 +191,8 @@ void EpochAssembly::rotate(uint8_t receiver_flag) {
   m_GST_received = false;
   m_RMC_received = false;
   m_gnss_info_sent = m_gnss_info;
-  const int64_t second = utcSecond(m_gnss_info.m_utc_tm);
-  m_second_sent = second != -1 && second == m_sent_utc_second &&
-                  m_frame_start_time - m_frame_sent_time_stamp <= SILENCE_TIMEOUT_US;
   m_frame_published = true;
+  m_complete_published_us = -1;
   m_gnss_info.clear();
   m_gnss_info.m_receiver_flag = receiver_flag;
   m_prev_frame_start_time = m_frame_start_time;
@@ -215,8 +213,7 @@ void EpochAssembly::reset(int64_t now_us) {
   m_prev_rmc_time = 0;
   m_frame_published = false;
   m_frame_sent_time_stamp = now_us;
-  m_epoch_complete = false;
-  m_sent_epoch_complete = false;
+  m_complete_published_us = -1;
 }
 
 }  // namespace ecu::koru::gpspub

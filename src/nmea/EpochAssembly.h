@@ -41,14 +41,15 @@ class EpochAssembly {
   /// True when the frame must be closed now: a published second was not sent yet, a second passed without any
   /// sentence, or 1.3 s with an incomplete epoch.
   [[nodiscard]] bool isTimeoutToSendFrame(int64_t now_us) const;
-  /// isTimeoutToSendFrame() with patience: silence right after a complete epoch counts only after 1.3 s,
-  /// because the next burst may arrive some milliseconds late.
+  /// True when a frame leaves now. A published fix of a new UTC second does; one whose second has left
+  /// already, or that has no date, does so only when more than 0.95 s have passed since the last frame.
+  /// Without a published fix it is isTimeoutToSendFrame(), but not before 1.3 s after a complete epoch was
+  /// published, whether or not its fix left: the next burst may arrive some milliseconds late.
   [[nodiscard]] bool isFrameDue(int64_t now_us) const;
-  /// True when the published fix is of the UTC second that left last, and began within a second of it: the
-  /// buses carry the first one only. Later than that the receiver's clock stands, and its fix counts.
-  [[nodiscard]] bool isSecondSent() const { return m_second_sent; }
   /// The frame counts as sent now; `utc` is the time of the record that was sent.
   void frameSent(int64_t now_us, const std::tm& utc);
+  /// The published fix does not leave, now or later.
+  void holdBack() { m_frame_published = false; }
 
   /// Ends the epoch: the record moves to the published one, the sentences are dropped, the live record starts
   /// anew.
@@ -91,11 +92,8 @@ class EpochAssembly {
   int64_t m_frame_sent_time_stamp = 0;
   bool m_frame_published = false;
   uint8_t m_frame_second = 0xFF;
-  bool m_frame_dated = true;           // m_frame_second is a second
-  int64_t m_sent_utc_second = -1;      // of the dated frame sent last
-  bool m_second_sent = false;          // and what was published last is of that second too
-  bool m_epoch_complete = false;       // what was published last was closed by its GST
-  bool m_sent_epoch_complete = false;  // and so was the frame sent last
+  int64_t m_sent_utc_second = -1;        // of the dated frame that left last
+  int64_t m_complete_published_us = -1;  // when the last publication was a complete epoch; -1: it was not
 };
 
 }  // namespace ecu::koru::gpspub

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <sstream>
 
 #include "platform/Topics.h"
 #include "scenario/World.h"
@@ -30,19 +31,19 @@ bool isGroup(const std::string& topic) {
   return topic.starts_with("rt/") && topic != topic::GNSS_TIMESTAMP && topic != topic::MODULE_ERROR;
 }
 
-/// "VP1 P2C1 VP2 VDS TD stamp error" of each time at which something went to the buses, with its ms.
+/// What left, with the microsecond at which it did: "data" for the position, the names of the groups.
 std::vector<std::pair<int64_t, std::string>> busTraffic(const World& world) {
   const std::map<std::string, std::string> names{
-      {topic::VP1_TX, "VP1"},        {topic::P2C1_TX, "P2C1"}, {topic::VP2_TX, "VP2"},
-      {topic::VDS_TX, "VDS"},        {topic::TD_TX, "TD"},     {topic::GNSS_TIMESTAMP, "stamp"},
-      {topic::MODULE_ERROR, "error"}};
+      {topic::GNSS_DATA, "data"},       {topic::VP1_TX, "VP1"},        {topic::P2C1_TX, "P2C1"},
+      {topic::VP2_TX, "VP2"},           {topic::VDS_TX, "VDS"},        {topic::TD_TX, "TD"},
+      {topic::GNSS_TIMESTAMP, "stamp"}, {topic::MODULE_ERROR, "error"}};
   std::vector<std::pair<int64_t, std::string>> traffic;
   for (const auto& record : world.bus->records()) {
     const auto name = names.find(record.topic);
     if (name == names.end()) continue;
-    const int64_t at_ms = (record.steady_ns - 1'000'000'000'000) / 1'000'000;
-    if (traffic.empty() || traffic.back().first != at_ms || name->second == "VP1") {
-      traffic.emplace_back(at_ms, name->second);
+    const int64_t at_us = (record.steady_ns - 1'000'000'000'000) / 1000;
+    if (traffic.empty() || traffic.back().first != at_us || name->second == "data") {
+      traffic.emplace_back(at_us, name->second);
     } else {
       traffic.back().second += " " + name->second;
     }
@@ -50,50 +51,81 @@ std::vector<std::pair<int64_t, std::string>> busTraffic(const World& world) {
   return traffic;
 }
 
-TEST(Buses, EachSecondsFirstFixGoesOutOnceInOrder) {
-  const std::string all = "VP1 P2C1 VP2 VDS TD stamp error";
-  struct Case {
+/// Bursts of the receiver, each with the ms at which it arrives.
+using Bursts = std::vector<std::pair<int64_t, std::string>>;
+
+/// `fixes` at `hz`, the first of second 1.
+Bursts atRate(int hz, int fixes) {
+  Bursts bursts;
+  bursts.reserve(static_cast<size_t>(fixes));
+  for (int i = 0; i < fixes; ++i) {
+    bursts.emplace_back(300 + 1000 / hz * i, epoch(1 + i / hz, "RMC GGA GSA GST", i % hz * (100 / hz)));
+  }
+  return bursts;
+}
+
+Bursts repeated(const std::string& burst, int64_t every_ms) {
+  Bursts bursts;
+  for (int i = 0; i < 4; ++i) bursts.emplace_back(300 + every_ms * i, burst);
+  return bursts;
+}
+
+Bursts without(Bursts bursts, int index) {
+  bursts.erase(bursts.begin() + index);
+  return bursts;
+}
+
+TEST(Buses, EachSecondGoesOutOnceAndTheBusIsNeverSilentForLong) {
+  const std::string no_date = "GGA GSA GSA GST";
+  const struct {
     const char* what;
-    std::vector<std::pair<int64_t, std::string>> bursts;
-    std::vector<int64_t> expected_ms;
-  };
-  const auto at_rate = [](int hz) {
-    std::vector<std::pair<int64_t, std::string>> bursts;
-    bursts.reserve(30);
-    for (int i = 0; i < 3 * hz; ++i)
-      bursts.emplace_back(300 + 1000 / hz * i, epoch(1 + i / hz, "RMC GGA GSA GST", i % hz * (100 / hz)));
-    return bursts;
-  };
-  auto first_lost = at_rate(4);
-  first_lost.erase(first_lost.begin() + 4);
-  const std::vector<Case> cases{
-      {"1 Hz", {{300, epoch(1)}, {1300, epoch(2)}, {2300, epoch(3)}}, {300, 1300, 2300}},
-      {"4 Hz", at_rate(4), {300, 1300, 2300}},
-      {"10 Hz", at_rate(10), {300, 1300, 2300}},
-      // The lost second leaves 1.3 s after the fix before it, with status 1.
-      {"missed epoch", {{300, epoch(1)}, {2300, epoch(3)}}, {300, 1700, 2300}},
-      {"4 Hz, first fix of a second lost", first_lost, {300, 1550, 2300}},
-      // The epoch is over with the next GST, more than a second after the fix that left.
+    Bursts bursts;
+    const char* expected;  ///< ms of each position, "*": with the groups
+  } cases[] = {
+      {"1 Hz", atRate(1, 3), "300* 1300* 2300*"},
+      {"4 Hz", atRate(4, 9), "300* 550 800 1050 1300* 1550 1800 2050 2300*"},
+      {"10 Hz", atRate(10, 12), "300* 400 500 600 700 800 900 1000 1100 1200 1300* 1400"},
+      {"4 Hz, first fix of a second lost", without(atRate(4, 9), 4),
+       "300* 550 800 1050 1550* 1800 2050 2300*"},
+      // Lost: 1.3 s after the last fix, at the next wait's end.
+      {"missed epoch", {{300, epoch(1)}, {2300, epoch(3)}}, "300* 1700* 2300*"},
+      {"4 Hz ends in mid-second", atRate(4, 3), "300* 550 800 2200* 3300*"},
+      {"10 Hz ends in mid-second", atRate(10, 6), "300* 400 500 600 700 800 2200* 3300*"},
+      {"no epoch at all", {}, "1100* 2200*"},
+      // A fix that does not begin a new second leaves when 0.95 s have passed.
+      {"the clock stands, 0.50 s", repeated(epoch(1), 500), "300* 800 1300* 1800"},
+      {"the clock stands, 0.99 s", repeated(epoch(1), 990), "300* 1290* 2280* 3270*"},
+      {"the clock stands, 1.00 s", repeated(epoch(1), 1000), "300* 1300* 2300* 3300*"},
+      {"the clock stands, 1.01 s", repeated(epoch(1), 1010), "300* 1310* 2320* 3330*"},
+      {"the clock stands, 1.20 s", repeated(epoch(1), 1200), "300* 1500* 2700* 3900*"},
+      {"undated, 1 Hz", repeated(epoch(1, no_date), 1000), "300 1300* 2300* 3300*"},
+      {"a second after a stall, too early",
+       {{300, epoch(1)}, {1250, epoch(1)}, {2300, epoch(3)}},
+       "300* 1250 2300*"},
+      {"a second after a stall", {{300, epoch(1)}, {1251, epoch(1)}, {2300, epoch(3)}}, "300* 1251* 2300*"},
+      // The epoch is over with the next GST.
       {"GST and RMC lost",
        {{300, epoch(1)},
         {1050, epoch(1, "RMC GGA GSA GSA", 75)},
         {1303, epoch(2, "GGA GSA GST")},
         {1550, epoch(2)}},
-       {300, 1550}},
-      // Without its RMC a fix has no date and leaves at once; the next one is of a second that has left.
+       "300* 1303* 1550*"},
       {"RMC lost",
-       {{300, epoch(1)}, {550, epoch(1, "GGA GSA GSA GST", 25)}, {800, epoch(1)}, {1300, epoch(2)}},
-       {300, 550, 1300}},
-      {"no epoch at all", {}, {1100, 2200}},
-      {"the same second twice", {{300, epoch(1)}, {800, epoch(1)}, {1300, epoch(2)}}, {300, 1300}}};
-  for (const Case& tested : cases) {
+       {{300, epoch(1)}, {550, epoch(1, no_date, 25)}, {800, epoch(1)}, {1300, epoch(2)}},
+       "300* 550 800 1300*"},
+  };
+  for (const auto& tested : cases) {
     Script script;
     for (const auto& [at_ms, bytes] : tested.bursts) script.add(at_ms * MS, bytes);
     World world(script, unitA());
     world.service->disableHardwareInit();
-    world.run(static_cast<double>(tested.expected_ms.back()) / 1000 + 0.6);
     std::vector<std::pair<int64_t, std::string>> expected;
-    for (const int64_t at_ms : tested.expected_ms) expected.emplace_back(at_ms, all);
+    std::istringstream words(tested.expected);
+    for (std::string word; words >> word;) {
+      expected.emplace_back(std::stoll(word) * MS,
+                            word.back() == '*' ? "data VP1 P2C1 VP2 VDS TD stamp error" : "data");
+    }
+    world.run(static_cast<double>(expected.back().first) / 1e6 + 0.2);
     EXPECT_EQ(busTraffic(world), expected) << tested.what;
   }
 }
@@ -120,7 +152,7 @@ TEST(Buses, UnitsWithoutABusSendNothingThere) {
   World world(script);  // "qrx": the unit's time service is told the time
   world.service->disableHardwareInit();
   world.run(1);
-  EXPECT_THAT(busTraffic(world), testing::IsEmpty());
+  EXPECT_EQ(busTraffic(world), (std::vector<std::pair<int64_t, std::string>>{{300 * MS, "data"}}));
   // 12:35:01 on 23 March 2026, no time zone.
   EXPECT_THAT(world.sentOn(topic::SYSTIME_TD), ElementsAre(std::string("\x04\x23\x0C\x03\x5C\x29\xFF\xFF")));
 }

@@ -51,13 +51,6 @@ struct Service final : IEpochOwner {
   }
 };
 
-std::tm atSecond(int second) {
-  std::tm utc{};
-  utc.tm_mday = 1;
-  utc.tm_sec = second;
-  return utc;
-}
-
 }  // namespace
 
 TEST(NmeaEpochTest, HandsOnTheWholeFixAndStartsAnew) {
@@ -75,22 +68,33 @@ TEST(NmeaEpochTest, HandsOnTheWholeFixAndStartsAnew) {
   EXPECT_THAT(service.epoch.sentences(), ElementsAre(undated));
 }
 
-TEST(NmeaEpochTest, ANewSecondGoesAtOnceAndPatienceIsForOneBurst) {
+TEST(NmeaEpochTest, ANewSecondGoesAtOnceOthersAfterAGap) {
   Service service;
+  service.epoch.reset(service.now_us);
+  const auto due = [&](int64_t after_us) { return service.epoch.isFrameDue(service.now_us + after_us); };
   service.play("RMC GGA GSA GST");
-  EXPECT_TRUE(service.epoch.isFrameDue(service.now_us));  // second 19 was not sent yet
-  service.epoch.frameSent(service.now_us, atSecond(19));
+  EXPECT_TRUE(due(0));  // second 19 was not sent yet
+  service.epoch.frameSent(service.now_us, service.epoch.infoSent().m_utc_tm);
+  EXPECT_FALSE(due(1'300'000));  // the silence after a complete epoch
+  EXPECT_TRUE(due(1'300'001));
   service.play("+250 RMC GGA GSA GST");
-  EXPECT_FALSE(service.epoch.isFrameDue(service.now_us));  // 4 Hz: the same second
+  EXPECT_FALSE(due(700'000));  // 4 Hz: the same second, at most 0.95 s after the frame
+  EXPECT_TRUE(due(700'001));
+  service.epoch.holdBack();
+  EXPECT_FALSE(due(1'300'000));  // counts from this epoch although it did not leave
+  EXPECT_TRUE(due(1'300'001));
+  service.play("+250 GGA GSA GSA GST");
+  EXPECT_FALSE(due(450'000));  // undated
+  EXPECT_TRUE(due(450'001));
   service.play("+250 RMC GGA GSA GST", "20");
-  EXPECT_TRUE(service.epoch.isFrameDue(service.now_us));
-  service.epoch.frameSent(service.now_us, atSecond(20));
+  EXPECT_TRUE(due(0));
+  service.epoch.frameSent(service.now_us, service.epoch.infoSent().m_utc_tm);
   service.publishGnssData();  // nothing arrived: an empty fix
-  service.epoch.frameSent(service.now_us, atSecond(20));
-  EXPECT_TRUE(service.epoch.isFrameDue(service.now_us + 1'000'001));
   service.epoch.frameSent(service.now_us, {});
+  EXPECT_FALSE(due(1'000'000));
+  EXPECT_TRUE(due(1'000'001));
   service.play("RMC GGA GSA GST", "00");
-  EXPECT_TRUE(service.epoch.isFrameDue(service.now_us));  // an undated frame has no second, not even 0
+  EXPECT_TRUE(due(0));  // an undated frame has no second, not even 0
 
   service.play("GST RMC GGA");
   service.epoch.reset(service.now_us);
