@@ -96,6 +96,7 @@ class DbcParser {
 
   std::string layout(SignalDefinition& signal);
   void topic(TopicText& out);
+  void topic_default(TopicText& out);
   std::shared_ptr<const SignalDatabase> finish();
   void finish_topic(Draft& draft, TopicText& topic, const TopicText& otherwise);
 
@@ -286,9 +287,9 @@ void DbcParser::attribute() {
 void DbcParser::attribute_default() {
   const std::string name = m_in.string("an attribute's name in quotes");
   if (name == TX_TOPIC) {
-    topic(m_tx_default);
+    topic_default(m_tx_default);
   } else if (name == RX_TOPIC) {
-    topic(m_rx_default);
+    topic_default(m_rx_default);
   } else {
     skip_to_semicolon();
   }
@@ -303,6 +304,14 @@ void DbcParser::topic(TopicText& out) {
     return c == '+' || c == '#' || c == 0x7F || c < 0x20;
   });
   if (!is_name || out.text.size() > MAX_TOPIC) throw DbcProblem(m_line, "this is no topic to publish on");
+}
+
+/// A file that was merged from several may repeat a default, as long as it stays the same.
+void DbcParser::topic_default(TopicText& out) {
+  TopicText given;
+  topic(given);
+  if (out.line != 0 && given.text != out.text) throw DbcProblem(m_line, "the topic is given twice");
+  out = std::move(given);
 }
 
 /// SIG_VALTYPE_ 2566845438 latitude : 1;

@@ -249,6 +249,8 @@ TEST(DbcReaderTest, WhatCannotBeUsedIsNamedWithItsLine) {
       {with("BO_ 100", "BO_ 2566845438"), 6, "message id 2566845438 is given twice"},
       {with("t/rx", "t/tx"), 10, "topic t/tx is given twice"},
       {with("\"RxTopic\" BO_", "\"TxTopic\" BO_"), 10, "the topic is given twice"},
+      {with("STRING ;", "STRING ;BA_DEF_DEF_ \"TxTopic\" \"o\";BA_DEF_DEF_ \"TxTopic\" \"\";"), 8,
+       "the topic is given twice"},
       {with("t/rx", "t/#"), 10, "this is no topic to publish on"},
       {with("RxTopic\" BO_ 2566845438", "RxTopic\" BO_ 1"), 10, "there is no message with id 1"},
       {with("b : 0;\n", "b : 0"), 11, "expected ';', found the end of the file"},
@@ -284,6 +286,7 @@ TEST(DbcReaderTest, WhatIsNotNeededIsPassedOver) {
       "CM_ SG_ 2566845438 a \"two\r\nlines; \\\"quoted\\\" \";\r\nCM_ BU_ A \"\";\r\n"
       "BA_DEF_ SG_ \"S\" ENUM \"BA_\",\"x\";BA_DEF_REL_ BU_SG_REL_ \"R\" INT 0 1;\r\n"
       "BA_DEF_DEF_ \"S\" \"x\";\r\nBA_DEF_DEF_ \"RxTopic\" \"\";\r\nBA_DEF_DEF_ \"TxTopic\" \"\";\r\n"
+      "BA_DEF_DEF_ \"RxTopic\" \"\";\r\n"  // the same again
       "BA_ \"S\" SG_ 2566845438 a 1;\r\nBA_ \"N\" 5;\r\nBA_ \"RxTopic\" BO_ 2566845438 \"t/\\\"rx\";\r\n"
       "VAL_ 2566845438 a 1 \"on\" 0 \"off\" ;\r\nSIG_GROUP_ 2566845438 G 1 : a b;\r\n"
       "SIG_VALTYPE_ 2000 c : 1;\r\nSG_MUL_VAL_ 2000 c M 0-0;";
