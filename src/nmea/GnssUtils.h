@@ -23,6 +23,7 @@ inline constexpr unsigned WAITING_HELD = 0x1000;
 inline constexpr unsigned CONNECTION = 0x2000;
 inline constexpr unsigned READS = 0x4000;
 inline constexpr unsigned CONSTELLATIONS = 0x8000;
+inline constexpr unsigned SIGNAL_GROUPS = 0x10000;
 inline constexpr unsigned SYSTEM_PARAMETERS = 0x20000;
 inline constexpr unsigned COMMANDS = 0x40000;
 inline constexpr unsigned UBX_DISPATCH = 0x80000;

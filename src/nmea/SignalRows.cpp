@@ -32,16 +32,18 @@ void setNotAvailable(rt::SignalGroup& group, const char* signal) {
   }
 }
 
-/// A value that the signal cannot hold (a dilution of 30 in a street canyon) often stays so for minutes: told
-/// once.
+/// A value that the signal cannot hold (a dilution of 30 in a street canyon) often stays so for minutes: only
+/// the first is a warning.
 static void logRefused(const SignalRow& row, const std::string& topic, bool refused) {
   static std::set<const SignalRow*> told;
   if (!refused) {
     told.erase(&row);
     return;
   }
-  const auto level = told.insert(&row).second ? logging::Level::WARNING : logging::Level::DEBUG;
-  LOG.log(level, "Unable to set_signal_scaled_value on ", row.signal, " SignalGroup for ", topic);
+  const bool first = told.insert(&row).second;
+  if (!first && !GnssUtils::debugIt(logflag::SIGNAL_GROUPS)) return;
+  LOG.log(first ? logging::Level::WARNING : logging::Level::DEBUG, "Unable to set_signal_scaled_value on ",
+          row.signal, " SignalGroup for ", topic);
 }
 
 void fillSignals(rt::SignalGroup& group, std::span<const SignalRow> rows, const GnssInfo& info) {

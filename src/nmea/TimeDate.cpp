@@ -29,7 +29,7 @@ const std::array<SignalRow, 2> OFFSET_ROWS{
 
 void setValues(rt::SignalGroup& group, std::span<const SignalRow> rows, const GnssInfo& info) {
   fillSignals(group, rows, info);
-  if (!logging::enabled(logging::Level::DEBUG)) return;
+  if (!GnssUtils::debugIt(logflag::SIGNAL_GROUPS)) return;
   for (const SignalRow& row : rows) LOG.debug(row.label, row.value(info));
 }
 
@@ -52,9 +52,11 @@ bool GnssUtils::create_Timedate_Var6_Message(const std::string& topic, const Gns
                             info.m_local_minute_offset != OFFSET_NOT_AVAILABLE;
     zone_known ? setValues(group, OFFSET_ROWS, info) : setNoValues(group, OFFSET_ROWS);
   } else {
-    LOG.debug(" seconds 0xFF ");
-    LOG.debug(" minutes 0xFF  hours 0xFF  day 0xFF ");
-    LOG.debug(" month 0xFF year 0xFF");
+    if (GnssUtils::debugIt(logflag::SIGNAL_GROUPS)) {
+      LOG.debug(" seconds 0xFF ");
+      LOG.debug(" minutes 0xFF  hours 0xFF  day 0xFF ");
+      LOG.debug(" month 0xFF year 0xFF");
+    }
     setNoValues(group, UTC_ROWS);
     setNoValues(group, OFFSET_ROWS);
   }
