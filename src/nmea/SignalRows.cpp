@@ -28,7 +28,7 @@ size_t widthInBytes(const rt::SignalGroup& group, const char* signal) {
 
 void setNotAvailable(rt::SignalGroup& group, const char* signal) {
   if (!group.set_signal_data(signal, std::span(ALL_ONES).first(widthInBytes(group, signal)))) {
-    LOG.error("Unable to set_signal_data on ", signal, " SignalGroup for ", group.topic());
+    LOG.error("Unable to set_signal_data on ", signal);
   }
 }
 

@@ -130,10 +130,6 @@ bool GnssIcanObserver::takeSignals(const Group& group, const com::Message& messa
     complain(group, "Unpacking of SignalGroup for topic '" + group.topic + "' failed with: " + result.error);
     return false;
   }
-  if (result.group.definition().signals.size() < group.signals.size()) {
-    complain(group, "Invalid signal structure for topic '" + group.topic + "'");
-    return false;
-  }
   for (size_t i = 0; i < values.size(); ++i) {
     const auto signal = result.group.signal(group.signals[i].signal);
     const auto status = signal ? signal->status() : rt::SignalStatus::ERROR;
