@@ -1,6 +1,7 @@
 #include "observe/GnssIcanObserver.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <limits>
 #include <optional>
@@ -59,7 +60,15 @@ int32_t wholeNumber(double value) {
   return fits ? static_cast<int32_t>(value) : -1;
 }
 
-/// The calendar time of the six values in their order; nothing when it is none.
+/// Whether the month of that year has the day.
+bool isCalendarDay(const std::tm& time) {
+  const std::chrono::year_month_day date(std::chrono::year(time.tm_year + 1900),
+                                         std::chrono::month(static_cast<unsigned>(time.tm_mon + 1)),
+                                         std::chrono::day(static_cast<unsigned>(time.tm_mday)));
+  return date.ok();
+}
+
+/// The calendar time of the six values in their order; empty if the calendar does not have it.
 std::optional<std::tm> calendarTime(std::span<const double> values) {
   std::tm tm{};
   tm.tm_sec = wholeNumber(values[0]);
@@ -68,7 +77,7 @@ std::optional<std::tm> calendarTime(std::span<const double> values) {
   tm.tm_mday = wholeNumber(std::ceil(values[3]));  // its quarters 1 to 4 all are day 1
   tm.tm_mon = wholeNumber(values[4]) - 1;
   tm.tm_year = wholeNumber(values[5]) - 1900;
-  if (!isCalendarTime(tm)) return std::nullopt;
+  if (!isCalendarTime(tm) || !isCalendarDay(tm)) return std::nullopt;
   return tm;
 }
 
@@ -141,7 +150,7 @@ bool GnssIcanObserver::takeSignals(const Group& group, const com::Message& messa
     values[i] = signal->value_scaled();  // NaN when not available
   }
   if ((this->*group.store)(values)) return true;
-  complain(group, "Invalid signal structure for topic '" + group.topic + "': its values are none");
+  complain(group, "Invalid signal structure for topic '" + group.topic + "': there is no such date or time");
   return false;
 }
 

@@ -271,8 +271,12 @@ TEST(CanInput, BadGroupCostsItsOwnFields) {
       {topic::VP2_RX, "\xFF\x0C\x0F\x13\xFF\xFF\xFF\xFF", "psamd"},  // no satellites
       // Without a navigation mode there is nothing to be dated.
       {topic::P2C1_RX, "\xFE\x01\xFF\x4B\x5F\x06\xFF\xFF", "psn"},
-      {topic::TD_RX, "\x04\x23\xFF\x03\x5C\x29\xFF\xFF", "psanm"},  // no hours
-      {topic::TD_RX, "\x04\x23\x0C\x0D\x5C\x29\xFF\xFF", "psanm"},  // month 13
+      {topic::TD_RX, "\x04\x23\xFF\x03\x5C\x29\xFF\xFF", "psanm"},   // no hours
+      {topic::TD_RX, "\x04\x23\x0C\x0D\x5C\x29\xFF\xFF", "psanm"},   // month 13
+      {topic::TD_RX, "\x04\x23\x0C\x06\x7C\x29\xFF\xFF", "psanm"},   // 31 June 2026
+      {topic::TD_RX, "\x04\x23\x0C\x02\x78\x2B\xFF\xFF", "psanm"},   // 30 February 2028
+      {topic::TD_RX, "\x04\x23\x0C\x02\x74\x73\xFF\xFF", "psanm"},   // 29 February 2100
+      {topic::TD_RX, "\x04\x23\x0C\x02\x74\x2B\xFF\xFF", "psanmd"},  // 29 February 2028
   };
   for (const auto& tested : cases) {
     Script nothing;
