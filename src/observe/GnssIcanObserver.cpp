@@ -113,21 +113,25 @@ void GnssIcanObserver::message(const std::string& topic, const com::Message& mes
   const auto group =
       std::find_if(groups().begin(), groups().end(), [&](const Group& each) { return each.topic == topic; });
   if (group == groups().end() || message.retained) return;
-  unpack(*group, message);
-  if (group->topic == topic_timedate_var6) release();
+  const bool is_time_date = group->topic == topic_timedate_var6;
+  {
+    const std::lock_guard lock(m_mutex);
+    unpack(*group, message);
+    if (is_time_date) {
+      m_gnss_info.m_frame_time = static_cast<int64_t>(message.timestamp_ns);
+      m_released = true;
+    }
+  }
+  if (is_time_date) m_wake.notify_all();
 }
 
 void GnssIcanObserver::unpack(const Group& group, const com::Message& message) {
   std::array<double, MAX_SIGNALS> values{};
   const auto used = std::span(values).first(group.signals.size());
-  const std::lock_guard lock(m_record_mutex);
   if (takeSignals(group, message, used)) {
     m_complained[group.index] = false;
   } else {
     (this->*group.set_default)();
-  }
-  if (group.topic == topic_timedate_var6) {
-    m_gnss_info.m_frame_time = static_cast<int64_t>(message.timestamp_ns);
   }
 }
 
@@ -239,52 +243,45 @@ void GnssIcanObserver::resetTimeDate() {
 // --- the record for the service
 
 GnssInfo GnssIcanObserver::getGnssInfo() const {
-  const std::lock_guard lock(m_record_mutex);
+  const std::lock_guard lock(m_mutex);
   return m_gnss_info;
 }
 
 int32_t GnssIcanObserver::getGnssInfoStatus() const {
-  const std::lock_guard lock(m_record_mutex);
+  const std::lock_guard lock(m_mutex);
   return m_gnss_info.getStatus();
 }
 
 GnssInfo GnssIcanObserver::takeGnssInfo() {
-  const std::lock_guard lock(m_record_mutex);
+  const std::lock_guard lock(m_mutex);
   GnssInfo info = m_gnss_info;
   resetTimeDate();
+  m_released = false;
   return info;
 }
 
 void GnssIcanObserver::clearInfo() {
-  const std::lock_guard lock(m_record_mutex);
+  const std::lock_guard lock(m_mutex);
   m_gnss_info.clear();
 }
 
 void GnssIcanObserver::setDefault_timedate_var6() {
-  const std::lock_guard lock(m_record_mutex);
+  const std::lock_guard lock(m_mutex);
   resetTimeDate();
 }
 
 // --- pacing
 
-void GnssIcanObserver::release() {
-  {
-    const std::lock_guard lock(m_timing_mutex);
-    m_released = true;
-  }
-  m_wake.notify_all();
-}
-
 void GnssIcanObserver::restart() {
-  clearInfo();
-  const std::lock_guard lock(m_timing_mutex);
+  const std::lock_guard lock(m_mutex);
+  m_gnss_info.clear();
   m_released = false;
   m_send_period_ms = FIRST_PERIOD_MS;
   m_last_wake_ns = time_source().steady_ns();
 }
 
 bool GnssIcanObserver::timeoutToSendFrame() {
-  std::unique_lock lock(m_timing_mutex);
+  std::unique_lock lock(m_mutex);
   const int64_t deadline = m_last_wake_ns + m_send_period_ms * NS_PER_MS;
   int64_t now = time_source().steady_ns();
   while (!m_released && now < deadline && m_keep_waiting()) {

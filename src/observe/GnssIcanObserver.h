@@ -37,7 +37,8 @@ class GnssIcanObserver final : public com::ISubscriptionObserver {
 
   [[nodiscard]] GnssInfo getGnssInfo() const;
   [[nodiscard]] int32_t getGnssInfoStatus() const;
-  /// The record, whose date is then reset in the same step: no date is used twice.
+  /// The record. In the same step its date is reset, so that none is used twice, and so is the release by a
+  /// frame that came since timeoutToSendFrame() returned: its date is in this record.
   [[nodiscard]] GnssInfo takeGnssInfo();
   void clearInfo();
   void setDefault_timedate_var6();
@@ -53,7 +54,7 @@ class GnssIcanObserver final : public com::ISubscriptionObserver {
   struct Group;
   static const std::array<Group, 5>& groups();
 
-  // With the record mutex held. The values are those of the group's signals, NaN: not available; false: they
+  // With the mutex held. The values are those of the group's signals, NaN: not available; false: they
   // make no sense.
   bool unpack_vp1_base(std::span<const double> values);
   bool unpack_vp2_base(std::span<const double> values);
@@ -69,14 +70,13 @@ class GnssIcanObserver final : public com::ISubscriptionObserver {
   void unpack(const Group& group, const com::Message& message);
   [[nodiscard]] bool takeSignals(const Group& group, const com::Message& message, std::span<double> values);
   void complain(const Group& group, const std::string& text);
-  void release();
-
-  mutable std::mutex m_record_mutex;  // guards the record and m_complained
-  GnssInfo m_gnss_info;
-  std::array<bool, 5> m_complained{};  // a group that stays bad is told once
 
   const std::function<bool()> m_keep_waiting;
-  std::mutex m_timing_mutex;  // guards the rest
+  // Guards everything below. There is one only, because a date and the release that comes with it are stored
+  // together and taken together: otherwise a release could find its date already taken.
+  mutable std::mutex m_mutex;
+  GnssInfo m_gnss_info;
+  std::array<bool, 5> m_complained{};  // a group that stays bad is told once
   std::condition_variable m_wake;
   bool m_released = false;
   int64_t m_send_period_ms;

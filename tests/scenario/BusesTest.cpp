@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <sstream>
+#include <thread>
 
 #include "platform/Topics.h"
 #include "scenario/World.h"
@@ -333,6 +335,55 @@ TEST(CanInput, DateThatCameAsTheBrokerWentIsNotUsedAfterwards) {
   peer.fix(1000 * MS, 1);
   world.time.at(1500 * MS, [&] { world.bus->set_connected(true); });
   EXPECT_THAT(cadence(world.run(4)), ElementsAre(std::pair(2700, 2), std::pair(3699, 2)));
+}
+
+/// The real threads: the frames come from one, the service runs on another. Each is a second after the one
+/// before, whatever the time between them.
+TEST(CanInput, FastFramesArePublishedWithTheirDateTheLastOneAlways) {
+  using namespace std::chrono_literals;
+  constexpr uint64_t MIDNIGHT_US = 1'774'224'000'000'000;  // 23 March 2026
+  constexpr int64_t SHORTEST_TIME_OUT_US = 900 * MS;
+  Script nothing;
+  World world(nothing, {.hasgnss = "false", .real_time = true});
+  uint64_t second = 0;
+  const auto inject_next = [&] {
+    ++second;
+    const char time[] = {static_cast<char>(second % 60 * 4), static_cast<char>(second / 60 % 60),
+                         static_cast<char>(second / 3600)};
+    world.inject(topic::TD_RX, std::string(time, sizeof time) + "\x03\x5C\x29\xFF\xFF");
+  };
+  const auto is_last_published = [&] {
+    const auto published = world.published();
+    return !published.empty() && published.back().data.utc_time_us() == MIDNIGHT_US + second * 1'000'000;
+  };
+  std::thread service([&] { world.service->run(); });
+  EXPECT_TRUE(test::eventually(
+      [&] {
+        world.inject(topic::P2C1_RX, "\x02\x01\xFF\x4B\x5F\x06\xFF\xFF");
+        inject_next();
+        return is_last_published();
+      },
+      10'000));
+  int64_t previous_us = 0;
+  for (const auto& each : world.published()) previous_us = each.at_us;
+  const std::pair<int, std::chrono::microseconds> bursts[] = {
+      {100, 0us}, {300, 0us}, {1000, 0us}, {100, 500us}, {1000, 500us}, {20'000, 0us}, {20'000, 0us}};
+  for (const auto& [frames, gap] : bursts) {
+    world.bus->clear_records();
+    for (int i = 0; i < frames; ++i) {
+      inject_next();
+      if (gap > 0us) std::this_thread::sleep_for(gap);
+    }
+    EXPECT_TRUE(test::eventually(is_last_published, 10'000)) << frames << " frames";
+    int undated = 0;
+    for (const auto& [at_us, data] : world.published()) {
+      undated += !data.has_utc_time_us() && at_us - previous_us < SHORTEST_TIME_OUT_US ? 1 : 0;
+      previous_us = at_us;
+    }
+    EXPECT_EQ(undated, 0) << frames << " frames";
+  }
+  world.service->stop();
+  service.join();
 }
 
 }  // namespace

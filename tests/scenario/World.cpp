@@ -144,7 +144,7 @@ World::World(ByteSource& source, const Options& options)
 
 World::World(const MakeInput& make_input, const Options& options)
     : time(options.wall_us), bus(std::make_shared<com::MemoryTransport>()) {
-  set_time_source(&time);
+  set_time_source(options.real_time ? nullptr : &time);
   gpspub::GnssUtils::initDuration();
   std::shared_ptr<com::ITransportClient> transport = bus;
   service = std::make_unique<gpspub::GPSDClient>(transport, "variant", options.hasgnss, options.hwversion,
@@ -161,6 +161,10 @@ World::~World() {
 std::vector<Published> World::run(double seconds) {
   time.at(static_cast<int64_t>(seconds * 1e6), [this] { service->stop(); });
   service->run();
+  return published();
+}
+
+std::vector<Published> World::published() const {
   std::vector<Published> published;
   for (const auto& record : bus->records()) {
     if (record.topic != topic::GNSS_DATA) continue;

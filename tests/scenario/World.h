@@ -148,6 +148,7 @@ class World {
     unsigned baud = 38400;
     std::string device = "/dev/ttyFP3";
     int64_t wall_us = 1'400'000'000'000'000;  ///< the system clock at the start: 2014
+    bool real_time = false;                   ///< the operating system's clocks: `time` stands still
   };
   /// Makes the receiver's input on the world's time.
   using MakeInput = std::function<std::unique_ptr<ecu::koru::gpspub::IGnssInput>(World&)>;
@@ -158,6 +159,8 @@ class World {
 
   /// Runs the service for so long and returns what it published. Once.
   std::vector<Published> run(double seconds);
+  /// What the service published so far, oldest first. In real time `at_us` counts from an unknown point.
+  [[nodiscard]] std::vector<Published> published() const;
   /// Lets a signal come from the bus.
   void inject(const std::string& topic, const std::string& value) const {
     bus->inject(topic, enveloped(value));
