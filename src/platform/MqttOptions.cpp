@@ -21,7 +21,7 @@ template <typename T>
 void read_number(const config::Configuration& config, const char* key, int64_t max, T& value) {
   const std::string text = config.get(key);
   if (text.empty()) return;
-  if (const auto number = to_int_within(text, 1, max)) {
+  if (const auto number = to_int_within_base0(text, 1, max)) {
     value = T(static_cast<typename std::conditional_t<std::is_integral_v<T>, T, int64_t>>(*number));
   } else {
     LOG.error("Configuration: ", key, " = \"", logging::escaped(text), "\" is no number from 1 to ", max,

@@ -8,6 +8,18 @@
 
 namespace ecu::koru {
 
+namespace {
+
+std::optional<int64_t> whole_text(std::string_view text, int base, int64_t min, int64_t max) {
+  int64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+  if (error != std::errc{} || end != text.data() + text.size() || value < min || value > max)
+    return std::nullopt;
+  return value;
+}
+
+}  // namespace
+
 uint32_t to_u32_base0(const std::string& text) {
   const auto start = text.find_first_not_of(" \t\n\v\f\r");
   const bool negative = start != std::string::npos && text[start] == '-';
@@ -21,11 +33,19 @@ uint32_t to_u32_base0(const std::string& text) {
 }
 
 std::optional<int64_t> to_int_within(std::string_view text, int64_t min, int64_t max) {
-  int64_t value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc{} || end != text.data() + text.size() || value < min || value > max)
-    return std::nullopt;
-  return value;
+  return whole_text(text, 10, min, max);
+}
+
+std::optional<int64_t> to_int_within_base0(std::string_view text, int64_t min, int64_t max) {
+  int base = 10;
+  if (text.starts_with("0x") || text.starts_with("0X")) {
+    base = 16;
+    text.remove_prefix(2);
+  } else if (text.starts_with('0')) {
+    base = 8;
+  }
+  if (text.starts_with('-')) return std::nullopt;
+  return whole_text(text, base, min, max);
 }
 
 }  // namespace ecu::koru

@@ -16,4 +16,7 @@ namespace ecu::koru {
 /// The whole text as a decimal number from `min` to `max`; nothing otherwise.
 [[nodiscard]] std::optional<int64_t> to_int_within(std::string_view text, int64_t min, int64_t max);
 
+/// Likewise, without a sign, with automatic base: decimal, "0x" hexadecimal, leading 0 octal.
+[[nodiscard]] std::optional<int64_t> to_int_within_base0(std::string_view text, int64_t min, int64_t max);
+
 }  // namespace ecu::koru

@@ -3,6 +3,7 @@
 
 #include <fstream>
 #include <list>
+#include <map>
 #include <sstream>
 
 #include "app/ApplyConfiguration.h"
@@ -112,6 +113,24 @@ TEST(AppTest, TheInstalledFileTellsTheDefaults) {
   auto installed = std::make_unique<config::Configuration>();
   std::istringstream text(settings);
   config::set_config_from_input(installed, text);
+TEST(AppTest, TheBrokersNumbersMayHaveAnyBase) {
+  const std::map<std::string, uint16_t> good{
+      {"1884", 1884}, {"0x75C", 1884}, {"0X75c", 1884}, {"03534", 1884}};
+  const auto port = [](const std::string& text) {
+    config::Configuration config;
+    config.set("port", text);
+    return com::read_mqtt_options(config).port;
+  };
+  for (const auto& [text, number] : good) EXPECT_EQ(port(text), number) << text;
+  for (const char* text :
+       {"0", "00", "-1884", "+1884", "0x", "0x-1", "-0x1", "08", "0x75CG", "1884 ", "65536"}) {
+    test::LogCapture log;
+    EXPECT_EQ(port(text), 1883) << text;
+    EXPECT_THAT(log.take(), HasSubstr("ERROR koru.com.mqtt: Configuration: port = \"" + std::string(text) +
+                                      "\" is no number from 1 to 65535, the default is used\n"));
+  }
+}
+
   registerKeys(*installed);
   test::LogCapture log;
   EXPECT_TRUE(installed->verify());
