@@ -36,6 +36,12 @@ bool isTrue(const std::string& text) {
   return text == "true" || text == "1";
 }
 
+/// For a text that somebody may have written to mean true or false, but that is not taken as such.
+void warnUnlessTruthValue(const char* key, const std::string& text, const char* taken) {
+  if (isTrue(text) || text == "false" || text == "0" || text.empty()) return;
+  LOG.warning(key, " = \"", logging::escaped(text), "\" is none of true, 1, false and 0, ", taken);
+}
+
 std::string rawCommandKey(int index) {
   return "raw_cmd_post[" + std::to_string(index) + "]";
 }
@@ -68,6 +74,7 @@ void applyHardwareInit(const Options& options, const Configuration& config, GPSD
   } else if (text == "1") {
     LOG.debug("disable_hw_init_str2 ", text);
   } else {
+    warnUnlessTruthValue("disable_hw_init", text, "it is taken as false");
     return;
   }
   service.disableHardwareInit();
@@ -86,8 +93,15 @@ void applySystemSelection(const Configuration& config, GPSDClient& service) {
   } else if (text == "1") {
     LOG.debug("disable_mqtt_system_selection_str2 ", text);
   } else {
+    warnUnlessTruthValue("disable_mqtt_system_selection", text, "it is taken as false");
     service.enableMqttSystemSelection();
   }
+}
+
+void applySystemTime(const Configuration& config, GPSDClient& service) {
+  const std::string text = config.get("set_system_time");
+  warnUnlessTruthValue("set_system_time", text, "it is taken as false");
+  service.setSystemTimeEnabled(isTrue(text));
 }
 
 void applyAugmentation(const Options& options, const Configuration& config, GPSDClient& service) {
@@ -140,7 +154,12 @@ void applyRawCommands(const Configuration& config, GPSDClient& service) {
 
 void applyRadioSilence(const Configuration& config, GPSDClient& service) {
   const std::string text = config.get("radio_silence_configured");
-  if (!isTrue(text)) return;
+  if (!isTrue(text)) {
+    if (!text.empty())
+      LOG.warning("radio_silence_configured = \"", logging::escaped(text),
+                  "\" is neither true nor 1, radio silence is heeded all the same");
+    return;
+  }
   service.setRadioSilenceConfigured(true);
   LOG.info("radio_silence_configured = ", text);
 }
@@ -172,7 +191,7 @@ void applyConfiguration(const Options& options, const Configuration& config, GPS
   applyGnssSystem(options, service);
   applySystemSelection(config, service);
   applyAugmentation(options, config, service);
-  service.setSystemTimeEnabled(isTrue(config.get("set_system_time")));
+  applySystemTime(config, service);
   applyLogLevel(options, config);
   applyDebugFlags(options, config, service);
   applyRawCommands(config, service);

@@ -91,28 +91,28 @@ TEST(AppTest, AnOptionBeatsTheFileAndTheFileTheDefault) {
     EXPECT_EQ(unit.log.find("radio_silence_configured") == std::string::npos, row.file.ends_with("WARNING"));
   }
   GnssUtils::setLogFlags(0);
+  const std::string other = "\" is none of true, 1, false and 0, it is taken as false\n";
+  const std::string silence = "\" is neither true nor 1, radio silence is heeded all the same\n";
+  const struct {
+    std::string file, warning;
+  } words[] = {{"disable_hw_init = yes", "disable_hw_init = \"yes" + other},
+               {"set_system_time = TRUE", "set_system_time = \"TRUE" + other},
+               {"disable_mqtt_system_selection = o\x1b", "_mqtt_system_selection = \"o\\x1B" + other},
+               {"radio_silence_configured = off", "radio_silence_configured = \"off" + silence},
+               {"radio_silence_configured = false", "radio_silence_configured = \"false" + silence},
+               {"disable_hw_init = 0\nset_system_time = 1\nradio_silence_configured =", ""}};
+  for (const auto& row : words) {
+    const Configured unit("", row.file);
+    EXPECT_THAT(unit.log, HasSubstr(row.warning));
+    EXPECT_EQ(unit.log.find("WARNING") == std::string::npos, row.warning.empty()) << unit.log;
+    EXPECT_FALSE(unit.ublox.isStopped());
+  }
   const Configured unit(
       "", "raw_cmd_post[4] = 7A\nraw_cmd_post[0] = b562\nraw_cmd_post[1] = b5xx\nraw_cmd_post[2] = b");
   EXPECT_THAT(unit.ublox.rawCmdPost(), ElementsAre("\xB5\x62", "z"));
   EXPECT_THAT(unit.log, HasSubstr("Hex to bin error in hex_raw_cmd_post at pos 2 in b5xx\n"));
 }
 
-// Each line of the installed file, taken as it stands, changes nothing.
-TEST(AppTest, TheInstalledFileTellsTheDefaults) {
-  std::ifstream file(INSTALLED_CONFIGURATION);
-  std::string settings;
-  std::vector<std::string> keys;
-  for (std::string line; std::getline(file, line);) {
-    const auto equals = line.find(" =");
-    if (equals == std::string::npos || line.find(' ') != equals || line[0] != '#') continue;
-    keys.push_back(line.substr(1, equals - 1));
-    settings += line.substr(1) + "\n";
-  }
-  config::Configuration defaults;
-  registerKeys(defaults);
-  auto installed = std::make_unique<config::Configuration>();
-  std::istringstream text(settings);
-  config::set_config_from_input(installed, text);
 TEST(AppTest, TheBrokersNumbersMayHaveAnyBase) {
   const std::map<std::string, uint16_t> good{
       {"1884", 1884}, {"0x75C", 1884}, {"0X75c", 1884}, {"03534", 1884}};
@@ -131,6 +131,22 @@ TEST(AppTest, TheBrokersNumbersMayHaveAnyBase) {
   }
 }
 
+// Each line of the installed file, taken as it stands, changes nothing.
+TEST(AppTest, TheInstalledFileTellsTheDefaults) {
+  std::ifstream file(INSTALLED_CONFIGURATION);
+  std::string settings;
+  std::vector<std::string> keys;
+  for (std::string line; std::getline(file, line);) {
+    const auto equals = line.find(" =");
+    if (equals == std::string::npos || line.find(' ') != equals || line[0] != '#') continue;
+    keys.push_back(line.substr(1, equals - 1));
+    settings += line.substr(1) + "\n";
+  }
+  config::Configuration defaults;
+  registerKeys(defaults);
+  auto installed = std::make_unique<config::Configuration>();
+  std::istringstream text(settings);
+  config::set_config_from_input(installed, text);
   registerKeys(*installed);
   test::LogCapture log;
   EXPECT_TRUE(installed->verify());
