@@ -5,9 +5,11 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -33,7 +35,10 @@ constexpr int SEND_BUFFER = 16 * 1024;
 constexpr int MAX_RECEIVED = 1024 * 1024;
 constexpr size_t MAX_SENT = 268'435'455 - 65'537;  // the protocol's longest packet
 constexpr size_t MAX_ERROR_TEXT = 300;
+constexpr size_t MAX_SEEN = 40;  // bytes of an answer that is not MQTT: enough for a greeting
 constexpr int REFUSED_SUBSCRIPTION = 0x80;
+constexpr char CONNACK = 0x20;    // the first byte of a broker's answer to the login
+constexpr char TLS_ALERT = 0x15;  // of a TLS server's, when the login is not encrypted
 
 thread_local const MqttConnection* t_delivering = nullptr;
 
@@ -48,6 +53,18 @@ void tune(int descriptor) {
 bool hung_up(int descriptor) {
   pollfd watched{descriptor, 0, 0};
   return poll(&watched, 1, 0) == 1 && (watched.revents & (POLLHUP | POLLERR)) != 0;
+}
+
+/// What the peer sent first, for which this waits a little. It stays in the socket for the library to read.
+std::string first_bytes(int descriptor, bool until_writable) {
+  pollfd watched{descriptor, static_cast<short>(until_writable ? POLLIN | POLLOUT : POLLIN), 0};
+  poll(&watched, 1, static_cast<int>(CONNECTING_STEP.count()));
+  int count = 0;
+  // recv() would take a connection's error away from the library, so it is called only for bytes.
+  if (ioctl(descriptor, FIONREAD, &count) != 0 || count <= 0) return {};
+  std::array<char, MAX_SEEN> bytes{};
+  const ssize_t length = recv(descriptor, bytes.data(), bytes.size(), MSG_PEEK | MSG_DONTWAIT);
+  return {bytes.data(), static_cast<size_t>(std::max<ssize_t>(length, 0))};
 }
 
 /// The library only tries a name's first address when it must not block. The local address that it is told to
@@ -75,12 +92,23 @@ bool is_plain_loss(int code) {
   }
 }
 
+bool breaks_protocol(int code) {
+  return code == MOSQ_ERR_PROTOCOL || code == MOSQ_ERR_MALFORMED_PACKET || code == MOSQ_ERR_OVERSIZE_PACKET;
+}
+
+/// The library takes the end of the stream within a packet for a system error: without one, or for TLS with
+/// its own.
+bool ends_within_packet(int code, int system_error) {
+  return code == MOSQ_ERR_ERRNO && (system_error == 0 || system_error == EPROTO);
+}
+
 std::string without_stop(std::string_view sentence) {
   if (sentence.ends_with('.')) sentence.remove_suffix(1);
   return std::string(sentence);
 }
 
 std::string reason_of(int code, int system_error) {
+  if (ends_within_packet(code, system_error)) return "the connection was closed in the middle of a packet";
   if (code == MOSQ_ERR_EAI) return gai_strerror(system_error);
   if (code == MOSQ_ERR_ERRNO) return std::strerror(system_error);
   if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) return "the connection was closed";
@@ -95,6 +123,16 @@ std::string with_hint(std::string errors) {
     errors += " (the broker's certificate is not signed by tls_ca, or expired)";
   }
   return errors;
+}
+
+/// `seen`: the answer's first bytes, as far as they are known.
+MqttFailure foreign(const std::string& seen) {
+  using Kind = MqttFailure::Kind;
+  if (seen.starts_with(TLS_ALERT)) {
+    return {Kind::foreign, "protocol error, the answer to the login is a TLS alert; its port expects TLS"};
+  }
+  return {Kind::foreign, "protocol error, the answer to the login is not MQTT",
+          seen.empty() ? seen : ", it begins with \"" + seen + "\""};
 }
 
 /// Asked for the pass phrase of a key file: there is nobody to type it.
@@ -216,8 +254,9 @@ bool MqttConnection::attempt(const char* bind_address) {
   if (!open(bind_address)) return false;
   const auto end = Clock::now() + ANSWER_LIMIT;
   int hang_ups = 0;
+  bool answering = !m_options.tls_ca.empty();  // only the library can read what is encrypted
   while (!stopping()) {
-    if (!step(CONNECTING_STEP)) return false;
+    if (!(answering ? step(CONNECTING_STEP) : step_to_first_byte(answering))) return false;
     if (m_connack == 0) {
       set_connected();
       return true;
@@ -234,6 +273,16 @@ bool MqttConnection::attempt(const char* bind_address) {
       return false;
     }
   }
+  return false;
+}
+
+/// A step of the library unless the peer begins to send something that is not MQTT: the library would take it
+/// for some packet and wait for the rest.
+bool MqttConnection::step_to_first_byte(bool& answering) {
+  const std::string first = first_bytes(socket(), want_write());
+  answering = !first.empty();
+  if (!answering || first.front() == CONNACK) return step(milliseconds(0));
+  m_failure = foreign(first);
   return false;
 }
 
@@ -331,6 +380,9 @@ MqttFailure MqttConnection::failure(int code, int system_error) const {
   if (m_connack < 0 && (end_of_stream || code == MOSQ_ERR_CONN_LOST)) return unanswered();
   if (end_of_stream) return {Kind::unreachable, reason_of(MOSQ_ERR_CONN_LOST, 0)};
   if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) code = m_disconnect;
+  // A broker's whole answer to the login is in one piece of what is encrypted.
+  const bool cut = !m_options.tls_ca.empty() && ends_within_packet(code, system_error);
+  if (m_connack < 0 && (cut || breaks_protocol(code))) return foreign({});
   const auto kind = is_plain_loss(code)                                      ? Kind::unreachable
                     : code == MOSQ_ERR_TLS || code == MOSQ_ERR_TLS_HANDSHAKE ? Kind::tls
                                                                              : Kind::protocol;
@@ -339,7 +391,8 @@ MqttFailure MqttConnection::failure(int code, int system_error) const {
 
 MqttFailure MqttConnection::unanswered() const {
   const char* hint = m_options.tls_ca.empty() ? "does its port expect TLS?" : "does its port speak TLS?";
-  return {MqttFailure::Kind::unanswered, std::string("the connection was closed without an answer; ") + hint};
+  return {MqttFailure::Kind::unanswered,
+          std::string("the connection was closed without an answer; is a broker behind it, and ") + hint};
 }
 
 // ---- Called by the library inside of loop(), except on_log()

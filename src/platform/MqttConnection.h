@@ -72,6 +72,7 @@ class MqttConnection final : private mosqpp::mosquittopp {
   void pause(std::chrono::milliseconds time);
   bool establish();
   bool attempt(const char* bind_address);
+  bool step_to_first_byte(bool& answering);
   [[nodiscard]] bool open(const char* bind_address);
   void abandon();
   bool step(std::chrono::milliseconds timeout);

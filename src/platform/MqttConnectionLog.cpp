@@ -16,8 +16,11 @@ constexpr size_t MAX_REASONS = 8;  // a hostile peer can invent more
 std::string_view error_text(MqttFailure::Kind kind) {
   switch (kind) {
     case MqttFailure::Kind::refused:
-    case MqttFailure::Kind::unanswered:
       return "The broker refused the login";
+    case MqttFailure::Kind::unanswered:
+      return "The login is not answered";
+    case MqttFailure::Kind::foreign:
+      return "There is no MQTT broker";
     case MqttFailure::Kind::tls:
       return "TLS failed";
     default:
@@ -40,9 +43,9 @@ void MqttConnectionLog::failed(const MqttFailure& failure) {
   const std::string reason = logging::escaped(failure.reason);
   const bool unanswered = failure.kind == MqttFailure::Kind::unanswered;
   const bool again = std::exchange(m_unanswered, unanswered);
-  if (unanswered ? again : failure.kind != MqttFailure::Kind::unreachable) {
+  if (unanswered ? again && !m_was_connected : failure.kind != MqttFailure::Kind::unreachable) {
     if (m_reasons.size() < MAX_REASONS && m_reasons.insert(reason).second) {
-      LOG.error(error_text(failure.kind), ", ", m_peer, ": ", reason);
+      LOG.error(error_text(failure.kind), ", ", m_peer, ": ", reason, logging::escaped(failure.seen));
     }
   } else if (!m_told) {
     LOG.warning(lost ? "Connection lost to " : "No connection to ", m_peer, ": ", reason, "; trying again");

@@ -9,19 +9,22 @@ namespace ecu::koru::com {
 struct MqttFailure {
   enum class Kind {
     unreachable,  ///< no broker, no answer, or the connection was lost
-    unanswered,   ///< the broker took the connection and closed it before it answered the login
+    unanswered,   ///< the peer took the connection and closed it before it answered the login
+    foreign,      ///< the peer's answer to the login is not MQTT
     refused,      ///< the broker refused the login
     tls,
     protocol
   };
   Kind kind;
   std::string reason;
+  std::string seen = {};  ///< what the peer sent; may differ each time, and does not make it another reason
 };
 
 /// What the ups and downs of the connection put into the log: when it fails, one WARNING, or one ERROR for
 /// each different reason that needs somebody to look after it; when it is there (again), one NOTICE; in
-/// between nothing. A login that stays unanswered needs somebody from the second time on: once is what a
-/// broker does that is being ended.
+/// between nothing. A login that stays unanswered needs somebody from the second time on, because once may
+/// mean that a broker is being ended. After a connection it needs nobody: the settings are right, and a
+/// forwarder whose broker is away behaves like this.
 class MqttConnectionLog {
  public:
   /// `peer`: the broker's "host:port".

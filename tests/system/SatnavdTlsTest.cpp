@@ -132,21 +132,24 @@ struct Row {
   std::string config;
   Door suits, refuses;
   std::string told;
+  size_t errors = 1;
 };
 
 class SatnavdTls : public test::SatnavdTest {};
 
 TEST_F(SatnavdTls, RefusalsAreToldTriedAgainAndNeverLeadToPlainText) {
   const Row rows[] = {
-      {"all is right", trusting("ours") + presenting("peer") + login("right"), MUTUAL, MUTUAL, ""},
+      {"all is right", trusting("ours") + presenting("peer") + login("right"), MUTUAL, MUTUAL, "", 0},
       {"other authority", trusting("foreign"), FOREIGN, TLS, "not signed by tls_ca, or expired"},
       {"certificate expired", trusting("ours"), TLS, EXPIRED, "not signed by tls_ca, or expired"},
       {"other host's certificate", trusting("ours"), TLS, ELSEWHERE, "host name verification failed"},
       {"no client certificate", trusting("ours") + login("right"), TLS, MUTUAL, "certificate required"},
       {"wrong password", trusting("ours") + presenting("peer") + login("wrong"), OLD_LOGIN, MUTUAL,
        "refused the login"},
-      {"TLS to a plain port", trusting("ours"), TLS, OPEN, "does its port speak TLS?"},
-      {"plain to a TLS port", "", OPEN, TLS, "does its port expect TLS?"},
+      // A forwarder without a broker closes connections like this too: no reason to doubt what was right
+      // before.
+      {"TLS to a plain port", trusting("ours"), TLS, OPEN, "Connection lost", 0},
+      {"plain to a TLS port", "", OPEN, TLS, "Connection lost", 0},
   };
   struct Unit {
     std::unique_ptr<Doorway> doorway;
@@ -185,12 +188,29 @@ TEST_F(SatnavdTls, RefusalsAreToldTriedAgainAndNeverLeadToPlainText) {
   each([&](const Row& row, Unit& unit) {
     EXPECT_TRUE(unit.doorway->sees(fix, 2));
     const std::string log = unit.service->err();
-    EXPECT_EQ(occurrences(log, " ERROR koru.com.mqtt"), row.told.empty() ? 0U : 1U) << log;
+    EXPECT_EQ(occurrences(log, " ERROR koru.com.mqtt"), row.errors) << log;
     EXPECT_THAT(log, HasSubstr(row.told));
     EXPECT_EQ(occurrences(log, "Connected again"), 1U);
     unit.service->signal(SIGTERM);
     EXPECT_EQ(unit.service->wait_for_exit(2000), 0);
   });
+}
+
+TEST_F(SatnavdTls, APortOfTheOtherKindIsToldAtTheStart) {
+  const struct {
+    std::string config, told;
+    Door door;
+  } rows[] = {{trusting("ours"), "does its port speak TLS?", OPEN}, {"", "does its port expect TLS?", TLS}};
+  for (const auto& row : rows) {
+    const Doorway doorway(row.door);
+    const auto service =
+        satnavd("connect_timeout_ms = 1500\nvar_timeout_ms = 50\nport = " + std::to_string(doorway.port) +
+                "\n" + row.config);
+    EXPECT_EQ(service->wait_for_exit(PATIENCE_MS), 1);
+    EXPECT_EQ(occurrences(service->err(), " ERROR koru.com.mqtt: The login is not answered"), 1U)
+        << service->err();
+    EXPECT_THAT(service->err(), HasSubstr(row.told));
+  }
 }
 
 TEST_F(SatnavdTls, FilesThatCannotBeUsedPreventTheConnection) {

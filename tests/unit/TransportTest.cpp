@@ -1,13 +1,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mosquittopp.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -21,6 +25,7 @@
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using ecu::koru::com::Delivery;
 using ecu::koru::com::ISubscriptionObserver;
 using ecu::koru::com::ITransportClient;
@@ -76,6 +81,33 @@ class Recorder final : public ISubscriptionObserver {
   mutable std::mutex m_mutex;
   std::vector<std::string> m_texts;
   std::vector<Message> m_messages;
+};
+
+/// Gives each caller the same answer, and closes.
+class Peer {
+ public:
+  explicit Peer(std::string answer) : m_thread([this, answer = std::move(answer)] { serve(answer); }) {}
+  ~Peer() {
+    shutdown(m_listener, SHUT_RDWR);
+    m_thread.join();
+    close(m_listener);
+  }
+  Peer(const Peer&) = delete;
+  Peer& operator=(const Peer&) = delete;
+
+  const uint16_t port = test::free_port();
+
+ private:
+  void serve(const std::string& answer) const {
+    for (int caller; (caller = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; close(caller)) {
+      std::array<char, 100> login{};
+      recv(caller, login.data(), login.size(), 0);
+      send(caller, answer.data(), answer.size(), MSG_NOSIGNAL);
+    }
+  }
+
+  const int m_listener = test::listen_on(port);
+  std::thread m_thread;
 };
 
 /// How many records of the transport have this level and hold `part`.
@@ -184,6 +216,48 @@ TEST_F(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
   EXPECT_EQ(records(log, "NOTICE", "Connected to"), 1U);
   EXPECT_EQ(records(log, "WARNING", "Connection lost"), 2U);
   EXPECT_EQ(records(log, "NOTICE", "Connected again"), 1U);
+}
+
+TEST(TransportPeers, AreToldApart) {
+  const std::string foreign =
+      "ERROR koru.com.mqtt: There is no MQTT broker, PEER: protocol error, the answer to ";
+  const std::string cut = " PEER: the connection was closed in the middle of a packet; trying again\n";
+  const struct {
+    std::string answer, record;
+    size_t errors;
+  } rows[] = {
+      {"SSH-2.0-x\r\n", foreign + "the login is not MQTT, it begins with \"SSH-2.0-x\\x0D\\x0A\"\n", 1},
+      {"HTTP/1.1 400 Bad Request\r\n\r\n", foreign + "the login is not MQTT, it begins with \"HTTP/1.1", 1},
+      {"\x15\x03\x01"s, foreign + "the login is a TLS alert; its port expects TLS\n", 1},
+      {"", "ERROR koru.com.mqtt: The login is not answered, PEER: the connection was closed without", 1},
+      {"\x20\x02\x00"s, "WARNING koru.com.mqtt: No connection to" + cut, 0},
+      {"\x20\x02\x00\x00\x30\x10\x00"s, "WARNING koru.com.mqtt: Connection lost to" + cut, 0},
+  };
+  test::LogCapture capture("INFO");
+  std::string log;
+  std::vector<std::unique_ptr<Peer>> peers;
+  std::vector<std::shared_ptr<ITransportClient>> clients;
+  for (const auto& row : rows) {
+    peers.push_back(std::make_unique<Peer>(row.answer));
+    clients.push_back(make_client(peers.back()->port, {{"connect_timeout_ms", "1"}}));
+    EXPECT_TRUE(clients.back()->connect());
+    clients.back()->start();
+  }
+  std::this_thread::sleep_for(3500ms);  // three tries of each
+  for (const auto& client : clients) client->stop();
+  log = capture.take();
+  for (size_t i = 0; i < std::size(rows); ++i) {
+    const std::string name = "127.0.0.1:" + std::to_string(peers[i]->port);
+    std::string record = rows[i].record;
+    record.replace(record.find("PEER"), 4, name);
+    EXPECT_THAT(log, HasSubstr(record));
+    size_t errors = 0;
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+      errors += line.find(" ERROR ") != std::string::npos && line.find(name) != std::string::npos;
+    }
+    EXPECT_EQ(errors, rows[i].errors) << record << log;
+  }
 }
 
 TEST_F(Transport, DropsFixesWhileTheBrokerTakesNone) {
