@@ -1,7 +1,6 @@
 #include "platform/MqttConnection.h"
 
 #include <fcntl.h>
-#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -11,7 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 
 #include "platform/Logging.h"
 #include "platform/Time.h"
@@ -37,8 +35,7 @@ constexpr size_t MAX_SENT = 268'435'455 - 65'537;  // the protocol's longest pac
 constexpr size_t MAX_ERROR_TEXT = 300;
 constexpr size_t MAX_SEEN = 40;  // bytes of an answer that is not MQTT: enough for a greeting
 constexpr int REFUSED_SUBSCRIPTION = 0x80;
-constexpr char CONNACK = 0x20;    // the first byte of a broker's answer to the login
-constexpr char TLS_ALERT = 0x15;  // of a TLS server's, when the login is not encrypted
+constexpr char CONNACK = 0x20;  // the first byte of a broker's answer to the login
 
 thread_local const MqttConnection* t_delivering = nullptr;
 
@@ -73,66 +70,6 @@ std::vector<const char*> bind_addresses(const std::string& host) {
   if (host.find(':') != std::string::npos) return {"::"};
   if (host.find_first_not_of("0123456789.") == std::string::npos) return {"0.0.0.0"};
   return {"0.0.0.0", "::"};
-}
-
-bool is_plain_loss(int code) {
-  switch (code) {
-    case MOSQ_ERR_SUCCESS:
-    case MOSQ_ERR_NO_CONN:
-    case MOSQ_ERR_CONN_REFUSED:
-    case MOSQ_ERR_CONN_LOST:
-    case MOSQ_ERR_ERRNO:
-    case MOSQ_ERR_EAI:
-    case MOSQ_ERR_LOOKUP:
-    case MOSQ_ERR_KEEPALIVE:
-    case MOSQ_ERR_TIMEOUT:
-      return true;
-    default:
-      return false;
-  }
-}
-
-bool breaks_protocol(int code) {
-  return code == MOSQ_ERR_PROTOCOL || code == MOSQ_ERR_MALFORMED_PACKET || code == MOSQ_ERR_OVERSIZE_PACKET;
-}
-
-/// The library takes the end of the stream within a packet for a system error: without one, or for TLS with
-/// its own.
-bool ends_within_packet(int code, int system_error) {
-  return code == MOSQ_ERR_ERRNO && (system_error == 0 || system_error == EPROTO);
-}
-
-std::string without_stop(std::string_view sentence) {
-  if (sentence.ends_with('.')) sentence.remove_suffix(1);
-  return std::string(sentence);
-}
-
-std::string reason_of(int code, int system_error) {
-  if (ends_within_packet(code, system_error)) return "the connection was closed in the middle of a packet";
-  if (code == MOSQ_ERR_EAI) return gai_strerror(system_error);
-  if (code == MOSQ_ERR_ERRNO) return std::strerror(system_error);
-  if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) return "the connection was closed";
-  if (code == MOSQ_ERR_KEEPALIVE) return "the broker no longer answers";
-  return without_stop(mosqpp::strerror(code));
-}
-
-/// The library tells a wrong host name apart, but not why else it does not trust the broker.
-std::string with_hint(std::string errors) {
-  const bool host = errors.find("host name") != std::string::npos;
-  if (!host && errors.find("certificate verify failed") != std::string::npos) {
-    errors += " (the broker's certificate is not signed by tls_ca, or expired)";
-  }
-  return errors;
-}
-
-/// `seen`: the answer's first bytes, as far as they are known.
-MqttFailure foreign(const std::string& seen) {
-  using Kind = MqttFailure::Kind;
-  if (seen.starts_with(TLS_ALERT)) {
-    return {Kind::foreign, "protocol error, the answer to the login is a TLS alert; its port expects TLS"};
-  }
-  return {Kind::foreign, "protocol error, the answer to the login is not MQTT",
-          seen.empty() ? seen : ", it begins with \"" + seen + "\""};
 }
 
 /// Asked for the pass phrase of a key file: there is nobody to type it.
@@ -254,7 +191,7 @@ bool MqttConnection::attempt(const char* bind_address) {
   if (!open(bind_address)) return false;
   const auto end = Clock::now() + ANSWER_LIMIT;
   int hang_ups = 0;
-  bool answering = !m_options.tls_ca.empty();  // only the library can read what is encrypted
+  bool answering = uses_tls();  // only the library can read what is encrypted
   while (!stopping()) {
     if (!(answering ? step(CONNECTING_STEP) : step_to_first_byte(answering))) return false;
     if (m_connack == 0) {
@@ -265,7 +202,7 @@ bool MqttConnection::attempt(const char* bind_address) {
     // may still have to be read, so the hang-up counts when reading got no further.
     hang_ups = hung_up(socket()) ? hang_ups + 1 : 0;
     if (hang_ups > 8) {
-      m_failure = unanswered();
+      m_failure = unanswered(uses_tls());
       return false;
     }
     if (Clock::now() >= end) {
@@ -294,7 +231,7 @@ bool MqttConnection::open(const char* bind_address) {
   errno = 0;
   const int code = connect_async(m_options.host.c_str(), m_options.port, KEEP_ALIVE_S, bind_address);
   if (code != MOSQ_ERR_SUCCESS) {
-    m_failure = failure(code, errno);
+    m_failure = failure({code, errno});
     return false;
   }
   tune(socket());
@@ -314,7 +251,7 @@ bool MqttConnection::step(milliseconds timeout) {
   errno = 0;
   const int code = loop(static_cast<int>(timeout.count()), 1);
   const int system_error = errno;
-  if (code != MOSQ_ERR_SUCCESS || socket() < 0) m_failure = failure(code, system_error);
+  if (code != MOSQ_ERR_SUCCESS || socket() < 0) m_failure = failure({code, system_error});
   process_written();
   for (const auto& [topic, message] : m_received) m_subscriptions.dispatch(topic, message);
   m_received.clear();
@@ -370,29 +307,8 @@ void MqttConnection::set_lost() {
   m_changed.notify_all();
 }
 
-MqttFailure MqttConnection::failure(int code, int system_error) const {
-  using Kind = MqttFailure::Kind;
-  if (m_connack > 0) return {Kind::refused, without_stop(mosqpp::connack_string(m_connack))};
-  const bool end_of_stream = m_errors.find("unexpected eof") != std::string::npos;
-  if (!m_options.tls_ca.empty() && !m_errors.empty() && !end_of_stream) {
-    return {Kind::tls, with_hint(m_errors)};
-  }
-  if (m_connack < 0 && (end_of_stream || code == MOSQ_ERR_CONN_LOST)) return unanswered();
-  if (end_of_stream) return {Kind::unreachable, reason_of(MOSQ_ERR_CONN_LOST, 0)};
-  if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) code = m_disconnect;
-  // A broker's whole answer to the login is in one piece of what is encrypted.
-  const bool cut = !m_options.tls_ca.empty() && ends_within_packet(code, system_error);
-  if (m_connack < 0 && (cut || breaks_protocol(code))) return foreign({});
-  const auto kind = is_plain_loss(code)                                      ? Kind::unreachable
-                    : code == MOSQ_ERR_TLS || code == MOSQ_ERR_TLS_HANDSHAKE ? Kind::tls
-                                                                             : Kind::protocol;
-  return {kind, reason_of(code, system_error)};
-}
-
-MqttFailure MqttConnection::unanswered() const {
-  const char* hint = m_options.tls_ca.empty() ? "does its port expect TLS?" : "does its port speak TLS?";
-  return {MqttFailure::Kind::unanswered,
-          std::string("the connection was closed without an answer; is a broker behind it, and ") + hint};
+MqttFailure MqttConnection::failure(MqttError error) const {
+  return explain(error, {uses_tls(), m_connack, m_disconnect, m_errors});
 }
 
 // ---- Called by the library inside of loop(), except on_log()

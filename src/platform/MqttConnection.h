@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/MqttConnectionLog.h"
+#include "platform/MqttFailure.h"
 #include "platform/MqttOptions.h"
 #include "platform/MqttOutbox.h"
 #include "platform/MqttSubscriptions.h"
@@ -79,8 +80,8 @@ class MqttConnection final : private mosqpp::mosquittopp {
   void process_written();
   void set_connected();
   void set_lost();
-  [[nodiscard]] MqttFailure failure(int code, int system_error) const;
-  [[nodiscard]] MqttFailure unanswered() const;
+  [[nodiscard]] MqttFailure failure(MqttError error) const;
+  [[nodiscard]] bool uses_tls() const { return !m_options.tls_ca.empty(); }
 
   // Under m_mutex.
   int hand_over(const std::string& topic, const Message& message, int& mid);

@@ -3,22 +3,9 @@
 #include <set>
 #include <string>
 
-namespace ecu::koru::com {
+#include "platform/MqttFailure.h"
 
-/// Why there is no connection.
-struct MqttFailure {
-  enum class Kind {
-    unreachable,  ///< no broker, no answer, or the connection was lost
-    unanswered,   ///< the peer took the connection and closed it before it answered the login
-    foreign,      ///< the peer's answer to the login is not MQTT
-    refused,      ///< the broker refused the login
-    tls,
-    protocol
-  };
-  Kind kind;
-  std::string reason;
-  std::string seen = {};  ///< what the peer sent; may differ each time, and does not make it another reason
-};
+namespace ecu::koru::com {
 
 /// What the ups and downs of the connection put into the log: when it fails, one WARNING, or one ERROR for
 /// each different reason that needs somebody to look after it; when it is there (again), one NOTICE; in
