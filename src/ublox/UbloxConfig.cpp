@@ -13,6 +13,7 @@ constexpr unsigned NUM_INIT_COMMANDS = ubx::INIT_COMMANDS.size();
 constexpr unsigned NUM_COMPLEX_COMMANDS = 10;
 constexpr unsigned NAK_RETRIES = 3;
 constexpr int64_t ANSWER_US = 3'000'000;
+constexpr int64_t LONG_AGO_US = -ANSWER_US - 1;  // before the stopwatch was started
 constexpr unsigned MAX_TIMEOUTS_UNCONFIRMED = 5;
 constexpr unsigned MAX_TIMEOUTS_CONFIRMED = 4;
 constexpr unsigned TIMEOUTS_PER_HW_RESET = 19;
@@ -82,10 +83,9 @@ bool UbloxConfig::hasCommandToSend() const {
 }
 
 std::string UbloxConfig::getNextCommand() {
-  m_timeout_counter = 0;
   if (m_init_command_idx < NUM_INIT_COMMANDS) {
     if (++m_init_command_idx < NUM_INIT_COMMANDS) {
-      m_command = ubx::INIT_COMMANDS[m_init_command_idx].frame();
+      replaceCommand(ubx::INIT_COMMANDS[m_init_command_idx].frame());
       return m_command;
     }
   } else {
@@ -95,14 +95,14 @@ std::string UbloxConfig::getNextCommand() {
     LOG.info("UbloxConfig::getNextCommand() m_init_command_idx = ", m_init_command_idx, ". Now initialised");
     m_initialised = true;
     m_init_command_idx = m_complex_command_idx = 0;
-    m_command = ubx::INIT_COMMANDS[0].frame();
+    replaceCommand(ubx::INIT_COMMANDS[0].frame());
     return {};
   }
   if (logCommands()) {
     LOG.debug("UbloxConfig::getNextCommand() m_init_command_idx = ", m_init_command_idx,
               " m_complex_command_idx = ", m_complex_command_idx);
   }
-  m_command = complexCommand(m_complex_command_idx);
+  replaceCommand(complexCommand(m_complex_command_idx));
   return m_command;
 }
 
@@ -134,10 +134,7 @@ void UbloxConfig::transmit(std::string frame) {
 }
 
 void UbloxConfig::sendNextCommand() {
-  if (!hasCommandToSend()) return;
-  m_nak_counter = 0;
-  transmit(getNextCommand());
-  m_timeout_counter = 0;
+  if (hasCommandToSend()) transmit(getNextCommand());
 }
 
 void UbloxConfig::sendCommand() {
@@ -145,8 +142,13 @@ void UbloxConfig::sendCommand() {
 }
 
 void UbloxConfig::sendCommand(const UbxCommand& command) {
-  m_command = command.frame();
+  replaceCommand(command.frame());
   sendCommand();
+}
+
+void UbloxConfig::replaceCommand(std::string frame) {
+  m_command = std::move(frame);
+  m_nak_counter = m_timeout_counter = 0;
 }
 
 bool UbloxConfig::isTimeout() const {
@@ -205,15 +207,21 @@ void UbloxConfig::handle_UBX_ACK_NAK_response(const UbxFrame& frame) {
 }
 
 void UbloxConfig::takeRestart() {
-  if (m_restart_requested.exchange(false)) restart();
+  // Requests that come one after the other must not hold up the hunt for the baud rate.
+  if (!m_restart_requested.exchange(false) || isAtFirstCommand()) return;
+  restart();
+  m_command_sent_time = LONG_AGO_US;  // the period of what is replaced is over
+}
+
+bool UbloxConfig::isAtFirstCommand() const {
+  return !m_initialised && m_init_command_idx == 0 && m_command == ubx::INIT_COMMANDS[0].frame();
 }
 
 void UbloxConfig::restart() {
   if (m_stopped) return;
   m_initialised = false;
   m_init_command_idx = m_complex_command_idx = 0;
-  m_nak_counter = 0;
-  m_command = ubx::INIT_COMMANDS[0].frame();
+  replaceCommand(ubx::INIT_COMMANDS[0].frame());
 }
 
 void UbloxConfig::confirmPort() {
@@ -257,7 +265,7 @@ void UbloxConfig::configureBaudrate(uint32_t effective) {
 }
 
 void UbloxConfig::configureSPI_TxReady() {
-  m_command = m_CFG_PRT_string;
+  replaceCommand(m_CFG_PRT_string);
   sendCommand();
 }
 

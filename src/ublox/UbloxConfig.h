@@ -56,10 +56,12 @@ class UbloxConfig {
   /// hardware.
   bool checkTimeout(bool count_hw_timeouts);
   void handle_UBX_ACK_NAK_response(const UbxFrame& frame);
-  /// Asks for a start from the first command, carried out by takeRestart(). Any thread; many requests are
-  /// one.
+  /// Asks for a start from the first command. Any thread; many requests are one.
   void requestRestart() { m_restart_requested = true; }
+  /// Carries a request out: the next checkTimeout() sends the first command, unless that is already in
+  /// flight.
   void takeRestart();
+  /// The sequence begins anew; its first command is sent when the period that runs now has expired.
   void restart();
 
   [[nodiscard]] bool isInitialised() const { return m_initialised; }
@@ -107,6 +109,9 @@ class UbloxConfig {
 
  private:
   void sendCommand(const UbxCommand& command);
+  /// Another frame is in flight from now on; NAKs and expired periods of the one before do not count for it.
+  void replaceCommand(std::string frame);
+  [[nodiscard]] bool isAtFirstCommand() const;
   [[nodiscard]] std::string complexCommand(unsigned step);
   void transmit(std::string frame);
   void handleTimeout(bool count_hw_timeouts);

@@ -45,6 +45,11 @@ class ScriptedReceiver final : public Script {
   }
   void write(std::span<const uint8_t> frame) override {
     const std::string kind_of = kind({frame.begin(), frame.end()});
+    if (ignored[kind_of]-- > 0) return;
+    if (nakked[kind_of]-- > 0) {
+      add(m_now_us + 20 * MS, ubx(0x05, 0x00, bytes("06 13")));
+      return;
+    }
     const auto answer = m_answers.find(kind_of);
     if (answer != m_answers.end()) add(m_now_us + 20 * MS, answer->second);
     if (answer == m_answers.end() && nak) add(m_now_us + 20 * MS, ubx(0x05, 0x00, bytes("06 00")));
@@ -53,7 +58,9 @@ class ScriptedReceiver final : public Script {
 
   bool epochs = true;
   bool nak = false;
-  std::string extra;  // behind every epoch
+  std::map<std::string, int> nakked;   // so many of a kind, before one is answered
+  std::map<std::string, int> ignored;  // likewise
+  std::string extra;                   // behind every epoch
   std::vector<unsigned> host_bauds;
 
  private:
@@ -185,6 +192,44 @@ TEST(ReceiverControl, HuntsTheBaudRateAndPulsesTheResetAtEvery19thChange) {
   EXPECT_THAT(std::vector(receiver.host_bauds.begin(), receiver.host_bauds.begin() + 7),
               ElementsAre(38400, 57600, 115200, 19200, 9600, 38400, 57600));
   EXPECT_EQ(world.resets.pulses(), 1);
+}
+
+/// How often the frame was sent in a row, from the first time on.
+long timesInARow(const std::vector<Sent>& sent, const std::string& frame, int64_t since_us = 0) {
+  const auto first = std::find_if(sent.begin(), sent.end(), [&](const Sent& each) {
+    return each.at_us >= since_us && each.bytes == frame;
+  });
+  const auto other = std::find_if(first, sent.end(), [&](const Sent& each) { return each.bytes != frame; });
+  return other - first;
+}
+
+TEST(ReceiverControl, WhatItsPollSufferedDoesNotCountForTheAntennaCommand) {
+  const struct {
+    std::map<std::string, int> nakked, ignored;
+    int times;
+  } rows[] = {{{}, {}, 4}, {{{"06 13 poll", 2}, {"06 13", 2}}, {}, 2 + 4}, {{}, {{"06 13 poll", 3}}, 4}};
+  for (const auto& row : rows) {
+    ScriptedReceiver receiver(goodAnswers());
+    receiver.nakked = row.nakked;
+    receiver.ignored = row.ignored;
+    World world(receiver);
+    world.run(65);
+    EXPECT_EQ(timesInARow(world.terminal.sent, ubx(0x06, 0x13, bytes("1F 00 F0 B9"))), row.times);
+  }
+}
+
+// Whenever the request comes within the four periods of a command, the two port polls have theirs: the first
+// of them begins with its period over, as after the start.
+TEST(ReceiverControl, ARestartBeginsWithBothPortPolls) {
+  for (const int64_t at : {100 * S, 103 * S, 106 * S, 109 * S, 400 * S}) {
+    ScriptedReceiver receiver(goodAnswers());
+    World world(receiver);
+    world.service->enableMqttSystemSelection();
+    world.time.at(at, [&] { world.inject(topic::PARAMETER_BEIDOU, "\1"); });
+    world.time.at(at + S, [&] { world.inject(topic::PARAMETER_BEIDOU, std::string(1, '\0')); });
+    world.run(static_cast<double>(at / S + 40));
+    EXPECT_EQ(timesInARow(world.terminal.sent, ubx(0x06, 0x00), at), 3 + 4) << at / S;
+  }
 }
 
 // Most of its worth is under the thread sanitizer: nothing orders the observers' threads with the service's.

@@ -55,7 +55,7 @@ TEST(SimulatedControl, FindsTheReceiverAtAnyRateAndConfiguresIt) {
 
 TEST(SimulatedControl, ReceiverThatLosesPowerIsFoundAgain) {
   constexpr double FOUND_S = 3 + 4 * 12 + 1;  // missed, four rates in vain, found at the fifth
-  constexpr double ANTENNA_ON_S = FOUND_S + 12 + 2 * 12 + 2;  // rate confirmed, both port polls, CFG-ANT
+  constexpr double ANTENNA_ON_S = FOUND_S + 15 + 2 * 12 + 2;  // rate confirmed, both port polls, CFG-ANT
   SimulatedReceiver source(fromFactory(9600));
   World world(source);
   constexpr int64_t LOST = 450 * S;
