@@ -86,8 +86,9 @@ void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
     return;
   }
   m_antenna_power_enabled = (ubx::u16(payload, 0) & SUPPLY_CONTROL) != 0;
-  // A silence that is about to be lifted stays applied, or checkRadioSilence() would not wake the receiver.
   const bool requested = m_owner.radioSilenceRequested();
+  // checkRadioSilence() is about to wake the receiver: the silence stays applied until then.
+  const bool is_being_lifted = isRadioSilent() && !requested;
   if (m_cold_start || requested) m_radio_silence_applied = requested;
   if (GnssUtils::debugIt(logflag::RADIO_SILENCE)) {
     LOG.debug("m_cold_start = ", m_cold_start, ". m_antenna_power_enabled = ", m_antenna_power_enabled,
@@ -95,6 +96,7 @@ void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
               ". m_radio_silence_configured = ", m_radio_silence_configured,
               ". m_radio_silence requested = ", m_radio_silence_applied);
   }
+  if (m_config.isStopped() || is_being_lifted) return;
   if (m_cold_start) {
     judgeColdStart();
   } else {

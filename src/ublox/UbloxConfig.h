@@ -39,7 +39,7 @@ class UbloxConfig {
   [[nodiscard]] const std::vector<std::string>& rawCmdPost() const { return m_raw_cmd_post; }
   /// The time between two solutions, ms.
   void setMeasurementPeriod(uint16_t period_ms);
-  /// The receiver counts as configured and nothing is sent to it.
+  /// The receiver counts as configured; nothing is sent to it and its reset line stays alone.
   void disableHardwareInit();
 
   // --- the sequence
@@ -95,7 +95,9 @@ class UbloxConfig {
   void configureSPI_TxReady();
   /// Standby, then GNSS stop.
   void disableReceiver();
-  void hardwareResetUblox() const { m_lines.hardwareResetUblox(); }
+  void hardwareResetUblox() const {
+    if (!m_stopped) m_lines.hardwareResetUblox();
+  }
 
   // --- what the receiver answered
   // -----------------------------------------------------------------------------------
