@@ -10,91 +10,87 @@
 
 namespace ecu::koru::gpspub {
 
-/// One command to the receiver: a name for the reader, class, id and payload. Polls have no payload.
+/// One command to the receiver: a name for the reader, class, id, checksum and payload. Polls have no
+/// payload.
+///
+/// The checksum is the one that the frame is stored with, which need not be right: it is rewritten just
+/// before the frame is sent.
 struct UbxCommand {
   static constexpr size_t MAX_PAYLOAD = 36;
 
   template <typename... Bytes>
   constexpr UbxCommand(std::string_view command_name, uint8_t command_class, uint8_t command_id,
-                       Bytes... bytes)
+                       ubx::Checksum stored_checksum, Bytes... bytes)
       : name(command_name),
         cls(command_class),
         id(command_id),
+        stored(stored_checksum),
         length(sizeof...(bytes)),
         payload{static_cast<uint8_t>(bytes)...} {
     static_assert(sizeof...(bytes) <= MAX_PAYLOAD);
   }
 
-  /// The whole frame; its checksum is still to be fixed.
-  [[nodiscard]] std::string frame() const { return ubx::frame(cls, id, std::span(payload).first(length)); }
+  /// The whole frame as it is stored.
+  [[nodiscard]] std::string frame() const {
+    return ubx::frame(cls, id, std::span(payload).first(length), stored);
+  }
 
   std::string_view name;
   uint8_t cls;
   uint8_t id;
+  ubx::Checksum stored;
   size_t length;
   std::array<uint8_t, MAX_PAYLOAD> payload;
 };
 
 namespace ubx {
 
+/// Of a command that has none of its own.
+inline constexpr Checksum PLACEHOLDER{0xFF, 0xFF};
+
 /// CFG-PRT for UART 1: mode 8N1, protocols in UBX, NMEA, RTCM, out UBX, NMEA. The baud rate is its bytes 8
 /// to 11.
 template <uint32_t BAUD>
 constexpr UbxCommand configureBaudrate(std::string_view name) {
-  return {name,
-          CFG,
-          CFG_PRT,
-          0x01,
-          0x00,
-          0x00,
-          0x00,
-          0xC0,
-          0x08,
-          0x00,
-          0x00,
-          BAUD & 0xFF,
-          BAUD >> 8 & 0xFF,
-          BAUD >> 16 & 0xFF,
-          BAUD >> 24 & 0xFF,
-          0x07,
-          0x00,
-          0x03,
-          0x00,
-          0x00,
-          0x00,
-          0x00,
-          0x00};
+  // clang-format off
+  return {name, CFG, CFG_PRT, {0x92, 0xB5},
+          0x01, 0x00, 0x00, 0x00,  0xC0, 0x08, 0x00, 0x00,
+          BAUD & 0xFF, BAUD >> 8 & 0xFF, BAUD >> 16 & 0xFF, BAUD >> 24 & 0xFF,
+          0x07, 0x00,  0x03, 0x00,  0x00, 0x00, 0x00, 0x00};
+  // clang-format on
 }
 
 /// CFG-MSG: the rate of one message, in solutions, on UART 1 and SPI; off on all ports when `rate` is 0.
-constexpr UbxCommand messageRate(std::string_view name, uint8_t cls, uint8_t id, uint8_t rate) {
-  //                         I2C   UART 1 UART 2 USB   SPI  reserved
-  return {name, CFG, CFG_MSG, cls, id, 0x00, rate, 0x00, 0x00, rate, 0x00};
+constexpr UbxCommand messageRate(std::string_view name, uint8_t cls, uint8_t id, uint8_t rate,
+                                 Checksum stored = PLACEHOLDER) {
+  //                                          I2C   UART 1 UART 2 USB   SPI  reserved
+  return {name, CFG, CFG_MSG, stored, cls, id, 0x00, rate, 0x00, 0x00, rate, 0x00};
 }
 
 inline constexpr uint8_t NMEA_STANDARD = 0xF0;  // class of the standard NMEA sentences
 
 // clang-format off
-inline constexpr UbxCommand PORT_POLL    {"CFG-PRT poll",  CFG, CFG_PRT};
-inline constexpr UbxCommand ANTENNA_POLL {"CFG-ANT poll",  CFG, CFG_ANT};
-inline constexpr UbxCommand GNSS_POLL    {"CFG-GNSS poll", CFG, CFG_GNSS};
-inline constexpr UbxCommand MON_GNSS_POLL{"MON-GNSS poll", MON, MON_GNSS};
-inline constexpr UbxCommand VERSION_POLL {"MON-VER poll",  MON, MON_VER};
+inline constexpr UbxCommand PORT_POLL    {"CFG-PRT poll",  CFG, CFG_PRT,  {0x06, 0x18}};
+inline constexpr UbxCommand ANTENNA_POLL {"CFG-ANT poll",  CFG, CFG_ANT,  PLACEHOLDER};
+inline constexpr UbxCommand GNSS_POLL    {"CFG-GNSS poll", CFG, CFG_GNSS, {0xFF, 0xFF}};
+inline constexpr UbxCommand MON_GNSS_POLL{"MON-GNSS poll", MON, MON_GNSS, {0x25, 0xED}};
+inline constexpr UbxCommand VERSION_POLL {"MON-VER poll",  MON, MON_VER,  {0x25, 0xED}};
 
 /// clearMask 0, saveMask all sections but the antenna's (bit 10), loadMask 0, deviceMask battery-backed RAM, flash, EEPROM.
-inline constexpr UbxCommand SAVE_CONFIGURATION{"CFG-CFG save", CFG, CFG_CFG,
+inline constexpr UbxCommand SAVE_CONFIGURATION{"CFG-CFG save", CFG, CFG_CFG, {0x1F, 0xA2},
     0x00, 0x00, 0x00, 0x00,  0xFF, 0xFB, 0xFF, 0xFF,  0x00, 0x00, 0x00, 0x00,  0x07};
 /// The same for the antenna section alone.
-inline constexpr UbxCommand SAVE_ANTENNA_CONFIG{"CFG-CFG save antenna", CFG, CFG_CFG,
+inline constexpr UbxCommand SAVE_ANTENNA_CONFIG{"CFG-CFG save antenna", CFG, CFG_CFG, {0x1F, 0xA2},
     0x00, 0x00, 0x00, 0x00,  0x00, 0x04, 0x00, 0x00,  0x00, 0x00, 0x00, 0x00,  0x07};
 /// measRate 1000 ms (bytes 0 and 1), navRate 1, timeRef GPS.
-inline constexpr UbxCommand NAVIGATION_RATE{"CFG-RATE", CFG, CFG_RATE,  0xE8, 0x03,  0x01, 0x00,  0x01, 0x00};
+inline constexpr UbxCommand NAVIGATION_RATE{"CFG-RATE", CFG, CFG_RATE, {0x25, 0xED},
+    0xE8, 0x03,  0x01, 0x00,  0x01, 0x00};
 
 /// Flags: short-circuit detection, open-circuit detection, power down on short circuit; supply control off.
-inline constexpr UbxCommand DISABLE_ANTENNA_POWER {"CFG-ANT off",   CFG, CFG_ANT,  0x0E, 0x00,  0xF0, 0xB9};
-inline constexpr UbxCommand DISABLE_ANTENNA_POWER2{"CFG-ANT clear", CFG, CFG_ANT,  0x00, 0x00,  0x00, 0x00};
+inline constexpr UbxCommand DISABLE_ANTENNA_POWER {"CFG-ANT off",   CFG, CFG_ANT, {0xFF, 0xFF},  0x0E, 0x00,  0xF0, 0xB9};
+inline constexpr UbxCommand DISABLE_ANTENNA_POWER2{"CFG-ANT clear", CFG, CFG_ANT, {0xFF, 0xFF},  0x00, 0x00,  0x00, 0x00};
 /// Flags: as above with supply control on, and automatic recovery.
-inline constexpr UbxCommand ENABLE_ANTENNA_POWER  {"CFG-ANT on",    CFG, CFG_ANT,  0x1F, 0x00,  0xF0, 0xB9};
+inline constexpr UbxCommand ENABLE_ANTENNA_POWER  {"CFG-ANT on",    CFG, CFG_ANT, {0xE5, 0xE2},  0x1F, 0x00,  0xF0, 0xB9};
 
 inline constexpr UbxCommand BAUDRATE_9600   = configureBaudrate<9600>  ("CFG-PRT 9600");
 inline constexpr UbxCommand BAUDRATE_19200  = configureBaudrate<19200> ("CFG-PRT 19200");
@@ -103,10 +99,10 @@ inline constexpr UbxCommand BAUDRATE_57600  = configureBaudrate<57600> ("CFG-PRT
 inline constexpr UbxCommand BAUDRATE_115200 = configureBaudrate<115200>("CFG-PRT 115200");
 
 /// version 0, duration indefinite, flags backup and force, no wake-up sources.
-inline constexpr UbxCommand RECEIVER_STANDBY{"RXM-PMREQ standby", RXM, RXM_PMREQ,
+inline constexpr UbxCommand RECEIVER_STANDBY{"RXM-PMREQ standby", RXM, RXM_PMREQ, {0x59, 0x4B},
     0x00, 0x00, 0x00, 0x00,  0x00, 0x00, 0x00, 0x00,  0x06, 0x00, 0x00, 0x00,  0x00, 0x00, 0x00, 0x00};
 /// navBbrMask hot start, resetMode controlled GNSS stop.
-inline constexpr UbxCommand GNSS_STOP{"CFG-RST stop", CFG, CFG_RST,  0x00, 0x00,  0x08,  0x00};
+inline constexpr UbxCommand GNSS_STOP{"CFG-RST stop", CFG, CFG_RST, {0x16, 0x74},  0x00, 0x00,  0x08,  0x00};
 
 /// Sent in this order after every start.
 inline constexpr std::array INIT_COMMANDS{
@@ -127,16 +123,16 @@ inline constexpr std::array INIT_COMMANDS{
     messageRate("GLL off", NMEA_STANDARD, 0x01, 0),
     messageRate("MON-HW every 5th", MON, MON_HW, 5),
     GNSS_POLL,
-    UbxCommand{"CFG-RXM continuous", CFG, CFG_RXM,  0x00, 0x00},
+    UbxCommand{"CFG-RXM continuous", CFG, CFG_RXM, PLACEHOLDER,  0x00, 0x00},
     // mask all, automotive, 2D/3D; fixed altitude 500.00 m and variance 0.5 m2; elevation 5 deg, dead reckoning 60 s;
     // PDOP and TDOP 25.0; position accuracy 100 m, time accuracy 300 m; static hold 50 cm/s; the rest 0.
-    UbxCommand{"CFG-NAV5", CFG, CFG_NAV5,
+    UbxCommand{"CFG-NAV5", CFG, CFG_NAV5, PLACEHOLDER,
         0xFF, 0xFF,  0x04,  0x03,  0x50, 0xC3, 0x00, 0x00,  0x88, 0x13, 0x00, 0x00,  0x05,  0x3C,
         0xFA, 0x00,  0xFA, 0x00,   0x64, 0x00,  0x2C, 0x01,  0x32,  0x00,
         0x00, 0x00, 0x00, 0x00,    0x00, 0x00, 0x00, 0x00,   0x00, 0x00, 0x00, 0x00},
-    messageRate("GGA on", NMEA_STANDARD, 0x00, 1),
+    messageRate("GGA on", NMEA_STANDARD, 0x00, 1, {0xFE, 0x18}),
     // filter, NMEA 4.0, satellites unlimited, flags consider mode; version 1; the rest 0.
-    UbxCommand{"CFG-NMEA", CFG, CFG_NMEA,
+    UbxCommand{"CFG-NMEA", CFG, CFG_NMEA, {0xFF, 0xFF},
         0x0F,  0x40,  0x00,  0x02,  0x00, 0x00, 0x00, 0x00,  0x00, 0x00, 0x00, 0x01,
         0x00, 0x00, 0x00, 0x00,  0x00, 0x00, 0x00, 0x00},
     VERSION_POLL,

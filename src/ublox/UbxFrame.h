@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -53,8 +54,13 @@ inline constexpr size_t LENGTH_OFFSET = 4;
   return u16(payload, at) | uint32_t{u16(payload, at + 2)} << 16;
 }
 
-/// A frame with room for its checksum, which GnssUtils::fixUbloxChecksum() writes just before sending.
-[[nodiscard]] std::string frame(uint8_t cls, uint8_t id, std::span<const uint8_t> payload);
+/// The two checksum bytes of a frame, in their order.
+using Checksum = std::array<uint8_t, 2>;
+
+/// A frame with the checksum that it is given; GnssUtils::fixUbloxChecksum() writes the right one just before
+/// sending.
+[[nodiscard]] std::string frame(uint8_t cls, uint8_t id, std::span<const uint8_t> payload,
+                                const Checksum& stored);
 
 }  // namespace ubx
 
