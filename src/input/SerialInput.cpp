@@ -31,6 +31,13 @@ constexpr std::array<Baud, 6> BAUD_RATES{
 // The receiver's own defaults first, the rates it is rarely found at last.
 constexpr std::array<speed_t, 5> HUNTING_ORDER{B19200, B9600, B38400, B57600, B115200};
 
+/// 0 for a code that is not among them.
+unsigned bitsPerSecond(speed_t code) {
+  const auto* const rate = std::find_if(BAUD_RATES.begin(), BAUD_RATES.end(),
+                                        [=](const Baud& known) { return known.code == code; });
+  return rate != BAUD_RATES.end() ? rate->bits_per_second : 0;
+}
+
 std::string octal(unsigned value) {
   char digits[12];
   return {digits, std::to_chars(digits, digits + sizeof digits, value, 8).ptr};
@@ -97,9 +104,9 @@ void SerialInput::logAttributes(const termios& attributes) const {
             octal(t.c_oflag), " lflag ", octal(t.c_lflag), " line  ", octal(t.c_line), " c_cc[5] ",
             octal(t.c_cc[5]), " c_cc[6] ", octal(t.c_cc[6]), " ispeed ", octal(t.c_ispeed), " ospeed ",
             octal(t.c_ospeed));
-  LOG.debug("HEX c_cc ", hexDumpMessage(attributes.c_cc, NCCS, 0, DUMP_GROUP, true));
-  LOG.debug("cfgetispeed() ", cfgetispeed(&attributes), " cfgetspeed() ", cfgetospeed(&attributes),
-            " baud rate ", m_baud_current);
+  LOG.debug("HEX c_cc ", hexDumpMessage(t.c_cc, NCCS, 0, DUMP_GROUP, true));
+  LOG.debug("cfgetispeed() ", octal(cfgetispeed(&t)), " cfgetspeed() ", octal(cfgetospeed(&t)), " baud rate ",
+            bitsPerSecond(m_baud_current));
 }
 
 void SerialInput::disconnect() {
@@ -261,11 +268,8 @@ bool SerialInput::setBaudRate(unsigned int baud) {
 }
 
 unsigned int SerialInput::getBaudRate() {
-  if (m_baud_current == B4800) return 9600;
-  const auto* const rate = std::find_if(BAUD_RATES.begin(), BAUD_RATES.end(), [=, this](const Baud& known) {
-    return known.code == m_baud_current;
-  });
-  return rate != BAUD_RATES.end() ? rate->bits_per_second : 9600;
+  const unsigned rate = bitsPerSecond(m_baud_current);
+  return rate > 4800 ? rate : 9600;
 }
 
 void SerialInput::tryNextBaudRate() {

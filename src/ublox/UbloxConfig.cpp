@@ -122,13 +122,14 @@ std::string UbloxConfig::complexCommand(unsigned step) {
 }
 
 void UbloxConfig::transmit(std::string frame) {
-  if (logCommands()) {
-    LOG.debug("UbloxConfig sends m_init_command_idx ", m_init_command_idx, " ",
-              hexDumpMessage(reinterpret_cast<const unsigned char*>(frame.data()),
-                             static_cast<int>(frame.size()), 0, 0, true));
-  }
   if (GnssUtils::fixUbloxChecksum(frame)) {
-    m_input.sendBinary(reinterpret_cast<const unsigned char*>(frame.data()), static_cast<int>(frame.size()));
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(frame.data());
+    const int length = static_cast<int>(frame.size());
+    if (logCommands()) {
+      LOG.debug("UbloxConfig sends m_init_command_idx ", m_init_command_idx, " ",
+                hexDumpMessage(bytes, length, 0, 0, true));
+    }
+    m_input.sendBinary(bytes, length);
   }
   m_command_sent_time = GnssUtils::getMicrosecDuration(0);
 }
@@ -307,7 +308,7 @@ bool UbloxConfig::checkGnssSystem() {
   }
   const bool log = GnssUtils::debugIt(logflag::CONSTELLATIONS);
   if (log) {
-    LOG.debug("UbloxConfig::checkGnssSystem() m_CFG_GNSS_string.length ", m_CFG_GNSS_received.size());
+    LOG.debug("UbloxConfig::checkGnssSystem() m_CFG_GNSS_string.length ", m_CFG_GNSS_string.size());
     LOG.debug("m_CFG_GNSS before modification");
   }
   print_CFG_GNSS(m_CFG_GNSS);

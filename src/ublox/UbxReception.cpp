@@ -23,7 +23,6 @@ constexpr size_t CFG_GNSS_MIN = 8;
 constexpr size_t MON_VER_MIN = 40;
 constexpr size_t MON_VER_SW_LEN = 30;
 constexpr size_t MON_VER_HW_LEN = 10;
-constexpr size_t MON_VER_EXTENSIONS_LOGGED = 16;
 constexpr size_t MON_VER_EXTENSION_LEN = 30;
 constexpr size_t MON_GNSS_MIN = 8;
 
@@ -198,9 +197,7 @@ void UbxReception::process_MON_VER(const UbxFrame& frame) {
   if (!isLongEnough(frame, MON_VER_MIN, "MON-VER")) return;
   const auto payload = frame.payload();
   std::string extensions;
-  const size_t end =
-      std::min(payload.size(), MON_VER_MIN + MON_VER_EXTENSIONS_LOGGED * MON_VER_EXTENSION_LEN);
-  for (size_t at = MON_VER_MIN; at + MON_VER_EXTENSION_LEN <= end; at += MON_VER_EXTENSION_LEN) {
+  for (size_t at = MON_VER_MIN; at + MON_VER_EXTENSION_LEN <= payload.size(); at += MON_VER_EXTENSION_LEN) {
     extensions += ", " + textAt(payload, at, MON_VER_EXTENSION_LEN);
   }
   LOG.info("Ublox Gnss: swVersion ", textAt(payload, 0, MON_VER_SW_LEN), ", hwVersion ",
@@ -243,7 +240,7 @@ void UbxReception::process_CFG_PRT(const UbxFrame& frame) {
 
 void UbxReception::changeBaudRate(uint32_t reported) {
   const uint32_t effective = UbloxConfig::effectiveBaudrate(m_baud_rate);
-  LOG.info("Change Baud rate from ", reported, " to ", effective);
+  LOG.info("Change Baud rate from ", reported, " to ", m_baud_rate);
   m_config.configureBaudrate(effective);
   m_input.setBaudRate(effective);
   const uint32_t drain_ms =
