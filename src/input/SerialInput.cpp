@@ -237,9 +237,12 @@ int SerialInput::readDevice() {
 }
 
 int SerialInput::sendBinary(const unsigned char* data, int len) {
-  // A line that takes nothing (flow control, a peer that does not read) must not stop the service.
-  const bool takes = m_device->isWritable(m_fd_serial);
-  const ssize_t res = takes ? m_device->write(m_fd_serial, data, static_cast<size_t>(len)) : -1;
+  ssize_t res = -1;
+  do {
+    // A line that takes nothing (flow control, a peer that does not read) must not stop the service.
+    const bool takes = m_device->isWritable(m_fd_serial);
+    res = takes ? m_device->write(m_fd_serial, data, static_cast<size_t>(len)) : -1;
+  } while (res < 0 && errno == EINTR);  // a signal came before the first byte was taken
   if (res < 0) {
     LOG.error("Error sendBinary m_fd_serial ", m_fd_serial, " errno = ", errno);
   } else if (GnssUtils::debugIt(logflag::BYTES_SENT)) {

@@ -26,6 +26,7 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
   int wait_error = 0;
   int read_error = 0;
   int write_error = 0;
+  int interrupted_writes = 0;  ///< so many fail with EINTR first
   // Seen so far.
   int closes = 0;
 
@@ -52,6 +53,7 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
     return static_cast<ssize_t>(count);
   }
   ssize_t write(int /*fd*/, const void* data, size_t len) override {
+    if (interrupted_writes > 0) return --interrupted_writes, failed(EINTR);
     if (write_error != 0) return failed(write_error);
     written.append(static_cast<const char*>(data), len);
     return static_cast<ssize_t>(len);

@@ -150,17 +150,23 @@ TEST(InputSerialTest, NoticesADeviceThatWentAway) {
 }
 
 TEST(InputSerialTest, OpensTheDeviceRawAtItsRateAndSends) {
-  test::LogCapture log("WARNING");
   Port port;
   EXPECT_TRUE(port.input.setBaudRate(57600));
   termios& attributes = port.line->attributes;
   attributes.c_lflag = ICANON | ECHO;
+  test::LogCapture settings;
+  GnssUtils::setLogFlags(logflag::CONNECTION);
+  EXPECT_TRUE(port.input.connect());
+  GnssUtils::setLogFlags(0);
+  EXPECT_THAT(settings.take(), HasSubstr("cfgetispeed() 16 cfgetspeed() 16 baud rate 57600\n"));
+  test::LogCapture log("WARNING");
   EXPECT_TRUE(port.input.connect() && port.input.isConnected() && port.line->path == "/dev/ttyFP3");
   EXPECT_TRUE(cfgetispeed(&attributes) == B57600 && cfgetospeed(&attributes) == B57600);
   EXPECT_TRUE(attributes.c_lflag == 0 && attributes.c_cc[VTIME] == 1 && attributes.c_cc[VMIN] == 80);
   port.line->attributes_error = ENOTTY;  // a file: read as it is, complained of once
   EXPECT_TRUE(port.input.connect() && port.input.connect());
   const auto* bytes = reinterpret_cast<const unsigned char*>(ACK.data());
+  port.line->interrupted_writes = 2;
   EXPECT_TRUE(port.input.sendBinary(bytes, 10) == 10 && port.line->written == ACK);
   port.line->write_error = EIO;
   EXPECT_LT(port.input.sendBinary(bytes, 10), 0);
