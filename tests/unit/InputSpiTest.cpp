@@ -119,7 +119,7 @@ TEST(InputSpiTest, SetsTheLineUp) {
   Bus bus;
   bus.wire->exported = false;
   bus.wire->settable_after_ns = 50 * MS;  // until udev has come round
-  const test::LogCapture log;
+  test::LogCapture log;
   bus.connected();
   EXPECT_THAT(bus.wire->written,
               ElementsAre(test::FakeSpi::EXPORT + "=124", test::FakeSpi::LINE + "direction=in\0"s,
@@ -131,6 +131,11 @@ TEST(InputSpiTest, SetsTheLineUp) {
   EXPECT_EQ(bus.input.readGpioTxRdyPin(), -1);
   bus.connected();
   EXPECT_EQ(bus.wire->open_files(), 2U);  // the device, the line's value
+  bus.wire->exported = bus.wire->exportable = false;
+  for (int i = 0; i < 40; ++i) bus.connected();
+  const std::string text = log.take(), failure = "Error to open /sys/class/gpio/export. errno = 2";
+  EXPECT_THAT(text, HasSubstr(failure));
+  EXPECT_EQ(text.find(failure), text.rfind(failure));
 }
 
 TEST(InputSpiTest, SendsAWholeMessageAndKeepsWhatCameBefore) {
