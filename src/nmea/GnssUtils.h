@@ -33,6 +33,7 @@ inline constexpr unsigned READS_PARSED = 0x400000;
 inline constexpr unsigned FRAMING = 0x800000;
 inline constexpr unsigned FRAME_TIMING = 0x1000000;
 inline constexpr unsigned RADIO_SILENCE = 0x2000000;
+inline constexpr unsigned ACKNOWLEDGEMENTS = 0x4000000;
 inline constexpr unsigned START_UP = 0x80000000;
 }  // namespace logflag
 

@@ -25,6 +25,15 @@ constexpr unsigned OK = 2;
 constexpr unsigned SHORT = 3;
 constexpr unsigned OPEN = 4;
 
+/// Records on CFG-ANT belong to both areas.
+bool logAntennaControl() {
+  return GnssUtils::debugIt(logflag::COMMANDS | logflag::RADIO_SILENCE);
+}
+
+bool logRadioSilence() {
+  return GnssUtils::debugIt(logflag::RADIO_SILENCE);
+}
+
 constexpr std::string_view OPEN_IS_LOGGED_ON = "QRX7_2_KW4";
 
 constexpr unsigned remapped(unsigned receiver_status) {
@@ -90,7 +99,7 @@ void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
   // checkRadioSilence() is about to wake the receiver: the silence stays applied until then.
   const bool is_being_lifted = isRadioSilent() && !requested;
   if (m_cold_start || requested) m_radio_silence_applied = requested;
-  if (GnssUtils::debugIt(logflag::RADIO_SILENCE)) {
+  if (logAntennaControl()) {
     LOG.debug("m_cold_start = ", m_cold_start, ". m_antenna_power_enabled = ", m_antenna_power_enabled,
               ". m_save_antenna_config = ", m_save_antenna_config,
               ". m_radio_silence_configured = ", m_radio_silence_configured,
@@ -106,7 +115,7 @@ void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
 
 void AntennaSupervision::judgeColdStart() {
   if (m_save_antenna_config) {
-    LOG.info("SAVE Antenna config");
+    if (logAntennaControl()) LOG.debug("SAVE Antenna config");
     m_config.saveAntennaConfig();
     m_save_antenna_config = m_cold_start = false;
   } else if (m_radio_silence_configured && m_antenna_power_enabled) {
@@ -114,8 +123,8 @@ void AntennaSupervision::judgeColdStart() {
     disableAntennaPower();
     m_radio_silence_applied = m_save_antenna_config = true;
   } else if (m_radio_silence_configured) {
-    if (!m_radio_silence_applied)
-      LOG.info("Antenna power disabled at cold start. Should enable antenna_power");
+    if (!m_radio_silence_applied && logAntennaControl())
+      LOG.debug("Antenna power disabled at cold start. Should enable antenna_power");
     enableAntennaPower();
     m_cold_start = false;
   } else if (m_antenna_power_enabled) {
@@ -130,7 +139,7 @@ void AntennaSupervision::judgeColdStart() {
 }
 
 void AntennaSupervision::judgeWarm() {
-  const bool log = GnssUtils::debugIt(logflag::RADIO_SILENCE);
+  const bool log = logAntennaControl();
   if (m_radio_silence_configured && m_radio_silence_applied) {
     if (log)
       LOG.debug("m_radio_silence_configured AND radio_silence. Disable antenna_power and GNSS receiver");
@@ -165,21 +174,22 @@ void AntennaSupervision::disableAntennaPower() {
 }
 
 void AntennaSupervision::disableReceiver() {
-  if (GnssUtils::debugIt(logflag::RADIO_SILENCE)) LOG.debug("disableReceiver()");
+  if (logRadioSilence()) LOG.debug("disableReceiver()");
   m_config.disableReceiver();
 }
 
 void AntennaSupervision::checkRadioSilence() {
   const bool requested = m_owner.radioSilenceRequested();
   if (!m_radio_silence_configured || m_cold_start || requested == m_radio_silence_applied) return;
-  LOG.notice("RadioSilence requested state is ", requested);
+  const bool log = logRadioSilence();
+  if (log) LOG.debug("RadioSilence requested state is ", requested);
   m_radio_silence_applied = requested;
   if (requested) {
-    LOG.notice("Apply radio silence");
+    if (log) LOG.debug("Apply radio silence");
     disableAntennaPower();
     disableReceiver();
   } else {
-    LOG.notice("Recover from radio silence");
+    if (log) LOG.debug("Recover from radio silence");
     m_config.hardwareResetUblox();
     m_owner.disconnect();
   }

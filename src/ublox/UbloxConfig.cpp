@@ -111,7 +111,7 @@ std::string UbloxConfig::complexCommand(unsigned step) {
   if (step == STEP_SELECT_SYSTEMS && checkGnssSystem()) return m_CFG_GNSS_string;
   if (step == STEP_GNSS_POLL) return ubx::GNSS_POLL.frame();
   if (step == STEP_SAVE && m_save_config) {
-    LOG.info("SAVE CONFIG ***********************************************************");
+    if (logCommands()) LOG.debug("SAVE CONFIG ***********************************************************");
     return ubx::SAVE_CONFIGURATION.frame();
   }
   if (step >= STEP_FIRST_RAW && step <= STEP_LAST_RAW && step - STEP_FIRST_RAW < m_raw_cmd_post.size()) {

@@ -50,8 +50,10 @@ std::string textAt(std::span<const uint8_t> payload, size_t at, size_t length) {
   return logging::escaped(std::string(field.begin(), end));
 }
 
+constexpr unsigned DISPATCH = logflag::UBX_DISPATCH | logflag::UBX_DISPATCH_2;
+
 bool logDispatch() {
-  return GnssUtils::debugIt(logflag::UBX_DISPATCH | logflag::UBX_DISPATCH_2);
+  return GnssUtils::debugIt(DISPATCH);
 }
 
 /// True when the payload is long enough; complains otherwise.
@@ -131,8 +133,9 @@ void UbxReception::processNav(const UbxFrame& frame) {
   m_owner.setUtcValidFlags(valid);
 }
 
+/// The receiver's word on each command, which can be followed without the messages of every second.
 void UbxReception::processAck(const UbxFrame& frame) {
-  if (logDispatch()) {
+  if (GnssUtils::debugIt(DISPATCH | logflag::ACKNOWLEDGEMENTS)) {
     const auto cls = logging::hex(ubx::u8(frame.payload(), 0), 2);
     const auto id = logging::hex(ubx::u8(frame.payload(), 1), 2);
     const unsigned index = m_config.initCommandIdx();

@@ -8,8 +8,10 @@
 #include <cstdio>
 #include <thread>
 
+#include "nmea/GnssUtils.h"
 #include "platform/Topics.h"
 #include "scenario/World.h"
+#include "support/LogCapture.h"
 
 namespace {
 
@@ -355,6 +357,50 @@ TEST(ReceiverControl, ColdStartWithTheSupplyOnIsCorrectedAndSaved) {
   EXPECT_EQ(*(first + 1), ubx(0x06, 0x13, bytes("0E 00 F0 B9")));
   EXPECT_EQ(*(first + 2), ubx(0x06, 0x13));
   EXPECT_EQ(*(first + 3), ubx(0x06, 0x09, bytes("00 00 00 00 00 04 00 00 00 00 00 00 07")));
+}
+
+/// The records of a start, a blackout and the whole sequence after it.
+std::string recordsWith(unsigned flags, unsigned baud = 38400) {
+  ScriptedReceiver receiver(goodAnswers());
+  std::string version(40 + 134 * 30, '\0');
+  version.replace(0, 4, "SW 1").replace(30, 4, "HW 2").append("the 135th" + std::string(21, '\0'));
+  receiver.extra = ubx(0x0A, 0x04, version) + ubx(0x05, 0x01, bytes("06 13"));
+  World world(receiver, {.baud = baud});
+  world.service->ubloxConfig().setGnssSystemRequested(0x09);
+  world.time.at(2 * S, [&] { receiver.extra.clear(); });
+  world.time.at(40 * S, [&] { world.inject(topic::BLACKOUT_MODE, "\1"); });
+  world.time.at(42 * S, [&] { world.inject(topic::BLACKOUT_MODE, std::string(1, '\0')); });
+  LogCapture log;
+  gpspub::GnssUtils::setLogFlags(flags);
+  world.run(330);
+  gpspub::GnssUtils::setLogFlags(0);
+  return log.take();
+}
+
+TEST(ReceiverControl, RecordsOfAnAreaNeedItsBitAndTheOthersNone) {
+  const std::string plain = recordsWith(0);
+  for (const char* text :
+       {" INFO koru.gpspub: Ublox Gnss: swVersion SW 1, hwVersion HW 2, ", ", the 135th\n",
+        " NOTICE koru.gpspub: Changing from gnss system 0x3 to 0x9", ". Now initialised\n"})
+    EXPECT_THAT(plain, testing::HasSubstr(text));
+  EXPECT_THAT(recordsWith(0, 4800),
+              testing::HasSubstr(" INFO koru.gpspub: Change Baud rate from 38400 to 4800\n"));
+  const struct {
+    unsigned flags;
+    const char* text;
+  } rows[] = {{0x4, "process_CFG-PRT. payload len 20 portID 1 baud rate 38400"},
+              {0x2000, "process_CFG-PRT. payload len 20 portID 1 baud rate 38400"},
+              {0x8000, "checkGnssSystem() m_CFG_GNSS_string.length 0\n"},
+              {0x40000, "UbloxConfig sends m_init_command_idx 3 B5 62 06 13 00 00 19 51"},
+              {0x40000, "Antenna power disabled at cold start. Should enable antenna_power"},
+              {0x2000000, "Antenna power disabled at cold start. Should enable antenna_power"},
+              {0x2000000, "RadioSilence requested state is 1"},
+              {0x2000000, "Recover from radio silence"},
+              {0x4000000, "Ublox ACK received on class 0x06 id 0x13 init command idx = 0"}};
+  for (const auto& row : rows) {
+    EXPECT_THAT(recordsWith(row.flags), testing::HasSubstr(row.text)) << std::hex << row.flags;
+    EXPECT_THAT(plain, testing::Not(testing::HasSubstr(row.text)));
+  }
 }
 
 }  // namespace
