@@ -39,7 +39,7 @@ class UbloxConfig {
   [[nodiscard]] const std::vector<std::string>& rawCmdPost() const { return m_raw_cmd_post; }
   /// The time between two solutions, ms.
   void setMeasurementPeriod(uint16_t period_ms);
-  /// The receiver counts as configured; nothing is sent to it and its reset line stays alone.
+  /// The receiver counts as configured; nothing is sent to it and its reset line is left alone.
   void disableHardwareInit();
 
   // --- the sequence
