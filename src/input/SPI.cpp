@@ -110,7 +110,7 @@ void SPI::dropDeviceInput() {
 /// Logs a failure once, however many connects it lasts.
 void SPI::configureGpioTxRdy() {
   closeGpioTxRdy();
-  const bool tell = !m_gpio_failure_told;
+  const bool tell = !m_gpio_failure_logged;
   m_fd_gpio_txrdy = m_device->open(m_gpio_value_path, O_RDONLY);
   if (m_fd_gpio_txrdy < 0) {
     if (tell) LOG.notice("Path not configured. Error to open ", m_gpio_value_path);
@@ -121,7 +121,7 @@ void SPI::configureGpioTxRdy() {
   const bool is_input = writeSetting(m_gpio_direction_path, IN, tell);
   const bool has_edge = writeSetting(m_gpio_edge_path, FALLING, tell);
   if (!is_input || !has_edge) closeGpioTxRdy();
-  m_gpio_failure_told = m_fd_gpio_txrdy < 0;
+  m_gpio_failure_logged = m_fd_gpio_txrdy < 0;
 }
 
 void SPI::exportGpio(bool tell) {

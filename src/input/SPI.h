@@ -82,9 +82,9 @@ class SPI final : public SerialInput {
   const std::string m_gpio_edge_path = "/sys/class/gpio/gpio" + m_gpio_name + "/edge";
   const std::string m_gpio_value_path = "/sys/class/gpio/gpio" + m_gpio_name + "/value";
 
-  bool m_gpio_failure_told = false;  // the last set-up was in vain
-  int64_t m_permission_end_ns = 0;   // of the wait after an export
-  int64_t m_line_active_ns = 0;      // the line announced something, was probed, or control was switched on
+  bool m_gpio_failure_logged = false;  // the last set-up was in vain
+  int64_t m_permission_end_ns = 0;     // of the wait after an export
+  int64_t m_line_active_ns = 0;        // the line announced something, was probed, or control was switched on
   int64_t m_slice_end_ns = 0;
   int64_t m_first_failure_ns = 0;  // of those one after the other; 0: the last transfer worked
   int64_t m_last_failure_ns = 0;

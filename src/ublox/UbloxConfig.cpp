@@ -13,7 +13,6 @@ constexpr unsigned NUM_INIT_COMMANDS = ubx::INIT_COMMANDS.size();
 constexpr unsigned NUM_COMPLEX_COMMANDS = 10;
 constexpr unsigned NAK_RETRIES = 3;
 constexpr int64_t ANSWER_US = 3'000'000;
-constexpr int64_t LONG_AGO_US = -ANSWER_US - 1;  // before the stopwatch was started
 constexpr unsigned MAX_TIMEOUTS_UNCONFIRMED = 5;
 constexpr unsigned MAX_TIMEOUTS_CONFIRMED = 4;
 constexpr unsigned TIMEOUTS_PER_HW_RESET = 19;
@@ -211,11 +210,12 @@ void UbloxConfig::takeRestart() {
   // Requests that come one after the other must not hold up the hunt for the baud rate.
   if (!m_restart_requested.exchange(false) || isAtFirstCommand()) return;
   restart();
-  m_command_sent_time = LONG_AGO_US;  // the period of what is replaced is over
+  sendCommand();
 }
 
 bool UbloxConfig::isAtFirstCommand() const {
-  return !m_initialised && m_init_command_idx == 0 && m_command == ubx::INIT_COMMANDS[0].frame();
+  return !m_initialised && m_init_command_idx == 0 && m_complex_command_idx == 0 &&
+         m_command == ubx::INIT_COMMANDS[0].frame();
 }
 
 void UbloxConfig::restart() {

@@ -58,8 +58,7 @@ class UbloxConfig {
   void handle_UBX_ACK_NAK_response(const UbxFrame& frame);
   /// Asks for a start from the first command. Any thread; many requests are one.
   void requestRestart() { m_restart_requested = true; }
-  /// Carries a request out: the next checkTimeout() sends the first command, unless that is already in
-  /// flight.
+  /// Carries a request out: the first command is sent at once, unless it is already in flight.
   void takeRestart();
   /// The sequence begins anew; its first command is sent when the period that runs now has expired.
   void restart();

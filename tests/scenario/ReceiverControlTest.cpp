@@ -220,8 +220,8 @@ TEST(ReceiverControl, WhatItsPollSufferedDoesNotCountForTheAntennaCommand) {
   }
 }
 
-// Whenever the request comes within the four periods of a command, the two port polls have theirs: the first
-// of them begins with its period over, as after the start.
+// Whenever the request comes within the four periods of a command, each of the two port polls has its own
+// four.
 TEST(ReceiverControl, ARestartBeginsWithBothPortPolls) {
   for (const int64_t at : {100 * S, 103 * S, 106 * S, 109 * S, 400 * S}) {
     ScriptedReceiver receiver(goodAnswers());
@@ -230,7 +230,7 @@ TEST(ReceiverControl, ARestartBeginsWithBothPortPolls) {
     world.time.at(at, [&] { world.inject(topic::PARAMETER_BEIDOU, "\1"); });
     world.time.at(at + S, [&] { world.inject(topic::PARAMETER_BEIDOU, std::string(1, '\0')); });
     world.run(static_cast<double>(at / S + 40));
-    EXPECT_EQ(timesInARow(world.terminal.sent, ubx(0x06, 0x00), at), 3 + 4) << at / S;
+    EXPECT_EQ(timesInARow(world.terminal.sent, ubx(0x06, 0x00), at), 2 * 4) << at / S;
   }
 }
 
