@@ -15,6 +15,7 @@ constexpr int64_t EXTRA_DATA_US = 950'000;
 constexpr int64_t FRAME_GAP_US = 950'000;  // for a fix that does not begin a new second
 constexpr int64_t SILENCE_TIMEOUT_US = 1'000'000;
 constexpr int64_t EPOCH_TIMEOUT_US = 1'300'000;
+constexpr int64_t BURST_US = 300'000;  // an epoch that has just begun is not torn
 constexpr size_t MIN_OVERDUE_SENTENCES = 3;
 constexpr size_t MIN_COMPLETE_SENTENCES = 4;
 constexpr size_t MAX_SENTENCES = 100;
@@ -175,7 +176,9 @@ bool EpochAssembly::isFrameDue(int64_t now_us) const {
     const bool new_second = second != -1 && second != m_sent_utc_second;
     return new_second || now_us - m_frame_sent_time_stamp > FRAME_GAP_US;
   }
-  const bool patient = m_complete_published_us != -1 && now_us - m_complete_published_us <= EPOCH_TIMEOUT_US;
+  const bool patient = m_frame_start_time != 0 ? now_us - m_frame_start_time <= BURST_US
+                                               : m_complete_published_us != -1 &&
+                                                     now_us - m_complete_published_us <= EPOCH_TIMEOUT_US;
   return !patient && isTimeoutToSendFrame(now_us);
 }
 

@@ -43,8 +43,9 @@ class EpochAssembly {
   [[nodiscard]] bool isTimeoutToSendFrame(int64_t now_us) const;
   /// True when a frame leaves now. A published fix of a new UTC second does; one whose second has left
   /// already, or that has no date, does so only when more than 0.95 s have passed since the last frame.
-  /// Without a published fix it is isTimeoutToSendFrame(), but not before 1.3 s after a complete epoch was
-  /// published, whether or not its fix left: the next burst may arrive some milliseconds late.
+  /// Without a published fix it is isTimeoutToSendFrame() with patience. The silence after a complete epoch
+  /// counts from 1.3 s after its publication, whether or not its fix left, because the next burst may be
+  /// late. An epoch in progress is given 0.3 s from its first sentence.
   [[nodiscard]] bool isFrameDue(int64_t now_us) const;
   /// The frame counts as sent now; `utc` is the time of the record that was sent.
   void frameSent(int64_t now_us, const std::tm& utc);
