@@ -25,8 +25,8 @@ void GPSDClient::runIcan() {
 
 void GPSDClient::sendFrameUsingIcan() {
   m_data_time_us = GnssUtils::getMicrosecDuration(0);
-  GnssInfo info =
-      m_gnss_ican_observer->takeGnssInfo();  // also without a broker: no date waits for its return
+  // Dates are not queued while the broker is away.
+  GnssInfo info = m_gnss_ican_observer->takeGnssInfo();
   if (m_transport_client->is_connected()) {
     fillTimeZone(info);
     if (m_running) m_publish_mqtt->publishFrame(m_transport_client, info, m_epoch.sentences());

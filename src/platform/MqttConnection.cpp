@@ -52,7 +52,8 @@ bool hung_up(int descriptor) {
   return poll(&watched, 1, 0) == 1 && (watched.revents & (POLLHUP | POLLERR)) != 0;
 }
 
-/// What the peer sent first, for which this waits a little. It stays in the socket for the library to read.
+/// Returns the first bytes of the peer, after a short wait for them. They stay in the socket for the library
+/// to read.
 std::string first_bytes(int descriptor, bool until_writable) {
   pollfd watched{descriptor, static_cast<short>(until_writable ? POLLIN | POLLOUT : POLLIN), 0};
   poll(&watched, 1, static_cast<int>(CONNECTING_STEP.count()));

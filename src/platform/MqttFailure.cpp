@@ -34,8 +34,8 @@ bool breaks_protocol(int code) {
   return code == MOSQ_ERR_PROTOCOL || code == MOSQ_ERR_MALFORMED_PACKET || code == MOSQ_ERR_OVERSIZE_PACKET;
 }
 
-/// The library takes the end of the stream within a packet for a system error: without one, or for TLS with
-/// its own.
+/// The library reports the end of the stream within a packet as a system error, although errno is then 0, or
+/// EPROTO with TLS.
 bool ends_within_packet(int code, int system_error) {
   return code == MOSQ_ERR_ERRNO && (system_error == 0 || system_error == EPROTO);
 }
@@ -76,7 +76,7 @@ MqttFailure explain(MqttError error, const MqttCourse& course) {
   if (course.connack < 0 && (end_of_stream || code == MOSQ_ERR_CONN_LOST)) return unanswered(course.tls);
   if (end_of_stream) return {Kind::unreachable, reason_of(MOSQ_ERR_CONN_LOST, 0)};
   if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) code = course.disconnect;
-  // A broker's whole answer to the login is in one piece of what is encrypted.
+  // A broker sends its whole answer to the login in one TLS record, so a part of one is not a broker's.
   const bool cut = course.tls && ends_within_packet(code, system_error);
   if (course.connack < 0 && (cut || breaks_protocol(code))) return foreign({});
   const auto kind = is_plain_loss(code)                                      ? Kind::unreachable

@@ -19,13 +19,13 @@ struct MqttFailure {
   std::string seen = {};  ///< what the peer sent; may differ each time, and does not make it another reason
 };
 
-/// What a call of the client library returned, with the system's error at that time.
+/// The result of a call of the client library, with the system's error at that time.
 struct MqttError {
   int code;
   int system_error;
 };
 
-/// What else is known of the connection that it ended.
+/// What else is known of the connection that failed.
 struct MqttCourse {
   bool tls;
   int connack;         ///< the answer to the login; -1: there was none

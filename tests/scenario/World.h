@@ -159,7 +159,7 @@ class World {
 
   /// Runs the service for so long and returns what it published. Once.
   std::vector<Published> run(double seconds);
-  /// What the service published so far, oldest first. In real time `at_us` counts from an unknown point.
+  /// All that the service published so far, oldest first. In real time `at_us` counts from an unknown point.
   [[nodiscard]] std::vector<Published> published() const;
   /// Lets a signal come from the bus.
   void inject(const std::string& topic, const std::string& value) const {
