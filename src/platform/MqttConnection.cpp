@@ -12,6 +12,7 @@
 #include <cerrno>
 
 #include "platform/Logging.h"
+#include "platform/MqttBackoff.h"
 #include "platform/Time.h"
 
 namespace ecu::koru::com {
@@ -23,8 +24,6 @@ using std::chrono::milliseconds;
 constexpr auto LOG = logging::module("koru.com.mqtt");
 
 constexpr int KEEP_ALIVE_S = 30;
-constexpr milliseconds FIRST_PAUSE{1000};
-constexpr milliseconds LONGEST_PAUSE{30000};
 constexpr milliseconds ANSWER_LIMIT{10000};  // from the look-up's end to the broker's answer to the login
 constexpr milliseconds GOODBYE_LIMIT{500};
 constexpr milliseconds CONNECTING_STEP{100};  // how soon a stop is noticed while connecting
@@ -129,16 +128,15 @@ bool MqttConnection::prepare() {
 
 void MqttConnection::run() {
   t_delivering = this;
-  milliseconds next_pause = FIRST_PAUSE;
+  MqttBackoff backoff;
   while (!stopping()) {
     if (establish()) {
-      next_pause = FIRST_PAUSE;
+      backoff.connected();
       serve();
     }
     if (stopping()) break;
     m_log.failed(m_failure);
-    pause(next_pause);
-    next_pause = std::min(2 * next_pause, LONGEST_PAUSE);
+    pause(backoff.pause());
   }
   say_goodbye();
   const std::lock_guard lock(m_mutex);
