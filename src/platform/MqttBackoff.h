@@ -13,9 +13,13 @@ class MqttBackoff {
 
   static constexpr Duration FIRST_PAUSE{1000};
   static constexpr Duration LONGEST_PAUSE{30000};
+  /// A broker that accepts every login and soon closes the connection again must not be called every second.
+  static constexpr Duration GOOD_CONNECTION{10000};
 
-  /// The connection was made: the next pause is the first one again.
-  void connected() { m_next = FIRST_PAUSE; }
+  /// A connection was lost after so long: after a good one the next pause is the first one again.
+  void lost_after(Duration time) {
+    if (time >= GOOD_CONNECTION) m_next = FIRST_PAUSE;
+  }
   /// The pause after a failure.
   [[nodiscard]] Duration pause() {
     const Duration now = m_next;

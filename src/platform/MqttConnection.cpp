@@ -131,8 +131,9 @@ void MqttConnection::run() {
   MqttBackoff backoff;
   while (!stopping()) {
     if (establish()) {
-      backoff.connected();
+      const auto connected = Clock::now();
       serve();
+      backoff.lost_after(std::chrono::duration_cast<milliseconds>(Clock::now() - connected));
     }
     if (stopping()) break;
     m_log.failed(m_failure);
