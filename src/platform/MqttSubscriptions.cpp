@@ -18,8 +18,8 @@ constexpr auto LOG = logging::module("koru.com.mqtt");
 
 /// Copies of one message lie next to each other on the wire; later than this it is a new message.
 constexpr std::chrono::milliseconds COPY_GAP{1000};
-/// Retained messages remembered for a subscription.
-constexpr size_t MAX_RETAINED = 1024;
+/// Topics whose last message is remembered for a subscription.
+constexpr size_t MAX_SEEN = 1024;
 
 bool same_owner(const std::weak_ptr<ISubscriptionObserver>& held,
                 const MqttSubscriptions::Observer& observer) {
@@ -77,7 +77,7 @@ std::map<std::string, int> MqttSubscriptions::filters() const {
 void MqttSubscriptions::forget_retained() {
   const std::lock_guard lock(m_mutex);
   m_one_copy = false;
-  for (const auto& entry : m_all) entry->retained_seen.clear();
+  for (const auto& entry : m_all) entry->seen.clear();
 }
 
 void MqttSubscriptions::dispatch(const std::string& topic, const Message& message) {
@@ -91,25 +91,26 @@ void MqttSubscriptions::dispatch(const std::string& topic, const Message& messag
 }
 
 /// Fills m_matching; returns how many different topics of ours match. A retained message comes once for every
-/// SUBSCRIBE that matches it, and each of them may be somebody else's.
+/// SUBSCRIBE that matches it, and each of them may be somebody else's; who got it when it was published, or
+/// for a SUBSCRIBE before, does not get it again.
 size_t MqttSubscriptions::collect(const std::string& topic, const Message& message, size_t hash) {
   std::set<std::string_view> filters;
   const std::lock_guard lock(m_mutex);
   for (const auto& entry : m_all) {
     if (!matches(entry->filter, topic)) continue;
     filters.insert(entry->filter);
-    if (message.retained && is_known(*entry, topic, hash)) continue;
-    if (!message.retained) entry->retained_seen.erase(topic);
-    m_matching.push_back(entry);
+    const bool known = replace_seen(*entry, topic, hash) == hash;
+    if (!message.retained || !known) m_matching.push_back(entry);
   }
   return filters.size();
 }
 
-/// A retained message comes again with every subscription that matches it; only a change is news.
-bool MqttSubscriptions::is_known(Subscription& entry, const std::string& topic, size_t hash) {
-  if (entry.retained_seen.size() >= MAX_RETAINED) entry.retained_seen.clear();
-  const auto [seen, added] = entry.retained_seen.try_emplace(topic, hash);
-  return !added && std::exchange(seen->second, hash) == hash;
+/// The hash of the topic's message before this one.
+std::optional<size_t> MqttSubscriptions::replace_seen(Subscription& entry, const std::string& topic,
+                                                      size_t hash) {
+  if (entry.seen.size() >= MAX_SEEN) entry.seen.clear();
+  const auto [seen, added] = entry.seen.try_emplace(topic, hash);
+  return added ? std::nullopt : std::optional(std::exchange(seen->second, hash));
 }
 
 /// Some brokers send a message once for each of a client's topics that match, others once. Copies follow each

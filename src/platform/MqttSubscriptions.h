@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -39,11 +40,11 @@ class MqttSubscriptions {
     std::weak_ptr<ISubscriptionObserver> observer;
     int qos;
     bool removed = false;
-    std::map<std::string, size_t> retained_seen;  // topic to hash of its last message on this connection
+    std::map<std::string, size_t> seen;  // topic to hash of its last message on this connection
   };
   using Pointer = std::shared_ptr<Subscription>;
 
-  static bool is_known(Subscription& entry, const std::string& topic, size_t hash);
+  static std::optional<size_t> replace_seen(Subscription& entry, const std::string& topic, size_t hash);
   size_t collect(const std::string& topic, const Message& message, size_t hash);
   bool is_copy(const Message& message, size_t hash, size_t filters);
   void call(const Pointer& subscription, const std::string& topic, const Message& message);

@@ -273,6 +273,27 @@ TEST(TransportPeers, AreToldApart) {
   EXPECT_EQ(records(log, "ERROR"), 4U) << log;
 }
 
+TEST(TransportPeers, EachObserverGetsARetainedMessageOnceUntilItChanges) {
+  const auto message = [](bool retained, char text) {
+    return (retained ? "1"s : "0"s) + "\x04\0\x01t"s + text;
+  };
+  std::string answer = "\x20\x02\0\0"s;
+  for (const char text : {'a', 'a', 'b', 'b'}) answer += message(true, text);
+  answer += message(false, 'c') + message(false, 'c');  // it changes, sent for each subscription
+  for (const char text : {'c', 'b', 'b'}) answer += message(true, text);
+  const Peer peer(answer + message(false, '.'), false);
+  const auto client = make_client(peer.port);
+  const std::array observers{std::make_shared<Recorder>(), std::make_shared<Recorder>()};
+  EXPECT_TRUE(client->subscribe("t", observers[0], 0));
+  EXPECT_TRUE(client->subscribe("+", observers[1], 0));
+  EXPECT_TRUE(client->connect());
+  EXPECT_TRUE(client->start());
+  for (const auto& observer : observers) {
+    EXPECT_TRUE(observer->got("t=."));
+    EXPECT_THAT(observer->texts(), ElementsAre("t=a", "t=b", "t=c", "t=b", "t=."));
+  }
+}
+
 TEST(TransportPeers, AreFoundByEitherFamilyOfTheirNamesAddresses) {
   const uint16_t port_of_ipv6 = test::free_port();
   test::Broker broker({"listener " + std::to_string(port_of_ipv6) + " ::1", "allow_anonymous true"});
