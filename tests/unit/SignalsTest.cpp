@@ -147,32 +147,38 @@ TEST(SignalsTest, ValuesAreRoundedToTheNearestRawValue) {
     const char* scale;
     double value;
     int64_t raw;
-  } rows[] = {{32, "(1E-007,-210)", -90, 1'200'000'000},
-              {32, "(1e-7,-210)", 211.1081215, 4'211'081'215},
+    double read = NOT_A_NUMBER;  // of the raw value
+  } rows[] = {{32, "(1E-007,-210)", -90, 1'200'000'000, -90},
+              {32, "(1e-7,-210)", 211.1081215, 4'211'081'215, 211.1081215},
               {32, "(1e-7,-210)", 211.1081216, REFUSED},
               {32, "(1e-7,-210)", -210.00000006, REFUSED},
-              {8, "(1,0)", -0.0, 0},
-              {8, "(1,0)", -0.49, 0},
+              {8, "(1,0)", -0.49, 0, 0},
               {8, "(1,0)", -0.5, REFUSED},
-              {8, "(1,0)", 250.49, 250},
+              {8, "(1,0)", 250.49, 250, 250},
               {8, "(1,0)", 250.5, REFUSED},
-              {8, "(0.1,0)", 0.15, 2},
-              {8, "(-0.5,100)", 90.25, 20},
-              {8, "(0.3333333333333333333,0)", 1, 3},
-              {64, "(1,0)", 0x1p62, INT64_MAX / 2 + 1},
+              {8, "(0.1,0)", 0.15, 2, 0.2},
+              {8, "(0.1,0)", 0.3, 3, 0.3},
+              {8, "(-0.5,100)", 90.25, 20, 90},
+              {16, "(0.0078125,-200)", 301.99, 64'255, 301.9921875},
+              {8, "(0.1,0.0078125)", 0.3, 3, 0.3078125},
+              {8, "(1,0.00000000001)", 7, 7, 7.00000000001},
+              // No decimals of such a factor or offset are exact.
+              {8, "(0.30000000000000004,0)", 0.9, 3, 3 * 0.30000000000000004},
+              {8, "(1,0.30000000000000004)", 3, 3, 3 + 0.30000000000000004},
+              {64, "(1,0)", 0x1p62, INT64_MAX / 2 + 1, 0x1p62},
               {64, "(1,0)", 0x1p64, REFUSED},
               {32, "(1e-7,-210)", 1e305, REFUSED},
               {8, "(1,0)", INFINITE, REFUSED},
               {8, "(1,0)", NOT_A_NUMBER, REFUSED}};
   for (const auto& row : rows) {
+    SCOPED_TRACE(logging::text(row.width, row.scale, row.value));
     OneSignal one(5, row.width, row.scale);
     EXPECT_TRUE(one.group.set_signal_data("s", Bytes((row.width + 7) / 8, 0)));
-    EXPECT_EQ(one.group.set_signal_scaled_value("s", row.value), row.raw != REFUSED)
-        << row.scale << row.value;
+    EXPECT_EQ(one.group.set_signal_scaled_value("s", row.value), row.raw != REFUSED);
     const auto signal = one.group.signal("s");
     EXPECT_EQ(signal->raw(),
-              row.raw != REFUSED ? static_cast<uint64_t>(row.raw) : signal->definition().max_raw())
-        << row.scale << row.value;
+              row.raw != REFUSED ? static_cast<uint64_t>(row.raw) : signal->definition().max_raw());
+    EXPECT_TRUE(row.raw == REFUSED || signal->value_scaled() == row.read) << signal->value_scaled();
   }
 }
 
@@ -197,9 +203,13 @@ TEST(SignalsTest, SystemTopicsHaveOneSignal) {
 
 TEST(SignalsTest, AFileReplacesTheBuiltInDatabase) {
   const test::TempDir folder;
-  const std::string good = folder.write("good.dbc",
-                                        "BO_ 1 STAMP: 2 A\nSG_ s : 0|16@1+ (2,0) [0|0] \"\" A\n"
-                                        "BA_ \"TxTopic\" BO_ 1 \"rt/system/gnss_timestamp_ns\";");
+  const auto of_size = [](size_t size) {
+    const std::string text =
+        "BO_ 1 STAMP: 2 A\nSG_ s : 0|16@1+ (2,0) [0|0] \"\" A\n"
+        "BA_ \"TxTopic\" BO_ 1 \"rt/system/gnss_timestamp_ns\";";
+    return text + std::string(size - text.size(), '\n');
+  };
+  const std::string good = folder.write("good.dbc", of_size(1'048'576));
   SignalAdapter adapter;
   SignalGroup old = adapter.create_sg(topic::VP1_TX);
   {
@@ -214,6 +224,7 @@ TEST(SignalsTest, AFileReplacesTheBuiltInDatabase) {
   const std::pair<std::string, std::string> bad[] = {
       {folder.write("bad\n.dbc", "BO_ 1 M: 8 A\nSG_ s : x"),
        "bad\\x0A.dbc line 2: expected the start bit, found 'x'; the built-in one is used\n"},
+      {folder.write("long.dbc", of_size(1'048'577)), ": the file is longer than 1 MiB; the"},
       {folder.path(), ": this is not a regular file; the"}};
   for (const auto& [path, record] : bad) {
     test::LogCapture log;
@@ -255,14 +266,14 @@ TEST(DbcReaderTest, WhatCannotBeUsedIsNamedWithItsLine) {
       {with("RxTopic\" BO_ 2566845438", "RxTopic\" BO_ 1"), 10, "there is no message with id 1"},
       {with("b : 0;\n", "b : 0"), 11, "expected ';', found the end of the file"},
       {with("\"t/rx\";\n", "\"t/rx\n"), 10, "the string that begins here does not end"},
-      {with("BO_ 2566845438 USED: 8 A\n", "\n"), 4, "a signal without a message before it"},
+      {with("BU_: A B\n", "CM_ \"A\n\nB\";\nSG_ a\n"), 5, "a signal without a message before it"},
+      {with("BA_DEF_", "CM_ \"A\n\nB\"\n\nBA_DEF_"), 10, "expected ';', found the end of the line"},
       {with("BO_ 100", "BA_ \"RxTopic\" BO_ 100 \"o\";\nBO_ 100"), 6, "there is no message with id 100"},
       {with("STRING ;", "STRING ;BA_DEF_DEF_ \"RxTopic\" \"o\";"), 7, "signal x of message OTHER: signed"},
       {with(" SG_ x : 0|8@1- (1,0) [0|1] \"\" B\n", "\n") + "BA_ \"TxTopic\" BO_ 100 \"o\";", 6,
        "message OTHER has a topic and no signal"},
       {GOOD.substr(0, GOOD.find("BA_ ")), 9, "no message has a TxTopic or RxTopic"},
-      {"", 1, "no message has a TxTopic or RxTopic"},
-      {std::string(MAX_DBC_SIZE + 1, ' '), 0, "the file is longer than 1 MiB"}};
+      {"", 1, "no message has a TxTopic or RxTopic"}};
   for (const auto& row : rows) {
     const DbcResult result = parse_dbc(row.text, "f.dbc");
     EXPECT_EQ(result.database, nullptr) << row.reason;
