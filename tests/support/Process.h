@@ -1,20 +1,18 @@
 #pragma once
 
+#include <sys/mman.h>
 #include <sys/types.h>
 
-#include <condition_variable>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 namespace test {
 
-/// A child process with its standard streams on pipes. Its output is read all the time, so it never blocks on
-/// it. Used by one thread. The child is killed and reaped at the end.
+/// A child process that reads from a pipe and writes to files in memory, so it never blocks on its output.
+/// Used by one thread. The child is killed and reaped at the end.
 class Process {
  public:
   struct Options {
@@ -24,8 +22,8 @@ class Process {
 
   /// Starts argv[0] (looked up in PATH when it holds no '/'). Throws std::runtime_error when it cannot be
   /// started.
-  explicit Process(const std::vector<std::string>& argv, const Options& options);
-  explicit Process(const std::vector<std::string>& argv) : Process(argv, Options{}) {}
+  Process(std::vector<std::string> argv, const Options& options);
+  explicit Process(std::vector<std::string> argv) : Process(std::move(argv), Options{}) {}
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
@@ -39,30 +37,24 @@ class Process {
   bool write_stdin(std::string_view text);
   void close_stdin();
 
-  /// The exit status, or 128 + the signal that ended it; nothing when it still runs after `timeout_ms`. out()
-  /// and err() are complete afterwards.
+  /// The exit status, or 128 + the signal that ended it; nothing when it still runs after `timeout_ms`.
   std::optional<int> wait_for_exit(int timeout_ms);
-  /// Waits until `text` stands in out() or err(); false after `timeout_ms` or when both ended without it.
+  /// Waits until `text` stands in out() or err(); false after `timeout_ms` or when the child
+  /// ended without it.
   bool wait_for_output(std::string_view text, int timeout_ms);
 
   /// What the child wrote so far.
-  [[nodiscard]] std::string out() const { return captured(0); }
-  [[nodiscard]] std::string err() const { return captured(1); }
+  [[nodiscard]] std::string out() const;
+  [[nodiscard]] std::string err() const;
 
  private:
-  [[nodiscard]] std::string captured(size_t stream) const;
   bool reap();
-  void read_output(int wake, int out, int err);
 
   pid_t m_pid = -1;
   std::optional<int> m_status;
   int m_stdin = -1;
-  int m_wake = -1;  // closing it ends the reader
-  mutable std::mutex m_mutex;
-  std::condition_variable m_changed;
-  std::string m_output[2];
-  bool m_output_ended = false;
-  std::thread m_reader;
+  const int m_out = memfd_create("out", MFD_CLOEXEC);
+  const int m_err = memfd_create("err", MFD_CLOEXEC);
 };
 
 }  // namespace test

@@ -34,11 +34,7 @@ Shift& shift() {
 }
 
 int real_clock(clockid_t id, timespec* now) {
-  using Function = int(clockid_t, timespec*);
-  // Where a long has 32 bits, the calls with 64-bit time have names of their own; what is defined below gets
-  // them from the headers.
-  static const char* const name = sizeof(long) == sizeof(int64_t) ? "clock_gettime" : "__clock_gettime64";
-  static auto* const next = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+  static auto* const next = reinterpret_cast<decltype(&clock_gettime)>(dlsym(RTLD_NEXT, "clock_gettime"));
   return next(id, now);
 }
 
@@ -66,12 +62,6 @@ int gettimeofday(timeval* now, void*) {
   now->tv_sec = us / US_PER_S;
   now->tv_usec = us % US_PER_S;
   return 0;
-}
-
-time_t time(time_t* now) {
-  const time_t seconds = (real_us() + shift()) / US_PER_S;
-  if (now != nullptr) *now = seconds;
-  return seconds;
 }
 
 int settimeofday(const timeval* now, const struct timezone*) {
