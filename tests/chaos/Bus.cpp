@@ -2,25 +2,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 
 #include "proto/nvxproto.pb.h"
 
 namespace test {
 
-namespace {
-
-constexpr size_t HEADER = 18;
-constexpr size_t SENT_AT = 10;
-
-uint64_t little_endian(const std::string& bytes, size_t at, size_t count) {
-  uint64_t value = 0;
-  for (size_t i = count; i > 0; --i) value = value << 8 | static_cast<unsigned char>(bytes[at + i - 1]);
-  return value;
-}
-
-}  // namespace
-
-Bus::Bus(uint16_t port) : m_client(nullptr), m_port(port) {
+Bus::Bus(uint16_t port) {
   mosquitto_lib_init();
   m_client = mosquitto_new(nullptr, true, this);
   mosquitto_threaded_set(m_client, true);
@@ -30,32 +18,33 @@ Bus::Bus(uint16_t port) : m_client(nullptr), m_port(port) {
   mosquitto_message_callback_set(m_client, [](mosquitto*, void* self, const mosquitto_message* message) {
     static_cast<Bus*>(self)->receive(*message);
   });
-  m_thread = std::thread([this] { run(); });
+  m_thread = std::jthread([this, port](const std::stop_token& stop) {
+    mosquitto_connect(m_client, "127.0.0.1", port, 60);
+    while (!stop.stop_requested()) {
+      if (mosquitto_loop(m_client, 50, 1) == MOSQ_ERR_SUCCESS) continue;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      mosquitto_reconnect(m_client);
+    }
+  });
 }
 
 Bus::~Bus() {
-  m_stop = true;
-  m_thread.join();
+  m_thread = {};
   mosquitto_destroy(m_client);
 }
 
-void Bus::run() {
-  mosquitto_connect(m_client, "127.0.0.1", m_port, 60);
-  while (!m_stop) {
-    if (mosquitto_loop(m_client, 50, 1) == MOSQ_ERR_SUCCESS) continue;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    mosquitto_reconnect(m_client);
-  }
-}
-
 void Bus::receive(const mosquitto_message& message) {
-  const std::string payload(static_cast<const char*>(message.payload),
-                            static_cast<size_t>(message.payloadlen));
-  const std::lock_guard lock(m_mutex);
+  constexpr int HEADER = 18, SENT_AT = 10;  // a little-endian stamp, like this machine's
+  const auto* const bytes = static_cast<const char*>(message.payload);
+  Fix fix;
   ecu::koru::pb::GnssData data;
-  if (payload.size() < HEADER || !data.ParseFromString(payload.substr(HEADER))) return;  // not the service's
-  m_fixes.push_back({static_cast<int64_t>(little_endian(payload, SENT_AT, 8)),
-                     static_cast<int64_t>(data.utc_time_us()), data.status()});
+  if (message.payloadlen < HEADER || !data.ParseFromArray(bytes + HEADER, message.payloadlen - HEADER))
+    return;  // not the service's
+  std::memcpy(&fix.sent_ns, bytes + SENT_AT, sizeof fix.sent_ns);
+  fix.utc_us = static_cast<int64_t>(data.utc_time_us());
+  fix.status = data.status();
+  const std::lock_guard lock(m_mutex);
+  m_fixes.push_back(fix);
 }
 
 bool Bus::publish(const std::string& topic, const std::string& payload) {

@@ -2,7 +2,6 @@
 
 #include <mosquitto.h>
 
-#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -23,9 +22,9 @@ struct Fix {
 class Bus {
  public:
   explicit Bus(uint16_t port);
-  ~Bus();
   Bus(const Bus&) = delete;
   Bus& operator=(const Bus&) = delete;
+  ~Bus();
 
   /// False when it cannot be handed to the broker now.
   bool publish(const std::string& topic, const std::string& payload);
@@ -34,15 +33,12 @@ class Bus {
   [[nodiscard]] int64_t count_since(int64_t boot_ns, int status) const;
 
  private:
-  void run();
   void receive(const mosquitto_message& message);
 
-  mosquitto* m_client;
-  const uint16_t m_port;
-  std::atomic<bool> m_stop{false};
+  mosquitto* m_client = nullptr;
   mutable std::mutex m_mutex;
   std::vector<Fix> m_fixes;
-  std::thread m_thread;
+  std::jthread m_thread;
 };
 
 }  // namespace test

@@ -32,9 +32,9 @@ int make_terminal(const std::string& link) {
 
 }  // namespace
 
-World::World(Setting setting)
-    : m_control(setting.control),
-      m_random(setting.seed),
+World::World(bool control, unsigned seed)
+    : m_control(control),
+      m_random(seed),
       m_device(m_folder / "receiver"),
       m_clock(m_folder.write("clock", std::string(sizeof(int64_t), '\0'))),
       m_broker({"max_queued_messages 1000"}),
@@ -72,12 +72,8 @@ Resources World::resources() const {
     return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(process + folder),
                                              std::filesystem::directory_iterator()));
   };
-  Resources result{entries("/fd"), entries("/task"), 0};
-  std::ifstream status(process + "/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with("VmRSS:")) result.resident_kib = std::stol(line.substr(6));
-  }
-  return result;
+  const std::string status = text_of(process + "/status");
+  return {entries("/fd"), entries("/task"), std::stol(status.substr(status.find("VmRSS:") + 6))};
 }
 
 // --- the broker
@@ -99,23 +95,6 @@ void World::mute_broker() {
   m_mute = std::make_unique<MuteBroker>(m_broker.port());
 }
 
-/// Subscribes to everything, is sent much and reads nothing.
-void World::deaf_subscriber() {
-  m_deaf = connect_to(m_broker.port());
-  const std::string hello = "\x10\x10\0\x04MQTT\x04\x02\0\0\0\x04"s + "deaf" + "\x82\x06\0\x01\0\x01#\0"s;
-  if (write(m_deaf, hello.data(), hello.size()) != static_cast<ssize_t>(hello.size()))
-    throw std::runtime_error("the deaf subscriber is not heard");
-  m_meanwhile = std::make_unique<Meanwhile>([this] {
-    m_bus.publish("rt/other/noise", std::string(60'000, 'x'));
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  });
-}
-
-void World::hear_again() {
-  m_meanwhile.reset();
-  close(std::exchange(m_deaf, -1));
-}
-
 // --- the receiver
 
 void World::start_receiver(const std::vector<std::string>& options) {
@@ -128,7 +107,7 @@ void World::start_receiver(const std::vector<std::string>& options) {
 
 /// Its link must go too: the system gives the terminal's name to the next one who asks, perhaps another test.
 void World::unplug() {
-  m_meanwhile.reset();
+  m_meanwhile = {};
   m_receiver.reset();
   std::filesystem::remove(m_device);
 }
@@ -150,16 +129,12 @@ void World::bad_line() {
 /// The device gives random bytes as fast as they are taken.
 void World::flood() {
   unplug();
-  const auto terminal = std::shared_ptr<int>(new int(make_terminal(m_device)), [](int* fd) {
-    close(*fd);
-    delete fd;
-  });
-  const auto noise = std::make_shared<std::mt19937>(m_random());
-  m_meanwhile = std::make_unique<Meanwhile>([terminal, noise] {
+  const std::shared_ptr<FILE> terminal(fdopen(make_terminal(m_device), "r+"), fclose);
+  meanwhile([fd = fileno(terminal.get()), terminal, noise = std::mt19937(m_random())]() mutable {
     char block[512];
-    for (char& byte : block) byte = static_cast<char>((*noise)() & 0xFF);
-    if (write(*terminal, block, sizeof block) > 0) return;
-    while (read(*terminal, block, sizeof block) > 0) continue;
+    for (char& byte : block) byte = static_cast<char>(noise() & 0xFF);
+    if (write(fd, block, sizeof block) > 0) return;
+    while (read(fd, block, sizeof block) > 0) continue;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   });
 }
@@ -189,7 +164,7 @@ std::string World::any_payload() {
 }
 
 void World::hostile_bytes() {
-  m_meanwhile = std::make_unique<Meanwhile>([this] {
+  meanwhile([this] {
     for (const auto& topic : SUBSCRIBED) m_bus.publish(topic, any_payload());
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   });
@@ -197,7 +172,7 @@ void World::hostile_bytes() {
 
 /// What hostile bytes have switched is switched back.
 void World::calm_down() {
-  m_meanwhile.reset();
+  m_meanwhile = {};
   m_bus.publish("system/gnss/log_config", std::string(3'000'000, 'x'));
   start_unit();
   for (const char* parameter : {"A01F 01", "A020 01", "A021 00", "A022 00", "A060 01"})

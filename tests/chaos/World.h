@@ -14,26 +14,6 @@ namespace test::chaos {
 
 inline constexpr int64_t MS = 1'000'000;  // ns
 
-/// Does something again and again on a thread of its own, until it is destroyed.
-class Meanwhile {
- public:
-  template <typename Function>
-  explicit Meanwhile(Function step)
-      : m_thread([this, step] {
-          while (!m_stop) step();
-        }) {}
-  ~Meanwhile() {
-    m_stop = true;
-    m_thread.join();
-  }
-  Meanwhile(const Meanwhile&) = delete;
-  Meanwhile& operator=(const Meanwhile&) = delete;
-
- private:
-  std::atomic<bool> m_stop{false};
-  std::thread m_thread;
-};
-
 /// What the service has of the system.
 struct Resources {
   size_t descriptors = 0;
@@ -45,11 +25,8 @@ struct Resources {
 /// service among them. Each fault is a pair of functions, its beginning and its end.
 class World {
  public:
-  struct Setting {
-    bool control;  ///< the service configures and supervises the receiver
-    unsigned seed;
-  };
-  explicit World(Setting setting);
+  /// With `control` the service configures and supervises the receiver.
+  World(bool control, unsigned seed);
 
   void start_service();
   /// The exit status of a stop by SIGTERM; nothing when it takes more than two seconds.
@@ -73,8 +50,6 @@ class World {
   void wrong_baud();
   void bad_line();
   void flood();
-  void deaf_subscriber();
-  void hear_again();
   void hostile_bytes();
   void calm_down();
   void step_clock();
@@ -89,6 +64,13 @@ class World {
   [[nodiscard]] int any(int first, int last);
   [[nodiscard]] std::string any_bytes(size_t longest);
   [[nodiscard]] std::string any_payload();
+  /// Does something again and again on a thread of its own, until that is replaced.
+  template <typename Function>
+  void meanwhile(Function step) {
+    m_meanwhile = std::jthread([step = std::move(step)](const std::stop_token& stop) mutable {
+      while (!stop.stop_requested()) step();
+    });
+  }
 
   const bool m_control;
   std::mt19937 m_random;
@@ -101,8 +83,7 @@ class World {
   std::unique_ptr<Process> m_unit;
   std::unique_ptr<Process> m_receiver;
   std::unique_ptr<Process> m_service;
-  std::unique_ptr<Meanwhile> m_meanwhile;
-  int m_deaf = -1;
+  std::jthread m_meanwhile;
 };
 
 }  // namespace test::chaos
