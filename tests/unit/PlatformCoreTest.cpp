@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "platform/Configuration.h"
+#include "platform/Numbers.h"
 #include "platform/PbInternalMessageAdapter.h"
 #include "platform/Time.h"
 #include "proto/nvxproto.pb.h"
@@ -47,6 +48,8 @@ TEST(PlatformTest, ConfigurationReadsKeysAndNamesTheLineThatIsWrong) {
       {"key=1", "1", ""},
       {" \tkey \t=  a b \t\r\n", "a b", ""},
       {"key = \"  a \"", "  a ", ""},
+      {"key = \"a", "\"a", ""},
+      {"key = a\"", "a\"", ""},
       {"key = a=b # no comment", "a=b # no comment", ""},
       {"# key = 1\n;key=2\n\n\r\n", "38400", ""},
       {"key = 1\nkey = 2\nhost = x", "2", ""},
@@ -66,13 +69,17 @@ TEST(PlatformTest, ConfigurationReadsKeysAndNamesTheLineThatIsWrong) {
     std::istringstream input(row.text);
     config::set_config_from_input(configuration, input);
     test::LogCapture log;
-    EXPECT_EQ(configuration->get("key") + configuration->get("absent"), row.value)
-        << row.text.substr(0, 80);
+    EXPECT_EQ(configuration->get("key") + configuration->get("absent"), row.value) << row.text.substr(0, 80);
     EXPECT_EQ(configuration->verify(), row.records == 0 || row.record.starts_with("WARNING")) << row.record;
     const std::string text = log.take();
     EXPECT_THAT(text, HasSubstr(row.record));
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), row.records) << row.record;
   }
+}
+
+TEST(PlatformTest, ANumberThatIsTooLargeLeavesNothingBehind) {
+  EXPECT_THROW(to_u32_base0("99999999999999999999"), std::out_of_range);
+  EXPECT_EQ(to_u32_base0("0xFFFFFFFF"), 0xFFFFFFFF);
 }
 
 TEST(PlatformTest, LogRecordsAreOneLineEach) {

@@ -213,7 +213,7 @@ TEST_F(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
 TEST_F(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
   broker.stop();
   test::LogCapture capture("INFO");
-  client = make_client(broker.port(), {{"connect_timeout_ms", "50"}});
+  client = make_client(broker.port(), {{"connect_timeout_ms", "0x32"}});
   const auto observer = std::make_shared<Recorder>();
   EXPECT_TRUE(client->subscribe("#", observer, 0));
   EXPECT_TRUE(client->connect());
