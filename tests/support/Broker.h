@@ -1,11 +1,9 @@
 #pragma once
 
 #include <signal.h>
+#include <unistd.h>
 
-#include <cstdint>
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "support/Process.h"
 #include "support/Support.h"
@@ -17,16 +15,33 @@ namespace test {
 /// to a further listener that they begin.
 class Broker {
  public:
-  explicit Broker(const std::vector<std::string>& config_lines = {});
+  explicit Broker(const std::vector<std::string>& config_lines = {}) { configure(config_lines); }
   /// Other lines, from the next start() on.
-  void configure(const std::vector<std::string>& config_lines);
+  void configure(const std::vector<std::string>& config_lines) {
+    std::string text = "per_listener_settings true\npersistence false\nlog_dest stderr\nlog_type all\n";
+    if (geteuid() == 0) text += "user root\n";  // it must be able to read the test's files
+    text += "listener " + std::to_string(m_port) + " 127.0.0.1\nallow_anonymous true\n";
+    for (const auto& line : config_lines) text += line + "\n";
+    m_config = m_folder.write("mosquitto.conf", text);
+  }
 
   [[nodiscard]] uint16_t port() const { return m_port; }
   [[nodiscard]] pid_t pid() const { return m_process ? m_process->pid() : -1; }
   /// Starts it (again, on the same port) and waits until it accepts connections; false when it does not.
-  bool start();
+  bool start() {
+    const std::string program = "/usr/sbin/mosquitto";  // not in everybody's PATH
+    m_process = std::make_unique<Process>(
+        std::vector<std::string>{std::filesystem::exists(program) ? program : "mosquitto", "-c", m_config});
+    return eventually([this] { return accepts() || !m_process->running(); }, 10000) && m_process->running();
+  }
   /// Ends it; its connections are closed.
-  void stop();
+  void stop() {
+    if (!m_process) return;
+    thaw();
+    m_process->signal(SIGTERM);
+    m_process->wait_for_exit(5000);
+    m_process.reset();
+  }
   /// Ends it at once, also when it is frozen: what it has not read is gone.
   void kill() { m_process.reset(); }
   /// It keeps its connections, and new ones are accepted by the system, but it no longer answers.
@@ -36,7 +51,13 @@ class Broker {
   [[nodiscard]] std::string log() const { return m_process ? m_process->err() : std::string(); }
 
  private:
-  uint16_t m_port;
+  [[nodiscard]] bool accepts() const {
+    const int descriptor = connect_to(m_port);
+    if (descriptor >= 0) close(descriptor);
+    return descriptor >= 0;
+  }
+
+  const uint16_t m_port = free_port();
   TempDir m_folder;
   std::string m_config;
   std::unique_ptr<Process> m_process;

@@ -3,11 +3,11 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -19,31 +19,6 @@ namespace test {
 
 namespace {
 
-/// 0 or an errno. The child starts with an empty signal mask and default handling, whatever the test set up.
-int spawn(pid_t& pid, std::vector<std::string> argv, int in, int out, int err) {
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, in, STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
-  posix_spawnattr_t attributes;
-  posix_spawnattr_init(&attributes);
-  sigset_t set;
-  sigemptyset(&set);
-  posix_spawnattr_setsigmask(&attributes, &set);
-  for (const int number : {SIGPIPE, SIGHUP, SIGINT, SIGTERM}) sigaddset(&set, number);
-  posix_spawnattr_setsigdefault(&attributes, &set);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-
-  std::vector<char*> words;
-  for (auto& word : argv) words.push_back(word.data());
-  words.push_back(nullptr);
-  const int error = posix_spawnp(&pid, words[0], &actions, &attributes, words.data(), environ);
-  posix_spawnattr_destroy(&attributes);
-  posix_spawn_file_actions_destroy(&actions);
-  return error;
-}
-
 std::string content(int file) {
   struct stat state {};
   fstat(file, &state);
@@ -54,20 +29,29 @@ std::string content(int file) {
 
 }  // namespace
 
-Process::Process(std::vector<std::string> argv, const Options& options) {
+Process::Process(const std::vector<std::string>& argv, const Options& options) {
   std::ignore = ::signal(SIGPIPE, SIG_IGN);  // write_stdin() reports a child that is gone
-  std::vector<std::string> launcher;
-  if (!options.cwd.empty() || !options.env.empty()) launcher.emplace_back("env");
-  if (!options.cwd.empty()) launcher.push_back("--chdir=" + options.cwd);
-  for (const auto& [name, value] : options.env)
-    launcher.push_back(std::string(name).append("=").append(value));
-  argv.insert(argv.begin(), launcher.begin(), launcher.end());
+  // The child starts with default handling, whatever the test set up.
+  std::vector<std::string> words{"env", "--default-signal=PIPE,HUP,INT,TERM"};
+  if (!options.cwd.empty()) words.push_back("--chdir=" + options.cwd);
+  for (const auto& [name, value] : options.env) words.push_back(std::string(name).append("=").append(value));
+  words.insert(words.end(), argv.begin(), argv.end());
+  std::vector<char*> pointers;
+  for (auto& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+
   int in[2];
   if (pipe2(in, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
   m_stdin = in[1];
-  const int error = spawn(m_pid, argv, in[0], m_out, m_err);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, m_out, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, m_err, STDERR_FILENO);
+  const int error = posix_spawnp(&m_pid, pointers[0], &actions, nullptr, pointers.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
   close(in[0]);
-  if (error != 0) throw std::runtime_error("cannot start " + argv[0] + ": " + std::strerror(error));
+  if (error != 0) throw std::runtime_error("cannot start " + argv.at(0) + ": " + std::strerror(error));
 }
 
 Process::~Process() {

@@ -20,10 +20,9 @@ class Process {
     std::map<std::string, std::string> env;  ///< added to the test's own
   };
 
-  /// Starts argv[0] (looked up in PATH when it holds no '/'). Throws std::runtime_error when it cannot be
-  /// started.
-  Process(std::vector<std::string> argv, const Options& options);
-  explicit Process(std::vector<std::string> argv) : Process(std::move(argv), Options{}) {}
+  /// Starts argv[0] (looked up in PATH when it holds no '/'). One that does not exist exits with 127.
+  Process(const std::vector<std::string>& argv, const Options& options);
+  explicit Process(const std::vector<std::string>& argv) : Process(argv, Options{}) {}
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;

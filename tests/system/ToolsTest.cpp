@@ -36,13 +36,6 @@ std::vector<std::string> summaries(const std::string& text) {
   return out;
 }
 
-/// A unit's command that publishes a signal group's 7 or 8 bytes.
-std::string raw_group(const std::string& topic, const std::string& bytes) {
-  const bool whole = bytes.size() == 16;
-  return "raw " + topic + " 09 0100 1200 " + (whole ? "0A" : "09") + "000000 11 0102030405060708 0A" +
-         (whole ? "08" : "07") + bytes + "\n";
-}
-
 class ToolsTest : public testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(broker.start()); }
@@ -104,9 +97,9 @@ TEST_F(ToolsTest, ABridgeJoinsTwoUnits) {
   ASSERT_TRUE(bridge.wait_for_output("carrying 5 groups from 127.0.0.1:" + port + "/a to", PATIENCE_MS));
   test::Process tap({test::program("satnav-tap"), "--json", "--topic", "rt/#", "--port", other_port});
   const auto unit = start_unit();
-  const auto command = raw_group("a/rt/oemcan/tx/p2c1_local", "030103B46B04FF") +
-                       raw_group("a/rt/j1939can/tx/vp1_local", "949ADC99D0144576") +
-                       raw_group("a/rt/oemcan/tx/p2c1_local", "030103B46B04FFFF");
+  const std::string envelope = " 09 0100 1200 0A000000 11 0102030405060708 0A08";
+  const auto command = "raw a/rt/oemcan/tx/p2c1_local FF\nraw a/rt/j1939can/tx/vp1_local" + envelope +
+                       "949ADC99D0144576\nraw a/rt/oemcan/tx/p2c1_local" + envelope + "030103B46B04FFFF\n";
   ASSERT_TRUE(test::eventually(  // until the subscriptions are there
       [&] {
         unit->write_stdin(command);
@@ -140,10 +133,8 @@ TEST_F(ToolsTest, WrongOptionsAreExplained) {
       {{"satnav-tap", "--can-log", "/no/folder/file"}, 1, "cannot write /no/folder/file: No such file"},
       {{"ecu-sim", "--bridge", "localhost", "localhost:0"}, 2, "expected HOST[:PORT][/PREFIX]"},
       {{"ecu-sim", "--file", unit}, 2, "unit.txt line 2: var: expected a variable's name"},
-      {{"gnss-sim", "--baud", "14400"}, 2, "--baud: 14400"},
       {{"gnss-sim", "--fault", "drop=1.5"}, 2, "fault drop: 1.5 is not within 0 to 1"},
       {{"gnss-sim", "--route", route}, 2, "route.csv:2: column lon is not a number: ten"},
-      {{"gnss-sim", "--replay", route}, 2, "holds no RMC sentence"},
       {{"gnss-sim", "--link", unit}, 2, "unit.txt: File exists"},
   };
   for (auto [argv, status, said] : rows) {

@@ -78,7 +78,7 @@ TEST(PlatformTest, ConfigurationReadsKeysAndNamesTheLineThatIsWrong) {
 }
 
 TEST(PlatformTest, ANumberThatIsTooLargeLeavesNothingBehind) {
-  EXPECT_THROW(to_u32_base0("99999999999999999999"), std::out_of_range);
+  EXPECT_THROW(std::ignore = to_u32_base0("99999999999999999999"), std::out_of_range);
   EXPECT_EQ(to_u32_base0("0xFFFFFFFF"), 0xFFFFFFFF);
 }
 

@@ -8,17 +8,13 @@
 
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <functional>
-#include <map>
-#include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
+#include "platform/Logging.h"
 #include "platform/MqttBackoff.h"
+#include "platform/MqttOutbox.h"
 #include "platform/Time.h"
 #include "platform/Transport.h"
 #include "support/Broker.h"
@@ -41,6 +37,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
+namespace logging = ecu::koru::logging;
 using ecu::koru::com::Delivery;
 using ecu::koru::com::ISubscriptionObserver;
 using ecu::koru::com::ITransportClient;
@@ -49,6 +46,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using Keys = std::map<std::string, std::string>;
+using Counts = std::map<std::string, int>;
 
 Message text_message(const std::string& text, bool retained = false) {
   return {1, {text.begin(), text.end()}, true, retained};
@@ -58,7 +56,7 @@ std::shared_ptr<ITransportClient> make_client(uint16_t port, const Keys& keys = 
   static const int library = mosqpp::lib_init();
   EXPECT_EQ(library, 0);
   auto config = std::make_unique<ecu::koru::config::Configuration>();
-  config->set("port", std::to_string(port));
+  config->set("port", logging::text("0x", logging::hex(port)));
   for (const auto& [key, value] : keys) config->set(key, value);
   return create_client(config, ecu::koru::com::TransportType::MQTT);
 }
@@ -73,7 +71,7 @@ class Recorder final : public ISubscriptionObserver {
     {
       const std::lock_guard lock(m_mutex);
       m_texts.push_back(topic + "=" + std::string(message.payload.begin(), message.payload.end()));
-      m_messages.push_back(message);
+      m_last = message;
     }
     if (m_action) m_action(topic, message);
   }
@@ -85,7 +83,7 @@ class Recorder final : public ISubscriptionObserver {
   }
   [[nodiscard]] Message last() const {
     const std::lock_guard lock(m_mutex);
-    return m_messages.back();
+    return m_last;
   }
   [[nodiscard]] bool got(const std::string& text, int timeout_ms = 5000) const {
     return test::eventually([&] { return testing::Value(texts(), testing::Contains(text)); }, timeout_ms);
@@ -95,7 +93,7 @@ class Recorder final : public ISubscriptionObserver {
   Action m_action;
   mutable std::mutex m_mutex;
   std::vector<std::string> m_texts;
-  std::vector<Message> m_messages;
+  Message m_last;
 };
 
 /// Gives each caller the same answer, then closes the connection or keeps it until the caller goes.
@@ -165,17 +163,16 @@ TEST_F(Transport, DeliversEveryMessageOnceToEverySubscription) {
     EXPECT_TRUE(client->subscribe("a/#", all, 0));
     EXPECT_TRUE(client->subscribe("end", one, 0));
     const uint64_t before = ecu::koru::DateTime::time_since_boot_ns();
-    for (const char* text : {"1", "2", "2"}) {
-      EXPECT_EQ(client->publish("a/b", text_message(text)), 0);
-    }
+    EXPECT_EQ(client->publish("a/b", text_message("1")), 0);
+    std::this_thread::sleep_for(1050ms);  // long enough for the next one not to be a copy
+    for (const char* text : {"1", "2", "2"}) EXPECT_EQ(client->publish("a/b", text_message(text)), 0);
     EXPECT_EQ(client->publish("other", text_message("x")), 0);
     EXPECT_EQ(client->publish("end", text_message("")), 0);
     ASSERT_TRUE(one->got("end="));
-    EXPECT_THAT(one->texts(), ElementsAre("a/b=1", "a/b=2", "a/b=2", "end="));
+    EXPECT_THAT(one->texts(), ElementsAre("a/b=1", "a/b=1", "a/b=2", "a/b=2", "end="));
     // Three subscriptions of the same observer: each gets each message once, the retained one by two of them.
-    EXPECT_THAT(all->texts(),
-                testing::UnorderedElementsAre("a/old=kept", "a/old=kept", "a/b=1", "a/b=1", "a/b=1", "a/b=2",
-                                              "a/b=2", "a/b=2", "a/b=2", "a/b=2", "a/b=2"));
+    for (const auto& [text, times] : Counts{{"a/old=kept", 2}, {"a/b=1", 6}, {"a/b=2", 6}})
+      EXPECT_THAT(all->texts(), testing::Contains(text).Times(times));
     EXPECT_TRUE(one->last().valid);
     EXPECT_FALSE(one->last().retained);
     EXPECT_GE(one->last().timestamp_ns, before);
@@ -213,7 +210,7 @@ TEST_F(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
 TEST_F(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
   broker.stop();
   test::LogCapture capture("INFO");
-  client = make_client(broker.port(), {{"connect_timeout_ms", "0x32"}});
+  client = make_client(broker.port(), {{"connect_timeout_ms", "50"}});
   const auto observer = std::make_shared<Recorder>();
   EXPECT_TRUE(client->subscribe("#", observer, 0));
   EXPECT_TRUE(client->connect());
@@ -312,6 +309,24 @@ TEST(TransportBackoff, DoublesTo30SecondsAndBeginsAgainAfterAGoodConnection) {
     for (const auto pause : {1s, 2s, 4s, 8s, 16s, 30s, 30s})
       EXPECT_EQ(backoff.pause(), lasted < 10s ? 30s : pause) << lasted.count();
   }
+}
+
+TEST(TransportOutbox, AcceptsNothingBehindOldMessages) {
+  ecu::koru::com::MqttOutbox outbox;
+  const ecu::koru::com::MqttOutbox::Time start;
+  const auto accepts_until = [&](bool blocked, std::chrono::milliseconds last) {
+    outbox.set_blocked(blocked);
+    return outbox.accepts(start + last) && !outbox.accepts(start + last + 1ms);
+  };
+  for (int i = 0; i < 255; ++i) outbox.taken(i, start + i * 1ms);
+  EXPECT_TRUE(accepts_until(true, 50ms));
+  EXPECT_TRUE(accepts_until(false, 1000ms));
+  outbox.written(99);
+  EXPECT_TRUE(accepts_until(true, 150ms));
+  for (int i = 0; i < 101; ++i) outbox.taken(300 + i, start + 255ms);
+  EXPECT_FALSE(outbox.accepts(start)) << "256 messages";
+  outbox.written(400);
+  EXPECT_TRUE(outbox.accepts(start + 1h));
 }
 
 TEST_F(Transport, DropsFixesWhileTheBrokerTakesNone) {
