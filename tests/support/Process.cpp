@@ -68,13 +68,7 @@ void Process::signal(int number) {
 }
 
 bool Process::write_stdin(std::string_view text) {
-  while (!text.empty() && m_stdin >= 0) {
-    const ssize_t written = ::write(m_stdin, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    text.remove_prefix(static_cast<size_t>(written));
-  }
-  return text.empty();
+  return ::write(m_stdin, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
 void Process::close_stdin() {
