@@ -24,26 +24,14 @@ constexpr int64_t HOUR = 3600;
 constexpr int64_t DAY = 24 * HOUR;
 constexpr int64_t BOOT_NS = 1'000'000'000'000;  // of the world, at its start
 
-/// What the receiver makes of a second.
-enum class Kind {
-  full,
-  no_fix,  // the sentences hold the time only
-  silent,  // no byte
-  no_rmc,  // no date, no status
-  no_gst   // closed by time
-};
+/// What the receiver makes of a second: without a fix its sentences hold the time only.
+enum class Kind { full, no_fix, silent };
 
-/// A quarter of an hour with a tunnel, a receiver that is silent, and epochs that lack something.
+/// A quarter of an hour with a tunnel and a receiver that is silent.
 Kind kindOf(int64_t second) {
   const int64_t at = second % 907;
   if (at >= 300 && at < 345) return Kind::no_fix;
-  if (at >= 500 && at < 520) return Kind::silent;
-  if (at < 600 || at >= 640 || at % 2 != 0) return Kind::full;
-  return at % 4 == 0 ? Kind::no_rmc : Kind::no_gst;
-}
-
-bool isDated(Kind kind) {
-  return kind == Kind::full || kind == Kind::no_gst;
+  return at >= 500 && at < 520 ? Kind::silent : Kind::full;
 }
 
 /// A drive of so many seconds from a moment on, after a unit's uptime of so much.
@@ -90,12 +78,9 @@ class DrivingReceiver final : public BufferedSource {
     return fix;
   }
   [[nodiscard]] std::string bytesOf(int64_t second) const {
-    const Kind kind = kindOf(second);
-    if (kind == Kind::silent) return {};
-    const std::string left_out = kind == Kind::no_rmc ? "RMC" : kind == Kind::no_gst ? "GST" : "none";
+    if (kindOf(second) == Kind::silent) return {};
     std::string bytes;
     for (const std::string& sentence : sim::epoch_sentences(fixOf(second), m_options)) {
-      if (sentence.substr(3, 3) == left_out) continue;
       bytes += m_drive.isLeapSecond(second) ? atSecond60(sentence) : sentence;
     }
     return bytes;
@@ -117,7 +102,7 @@ class Listener final : public com::ISubscriptionObserver {
  public:
   explicit Listener(const Drive& drive) : m_drive(drive) {
     for (int64_t second = 0; second < drive.seconds; ++second) {
-      if (isDated(kindOf(second))) m_dated.push_back(second);
+      if (kindOf(second) == Kind::full) m_dated.push_back(second);
     }
   }
 
@@ -130,9 +115,9 @@ class Listener final : public com::ISubscriptionObserver {
     std::map<Kind, int64_t> counts;
     for (int64_t second = 0; second < m_drive.seconds; ++second) ++counts[kindOf(second)];
     EXPECT_EQ(m_statuses[2], counts[Kind::no_fix]);
-    // Beside the epochs without RMC the silence: each second of it once, but for the first one's patience.
-    EXPECT_LE(m_statuses[1], counts[Kind::no_rmc] + counts[Kind::silent]);
-    EXPECT_GE(m_statuses[1], counts[Kind::no_rmc] + counts[Kind::silent] * 8 / 10);
+    // Each second of the silence once, but for the first one's patience.
+    EXPECT_LE(m_statuses[1], counts[Kind::silent]);
+    EXPECT_GE(m_statuses[1], counts[Kind::silent] * 8 / 10);
   }
 
  private:
@@ -146,7 +131,7 @@ class Listener final : public com::ISubscriptionObserver {
   }
   /// A whole epoch is sent with its last byte.
   [[nodiscard]] bool isLate(int64_t second) const {
-    return kindOf(second) == Kind::full && time_source().boot_ns() > burstNs(second) + 10'000'000;
+    return time_source().boot_ns() > burstNs(second) + 10'000'000;
   }
   void takeFix(const com::Message& message) {
     const auto fix = com::PbInternalMessageAdapter<pb::GnssData>(1).deserialize(message).body;

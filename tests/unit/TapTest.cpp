@@ -8,18 +8,6 @@
 using namespace ecu::koru;
 using testing::HasSubstr;
 
-namespace {
-
-/// What is shown of a signal group's message.
-std::string line_of(std::string_view topic, std::string_view value) {
-  pb::RtSignal body;
-  body.set_value(value.data(), value.size());
-  const auto message = com::PbInternalMessageAdapter<pb::RtSignal>(1).serialize(body).message;
-  return tap::human_line({.topic = topic, .payload = message.payload}, true);
-}
-
-}  // namespace
-
 // Nothing that came from outside may reach the terminal as a control character, or pass for a line of its
 // own.
 TEST(TapTest, CannotBeMadeToForgeALine) {
@@ -31,7 +19,10 @@ TEST(TapTest, CannotBeMadeToForgeALine) {
               {"rt/\x1B\n", "\n", "rt/\\x1B\\x0A ["},
               {"rt/x", std::string(1000, 'A'), "4141...\n"}};
   for (const auto& row : rows) {
-    const std::string line = line_of(row.topic, row.value);
+    pb::RtSignal body;
+    body.set_value(row.value);
+    const auto message = com::PbInternalMessageAdapter<pb::RtSignal>(1).serialize(body).message;
+    const std::string line = tap::human_line({.topic = row.topic, .payload = message.payload}, true);
     EXPECT_THAT(line, HasSubstr(row.shown));
     EXPECT_EQ(line.find('\n'), line.size() - 1);
     EXPECT_EQ(line.find('\x1B'), std::string::npos);
