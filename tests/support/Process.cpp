@@ -37,6 +37,7 @@ Process::Process(const std::vector<std::string>& argv, const Options& options) {
   for (const auto& [name, value] : options.env) words.push_back(std::string(name).append("=").append(value));
   words.insert(words.end(), argv.begin(), argv.end());
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (auto& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
 
