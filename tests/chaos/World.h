@@ -160,7 +160,7 @@ class World {
   void blackout() { m_unit->write_stdin("blackout on\n"); }
   /// The receiver hears its reset line.
   void wake_up() {
-    const auto pulses = [this] { return occurrences(text_of(m_folder / "log"), "gpio197/value 31"); };
+    const auto pulses = [this] { return occurrences(text_of(m_folder / "gpio197/value"), "1"); };
     const size_t before = pulses();
     m_unit->write_stdin("blackout off\n");
     if (m_control && eventually([&] { return pulses() > before; }, 3000)) m_receiver->write_stdin("reset\n");

@@ -9,7 +9,7 @@ using test::PATIENCE_MS;
 using test::text_of;
 using testing::HasSubstr;
 
-class SatnavdControl : public test::SatnavdTest {};
+using SatnavdControl = test::SatnavdTest;
 
 TEST_F(SatnavdControl, FindsTheReceiverAtAnotherRateAndSetsIt) {
   constexpr int HUNT_MS = 50'000;
@@ -18,21 +18,17 @@ TEST_F(SatnavdControl, FindsTheReceiverAtAnotherRateAndSetsIt) {
   const auto simulator = receiver({"--baud", "57600", "--trace", trace});
   test::Tap tap(broker);
   const auto service = satnavd("disable_hw_init = false\n");
-  const auto before = test::clock_ns(CLOCK_BOOTTIME);
   const auto is_set = [&] {
     return text_of(trace).find(" host> CFG-PRT UART1 38400 baud") != std::string::npos;
   };
   ASSERT_TRUE(test::eventually(is_set, HUNT_MS)) << text_of(trace);
-  EXPECT_GT(test::clock_ns(CLOCK_BOOTTIME) - before, 10'000'000'000);
   EXPECT_EQ(test::occurrences(service->err(), "Change Baud rate from 57600 to 38400"), 1U) << service->err();
   EXPECT_TRUE(tap.gets(3, test::VALID));
   EXPECT_THAT(text_of(trace), HasSubstr("-- speed 38400"));
   EXPECT_THAT(text_of(trace), testing::Not(HasSubstr("reset")));
 }
 
-class SatnavdSpi : public test::SatnavdTest {};
-
-TEST_F(SatnavdSpi, UnitN2ReadsItsReceiver) {
+TEST_F(SatnavdControl, UnitN2ReadsItsReceiver) {
   publish_unit({"--var", "hwversion=n2"});
   test::Tap tap(broker);
   std::filesystem::create_directories(folder / "gpio124");
@@ -46,9 +42,8 @@ TEST_F(SatnavdSpi, UnitN2ReadsItsReceiver) {
       << service->err();
   EXPECT_TRUE(tap.gets(20, test::VALID)) << service->err();
   for (const auto& fix : tap.fixes()) EXPECT_GE(fix["body"]["nmea"].size(), 4U);
-  const std::string written = text_of(folder / "log");
-  EXPECT_THAT(written, HasSubstr("gpio124/direction 696e00\n"));
-  EXPECT_THAT(written, HasSubstr("gpio124/edge 66616c6c696e6700\n"));
+  EXPECT_EQ(text_of(folder / "gpio124/direction"), std::string("in", 3));
+  EXPECT_EQ(text_of(folder / "gpio124/edge"), std::string("falling", 8));
   EXPECT_THAT(service->err(), testing::Not(HasSubstr(" ERROR ")));
   service->signal(SIGTERM);
   EXPECT_EQ(service->wait_for_exit(2000), 0);
