@@ -1,14 +1,16 @@
-// The receiver's configuration over a scripted receiver: which frames are sent, in which order, and what bad
+// Receiver control over a scripted receiver: which frames are sent, in which order and when, and what bad
 // answers do.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdio>
+#include <fstream>
+#include <sstream>
 #include <thread>
 
-#include "nmea/GnssUtils.h"
+#include "nmea/HexDump.h"
+#include "platform/PbInternalMessageAdapter.h"
 #include "platform/Topics.h"
 #include "scenario/World.h"
 #include "support/LogCapture.h"
@@ -17,27 +19,60 @@ namespace {
 
 using namespace ecu::koru;
 using namespace test;
-using testing::ElementsAre;
+using namespace testing;
 
 constexpr int64_t MS = 1000;
 constexpr int64_t S = 1'000'000;
+const std::string NOT_AVAILABLE(8, '\xFF'), YES(1, '\1'), NO(1, '\0');
 
-/// "06 00" of a frame: class and id; "06 00 poll" without payload.
-std::string kind(const std::string& frame) {
-  char text[24];
-  static_cast<void>(std::snprintf(text, sizeof text, "%02X %02X%s", static_cast<uint8_t>(frame[2]),
-                                  static_cast<uint8_t>(frame[3]), frame.size() == 8 ? " poll" : ""));
-  return text;
+/// CFG-PRT of UART 1 at a rate: what the receiver answers, and what sets it.
+std::string port(unsigned baud) {
+  std::string payload = bytes("01 00 00 00 C0 08 00 00 00 00 00 00 07 00 03 00 00 00 00 00");
+  for (size_t i = 0; i < 4; ++i) payload[8 + i] = static_cast<char>(baud >> 8 * i & 0xFF);
+  return ubx(0x06, 0x00, payload);
 }
 
-/// A receiver that sends an epoch a second and answers frames as it is told: the answer to each kind of
-/// frame.
+/// CFG-GNSS of a receiver that can do all systems, those enabled whose gnssId is named.
+std::string systems(const std::string& enabled) {
+  std::string payload = bytes("00 20 20 07");
+  for (char id = 0; id < 7; ++id) {
+    const bool on = enabled.find(static_cast<char>('0' + id)) != std::string::npos;
+    payload += std::string{id, 8, 16, 0, on ? '\1' : '\0', 0, id, 1};
+  }
+  return ubx(0x06, 0x3E, payload);
+}
+
+const std::string SUPPLY_ON = ubx(0x06, 0x13, bytes("1F 00 F0 B9"));
+const std::string SUPPLY_OFF = ubx(0x06, 0x13, bytes("0E 00 F0 B9"));
+
+/// A frame's name; without one class, id and payload in hexadecimal.
+std::string name(const std::string& frame) {
+  static const std::map<std::string, std::string> NAMES{
+      {ubx(0x06, 0x00), "port"},
+      {ubx(0x0A, 0x28), "capable"},
+      {ubx(0x06, 0x13), "antenna"},
+      {ubx(0x06, 0x3E), "systems"},
+      {SUPPLY_ON, "on"},
+      {SUPPLY_OFF, "off"},
+      {ubx(0x06, 0x09, bytes("00 00 00 00 00 04 00 00 00 00 00 00 07")), "save"},
+      {ubx(0x02, 0x41, bytes("00 00 00 00 00 00 00 00 06 00 00 00 00 00 00 00")), "standby"},
+      {ubx(0x06, 0x04, bytes("00 00 08 00")), "stop"}};
+  if (const auto known = NAMES.find(frame); known != NAMES.end()) return known->second;
+  const std::string body = frame.substr(2, 2) + frame.substr(6, frame.size() - 8);
+  const auto* const bytes = reinterpret_cast<const uint8_t*>(body.data());
+  const std::string intact = ubx(bytes[0], bytes[1], body.substr(2));
+  return (frame == intact ? "" : "corrupt ") +
+         gpspub::hexDumpMessage(bytes, static_cast<int>(body.size()), 0, 0, false);
+}
+
+/// A receiver that sends an epoch a second and answers frames as it is told, each by its name.
 class ScriptedReceiver final : public Script {
  public:
-  explicit ScriptedReceiver(std::map<std::string, std::string> answers) : m_answers(std::move(answers)) {}
+  using Answers = std::map<std::string, std::string>;
+  explicit ScriptedReceiver(Answers its_answers) : answers(std::move(its_answers)) {}
   void advance_to(int64_t now_us) override {
     for (; m_next_epoch_us <= now_us; m_next_epoch_us += S) {
-      if (epochs) add(m_next_epoch_us, epoch(static_cast<int>(m_next_epoch_us / S % 60)) + extra);
+      if (epochs) add(m_next_epoch_us, epoch(static_cast<int>(m_next_epoch_us / S % 60)));
     }
     m_now_us = now_us;
     Script::advance_to(now_us);
@@ -46,360 +81,400 @@ class ScriptedReceiver final : public Script {
     return std::min(m_next_epoch_us, Script::next_byte_us());
   }
   void write(std::span<const uint8_t> frame) override {
-    const std::string kind_of = kind({frame.begin(), frame.end()});
-    if (ignored[kind_of]-- > 0) return;
-    if (nakked[kind_of]-- > 0) {
+    const std::string named = name({frame.begin(), frame.end()});
+    if (ignored[named]-- > 0) return;
+    const auto answer = answers.find(named);
+    if (nakked[named]-- > 0 || (nak && answer == answers.end())) {
       add(m_now_us + 20 * MS, ubx(0x05, 0x00, bytes("06 13")));
-      return;
+    } else if (answer != answers.end()) {
+      add(m_now_us + 20 * MS, answer->second);
     }
-    const auto answer = m_answers.find(kind_of);
-    if (answer != m_answers.end()) add(m_now_us + 20 * MS, answer->second);
-    if (answer == m_answers.end() && nak) add(m_now_us + 20 * MS, ubx(0x05, 0x00, bytes("06 00")));
   }
   void set_host_baud(unsigned baud) override { host_bauds.push_back(baud); }
 
+  Answers answers;
   bool epochs = true;
-  bool nak = false;
-  std::map<std::string, int> nakked;   // so many of a kind, before one is answered
+  bool nak = false;                    // whatever has no answer
+  std::map<std::string, int> nakked;   // so many, before one is answered
   std::map<std::string, int> ignored;  // likewise
-  std::string extra;                   // behind every epoch
   std::vector<unsigned> host_bauds;
 
  private:
-  std::map<std::string, std::string> m_answers;
   int64_t m_next_epoch_us = 300 * MS;
   int64_t m_now_us = 0;
 };
 
-const std::string PORT_38400 = "01 00 00 00 C0 08 00 00 00 96 00 00 07 00 03 00 00 00 00 00";
-const std::string PORT_9600 = "01 00 00 00 C0 08 00 00 80 25 00 00 07 00 03 00 00 00 00 00";
-// Supported GPS, GLONASS, BeiDou, Galileo; enabled GPS and GLONASS; three at a time.
-const std::string MON_GNSS = "00 0F 03 03 03 00 00 00";
-// Three systems and two augmentations: GPS on, SBAS on, Galileo off, QZSS on, GLONASS on.
-const std::string CFG_GNSS =
-    "00 20 20 05 00 08 10 00 01 00 01 01 01 01 03 00 01 00 01 01 02 04 08 00 00 00 01 01"
-    "05 00 03 00 01 00 01 01 06 08 0E 00 01 00 01 01";
+/// Able to do GPS, GLONASS, BeiDou and Galileo; GPS, GLONASS, SBAS and QZSS are enabled.
+const ScriptedReceiver::Answers GOOD{{"port", port(38400)},
+                                     {"capable", ubx(0x0A, 0x28, bytes("00 0F 03 03 03 00 00 00"))},
+                                     {"antenna", SUPPLY_OFF},
+                                     {"systems", systems("0156")}};
 
-std::map<std::string, std::string> goodAnswers() {
-  return {{"06 00 poll", ubx(0x06, 0x00, bytes(PORT_38400))},
-          {"0A 28 poll", ubx(0x0A, 0x28, bytes(MON_GNSS))},
-          {"06 13 poll", ubx(0x06, 0x13, bytes("0E 00 F0 B9"))},
-          {"06 3E poll", ubx(0x06, 0x3E, bytes(CFG_GNSS))}};
-}
+const ScriptedReceiver::Answers MUTE;
 
-/// What was sent, each frame once however often it was repeated.
-std::vector<std::string> withoutResends(const std::vector<Sent>& sent) {
-  std::vector<std::string> frames;
-  for (const Sent& each : sent) {
-    if (frames.empty() || frames.back() != each.bytes) frames.push_back(each.bytes);
+/// The service with a scripted receiver; times in seconds.
+struct Scene {
+  explicit Scene(const ScriptedReceiver::Answers& answers = GOOD, const World::Options& options = {})
+      : receiver(answers), world(receiver, options) {
+    world.service->enableMqttSystemSelection();
   }
-  return frames;
-}
+  void at(double s, std::function<void()> action) {
+    world.time.at(static_cast<int64_t>(s * S), std::move(action));
+  }
+  /// A signal comes from the bus.
+  void signal(double s, const std::string& topic, char value) {
+    at(s, [=, this] { world.inject(topic, std::string(1, value)); });
+  }
+  /// A frame comes from the receiver unasked.
+  void comes(double s, const std::string& frame) { receiver.add(static_cast<int64_t>(s * S), frame); }
+  /// The names of what was sent in that time; `once` however often a frame was repeated.
+  [[nodiscard]] std::string sent(double from_s = 0, double to_s = 1e6, bool once = false) const {
+    std::string names, last;
+    for (const Sent& each : world.terminal.sent) {
+      const double at_s = static_cast<double>(each.at_us) / S;
+      if (at_s < from_s || at_s >= to_s || (once && each.bytes == last)) continue;
+      names += (names.empty() ? "" : " ") + name(last = each.bytes);
+    }
+    return names;
+  }
+  /// The signals that the service sent on a topic in that time.
+  [[nodiscard]] std::vector<std::string> signals(const std::string& topic, double from_s, double to_s) const {
+    std::vector<std::string> values;
+    for (const auto& record : world.bus->records()) {
+      const double at_s = static_cast<double>(record.steady_ns) / 1e9 - 1000;
+      if (record.topic == topic && at_s >= from_s && at_s < to_s) values.push_back(valueOf(record.message));
+    }
+    return values;
+  }
 
-std::string message(uint8_t cls, uint8_t id, uint8_t rate) {
-  return ubx(0x06, 0x01,
-             std::string{static_cast<char>(cls), static_cast<char>(id), 0, static_cast<char>(rate), 0, 0,
-                         static_cast<char>(rate), 0});
-}
+  ScriptedReceiver receiver;
+  World world;
+};
 
 TEST(ReceiverControl, SendsItsFramesInOrderWithTheirChecksums) {
-  ScriptedReceiver receiver(goodAnswers());
-  World world(receiver);
-  auto& config = world.service->ubloxConfig();
+  Scene scene;
+  auto& config = scene.world.service->ubloxConfig();
   config.setGnssSystemRequested(0x09);  // GPS and Galileo
   config.setMeasurementPeriod(250);
   config.setRawCmdPost({bytes("B5 62 06 31 00 00 FF FF")});
-  world.run(400);
-  const std::string port = ubx(0x06, 0x00);
-  const std::string antenna_poll = ubx(0x06, 0x13);
-  const std::string antenna_on = ubx(0x06, 0x13, bytes("1F 00 F0 B9"));
-  const std::string mon_gnss = ubx(0x0A, 0x28);
-  std::string selected = bytes(CFG_GNSS);
-  selected[4 + 2 * 8 + 4] = 1;  // Galileo on
-  selected[4 + 4 * 8 + 4] = 0;  // GLONASS off
-  const std::vector<std::string> expected{
-      port,  // the second poll is the same frame
-      mon_gnss,
-      antenna_poll,
-      antenna_on,
-      antenna_poll,
-      antenna_on,
-      antenna_poll,
-      antenna_on,
-      message(0x01, 0x21, 1),
-      message(0xF0, 0x02, 1),
-      message(0xF0, 0x03, 1),
-      message(0xF0, 0x04, 1),
-      message(0xF0, 0x07, 1),
-      message(0xF0, 0x05, 0),
-      message(0xF0, 0x06, 0),
-      message(0xF0, 0x08, 0),
-      message(0xF0, 0x01, 0),
-      message(0x0A, 0x09, 5),
-      ubx(0x06, 0x3E),
-      ubx(0x06, 0x11, bytes("00 00")),
-      ubx(0x06, 0x24,
-          bytes("FF FF 04 03 50 C3 00 00 88 13 00 00 05 3C FA 00 FA 00 64 00 2C 01 32 00 00 00 00 00"
-                "00 00 00 00 00 00 00 00")),
-      message(0xF0, 0x00, 1),
-      ubx(0x06, 0x17, bytes("0F 40 00 02 00 00 00 00 00 00 00 01 00 00 00 00 00 00 00 00")),
-      ubx(0x0A, 0x04),
-      ubx(0x06, 0x3E, selected),
-      mon_gnss,
-      ubx(0x06, 0x3E),
-      mon_gnss,
-      ubx(0x06, 0x31),
-      mon_gnss,  // four steps without a raw command
-      ubx(0x06, 0x08, bytes("FA 00 01 00 01 00"))};
-  EXPECT_EQ(withoutResends(world.terminal.sent), expected);
-  EXPECT_THAT(receiver.host_bauds, ElementsAre(38400));
-  EXPECT_THAT(world.terminal.opens_us, testing::SizeIs(1));
+  std::string version(40 + 134 * 30, '\0');
+  version.replace(0, 4, "SW 1").replace(30, 4, "HW 2").append("the 135th" + std::string(21, '\0'));
+  scene.comes(1, ubx(0x0A, 0x04, version));
+  LogCapture log;
+  scene.world.run(400);
+  EXPECT_THAT(log.take(), AllOf(HasSubstr(" INFO koru.gpspub: Ublox Gnss: swVersion SW 1, hwVersion HW 2, "),
+                                HasSubstr(", the 135th\n"), HasSubstr(" NOTICE koru.gpspub: Changing from"),
+                                HasSubstr(". Now initialised\n"), Not(HasSubstr(" DEBUG "))));
+  EXPECT_EQ(scene.sent(0, 400, true),
+            "port capable antenna on antenna on antenna on "
+            "06010121000100000100 0601F002000100000100 0601F003000100000100 0601F004000100000100 "
+            "0601F007000100000100 0601F005000000000000 0601F006000000000000 0601F008000000000000 "
+            "0601F001000000000000 06010A09000500000500 systems 06110000 "
+            "0624FFFF040350C3000088130000053CFA00FA0064002C013200000000000000000000000000 "
+            "0601F000000100000100 06170F40000200000000000000010000000000000000 0A04 " +
+                name(systems("0125")) + " capable systems capable 0631 capable 0608FA0001000100");
+  EXPECT_THAT(scene.receiver.host_bauds, ElementsAre(38400));
 }
 
 TEST(ReceiverControl, NothingThatTheReceiverAnswersStopsPublication) {
-  const std::string one_baud = "01 00 00 00 C0 08 00 00 01 00 00 00 07 00 03 00 00 00 00 00";
-  struct {
-    const char* name;
-    std::map<std::string, std::string> answers;
-    bool nak = false;
-    bool trusted = false;
-  } const cases[]{
-      {"NAKs everything", {}, true},
-      {"NAKs all but the port", {{"06 00 poll", ubx(0x06, 0x00, bytes(PORT_38400))}}, true, true},
-      {"answers nothing but NMEA", {}},
-      {"one baud", {{"06 00 poll", ubx(0x06, 0x00, bytes(one_baud))}}},
-      {"short answers",
-       {{"06 00 poll", ubx(0x06, 0x00, "x") + ubx(0x06, 0x24) + ubx(0x06, 0x77) + ubx(0x0A, 0x09) +
-                           ubx(0x0A, 0x28) + ubx(0x0A, 0x77) + ubx(0x06, 0x3E) + ubx(0x77, 0x01)}}}};
-  for (const auto& c : cases) {
-    ScriptedReceiver receiver(c.answers);
-    receiver.nak = c.nak;
-    World world(receiver);
-    bool trusted = false;  // at the end; leaving the loop forgets the port
-    world.time.at(599 * S, [&] { trusted = world.service->ubloxConfig().isPortConfirmed(); });
-    const auto published = world.run(600);
-    const auto valid = std::count_if(published.begin(), published.end(),
-                                     [](const Published& each) { return each.data.status() == 3; });
-    EXPECT_GE(valid, 598) << c.name;
-    EXPECT_TRUE(trusted || !c.trusted) << c.name;
+  const std::string short_answers = ubx(0x06, 0x00, "x") + ubx(0x06, 0x24) + ubx(0x06, 0x77) +
+                                    ubx(0x0A, 0x09) + ubx(0x0A, 0x28) + ubx(0x0A, 0x77) + ubx(0x06, 0x3E) +
+                                    ubx(0x77, 0x01);
+  for (const auto& answers : {MUTE, {{"port", port(38400)}}, {{"port", short_answers}}}) {
+    for (const bool nak : {false, true}) {
+      Scene scene(answers, {.hwversion = "zpt"});
+      scene.receiver.nak = nak;  // everything else
+      const auto published = scene.world.run(300);
+      const auto valid = std::count_if(published.begin(), published.end(),
+                                       [](const Published& each) { return each.data.status() == 3; });
+      EXPECT_GE(valid, 298);
+      const bool trusted = scene.world.sentOn(topic::VP1_TX).back() != NOT_AVAILABLE;
+      EXPECT_EQ(trusted, answers.contains("port") && answers.at("port") == port(38400));
+    }
   }
 }
 
+// A rate is tried with four polls, for five periods.
 TEST(ReceiverControl, HuntsTheBaudRateAndPulsesTheResetAtEvery19thChange) {
-  ScriptedReceiver receiver({});
-  receiver.epochs = false;
-  World world(receiver);
-  world.run(19 * 15 + 20);
-  ASSERT_GE(receiver.host_bauds.size(), 20U);
-  EXPECT_THAT(std::vector(receiver.host_bauds.begin(), receiver.host_bauds.begin() + 7),
-              ElementsAre(38400, 57600, 115200, 19200, 9600, 38400, 57600));
-  EXPECT_EQ(world.resets.pulses(), 1);
+  const struct {
+    double seconds, silence_s;  ///< radio silence is requested from the start until then
+    unsigned changes;
+    int pulses;
+  } rows[] = {{235, 0, 18, 0},   {250, 0, 19, 1},   {475, 0, 37, 1},  {484, 0, 38, 2},
+              {484, 484, 38, 0}, {420, 205, 33, 0}, {435, 205, 34, 1}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.seconds);
+    Scene scene(MUTE);
+    scene.receiver.epochs = false;
+    if (row.silence_s > 0) scene.signal(0, topic::BLACKOUT_MODE, 1);
+    scene.signal(row.silence_s, topic::BLACKOUT_MODE, 0);
+    scene.world.run(row.seconds);
+    ASSERT_EQ(scene.receiver.host_bauds.size(), row.changes + 1);
+    EXPECT_EQ(scene.world.resets.pulses(), row.pulses);
+    EXPECT_EQ(scene.world.terminal.sent.size() / 4, row.changes);
+    EXPECT_THAT(std::vector(scene.receiver.host_bauds.begin(), scene.receiver.host_bauds.begin() + 7),
+                ElementsAre(38400, 57600, 115200, 19200, 9600, 38400, 57600));
+  }
 }
 
-/// How often the frame was sent in a row, from the first time on.
-long timesInARow(const std::vector<Sent>& sent, const std::string& frame, int64_t since_us = 0) {
-  const auto first = std::find_if(sent.begin(), sent.end(), [&](const Sent& each) {
-    return each.at_us >= since_us && each.bytes == frame;
-  });
-  const auto other = std::find_if(first, sent.end(), [&](const Sent& each) { return each.bytes != frame; });
-  return other - first;
+TEST(ReceiverControl, AResetLineThatIsNotSetUpIsSetUpFirst) {
+  const struct {
+    const char* hwversion;
+    bool has_line_121;
+    std::string set_up, line_121;
+    int pulses_of_197;  ///< whose value file each world has
+  } rows[] = {{"n2", false, "121 out none", "", 1},
+              {"n2", true, "  ", std::string("0\0001\0", 4), 0},
+              {"qrx", true, "  ", "", 1}};
+  for (const auto& row : rows) {
+    Scene scene(MUTE, {.hwversion = row.hwversion});
+    scene.receiver.epochs = false;
+    const std::filesystem::path root = scene.world.resets.root(), line = root / "gpio121";
+    std::filesystem::create_directory(line);
+    for (const auto& path : {root / "export", line / "direction", line / "edge"}) std::ofstream{path};
+    if (row.has_line_121) std::ofstream{line / "value"};
+    scene.world.run(250);
+    EXPECT_EQ(text_of(root / "export") + ' ' + text_of(line / "direction") + ' ' + text_of(line / "edge"),
+              row.set_up);
+    EXPECT_EQ(text_of(line / "value"), row.line_121);
+    EXPECT_EQ(scene.world.resets.pulses(), row.pulses_of_197);
+  }
 }
 
-TEST(ReceiverControl, WhatItsPollSufferedDoesNotCountForTheAntennaCommand) {
+TEST(ReceiverControl, ThreeNaksOrFourPeriodsEndACommandAndNoOtherCounts) {
   const struct {
     std::map<std::string, int> nakked, ignored;
-    int times;
-  } rows[] = {{{}, {}, 4}, {{{"06 13 poll", 2}, {"06 13", 2}}, {}, 2 + 4}, {{}, {{"06 13 poll", 3}}, 4}};
+    const char* sent;
+  } rows[] = {{{}, {}, "capable antenna on on on on antenna"},
+              {{{"antenna", 2}, {"on", 2}}, {}, "capable antenna antenna antenna on on on on on on antenna"},
+              {{{"on", 3}}, {}, "capable antenna on on on antenna"},
+              {{}, {{"antenna", 3}}, "capable antenna antenna antenna antenna on on on on antenna"}};
   for (const auto& row : rows) {
-    ScriptedReceiver receiver(goodAnswers());
-    receiver.nakked = row.nakked;
-    receiver.ignored = row.ignored;
-    World world(receiver);
-    world.run(65);
-    EXPECT_EQ(timesInARow(world.terminal.sent, ubx(0x06, 0x13, bytes("1F 00 F0 B9"))), row.times);
+    Scene scene;
+    scene.receiver.nakked = row.nakked;
+    scene.receiver.ignored = row.ignored;
+    scene.world.run(65);
+    EXPECT_THAT(scene.sent(), HasSubstr(row.sent));
   }
 }
 
-// Whenever the request comes within the four periods of a command, each of the two port polls has its own
+// Whenever the requests come within the four periods of a command, each of the two port polls has its own
 // four.
-TEST(ReceiverControl, ARestartBeginsWithBothPortPolls) {
-  for (const int64_t at : {100 * S, 103 * S, 106 * S, 109 * S, 400 * S}) {
-    ScriptedReceiver receiver(goodAnswers());
-    World world(receiver);
-    world.service->enableMqttSystemSelection();
-    world.time.at(at, [&] { world.inject(topic::PARAMETER_BEIDOU, "\1"); });
-    world.time.at(at + S, [&] { world.inject(topic::PARAMETER_BEIDOU, std::string(1, '\0')); });
-    world.run(static_cast<double>(at / S + 40));
-    EXPECT_EQ(timesInARow(world.terminal.sent, ubx(0x06, 0x00), at), 2 * 4) << at / S;
+TEST(ReceiverControl, ChangesOfTheConstellationsRestartTheSequenceOnceWithBothPortPolls) {
+  for (const double at : {100, 103, 106, 109, 400}) {
+    Scene scene;
+    for (const char on : {'\0', '\1'}) scene.signal(at, topic::PARAMETER_GALILEO, on);
+    for (const char on : {'\1', '\0'}) scene.signal(at + 1, topic::PARAMETER_BEIDOU, on);
+    scene.world.run(at + 800);
+    EXPECT_THAT(scene.sent(at), StartsWith("port port port port port port port port capable")) << at;
+    const std::string once = scene.sent(at, at + 800, true);
+    EXPECT_EQ(occurrences(once, "port"), 1U);
+    EXPECT_EQ(occurrences(once, name(systems("01256"))), 1U);
   }
 }
 
 // Most of its worth is under the thread sanitizer: nothing orders the observers' threads with the service's.
 TEST(ReceiverControl, ObserversMayBeCalledFromAnyThreadWhileTheSequenceRuns) {
-  ScriptedReceiver receiver(goodAnswers());
-  World world(receiver);
-  world.service->enableMqttSystemSelection();
-  world.service->enableLoggingControl();
-  const std::vector<std::pair<std::string, char>> messages{
-      {topic::PARAMETER_GALILEO, 1}, {topic::PARAMETER_ANTENNA_ON, 1}, {topic::PARAMETER_GNSS_ON, 1},
-      {topic::BLACKOUT_MODE, 0},     {topic::HW_VERSION, 'q'},         {topic::LOG_CONFIG, 0},
-      {topic::GNSS_SOURCE, 0}};
+  Scene scene;
+  scene.world.service->enableLoggingControl();
   std::atomic<bool> firing{true};
   std::vector<std::thread> threads;
-  world.time.at(5 * S, [&] {
-    for (int t = 0; t < 3; ++t) {
-      threads.emplace_back([&] {
-        while (firing) {
-          for (const auto& [topic, value] : messages) world.inject(topic, std::string(1, value));
-          std::this_thread::yield();
-        }
-      });
+  const auto fire = [&] {
+    for (; firing; std::this_thread::yield()) {
+      for (const auto& topic : {topic::BLACKOUT_MODE, topic::LOG_CONFIG, topic::GNSS_SOURCE})
+        scene.world.inject(topic, NO);
+      for (const auto& topic : {topic::PARAMETER_GALILEO, topic::PARAMETER_ANTENNA_ON,
+                                topic::PARAMETER_GNSS_ON, topic::HW_VERSION})
+        scene.world.inject(topic, YES);
     }
+  };
+  scene.at(5, [&] {
+    for (int i = 0; i < 3; ++i) threads.emplace_back(fire);
   });
-  world.time.at(400 * S, [&] {
+  scene.at(400, [&] {
     firing = false;
     for (auto& thread : threads) thread.join();
   });
   bool initialised = false;
-  world.time.at(799 * S, [&] { initialised = world.service->ubloxConfig().isInitialised(); });
-  const auto published = world.run(800);
+  scene.at(799, [&] { initialised = scene.world.service->ubloxConfig().isInitialised(); });
+  EXPECT_GT(scene.world.run(800).size(), 790U);
   EXPECT_TRUE(initialised);
-  EXPECT_GT(published.size(), 790U);
 }
 
-TEST(ReceiverControl, ChangesOfTheConstellationsRestartTheSequenceOnce) {
-  ScriptedReceiver receiver(goodAnswers());
-  World world(receiver);
-  world.service->enableMqttSystemSelection();
-  world.time.at(400 * S, [&] { world.terminal.sent.clear(); });
-  world.time.at(410 * S, [&] {
-    EXPECT_THAT(world.terminal.sent, testing::IsEmpty());
-    for (const char on : {'\1', '\0'}) world.inject(topic::PARAMETER_BEIDOU, std::string(1, on));
-    for (const char on : {'\0', '\1'}) world.inject(topic::PARAMETER_GALILEO, std::string(1, on));
-  });
-  world.run(1200);
-  const auto frames = withoutResends(world.terminal.sent);
-  std::string selected = bytes(CFG_GNSS);
-  selected[4 + 2 * 8 + 4] = 1;  // Galileo on
-  EXPECT_EQ(std::count(frames.begin(), frames.end(), ubx(0x06, 0x00)), 1);
-  EXPECT_EQ(std::count(frames.begin(), frames.end(), ubx(0x06, 0x3E, selected)), 1);
+TEST(ReceiverControl, SystemsAreSelectedWhereTheyAreNotThoseRequested) {
+  const struct {
+    uint32_t requested;
+    int augmentation;      ///< -1: not configured
+    const char* selected;  ///< gnssIds; nullptr: nothing is sent
+  } rows[] = {{0x03, -1, nullptr}, {0x03, 3, nullptr}, {0x103, 0x103, nullptr}, {0x01, -1, "015"},
+              {0x02, -1, "6"},     {0x04, -1, "3"},    {0x0B, -1, "01256"},     {0x03, 0, "06"},
+              {0x03, 7, "01456"},  {0x01, 2, "05"}};
+  for (const auto& row : rows) {
+    Scene scene;
+    auto& config = scene.world.service->ubloxConfig();
+    config.setGnssSystemRequested(row.requested);
+    if (row.augmentation != -1) config.setGnssAugmentationRequested(static_cast<uint32_t>(row.augmentation));
+    scene.world.run(350);
+    const std::string first_step = row.selected == nullptr ? "capable" : name(systems(row.selected));
+    EXPECT_THAT(scene.sent(0, 350, true), HasSubstr(" 0A04 " + first_step + " "))
+        << row.requested << ' ' << row.augmentation;
+  }
+}
+
+TEST(ReceiverControl, JudgesTheAntennaByEachAnswer) {
+  // 1, 0: the supply is reported on, off. S, s: radio silence is requested, no longer. P, p: the antenna's
+  // parameter is on, off. -: nothing is to be sent. After each what is sent at once.
+  for (const std::string row :
+       {"0:on 0:on 1:on", "1:off 0:save 0:on", "1:off 1:save 1:on",  // cold, then warm
+        "S: 0:on 0:off,standby,stop 1:off,standby,stop", "S: 1:off 0:save 0:off,standby,stop",
+        "0:on S:off,standby,stop 1:off,standby,stop", "1:off S: 0:save 1:off,standby,stop",
+        "p: 0:off 1:off 0:port 0:capable P:port 0:on", "p: 1:off 0:save 0:port 1:off",
+        "p: 0:off S:off,standby,stop 0:off,standby,stop", "-: 0: 1: S: 0: s: 0:"}) {
+    Scene scene(MUTE);
+    std::istringstream steps(row);
+    std::string seen;
+    double at = 0.5;
+    for (std::string step; steps >> step;) {
+      const char event = step[0];
+      if (event == '-') scene.world.service->disableHardwareInit();
+      if (event == 'S' || event == 's') scene.signal(at, topic::BLACKOUT_MODE, event == 'S' ? 1 : 0);
+      if (event == 'P' || event == 'p') scene.signal(at, topic::PARAMETER_ANTENNA_ON, event == 'P' ? 1 : 0);
+      if (event == '0' || event == '1') scene.comes(at, event == '1' ? SUPPLY_ON : SUPPLY_OFF);
+      scene.at(at + 0.4, [&, event, at] {
+        std::string names = scene.sent(at);
+        std::replace(names.begin(), names.end(), ' ', ',');
+        seen += std::string(seen.empty() ? "" : " ") + event + ':' + names;
+      });
+      at += 0.5;
+    }
+    scene.world.run(at);
+    EXPECT_EQ(seen, row);
+    EXPECT_EQ(scene.world.resets.pulses(), 0);
+    EXPECT_THAT(scene.world.terminal.opens_us, SizeIs(1));
+  }
+}
+
+TEST(ReceiverControl, PublishesTheAntennasStatus) {
+  Scene scene(MUTE);
+  std::string status(60, '\0');
+  for (char& value = status[20]; value < 6; ++value) scene.comes(1 + value, ubx(0x0A, 0x09, status));
+  scene.comes(9, ubx(0x0A, 0x09, std::string(59, '\3')));
+  scene.world.run(10);
+  // 2, 3 and 4: this unit's circuit makes "OK" of an open one, and the other way round.
+  EXPECT_THAT(scene.world.sentOn(topic::ANTENNA_OPEN_CIRCUIT), ElementsAre(YES, NO, NO));
+  EXPECT_THAT(scene.world.sentOn(topic::ANTENNA_SHORT_CIRCUIT), ElementsAre(NO, YES, NO));
 }
 
 TEST(ReceiverControl, RadioSilenceEndsWithAPulseOfTheResetLine) {
-  ScriptedReceiver receiver(goodAnswers());
-  World world(receiver);
-  world.service->setRadioSilenceConfigured(true);
-  world.time.at(400 * S, [&] {
-    world.terminal.sent.clear();
-    world.terminal.opens_us.clear();
-    receiver.epochs = false;
-    world.inject(topic::BLACKOUT_MODE, "\1");
+  Scene scene(GOOD, {.hwversion = "zpt"});
+  scene.at(398.5, [&] { scene.receiver.epochs = false; });
+  scene.signal(401, topic::BLACKOUT_MODE, 1);
+  scene.at(411, [&] {  // longer than a lost receiver is missed
+    EXPECT_EQ(scene.sent(400), "off standby stop");
+    EXPECT_THAT(scene.world.terminal.opens_us, SizeIs(1));
+    EXPECT_EQ(scene.world.resets.pulses(), 0);
+    scene.receiver.epochs = true;
   });
-  world.time.at(410 * S, [&] {  // longer than a lost receiver is missed
-    std::string sent;
-    for (const Sent& each : world.terminal.sent) sent += each.bytes;
-    EXPECT_EQ(sent, ubx(0x06, 0x13, bytes("0E 00 F0 B9")) +
-                        ubx(0x02, 0x41, bytes("00 00 00 00 00 00 00 00 06 00 00 00 00 00 00 00")) +
-                        ubx(0x06, 0x04, bytes("00 00 08 00")));
-    EXPECT_THAT(world.terminal.opens_us, testing::IsEmpty());
-    EXPECT_EQ(world.resets.pulses(), 0);
-    receiver.epochs = true;
-    world.inject(topic::BLACKOUT_MODE, std::string(1, '\0'));
-    receiver.add(410 * S, ubx(0x06, 0x13, bytes("0E 00 F0 B9")));  // taken in the pass that lifts the silence
-    world.terminal.sent.clear();
-  });
-  world.time.at(410 * S + 490 * MS, [&] { EXPECT_EQ(world.resets.pulses(), -1) << "it is not low yet"; });
-  const auto published = world.run(412);
-  EXPECT_EQ(world.resets.pulses(), 1);
-  EXPECT_THAT(world.terminal.opens_us, testing::SizeIs(1));
-  EXPECT_EQ(published.back().data.status(), 3);
-  EXPECT_THAT(withoutResends(world.terminal.sent), ElementsAre(ubx(0x06, 0x00)));
+  scene.signal(411, topic::BLACKOUT_MODE, 0);
+  scene.comes(411, SUPPLY_OFF);  // taken in the pass that lifts the silence
+  scene.at(411.49, [&] { EXPECT_EQ(scene.world.resets.pulses(), -1) << "it is not low yet"; });
+  EXPECT_EQ(scene.world.run(413).back().data.status(), 3);
+  EXPECT_EQ(scene.world.resets.pulses(), 1);
+  EXPECT_THAT(scene.world.terminal.opens_us, SizeIs(2));
+  EXPECT_EQ(scene.sent(411), "port");
+  // No fix is an error of the module, unless it is silent on purpose.
+  EXPECT_THAT(scene.signals(topic::MODULE_ERROR, 0, 399), AllOf(SizeIs(399), Each(NO)));
+  EXPECT_THAT(scene.signals(topic::MODULE_ERROR, 399, 401), ElementsAre(YES, YES));
+  EXPECT_THAT(scene.signals(topic::MODULE_ERROR, 401.1, 411), AllOf(SizeIs(9), Each(NO)));
 }
 
-TEST(ReceiverControl, WithoutHardwareInitRadioSilenceChangesNothing) {
-  ScriptedReceiver receiver({});
-  receiver.extra = ubx(0x06, 0x13, bytes("0E 00 F0 B9"));
-  World world(receiver);
-  world.service->disableHardwareInit();
-  for (const char on : {'\1', '\0'}) {
-    world.time.at((on == '\1' ? 5 : 8) * S,
-                  [&world, on] { world.inject(topic::BLACKOUT_MODE, std::string(1, on)); });
-  }
-  const auto published = world.run(12);
-  EXPECT_THAT(world.terminal.sent, testing::IsEmpty());
-  EXPECT_EQ(world.resets.pulses(), 0);
-  EXPECT_THAT(world.terminal.opens_us, testing::SizeIs(1));
-  EXPECT_GE(std::count_if(published.begin(), published.end(),
-                          [](const Published& each) { return each.data.status() == 3; }),
-            11);
-}
-
-TEST(ReceiverControl, WrongRateAfterTheSequenceIsSetRightAgain) {
-  ScriptedReceiver receiver(goodAnswers());
-  World world(receiver);
-  world.time.at(400 * S, [&] { receiver.extra = ubx(0x06, 0x00, bytes(PORT_9600)); });
-  world.time.at(401 * S, [&] { receiver.extra.clear(); });
-  bool confirmed = false;
-  world.time.at(799 * S, [&] { confirmed = world.service->ubloxConfig().isPortConfirmed(); });
-  world.run(800);
-  EXPECT_TRUE(confirmed);
-}
-
-TEST(ReceiverControl, ColdStartWithTheSupplyOnIsCorrectedAndSaved) {
-  auto answers = goodAnswers();
-  answers["06 13 poll"] = ubx(0x06, 0x13, bytes("1F 00 F0 B9"));
-  ScriptedReceiver receiver(answers);
-  World world(receiver);
-  world.run(80);
-  const auto frames = withoutResends(world.terminal.sent);
-  const auto first = std::find(frames.begin(), frames.end(), ubx(0x06, 0x13));
-  ASSERT_GE(frames.end() - first, 4);
-  EXPECT_EQ(*(first + 1), ubx(0x06, 0x13, bytes("0E 00 F0 B9")));
-  EXPECT_EQ(*(first + 2), ubx(0x06, 0x13));
-  EXPECT_EQ(*(first + 3), ubx(0x06, 0x09, bytes("00 00 00 00 00 04 00 00 00 00 00 00 07")));
-}
-
-/// The records of a start, a blackout and the whole sequence after it.
-std::string recordsWith(unsigned flags, unsigned baud = 38400) {
-  ScriptedReceiver receiver(goodAnswers());
-  std::string version(40 + 134 * 30, '\0');
-  version.replace(0, 4, "SW 1").replace(30, 4, "HW 2").append("the 135th" + std::string(21, '\0'));
-  receiver.extra = ubx(0x0A, 0x04, version) + ubx(0x05, 0x01, bytes("06 13"));
-  World world(receiver, {.baud = baud});
-  world.service->ubloxConfig().setGnssSystemRequested(0x09);
-  world.time.at(2 * S, [&] { receiver.extra.clear(); });
-  world.time.at(40 * S, [&] { world.inject(topic::BLACKOUT_MODE, "\1"); });
-  world.time.at(42 * S, [&] { world.inject(topic::BLACKOUT_MODE, std::string(1, '\0')); });
-  LogCapture log;
-  gpspub::GnssUtils::setLogFlags(flags);
-  world.run(330);
-  gpspub::GnssUtils::setLogFlags(0);
-  return log.take();
-}
-
-TEST(ReceiverControl, RecordsOfAnAreaNeedItsBitAndTheOthersNone) {
-  const std::string plain = recordsWith(0);
-  for (const char* text :
-       {" INFO koru.gpspub: Ublox Gnss: swVersion SW 1, hwVersion HW 2, ", ", the 135th\n",
-        " NOTICE koru.gpspub: Changing from gnss system 0x3 to 0x9", ". Now initialised\n"})
-    EXPECT_THAT(plain, testing::HasSubstr(text));
-  EXPECT_THAT(recordsWith(0, 4800),
-              testing::HasSubstr(" INFO koru.gpspub: Change Baud rate from 38400 to 4800\n"));
+TEST(ReceiverControl, AWrongRateIsSetRightAndTheFixesAreNotTrustedUntilThen) {
   const struct {
-    unsigned flags;
-    const char* text;
-  } rows[] = {{0x4, "process_CFG-PRT. payload len 20 portID 1 baud rate 38400"},
-              {0x2000, "process_CFG-PRT. payload len 20 portID 1 baud rate 38400"},
-              {0x8000, "checkGnssSystem() m_CFG_GNSS_string.length 0\n"},
-              {0x40000, "UbloxConfig sends m_init_command_idx 3 B5 62 06 13 00 00 19 51"},
-              {0x40000, "Antenna power disabled at cold start. Should enable antenna_power"},
-              {0x2000000, "Antenna power disabled at cold start. Should enable antenna_power"},
-              {0x2000000, "RadioSilence requested state is 1"},
-              {0x2000000, "Recover from radio silence"},
-              {0x4000000, "Ublox ACK received on class 0x06 id 0x13 init command idx = 0"}};
+    unsigned configured, reported, set;
+    int64_t drain_ms;
+    double at;
+  } rows[] = {{38400, 0, 38400, 30, 20},      {38400, 9600, 38400, 30, 400},  // after the sequence
+              {9600, 1, 9600, 100, 20},       {57600, 115200, 57600, 3, 20},
+              {115200, 38400, 115200, 8, 20}, {4800, 38400, 19200, 8, 20}};
   for (const auto& row : rows) {
-    EXPECT_THAT(recordsWith(row.flags), testing::HasSubstr(row.text)) << std::hex << row.flags;
-    EXPECT_THAT(plain, testing::Not(testing::HasSubstr(row.text)));
+    SCOPED_TRACE(row.reported);
+    auto answers = GOOD;
+    answers["port"] = port(row.set);
+    Scene scene(answers, {.hwversion = "zpt", .baud = row.configured});
+    scene.comes(row.at, port(row.reported));
+    scene.world.run(row.at + 40);
+    EXPECT_EQ(scene.sent(row.at, row.at + 0.2), name(port(row.set)));
+    EXPECT_THAT(scene.world.terminal.opens_us,
+                ElementsAre(0, static_cast<int64_t>(row.at * S) + row.drain_ms * MS));
+    EXPECT_EQ(scene.receiver.host_bauds.back(), row.set);
+    EXPECT_THAT(scene.signals(topic::VP1_TX, row.at - 5, row.at), Each(Ne(NOT_AVAILABLE)));
+    // The trust of a fix is that of the time at which the one before it left.
+    EXPECT_THAT(scene.signals(topic::VP1_TX, row.at + 1, row.at + 3),
+                ElementsAre(NOT_AVAILABLE, NOT_AVAILABLE));
+    EXPECT_NE(scene.world.sentOn(topic::VP1_TX).back(), NOT_AVAILABLE);
+  }
+}
+
+TEST(ReceiverControl, SilenceOfThreeSecondsIsALossAndOfFifteenWhileTheSequenceWorks) {
+  const struct {
+    bool hardware_init;
+    double last_sentence_s, last_ubx_s, allowed_s;
+  } rows[] = {{false, 5.3, 0, 3}, {false, 5.3, 9.5, 3}, {true, 400.3, 0, 3}, {true, 20.3, 0, 15}};
+  for (const auto& row : rows) {
+    Scene scene;
+    if (!row.hardware_init) scene.world.service->disableHardwareInit();
+    scene.at(row.last_sentence_s + 0.2, [&] {
+      scene.receiver.epochs = false;
+      scene.receiver.answers.clear();
+    });
+    for (int i = 1; i < row.last_ubx_s; ++i) scene.comes(i + 0.5, ubx(0x05, 0x01, bytes("06 13")));
+    const double lost_s = std::max(row.last_sentence_s, row.last_ubx_s) + row.allowed_s;
+    scene.world.run(lost_s + 60);
+    const auto s = [&](size_t i) { return static_cast<double>(scene.world.terminal.opens_us.at(i)) / S; };
+    EXPECT_GT(s(1), lost_s);
+    EXPECT_LE(s(1), lost_s + 0.1);
+    EXPECT_EQ(scene.sent(s(1), s(2)), row.hardware_init ? "port port port port" : "");  // five periods again
+  }
+}
+
+TEST(ReceiverControl, AReceiverThatHasJustPoweredUpTalksAtItsDefaultRate) {
+  const struct {
+    int64_t boot_ns;
+    bool simulation;
+    unsigned baud;
+  } rows[] = {{139'999'999'999, false, 9600}, {140'000'000'000, false, 38400}, {0, true, 38400}};
+  for (const auto& row : rows) {
+    Scene scene;
+    scene.world.time.boot_offset_ns = row.boot_ns - scene.world.time.steady_ns();
+    pb::SystemParameters parameters;
+    auto& simulation = (*parameters.mutable_entries())[0x2045];
+    simulation.set_flags(1);
+    simulation.set_value(std::string(1, row.simulation ? '\1' : '\0'));
+    auto kept = com::PbInternalMessageAdapter<pb::SystemParameters>(1).serialize(parameters).message;
+    kept.retained = true;
+    scene.world.bus->inject(topic::SYSTEM_PARAMETERS, kept);
+    scene.world.service->readSysparams();
+    scene.world.run(1);
+    EXPECT_THAT(scene.receiver.host_bauds, ElementsAre(row.baud)) << row.boot_ns;
+  }
+}
+
+TEST(ReceiverControl, UtcThatTheReceiverCallsValidDatesAFixWithAWarning) {
+  const struct {
+    std::vector<std::string> time_utc;  ///< payloads, one after the other
+    bool dated;
+  } rows[] = {{{std::string(20, '\x04')}, true},
+              {{std::string(20, '\xFB')}, false},
+              {{std::string(19, '\x04')}, false},
+              {{std::string(20, '\x04'), std::string(19, '\0')}, true},
+              {{std::string(21, '\x04')}, true}};
+  for (const auto& row : rows) {
+    Scene scene(GOOD, {.hwversion = "zpt"});
+    scene.receiver.epochs = false;
+    for (const auto& payload : row.time_utc) scene.comes(0.5, ubx(0x01, 0x21, payload));
+    scene.comes(1, nmea("GNRMC,123501.00,V,,,,,,,230326,,,N") + epoch(1, "GGA GSA GST"));
+    EXPECT_EQ(scene.world.run(1.05).at(0).data.has_utc_time_us(), row.dated) << PrintToString(row.time_utc);
+    EXPECT_THAT(scene.world.sentOn(topic::MODULE_ERROR), ElementsAre(NO));
   }
 }
 

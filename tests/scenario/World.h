@@ -78,7 +78,7 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
  public:
   explicit ScenarioTime(int64_t wall_us) : m_clock(START_NS, wall_us) {}
   [[nodiscard]] int64_t steady_ns() const override { return m_clock.steady_ns(); }
-  [[nodiscard]] int64_t boot_ns() const override { return m_clock.boot_ns(); }
+  [[nodiscard]] int64_t boot_ns() const override { return m_clock.boot_ns() + boot_offset_ns; }
   void sleep_ns(int64_t ns) override { advance_to_ns(steady_ns() + ns); }
   /// Ends at the next point of the agenda: it may have been what was waited for.
   void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override;
@@ -90,6 +90,8 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
   /// Never past the next point of the agenda without carrying it out.
   void advance_to_us(int64_t us) { advance_to_ns(START_NS + us * 1000); }
   [[nodiscard]] ecu::koru::VirtualTime& clock() { return m_clock; }
+
+  int64_t boot_offset_ns = 0;  ///< the time since boot is so much more than the steady clock
 
  private:
   static constexpr int64_t START_NS = 1'000'000'000'000;
