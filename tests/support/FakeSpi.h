@@ -27,6 +27,7 @@ class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
   bool settable = true;            ///< direction and edge
   int64_t settable_after_ns = 0;   ///< until so long after the export, permission is denied
   std::optional<char> line_stuck;  ///< at '0' or '1'; any other character: cannot be read
+  std::string readings;            ///< of the line, likewise, before those of its level
   // While one is not 0, the call fails with it as errno.
   int open_error = 0;
   int transfer_error = 0;
@@ -54,7 +55,9 @@ class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
   int close(int fd) override { return m_open.erase(fd) == 1 ? 0 : failed(EBADF); }
   off_t rewind(int fd) override { return m_open.contains(fd) ? 0 : failed(EBADF); }
   ssize_t read(int fd, void* data, size_t /*max*/) override {
-    const char level = line_stuck.value_or(is_line_high() ? '1' : '0');
+    const char stuck = line_stuck.value_or(is_line_high() ? '1' : '0');
+    const char level = readings.empty() ? stuck : readings.front();
+    readings.erase(0, 1);
     if (m_open[fd] != LINE + "value" || (level != '0' && level != '1')) return failed(EIO);
     *static_cast<char*>(data) = level;
     return 1;
@@ -67,9 +70,7 @@ class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
   int waitException(int fd, int timeout_us) override {
     line_waits_us.push_back(timeout_us);
     if (m_open[fd] != LINE + "value") return failed(EBADF);
-    if (!line_stuck) return waitForEdge(timeout_us) ? 1 : 0;
-    ecu::koru::time_source().sleep_ns(int64_t{timeout_us} * 1000);
-    return 0;
+    return (line_stuck ? FakeSpi::waitForEdge(timeout_us) : waitForEdge(timeout_us)) ? 1 : 0;
   }
   int transfer(int fd, spi_ioc_transfer& record) override {
     const int error = m_open[fd] != ecu::koru::gpspub::SPI::DEVICE ? EBADF : transfer_error;
@@ -87,7 +88,10 @@ class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
   virtual void exchange(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) = 0;
   virtual bool is_line_high() = 0;
   /// Lets time pass: true at the falling edge, false after the time-out.
-  virtual bool waitForEdge(int timeout_us) = 0;
+  virtual bool waitForEdge(int timeout_us) {
+    ecu::koru::time_source().sleep_ns(int64_t{timeout_us} * 1000);
+    return false;
+  }
 
  private:
   static constexpr int FIRST = 7;
