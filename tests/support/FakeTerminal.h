@@ -22,6 +22,7 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
   bool hung_up = false;  ///< readable, and reads give 0
   bool counts = true;    ///< FIONREAD works
   // While one is not 0, the call fails with it as errno.
+  int open_error = 0;
   int attributes_error = 0;
   int wait_error = 0;
   int read_error = 0;
@@ -32,7 +33,7 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
 
   int open(const std::string& name) override {
     path = name;
-    return FD;
+    return open_error == 0 ? FD : failed(open_error);
   }
   int close(int /*fd*/) override { return ++closes, 0; }
   int waitReadable(int fd, int timeout_us) override {
