@@ -52,7 +52,7 @@ class AntennaSupervision {
   bool m_cold_start = true;  // the first CFG-ANT answer is still to be judged
   bool m_antenna_power_enabled = false;
   bool m_save_antenna_config = false;
-  bool m_radio_silence_configured = true;
+  bool m_radio_silence_configured = true;  // no configuration clears it
   bool m_radio_silence_applied = false;
   std::atomic<bool> m_gnss_antenna_on{true};
   unsigned m_antenna_status = 0;  // 2 OK, 3 short circuit, 4 open circuit
