@@ -437,28 +437,6 @@ TEST(ReceiverControl, SilenceOfThreeSecondsIsALossAndOfFifteenWhileTheSequenceWo
   }
 }
 
-TEST(ReceiverControl, AReceiverThatHasJustPoweredUpTalksAtItsDefaultRate) {
-  const struct {
-    int64_t boot_ns;
-    bool simulation;
-    unsigned baud;
-  } rows[] = {{139'999'999'999, false, 9600}, {140'000'000'000, false, 38400}, {0, true, 38400}};
-  for (const auto& row : rows) {
-    Scene scene;
-    scene.world.time.boot_offset_ns = row.boot_ns - scene.world.time.steady_ns();
-    pb::SystemParameters parameters;
-    auto& simulation = (*parameters.mutable_entries())[0x2045];
-    simulation.set_flags(1);
-    simulation.set_value(std::string(1, row.simulation ? '\1' : '\0'));
-    auto kept = com::PbInternalMessageAdapter<pb::SystemParameters>(1).serialize(parameters).message;
-    kept.retained = true;
-    scene.world.bus->inject(topic::SYSTEM_PARAMETERS, kept);
-    scene.world.service->readSysparams();
-    scene.world.run(1);
-    EXPECT_THAT(scene.receiver.host_bauds, ElementsAre(row.baud)) << row.boot_ns;
-  }
-}
-
 TEST(ReceiverControl, UtcThatTheReceiverCallsValidDatesAFixWithAWarning) {
   const struct {
     std::vector<std::string> time_utc;  ///< payloads, one after the other

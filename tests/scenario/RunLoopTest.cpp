@@ -3,11 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <cstdio>
+#include <sstream>
 
+#include "app/ApplyConfiguration.h"
+#include "nmea/GnssUtils.h"
 #include "platform/PbInternalMessageAdapter.h"
 #include "platform/Topics.h"
 #include "scenario/World.h"
+#include "sim/gnss/Settings.h"
+#include "support/LogCapture.h"
 
 namespace {
 
@@ -20,109 +25,12 @@ constexpr int64_t S = 1'000'000;
 
 /// (time in ms, status, sentences) of each message.
 using Row = std::tuple<int64_t, int, int>;
-std::vector<Row> rows(const std::vector<Published>& published) {
+std::vector<Row> frames(const std::vector<Published>& published) {
   std::vector<Row> out;
   out.reserve(published.size());
   for (const auto& [at_us, data] : published) out.emplace_back(at_us / MS, data.status(), data.nmea_size());
   return out;
 }
-
-TEST(RunLoop, PublishesOneMessagePerCompleteEpochWithTheValuesOfItsSentences) {
-  Script script;
-  for (int s = 1; s <= 3; ++s) script.add(s * S - 700 * MS, epoch(s));
-  World world(script);
-  const auto published = world.run(2.9);
-  EXPECT_THAT(rows(published), ElementsAre(Row(300, 3, 5), Row(1300, 3, 5), Row(2300, 3, 5)));
-  const pb::GnssData& fix = published.at(1).data;
-  EXPECT_FLOAT_EQ(fix.latitude(), 48.1173F);
-  EXPECT_FLOAT_EQ(fix.longitude(), 11.516667F);
-  EXPECT_FLOAT_EQ(fix.speed(), 41.4848F);
-  EXPECT_FLOAT_EQ(fix.heading(), 84.4F);
-  EXPECT_FLOAT_EQ(fix.altitude(), 545.4F);
-  EXPECT_FLOAT_EQ(fix.accuracy(), 3.1F);
-  EXPECT_FLOAT_EQ(fix.hdop(), 1.18F);
-  EXPECT_FLOAT_EQ(fix.vdop(), 1.54F);
-  EXPECT_EQ(fix.num_satellites(), 9);
-  EXPECT_EQ(fix.quality(), 1);
-  EXPECT_EQ(fix.fix(), 3U);
-  EXPECT_EQ(fix.utc_time_us(), 1'774'269'302'000'000U);
-  EXPECT_EQ(fix.nmea(4), nmea("GNGST,123502.00,1.5,,,,2.5,3.1,4.0"));
-  // 75 bytes of RMC at 38400 baud began to arrive 19 ms before they were read, 1000 s after boot.
-  EXPECT_EQ(fix.timestamp_ns(), 1'001'300'000'000U - 19'000'000U);
-}
-
-struct Case {
-  const char* name;
-  std::vector<std::pair<int64_t, std::string>> bursts;
-  double seconds;
-  std::vector<Row> expected;
-};
-
-class FrameTiming : public testing::TestWithParam<Case> {};
-
-TEST_P(FrameTiming, SendsTheseFrames) {
-  Script script;
-  for (const auto& [at_ms, bytes] : GetParam().bursts) script.add(at_ms * MS, bytes);
-  World world(script);
-  EXPECT_EQ(rows(world.run(GetParam().seconds)), GetParam().expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    RunLoop, FrameTiming,
-    testing::Values(
-        // Without a sentence a frame leaves every second, with status 1. The first wait of 100 ms past the
-        // second ends it.
-        Case{"Silence", {}, 3.5, {Row(1100, 1, 0), Row(2200, 1, 0), Row(3300, 1, 0)}},
-        // A burst that comes 3 ms late is no loss.
-        Case{"LateBurst",
-             {{300, epoch(1)}, {1303, epoch(2)}, {2306, epoch(3)}},
-             2.9,
-             {Row(300, 3, 5), Row(1303, 3, 5), Row(2306, 3, 5)}},
-        // After a complete epoch silence counts from 1.3 s, then from 1.0 s.
-        Case{"ReceiverFallsSilent",
-             {{300, epoch(1)}},
-             4.0,
-             {Row(300, 3, 5), Row(1700, 1, 0), Row(2800, 1, 0), Row(3900, 1, 0)}},
-        // The epoch without GST is closed 1.3 s after the frame before it.
-        Case{"MissingGst",
-             {{300, epoch(1)}, {1300, epoch(2, "RMC GGA GSA GSA")}, {2300, epoch(3)}},
-             2.9,
-             {Row(300, 3, 5), Row(1700, 3, 4), Row(2300, 3, 5)}},
-        // Never a GST: each RMC closes the epoch before it.
-        Case{"NeverGst",
-             {{300, epoch(1, "RMC GGA GSA")},
-              {1300, epoch(2, "RMC GGA GSA")},
-              {2300, epoch(3, "RMC GGA GSA")}},
-             2.5,
-             {Row(1300, 3, 3), Row(2300, 3, 3)}},
-        // Three sentences with a GST do not make an epoch.
-        Case{"ThreeSentences",
-             {{300, epoch(1, "RMC GGA GST")}, {1300, epoch(2)}},
-             2.0,
-             {Row(1300, 3, 3), Row(1300, 3, 5)}},
-        // Without RMC there is neither status nor date.
-        Case{"MissingRmc",
-             {{300, epoch(1)}, {1300, epoch(2, "GGA GSA GSA GST")}},
-             1.9,
-             {Row(300, 3, 5), Row(1300, 1, 4)}},
-        // Two epochs in one read are two messages.
-        Case{"BackToBack", {{300, epoch(1) + epoch(2)}}, 1.0, {Row(300, 3, 5), Row(300, 3, 5)}},
-        Case{"FourHertz",
-             {{300, epoch(1)},
-              {550, epoch(1, "RMC GGA GSA GSA GST", 25)},
-              {800, epoch(1, "RMC GGA GSA GSA GST", 50)},
-              {1050, epoch(1, "RMC GGA GSA GSA GST", 75)},
-              {1303, epoch(2)}},
-             1.5,
-             {Row(300, 3, 5), Row(550, 3, 5), Row(800, 3, 5), Row(1050, 3, 5), Row(1303, 3, 5)}},
-        // A satellites field that is no number costs its sentence, not the epoch; a broken checksum likewise.
-        Case{"BadSatellites",
-             {{300, epoch(1, "RMC") + nmea("GNGGA,123501.00,4807.0,N,01131.0,E,1,x,0.9,545.4,M,46.9,M,,") +
-                        nmea("GNGGA,123501.00,4807.0,N,01131.0,E,1,99999999999999999999,0.9,5.4,M,46.9,M,,") +
-                        "$GNGGA,123501.00*00\r\n" + epoch(1, "GSA GSA GST")}},
-             1.0,
-             {Row(300, 3, 4)}}),
-    [](const auto& tested) { return tested.param.name; });
 
 TEST(RunLoop, TriesMissingDeviceOnceASecondAndUsesItWhenItAppears) {
   Script script;
@@ -131,7 +39,7 @@ TEST(RunLoop, TriesMissingDeviceOnceASecondAndUsesItWhenItAppears) {
   world.terminal.missing = true;
   world.time.at(2500 * MS, [&] { world.terminal.missing = false; });
   const auto published = world.run(3.5);
-  EXPECT_THAT(rows(published),
+  EXPECT_THAT(frames(published),
               ElementsAre(Row(1000, 1, 0), Row(2000, 1, 0), Row(3000, 1, 0), Row(3200, 3, 5)));
   EXPECT_THAT(world.terminal.opens_us, ElementsAre(0, 1 * S, 2 * S, 3 * S));
 }
@@ -145,13 +53,11 @@ TEST(RunLoop, UnpluggedDeviceIsReopenedOnceASecondAndNothingOldComesOut) {
   world.time.at(1250 * MS, [&] { world.terminal.gone = true; });
   world.time.at(4500 * MS, [&] { world.terminal.gone = false; });
   const auto published = world.run(5.5);
-  ASSERT_GE(published.size(), 4U);
-  EXPECT_EQ(published[1].data.nmea_size(), 2);  // what had arrived
-  EXPECT_EQ(published.back().data.utc_time_us(), 1'774'269'305'000'000U);
-  for (size_t i = 2; i + 1 < published.size(); ++i) EXPECT_EQ(published[i].data.status(), 1) << i;
-  for (size_t i = 2; i < world.terminal.opens_us.size(); ++i) {
-    EXPECT_GE(world.terminal.opens_us[i] - world.terminal.opens_us[i - 1], 1 * S) << i;
-  }
+  // Of the epoch that was cut off comes what had arrived.
+  EXPECT_THAT(frames(published),
+              ElementsAre(Row(300, 3, 5), Row(1300, 3, 2), Row(2300, 1, 0), Row(3300, 1, 0), Row(4300, 1, 0),
+                          Row(5300, 1, 0), Row(5300, 3, 5)));
+  EXPECT_THAT(world.terminal.opens_us, ElementsAre(0, 1300 * MS, 2300 * MS, 3300 * MS, 4300 * MS, 5300 * MS));
   EXPECT_LT(world.terminal.waits, 200);
 }
 
@@ -161,67 +67,163 @@ TEST(RunLoop, SilentReceiverIsReconnectedEveryThreeSeconds) {
   world.service->disableHardwareInit();
   world.run(10);
   EXPECT_THAT(world.terminal.opens_us,
-              ElementsAre(0, testing::Gt(3 * S), testing::Gt(6 * S), testing::Gt(9 * S)));
+              ElementsAre(0, 3100 * MS, 6200 * MS, 9300 * MS));  // > 3 s, in steps of 0.1 s
 }
 
-TEST(RunLoop, WhatArrivesWhileGnssIsSwitchedOffIsNoFix) {
-  Script script;
-  for (int s = 1; s <= 20; ++s) script.add(s * S - 700 * MS, epoch(s));
-  World world(script);
-  world.service->enableMqttSystemSelection();
-  const auto switched = [&](int64_t at_us, char on) {
-    world.time.at(at_us, [&world, on] {
-      pb::RtSignal body;
-      body.set_value(std::string(1, on));
-      com::Message message;
-      EXPECT_TRUE(com::envelope::wrap(1, body, message));
-      world.bus->inject(topic::PARAMETER_GNSS_ON, message);
-    });
-  };
-  switched(1500 * MS, 0);
-  switched(14'500 * MS, 1);
-  const auto published = world.run(19);
-  const auto fixes = std::count_if(published.begin(), published.end(),
-                                   [](const Published& each) { return each.data.status() == 3; });
-  EXPECT_THAT(fixes, testing::AllOf(testing::Ge(3), testing::Le(6)));
-}
+/// A system parameter as the unit keeps it; `flags` 1: it has an over-the-air id.
+struct Parameter {
+  uint32_t id;
+  std::string value;
+  uint32_t flags = 1;
+};
 
-TEST(RunLoop, StraySyncByteCostsSecondsAndNoHunt) {
-  Script script;
-  for (int s = 1; s <= 20; ++s) script.add(s * S - 700 * MS, epoch(s));
-  script.add(5 * S, "\xB5");
-  World world(script);
-  world.service->disableHardwareInit();
-  const auto published = world.run(19.5);
-  const auto lost = std::count_if(published.begin(), published.end(),
-                                  [](const Published& each) { return each.data.status() != 3; });
-  EXPECT_LE(lost, 4);
-}
-
-TEST(RunLoop, DrivesTheTruthOfTheSimulatedReceiver) {
-  for (const int hz : {1, 4, 10}) {
-    sim::ReceiverOptions options;
-    options.rate_hz = hz;
-    options.baud = 115200;
-    SimulatedReceiver source(options);
-    World world(source, {.baud = 115200});
-    world.service->disableHardwareInit();
-    const auto published = world.run(60);
-    // The last burst of 10 Hz is still under way when the minute is over.
-    ASSERT_EQ(published.size(), static_cast<size_t>(hz == 10 ? 599 : 60 * hz));
-    for (const auto& [at_us, data] : published) {
-      const auto truth = source.receiver.truth_at(static_cast<int64_t>(data.utc_time_us()));
-      ASSERT_TRUE(truth);
-      EXPECT_NEAR(data.latitude(), truth->latitude_deg, 5e-6);
-      EXPECT_NEAR(data.longitude(), truth->longitude_deg, 1e-5);
-      EXPECT_NEAR(data.speed(), truth->speed_kmh, 0.001);
-      EXPECT_EQ(data.has_heading(), truth->course_deg.has_value());
-      EXPECT_NEAR(data.heading(), truth->course_deg.value_or(0), 0.006);
-      EXPECT_NEAR(data.altitude(), truth->altitude_m, 0.051);
-      EXPECT_EQ(data.num_satellites(), truth->satellites);
-      EXPECT_EQ(data.status(), 3);
-    }
+/// Retained on the bus at the start.
+void start(World& world, const std::vector<Parameter>& parameters) {
+  pb::SystemParameters body;
+  for (const Parameter& parameter : parameters) {
+    auto& entry = (*body.mutable_entries())[parameter.id];
+    entry.set_flags(parameter.flags);
+    entry.set_value(parameter.value);
   }
+  auto message = com::PbInternalMessageAdapter<pb::SystemParameters>(1).serialize(body).message;
+  message.retained = true;
+  world.bus->inject(topic::SYSTEM_PARAMETERS, message);
+  world.service->readSysparams();
+}
+
+/// What the receiver was told: constellations (GPS 1, GLONASS 2, BeiDou 4, Galileo 8), period, antenna's
+/// flags.
+std::string told(const SimulatedReceiver& source) {
+  const sim::Settings& settings = source.receiver.settings();
+  char text[40];
+  (void)std::snprintf(text, sizeof text, "%X %d ms %02X", sim::monitor_map(settings.constellations()),
+                      settings.rate[0] | settings.rate[1] << 8, settings.antenna_flags());
+  return text;
+}
+
+/// A receiver that has just been switched on with the unit talks at its default rate; a simulated one does
+/// not.
+TEST(Parameters, RateOfTheFirstMinutesIsTheDefault) {
+  struct Line final : Script {
+    void set_host_baud(unsigned rate) override { baud = rate; }
+    unsigned baud = 0;
+  };
+  const std::tuple<int64_t, const char*, unsigned> rows[] = {
+      {139'999'999'999, "\2", 9600}, {140'000'000'000, "\2", 38400}, {139'999'999'999, "\1", 38400}};
+  for (const auto& [boot_ns, simulation, baud] : rows) {
+    Line line;
+    World world(line);
+    world.time.boot_offset_ns = boot_ns - world.time.steady_ns();
+    world.service->disableHardwareInit();
+    start(world, {{0x2045, simulation}});
+    world.run(1);
+    EXPECT_EQ(line.baud, baud) << boot_ns;
+  }
+}
+
+constexpr int64_t SEQUENCE_US = 400 * S;
+
+TEST(Parameters, OfTheStartReachTheReceiver) {
+  const std::pair<std::vector<Parameter>, std::string> rows[] = {
+      {{}, "3 1000 ms 1F"},
+      {{{0xA01F, "\2"}, {0xA060, "\2"}, {0xA09B, "\3"}}, "2 333 ms 0E"},
+      {{{0xA020, "\2"}, {0xA022, "\1"}, {0xA09B, "\4"}}, "5 250 ms 1F"},
+      {{{0xA021, "\1"}, {0xA060, "\1"}, {0xA09B, "\5"}}, "B 250 ms 1F"},
+      {{{0xA020, "\2", 0xFE}, {0xA060, "\2", 0xFE}, {0xA09B, "\4", 0xFE}}, "3 1000 ms 1F"},
+      {{{0xA020, ""}, {0xA060, ""}, {0xA09B, ""}}, "3 1000 ms 1F"},
+      {{{0xA09B, std::string(1, '\0')}}, "3 1000 ms 1F"},
+  };
+  for (const auto& [parameters, expected] : rows) {
+    SimulatedReceiver source({});
+    World world(source);
+    start(world, parameters);
+    world.run(static_cast<double>(SEQUENCE_US) / 1e6);
+    EXPECT_EQ(told(source), expected);
+  }
+}
+
+TEST(Parameters, ChangesReachTheReceiver) {
+  const std::pair<std::map<std::string, char>, std::string> rows[] = {
+      {{{topic::PARAMETER_GPS, 2}, {topic::PARAMETER_BEIDOU, 1}}, "6 1000 ms 1F"},
+      {{{topic::PARAMETER_GLONASS, 2}, {topic::PARAMETER_GALILEO, 1}}, "C 1000 ms 1F"},
+      {{{topic::PARAMETER_GPS, 1}, {topic::PARAMETER_BEIDOU, 2}}, "9 1000 ms 1F"},
+      {{{topic::PARAMETER_GLONASS, 1}, {topic::PARAMETER_GALILEO, 2}}, "3 1000 ms 1F"},
+      {{{topic::PARAMETER_ANTENNA_ON, 2}}, "3 1000 ms 0E"},
+      {{{topic::PARAMETER_ANTENNA_ON, 1}}, "3 1000 ms 1F"}};
+  SimulatedReceiver source({});
+  World world(source);
+  world.service->enableMqttSystemSelection();
+  int64_t at_us = SEQUENCE_US;
+  for (const auto& row : rows) {
+    world.time.at(at_us, [&world, &row] {
+      for (const auto& [topic, value] : row.first) world.inject(topic, std::string(1, value));
+    });
+    at_us += SEQUENCE_US;
+    world.time.at(at_us - 1, [&source, &row] { EXPECT_EQ(told(source), row.second); });
+  }
+  world.time.at(at_us, [&] {  // of this version an open circuit is logged
+    world.inject(topic::HW_VERSION, "QRX7_2_KW4");
+    source.receiver.set_antenna(sim::AntennaState::open);
+  });
+  test::LogCapture log("WARNING");
+  world.run(static_cast<double>(at_us + 10 * S) / 1e6);
+  EXPECT_THAT(log.take(), testing::HasSubstr("to Open circuit\n"));
+}
+
+TEST(Parameters, GnssOffIsLookedAtEveryFiveSecondsAndNothingOldComesOut) {
+  const struct {
+    int64_t off_ms, on_ms;  ///< off at 0: by the parameter of the start
+    int64_t open_ms;        ///< when the device is opened (again)
+  } rows[] = {
+      {0, 99'999, 99'999}, {0, 4999, 5000}, {0, 5001, 10'000}, {1500, 6499, 6500}, {1500, 6501, 11'500}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.on_ms);
+    Script script;
+    if (row.off_ms > 0) script.add(1400 * MS, epoch(2, "GST RMC GGA"));  // switched off in mid-epoch
+    World world(script, {.hwversion = "zpt"});
+    world.service->disableHardwareInit();
+    world.service->enableMqttSystemSelection();
+    if (row.off_ms == 0) start(world, {{0xA00F, "\2"}});
+    for (const auto& [at_ms, value] : {std::pair(row.off_ms, "\2"), std::pair(row.on_ms, "\1")})
+      world.time.at(at_ms * MS, [&world, value = value] { world.inject(topic::PARAMETER_GNSS_ON, value); });
+    std::vector<int64_t> opens_us;
+    std::vector<Row> expected;
+    for (int64_t ms = 300; ms < 12'000; ms += 1000) {
+      const bool is_first = ms > row.open_ms && ms < row.open_ms + 1000;
+      const auto burst =
+          epoch(static_cast<int>(ms / 1000), is_first ? "RMC GSA GSA GST" : "RMC GGA GSA GSA GST");
+      if (row.off_ms > 0 || ms > row.open_ms) script.add(ms * MS, burst);
+      if (ms < row.off_ms || ms > row.open_ms) expected.emplace_back(ms, 3, is_first ? 4 : 5);
+    }
+    if (row.off_ms > 0) opens_us.push_back(0);
+    if (row.open_ms < 12'000) opens_us.push_back(row.open_ms * MS);
+    const auto published = world.run(12);
+    EXPECT_EQ(frames(published), expected);
+    EXPECT_EQ(world.terminal.opens_us, opens_us);
+    for (const auto& [at_us, data] : published) {
+      EXPECT_EQ(data.has_altitude(), data.nmea_size() == 5);
+      // The 75 bytes of RMC began to arrive 19 ms before they were read.
+      EXPECT_EQ(data.timestamp_ns(), static_cast<uint64_t>(at_us * 1000 + 1'000'000'000'000 - 19'000'000));
+    }
+    EXPECT_EQ(world.sentOn(topic::VP1_TX).size(), expected.size());
+  }
+}
+
+TEST(Parameters, LogFlagsAreOneToFourBytesTheLowestFirst) {
+  Script nothing;
+  World world(nothing);
+  world.service->enableLoggingControl();
+  const std::pair<std::string, unsigned> rows[] = {{"\x40", 0x40},
+                                                   {"\x01\x20", 0x2001},
+                                                   {"\x02\x03\x04", 0x40302},
+                                                   {"\x05\x06\x07\x88", 0x88070605},
+                                                   {"", 0x88070605},
+                                                   {"\1\2\3\4\5", 0x88070605}};
+  for (const auto& [value, flags] : rows) {
+    world.inject(topic::LOG_CONFIG, value);
+    EXPECT_EQ(gpspub::GnssUtils::logFlags(), flags);
+  }
+  gpspub::GnssUtils::setLogFlags(0);
 }
 
 TEST(RunLoop, CorruptedStreamLosesWhatWasCorruptedAndNoMore) {
@@ -239,51 +241,49 @@ TEST(RunLoop, CorruptedStreamLosesWhatWasCorruptedAndNoMore) {
     ++valid;
     const auto truth = source.receiver.truth_at(static_cast<int64_t>(data.utc_time_us()));
     ASSERT_TRUE(truth);
-    if (!data.has_latitude()) continue;
-    EXPECT_NEAR(data.latitude(), truth->latitude_deg, 5e-6);
+    const auto expect_near = [](bool there, double value, double expected, double tolerance) {
+      EXPECT_NEAR(there ? value : expected, expected, tolerance);
+    };
+    expect_near(data.has_latitude(), data.latitude(), truth->latitude_deg, 5e-6);
+    expect_near(data.has_longitude(), data.longitude(), truth->longitude_deg, 1e-5);
+    expect_near(data.has_speed(), data.speed(), truth->speed_kmh, 0.001);
+    expect_near(data.has_heading(), data.heading(), truth->course_deg.value_or(-1), 0.006);
   }
   EXPECT_GT(valid, 400);
   const auto sent = source.receiver.statistics();
   EXPECT_EQ(sentences, sent.sentences_sent - sent.sentences_corrupted);
 }
 
-TEST(RunLoop, SetsTheSystemClockOnceFromTheFirstValidTime) {
-  struct {
-    bool enabled;
+TEST(RunLoop, SetsTheSystemClockOnceFromTheFirstValidTimeWhenTheFileSaysSo) {
+  const struct {
+    std::string file;
     int64_t wall_us;
     bool refused;
     int calls;
-  } const cases[]{{false, 0, false, 0},
-                  {true, 0, false, 1},
-                  {true, 0, true, 1},
-                  {true, 1'478'537'337'000'000, false, 1},
-                  {true, 1'478'537'338'000'000, false, 0}};
-  for (const auto& c : cases) {
+  } rows[] = {{"", 0, false, 0},
+              {"set_system_time = TRUE", 0, false, 0},
+              {"set_system_time = true", 0, false, 1},
+              {"set_system_time = 1", 0, true, 1},
+              {"set_system_time = 1", 1'478'537'337'000'000, false, 1},
+              {"set_system_time = 1", 1'478'537'338'000'000, false, 0}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.file);
     Script script;
     script.add(100 * MS, nmea("GNRMC,123500.00,V,,,,,,,230326,,,N"));
     script.add(300 * MS, epoch(1, "RMC GGA GSA GSA GST", 50));
     script.add(1300 * MS, epoch(2));
-    World world(script, {.wall_us = c.wall_us - 300 * MS});
-    world.service->setSystemTimeEnabled(c.enabled);
-    world.time.clock().refuse_set_wall(c.refused);
+    World world(script, {.wall_us = row.wall_us - 300 * MS});
+    auto config = std::make_unique<config::Configuration>();
+    std::istringstream file(row.file);
+    config::set_config_from_input(config, file);
+    gpspub::registerKeys(*config);
+    gpspub::applyConfiguration({}, *config, *world.service);
+    world.time.clock().refuse_set_wall(row.refused);
     world.run(2);
-    EXPECT_EQ(world.time.clock().set_wall_calls(), c.calls);
-    if (c.calls == 0 || c.refused) continue;
+    EXPECT_EQ(world.time.clock().set_wall_calls(), row.calls);
+    if (row.calls == 0 || row.refused) continue;
     EXPECT_EQ(world.time.wall().tv_sec, 1'774'269'303);  // 301.5 at 0.3 s, read at 2 s
   }
-}
-
-TEST(RunLoop, TimeZoneIsFollowedAndAnOutageOfTheBusQueuesNothing) {
-  Script script;
-  for (int s = 1; s <= 4; ++s) script.add(s * S - 700 * MS, epoch(s));
-  World world(script);
-  world.time.at(1 * S, [&] { world.bus->set_connected(false); });
-  world.time.at(3 * S, [&] { world.bus->set_connected(true); });
-  EXPECT_THAT(rows(world.run(3.9)), ElementsAre(Row(300, 3, 5), Row(3300, 3, 5)));
-  EXPECT_THAT(world.bus->records(), testing::SizeIs(2 * 2));  // position, and time for the unit
-  EXPECT_TRUE(world.service);
-  world.service.reset();
-  EXPECT_THAT(world.bus->unsubscribed(), testing::Contains(topic::TIME_ZONE));
 }
 
 }  // namespace

@@ -146,6 +146,7 @@ World::World(const MakeInput& make_input, const Options& options)
     : time(options.wall_us), bus(std::make_shared<com::MemoryTransport>()) {
   set_time_source(options.real_time ? nullptr : &time);
   gpspub::GnssUtils::initDuration();
+  bus->set_connected(options.connected);
   std::shared_ptr<com::ITransportClient> transport = bus;
   service = std::make_unique<gpspub::GPSDClient>(transport, "variant", options.hasgnss, options.hwversion,
                                                  options.device,

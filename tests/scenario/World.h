@@ -151,6 +151,7 @@ class World {
     std::string device = "/dev/ttyFP3";
     int64_t wall_us = 1'400'000'000'000'000;  ///< the system clock at the start: 2014
     bool real_time = false;                   ///< the operating system's clocks: `time` stands still
+    bool connected = true;                    ///< whether the broker is there when the service is made
   };
   /// Makes the receiver's input on the world's time.
   using MakeInput = std::function<std::unique_ptr<ecu::koru::gpspub::IGnssInput>(World&)>;
