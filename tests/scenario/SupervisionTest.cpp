@@ -74,7 +74,12 @@ TEST_F(Supervision, EveryModeFeedsAndTellsItsStatus) {
     bool missing, on, broker;
     std::vector<std::string> status;
   } rows[] = {
-      {"receiver", "true", false, true, true, {"STATUS=no fix", "STATUS=valid fix", "STATUS=no fix"}},
+      {"receiver",
+       "true",
+       false,
+       true,
+       true,
+       {"STATUS=no fix", "STATUS=valid fix", "STATUS=fix with a warning", "STATUS=no fix"}},
       {"no device", "true", true, true, true, {"STATUS=no receiver"}},
       {"no broker", "true", false, true, false, {"STATUS=no broker"}},
       {"off", "true", false, false, true, {"STATUS=GNSS is switched off"}},
@@ -85,6 +90,7 @@ TEST_F(Supervision, EveryModeFeedsAndTellsItsStatus) {
     heard.clear();
     test::Script script;
     for (int second = 2; second <= 6; ++second) script.add(second * S, test::epoch(second));
+    script.add(7 * S, test::nmea("GNRMC,123507.00,V,,,,,,,230326,,,N") + test::epoch(7, "GGA GSA GST"));
     World::Options options;
     options.hasgnss = row.hasgnss;
     World world(script, options);

@@ -1,23 +1,16 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 
-#include "nmea/GnssUtils.h"
-#include "observe/GnssIcanObserver.h"
-#include "observe/TimeZoneObserver.h"
+#include "nmea/GnssInfo.h"
 #include "platform/MemoryTransport.h"
 #include "platform/PbInternalMessageAdapter.h"
-#include "platform/Signals.h"
-#include "platform/Topics.h"
 #include "proto/nvxproto.pb.h"
 #include "publish/GnssPublishCAN.h"
 #include "publish/GnssPublishMqtt.h"
-#include "publish/GnssPublishSystime.h"
 #include "support/Frames.h"
 #include "support/LogCapture.h"
-#include "support/Support.h"
 
 using namespace ecu::koru;
 using namespace ecu::koru::gpspub;
@@ -133,11 +126,6 @@ std::vector<Golden> goldenFrames() {
           {"nothing", GnssInfo(), NONE, NONE, NONE, NONE, NONE, "00 00 00 00 00 00 00 00"}};
 }
 
-std::pair<std::string, std::string> topicAndBytes(const com::MemoryTransport::Record& record) {
-  return {record.topic,
-          com::PbInternalMessageAdapter<pb::RtSignal>(1).deserialize(record.message).body.value()};
-}
-
 /// What a subscriber of the position gets.
 pb::GnssData published(GnssInfo info) {
   const auto memory = std::make_shared<com::MemoryTransport>();
@@ -166,100 +154,20 @@ TEST(PublishCan, GoldenFrames) {
         {"rt/j1939can/tx/td_local", bytes(golden.td)},
         {"rt/system/gnss_timestamp_ns", bytes(golden.stamp)}};
     std::vector<std::pair<std::string, std::string>> sent;
-    for (const auto& record : bus->records()) sent.push_back(topicAndBytes(record));
+    for (const auto& [topic, message, at_ns] : bus->records())
+      sent.emplace_back(topic,
+                        com::PbInternalMessageAdapter<pb::RtSignal>(1).deserialize(message).body.value());
     EXPECT_EQ(sent, expected) << golden.what;
-    bus->clear_records();
-    GnssPublishSystime().publishFrame(client, golden.fix, sentences);
-    ASSERT_EQ(bus->records().size(), 1U);
-    EXPECT_EQ(topicAndBytes(bus->records()[0]),
-              (std::pair<std::string, std::string>("systime/td", bytes(golden.td))));
-  }
-}
-
-TEST(PublishCan, GroupRecordsStandBehindTheirBits) {
-  const char* const built[] = {" seconds 1\n",
-                               " localhouroffset 1\n",
-                               " seconds 0xFF \n",
-                               " minutes 0xFF  hours 0xFF  day 0xFF \n",
-                               " month 0xFF year 0xFF\n",
-                               "DEBUG koru.gpspub: Unable to set_signal_scaled_value on "};
-  std::shared_ptr<com::ITransportClient> client = std::make_shared<com::MemoryTransport>();
-  std::vector<std::string> sentences;
-  for (const unsigned flags : {0x10000U, ~0x10000U, 0U}) {
-    GnssUtils::setLogFlags(flags);
-    test::LogCapture log;
-    for (GnssInfo fix : {ordinaryFix(), undatedFix(), excessiveFix(), excessiveFix()}) {
-      GnssPublishCAN().publishFrame(client, fix, sentences);
-    }
-    GnssUtils::setLogFlags(0);
-    const std::string text = log.take();
-    for (const char* record : built)
-      EXPECT_EQ(text.find(record) != std::string::npos, flags == 0x10000) << record;
-    EXPECT_EQ(text.find(" getLatitudeDecDeg() 0xFFFFFFFF\n") != std::string::npos, flags == ~0x10000U);
-  }
-}
-
-/// The database has one message with one signal; what is logged when it is sent and when it comes.
-TEST(PublishCan, SignalsThatTheDatabaseLacksAreNamed) {
-  const struct {
-    std::string present, tx, rx;
-    bool (*create)(const GnssInfo&, com::Message&);
-    std::string not_set, invalid;
-  } rows[] = {
-      {"latitude", topic::VP1_TX, topic::VP1_RX, GnssPublishCAN::create_VP1_Base_Message,
-       "Unable to set_signal_data on longitude\n",
-       "Invalid signal longitude for topic 'rt/j1939can/rx/vp1_fb'. Request failed\n"},
-      {"altitude", topic::VDS_TX, topic::VDS_RX, GnssPublishCAN::create_VDS_Base_Message,
-       "Unable to set_signal_data on pitch\n",
-       "Invalid signal navigationbasedvehiclespeed for topic 'rt/j1939can/rx/vds_fb'. Request failed\n"}};
-  auto& adapter = rt::SignalAdapter::instance();
-  for (const auto& row : rows) {
-    const test::TempDir folder;
-    test::LogCapture log("WARNING");
-    EXPECT_TRUE(adapter.load_database(
-        folder.write("one.dbc", "BO_ 1 M: 8 A\nSG_ " + row.present +
-                                    " : 0|8@1+ (1,0) [0|0] \"\" A\nBA_ \"TxTopic\" BO_ 1 \"" + row.tx +
-                                    "\";\nBA_ \"RxTopic\" BO_ 1 \"" + row.rx + "\";")));
-    com::Message message;
-    EXPECT_TRUE(row.create(GnssInfo(), message));
-    rt::SignalGroup group = adapter.create_sg(row.rx);
-    EXPECT_TRUE(group.set_signal_data(row.present, {1}) && adapter.pack(group, message));
-    GnssIcanObserver().message(row.rx, message);
-    EXPECT_FALSE(adapter.load_database(folder / "none"));  // the built-in one again
-    EXPECT_THAT(log.take(), testing::AllOf(testing::HasSubstr(row.not_set), testing::HasSubstr(row.invalid)));
   }
 }
 
 TEST(PublishTest, AFixAtTheZeroPointIsNone) {
-  const struct {
-    double latitude, longitude;
-    int status;
-  } rows[] = {{0.0, 0.0, 2}, {-0.0, 0.0, 2}, {0.0, 100.0, 3}, {100.0, 0.0, 3}, {0.0, std::nan(""), 3}};
-  for (const auto& row : rows) {
-    GnssInfo info;
-    GnssUtils::parseRMCString("$GPRMC,123519.50,A,4807.038,S,01131.000,W,022.4,084.4,230394,,,A*00\r\n",
-                              info);
-    info.m_latitude = row.latitude;
-    info.m_longitude = row.longitude;
-    EXPECT_EQ(published(info).status(), row.status) << row.latitude << ' ' << row.longitude;
+  const std::tuple<double, double, int> rows[] = {
+      {0.0, 0.0, 2}, {-0.0, 0.0, 2}, {0.0, 100.0, 3}, {100.0, 0.0, 3}, {0.0, std::nan(""), 3}};
+  for (const auto& [latitude, longitude, status] : rows) {
+    GnssInfo info = ordinaryFix();
+    info.m_latitude = latitude;
+    info.m_longitude = longitude;
+    EXPECT_EQ(published(info).status(), status) << latitude << ' ' << longitude;
   }
-}
-
-TEST(PublishTest, ABrokenTimeZoneLeavesTheOneBefore) {
-  TimeZoneObserver observer;
-  TimeZoneObserver::TimeZoneInfo zone;
-  observer.getTimeZoneInfo(zone);
-  EXPECT_EQ(zone.source, pb::TimeZone::NONE);
-  pb::TimeZone body;
-  body.set_hour_offset(-3);
-  body.set_minute_offset(-30);
-  body.set_summer_time(true);
-  body.set_source(pb::TimeZone::USER);
-  com::Message message = com::PbInternalMessageAdapter<pb::TimeZone>(1).serialize(body).message;
-  observer.message("", message);
-  message.payload.clear();
-  observer.message("", message);  // broken: the zone before holds
-  observer.getTimeZoneInfo(zone);
-  EXPECT_TRUE(zone.hour_offset == -3 && zone.minute_offset == -30 && zone.summer_time &&
-              zone.source == pb::TimeZone::USER);
 }
