@@ -57,13 +57,6 @@ const std::string NOISE =
 
 const Recorded RECORDED[] = {
     {"",
-     {"GPRMC,123519,A,4807.0380,N,01131.0000,E,022.4,084.4,230326,,,A",
-      "GPGGA,123519,4807.0380,N,01131.0000,E,1,08,0.9,545.4,M,46.9,M,,",
-      "GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,1.3,2.1", "GPGST,123519,5.0,,,,1.5,2.25,3.0"},
-     R"({"status":3,"utc_time_us":1774269319000000,"latitude":48.1173,"longitude":11.5166667,"speed":41.4848,
-         "heading":84.4,"quality":1,"num_satellites":8,"altitude":545.4,"fix":3,"hdop":1.3,"vdop":2.1,
-         "accuracy":2.25})"},
-    {"",
      {"GNRMC,123520.50,A,3351.12345,S,07012.54321,W,000.0,,230326,,,A,V",
       "GNGGA,123520.50,3351.12345,S,07012.54321,W,2,19,0.71,-12.3,M,46.9,M,,0120",
       "GNGSA,A,3,04,05,09,12,24,,,,,,,,9.9,9.8,9.7,1", "GNGSA,A,3,65,66,71,,,,,,,,,,1.6,0.71,1.4,2",
@@ -129,7 +122,7 @@ TEST_F(SatnavdRoad, TheBrokerMayDieAndMayFreeze) {
   test::Process unit(
       {test::program("ecu-sim"), "--keep", "--timezone", "+01:00", "--port", std::to_string(broker.port())});
   const auto simulator = receiver({"--rate", "4"});
-  const auto service = satnavd({}, {"-v"});
+  const auto service = satnavd({}, {"-v", "-d", "0x20001"});
   ASSERT_TRUE(test::logged(*service, "Num NMEA strings", 2)) << service->err();
   ASSERT_TRUE(unit.wait_for_output("messages published", PATIENCE_MS));
   unit.write_stdin("timezone +02:00\n");
@@ -153,6 +146,12 @@ TEST_F(SatnavdRoad, TheBrokerMayDieAndMayFreeze) {
   EXPECT_TRUE(test::logged(*service, "Num NMEA strings", so_far + 4)) << "it does not go on reading";
   broker.thaw();
   EXPECT_TRUE(tap.gets(4, VALID)) << service->err();
+
+  unit.write_stdin("log-config 40\nparam 0xA00F=02\n");
+  EXPECT_TRUE(service->wait_for_output("log configuration flags = 0x40\n", PATIENCE_MS));
+  EXPECT_TRUE(service->wait_for_output("otaid_GNSSOn configured as OFF.", PATIENCE_MS));
+  const int64_t off_ns = clock_ns(CLOCK_BOOTTIME);
+  EXPECT_FALSE(test::eventually([&] { return tap.count_since(off_ns, VALID) > 0; }, 1000));
 
   int64_t before_ns = restart_ns - S / 3;  // the epoch in progress
   for (const auto& fix : tap.fixes()) {
