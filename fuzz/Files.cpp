@@ -59,7 +59,7 @@ void check_applied(const config::Configuration& config) {
   applyConfiguration(Options(), config, service);
   const auto& raw = service.ubloxConfig().rawCmdPost();
   require(raw.size() <= 5, "there are five raw commands");
-  applyLogMode(config);  // last: records that go elsewhere are not looked at
+  applyLogMode(config);
 }
 
 void check_group(const rt::GroupDefinition& group) {

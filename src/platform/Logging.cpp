@@ -1,7 +1,6 @@
 #include "platform/Logging.h"
 
-#include <limits.h>
-#include <poll.h>
+#include <paths.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -11,8 +10,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
+#include <memory>
 #include <mutex>
 
+#include "platform/LogOutput.h"
 #include "platform/Time.h"
 
 namespace ecu::koru::logging {
@@ -24,8 +25,7 @@ constexpr std::array<std::string_view, 8> LEVEL_NAMES{"EMERG",   "ALERT",  "CRIT
 
 std::atomic<Level> g_level{DEFAULT_LEVEL};
 std::atomic<LogMode> g_mode{LogMode::STDERR};
-
-constexpr int STUCK_READER_MS = 100;
+std::atomic<Sink> g_sink{nullptr};
 
 constexpr Module LOG = module("koru.logging");
 
@@ -42,30 +42,53 @@ void append_time_stamp(std::string& line) {
   line.append(stamp, static_cast<size_t>(std::max(length, 0)));
 }
 
-/// The whole record; what the descriptor refuses is lost. A reader that no longer reads must not stop the
-/// service: the first record waits for it a little, those after it not at all until it reads again.
-void write_all(int fd, std::string_view line) {
-  static bool stuck = false;
-  while (!line.empty()) {
-    pollfd writable{fd, POLLOUT, 0};
-    const int ready = poll(&writable, 1, stuck ? 0 : STUCK_READER_MS);
-    if (ready < 0 && errno == EINTR) continue;
-    if (ready == 0) {
-      stuck = true;
-      return;
-    }
-    stuck = false;
-    const ssize_t written = ::write(fd, line.data(), std::min<size_t>(line.size(), PIPE_BUF));
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
-    line.remove_prefix(static_cast<size_t>(written));
-  }
+/// "<30>Nov 21 10:15:30 satnavd: ", as syslog(3) begins a record of the daemon facility.
+void append_syslog_header(std::string& record, Level level) {
+  static constexpr std::array MONTHS{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  const time_t seconds = time_source().wall().tv_sec;
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  char header[64];
+  const int length = std::snprintf(
+      header, sizeof header, "<%d>%s %2d %02d:%02d:%02d satnavd: ", LOG_DAEMON | static_cast<int>(level),
+      MONTHS[static_cast<size_t>(local.tm_mon)], local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+  record.append(header, static_cast<size_t>(std::max(length, 0)));
 }
 
-void write_syslog(Level level, std::string_view text) {
-  static std::once_flag opened;
-  std::call_once(opened, [] { openlog("satnavd", 0, LOG_DAEMON); });
-  syslog(LOG_DAEMON | static_cast<int>(level), "%.*s", static_cast<int>(text.size()), text.data());
+std::string formatted(LogMode mode, Level level, std::string_view module, std::string_view text) {
+  std::string record;
+  record.reserve(64 + module.size() + text.size());
+  if (mode == LogMode::SYSLOG) {
+    append_syslog_header(record, level);
+    return record.append(text);
+  }
+  append_time_stamp(record);
+  return record.append(level_name(level)).append(" ").append(module).append(": ").append(text).append("\n");
+}
+
+/// Where records go, and how many of them it did not take since the last one that it took.
+struct Destination {
+  std::unique_ptr<LogOutput> output;
+  uint64_t lost = 0;
+};
+
+Destination& destination(LogMode mode) {
+  static std::array<Destination, 3> destinations{{{std::make_unique<SyslogOutput>(_PATH_LOG)},
+                                                  {std::make_unique<StreamOutput>(STDOUT_FILENO)},
+                                                  {std::make_unique<StreamOutput>(STDERR_FILENO)}}};
+  return destinations[static_cast<size_t>(mode)];
+}
+
+void put(LogMode mode, Level level, std::string_view module, std::string_view text) {
+  static std::mutex one_at_a_time;
+  const std::lock_guard lock(one_at_a_time);
+  Destination& to = destination(mode);
+  if (to.lost > 0) {
+    const std::string count = std::to_string(to.lost) + " records lost";
+    if (to.output->put(formatted(mode, Level::WARNING, LOG.name(), count))) to.lost = 0;
+  }
+  if (!to.output->put(formatted(mode, level, module, text))) ++to.lost;
 }
 
 }  // namespace
@@ -98,19 +121,16 @@ bool enabled(Level level) {
   return level <= g_level.load(std::memory_order_relaxed);
 }
 
+void set_sink(Sink sink) {
+  g_sink = sink;
+}
+
 void write(Level level, std::string_view module, std::string_view text) {
   const int saved_errno = errno;
-  const LogMode mode = g_mode;
-  if (mode == LogMode::SYSLOG) {
-    write_syslog(level, text);
+  if (const Sink sink = g_sink) {
+    sink(level, module, text);
   } else {
-    std::string line;
-    line.reserve(64 + module.size() + text.size());
-    append_time_stamp(line);
-    line.append(level_name(level)).append(" ").append(module).append(": ").append(text).append("\n");
-    static std::mutex whole_lines;
-    const std::lock_guard lock(whole_lines);
-    write_all(mode == LogMode::STDOUT ? STDOUT_FILENO : STDERR_FILENO, line);
+    put(g_mode, level, module, text);
   }
   errno = saved_errno;
 }

@@ -6,7 +6,9 @@
 #include <string_view>
 #include <type_traits>
 
-/// Log records at syslog's levels to syslog, standard output or standard error. Any thread may log.
+/// Log records at syslog's levels to the system's log, standard output or standard error. Any thread may log,
+/// and no record makes it wait: a place that takes nothing loses records, and "N records lost" comes before
+/// the next one that it takes.
 namespace ecu::koru::logging {
 
 /// The numbers are syslog's severities.
@@ -31,8 +33,13 @@ void set_log_mode(LogMode mode);
 /// True when a record of this level would be written.
 [[nodiscard]] bool enabled(Level level);
 
-/// Writes one record: "2026-11-21T10:15:30.123Z NOTICE module: text", or the text alone to syslog.
+/// Writes one record: "2026-11-21T10:15:30.123Z NOTICE module: text", or the text alone, as "satnavd" of the
+/// daemon facility, to the system's log.
 void write(Level level, std::string_view module, std::string_view text);
+
+/// Takes the records in the place of the log; nullptr ends that. For tests.
+using Sink = void (*)(Level level, std::string_view module, std::string_view text);
+void set_sink(Sink sink);
 
 /// Bytes that came from outside, made safe for a log line: all outside 0x20..0x7E become \xHH.
 [[nodiscard]] std::string escaped(std::string_view bytes);
@@ -80,6 +87,7 @@ template <typename... Parts>
 class Module {
  public:
   explicit constexpr Module(std::string_view name) : m_name(name) {}
+  [[nodiscard]] constexpr std::string_view name() const { return m_name; }
 
   template <typename... Parts>
   void log(Level level, const Parts&... parts) const {

@@ -1,20 +1,23 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
+#include <mutex>
 #include <string>
 
 #include "platform/Logging.h"
 
 namespace test {
 
-/// What the code under test logs from here on. Records go to standard error, which gtest catches.
+/// What the code under test logs from here on, a line " LEVEL module: text" a record. One at a time.
 class LogCapture {
  public:
   explicit LogCapture(const std::string& level = "DEBUG") {
-    ecu::koru::logging::set_log_mode(ecu::koru::logging::LogMode::STDERR);
-    ecu::koru::logging::configure_logging(level);
-    testing::internal::CaptureStderr();
+    using namespace ecu::koru;
+    captured().clear();
+    logging::configure_logging(level);
+    logging::set_sink([](logging::Level of, std::string_view module, std::string_view text) {
+      const std::lock_guard lock(mutex());
+      captured() += logging::text(" ", logging::level_name(of), " ", module, ": ", text, "\n");
+    });
   }
   ~LogCapture() { (void)take(); }
   LogCapture(const LogCapture&) = delete;
@@ -25,10 +28,21 @@ class LogCapture {
     if (m_taken) return {};
     m_taken = true;
     ecu::koru::logging::configure_logging("INFO");
-    return testing::internal::GetCapturedStderr();
+    ecu::koru::logging::set_sink(nullptr);
+    const std::lock_guard lock(mutex());
+    return captured();
   }
 
  private:
+  static std::string& captured() {
+    static std::string records;
+    return records;
+  }
+  static std::mutex& mutex() {
+    static std::mutex guard;
+    return guard;
+  }
+
   bool m_taken = false;
 };
 

@@ -82,31 +82,6 @@ TEST(PlatformTest, ANumberThatIsTooLargeLeavesNothingBehind) {
   EXPECT_EQ(to_u32_base0("0xFFFFFFFF"), 0xFFFFFFFF);
 }
 
-TEST(PlatformTest, LogRecordsAreOneLineEach) {
-  VirtualTime time(0, 1'795'256'130'123'999);
-  set_time_source(&time);
-  constexpr auto LOG = logging::module("koru.test");
-  struct Costly {
-    mutable int formatted = 0;
-    operator std::string_view() const { return ++formatted, "x"; }
-  } costly;
-  test::LogCapture log("NOTICE");
-  EXPECT_FALSE(logging::configure_logging("notice"));
-  LOG.info(costly);
-  LOG.notice(costly, uint64_t{18446744073709551615U}, ' ', int64_t{-5}, ' ', uint8_t{65}, true, ' ', 0.1, ' ',
-             logging::hex(0xAB), ' ', logging::hex(10, 4), "."s);
-  errno = 5;
-  LOG.alert(logging::escaped("a\n\x7F\xFF~ "));
-  EXPECT_TRUE(errno == 5 && costly.formatted == 1);
-  const std::string text = log.take();
-  EXPECT_THAT(
-      text, HasSubstr("Z ERROR koru.logging: log level 'notice' does not exist; expected EMERG, ALERT, CRI"));
-  EXPECT_THAT(
-      text, EndsWith("\n2026-11-21T10:15:30.123Z NOTICE koru.test: x18446744073709551615 -5 651 0.1 ab 000a."
-                     "\n2026-11-21T10:15:30.123Z ALERT koru.test: a\\x0A\\x7F\\xFF~ \n"));
-  set_time_source(nullptr);
-}
-
 TEST(PlatformTest, TheEnvelopeIsThisOnTheWire) {
   VirtualTime time(0x0102030405060708);
   set_time_source(&time);

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace ecu::koru::logging {
+
+/// A place that records go to. It never waits for its reader: a record that cannot be taken at once is lost,
+/// and the owner counts it. One thread at a time.
+class LogOutput {
+ public:
+  virtual ~LogOutput() = default;
+  /// False if nothing of the record was taken.
+  [[nodiscard]] virtual bool put(std::string_view record) = 0;
+};
+
+/// A descriptor of this process, such as standard output. Never closed.
+class StreamOutput final : public LogOutput {
+ public:
+  explicit StreamOutput(int descriptor) : m_descriptor(descriptor) {}
+  ~StreamOutput() override;
+  StreamOutput(const StreamOutput&) = delete;
+  StreamOutput& operator=(const StreamOutput&) = delete;
+
+  [[nodiscard]] bool put(std::string_view record) override;
+
+ private:
+  enum class Kind { UNKNOWN, SOCKET, OWN_DESCRIPTION, SHARED_DESCRIPTION };
+  void examine();
+  [[nodiscard]] size_t write_some(std::string_view bytes);
+
+  const int m_descriptor;
+  Kind m_kind = Kind::UNKNOWN;
+  int m_own = -1;  // the same pipe or terminal, opened again: its flags are not shared with other processes
+  std::string m_rest;  // of a record of which a part was taken
+};
+
+/// The system's log: one datagram a record, or on a stream its bytes and a NUL, as syslog(3) sends them. The
+/// socket is connected when it is needed, so that a log daemon that was started again is found.
+class SyslogOutput final : public LogOutput {
+ public:
+  explicit SyslogOutput(std::string path) : m_path(std::move(path)) {}
+  ~SyslogOutput() override;
+  SyslogOutput(const SyslogOutput&) = delete;
+  SyslogOutput& operator=(const SyslogOutput&) = delete;
+
+  [[nodiscard]] bool put(std::string_view record) override;
+
+ private:
+  enum class Sent { ALL, FULL, NO_CONNECTION };
+  [[nodiscard]] bool connect(int type);
+  [[nodiscard]] Sent send(std::string_view record);
+  void close();
+
+  const std::string m_path;
+  int m_socket = -1;
+  bool m_is_stream = false;
+};
+
+}  // namespace ecu::koru::logging
