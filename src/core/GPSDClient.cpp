@@ -96,10 +96,15 @@ void GPSDClient::stop() {
   m_gnss_on = false;
 }
 
+void GPSDClient::passBegins() const {
+  m_service_manager->progress();
+  logging::tell_kept_back();
+}
+
 void GPSDClient::waitWhileRunning(int64_t us) const {
   const int64_t end = GnssUtils::getMicrosecDuration(0) + us;
   for (int64_t left = us; m_running && left > 0; left = end - GnssUtils::getMicrosecDuration(0)) {
-    m_service_manager->progress();
+    passBegins();
     time_source().sleep_ns(std::min(left, WAIT_SLICE_US) * 1000);
   }
 }
@@ -142,7 +147,7 @@ void GPSDClient::publishGnssData() {
     }
     m_publish_mqtt->publishFrame(m_transport_client, m_epoch.info(), m_epoch.sentences());
   } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
-    LOG.debug("GPSDClient::publishGnssData - DATA TO PUBLISH BUT NO MQTT");
+    LOG.detail("GPSDClient::publishGnssData - DATA TO PUBLISH BUT NO MQTT");
   }
   m_epoch.rotate(m_ublox_config.receiverFlag());
 }

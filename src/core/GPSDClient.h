@@ -86,6 +86,8 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
   [[nodiscard]] bool inMode() const { return m_running && m_gnss_on; }
   /// Tells the service manager how the position is that is about to be published.
   void reportStatus(int32_t gnss_status);
+  /// Every pass: tells the service manager that the run loop goes on, and the log what it kept back.
+  void passBegins() const;
   /// Sleeps, but not beyond a stop().
   void waitWhileRunning(int64_t us) const;
 

@@ -9,14 +9,14 @@ void GPSDClient::runIcan() {
   m_gnss_ican_observer->restart();
   subscribeIcanMessages();
   while (inMode()) {
-    m_service_manager->progress();
+    passBegins();
     const bool time_out = m_gnss_ican_observer->timeoutToSendFrame();
     if (!inMode()) break;
     const int32_t status = m_gnss_ican_observer->getGnssInfoStatus();
     reportStatus(status);
     sendFrameUsingIcan();
     if (GnssUtils::debugIt(logflag::CONNECTION)) {
-      LOG.debug("runIcan time_out ", time_out, " gnss_status ", status, " m_comm_retries ", m_comm_retries);
+      LOG.detail("runIcan time_out ", time_out, " gnss_status ", status, " m_comm_retries ", m_comm_retries);
     }
     m_antenna.publishModuleErrorMessage(false);
     m_comm_retries = time_out ? m_comm_retries + 1 : 0;
@@ -31,7 +31,7 @@ void GPSDClient::sendFrameUsingIcan() {
     fillTimeZone(info);
     if (m_running) m_publish_mqtt->publishFrame(m_transport_client, info, m_epoch.sentences());
   } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
-    LOG.debug("DATA TO PUBLISH BUT NO MQTT ");
+    LOG.detail("DATA TO PUBLISH BUT NO MQTT ");
   }
 }
 

@@ -31,7 +31,7 @@ void GPSDClient::runUblox() {
   logInputWarnings();
   enterReceiverLoop();
   while (inMode()) {
-    m_service_manager->progress();
+    passBegins();
     if (m_input->isConnected()) {
       receive();
     } else {
@@ -72,7 +72,7 @@ void GPSDClient::connectOrWait() {
   sendAndCountFrame();
   ++m_comm_retries;
   if (GnssUtils::debugIt(logflag::CONNECTION)) {
-    LOG.debug("No communication retrying. Num retries ", m_comm_retries);
+    LOG.detail("No communication retrying. Num retries ", m_comm_retries);
   }
 }
 
@@ -93,7 +93,7 @@ void GPSDClient::superviseReceiver() {
   if (isNoCommunication()) {
     ++m_comm_retries;
     if (GnssUtils::debugIt(logflag::CONNECTION)) {
-      LOG.debug("No communication retrying. Retries ", m_comm_retries);
+      LOG.detail("No communication retrying. Retries ", m_comm_retries);
     }
     disconnect();
     // What was no item for so long never will be one: a stray sync byte must not cost the answers of the port
@@ -134,9 +134,9 @@ void GPSDClient::processUblox() {
   if (length <= 0) return;
   m_last_ublox_time = m_data_time_us;
   if (GnssUtils::debugIt(logflag::NEW_DATA)) {
-    LOG.debug("VALID UBLOX len ", length, "\n", hexDumpMessage(m_input->getBuffer(), length, 50, 10, true));
+    LOG.detail("VALID UBLOX len ", length, "\n", hexDumpMessage(m_input->getBuffer(), length, 50, 10, true));
     const int remaining = m_input->getBytesWaiting() - length;
-    if (remaining > 0) LOG.debug("Another message waiting ", remaining);
+    if (remaining > 0) LOG.detail("Another message waiting ", remaining);
   }
   m_ubx_reception.processUbloxMessage();
 }
@@ -163,12 +163,12 @@ void GPSDClient::sendGpsOnCan() {
   if (m_transport_client->is_connected()) {
     const int32_t status = info.getStatus();
     if (GnssUtils::debugIt(logflag::CONNECTION)) {
-      LOG.debug("GPSDClient::sendGpsOnCan -  gnss_status ", status);
+      LOG.detail("GPSDClient::sendGpsOnCan -  gnss_status ", status);
     }
     m_publish_can->publishFrame(m_transport_client, info, m_epoch.sentences());
     m_antenna.publishModuleErrorMessage(status == 1 && !m_antenna.isRadioSilent());
   } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
-    LOG.debug("GPSDClient::sendGpsOnCan - DATA TO PUBLISH BUT NO MQTT ");
+    LOG.detail("GPSDClient::sendGpsOnCan - DATA TO PUBLISH BUT NO MQTT ");
   }
   info.clear();
 }

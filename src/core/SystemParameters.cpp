@@ -39,13 +39,13 @@ std::optional<uint8_t> firstByte(const var::SystemParameterMap& parameters, uint
   const bool log = GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS);
   const auto entry = parameters.find(id);
   if (entry == parameters.end()) {
-    if (log) LOG.debug("SysParams ", label, absent_text);
+    if (log) LOG.detail("SysParams ", label, absent_text);
     return std::nullopt;
   }
   const std::string& value = entry->second.value();
   if ((entry->second.flags() & HAS_OTAID) == 0 || value.empty()) return std::nullopt;
   const auto byte = static_cast<uint8_t>(value[0]);
-  if (log) LOG.debug("SysParams ", label, on_text, byte);
+  if (log) LOG.detail("SysParams ", label, on_text, byte);
   return byte;
 }
 

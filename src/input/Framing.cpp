@@ -60,13 +60,13 @@ void SerialInput::discardUntilSync() {
   const bool log = GnssUtils::debugIt(logflag::FRAMING);
   if (sync == -1) {
     if (log) {
-      LOG.debug("SerialInput::parseLine() == -1. No valid SYNC bytes. Discard ", m_bytes_waiting, " ",
-                hexText(bytes, m_bytes_waiting));
+      LOG.detail("SerialInput::parseLine() == -1. No valid SYNC bytes. Discard ", m_bytes_waiting, " ",
+                 hexText(bytes, m_bytes_waiting));
     }
     discard(m_bytes_waiting);
     return;
   }
-  if (log) LOG.debug("SerialInput::parseLine() Found SYNC. Discard ", sync, " bytes ", hexText(bytes, sync));
+  if (log) LOG.detail("SerialInput::parseLine() Found SYNC. Discard ", sync, " bytes ", hexText(bytes, sync));
   discard(sync);
 }
 
@@ -79,12 +79,12 @@ bool SerialInput::parseForEndOfLine() {
   if (i == m_bytes_waiting) return false;
   const bool log = GnssUtils::debugIt(logflag::FRAMING);
   if (line[i] != LF) {
-    if (log) LOG.debug("parseForEndOfLine detected corrupt data. Resync for start of message.");
+    if (log) LOG.detail("parseForEndOfLine detected corrupt data. Resync for start of message.");
     discard(1);
     return false;
   }
   if (line[i - 1] != CR) {
-    if (log) LOG.debug("parseForEndOfLine No CR in message. Resync for start of message.");
+    if (log) LOG.detail("parseForEndOfLine No CR in message. Resync for start of message.");
     discard(1);
     return false;
   }
@@ -92,8 +92,8 @@ bool SerialInput::parseForEndOfLine() {
   m_bytes_read = i + 1;
   m_bytes_scanned = 0;
   if (GnssUtils::debugIt(logflag::READS)) {
-    LOG.debug("m_bytes_read set to ", m_bytes_read, " m_bytes_waiting ", m_bytes_waiting, " *char_ptr hex ",
-              logging::hex(line[i], 2));
+    LOG.detail("m_bytes_read set to ", m_bytes_read, " m_bytes_waiting ", m_bytes_waiting, " *char_ptr hex ",
+               logging::hex(line[i], 2));
   }
   return true;
 }
@@ -107,8 +107,8 @@ bool SerialInput::parseUbloxLine() {
   if (m_bytes_waiting < length) {
     if (ublox_payload_len <= m_max_ublox_payload) return false;
     if (log) {
-      LOG.debug("parseUbloxLine ublox_payload_len ", ublox_payload_len,
-                " too large. Resync for start of message.");
+      LOG.detail("parseUbloxLine ublox_payload_len ", ublox_payload_len,
+                 " too large. Resync for start of message.");
     }
     discard(UBX_SYNC_LEN);
     return false;
@@ -118,8 +118,8 @@ bool SerialInput::parseUbloxLine() {
     return true;
   }
   if (log) {
-    LOG.debug("Bad Ublox checksum. ublox_payload_len ", ublox_payload_len, " bytes waiting ", m_bytes_waiting,
-              " ", hexText(frame, m_bytes_waiting));
+    LOG.detail("Bad Ublox checksum. ublox_payload_len ", ublox_payload_len, " bytes waiting ",
+               m_bytes_waiting, " ", hexText(frame, m_bytes_waiting));
   }
   discard(UBX_SYNC_LEN);
   return false;

@@ -74,7 +74,7 @@ bool SPI::connect() {
   SPI::disconnect();
   beginConnection();
   configureGpioTxRdy();
-  if (GnssUtils::debugIt(logflag::CONNECTION)) LOG.debug("SPI connect to ", logging::escaped(m_gnss_device));
+  if (GnssUtils::debugIt(logflag::CONNECTION)) LOG.detail("SPI connect to ", logging::escaped(m_gnss_device));
   m_fd_serial = m_device->open(m_gnss_device, O_RDWR);
   if (m_fd_serial < 0) {
     const int error = errno;
@@ -188,8 +188,8 @@ bool SPI::waiting(int timeout_us) {
   bool ret = false;
   for (int i = 0; i < count && !ret && !m_device_gone; ++i) ret = waitingSlave(slave_timeout_us);
   if (GnssUtils::debugIt(logflag::START_UP)) {
-    LOG.debug("SPI::waiting  hasGpioTxRdyControl() ", m_has_gpio_txrdy_control, " count ", count,
-              " slave_timeout_us ", slave_timeout_us, " ret ", ret);
+    LOG.detail("SPI::waiting  hasGpioTxRdyControl() ", m_has_gpio_txrdy_control, " count ", count,
+               " slave_timeout_us ", slave_timeout_us, " ret ", ret);
   }
   return ret;
 }
@@ -198,8 +198,8 @@ bool SPI::waitingSlave(int slice_us) {
   m_slice_end_ns = nowNs() + slice_us * NS_PER_US;
   if (m_bytes_waiting != m_bytes_read) {
     if (GnssUtils::debugIt(logflag::WAITING_HELD)) {
-      LOG.debug("\t\t\tSPI::waitingSlave. Bytes to process ", m_bytes_waiting - m_bytes_read,
-                " bytes_waiting ", m_bytes_waiting);
+      LOG.detail("\t\t\tSPI::waitingSlave. Bytes to process ", m_bytes_waiting - m_bytes_read,
+                 " bytes_waiting ", m_bytes_waiting);
     }
     return true;
   }
@@ -216,15 +216,15 @@ bool SPI::pollSlave() {
   const int64_t SPI_read_time_us = (nowNs() - begin_ns) / NS_PER_US;
   if (isIdle(received(res))) {
     if (GnssUtils::debugIt(logflag::WAITING)) {
-      LOG.debug("waitingSlave() m_bytes_waiting ", m_bytes_waiting, " and 0xFF. res = ", res);
+      LOG.detail("waitingSlave() m_bytes_waiting ", m_bytes_waiting, " and 0xFF. res = ", res);
     }
     sleepRestOfSlice(0);
     return false;
   }
   append(received(res));
   if (GnssUtils::debugIt(logflag::START_UP)) {
-    LOG.debug("waitingSlave() GOOD no 0xFF. m_bytes_waiting ", m_bytes_waiting, ". res = ", res,
-              " SPI_read_time_us ", SPI_read_time_us);
+    LOG.detail("waitingSlave() GOOD no 0xFF. m_bytes_waiting ", m_bytes_waiting, ". res = ", res,
+               " SPI_read_time_us ", SPI_read_time_us);
   }
   return true;
 }
@@ -241,9 +241,9 @@ bool SPI::waitTxReady(int slice_us) {
   const bool ready = level == 0 || ret > 0;
   if (ready) m_line_active_ns = nowNs();
   if (GnssUtils::debugIt(logflag::WAITING)) {
-    LOG.debug("  SPI select Waiting ret = ", ret, " m_ublox_txrdy_configured = ", m_ublox_txrdy_configured,
-              " hasGpioTxRdyControl = ", m_has_gpio_txrdy_control, " m_fd_gpio_txrdy = ", m_fd_gpio_txrdy,
-              " diff_us ", (nowNs() - begin_ns) / NS_PER_US);
+    LOG.detail("  SPI select Waiting ret = ", ret, " m_ublox_txrdy_configured = ", m_ublox_txrdy_configured,
+               " hasGpioTxRdyControl = ", m_has_gpio_txrdy_control, " m_fd_gpio_txrdy = ", m_fd_gpio_txrdy,
+               " diff_us ", (nowNs() - begin_ns) / NS_PER_US);
   }
   return ready;
 }
@@ -273,7 +273,7 @@ bool SPI::read() {
   if (m_bytes_waiting >= MIN_ITEM_LEN) {
     if (frameItem()) return true;
     if (GnssUtils::debugIt(logflag::READS_PARSED)) {
-      LOG.debug("\t\t\tSPI read parseLine = false  m_bytes_waiting ", m_bytes_waiting);
+      LOG.detail("\t\t\tSPI read parseLine = false  m_bytes_waiting ", m_bytes_waiting);
     }
   }
   if (freeBytes() <= m_spi_block) dumpBuffer("SPI::read would exceeded INPUT_BUFFER_SIZE. Dumping ");
@@ -288,8 +288,8 @@ bool SPI::read() {
   append(received(res));
   const bool framed = frameNewBytes(idle ? 0 : res);
   if (GnssUtils::debugIt(logflag::READS_PARSED)) {
-    LOG.debug(framed ? "SPI parseLine true  m_bytes_waiting " : "SPI parseLine false  m_bytes_waiting ",
-              m_bytes_waiting, " SPI_read_time_us ", SPI_read_time_us);
+    LOG.detail(framed ? "SPI parseLine true  m_bytes_waiting " : "SPI parseLine false  m_bytes_waiting ",
+               m_bytes_waiting, " SPI_read_time_us ", SPI_read_time_us);
   }
   // A line that says "ready" for nothing must not make this thread spin.
   if (idle && !framed && m_has_gpio_txrdy_control) sleepRestOfSlice(SHORTEST_PAUSE_NS);
@@ -315,11 +315,11 @@ int SPI::sendBinary(const unsigned char* data, int len) {
 
 void SPI::logSent(const unsigned char* data, int len, int res) {
   if (len <= MAX_ONE_LINE_DUMP) {
-    LOG.debug("SPI::sendBinary Message res ", res, " len ", len, "    ",
-              hexDumpMessage(data, len, 0, 0, true));
+    LOG.detail("SPI::sendBinary Message res ", res, " len ", len, "    ",
+               hexDumpMessage(data, len, 0, 0, true));
   } else {
-    LOG.debug("SPI sendBinary Message res ", res, " len ", len, "\n",
-              hexDumpMessage(data, len, DUMP_LINE, DUMP_GROUP, true));
+    LOG.detail("SPI sendBinary Message res ", res, " len ", len, "\n",
+               hexDumpMessage(data, len, DUMP_LINE, DUMP_GROUP, true));
   }
 }
 

@@ -61,7 +61,7 @@ bool SerialInput::connect() {
   SerialInput::disconnect();
   beginConnection();
   if (GnssUtils::debugIt(logflag::CONNECTION))
-    LOG.debug("connectSerial to ", logging::escaped(m_gnss_device));
+    LOG.detail("connectSerial to ", logging::escaped(m_gnss_device));
   m_fd_serial = m_device->open(m_gnss_device);
   if (m_fd_serial < 0) {
     const int error = errno;
@@ -100,13 +100,13 @@ void SerialInput::applyAttributes() {
 
 void SerialInput::logAttributes(const termios& attributes) const {
   const termios& t = attributes;
-  LOG.debug("OCTAL OCTAL newtio cflag ", octal(t.c_cflag), " iflag ", octal(t.c_iflag), " oflag ",
-            octal(t.c_oflag), " lflag ", octal(t.c_lflag), " line  ", octal(t.c_line), " c_cc[5] ",
-            octal(t.c_cc[5]), " c_cc[6] ", octal(t.c_cc[6]), " ispeed ", octal(t.c_ispeed), " ospeed ",
-            octal(t.c_ospeed));
-  LOG.debug("HEX c_cc ", hexDumpMessage(t.c_cc, NCCS, 0, DUMP_GROUP, true));
-  LOG.debug("cfgetispeed() ", octal(cfgetispeed(&t)), " cfgetspeed() ", octal(cfgetospeed(&t)), " baud rate ",
-            bitsPerSecond(m_baud_current));
+  LOG.detail("OCTAL OCTAL newtio cflag ", octal(t.c_cflag), " iflag ", octal(t.c_iflag), " oflag ",
+             octal(t.c_oflag), " lflag ", octal(t.c_lflag), " line  ", octal(t.c_line), " c_cc[5] ",
+             octal(t.c_cc[5]), " c_cc[6] ", octal(t.c_cc[6]), " ispeed ", octal(t.c_ispeed), " ospeed ",
+             octal(t.c_ospeed));
+  LOG.detail("HEX c_cc ", hexDumpMessage(t.c_cc, NCCS, 0, DUMP_GROUP, true));
+  LOG.detail("cfgetispeed() ", octal(cfgetispeed(&t)), " cfgetspeed() ", octal(cfgetospeed(&t)),
+             " baud rate ", bitsPerSecond(m_baud_current));
 }
 
 void SerialInput::disconnect() {
@@ -130,13 +130,13 @@ void SerialInput::emptyBuffer() {
 bool SerialInput::waiting(int timeout_us) {
   if (m_bytes_read != 0 && m_bytes_waiting != m_bytes_read) {
     if (GnssUtils::debugIt(logflag::WAITING_HELD)) {
-      LOG.debug("\t\t\tSerialInput::waiting. Bytes to process ", m_bytes_waiting - m_bytes_read);
+      LOG.detail("\t\t\tSerialInput::waiting. Bytes to process ", m_bytes_waiting - m_bytes_read);
     }
     return true;
   }
   const int result = m_device->waitReadable(m_fd_serial, timeout_us);
   if (result < 0 && errno != EINTR) m_device_gone = true;
-  if (GnssUtils::debugIt(logflag::WAITING)) LOG.debug("SerialInput::waiting select result ", result);
+  if (GnssUtils::debugIt(logflag::WAITING)) LOG.detail("SerialInput::waiting select result ", result);
   return result > 0;
 }
 
@@ -145,21 +145,21 @@ bool SerialInput::read() {
   if (m_bytes_waiting >= MIN_ITEM_LEN) {
     if (frameItem()) return true;
     if (GnssUtils::debugIt(logflag::READS_PARSED)) {
-      LOG.debug("\t\t\tSerialInput read parseLine = false  m_bytes_waiting ", m_bytes_waiting);
+      LOG.detail("\t\t\tSerialInput read parseLine = false  m_bytes_waiting ", m_bytes_waiting);
     }
   }
   if (freeBytes() <= 0) dumpBuffer("SerialInput::read exceeded INPUT_BUFFER_SIZE. Dumping ");
   if (!waiting(READ_WAIT_US)) {
-    if (GnssUtils::debugIt(logflag::READS)) LOG.debug("No bytes waiting DO NOT READ.");
+    if (GnssUtils::debugIt(logflag::READS)) LOG.detail("No bytes waiting DO NOT READ.");
     return false;
   }
   const int count = readDevice();
   if (count == 0) return false;
   const bool framed = frameNewBytes(m_is_terminal ? 0 : count);  // a terminal has its line's pace
   if (GnssUtils::debugIt(logflag::READS_PARSED)) {
-    LOG.debug(framed ? "SerialInput parseLine true  m_bytes_waiting "
-                     : "SerialInput parseLine false  m_bytes_waiting ",
-              m_bytes_waiting);
+    LOG.detail(framed ? "SerialInput parseLine true  m_bytes_waiting "
+                      : "SerialInput parseLine false  m_bytes_waiting ",
+               m_bytes_waiting);
   }
   return framed;
 }
@@ -199,7 +199,7 @@ bool SerialInput::frameItem() {
 }
 
 void SerialInput::dumpBuffer(const char* text) {
-  if (GnssUtils::debugIt(logflag::READS)) LOG.debug(text, dump(getBuffer(), m_bytes_waiting));
+  if (GnssUtils::debugIt(logflag::READS)) LOG.detail(text, dump(getBuffer(), m_bytes_waiting));
   m_bytes_discarded += m_bytes_waiting;
   emptyBuffer();
 }
@@ -232,7 +232,7 @@ int SerialInput::readDevice() {
     return static_cast<int>(res);
   }
   m_device_gone = res == 0 || (errno != EINTR && errno != EAGAIN);
-  if (GnssUtils::debugIt(logflag::READS)) LOG.debug(" res = ", res, " m_bytes_read ", m_bytes_read);
+  if (GnssUtils::debugIt(logflag::READS)) LOG.detail(" res = ", res, " m_bytes_read ", m_bytes_read);
   return 0;
 }
 
@@ -253,9 +253,9 @@ int SerialInput::sendBinary(const unsigned char* data, int len) {
 
 void SerialInput::logSent(const unsigned char* data, int len) const {
   if (len <= MAX_ONE_LINE_DUMP) {
-    LOG.debug("SerialInput::sendBinary Message len  ", len, "    ", hexDumpMessage(data, len, 0, 0, true));
+    LOG.detail("SerialInput::sendBinary Message len  ", len, "    ", hexDumpMessage(data, len, 0, 0, true));
   } else {
-    LOG.debug("sendBinary Message len ", len, "\n", dump(data, len));
+    LOG.detail("sendBinary Message len ", len, "\n", dump(data, len));
   }
 }
 

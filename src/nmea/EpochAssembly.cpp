@@ -48,8 +48,8 @@ bool EpochAssembly::validateNmeaMessage(std::span<const unsigned char> line) {
   const std::string_view text(reinterpret_cast<const char*>(line.data()), line.size());
   if (!GnssUtils::isValidNmeaMessage(line.data(), length)) {
     if (GnssUtils::debugIt(logflag::NMEA_VALIDATION)) {
-      LOG.debug(" Nmea invalid. message rejected. bytes_read ", length, " ",
-                logging::escaped(text.substr(0, text.find('\0'))));
+      LOG.detail(" Nmea invalid. message rejected. bytes_read ", length, " ",
+                 logging::escaped(text.substr(0, text.find('\0'))));
     }
     return false;
   }
@@ -60,7 +60,7 @@ bool EpochAssembly::validateNmeaMessage(std::span<const unsigned char> line) {
     m_rmc_time = m_data_time_us;
   }
   if (GnssUtils::debugIt(logflag::NMEA_VALIDATION)) {
-    LOG.debug(" VALID NMEA len ", length, " ", logging::escaped(m_nmea_string));
+    LOG.detail(" VALID NMEA len ", length, " ", logging::escaped(m_nmea_string));
   }
   return true;
 }
@@ -104,7 +104,7 @@ void EpochAssembly::processNewNmeaString(unsigned baud) {
   keepSentence();
   if (m_GST_received && m_nmea_list.size() >= MIN_COMPLETE_SENTENCES) {
     if (GnssUtils::debugIt(logflag::CONNECTION)) {
-      LOG.debug("m_GST_received.  m_nmea_list.size() >= 4 so sendFrameAndModuleError");
+      LOG.detail("m_GST_received.  m_nmea_list.size() >= 4 so sendFrameAndModuleError");
     }
     m_owner.publishGnssData();
     m_complete_published_us = m_data_time_us;
@@ -119,7 +119,7 @@ void EpochAssembly::publishOverdueEpoch() {
     return;
   }
   if (GnssUtils::debugIt(logflag::FRAME_TIMING)) {
-    LOG.debug("Extra data before RMC. frame_sent_diff ", frame_sent_diff);
+    LOG.detail("Extra data before RMC. frame_sent_diff ", frame_sent_diff);
   }
   m_owner.publishGnssData();
 }
@@ -130,7 +130,7 @@ void EpochAssembly::startEpoch(unsigned baud) {
   const int64_t transmission_ms = baud > 0 ? bytes * BITS_PER_BYTE_MS / baud : 0;
   m_gnss_info.m_frame_time = m_data_time_ns - transmission_ms * NS_PER_MS;
   if (GnssUtils::debugIt(logflag::CONNECTION)) {
-    LOG.debug("Bytes read for start of frame ", bytes, " transmission time ", transmission_ms);
+    LOG.detail("Bytes read for start of frame ", bytes, " transmission time ", transmission_ms);
   }
 }
 
@@ -162,12 +162,12 @@ bool EpochAssembly::isTimeoutToSendFrame(int64_t now_us) const {
 void EpochAssembly::logFrameTimeout(int64_t now_us) const {
   const int64_t diff1 = now_us - m_frame_sent_time_stamp;
   if (m_frame_start_time == 0) {
-    LOG.debug("Timeout time since m_frame_sent_time_stamp > 1.0. Time is ", now_us);
+    LOG.detail("Timeout time since m_frame_sent_time_stamp > 1.0. Time is ", now_us);
     return;
   }
-  LOG.debug("Timeout time since m_frame_sent_time_stamp > 1.3. Time is ", now_us, " diff1 ", diff1,
-            " frame_sent_diff ", now_us - m_last_nmea_time, " diff3 ", now_us - m_frame_start_time, " diff4 ",
-            now_us - m_rmc_time, " diff5 ", now_us - m_prev_rmc_time);
+  LOG.detail("Timeout time since m_frame_sent_time_stamp > 1.3. Time is ", now_us, " diff1 ", diff1,
+             " frame_sent_diff ", now_us - m_last_nmea_time, " diff3 ", now_us - m_frame_start_time,
+             " diff4 ", now_us - m_rmc_time, " diff5 ", now_us - m_prev_rmc_time);
 }
 
 bool EpochAssembly::isFrameDue(int64_t now_us) const {

@@ -54,7 +54,7 @@ void fillSignals(rt::SignalGroup& group, std::span<const SignalRow> rows, const 
       continue;
     }
     if (GnssUtils::debugIt(logflag::PUBLICATION)) {
-      LOG.debug(" ", row.label, " ", pattern(widthInBytes(group, row.signal)));
+      LOG.detail(" ", row.label, " ", pattern(widthInBytes(group, row.signal)));
     }
     setNotAvailable(group, row.signal);
   }

@@ -30,7 +30,7 @@ const std::array<SignalRow, 2> OFFSET_ROWS{
 void setValues(rt::SignalGroup& group, std::span<const SignalRow> rows, const GnssInfo& info) {
   fillSignals(group, rows, info);
   if (!GnssUtils::debugIt(logflag::SIGNAL_GROUPS)) return;
-  for (const SignalRow& row : rows) LOG.debug(row.label, row.value(info));
+  for (const SignalRow& row : rows) LOG.detail(row.label, row.value(info));
 }
 
 void setNoValues(rt::SignalGroup& group, std::span<const SignalRow> rows) {
@@ -53,9 +53,9 @@ bool GnssUtils::create_Timedate_Var6_Message(const std::string& topic, const Gns
     zone_known ? setValues(group, OFFSET_ROWS, info) : setNoValues(group, OFFSET_ROWS);
   } else {
     if (GnssUtils::debugIt(logflag::SIGNAL_GROUPS)) {
-      LOG.debug(" seconds 0xFF ");
-      LOG.debug(" minutes 0xFF  hours 0xFF  day 0xFF ");
-      LOG.debug(" month 0xFF year 0xFF");
+      LOG.detail(" seconds 0xFF ");
+      LOG.detail(" minutes 0xFF  hours 0xFF  day 0xFF ");
+      LOG.detail(" month 0xFF year 0xFF");
     }
     setNoValues(group, UTC_ROWS);
     setNoValues(group, OFFSET_ROWS);

@@ -75,7 +75,7 @@ void GnssObserver::onRadioSilence(const std::string& topic, const com::Message& 
   if (!value) return;
   m_radio_silence = (*value)[0] == 1;
   if (GnssUtils::debugIt(logflag::RADIO_SILENCE)) {
-    LOG.debug("GnssObserver::m_radio_silence = ", m_radio_silence.load());
+    LOG.detail("GnssObserver::m_radio_silence = ", m_radio_silence.load());
   }
 }
 
@@ -122,19 +122,19 @@ void GnssObserver::onParameter(const std::string& topic, const com::Message& mes
   } else if (topic == m_topic_log_config) {
     onLogConfig(result.body.value());
   } else {
-    if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) LOG.debug(system->text, value);
+    if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) LOG.detail(system->text, value);
     m_control.setGnssSystem(system->bit, value == 1);
     m_control.restartSequence();
   }
 }
 
 void GnssObserver::onGnssOn(uint8_t value) {
-  if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) LOG.debug("GPSDClient.m_gnss_on = ", value);
+  if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) LOG.detail("GPSDClient.m_gnss_on = ", value);
   m_control.setGnssOn(value == 1);
 }
 
 void GnssObserver::onAntennaPower(uint8_t value) {
-  if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) LOG.debug("GPSDClient.setGnssAntennaOn = ", value);
+  if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) LOG.detail("GPSDClient.setGnssAntennaOn = ", value);
   m_control.setGnssAntennaOn(value == 1);
   m_control.restartSequence();
 }

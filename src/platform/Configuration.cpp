@@ -46,7 +46,8 @@ bool Configuration::verify() const {
   for (size_t i = 0; i < std::min(m_problems.size(), MAX_REPORTED); ++i) {
     LOG.error("configuration line ", m_problems[i].line, ": ", m_problems[i].text);
   }
-  if (m_problems.size() > MAX_REPORTED) LOG.error(m_problems.size() - MAX_REPORTED, " more lines like these");
+  if (m_problems.size() > MAX_REPORTED)
+    LOG.error("", m_problems.size() - MAX_REPORTED, " more lines like these");
   for (const auto& [key, value] : m_values) {
     const bool known = m_optional_keys.contains(key) || m_defaults.contains(key) ||
                        std::find(PLATFORM_KEYS.begin(), PLATFORM_KEYS.end(), key) != PLATFORM_KEYS.end();

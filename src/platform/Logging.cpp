@@ -1,6 +1,5 @@
 #include "platform/Logging.h"
 
-#include <paths.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <mutex>
 
 #include "platform/LogOutput.h"
+#include "platform/RecordLimiter.h"
 #include "platform/Time.h"
 
 namespace ecu::koru::logging {
@@ -28,6 +28,7 @@ std::atomic<LogMode> g_mode{LogMode::STDERR};
 std::atomic<Sink> g_sink{nullptr};
 
 constexpr Module LOG = module("koru.logging");
+constexpr size_t MAX_OUTSIDE_TEXT = 200;
 
 /// "2026-11-21T10:15:30.123Z "
 void append_time_stamp(std::string& line) {
@@ -80,15 +81,34 @@ Destination& destination(LogMode mode) {
   return destinations[static_cast<size_t>(mode)];
 }
 
+std::mutex g_mutex;  // guards destinations and limiter
+RecordLimiter g_limiter;
+std::atomic<bool> g_kept_back{false};
+
 void put(LogMode mode, Level level, std::string_view module, std::string_view text) {
-  static std::mutex one_at_a_time;
-  const std::lock_guard lock(one_at_a_time);
   Destination& to = destination(mode);
   if (to.lost > 0) {
     const std::string count = std::to_string(to.lost) + " records lost";
     if (to.output->put(formatted(mode, Level::WARNING, LOG.name(), count))) to.lost = 0;
   }
   if (!to.output->put(formatted(mode, level, module, text))) ++to.lost;
+}
+
+void hand_over(Level level, std::string_view module, std::string_view text) {
+  if (const Sink sink = g_sink) {
+    sink(level, module, text);
+  } else {
+    put(g_mode, level, module, text);
+  }
+}
+
+void hand_over_kept_back(int64_t now_ns) {
+  if (!g_kept_back) return;
+  for (const auto& kept : g_limiter.ended(now_ns)) {
+    hand_over(static_cast<Level>(kept.level), kept.module,
+              std::to_string(kept.count) + " more like: " + kept.last);
+  }
+  g_kept_back = g_limiter.keeps_back();
 }
 
 }  // namespace
@@ -127,19 +147,40 @@ void set_sink(Sink sink) {
 
 void write(Level level, std::string_view module, std::string_view text) {
   const int saved_errno = errno;
-  if (const Sink sink = g_sink) {
-    sink(level, module, text);
-  } else {
-    put(g_mode, level, module, text);
+  {
+    const std::lock_guard lock(g_mutex);
+    hand_over(level, module, text);
   }
   errno = saved_errno;
+}
+
+void write_limited(const Opening& opening, Level level, std::string_view module, std::string_view text) {
+  const int saved_errno = errno;
+  {
+    const std::lock_guard lock(g_mutex);
+    const int64_t now_ns = time_source().steady_ns();
+    hand_over_kept_back(now_ns);
+    if (g_limiter.admit({opening.file(), opening.line()}, static_cast<int>(level), module, text, now_ns)) {
+      hand_over(level, module, text);
+    } else {
+      g_kept_back = true;
+    }
+  }
+  errno = saved_errno;
+}
+
+void tell_kept_back() {
+  if (!g_kept_back) return;
+  const std::lock_guard lock(g_mutex);
+  hand_over_kept_back(time_source().steady_ns());
 }
 
 std::string escaped(std::string_view bytes) {
   static constexpr char DIGITS[] = "0123456789ABCDEF";
   std::string out;
-  out.reserve(bytes.size());
-  for (const char c : bytes) {
+  const std::string_view shown = bytes.substr(0, MAX_OUTSIDE_TEXT);
+  out.reserve(shown.size());
+  for (const char c : shown) {
     if (c >= 0x20 && c <= 0x7E) {
       out.push_back(c);
     } else {
@@ -147,6 +188,7 @@ std::string escaped(std::string_view bytes) {
       out.append({'\\', 'x', DIGITS[byte >> 4], DIGITS[byte & 0xF]});
     }
   }
+  if (shown.size() < bytes.size()) out.append("...");
   return out;
 }
 

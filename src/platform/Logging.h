@@ -1,6 +1,7 @@
 #pragma once
 
 #include <charconv>
+#include <concepts>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -33,15 +34,42 @@ void set_log_mode(LogMode mode);
 /// True when a record of this level would be written.
 [[nodiscard]] bool enabled(Level level);
 
+/// The statement that a record stands in, for the limit of 50 records in 10 s: its place in the sources. Made
+/// where a record is logged, from its first part.
+class Opening {
+ public:
+  template <typename T>
+  requires std::convertible_to<const T&, std::string_view>
+  // NOLINTNEXTLINE(google-explicit-constructor)
+  Opening(const T& text, const char* file = __builtin_FILE(), unsigned line = __builtin_LINE())
+      : m_text(text), m_file(file), m_line(line) {}
+
+  [[nodiscard]] std::string_view text() const { return m_text; }
+  [[nodiscard]] const char* file() const { return m_file; }
+  [[nodiscard]] unsigned line() const { return m_line; }
+
+ private:
+  std::string_view m_text;
+  const char* m_file;
+  unsigned m_line;
+};
+
 /// Writes one record: "2026-11-21T10:15:30.123Z NOTICE module: text", or the text alone, as "satnavd" of the
 /// daemon facility, to the system's log.
 void write(Level level, std::string_view module, std::string_view text);
+/// The same within the limit of the statement.
+void write_limited(const Opening& opening, Level level, std::string_view module, std::string_view text);
+
+/// Writes "N more like ..." for each statement that kept records back and whose 10 s are over. Called from
+/// time to time, so that the count does not wait for the next record. Costs nothing while there is none.
+void tell_kept_back();
 
 /// Takes the records in the place of the log; nullptr ends that. For tests.
 using Sink = void (*)(Level level, std::string_view module, std::string_view text);
 void set_sink(Sink sink);
 
-/// Bytes that came from outside, made safe for a log line: all outside 0x20..0x7E become \xHH.
+/// Bytes that came from outside, made safe for a log line: all outside 0x20..0x7E become \xHH, and "..."
+/// stands for what exceeds 200 bytes.
 [[nodiscard]] std::string escaped(std::string_view bytes);
 
 /// A number for a log text, in hexadecimal without prefix.
@@ -90,39 +118,50 @@ class Module {
   [[nodiscard]] constexpr std::string_view name() const { return m_name; }
 
   template <typename... Parts>
-  void log(Level level, const Parts&... parts) const {
-    if (enabled(level)) write(level, m_name, text(parts...));
+  void log(Level level, const Opening& opening, const Parts&... parts) const {
+    if (enabled(level)) write_limited(opening, level, m_name, text_of(opening, parts...));
   }
   template <typename... Parts>
-  void emerg(const Parts&... parts) const {
-    log(Level::EMERG, parts...);
+  void emerg(const Opening& opening, const Parts&... parts) const {
+    log(Level::EMERG, opening, parts...);
   }
   template <typename... Parts>
-  void alert(const Parts&... parts) const {
-    log(Level::ALERT, parts...);
+  void alert(const Opening& opening, const Parts&... parts) const {
+    log(Level::ALERT, opening, parts...);
   }
   template <typename... Parts>
-  void error(const Parts&... parts) const {
-    log(Level::ERROR, parts...);
+  void error(const Opening& opening, const Parts&... parts) const {
+    log(Level::ERROR, opening, parts...);
   }
   template <typename... Parts>
-  void warning(const Parts&... parts) const {
-    log(Level::WARNING, parts...);
+  void warning(const Opening& opening, const Parts&... parts) const {
+    log(Level::WARNING, opening, parts...);
   }
   template <typename... Parts>
-  void notice(const Parts&... parts) const {
-    log(Level::NOTICE, parts...);
+  void notice(const Opening& opening, const Parts&... parts) const {
+    log(Level::NOTICE, opening, parts...);
   }
   template <typename... Parts>
-  void info(const Parts&... parts) const {
-    log(Level::INFO, parts...);
+  void info(const Opening& opening, const Parts&... parts) const {
+    log(Level::INFO, opening, parts...);
   }
   template <typename... Parts>
-  void debug(const Parts&... parts) const {
-    log(Level::DEBUG, parts...);
+  void debug(const Opening& opening, const Parts&... parts) const {
+    log(Level::DEBUG, opening, parts...);
+  }
+  /// A DEBUG record behind a diagnostic flag, which the caller has asked: without the limit, because whoever
+  /// set the flag wants them all.
+  template <typename... Parts>
+  void detail(const Parts&... parts) const {
+    if (enabled(Level::DEBUG)) write(Level::DEBUG, m_name, text(parts...));
   }
 
  private:
+  template <typename... Parts>
+  [[nodiscard]] static std::string text_of(const Opening& opening, const Parts&... parts) {
+    return text(opening.text(), parts...);
+  }
+
   std::string_view m_name;
 };
 

@@ -40,21 +40,21 @@ void fill(pb::GnssData& data, GnssInfo& info, const std::vector<std::string>& se
 }
 
 void log(const pb::GnssData& data, GnssInfo& info) {
-  LOG.debug("Latitude = ", info.getLatitudeDecDeg());
-  LOG.debug("Longitude = ", info.getLongitudeDecDeg());
-  LOG.debug("Speed = ", info.m_speed);
-  LOG.debug("Heading = ", info.m_course);
-  LOG.debug("Quality = ", info.m_quality_indicator);
-  LOG.debug("Num satellites used = ", info.m_num_satellites);
-  LOG.debug("Altitude = ", info.m_altitude);
-  LOG.debug("Fix = ", info.m_nav_mode);
-  LOG.debug("Status = ", data.status());
-  LOG.debug("UTCTime us ", info.getUtcTimeUs());
-  LOG.debug("Timestamp ns ", info.m_frame_time);
-  LOG.debug("Accuracy ", info.m_position_error);
-  LOG.debug("HDOP ", info.m_hdop);
-  LOG.debug("VDOP ", info.m_vdop);
-  LOG.debug("Num NMEA strings ", data.nmea_size());
+  LOG.detail("Latitude = ", info.getLatitudeDecDeg());
+  LOG.detail("Longitude = ", info.getLongitudeDecDeg());
+  LOG.detail("Speed = ", info.m_speed);
+  LOG.detail("Heading = ", info.m_course);
+  LOG.detail("Quality = ", info.m_quality_indicator);
+  LOG.detail("Num satellites used = ", info.m_num_satellites);
+  LOG.detail("Altitude = ", info.m_altitude);
+  LOG.detail("Fix = ", info.m_nav_mode);
+  LOG.detail("Status = ", data.status());
+  LOG.detail("UTCTime us ", info.getUtcTimeUs());
+  LOG.detail("Timestamp ns ", info.m_frame_time);
+  LOG.detail("Accuracy ", info.m_position_error);
+  LOG.detail("HDOP ", info.m_hdop);
+  LOG.detail("VDOP ", info.m_vdop);
+  LOG.detail("Num NMEA strings ", data.nmea_size());
 }
 
 }  // namespace

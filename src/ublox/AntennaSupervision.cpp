@@ -100,10 +100,10 @@ void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
   const bool is_being_lifted = isRadioSilent() && !requested;
   if (m_cold_start || requested) m_radio_silence_applied = requested;
   if (logAntennaControl()) {
-    LOG.debug("m_cold_start = ", m_cold_start, ". m_antenna_power_enabled = ", m_antenna_power_enabled,
-              ". m_save_antenna_config = ", m_save_antenna_config,
-              ". m_radio_silence_configured = ", m_radio_silence_configured,
-              ". m_radio_silence requested = ", m_radio_silence_applied);
+    LOG.detail("m_cold_start = ", m_cold_start, ". m_antenna_power_enabled = ", m_antenna_power_enabled,
+               ". m_save_antenna_config = ", m_save_antenna_config,
+               ". m_radio_silence_configured = ", m_radio_silence_configured,
+               ". m_radio_silence requested = ", m_radio_silence_applied);
   }
   if (m_config.isStopped() || is_being_lifted) return;
   if (m_cold_start) {
@@ -115,7 +115,7 @@ void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
 
 void AntennaSupervision::judgeColdStart() {
   if (m_save_antenna_config) {
-    if (logAntennaControl()) LOG.debug("SAVE Antenna config");
+    if (logAntennaControl()) LOG.detail("SAVE Antenna config");
     m_config.saveAntennaConfig();
     m_save_antenna_config = m_cold_start = false;
   } else if (m_radio_silence_configured && m_antenna_power_enabled) {
@@ -124,7 +124,7 @@ void AntennaSupervision::judgeColdStart() {
     m_radio_silence_applied = m_save_antenna_config = true;
   } else if (m_radio_silence_configured) {
     if (!m_radio_silence_applied && logAntennaControl())
-      LOG.debug("Antenna power disabled at cold start. Should enable antenna_power");
+      LOG.detail("Antenna power disabled at cold start. Should enable antenna_power");
     enableAntennaPower();
     m_cold_start = false;
   } else if (m_antenna_power_enabled) {
@@ -142,17 +142,17 @@ void AntennaSupervision::judgeWarm() {
   const bool log = logAntennaControl();
   if (m_radio_silence_configured && m_radio_silence_applied) {
     if (log)
-      LOG.debug("m_radio_silence_configured AND radio_silence. Disable antenna_power and GNSS receiver");
+      LOG.detail("m_radio_silence_configured AND radio_silence. Disable antenna_power and GNSS receiver");
     disableAntennaPower();
     disableReceiver();
   } else if (m_gnss_antenna_on) {
-    if (log) LOG.debug("Should enable antenna_power and ensure open circuit detection");
+    if (log) LOG.detail("Should enable antenna_power and ensure open circuit detection");
     enableAntennaPower();
   } else if (m_antenna_power_enabled) {
-    if (log) LOG.debug("m_ota_gnss_antenna_on = off. Disable antenna_power");
+    if (log) LOG.detail("m_ota_gnss_antenna_on = off. Disable antenna_power");
     disableAntennaPower();
   } else {
-    if (log) LOG.debug("m_ota_gnss_antenna_on = off. ublox antenna already off. sendNextCommand");
+    if (log) LOG.detail("m_ota_gnss_antenna_on = off. ublox antenna already off. sendNextCommand");
     m_config.sendNextCommand();
   }
 }
@@ -160,21 +160,21 @@ void AntennaSupervision::judgeWarm() {
 void AntennaSupervision::enableAntennaPower() {
   const bool log = GnssUtils::debugIt(logflag::ANTENNA);
   if (m_gnss_antenna_on) {
-    if (log) LOG.debug("enableAntennaPower()");
+    if (log) LOG.detail("enableAntennaPower()");
     m_config.enableAntennaPower();
   } else {
-    if (log) LOG.debug("enableAntennaPower but m_gnss_antenna_on == off so disableAntennaPower()");
+    if (log) LOG.detail("enableAntennaPower but m_gnss_antenna_on == off so disableAntennaPower()");
     m_config.disableAntennaPower();
   }
 }
 
 void AntennaSupervision::disableAntennaPower() {
-  if (GnssUtils::debugIt(logflag::ANTENNA)) LOG.debug("disableAntennaPower()");
+  if (GnssUtils::debugIt(logflag::ANTENNA)) LOG.detail("disableAntennaPower()");
   m_config.disableAntennaPower();
 }
 
 void AntennaSupervision::disableReceiver() {
-  if (logRadioSilence()) LOG.debug("disableReceiver()");
+  if (logRadioSilence()) LOG.detail("disableReceiver()");
   m_config.disableReceiver();
 }
 
@@ -182,14 +182,14 @@ void AntennaSupervision::checkRadioSilence() {
   const bool requested = m_owner.radioSilenceRequested();
   if (!m_radio_silence_configured || m_cold_start || requested == m_radio_silence_applied) return;
   const bool log = logRadioSilence();
-  if (log) LOG.debug("RadioSilence requested state is ", requested);
+  if (log) LOG.detail("RadioSilence requested state is ", requested);
   m_radio_silence_applied = requested;
   if (requested) {
-    if (log) LOG.debug("Apply radio silence");
+    if (log) LOG.detail("Apply radio silence");
     disableAntennaPower();
     disableReceiver();
   } else {
-    if (log) LOG.debug("Recover from radio silence");
+    if (log) LOG.detail("Recover from radio silence");
     m_config.hardwareResetUblox();
     m_owner.disconnect();
   }
@@ -204,9 +204,9 @@ void AntennaSupervision::process_MON_HW(const UbxFrame& frame) {
   const unsigned received = ubx::u8(payload, A_STATUS);
   const unsigned power = ubx::u8(payload, A_POWER);
   if (GnssUtils::debugIt(logflag::ANTENNA)) {
-    LOG.debug("Antenna status = ", received,
-              received < STATUS_NAMES.size() ? STATUS_NAMES[received] : " (don't know)",
-              " antenna power = ", power, powerName(power));
+    LOG.detail("Antenna status = ", received,
+               received < STATUS_NAMES.size() ? STATUS_NAMES[received] : " (don't know)",
+               " antenna power = ", power, powerName(power));
   }
   const unsigned status = remapped(received);
   if (status != m_antenna_status) logStatusChange(status);

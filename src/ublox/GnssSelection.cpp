@@ -110,13 +110,13 @@ void selectSystems(CFG_GNSS& cfg, uint32_t systems, uint32_t augmentation) {
 
 void print_CFG_GNSS(const CFG_GNSS& cfg) {
   if (!GnssUtils::debugIt(logflag::CONSTELLATIONS)) return;
-  LOG.debug("msgVer  0x", logging::hex(cfg.msgVer, 2), " numTrkChHw ", cfg.numTrkChHw, " numTrkChUse ",
-            cfg.numTrkChUse, " numConfigBlocks ", cfg.numConfigBlocks);
+  LOG.detail("msgVer  0x", logging::hex(cfg.msgVer, 2), " numTrkChHw ", cfg.numTrkChHw, " numTrkChUse ",
+             cfg.numTrkChUse, " numConfigBlocks ", cfg.numConfigBlocks);
   for (const auto& block : cfg.blocks) {
-    LOG.debug("gnssId ", block.gnssId, block.gnssId < NAMES.size() ? NAMES[block.gnssId] : std::string_view(),
-              "\tReserved (minimum) Tracking Channels ", block.resTrkCh, "\tMax Tracking Channels ",
-              block.maxTrkCh, "\tflags  0x", logging::hex(block.flags, 8),
-              (block.flags & ENABLED) != 0 ? " Enabled" : " Disabled");
+    LOG.detail(
+        "gnssId ", block.gnssId, block.gnssId < NAMES.size() ? NAMES[block.gnssId] : std::string_view(),
+        "\tReserved (minimum) Tracking Channels ", block.resTrkCh, "\tMax Tracking Channels ", block.maxTrkCh,
+        "\tflags  0x", logging::hex(block.flags, 8), (block.flags & ENABLED) != 0 ? " Enabled" : " Disabled");
   }
 }
 

@@ -98,8 +98,8 @@ std::string UbloxConfig::getNextCommand() {
     return {};
   }
   if (logCommands()) {
-    LOG.debug("UbloxConfig::getNextCommand() m_init_command_idx = ", m_init_command_idx,
-              " m_complex_command_idx = ", m_complex_command_idx);
+    LOG.detail("UbloxConfig::getNextCommand() m_init_command_idx = ", m_init_command_idx,
+               " m_complex_command_idx = ", m_complex_command_idx);
   }
   replaceCommand(complexCommand(m_complex_command_idx));
   return m_command;
@@ -110,7 +110,7 @@ std::string UbloxConfig::complexCommand(unsigned step) {
   if (step == STEP_SELECT_SYSTEMS && checkGnssSystem()) return m_CFG_GNSS_string;
   if (step == STEP_GNSS_POLL) return ubx::GNSS_POLL.frame();
   if (step == STEP_SAVE && m_save_config) {
-    if (logCommands()) LOG.debug("SAVE CONFIG ***********************************************************");
+    if (logCommands()) LOG.detail("SAVE CONFIG ***********************************************************");
     return ubx::SAVE_CONFIGURATION.frame();
   }
   if (step >= STEP_FIRST_RAW && step <= STEP_LAST_RAW && step - STEP_FIRST_RAW < m_raw_cmd_post.size()) {
@@ -125,8 +125,8 @@ void UbloxConfig::transmit(std::string frame) {
     const auto* const bytes = reinterpret_cast<const unsigned char*>(frame.data());
     const int length = static_cast<int>(frame.size());
     if (logCommands()) {
-      LOG.debug("UbloxConfig sends m_init_command_idx ", m_init_command_idx, " ",
-                hexDumpMessage(bytes, length, 0, 0, true));
+      LOG.detail("UbloxConfig sends m_init_command_idx ", m_init_command_idx, " ",
+                 hexDumpMessage(bytes, length, 0, 0, true));
     }
     m_input.sendBinary(bytes, length);
   }
@@ -161,20 +161,21 @@ bool UbloxConfig::checkTimeout(bool count_hw_timeouts) {
     handleTimeout(count_hw_timeouts);
     return true;
   }
-  if (logCommands()) LOG.debug("Resending UbloxConfig::checkTimeout() m_timeout_counter ", m_timeout_counter);
+  if (logCommands())
+    LOG.detail("Resending UbloxConfig::checkTimeout() m_timeout_counter ", m_timeout_counter);
   sendCommand();
   m_lines_received = m_input.getLinesReceived();
   return true;
 }
 
 void UbloxConfig::handleTimeout(bool count_hw_timeouts) {
-  if (logCommands()) LOG.debug("UbloxConfig::handleTimeout() m_init_command_idx ", m_init_command_idx);
+  if (logCommands()) LOG.detail("UbloxConfig::handleTimeout() m_init_command_idx ", m_init_command_idx);
   if (m_port_confirmed) {
     sendNextCommand();
   } else if (m_input.getLinesReceived() == m_lines_received) {
     tryOtherBaudRate(count_hw_timeouts);
   } else {
-    if (logCommands()) LOG.debug("Timeout. But have change in getLinesReceived");
+    if (logCommands()) LOG.detail("Timeout. But have change in getLinesReceived");
     m_lines_received = m_input.getLinesReceived();
     m_init_command_idx = 0;
     sendCommand(ubx::INIT_COMMANDS[0]);
@@ -183,14 +184,14 @@ void UbloxConfig::handleTimeout(bool count_hw_timeouts) {
 }
 
 void UbloxConfig::tryOtherBaudRate(bool count_hw_timeouts) {
-  if (logCommands()) LOG.debug("Timeout try other baud rate. getLinesReceived ", m_lines_received);
+  if (logCommands()) LOG.detail("Timeout try other baud rate. getLinesReceived ", m_lines_received);
   m_input.tryNextBaudRate();
   m_input.disconnect();
   // What was read at a wrong rate is garbage, and a sync byte in it would hold up framing at the right one.
   m_input.clearBuffer();
   m_lines_received = m_input.getLinesReceived();
   m_hw_timeout_counter = count_hw_timeouts ? m_hw_timeout_counter + 1 : 1;
-  if (logCommands()) LOG.debug("m_hw_timeout_counter ", m_hw_timeout_counter);
+  if (logCommands()) LOG.detail("m_hw_timeout_counter ", m_hw_timeout_counter);
   if (m_hw_timeout_counter % TIMEOUTS_PER_HW_RESET == 0) hardwareResetUblox();
 }
 
@@ -287,8 +288,8 @@ bool UbloxConfig::isAugmentationChanged(const CFG_GNSS& cfg) const {
   const uint32_t enabled = enabledAugmentation(cfg);
   const uint32_t requested = gnssAugmentationRequested();
   if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) {
-    LOG.debug("UbloxConfig::isAugmentationChanged augmentation_enabled ", enabled,
-              " m_gnss_augmentation_requested ", requested);
+    LOG.detail("UbloxConfig::isAugmentationChanged augmentation_enabled ", enabled,
+               " m_gnss_augmentation_requested ", requested);
   }
   return enabled != (requested & 0xFF);
 }
@@ -300,24 +301,24 @@ bool UbloxConfig::checkGnssSystem() {
     if (!isAugmentationChanged(m_CFG_GNSS)) return false;
   } else {
     if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) {
-      LOG.debug("UbloxConfig::checkGnssSystem() enabled gnss system", " 0x", logging::hex(m_MON_GNSS.enabled),
-                " system requested", " 0x", logging::hex(requested));
+      LOG.detail("UbloxConfig::checkGnssSystem() enabled gnss system", " 0x",
+                 logging::hex(m_MON_GNSS.enabled), " system requested", " 0x", logging::hex(requested));
     }
     LOG.notice("Changing from gnss system 0x", logging::hex(m_MON_GNSS.enabled), " to 0x",
                logging::hex(requested), ". Cached Satellite data cleared. Time to first fix may be long.");
   }
   const bool log = GnssUtils::debugIt(logflag::CONSTELLATIONS);
   if (log) {
-    LOG.debug("UbloxConfig::checkGnssSystem() m_CFG_GNSS_string.length ", m_CFG_GNSS_string.size());
-    LOG.debug("m_CFG_GNSS before modification");
+    LOG.detail("UbloxConfig::checkGnssSystem() m_CFG_GNSS_string.length ", m_CFG_GNSS_string.size());
+    LOG.detail("m_CFG_GNSS before modification");
   }
   print_CFG_GNSS(m_CFG_GNSS);
   selectSystems(m_CFG_GNSS, requested, gnssAugmentationRequested());
-  if (log) LOG.debug("m_CFG_GNSS after modification");
+  if (log) LOG.detail("m_CFG_GNSS after modification");
   print_CFG_GNSS(m_CFG_GNSS);
   m_CFG_GNSS_string = m_CFG_GNSS_received;
   if (!synch_CFG_GNSS_toString(m_CFG_GNSS_string, m_CFG_GNSS) && log) {
-    LOG.debug("the CFG-GNSS frame is sent with its flags as received");
+    LOG.detail("the CFG-GNSS frame is sent with its flags as received");
   }
   if (CFG_GNSS sent; log && parse_CFG_GNSS(m_CFG_GNSS_string, sent)) print_CFG_GNSS(sent);
   return true;

@@ -75,7 +75,7 @@ int UbxReception::readUbloxMessage() {
   m_ublox_length = m_input.getMessageLength();
   const bool log = GnssUtils::debugIt(logflag::FRAMING);
   if (m_ublox_length < MIN_FRAME) {
-    if (log) LOG.debug("readUbloxMessage() Not enough bytes. Bytes read ", m_ublox_length);
+    if (log) LOG.detail("readUbloxMessage() Not enough bytes. Bytes read ", m_ublox_length);
     return -1;
   }
   const std::span<const uint8_t> bytes(m_ublox_message, static_cast<size_t>(m_ublox_length));
@@ -83,14 +83,14 @@ int UbxReception::readUbloxMessage() {
   const int length = payload_len + MIN_FRAME;
   if (m_ublox_length < length) {
     if (log) {
-      LOG.debug("readUbloxMessage() Not enough bytes. Bytes read ", m_ublox_length, " should be ", length);
+      LOG.detail("readUbloxMessage() Not enough bytes. Bytes read ", m_ublox_length, " should be ", length);
     }
     return -1;
   }
   if (!GnssUtils::isUbloxChecksumCorrect(m_ublox_message, static_cast<unsigned>(length))) {
     if (log) {
-      LOG.debug("readUbloxMessage(). InValid checksum. Bytes read ", m_ublox_length, " payload_len ",
-                payload_len, dump(bytes));
+      LOG.detail("readUbloxMessage(). InValid checksum. Bytes read ", m_ublox_length, " payload_len ",
+                 payload_len, dump(bytes));
     }
     return -1;
   }
@@ -115,8 +115,8 @@ void UbxReception::processUbloxMessage() {
       break;
     default:
       if (logDispatch()) {
-        LOG.debug("Ublox CLASS 0x", logging::hex(frame.cls(), 2), " Ublox ID 0x",
-                  logging::hex(frame.id(), 2));
+        LOG.detail("Ublox CLASS 0x", logging::hex(frame.cls(), 2), " Ublox ID 0x",
+                   logging::hex(frame.id(), 2));
       }
   }
 }
@@ -126,8 +126,8 @@ void UbxReception::processNav(const UbxFrame& frame) {
   if (frame.id() != ubx::NAV_TIMEUTC || payload.size() < NAV_TIMEUTC_MIN) return;
   const uint8_t valid = ubx::u8(payload, 19);
   if (logDispatch()) {
-    LOG.debug("NAV-TIMEUTC  valid flags 0x", logging::hex(valid), " sec ", ubx::u8(payload, 18), " year ",
-              ubx::u16(payload, 12), " month ", ubx::u8(payload, 14), " day ", ubx::u8(payload, 15));
+    LOG.detail("NAV-TIMEUTC  valid flags 0x", logging::hex(valid), " sec ", ubx::u8(payload, 18), " year ",
+               ubx::u16(payload, 12), " month ", ubx::u8(payload, 14), " day ", ubx::u8(payload, 15));
   }
   m_timeutc_valid = valid;
   m_owner.setUtcValidFlags(valid);
@@ -140,11 +140,11 @@ void UbxReception::processAck(const UbxFrame& frame) {
     const auto id = logging::hex(ubx::u8(frame.payload(), 1), 2);
     const unsigned index = m_config.initCommandIdx();
     if (frame.id() == ubx::ACK_ACK) {
-      LOG.debug("Ublox ACK received on class 0x", cls, " id 0x", id, " init command idx = ", index);
+      LOG.detail("Ublox ACK received on class 0x", cls, " id 0x", id, " init command idx = ", index);
     } else if (frame.id() == ubx::ACK_NAK) {
-      LOG.debug("Ublox NAK received  on class 0x", cls, " id 0x", id, " init command idx = ", index);
+      LOG.detail("Ublox NAK received  on class 0x", cls, " id 0x", id, " init command idx = ", index);
     } else {
-      LOG.debug("Ublox CLASS 0x", logging::hex(frame.cls(), 2), " Ublox ID 0x", logging::hex(frame.id(), 2));
+      LOG.detail("Ublox CLASS 0x", logging::hex(frame.cls(), 2), " Ublox ID 0x", logging::hex(frame.id(), 2));
     }
   }
   m_config.handle_UBX_ACK_NAK_response(frame);
@@ -155,26 +155,26 @@ void UbxReception::processCfg(const UbxFrame& frame) {
   const bool log = logDispatch();
   switch (frame.id()) {
     case ubx::CFG_ANT:
-      if (log) LOG.debug("Ublox CFG-ANT Antenna Control", dump(frame.bytes()));
+      if (log) LOG.detail("Ublox CFG-ANT Antenna Control", dump(frame.bytes()));
       m_antenna.process_CFG_ANT(frame);
       break;
     case ubx::CFG_GNSS:
       if (log)
-        LOG.debug("Ublox CFG-GNSS  CLASS 0x06 ID 0x3E. Payload len ", payload.size(), dump(frame.bytes()));
+        LOG.detail("Ublox CFG-GNSS  CLASS 0x06 ID 0x3E. Payload len ", payload.size(), dump(frame.bytes()));
       process_CFG_GNSS(frame);
       break;
     case ubx::CFG_NAV5:
-      if (log) LOG.debug("Ublox CFG-NAV5  CLASS 0x06 ID 0x24. Payload len ", payload.size());
+      if (log) LOG.detail("Ublox CFG-NAV5  CLASS 0x06 ID 0x24. Payload len ", payload.size());
       process_CFG_NAV5(frame);
       break;
     case ubx::CFG_PRT:
-      if (log) LOG.debug("Ublox CFG-PRT  CLASS 0x06 ID 0x00. Payload len ", payload.size());
+      if (log) LOG.detail("Ublox CFG-PRT  CLASS 0x06 ID 0x00. Payload len ", payload.size());
       process_CFG_PRT(frame);
       break;
     default:
       if (log) {
-        LOG.debug("Ublox CFG CLASS 0x06 ID 0x", logging::hex(frame.id(), 2), " Payload len ", payload.size(),
-                  dump(frame.bytes()));
+        LOG.detail("Ublox CFG CLASS 0x06 ID 0x", logging::hex(frame.id(), 2), " Payload len ", payload.size(),
+                   dump(frame.bytes()));
       }
   }
 }
@@ -189,10 +189,10 @@ void UbxReception::processMon(const UbxFrame& frame) {
       break;
     case ubx::MON_HW:
       m_antenna.process_MON_HW(frame);
-      if (GnssUtils::debugIt(logflag::FRAMING)) LOG.debug("Ublox MON-HW", dump(frame.bytes()));
+      if (GnssUtils::debugIt(logflag::FRAMING)) LOG.detail("Ublox MON-HW", dump(frame.bytes()));
       break;
     default:
-      if (logDispatch()) LOG.debug("Ublox MON CLASS 0x0A  ID 0x", logging::hex(frame.id(), 2));
+      if (logDispatch()) LOG.detail("Ublox MON CLASS 0x0A  ID 0x", logging::hex(frame.id(), 2));
   }
 }
 
@@ -211,7 +211,7 @@ void UbxReception::process_MON_VER(const UbxFrame& frame) {
 void UbxReception::process_CFG_NAV5(const UbxFrame& frame) const {
   if (!isLongEnough(frame, CFG_NAV5_MIN, "CFG-NAV5")) return;
   if (GnssUtils::debugIt(logflag::UBX_CONFIGURATION)) {
-    LOG.debug("process_CFG-NAV5. payload len ", frame.payload().size(), " Payload ", dump(frame.payload()));
+    LOG.detail("process_CFG-NAV5. payload len ", frame.payload().size(), " Payload ", dump(frame.payload()));
   }
 }
 
@@ -226,8 +226,8 @@ void UbxReception::process_CFG_PRT(const UbxFrame& frame) {
   const uint32_t rate = ubx::u32(payload, 8);
   const bool log = GnssUtils::debugIt(logflag::UBX_CONFIGURATION | logflag::CONNECTION);
   if (log) {
-    LOG.debug("process_CFG-PRT. payload len ", payload.size(), " portID ", port, " baud rate ", rate,
-              " txReadyPinCfg 0x", logging::hex(ubx::u16(payload, 2), 4), dump(frame.bytes()));
+    LOG.detail("process_CFG-PRT. payload len ", payload.size(), " portID ", port, " baud rate ", rate,
+               " txReadyPinCfg 0x", logging::hex(ubx::u16(payload, 2), 4), dump(frame.bytes()));
   }
   m_config.setPortFrame(frame.text());
   if (port == PORT_SPI) {
@@ -235,7 +235,7 @@ void UbxReception::process_CFG_PRT(const UbxFrame& frame) {
     m_config.confirmPort();
   } else if (rate == UbloxConfig::effectiveBaudrate(m_baud_rate)) {
     m_config.confirmPort();
-    if (log) LOG.debug("Baud rate is configured correct. Baud rate ", rate);
+    if (log) LOG.detail("Baud rate is configured correct. Baud rate ", rate);
   } else if (!m_config.isStopped()) {
     changeBaudRate(rate);
   }
@@ -284,10 +284,10 @@ void UbxReception::process_MON_GNSS(const UbxFrame& frame) {
   const auto payload = frame.payload();
   const MON_GNSS record{payload[0], payload[1], payload[2], payload[3], payload[4]};
   if (GnssUtils::debugIt(logflag::UBX_CONFIGURATION | logflag::CONSTELLATIONS)) {
-    LOG.debug("version 0x", logging::hex(record.version, 2), ", supported 0x",
-              logging::hex(record.supported, 2), ", defaultGnss 0x", logging::hex(record.defaultGnss, 2),
-              ", enabled 0x", logging::hex(record.enabled, 2), ", num simultaneous = ", record.simultaneous,
-              ", Bits 3,2,1,0 = Galileo,BeiDou,Glonass,GPS");
+    LOG.detail("version 0x", logging::hex(record.version, 2), ", supported 0x",
+               logging::hex(record.supported, 2), ", defaultGnss 0x", logging::hex(record.defaultGnss, 2),
+               ", enabled 0x", logging::hex(record.enabled, 2), ", num simultaneous = ", record.simultaneous,
+               ", Bits 3,2,1,0 = Galileo,BeiDou,Glonass,GPS");
   }
   m_config.setMonGnss(record);
   m_config.sendNextCommand();

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,44 +12,14 @@
 #include "platform/LogOutput.h"
 #include "platform/Logging.h"
 #include "platform/Time.h"
+#include "support/LogCapture.h"
+#include "support/LogDaemon.h"
 #include "support/Support.h"
 
 using namespace ecu::koru;
 using namespace std::string_literals;
 using testing::EndsWith;
 using testing::HasSubstr;
-
-namespace {
-
-/// A log daemon that reads when it is asked to.
-class LogDaemon {
- public:
-  LogDaemon(const std::string& path, int type) : m_socket(socket(AF_UNIX, type | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1);
-    unlink(path.c_str());
-    EXPECT_EQ(bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    if (type == SOCK_STREAM) listen(m_socket, 5);
-  }
-  ~LogDaemon() { close(m_socket); }
-  LogDaemon(const LogDaemon&) = delete;
-  LogDaemon& operator=(const LogDaemon&) = delete;
-
-  /// What lies there: empty if nothing does.
-  [[nodiscard]] std::string received(int from = -1) const {
-    std::string bytes(65536, '\0');
-    const ssize_t count = recv(from >= 0 ? from : m_socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
-    bytes.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
-    return bytes;
-  }
-  [[nodiscard]] int accepted() const { return accept4(m_socket, nullptr, nullptr, SOCK_CLOEXEC); }
-
- private:
-  const int m_socket;
-};
-
-}  // namespace
 
 TEST(Logging, RecordsAreOneLineEach) {
   VirtualTime time(0, 1'795'256'130'123'999);
@@ -63,9 +32,9 @@ TEST(Logging, RecordsAreOneLineEach) {
   logging::configure_logging("NOTICE");
   testing::internal::CaptureStderr();
   EXPECT_FALSE(logging::configure_logging("notice"));
-  LOG.info(costly);
-  LOG.notice(costly, uint64_t{18446744073709551615U}, ' ', int64_t{-5}, ' ', uint8_t{65}, true, ' ', 0.1, ' ',
-             logging::hex(0xAB), ' ', logging::hex(10, 4), "."s);
+  LOG.info("", costly);
+  LOG.notice("", costly, uint64_t{18446744073709551615U}, ' ', int64_t{-5}, ' ', uint8_t{65}, true, ' ', 0.1,
+             ' ', logging::hex(0xAB), ' ', logging::hex(10, 4), "."s);
   errno = 5;
   LOG.alert(logging::escaped("a\n\x7F\xFF~ "));
   EXPECT_EQ(errno, 5);
@@ -80,13 +49,45 @@ TEST(Logging, RecordsAreOneLineEach) {
   set_time_source(nullptr);
 }
 
+TEST(Logging, AStatementWritesFiftyRecordsInTenSeconds) {
+  constexpr auto LOG = logging::module("koru.test");
+  VirtualTime time;
+  set_time_source(&time);
+  const auto begin_ns = time.steady_ns();
+  test::LogCapture log;
+  for (int i = 0; i < 60; ++i) {
+    LOG.warning("flood ", i);
+    LOG.detail("wanted");
+    for (const char* text : {"one", "two"}) LOG.error(std::string(text), i);  // one statement
+    time.advance(100'000'000);
+  }
+  LOG.notice("another statement");
+  time.advance(begin_ns + 9'999'999'999 - time.steady_ns());
+  logging::tell_kept_back();
+  LOG.info("before the end of the period");
+  time.advance(1);
+  logging::tell_kept_back();
+  logging::tell_kept_back();
+  for (int i = 0; i < 51; ++i) LOG.info("flood ", i);
+  const std::string text = log.take();
+  set_time_source(nullptr);
+  EXPECT_EQ(test::occurrences(text, "WARNING koru.test: flood"), 50U);
+  EXPECT_EQ(test::occurrences(text, "wanted"), 60U);
+  EXPECT_EQ(test::occurrences(text, "ERROR koru.test: "), 50U + 1);
+  EXPECT_EQ(test::occurrences(text, "INFO koru.test: flood"), 50U);
+  const std::string at_the_end = text.substr(text.find("before the end of the period"));
+  EXPECT_THAT(at_the_end, HasSubstr("WARNING koru.test: 10 more like: flood 59\n"));
+  EXPECT_THAT(at_the_end, HasSubstr("ERROR koru.test: 70 more like: two59\n"));
+  EXPECT_EQ(test::occurrences(text, " more like: "), 2U);
+}
+
 TEST(Logging, TheSystemsLogNeverWaitsAndIsFoundAgain) {
   const test::TempDir folder;
   const std::string path = folder / "log";
   logging::SyslogOutput output(path);
   EXPECT_FALSE(output.put("nobody is there"));
   {
-    const LogDaemon daemon(path, SOCK_DGRAM);
+    const test::LogDaemon daemon(path, SOCK_DGRAM);
     EXPECT_TRUE(output.put("<30>a"));
     EXPECT_EQ(daemon.received(), "<30>a");
     int taken = 0;
@@ -99,14 +100,14 @@ TEST(Logging, TheSystemsLogNeverWaitsAndIsFoundAgain) {
     EXPECT_TRUE(output.put("d"));
   }
   EXPECT_FALSE(output.put("it has gone"));
-  const LogDaemon again(path, SOCK_DGRAM);
+  const test::LogDaemon again(path, SOCK_DGRAM);
   EXPECT_TRUE(output.put("e"));
   EXPECT_EQ(again.received(), "e");
 }
 
 TEST(Logging, TheSystemsLogMayBeAStream) {
   const test::TempDir folder;
-  const LogDaemon daemon(folder / "log", SOCK_STREAM);
+  const test::LogDaemon daemon(folder / "log", SOCK_STREAM);
   logging::SyslogOutput output(folder / "log");
   EXPECT_TRUE(output.put("<30>a"));
   const int connection = daemon.accepted();
