@@ -28,7 +28,6 @@ std::atomic<LogMode> g_mode{LogMode::STDERR};
 std::atomic<Sink> g_sink{nullptr};
 
 constexpr Module LOG = module("koru.logging");
-constexpr size_t MAX_OUTSIDE_TEXT = 200;
 
 /// "2026-11-21T10:15:30.123Z "
 void append_time_stamp(std::string& line) {
@@ -175,10 +174,10 @@ void tell_kept_back() {
   hand_over_kept_back(time_source().steady_ns());
 }
 
-std::string escaped(std::string_view bytes) {
+std::string escaped(std::string_view bytes, size_t max_bytes) {
   static constexpr char DIGITS[] = "0123456789ABCDEF";
   std::string out;
-  const std::string_view shown = bytes.substr(0, MAX_OUTSIDE_TEXT);
+  const std::string_view shown = bytes.substr(0, max_bytes);
   out.reserve(shown.size());
   for (const char c : shown) {
     if (c >= 0x20 && c <= 0x7E) {

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -68,9 +69,12 @@ void tell_kept_back();
 using Sink = void (*)(Level level, std::string_view module, std::string_view text);
 void set_sink(Sink sink);
 
-/// Bytes that came from outside, made safe for a log line: all outside 0x20..0x7E become \xHH, and "..."
-/// stands for what exceeds 200 bytes.
-[[nodiscard]] std::string escaped(std::string_view bytes);
+/// As much text from outside as one record shows.
+inline constexpr size_t MAX_OUTSIDE_TEXT = 200;
+
+/// Bytes that came from outside, made safe for a log line or a terminal: all outside 0x20..0x7E become \xHH,
+/// and "..." stands for the bytes beyond `max_bytes`.
+[[nodiscard]] std::string escaped(std::string_view bytes, size_t max_bytes = MAX_OUTSIDE_TEXT);
 
 /// A number for a log text, in hexadecimal without prefix.
 struct Hex {

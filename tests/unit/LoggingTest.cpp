@@ -49,6 +49,13 @@ TEST(Logging, RecordsAreOneLineEach) {
   set_time_source(nullptr);
 }
 
+TEST(Logging, TextFromOutsideIsCut) {
+  const std::string longest(200, 'x');
+  EXPECT_EQ(logging::escaped(longest), longest);
+  EXPECT_EQ(logging::escaped(longest + "\n"), longest + "...");
+  EXPECT_EQ(logging::escaped(longest + "\n", std::string_view::npos), longest + "\\x0A");
+}
+
 TEST(Logging, AStatementWritesFiftyRecordsInTenSeconds) {
   constexpr auto LOG = logging::module("koru.test");
   VirtualTime time;

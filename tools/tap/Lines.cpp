@@ -15,13 +15,17 @@ namespace ecu::koru::tap {
 
 namespace {
 
-using logging::escaped;
 using logging::text;
 
 constexpr size_t BYTES_PER_DUMP_LINE = 16;
 constexpr size_t MAX_DUMP = 256;
 constexpr size_t MAX_VALUE_TEXT = 160;
 constexpr std::string_view INDENT = "    ";
+
+/// All of it: a viewer does not shorten.
+std::string escaped(std::string_view bytes) {
+  return logging::escaped(bytes, std::string_view::npos);
+}
 
 Json to_json(const Envelope& envelope) {
   return {{"protocol_type", envelope.protocol_type},
