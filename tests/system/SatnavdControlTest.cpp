@@ -8,6 +8,7 @@ namespace {
 using test::PATIENCE_MS;
 using test::text_of;
 using testing::HasSubstr;
+using namespace std::string_literals;
 
 using SatnavdControl = test::SatnavdTest;
 
@@ -42,8 +43,8 @@ TEST_F(SatnavdControl, UnitN2ReadsItsReceiver) {
       << service->err();
   EXPECT_TRUE(tap.gets(20, test::VALID)) << service->err();
   for (const auto& fix : tap.fixes()) EXPECT_GE(fix["body"]["nmea"].size(), 4U);
-  EXPECT_EQ(text_of(folder / "gpio124/direction"), std::string("in", 3));
-  EXPECT_EQ(text_of(folder / "gpio124/edge"), std::string("falling", 8));
+  EXPECT_EQ(text_of(folder / "gpio124/direction"), "in\0"s);
+  EXPECT_EQ(text_of(folder / "gpio124/edge"), "falling\0"s);
   EXPECT_THAT(service->err(), testing::Not(HasSubstr(" ERROR ")));
   service->signal(SIGTERM);
   EXPECT_EQ(service->wait_for_exit(2000), 0);

@@ -103,7 +103,9 @@ TEST(Logging, TheSystemsLogNeverWaitsAndIsFoundAgain) {
     while (!daemon.received().empty()) --taken;
     EXPECT_EQ(taken, 0);
     EXPECT_TRUE(output.put("c"));
-    EXPECT_FALSE(output.put(std::string(10'000'000, 'x')));  // longer than any datagram
+    std::string huge;
+    huge.resize(10'000'000, 'x');
+    EXPECT_FALSE(output.put(huge));  // longer than any datagram
     EXPECT_TRUE(output.put("d"));
   }
   EXPECT_FALSE(output.put("it has gone"));
@@ -148,9 +150,9 @@ TEST(Logging, AFullPipeOrSocketLosesWholeRecords) {
     EXPECT_THAT(text, EndsWith(line + "taken again\n"));
     EXPECT_EQ(test::occurrences(text, "lost"), 0U);
     close(reader);
-    signal(SIGPIPE, SIG_IGN);
+    (void)signal(SIGPIPE, SIG_IGN);
     EXPECT_FALSE(output.put("nobody reads\n"));
-    signal(SIGPIPE, SIG_DFL);
+    (void)signal(SIGPIPE, SIG_DFL);
     close(ends[1]);
   }
 }
