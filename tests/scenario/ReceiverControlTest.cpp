@@ -9,6 +9,7 @@
 #include <sstream>
 #include <thread>
 
+#include "nmea/GnssUtils.h"
 #include "nmea/HexDump.h"
 #include "platform/PbInternalMessageAdapter.h"
 #include "platform/Topics.h"
@@ -174,6 +175,32 @@ TEST(ReceiverControl, SendsItsFramesInOrderWithTheirChecksums) {
             "0601F000000100000100 06170F40000200000000000000010000000000000000 0A04 " +
                 name(systems("0125")) + " capable systems capable 0631 capable 0608FA0001000100");
   EXPECT_THAT(scene.receiver.host_bauds, ElementsAre(38400));
+}
+
+TEST(ReceiverControl, RecordsOfAnAreaNeedItsBit) {
+  const auto records = [](unsigned flags, unsigned baud) {
+    Scene scene(GOOD, {.baud = baud});
+    scene.world.service->ubloxConfig().setGnssSystemRequested(0x09);
+    scene.comes(1, ubx(0x05, 0x01, bytes("06 13")));
+    scene.signal(40, topic::BLACKOUT_MODE, '\1');
+    scene.signal(42, topic::BLACKOUT_MODE, '\0');
+    LogCapture log;
+    gpspub::GnssUtils::setLogFlags(flags);
+    scene.world.run(330);
+    gpspub::GnssUtils::setLogFlags(0);
+    return log.take();
+  };
+  EXPECT_THAT(records(0, 4800), HasSubstr(" INFO koru.gpspub: Change Baud rate from 38400 to 4800\n"));
+  const std::pair<unsigned, const char*> rows[] = {
+      {0x4, "process_CFG-PRT. payload len 20 portID 1 baud rate 38400"},
+      {0x2000, "process_CFG-PRT. payload len 20 portID 1 baud rate 38400"},
+      {0x8000, "checkGnssSystem() m_CFG_GNSS_string.length 0\n"},
+      {0x40000, "UbloxConfig sends m_init_command_idx 3 B5 62 06 13 00 00 19 51"},
+      {0x2000000, "Antenna power disabled at cold start. Should enable antenna_power"},
+      {0x2000000, "Recover from radio silence"},
+      {0x4000000, "Ublox ACK received on class 0x06 id 0x13 init command idx = 0"}};
+  for (const auto& [flag, text] : rows)
+    EXPECT_THAT(records(flag, 38400), HasSubstr(text)) << std::hex << flag;
 }
 
 TEST(ReceiverControl, NothingThatTheReceiverAnswersStopsPublication) {

@@ -1,16 +1,22 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 
 #include "nmea/GnssInfo.h"
+#include "nmea/GnssUtils.h"
+#include "observe/GnssIcanObserver.h"
 #include "platform/MemoryTransport.h"
 #include "platform/PbInternalMessageAdapter.h"
+#include "platform/Signals.h"
+#include "platform/Topics.h"
 #include "proto/nvxproto.pb.h"
 #include "publish/GnssPublishCAN.h"
 #include "publish/GnssPublishMqtt.h"
 #include "support/Frames.h"
 #include "support/LogCapture.h"
+#include "support/Support.h"
 
 using namespace ecu::koru;
 using namespace ecu::koru::gpspub;
@@ -169,5 +175,59 @@ TEST(PublishTest, AFixAtTheZeroPointIsNone) {
     info.m_latitude = latitude;
     info.m_longitude = longitude;
     EXPECT_EQ(published(info).status(), status) << latitude << ' ' << longitude;
+  }
+}
+
+TEST(PublishCan, GroupRecordsStandBehindTheirBits) {
+  const char* const built[] = {" seconds 1\n",
+                               " localhouroffset 1\n",
+                               " seconds 0xFF \n",
+                               " minutes 0xFF  hours 0xFF  day 0xFF \n",
+                               " month 0xFF year 0xFF\n",
+                               "DEBUG koru.gpspub: Unable to set_signal_scaled_value on "};
+  std::shared_ptr<com::ITransportClient> client = std::make_shared<com::MemoryTransport>();
+  std::vector<std::string> sentences;
+  for (const unsigned flags : {0x10000U, ~0x10000U, 0U}) {
+    GnssUtils::setLogFlags(flags);
+    test::LogCapture log;
+    for (GnssInfo fix : {ordinaryFix(), undatedFix(), excessiveFix(), excessiveFix()}) {
+      GnssPublishCAN().publishFrame(client, fix, sentences);
+    }
+    GnssUtils::setLogFlags(0);
+    const std::string text = log.take();
+    for (const char* record : built)
+      EXPECT_EQ(text.find(record) != std::string::npos, flags == 0x10000) << record;
+    EXPECT_EQ(text.find(" getLatitudeDecDeg() 0xFFFFFFFF\n") != std::string::npos, flags == ~0x10000U);
+  }
+}
+
+/// The database has one message with one signal; what is logged when it is sent and when it comes.
+TEST(PublishCan, SignalsThatTheDatabaseLacksAreNamed) {
+  const struct {
+    std::string present, tx, rx;
+    bool (*create)(const GnssInfo&, com::Message&);
+    std::string not_set, invalid;
+  } rows[] = {
+      {"latitude", topic::VP1_TX, topic::VP1_RX, GnssPublishCAN::create_VP1_Base_Message,
+       "Unable to set_signal_data on longitude\n",
+       "Invalid signal longitude for topic 'rt/j1939can/rx/vp1_fb'. Request failed\n"},
+      {"altitude", topic::VDS_TX, topic::VDS_RX, GnssPublishCAN::create_VDS_Base_Message,
+       "Unable to set_signal_data on pitch\n",
+       "Invalid signal navigationbasedvehiclespeed for topic 'rt/j1939can/rx/vds_fb'. Request failed\n"}};
+  auto& adapter = rt::SignalAdapter::instance();
+  for (const auto& row : rows) {
+    const test::TempDir folder;
+    test::LogCapture log("WARNING");
+    EXPECT_TRUE(adapter.load_database(
+        folder.write("one.dbc", "BO_ 1 M: 8 A\nSG_ " + row.present +
+                                    " : 0|8@1+ (1,0) [0|0] \"\" A\nBA_ \"TxTopic\" BO_ 1 \"" + row.tx +
+                                    "\";\nBA_ \"RxTopic\" BO_ 1 \"" + row.rx + "\";")));
+    com::Message message;
+    EXPECT_TRUE(row.create(GnssInfo(), message));
+    rt::SignalGroup group = adapter.create_sg(row.rx);
+    EXPECT_TRUE(group.set_signal_data(row.present, {1}) && adapter.pack(group, message));
+    GnssIcanObserver().message(row.rx, message);
+    EXPECT_FALSE(adapter.load_database(folder / "none"));  // the built-in one again
+    EXPECT_THAT(log.take(), testing::AllOf(testing::HasSubstr(row.not_set), testing::HasSubstr(row.invalid)));
   }
 }
