@@ -12,7 +12,10 @@ class LogCapture {
  public:
   explicit LogCapture(const std::string& level = "DEBUG") {
     using namespace ecu::koru;
-    captured().clear();
+    {
+      const std::lock_guard lock(mutex());
+      captured().clear();
+    }
     logging::configure_logging(level);
     logging::set_sink([](logging::Level of, std::string_view module, std::string_view text) {
       const std::lock_guard lock(mutex());
