@@ -109,7 +109,7 @@ units as the vehicle's CAN does. For a bench, not for the vehicle.")
 
 # Libraries. dpkg-shlibdeps looks them up in the package database of the build machine, which knows none of the target's;
 # scripts/check-package sees that this list names what it would.
-set(libraries "libc6 (>= 2.36), libgcc-s1 (>= 12), libmosquitto1 (>= 2.0.11), libmosquittopp1 (>= 2.0.11), libprotobuf-lite32 (>= 3.21.12), libstdc++6 (>= 12)")
+set(libraries "libc6 (>= 2.36), libgcc-s1 (>= 12), libmosquitto1 (>= 2.0.11), libmosquittopp1 (>= 2.0.11), libprotobuf-lite32 (>= 3.21.12), libssl3 (>= 3.0.0), libstdc++6 (>= 12)")
 set(CPACK_DEBIAN_SATNAVD_PACKAGE_DEPENDS "adduser, init-system-helpers (>= 1.54~)")
 if(CMAKE_CROSSCOMPILING)
   string(APPEND CPACK_DEBIAN_SATNAVD_PACKAGE_DEPENDS ", ${libraries}")

@@ -92,6 +92,16 @@ bool can_be_subscribed(const std::string& topic) {
   return is_text(topic) && mosquitto_sub_topic_check(topic.c_str()) == MOSQ_ERR_SUCCESS;
 }
 
+/// The QoS of the message that the library reports with a line of its debug log, before it takes it in; 0 for
+/// any other line. Nothing else tells of QoS 2 in time: on_message() comes when the broker releases the
+/// message.
+int received_qos(std::string_view line, const std::string& client_name) {
+  const std::string begin = "Client " + client_name + " received PUBLISH (d";
+  constexpr std::string_view NEXT = "0, q";
+  if (!line.starts_with(begin) || line.size() <= begin.size() + NEXT.size()) return 0;
+  return line[begin.size() + NEXT.size()] - '0';
+}
+
 const char* text_or_null(const std::string& text) {
   return text.empty() ? nullptr : text.c_str();
 }
@@ -101,22 +111,29 @@ const char* text_or_null(const std::string& text) {
 MqttConnection::MqttConnection(MqttOptions options)
     : mosquittopp(options.client_name.c_str(), true),
       m_options(std::move(options)),
-      m_log(logging::escaped(m_options.host) + ":" + std::to_string(m_options.port)) {
-  threaded_set(true);  // calls from other threads queue and wake, only loop() writes
-}
+      m_log(logging::escaped(m_options.host) + ":" + std::to_string(m_options.port)) {}
 
 bool MqttConnection::prepare() {
   if (!check_mqtt_files(m_options)) return false;
-  std::optional<std::string> password;
   if (!m_options.password_file.empty()) {
-    password = read_password(m_options.password_file);
-    if (!password) return false;
+    m_password = read_password(m_options.password_file);
+    if (!m_password) return false;
   }
+  m_equipped = equip();
+  return m_equipped;
+}
+
+bool MqttConnection::equip() {
+  threaded_set(true);  // calls from other threads queue and wake, only loop() writes
   int code = MOSQ_ERR_SUCCESS;
   if (!m_options.username.empty()) {
-    code = username_pw_set(m_options.username.c_str(), password ? password->c_str() : nullptr);
+    code = username_pw_set(m_options.username.c_str(), m_password ? m_password->c_str() : nullptr);
   }
-  if (code == MOSQ_ERR_SUCCESS && !m_options.tls_ca.empty()) {
+  if (code == MOSQ_ERR_SUCCESS && uses_tls()) {
+    if (!m_tls) m_tls = std::make_unique<TlsContext>();
+    int with_defaults = 1;
+    opts_set(MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, &with_defaults);
+    opts_set(MOSQ_OPT_SSL_CTX, m_tls->get());
     code = tls_set(m_options.tls_ca.c_str(), nullptr, text_or_null(m_options.tls_cert),
                    text_or_null(m_options.tls_key), no_pass_phrase);
   }
@@ -137,6 +154,7 @@ void MqttConnection::run() {
     }
     if (stopping()) break;
     m_log.failed(m_failure);
+    if (m_uninvited_qos > 0) forget_inbox();
     pause(backoff.pause());
   }
   say_goodbye();
@@ -153,6 +171,12 @@ void MqttConnection::serve() {
       return;
     }
   }
+}
+
+/// The library keeps what came with QoS 2 and was never released from one connection to the next.
+void MqttConnection::forget_inbox() {
+  reinitialise(m_options.client_name.c_str(), true);
+  m_equipped = false;
 }
 
 /// What was queued is written, then the DISCONNECT behind it closes the socket.
@@ -227,7 +251,14 @@ bool MqttConnection::step_to_first_byte(bool& answering) {
 bool MqttConnection::open(const char* bind_address) {
   m_connack = -1;
   m_disconnect = 0;
+  m_uninvited_qos = 0;
+  if (m_tls) m_tls->forget_distrust();
   m_errors.clear();
+  if (!m_equipped) m_equipped = equip();
+  if (!m_equipped) {
+    m_failure = {MqttFailure::Kind::unreachable, "there are no credentials or no TLS"};
+    return false;
+  }
   errno = 0;
   const int code = connect_async(m_options.host.c_str(), m_options.port, KEEP_ALIVE_S, bind_address);
   if (code != MOSQ_ERR_SUCCESS) {
@@ -251,11 +282,16 @@ bool MqttConnection::step(milliseconds timeout) {
   errno = 0;
   const int code = loop(static_cast<int>(timeout.count()), 1);
   const int system_error = errno;
-  if (code != MOSQ_ERR_SUCCESS || socket() < 0) m_failure = failure({code, system_error});
+  const bool alive = code == MOSQ_ERR_SUCCESS && socket() >= 0 && m_uninvited_qos == 0;
+  if (m_uninvited_qos > 0) {
+    m_failure = uninvited(m_uninvited_qos);
+  } else if (!alive) {
+    m_failure = failure({code, system_error});
+  }
   process_written();
   for (const auto& [topic, message] : m_received) m_subscriptions.dispatch(topic, message);
   m_received.clear();
-  return code == MOSQ_ERR_SUCCESS && socket() >= 0;
+  return alive;
 }
 
 void MqttConnection::process_written() {
@@ -291,7 +327,7 @@ void MqttConnection::set_connected() {
     return;
   }
   m_connected = true;
-  for (const auto& [topic, qos] : m_subscriptions.filters()) send_subscribe(topic, qos);
+  for (const auto& topic : m_subscriptions.filters()) send_subscribe(topic);
   send_kept();
   m_changed.notify_all();
 }
@@ -308,7 +344,7 @@ void MqttConnection::set_lost() {
 }
 
 MqttFailure MqttConnection::failure(MqttError error) const {
-  return explain(error, {uses_tls(), m_connack, m_disconnect, m_errors});
+  return explain(error, {uses_tls(), m_connack, m_disconnect, m_errors, m_tls ? m_tls->distrust() : ""});
 }
 
 // ---- Called by the library inside of loop(), except on_log()
@@ -334,6 +370,7 @@ void MqttConnection::on_unsubscribe(int mid) {
 }
 
 void MqttConnection::on_message(const mosquitto_message* message) {
+  if (message->qos > 0) return;
   if (message->payloadlen > MAX_RECEIVED) {
     LOG.warning("A message of ", message->payloadlen, " bytes on \"", logging::escaped(message->topic),
                 "\" is dropped");
@@ -346,8 +383,11 @@ void MqttConnection::on_message(const mosquitto_message* message) {
 }
 
 void MqttConnection::on_log(int level, const char* text) {
-  if (level != MOSQ_LOG_ERR || !on_delivery_thread() || m_errors.size() >= MAX_ERROR_TEXT) return;
+  if (!on_delivery_thread()) return;
   std::string_view line = text;
+  if (level == MOSQ_LOG_DEBUG)
+    m_uninvited_qos = std::max(m_uninvited_qos, received_qos(line, m_options.client_name));
+  if (level != MOSQ_LOG_ERR || m_errors.size() >= MAX_ERROR_TEXT) return;
   line = line.substr(0, line.find_last_not_of("\r\n") + 1).substr(0, MAX_ERROR_TEXT);
   m_errors += (m_errors.empty() ? "" : "; ") + std::string(line);
 }
@@ -425,16 +465,16 @@ void MqttConnection::send_kept() {
   });
 }
 
-void MqttConnection::send_subscribe(const std::string& topic, int qos) {
+void MqttConnection::send_subscribe(const std::string& topic) {
   int mid = 0;
-  if (mosquittopp::subscribe(&mid, topic.c_str(), qos) == MOSQ_ERR_SUCCESS) m_subscribing[mid] = topic;
+  if (mosquittopp::subscribe(&mid, topic.c_str(), 0) == MOSQ_ERR_SUCCESS) m_subscribing[mid] = topic;
 }
 
 bool MqttConnection::subscribe(const std::string& topic, const MqttSubscriptions::Observer& observer,
                                int qos) {
-  if (!observer || qos < 0 || qos > 2 || !can_be_subscribed(topic)) return false;
+  if (!observer || qos != 0 || !can_be_subscribed(topic)) return false;
   const std::lock_guard lock(m_mutex);
-  if (m_subscriptions.add(topic, observer, qos) && m_connected) send_subscribe(topic, qos);
+  if (m_subscriptions.add(topic, observer) && m_connected) send_subscribe(topic);
   return true;
 }
 

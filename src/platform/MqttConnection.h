@@ -5,7 +5,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -16,6 +18,7 @@
 #include "platform/MqttOptions.h"
 #include "platform/MqttOutbox.h"
 #include "platform/MqttSubscriptions.h"
+#include "platform/TlsContext.h"
 #include "platform/Transport.h"
 
 namespace ecu::koru::com {
@@ -66,7 +69,11 @@ class MqttConnection final : private mosqpp::mosquittopp {
   void on_unsubscribe(int mid) override;
   void on_log(int level, const char* text) override;
 
+  // Before the delivery thread begins, then on it.
+  [[nodiscard]] bool equip();
+
   // Of the delivery thread.
+  void forget_inbox();
   void serve();
   void say_goodbye();
   [[nodiscard]] bool stopping() const;
@@ -86,9 +93,12 @@ class MqttConnection final : private mosqpp::mosquittopp {
   // Under m_mutex.
   int hand_over(const std::string& topic, const Message& message, int& mid);
   void send_kept();
-  void send_subscribe(const std::string& topic, int qos);
+  void send_subscribe(const std::string& topic);
 
   const MqttOptions m_options;
+  std::optional<std::string> m_password;
+  bool m_equipped = false;            // the library has credentials and TLS: nothing is ever sent without
+  std::unique_ptr<TlsContext> m_tls;  // with `tls_ca` only
   MqttSubscriptions m_subscriptions;
 
   mutable std::mutex m_mutex;
@@ -104,9 +114,10 @@ class MqttConnection final : private mosqpp::mosquittopp {
   // Notes of the delivery thread.
   MqttConnectionLog m_log;
   MqttFailure m_failure{MqttFailure::Kind::unreachable, ""};
-  int m_connack = -1;    // of the present connection; -1: not yet
-  int m_disconnect = 0;  // what on_disconnect() was told
-  std::string m_errors;  // what the library reported at its error level
+  int m_connack = -1;       // of the present connection; -1: not yet
+  int m_disconnect = 0;     // what on_disconnect() was told
+  int m_uninvited_qos = 0;  // above 0: the broker sent what no subscription allows
+  std::string m_errors;     // what the library reported at its error level
   std::vector<int> m_written;
   std::vector<std::pair<int, bool>> m_answers;  // to (un)subscriptions: mid, granted
   std::vector<std::pair<std::string, Message>> m_received;

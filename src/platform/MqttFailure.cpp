@@ -54,15 +54,6 @@ std::string reason_of(int code, int system_error) {
   return without_stop(mosqpp::strerror(code));
 }
 
-/// The library tells a wrong host name apart, but not why else it does not trust the broker.
-std::string with_hint(std::string errors) {
-  const bool host = errors.find("host name") != std::string::npos;
-  if (!host && errors.find("certificate verify failed") != std::string::npos) {
-    errors += " (the broker's certificate is not signed by tls_ca, or expired)";
-  }
-  return errors;
-}
-
 }  // namespace
 
 MqttFailure explain(MqttError error, const MqttCourse& course) {
@@ -71,7 +62,7 @@ MqttFailure explain(MqttError error, const MqttCourse& course) {
   if (course.connack > 0) return {Kind::refused, without_stop(mosqpp::connack_string(course.connack))};
   const bool end_of_stream = course.errors.find("unexpected eof") != std::string::npos;
   if (course.tls && !course.errors.empty() && !end_of_stream) {
-    return {Kind::tls, with_hint(course.errors)};
+    return {Kind::tls, course.errors + (course.distrust.empty() ? "" : " (" + course.distrust + ")")};
   }
   if (course.connack < 0 && (end_of_stream || code == MOSQ_ERR_CONN_LOST)) return unanswered(course.tls);
   if (end_of_stream) return {Kind::unreachable, reason_of(MOSQ_ERR_CONN_LOST, 0)};
@@ -89,6 +80,11 @@ MqttFailure unanswered(bool tls) {
   const char* hint = tls ? "does its port speak TLS?" : "does its port expect TLS?";
   return {MqttFailure::Kind::unanswered,
           std::string("the connection was closed without an answer; is a broker behind it, and ") + hint};
+}
+
+MqttFailure uninvited(int qos) {
+  return {MqttFailure::Kind::protocol,
+          "it sent a message with QoS " + std::to_string(qos) + ", nobody asked for that"};
 }
 
 MqttFailure foreign(const std::string& seen) {

@@ -28,15 +28,19 @@ struct MqttError {
 /// What else is known of the connection that failed.
 struct MqttCourse {
   bool tls;
-  int connack;         ///< the answer to the login; -1: there was none
-  int disconnect;      ///< what the library gave as reason when it disconnected
-  std::string errors;  ///< what the library reported at its error level
+  int connack;                ///< the answer to the login; -1: there was none
+  int disconnect;             ///< what the library gave as reason when it disconnected
+  std::string errors;         ///< what the library reported at its error level
+  std::string distrust = {};  ///< why the broker's certificate was not trusted
 };
 
 [[nodiscard]] MqttFailure explain(MqttError error, const MqttCourse& course);
 
 /// The connection was closed before the login was answered.
 [[nodiscard]] MqttFailure unanswered(bool tls);
+
+/// The broker sent a message with a QoS above 0, which no subscription allows.
+[[nodiscard]] MqttFailure uninvited(int qos);
 
 /// `seen`: the answer's first bytes, as far as they are known.
 [[nodiscard]] MqttFailure foreign(const std::string& seen);

@@ -38,14 +38,14 @@ bool matches(const std::string& filter, const std::string& topic) {
 
 }  // namespace
 
-bool MqttSubscriptions::add(const std::string& filter, const Observer& observer, int qos) {
+bool MqttSubscriptions::add(const std::string& filter, const Observer& observer) {
   const std::lock_guard lock(m_mutex);
   std::erase_if(m_all, [](const Pointer& entry) { return entry->observer.expired(); });
   for (const auto& entry : m_all) {
     if (entry->filter == filter && same_owner(entry->observer, observer)) return false;
   }
   m_one_copy = false;
-  m_all.push_back(std::make_shared<Subscription>(Subscription{filter, observer, qos, false, {}}));
+  m_all.push_back(std::make_shared<Subscription>(Subscription{filter, observer, false, {}}));
   return true;
 }
 
@@ -65,11 +65,11 @@ void MqttSubscriptions::wait_until_idle(const std::string& filter) {
   m_idle.wait(lock, [&] { return m_current != current; });
 }
 
-std::map<std::string, int> MqttSubscriptions::filters() const {
+std::set<std::string> MqttSubscriptions::filters() const {
   const std::lock_guard lock(m_mutex);
-  std::map<std::string, int> result;
+  std::set<std::string> result;
   for (const auto& entry : m_all) {
-    if (!entry->observer.expired()) result[entry->filter] = std::max(result[entry->filter], entry->qos);
+    if (!entry->observer.expired()) result.insert(entry->filter);
   }
   return result;
 }

@@ -20,14 +20,14 @@ class MqttSubscriptions {
   using Observer = std::shared_ptr<ISubscriptionObserver>;
 
   /// False when the topic and observer are already there.
-  bool add(const std::string& filter, const Observer& observer, int qos);
+  bool add(const std::string& filter, const Observer& observer);
   /// Forgets all of the topic; no callback of it begins afterwards. False when there was none.
   bool remove(const std::string& filter);
   /// Waits until no callback of the topic is under way. Not on the delivery thread.
   void wait_until_idle(const std::string& filter);
 
-  /// Every topic once, with the highest quality of service that was asked for.
-  [[nodiscard]] std::map<std::string, int> filters() const;
+  /// Every topic once.
+  [[nodiscard]] std::set<std::string> filters() const;
   /// A new connection: the broker sends the retained messages again.
   void forget_retained();
 
@@ -38,7 +38,6 @@ class MqttSubscriptions {
   struct Subscription {
     std::string filter;
     std::weak_ptr<ISubscriptionObserver> observer;
-    int qos;
     bool removed = false;
     std::map<std::string, size_t> seen;  // topic to hash of its last message on this connection
   };

@@ -59,7 +59,7 @@ class ITransportClient {
 
   /// Hands the messages of `topic` (MQTT wildcards allowed) to `observer`, also after each reconnect. The
   /// observer is held weakly. Subscribing the same topic and observer twice is one subscription. False on an
-  /// invalid topic.
+  /// invalid topic and on any other QoS than 0: a broker that sends more breaks the protocol.
   virtual bool subscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer,
                          int qos) = 0;
   /// Ends all subscriptions of the topic. When it returns, no call to their observers is under way, except

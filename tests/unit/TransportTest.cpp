@@ -193,6 +193,7 @@ TEST_F(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
     EXPECT_LT(client->publish(topic, text_message("x"), Delivery::until_sent), 0) << topic;
   }
   EXPECT_FALSE(client->subscribe("x", nullptr, 0));
+  EXPECT_FALSE(client->subscribe("x", observer, 1));
   EXPECT_EQ(client->publish("a", text_message("x")), 0);
   EXPECT_EQ(client->publish("end", text_message("x")), 0);
   ASSERT_TRUE(observer->got("end=x"));
@@ -246,6 +247,8 @@ TEST(TransportPeers, AreToldApart) {
       {"SSH-2.0-x\r\n", foreign + "the login is not MQTT, it begins with \"SSH-2.0-x\\x0D\\x0A\"\n"},
       {"\x15\x03\x01"s, foreign + "the login is a TLS alert; its port expects TLS\n"},
       {"", "ERROR koru.com.mqtt: The login is not answered, PEER: the connection was closed without"},
+      {"\x20\x02\0\0\x34\x06\0\x01t\0\x01x"s,
+       "ERROR koru.com.mqtt: The broker broke the protocol, PEER: it sent a message with QoS 2"},
       {"\x20\x02\x00"s, "WARNING koru.com.mqtt: No connection to" + cut},
       {"\x20\x02\x00\x00\x30\x10\x00"s, "WARNING koru.com.mqtt: Connection lost to" + cut},
   };
@@ -266,7 +269,7 @@ TEST(TransportPeers, AreToldApart) {
     record.replace(record.find("PEER"), 4, "127.0.0.1:" + std::to_string(peers[i]->port));
     EXPECT_THAT(log, HasSubstr(record));
   }
-  EXPECT_EQ(records(log, "ERROR"), 3U) << log;
+  EXPECT_EQ(records(log, "ERROR"), 3 + records(log, "ERROR", "The broker broke")) << log;
 }
 
 TEST(TransportPeers, EachObserverGetsARetainedMessageOnceUntilItChanges) {

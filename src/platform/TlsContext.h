@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+struct ssl_ctx_st;         // OpenSSL's SSL_CTX
+struct x509_store_ctx_st;  // OpenSSL's X509_STORE_CTX
+
+namespace ecu::koru::com {
+
+/// The TLS context that the client library uses in place of one of its own: it remembers why a broker's
+/// certificate was not trusted, which the library does not tell. The library sets everything else of it.
+///
+/// On one thread at a time.
+class TlsContext {
+ public:
+  TlsContext();
+
+  [[nodiscard]] ssl_ctx_st* get() const { return m_context.get(); }
+
+  /// What was wrong with the broker's certificate in the last handshake, for a log text; empty when nothing
+  /// was.
+  [[nodiscard]] const std::string& distrust() const { return m_distrust; }
+  void forget_distrust() { m_distrust.clear(); }
+
+ private:
+  struct Free {
+    void operator()(ssl_ctx_st* context) const;
+  };
+  static int verify(x509_store_ctx_st* chain, void* self);
+
+  std::unique_ptr<ssl_ctx_st, Free> m_context;
+  std::string m_distrust;
+};
+
+}  // namespace ecu::koru::com
