@@ -1,9 +1,11 @@
 #include "sim/gnss/Files.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
 namespace ecu::koru::sim {
 
@@ -23,6 +25,16 @@ std::string read_file(const std::string& path) {
   } while (in);
   if (in.bad()) throw FileError(path + ": " + std::strerror(errno));
   return bytes;
+}
+
+std::ofstream create_file(const std::string& path) {
+  constexpr mode_t owner_only = 0600;
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, owner_only);
+  if (fd < 0) throw FileError(path + ": " + std::strerror(errno));
+  std::ofstream out("/proc/self/fd/" + std::to_string(fd), std::ios::binary);
+  ::close(fd);
+  if (!out) throw FileError(path + ": " + std::strerror(errno));
+  return out;
 }
 
 }  // namespace ecu::koru::sim

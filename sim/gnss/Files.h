@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -15,5 +16,9 @@ class FileError : public std::runtime_error {
 
 /// The whole file, binary, at most 256 MiB. Throws FileError.
 [[nodiscard]] std::string read_file(const std::string& path);
+
+/// A new or emptied file, for its owner alone when it is new; a symbolic link is not followed. Throws
+/// FileError.
+[[nodiscard]] std::ofstream create_file(const std::string& path);
 
 }  // namespace ecu::koru::sim

@@ -1,8 +1,6 @@
 #include "sim/gnss/Report.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <iostream>
 
 #include "sim/gnss/Files.h"
@@ -16,8 +14,7 @@ Report::Report(const Options& options) : m_show(options.show) {
   if (options.ubx_trace.empty()) return;
   m_trace = &std::cout;
   if (options.ubx_trace == "-") return;
-  m_file.open(options.ubx_trace, std::ios::binary);
-  if (!m_file) throw FileError(options.ubx_trace + ": " + std::strerror(errno));
+  m_file = create_file(options.ubx_trace);
   m_trace = &m_file;
 }
 

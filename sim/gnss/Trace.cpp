@@ -1,16 +1,11 @@
 #include "sim/gnss/Trace.h"
 
-#include <cerrno>
-#include <cstring>
-
 #include "sim/gnss/Files.h"
 #include "sim/gnss/Text.h"
 
 namespace ecu::koru::sim {
 
-Trace::Trace(const std::string& path) : m_file(path, std::ios::binary) {
-  if (!m_file) throw FileError(path + ": " + std::strerror(errno));
-}
+Trace::Trace(const std::string& path) : m_file(create_file(path)) {}
 
 void Trace::written(std::span<const uint8_t> bytes, int64_t monotonic_ns) {
   constexpr size_t longest = 1024;  // beyond that it is no sentence

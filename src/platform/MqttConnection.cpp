@@ -115,6 +115,7 @@ MqttConnection::MqttConnection(MqttOptions options)
 
 bool MqttConnection::prepare() {
   if (!check_mqtt_files(m_options)) return false;
+  warn_of_open_secrets(m_options);
   if (!m_options.password_file.empty()) {
     m_password = read_password(m_options.password_file);
     if (!m_password) return false;

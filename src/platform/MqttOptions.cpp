@@ -1,6 +1,7 @@
 #include "platform/MqttOptions.h"
 
 #include <mosquittopp.h>
+#include <sys/stat.h>
 
 #include <fstream>
 
@@ -48,6 +49,19 @@ bool readable(const char* key, const std::string& path) {
   return false;
 }
 
+bool is_this_machine(const std::string& host) {
+  const bool is_address = host.find_first_not_of("0123456789.") == std::string::npos;
+  return host == "localhost" || host == "ip6-localhost" || host == "::1" ||
+         (is_address && host.starts_with("127."));
+}
+
+void warn_if_others_can_read(const char* key, const std::string& path) {
+  struct stat file {};
+  if (path.empty() || stat(path.c_str(), &file) != 0 || (file.st_mode & S_IROTH) == 0) return;
+  LOG.warning("Configuration: the file of ", key, ", \"", logging::escaped(path),
+              "\", can be read by everybody; chmod o-r");
+}
+
 bool needs(const char* key, const std::string& value, const char* other_key, const std::string& other) {
   if (value.empty() || !other.empty()) return true;
   LOG.error("Configuration: ", key, " = \"", logging::escaped(value), "\" needs ", other_key, " too");
@@ -85,6 +99,16 @@ bool check_mqtt_files(const MqttOptions& options) {
     if (!path.empty()) good &= readable(key, path);
   }
   return good;
+}
+
+void warn_of_open_secrets(const MqttOptions& options) {
+  if (!options.username.empty() && options.tls_ca.empty() && !is_this_machine(options.host)) {
+    LOG.warning("Configuration: username \"", logging::escaped(options.username), "\" goes to \"",
+                logging::escaped(options.host),
+                "\" without TLS, where others can read it and the password; set tls_ca");
+  }
+  warn_if_others_can_read("password_file", options.password_file);
+  warn_if_others_can_read("tls_key", options.tls_key);
 }
 
 std::optional<std::string> read_password(const std::string& path) {

@@ -31,6 +31,10 @@ struct MqttOptions {
 /// ERROR record that names key and file.
 [[nodiscard]] bool check_mqtt_files(const MqttOptions& options);
 
+/// One WARNING record each for a login that leaves this machine without TLS, and for a password or key file
+/// that everybody can read.
+void warn_of_open_secrets(const MqttOptions& options);
+
 /// The password file's first line; nothing, after an ERROR record, when it cannot be a password.
 [[nodiscard]] std::optional<std::string> read_password(const std::string& path);
 

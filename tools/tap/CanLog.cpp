@@ -13,7 +13,7 @@ namespace ecu::koru::tap {
 
 namespace {
 
-constexpr mode_t NEW_FILE_MODE = 0666;
+constexpr mode_t NEW_FILE_MODE = 0600;
 constexpr std::string_view OEM_TOPICS = "rt/oemcan/";
 
 }  // namespace
@@ -23,7 +23,7 @@ CanLog::~CanLog() {
 }
 
 bool CanLog::open() {
-  m_fd = ::open(m_options.file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NEW_FILE_MODE);
+  m_fd = ::open(m_options.file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, NEW_FILE_MODE);
   if (m_fd < 0) m_error = errno;
   return m_fd >= 0;
 }
