@@ -152,11 +152,11 @@ def draw(room, seed):
 
 
 class Bench:
-    """A copy of the sources with a build folder of its own."""
+    """A copy of the sources, with a build folder inside."""
 
     def __init__(self, number):
         self.tree = WORK / f"tree{number}"
-        self.build = WORK / f"build{number}"
+        self.build = self.tree / "build" / "t"  # so deep, and inside, that the compiler cache knows both
 
     def prepare(self):
         names = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=ROOT, check=True,
