@@ -1,16 +1,40 @@
 #include "input/TerminalDevice.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
 
 namespace ecu::koru::gpspub {
 
+namespace {
+
+/// Its other end opens it too, and it would stay exclusive for as long as that has it open.
+bool is_pseudo_terminal(int fd) {
+  constexpr unsigned FIRST_MAJOR = 136;  // UNIX98_PTY_SLAVE_MAJOR, 8 of them
+  struct stat status {};
+  const unsigned number = fstat(fd, &status) == 0 ? major(status.st_rdev) : 0;
+  return number >= FIRST_MAJOR && number < FIRST_MAJOR + 8;
+}
+
+}  // namespace
+
 int TerminalDevice::open(const std::string& path) {
-  return ::open(path.c_str(), O_RDWR);
+  const int fd = ::open(path.c_str(), O_RDWR);
+  if (fd < 0) return fd;
+  if (::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    ::close(fd);
+    errno = EBUSY;
+    return -1;
+  }
+  if (!is_pseudo_terminal(fd))
+    static_cast<void>(::ioctl(fd, TIOCEXCL));  // the lock is only for who asks for it
+  return fd;
 }
 
 int TerminalDevice::close(int fd) {

@@ -13,7 +13,7 @@ namespace ecu::koru::gpspub {
 class ITerminalDevice {
  public:
   virtual ~ITerminalDevice() = default;
-  /// open(path, O_RDWR): the descriptor or -1.
+  /// open(path, O_RDWR), for this process alone: the descriptor or -1; EBUSY when another one has it.
   virtual int open(const std::string& path) = 0;
   virtual int close(int fd) = 0;
   virtual ssize_t read(int fd, void* data, size_t max) = 0;
