@@ -14,6 +14,22 @@ if(CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   add_compile_options(-ffat-lto-objects)
 endif()
 
+# What makes a memory fault end the process instead of taking it over; scripts/check-package looks for it in the programs.
+# The sanitizers have their own.
+if(NOT SATNAVD_SANITIZE)
+  include(CheckCXXCompilerFlag)
+  foreach(flag stack-protector-strong stack-clash-protection cf-protection)
+    check_cxx_compiler_flag(-f${flag} SATNAVD_HAS_${flag})  # the last one is for x86
+    if(SATNAVD_HAS_${flag})
+      add_compile_options(-f${flag})
+    endif()
+  endforeach()
+  add_compile_options($<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)  # needs optimization
+  set(shared $<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>)
+  add_compile_options($<$<NOT:${shared}>:-fPIE>)
+  add_link_options($<$<NOT:${shared}>:-pie> LINKER:-z,relro,-z,now,-z,noexecstack)
+endif()
+
 if(SATNAVD_SANITIZE)
   add_compile_options(-fsanitize=${SATNAVD_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${SATNAVD_SANITIZE})
