@@ -50,9 +50,8 @@ struct Port {
   }
   Items feedInPieces(std::string_view bytes, size_t first, size_t each) {
     Items items = feed(bytes.substr(0, first));
-    for (size_t at = first; at < bytes.size(); at += each) {
-      for (auto& item : feed(bytes.substr(at, each))) items.push_back(std::move(item));
-    }
+    for (size_t at = first; at < bytes.size(); at += each)
+      std::ranges::move(feed(bytes.substr(at, each)), std::back_inserter(items));
     return items;
   }
 };
@@ -100,9 +99,10 @@ TEST(InputSerialTest, FramesWhatIsWholeAndDropsWhatIsCorrupt) {
               {stall + std::string(10239, 'x') + RMC, {RMC}, 10240, 0}};  // full: dumped, and reading goes on
   for (const auto& row : rows) {
     Port port;
-    EXPECT_EQ(port.feed(row.bytes), row.items) << logging::escaped(row.bytes.substr(0, 80));
-    EXPECT_EQ(port.input.bytesDiscarded(), row.discarded) << logging::escaped(row.bytes.substr(0, 80));
-    EXPECT_EQ(port.input.getBytesWaiting(), row.held) << logging::escaped(row.bytes.substr(0, 80));
+    SCOPED_TRACE(logging::escaped(row.bytes.substr(0, 80)));
+    EXPECT_EQ(port.feed(row.bytes), row.items);
+    EXPECT_EQ(port.input.bytesDiscarded(), row.discarded);
+    EXPECT_EQ(port.input.getBytesWaiting(), row.held);
     EXPECT_EQ(port.input.getLinesReceived(), static_cast<int>(row.items.size()));
   }
 }

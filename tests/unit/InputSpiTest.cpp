@@ -50,6 +50,10 @@ struct Bus {
     input.setTxReadyCheck(control);
     return *this;
   }
+  int send(const std::string& bytes) {
+    return input.sendBinary(reinterpret_cast<const unsigned char*>(bytes.data()),
+                            static_cast<int>(bytes.size()));
+  }
   /// All that can be framed now; the LF that framing overwrites put back.
   std::vector<std::string> items() {
     std::vector<std::string> all;
@@ -85,7 +89,6 @@ TEST(InputSpiTest, IdleBytesAreDataInsideAFrameAndDroppedBetweenItems) {
     Bus bus;
     auto& says = bus.connected(control).wire->says;
     for (const auto& part : {idle, RMC, idle, frame, RMC, idle, frame}) says += part;
-    const std::string said = bus.wire->says;
     EXPECT_THAT(bus.items(), ElementsAre(RMC, frame, RMC, frame));
   }
 }
@@ -131,22 +134,18 @@ TEST(InputSpiTest, SetsTheLineUpAndLogsFailuresSparingly) {
 TEST(InputSpiTest, SendsAWholeMessageAndKeepsWhatCameBefore) {
   const std::string command = test::ubx(6, 0, "");
   Bus bus;
-  const auto send = [&](const std::string& bytes) {
-    return bus.input.sendBinary(reinterpret_cast<const unsigned char*>(bytes.data()),
-                                static_cast<int>(bytes.size()));
-  };
   bus.connected().wire->says = RMC;
-  EXPECT_EQ(send(command), 8);
+  EXPECT_EQ(bus.send(command), 8);
   EXPECT_EQ(bus.wire->heard, command);
   EXPECT_EQ(bus.wire->transfers.back(), 8U);
   EXPECT_THAT(bus.items(), ElementsAre(RMC));
-  EXPECT_EQ(send(std::string(4097, 'x')), -1);
+  EXPECT_EQ(bus.send(std::string(4097, 'x')), -1);
   EXPECT_EQ(errno, EMSGSIZE);
   bus.wire->transfer_error = EIO;
-  EXPECT_EQ(send(command), -1);
+  EXPECT_EQ(bus.send(command), -1);
   EXPECT_EQ(bus.wire->heard, command);
   bus.wire->transfer_error = 0;
-  EXPECT_EQ(send(std::string(4096, 'x')), 4096);
+  EXPECT_EQ(bus.send(std::string(4096, 'x')), 4096);
 }
 
 TEST(InputSpiTest, CatchingUpOnASlowBusHoldsNothingUp) {
@@ -156,7 +155,7 @@ TEST(InputSpiTest, CatchingUpOnASlowBusHoldsNothingUp) {
   const int64_t begin_ns = bus.time.steady_ns();
   bus.input.clearBuffer();
   bus.connected();
-  EXPECT_GT(bus.input.sendBinary(reinterpret_cast<const unsigned char*>("x"), 1), 0);
+  EXPECT_GT(bus.send("x"), 0);
   EXPECT_LE(bus.time.steady_ns() - begin_ns, 1'200 * MS);
   EXPECT_EQ(bus.wire->heard.back(), 'x');
 }

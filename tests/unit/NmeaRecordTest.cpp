@@ -101,12 +101,12 @@ TEST(NmeaRecordTest, TakesTheDateOfATrustedRmcOnly) {
   for (const auto* none : {"240000", "126000", "123562"})
     EXPECT_EQ(rmc(none, "230394").m_utc_tm.tm_mday, 0) << none;
   // Of a time that has not six digits counts what strptime took before it gave up.
-  const std::pair<const char*, int> odd[] = {{"12351.500", 123501},
-                                             {"1235.5000", 123500},
-                                             {"12.500000", 120000},
-                                             {"9.5000000", 90000},
-                                             {".50000000", 0}};
-  for (const auto& [time, taken] : odd) {
+  using Odd = std::pair<const char*, int>;
+  for (const auto& [time, taken] : {Odd{"12351.500", 123501},
+                                    {"1235.5000", 123500},
+                                    {"12.500000", 120000},
+                                    {"9.5000000", 90000},
+                                    {".50000000", 0}}) {
     const GnssInfo info = rmc(time, "230394");
     EXPECT_EQ(info.m_utc_tm.tm_hour * 10000 + info.m_utc_tm.tm_min * 100 + info.m_utc_tm.tm_sec, taken)
         << time;

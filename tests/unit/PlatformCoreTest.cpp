@@ -29,12 +29,6 @@ Bytes changed(size_t offset, uint8_t value, size_t length = GOLDEN.size()) {
   return bytes;
 }
 
-auto unwrapped(const Bytes& payload) {
-  com::Message message;
-  message.payload = payload;
-  return com::PbInternalMessageAdapter<pb::RtSignal>(7).deserialize(message);
-}
-
 }  // namespace
 
 TEST(PlatformTest, ConfigurationReadsKeysAndNamesTheLineThatIsWrong) {
@@ -98,9 +92,6 @@ TEST(PlatformTest, TheEnvelopeIsThisOnTheWire) {
 }
 
 TEST(PlatformTest, TheEnvelopeRefusesWhatIsNone) {
-  const std::string too_short =
-      "ERROR koru.com.messageadapter: Total length is smaller then expected header length\n";
-  const std::string bad_length = "ERROR koru.com.messageadapter: Specified hdr-len does not comply.\n";
   const std::string bad_body = "EMERG koru.com.messageadapter: Unable to deserialize protobuf\n";
   const struct {
     Bytes payload;
@@ -111,16 +102,18 @@ TEST(PlatformTest, TheEnvelopeRefusesWhatIsNone) {
               {changed(0, 0x09, 23), 0, ""},  // a byte too many
               {changed(5, 0, 18), 0, ""},     // without a body
               {{}, 1, ""},
-              {changed(0, 0x09, 17), 1, too_short},
+              {changed(0, 0x09, 17), 1, ": Total length is smaller then expected header length\n"},
               {changed(0, 0xFF), 2, "ERROR koru.com.messageadapter: Unable to decode the header.\n"},
               {changed(1, 0), 3, "ERROR koru.com.messageadapter: ProtocolType is set to not used!\n"},
-              {changed(3, 17), 4, bad_length},
+              {changed(3, 17), 4, "ERROR koru.com.messageadapter: Specified hdr-len does not comply.\n"},
               {changed(5, 5), 5, bad_body},
               {changed(0, 0x09, 18), 5, bad_body},
               {changed(19, 3), 5, bad_body}};
   for (const auto& row : rows) {
     test::LogCapture log;
-    const auto result = unwrapped(row.payload);
+    com::Message message;
+    message.payload = row.payload;
+    const auto result = com::PbInternalMessageAdapter<pb::RtSignal>(7).deserialize(message);
     EXPECT_EQ(static_cast<int>(result.error), row.error) << row.record;
     EXPECT_EQ(result.success, row.error == 0);
     EXPECT_EQ(result.body.value(), row.error == 0 && row.payload.size() > 18 ? "AB" : "");

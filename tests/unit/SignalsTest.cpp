@@ -24,10 +24,7 @@ using Bytes = std::vector<uint8_t>;
 
 constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
 constexpr double INFINITE = std::numeric_limits<double>::infinity();
-constexpr auto VALID = SignalStatus::VALID;
-constexpr auto NOT_AVAILABLE = SignalStatus::NOT_AVAILABLE;
-constexpr auto ERROR = SignalStatus::ERROR;
-constexpr auto OUT_OF_RANGE = SignalStatus::OUT_OF_RANGE;
+using enum SignalStatus;
 constexpr int64_t REFUSED = -1;
 
 com::Message enveloped(const Bytes& value) {

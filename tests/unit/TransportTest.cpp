@@ -9,6 +9,7 @@
 #include <array>
 #include <atomic>
 #include <functional>
+#include <list>
 #include <mutex>
 #include <thread>
 
@@ -37,11 +38,8 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-namespace logging = ecu::koru::logging;
-using ecu::koru::com::Delivery;
-using ecu::koru::com::ISubscriptionObserver;
-using ecu::koru::com::ITransportClient;
-using ecu::koru::com::Message;
+using namespace ecu::koru;
+using namespace ecu::koru::com;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -55,10 +53,10 @@ Message text_message(const std::string& text, bool retained = false) {
 std::shared_ptr<ITransportClient> make_client(uint16_t port, const Keys& keys = {}) {
   static const int library = mosqpp::lib_init();
   EXPECT_EQ(library, 0);
-  auto config = std::make_unique<ecu::koru::config::Configuration>();
+  auto config = std::make_unique<config::Configuration>();
   config->set("port", logging::text("0x", logging::hex(port)));
   for (const auto& [key, value] : keys) config->set(key, value);
-  return create_client(config, ecu::koru::com::TransportType::MQTT);
+  return create_client(config, TransportType::MQTT);
 }
 
 /// Writes down what it gets, then does what the test wants.
@@ -81,10 +79,8 @@ class Recorder final : public ISubscriptionObserver {
     const std::lock_guard lock(m_mutex);
     return m_texts;
   }
-  [[nodiscard]] Message last() const {
-    const std::lock_guard lock(m_mutex);
-    return m_last;
-  }
+  /// Once no more come.
+  [[nodiscard]] const Message& last() const { return m_last; }
   [[nodiscard]] bool got(const std::string& text, int timeout_ms = 5000) const {
     return test::eventually([&] { return testing::Value(texts(), testing::Contains(text)); }, timeout_ms);
   }
@@ -162,7 +158,7 @@ TEST_F(Transport, DeliversEveryMessageOnceToEverySubscription) {
     EXPECT_TRUE(client->subscribe("a/+", all, 0));
     EXPECT_TRUE(client->subscribe("a/#", all, 0));
     EXPECT_TRUE(client->subscribe("end", one, 0));
-    const uint64_t before = ecu::koru::DateTime::time_since_boot_ns();
+    const uint64_t before = DateTime::time_since_boot_ns();
     EXPECT_EQ(client->publish("a/b", text_message("1")), 0);
     std::this_thread::sleep_for(1050ms);  // long enough for the next one not to be a copy
     for (const char* text : {"1", "2", "2"}) EXPECT_EQ(client->publish("a/b", text_message(text)), 0);
@@ -176,7 +172,7 @@ TEST_F(Transport, DeliversEveryMessageOnceToEverySubscription) {
     EXPECT_TRUE(one->last().valid);
     EXPECT_FALSE(one->last().retained);
     EXPECT_GE(one->last().timestamp_ns, before);
-    EXPECT_LE(one->last().timestamp_ns, ecu::koru::DateTime::time_since_boot_ns());
+    EXPECT_LE(one->last().timestamp_ns, DateTime::time_since_boot_ns());
   }
 }
 
@@ -232,44 +228,36 @@ TEST_F(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
   EXPECT_TRUE(client->stop());
   const std::string log = capture.take();
   EXPECT_EQ(records(log, "WARNING", "No connection to 127.0.0.1:"), 1U) << log;
-  EXPECT_EQ(records(log, "NOTICE", "Connected to"), 1U);
   EXPECT_EQ(records(log, "WARNING", "Connection lost"), 2U);
-  EXPECT_EQ(records(log, "NOTICE", "Connected again"), 1U);
+  EXPECT_EQ(records(log, "NOTICE", "Connected "), 2U);
 }
 
 TEST(TransportPeers, AreToldApart) {
-  const std::string foreign =
-      "ERROR koru.com.mqtt: There is no MQTT broker, PEER: protocol error, the answer to ";
-  const std::string cut = " PEER: the connection was closed in the middle of a packet; trying again\n";
-  const struct {
-    std::string answer, record;
-  } rows[] = {
-      {"SSH-2.0-x\r\n", foreign + "the login is not MQTT, it begins with \"SSH-2.0-x\\x0D\\x0A\"\n"},
-      {"\x15\x03\x01"s, foreign + "the login is a TLS alert; its port expects TLS\n"},
-      {"", "ERROR koru.com.mqtt: The login is not answered, PEER: the connection was closed without"},
+  const std::pair<std::string, std::string> rows[] = {
+      {"SSH-2.0-x\r\n", "the answer to the login is not MQTT, it begins with \"SSH-2.0-x.x0D.x0A\"\n"},
+      {"\x15\x03\x01"s, "the answer to the login is a TLS alert; its port expects TLS\n"},
+      {"", "ERROR koru.com.mqtt: The login is not answered, 127.0.0.1:"},
       {"\x20\x02\0\0\x34\x06\0\x01t\0\x01x"s,
-       "ERROR koru.com.mqtt: The broker broke the protocol, PEER: it sent a message with QoS 2"},
-      {"\x20\x02\x00"s, "WARNING koru.com.mqtt: No connection to" + cut},
-      {"\x20\x02\x00\x00\x30\x10\x00"s, "WARNING koru.com.mqtt: Connection lost to" + cut},
+       "ERROR koru.com.mqtt: The broker broke the protocol, 127.0.0.1:[^\n]* it sent a message with QoS 2"},
+      {"\x20\x02\x00"s, "WARNING koru.com.mqtt: No connection to 127.0.0.1:[^\n]* middle of a packet"},
+      {"\x20\x02\x00\x00\x30\x10\x00"s,
+       "WARNING koru.com.mqtt: Connection lost to 127.0.0.1:[^\n]* middle of a packet"},
   };
   test::LogCapture capture("INFO");
-  std::vector<std::unique_ptr<Peer>> peers;
+  std::list<Peer> peers;
   std::vector<std::shared_ptr<ITransportClient>> clients;
-  for (const auto& row : rows) {
-    peers.push_back(std::make_unique<Peer>(row.answer));
-    clients.push_back(make_client(peers.back()->port, {{"connect_timeout_ms", "1"}}));
+  for (const auto& [answer, record] : rows) {
+    const Peer& peer = peers.emplace_back(answer);
+    clients.push_back(make_client(peer.port, {{"connect_timeout_ms", "1"}}));
     EXPECT_TRUE(clients.back()->connect());
     clients.back()->start();
   }
-  std::this_thread::sleep_for(3500ms);  // three tries of each
+  std::this_thread::sleep_for(2s);  // two tries of each
   for (const auto& client : clients) client->stop();
   const std::string log = capture.take();
-  for (size_t i = 0; i < std::size(rows); ++i) {
-    std::string record = rows[i].record;
-    record.replace(record.find("PEER"), 4, "127.0.0.1:" + std::to_string(peers[i]->port));
-    EXPECT_THAT(log, HasSubstr(record));
-  }
-  EXPECT_EQ(records(log, "ERROR"), 3 + records(log, "ERROR", "The broker broke")) << log;
+  for (const auto& [answer, record] : rows) EXPECT_THAT(log, testing::ContainsRegex(record));
+  EXPECT_EQ(records(log, "ERROR", "There is no MQTT broker, 127.0.0.1:"), 2U) << log;
+  EXPECT_EQ(records(log, "ERROR"), 3 + records(log, "ERROR", "The broker broke"));
 }
 
 TEST(TransportPeers, EachObserverGetsARetainedMessageOnceUntilItChanges) {
@@ -305,7 +293,7 @@ TEST(TransportPeers, AreFoundByEitherFamilyOfTheirNamesAddresses) {
 }
 
 TEST(TransportBackoff, DoublesTo30SecondsAndBeginsAgainAfterAGoodConnection) {
-  ecu::koru::com::MqttBackoff backoff;
+  MqttBackoff backoff;
   for (const auto& [lasted, first] : {std::pair(0ms, 1s), {10000ms, 1s}, {9999ms, 30s}}) {
     backoff.lost_after(lasted);
     for (const auto pause : {1s, 2s, 4s, 8s, 16s, 30s, 30s})
@@ -314,8 +302,8 @@ TEST(TransportBackoff, DoublesTo30SecondsAndBeginsAgainAfterAGoodConnection) {
 }
 
 TEST(TransportOutbox, AcceptsNothingBehindOldMessages) {
-  ecu::koru::com::MqttOutbox outbox;
-  const ecu::koru::com::MqttOutbox::Time start;
+  MqttOutbox outbox;
+  const MqttOutbox::Time start;
   const auto accepts_until = [&](bool blocked, std::chrono::milliseconds last) {
     outbox.set_blocked(blocked);
     return outbox.accepts(start + last) && !outbox.accepts(start + last + 1ms);
@@ -376,8 +364,7 @@ TEST_F(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
   auto dying = std::make_shared<Recorder>();
   for (const auto& observer : {thrower, odd, dying, echo, late})
     EXPECT_TRUE(client->subscribe("in", observer, 0));
-  EXPECT_TRUE(client->subscribe("echo", result, 0));
-  EXPECT_TRUE(client->subscribe("big", result, 0));
+  for (const char* topic : {"echo", "big"}) EXPECT_TRUE(client->subscribe(topic, result, 0));
   dying.reset();
   EXPECT_EQ(client->publish("in", text_message("1")), 0);
   EXPECT_TRUE(result->got("echo=1"));
@@ -398,8 +385,7 @@ TEST_F(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
 }
 
 TEST_F(Transport, UnsubscribeWaitsForTheCallback) {
-  std::atomic<bool> entered = false;
-  std::atomic<bool> left = false;
+  std::atomic<bool> entered = false, left = false;
   const auto slow = std::make_shared<Recorder>([&](const auto&, const auto&) {
     entered = true;
     std::this_thread::sleep_for(200ms);
