@@ -34,9 +34,8 @@ ROOMS = sorted(p.name for p in (ROOT / "src").iterdir() if p.is_dir() and p.name
 # Test programs in the order in which they are tried; the first is the one of the mutated room.
 UNIT = {"nmea": "NmeaTest", "input": "InputTest", "platform": "PlatformTest", "publish": "PublishTest", "app": "AppTest"}
 FAST = ["NmeaTest", "InputTest", "PlatformTest", "SignalsTest", "PublishTest", "AppTest", "scenario_tests", "TapTest",
-        "SimTest", "LoggingTest", "TransportTest"]
-SYSTEM = ["satnavd", "SatnavdTest", "SatnavdTlsTest", "SatnavdControlTest", "SatnavdLogTest", "SatnavdBusesTest",
-          "ToolsTest"]
+        "LoggingTest", "TransportTest"]
+SYSTEM = ["satnavd", "SatnavdTest", "SatnavdTlsTest", "SatnavdControlTest", "ToolsTest"]
 FAST_LIMIT_S = 90
 SYSTEM_LIMIT_S = 400
 

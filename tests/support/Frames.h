@@ -27,12 +27,9 @@ inline std::string nmea(std::string_view body) {
 
 /// A whole UBX message.
 inline std::string ubx(uint8_t message_class, uint8_t id, std::string_view payload = {}) {
-  std::string frame{'\xB5',
-                    '\x62',
-                    static_cast<char>(message_class),
-                    static_cast<char>(id),
-                    static_cast<char>(payload.size() & 0xFF),
-                    static_cast<char>(payload.size() >> 8)};
+  std::string frame = "\xB5\x62";
+  for (const size_t byte : {size_t{message_class}, size_t{id}, payload.size() & 0xFF, payload.size() >> 8})
+    frame += static_cast<char>(byte);
   frame += payload;
   uint8_t a = 0;
   uint8_t b = 0;

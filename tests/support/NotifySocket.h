@@ -1,15 +1,10 @@
 #pragma once
 
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
-#include <cstddef>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "support/Support.h"
 
 namespace test {
 
@@ -18,12 +13,8 @@ class NotifySocket {
  public:
   explicit NotifySocket(const std::string& name)
       : m_fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, name.data(), name.size());
-    if (name[0] == '@') address.sun_path[0] = '\0';
-    const auto length = offsetof(sockaddr_un, sun_path) + name.size() + (name[0] == '@' ? 0 : 1);
-    if (bind(m_fd, reinterpret_cast<const sockaddr*>(&address), static_cast<socklen_t>(length)) != 0)
+    const auto [address, length] = unix_address(name);
+    if (bind(m_fd, reinterpret_cast<const sockaddr*>(&address), length) != 0)
       throw std::runtime_error("cannot listen on " + name);
   }
   ~NotifySocket() { close(m_fd); }

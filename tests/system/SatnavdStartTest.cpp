@@ -1,7 +1,5 @@
 // How satnavd starts, and how it ends when it cannot.
 
-#include <fstream>
-
 #include "system/SatnavdTest.h"
 
 namespace {
@@ -75,36 +73,26 @@ TEST_F(SatnavdStart, OptionsBeatTheFileAndTheFileTheDefaults) {
   const std::string talkative = "loglevel = DEBUG\ndebugflags = 0x80000000\n";
   const struct {
     std::string simulation, config;
-    Words options, texts;
-    std::string absent;
+    Words options;
+    std::string text, absent;
     bool to_stdout = false;
   } rows[] = {
-      {"00",
-       "signal_database = none.dbc\n",
-       {},
-       {"ERROR koru.rt: signal database none.dbc: No such"},
-       "ttyUSB0"},
-      {"00", talkative, {"-l", "WARNING"}, {"WARNING koru.gpspub: Hardware port"}, "NOTICE"},
-      {"00", talkative, {"-d", "0xFFFFFFFF"}, {"log flags 4294967295\n"}, "log flags 2147483648"},
-      {"00", "logmode = SYSLOG\n", {"--log-stdout"}, {"satnavd version: "}, "ERROR koru.log", true},
-      {"01",
-       "",
-       {"-g", "/nowhere"},
-       {"EHorizon sim active. Hardware port redirected to /nowhere. P"},
-       "ttyUSB0"},
-      {"01", "gnss_device = /nowhere\n", {}, {"port redirected to /dev/ttyUSB0. Prob"}, "/nowhere"},
-      {"00", "gnss_device = /nowhere\n", {}, {"Hardware port redirected to /nowhere. Prob"}, "ttyUSB0"},
+      {"00", "signal_database = none.dbc\n", {}, "ERROR koru.rt: signal database none.dbc: No such", "USB0"},
+      {"00", talkative, {"-l", "WARNING"}, "WARNING koru.gpspub: Hardware port", "NOTICE"},
+      {"00", talkative, {"-d", "0xFFFFFFFF"}, "log flags 4294967295\n", "log flags 2147483648"},
+      {"00", "logmode = SYSLOG\n", {"--log-stdout"}, "satnavd version: ", "ERROR koru.log", true},
+      {"01", "", {"-g", "/nowhere"}, "sim active. Hardware port redirected to /nowhere. P", "USB0"},
+      {"01", "gnss_device = /nowhere\n", {}, "port redirected to /dev/ttyUSB0. Prob", "/nowhere"},
+      {"00", "gnss_device = /nowhere\n", {}, "Hardware port redirected to /nowhere. Prob", "USB0"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.config + testing::PrintToString(row.options));
     publish_unit({"--param", "0x2045=" + row.simulation});
     const auto service = satnavd(row.config, row.options);
     EXPECT_TRUE(service->wait_for_output("Error to open serial device", PATIENCE_MS));
-    service->signal(SIGTERM);
-    EXPECT_EQ(service->wait_for_exit(PATIENCE_MS), 0);
+    expect_end(*service);
     const std::string log = row.to_stdout ? service->out() : service->err();
-    for (const auto& text : row.texts) EXPECT_THAT(log, HasSubstr(text));
-    EXPECT_THAT(log, Not(HasSubstr(row.absent)));
+    EXPECT_THAT(log, testing::AllOf(HasSubstr(row.text), Not(HasSubstr(row.absent))));
     EXPECT_THAT(row.to_stdout ? service->err() : service->out(), IsEmpty());
     expect_records(log);
   }
@@ -134,14 +122,12 @@ TEST_F(SatnavdStart, WithoutBrokerOrVariableItEndsInTime) {
 }
 
 TEST_F(SatnavdStart, TheSecondSignalEndsAStartThatHangs) {
-  if (test::emulated()) GTEST_SKIP() << "which signals are caught is the emulator's affair";
+  if (SATNAVD_EMULATED) GTEST_SKIP() << "which signals are caught is the emulator's affair";
   const auto catches = [](pid_t pid, int signal) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);) {
-      if (line.starts_with("SigCgt:"))
-        return (std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1) != 0;
-    }
-    return false;
+    const std::string caught = "SigCgt:", status = test::text_of("/proc/" + std::to_string(pid) + "/status");
+    const size_t at = status.find(caught);
+    return at != std::string::npos &&
+           (std::stoull(status.substr(at + caught.size()), nullptr, 16) >> (signal - 1) & 1) != 0;
   };
   const test::MuteBroker mute;
   for (const int signal : {SIGINT, SIGTERM}) {

@@ -45,7 +45,7 @@ class MuteBroker {
   MuteBroker(const MuteBroker&) = delete;
   MuteBroker& operator=(const MuteBroker&) = delete;
 
-  /// Waits until somebody has connected once more; the connection stays until this process ends.
+  /// Waits until somebody connects once more.
   [[nodiscard]] bool called() const {
     pollfd state{m_listener, POLLIN, 0};
     return poll(&state, 1, PATIENCE_MS) == 1 && accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC) >= 0;
@@ -77,8 +77,7 @@ class Tap {
   }
   /// How many of this status were published after a time (since boot).
   int64_t count_since(int64_t boot_ns, int status) {
-    const auto& so_far = fixes();
-    return std::count_if(so_far.begin(), so_far.end(), [&](const auto& fix) {
+    return std::ranges::count_if(fixes(), [&](const auto& fix) {
       return fix["envelope"]["timestamp_ns"] > boot_ns && fix["body"].value("status", 0) == status;
     });
   }
@@ -97,7 +96,6 @@ class Tap {
 /// satnavd with what a vehicle has around it: a broker, the rest of the unit, a receiver.
 class SatnavdTest : public testing::Test {
  protected:
-  explicit SatnavdTest(const std::vector<std::string>& broker_lines = {}) : broker(broker_lines) {}
   void SetUp() override { ASSERT_TRUE(broker.start()); }
 
   /// Leaves variables and parameters on the broker.
@@ -126,6 +124,11 @@ class SatnavdTest : public testing::Test {
     launcher.push_back(program("satnavd"));
     launcher.insert(launcher.end(), options.begin(), options.end());
     return std::make_unique<Process>(launcher, Process::Options{folder / name, {}});
+  }
+
+  static void expect_end(Process& service, int signal = SIGTERM) {
+    service.signal(signal);
+    EXPECT_EQ(service.wait_for_exit(2000), 0) << service.err();
   }
 
   Broker broker;

@@ -1,13 +1,20 @@
-// Stands in for the files below /sys/class/gpio: preloaded into a program, it lets `open` find them in the
-// folder that SATNAVD_TEST_GPIO names, where each keeps all that was written to it. When SATNAVD_TEST_SPI is
-// set, the simulated receiver is behind the SPI device, at that rate in Hz.
+// Stands in for parts of the system: preloaded into a program, it gives it what these variables name.
+//   SATNAVD_TEST_GPIO   a folder for the files below /sys/class/gpio; each keeps all that was written to it
+//   SATNAVD_TEST_SPI    the simulated receiver behind the SPI device, at this rate in Hz
+//   SATNAVD_TEST_CLOCK  a file that begins with the microseconds by which the system's clock is shifted;
+//   setting
+//                       the clock becomes such a shift: the machine's own is never touched
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/spi/spidev.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/time.h>
 #include <time.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdlib>
 #include <string>
@@ -30,10 +37,34 @@ std::string setting(const char* name) {
   return text != nullptr ? text : "";
 }
 
-int64_t now_us(clockid_t clock) {
+int64_t in_us(const timespec& time) {
+  return int64_t{time.tv_sec} * 1'000'000 + time.tv_nsec / 1000;
+}
+
+int real_clock(clockid_t id, timespec* now) {
+  static auto* const real = next<decltype(clock_gettime)>("clock_gettime");
+  return real(id, now);
+}
+
+int64_t real_us(clockid_t id) {
   timespec now{};
-  clock_gettime(clock, &now);
-  return int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
+  real_clock(id, &now);
+  return in_us(now);
+}
+
+using Shift = std::atomic<int64_t>;
+
+Shift& shift() {
+  static Shift none{0};
+  static Shift* const mapped = [] {
+    const char* const path = getenv("SATNAVD_TEST_CLOCK");
+    const int fd = path != nullptr ? open(path, O_RDWR | O_CLOEXEC) : -1;
+    if (fd < 0) return &none;
+    void* const page = mmap(nullptr, sizeof(Shift), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    close(fd);
+    return page == MAP_FAILED ? &none : static_cast<Shift*>(page);
+  }();
+  return *mapped;
 }
 
 /// One thread of the service uses the bus.
@@ -42,12 +73,12 @@ int transfer(const spi_ioc_transfer& record) {
   static Receiver receiver([] {
     ReceiverOptions options;
     options.spi = true;
-    options.start_us = now_us(CLOCK_MONOTONIC);
-    options.utc_start_us = now_us(CLOCK_REALTIME);
+    options.start_us = real_us(CLOCK_MONOTONIC);
+    options.utc_start_us = real_us(CLOCK_REALTIME);
     options.rate_hz = std::stoi(setting("SATNAVD_TEST_SPI"));
     return options;
   }());
-  receiver.advance_to(now_us(CLOCK_MONOTONIC));
+  receiver.advance_to(real_us(CLOCK_MONOTONIC));
   // NOLINTBEGIN(performance-no-int-to-ptr): the driver's record holds addresses as numbers
   receiver.transfer({reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(record.tx_buf)), record.len},
                     {reinterpret_cast<uint8_t*>(static_cast<uintptr_t>(record.rx_buf)), record.len});
@@ -80,5 +111,26 @@ int ioctl(int fd, unsigned long request, ...) {
   va_end(rest);
   if (request == SPI_IOC_MESSAGE(1)) return transfer(*static_cast<const spi_ioc_transfer*>(argument));
   return next<int(int, unsigned long, ...)>("ioctl")(fd, request, argument);
+}
+
+int clock_gettime(clockid_t id, timespec* now) {
+  const int result = real_clock(id, now);
+  if (result != 0 || (id != CLOCK_REALTIME && id != CLOCK_REALTIME_COARSE)) return result;
+  const int64_t us = in_us(*now) + shift();
+  now->tv_sec = us / 1'000'000;
+  now->tv_nsec = static_cast<long>(us % 1'000'000 * 1000);
+  return 0;
+}
+
+int gettimeofday(timeval* now, void*) {
+  const int64_t us = real_us(CLOCK_REALTIME) + shift();
+  now->tv_sec = us / 1'000'000;
+  now->tv_usec = us % 1'000'000;
+  return 0;
+}
+
+int settimeofday(const timeval* now, const struct timezone*) {
+  shift() = int64_t{now->tv_sec} * 1'000'000 + now->tv_usec - real_us(CLOCK_REALTIME);
+  return 0;
 }
 }

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# credentials.sh FOLDER: two authorities and what they have signed, all with one key, and password files.
+set -euo pipefail
+cd "$1"
+
+# sign NAME AUTHORITY HOST DAYS
+sign() {
+  openssl req -new -subj "/CN=$1" -addext "subjectAltName=$3" -key key -out request
+  openssl x509 -req -in request -CA "$2" -CAkey key -copy_extensions copy -days "$4" -out "$1"
+}
+
+for name in key other-key; do openssl ecparam -name prime256v1 -genkey -noout -out $name; done
+for name in ours foreign; do openssl req -x509 -days 2 -subj "/CN=$name" -key key -out $name; done
+sign peer ours IP:127.0.0.1 2
+sign foreign-peer foreign IP:127.0.0.1 2
+sign expired ours IP:127.0.0.1 -1
+sign elsewhere ours DNS:elsewhere.test 2
+
+for word in right wrong; do
+  printf '%s\r\nsecond line\n' $word >$word
+  touch only-$word
+  mosquitto_passwd -b only-$word user $word
+done
+
+touch empty
+printf '\nright\n' >empty-line
+echo 'no key' >garbage
+openssl ec -in key -aes128 -passout pass:secret -out locked-key
+install -m 000 key unreadable
