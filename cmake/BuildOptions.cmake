@@ -26,7 +26,8 @@ if(NOT SATNAVD_SANITIZE)
   endforeach()
   add_compile_options($<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)  # needs optimization
   set(shared $<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>)
-  add_compile_options($<$<NOT:${shared}>:-fPIE>)
+  set(shareable $<OR:${shared},$<BOOL:$<TARGET_PROPERTY:POSITION_INDEPENDENT_CODE>>>)
+  add_compile_options($<$<NOT:${shareable}>:-fPIE>)
   add_link_options($<$<NOT:${shared}>:-pie> LINKER:-z,relro,-z,now,-z,noexecstack)
 endif()
 

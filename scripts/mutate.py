@@ -35,7 +35,8 @@ ROOMS = sorted(p.name for p in (ROOT / "src").iterdir() if p.is_dir() and p.name
 UNIT = {"nmea": "NmeaTest", "input": "InputTest", "platform": "PlatformTest", "publish": "PublishTest", "app": "AppTest"}
 FAST = ["NmeaTest", "InputTest", "PlatformTest", "SignalsTest", "PublishTest", "AppTest", "scenario_tests", "TapTest",
         "LoggingTest", "TransportTest"]
-SYSTEM = ["satnavd", "SatnavdTest", "SatnavdTlsTest", "SatnavdControlTest", "ToolsTest"]
+SYSTEM = ["satnavd", "SatnavdTest", "SatnavdTlsTest", "SatnavdControlTest", "SatnavdExposureTest", "ToolsTest",
+          "dbc_reader"]
 FAST_LIMIT_S = 90
 SYSTEM_LIMIT_S = 400
 

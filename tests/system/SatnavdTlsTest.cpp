@@ -39,11 +39,11 @@ std::string login(const std::string& password) {
 }
 
 /// The kinds of listeners that a service may find at its broker's port, and what each of them has.
-enum Door { OPEN, TLS, MUTUAL, OLD_LOGIN, EXPIRED, ELSEWHERE, FOREIGN };
+enum Door { OPEN, TLS, MUTUAL, OLD_LOGIN, EXPIRED, TOO_EARLY, ELSEWHERE, FOREIGN };
 constexpr struct {
   const char *certificate, *logins;
-} DOORS[] = {{nullptr, nullptr},   {"peer", nullptr},      {"peer", "only-right"},   {"peer", "only-wrong"},
-             {"expired", nullptr}, {"elsewhere", nullptr}, {"foreign-peer", nullptr}};
+} DOORS[] = {{nullptr, nullptr},   {"peer", nullptr},      {"peer", "only-right"}, {"peer", "only-wrong"},
+             {"expired", nullptr}, {"too-early", nullptr}, {"elsewhere", nullptr}, {"foreign-peer", nullptr}};
 
 /// A broker with such a listener beside its own, which is plain and open.
 class Doorway {
@@ -90,8 +90,9 @@ TEST_F(SatnavdTls, RefusalsAreToldTriedAgainAndNeverLeadToPlainText) {
     size_t errors = 1;
   } rows[] = {
       {"all is right", key("tls_ca", "ours") + presenting("peer") + login("right"), MUTUAL, MUTUAL, "", 0},
-      {"other authority", key("tls_ca", "foreign"), FOREIGN, TLS, "not signed by tls_ca, or expired"},
-      {"certificate expired", key("tls_ca", "ours"), TLS, EXPIRED, "not signed by tls_ca, or expired"},
+      {"other authority", key("tls_ca", "foreign"), FOREIGN, TLS, "is not signed by tls_ca"},
+      {"certificate expired", key("tls_ca", "ours"), TLS, EXPIRED, "has expired"},
+      {"certificate of the future", key("tls_ca", "ours"), TLS, TOO_EARLY, "is not valid yet"},
       {"other host's certificate", key("tls_ca", "ours"), TLS, ELSEWHERE, "host name verification failed"},
       {"no client certificate", key("tls_ca", "ours") + login("right"), TLS, MUTUAL, "certificate required"},
       {"wrong password", key("tls_ca", "ours") + presenting("peer") + login("wrong"), OLD_LOGIN, MUTUAL,

@@ -16,6 +16,14 @@ sign foreign-peer foreign IP:127.0.0.1 2
 sign expired ours IP:127.0.0.1 -1
 sign elsewhere ours DNS:elsewhere.test 2
 
+# Only the authority's own command gives a certificate a later beginning.
+printf '%s\n' '[ca]' default_ca=one '[one]' database=index new_certs_dir=. rand_serial=yes policy=any \
+  default_md=sha256 copy_extensions=copy '[any]' commonName=supplied >ca.conf
+touch index
+openssl req -new -subj /CN=too-early -addext subjectAltName=IP:127.0.0.1 -key key -out request
+openssl ca -batch -notext -config ca.conf -cert ours -keyfile key -startdate 20700101000000Z -enddate 20800101000000Z \
+  -in request -out too-early
+
 for word in right wrong; do
   printf '%s\r\nsecond line\n' $word >$word
   touch only-$word

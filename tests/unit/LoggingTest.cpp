@@ -15,7 +15,7 @@
 #include "platform/Logging.h"
 #include "platform/Time.h"
 #include "support/LogCapture.h"
-#include "support/Support.h"
+#include "support/LogDaemon.h"
 
 using namespace ecu::koru;
 using namespace std::string_literals;
@@ -26,33 +26,6 @@ using testing::MatchesRegex;
 namespace {
 
 std::string g_log_path;
-
-/// A log daemon that reads only when it is asked to. `type` SOCK_DGRAM or SOCK_STREAM.
-class LogDaemon {
- public:
-  LogDaemon(const std::string& path, int type) : m_socket(socket(AF_UNIX, type | SOCK_CLOEXEC, 0)) {
-    const auto [address, length] = test::unix_address(path);
-    unlink(path.c_str());
-    EXPECT_EQ(bind(m_socket, reinterpret_cast<const sockaddr*>(&address), length), 0);
-    if (type == SOCK_STREAM) listen(m_socket, 5);
-  }
-  ~LogDaemon() { close(m_socket); }
-  LogDaemon(const LogDaemon&) = delete;
-  LogDaemon& operator=(const LogDaemon&) = delete;
-
-  /// One datagram, or all that lies in the next connection; empty if there is nothing.
-  [[nodiscard]] std::string received() const {
-    const int connection = accept4(m_socket, nullptr, nullptr, SOCK_CLOEXEC);  // fails if it is no stream
-    std::string bytes(65536, '\0');
-    const ssize_t count =
-        recv(connection >= 0 ? connection : m_socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
-    bytes.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
-    return bytes;
-  }
-
- private:
-  const int m_socket;
-};
 
 }  // namespace
 
@@ -103,7 +76,7 @@ TEST(Logging, TextFromOutsideIsCut) {
 TEST(Logging, RecordsThatTheSystemsLogDoesNotTakeAreCounted) {
   const test::TempDir folder;
   g_log_path = folder / "log";
-  const LogDaemon daemon(g_log_path, SOCK_DGRAM);
+  const test::LogDaemon daemon(g_log_path, SOCK_DGRAM);
   VirtualTime time(0, 1'795'256'130'123'999);
   set_time_source(&time);
   logging::set_log_mode(logging::LogMode::SYSLOG);
@@ -162,7 +135,7 @@ TEST(Logging, TheSystemsLogNeverWaitsAndIsFoundAgain) {
   logging::SyslogOutput output(path);
   EXPECT_FALSE(output.put("nobody is there"));
   {
-    const LogDaemon daemon(path, SOCK_DGRAM);
+    const test::LogDaemon daemon(path, SOCK_DGRAM);
     EXPECT_TRUE(output.put("<30>a"));
     EXPECT_EQ(daemon.received(), "<30>a");
     int taken = 0;
@@ -175,7 +148,7 @@ TEST(Logging, TheSystemsLogNeverWaitsAndIsFoundAgain) {
     EXPECT_TRUE(output.put("d"));
   }
   EXPECT_FALSE(output.put("it has gone"));
-  const LogDaemon stream(path, SOCK_STREAM);
+  const test::LogDaemon stream(path, SOCK_STREAM);
   for (const char* record : {"<30>e", "<30>f"}) EXPECT_TRUE(output.put(record));
   EXPECT_EQ(stream.received(), "<30>e\0<30>f\0"s);
 }

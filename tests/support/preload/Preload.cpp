@@ -1,16 +1,19 @@
 // Stands in for parts of the system: preloaded into a program, it gives it what these variables name.
 //   SATNAVD_TEST_GPIO   a folder for the files below /sys/class/gpio; each keeps all that was written to it
 //   SATNAVD_TEST_SPI    the simulated receiver behind the SPI device, at this rate in Hz
-//   SATNAVD_TEST_CLOCK  a file that begins with the microseconds by which the system's clock is shifted;
-//   setting
-//                       the clock becomes such a shift: the machine's own is never touched
+//   SATNAVD_TEST_LOG    the socket of a log daemon
+//   SATNAVD_TEST_CLOCK  a file that begins with the microseconds by which the system's clock is shifted; to
+//   set
+//                       the clock becomes such a shift, the machine's own is never touched
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/spi/spidev.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/time.h>
+#include <syslog.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -21,6 +24,7 @@
 #include <string_view>
 
 #include "sim/gnss/Receiver.h"
+#include "support/Support.h"
 
 namespace {
 
@@ -111,6 +115,15 @@ int ioctl(int fd, unsigned long request, ...) {
   va_end(rest);
   if (request == SPI_IOC_MESSAGE(1)) return transfer(*static_cast<const spi_ioc_transfer*>(argument));
   return next<int(int, unsigned long, ...)>("ioctl")(fd, request, argument);
+}
+
+int connect(int descriptor, const sockaddr* address, socklen_t length) {
+  static auto* const real = next<decltype(connect)>("connect");
+  const std::string log = setting("SATNAVD_TEST_LOG");
+  const bool is_log = address->sa_family == AF_UNIX && std::string_view(address->sa_data) == _PATH_LOG;
+  if (log.empty() || !is_log) return real(descriptor, address, length);
+  const auto [other, other_length] = test::unix_address(log);
+  return real(descriptor, reinterpret_cast<const sockaddr*>(&other), other_length);
 }
 
 int clock_gettime(clockid_t id, timespec* now) {
