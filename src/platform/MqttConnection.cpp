@@ -131,9 +131,7 @@ bool MqttConnection::equip() {
     code = username_pw_set(m_options.username.c_str(), m_password ? m_password->c_str() : nullptr);
   }
   if (code == MOSQ_ERR_SUCCESS && uses_tls()) {
-    if (!m_tls) m_tls = std::make_unique<TlsContext>();
-    int with_defaults = 1;
-    opts_set(MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, &with_defaults);
+    if (!m_tls) m_tls = std::make_unique<TlsContext>(m_options.host);
     opts_set(MOSQ_OPT_SSL_CTX, m_tls->get());
     code = tls_set(m_options.tls_ca.c_str(), nullptr, text_or_null(m_options.tls_cert),
                    text_or_null(m_options.tls_key), no_pass_phrase);

@@ -8,13 +8,15 @@ struct x509_store_ctx_st;  // OpenSSL's X509_STORE_CTX
 
 namespace ecu::koru::com {
 
-/// The TLS context that the client library uses in place of one of its own: it remembers why a broker's
-/// certificate was not trusted, which the library does not tell. The library sets everything else of it.
+/// The TLS context that the client library uses in place of one of its own. The library loads the files into
+/// it and sets its options, but whether the broker is trusted is decided here: the library does not tell why
+/// it is not.
 ///
 /// On one thread at a time.
 class TlsContext {
  public:
-  TlsContext();
+  /// `host` is the name or address that the broker's certificate must have.
+  explicit TlsContext(std::string host);
 
   [[nodiscard]] ssl_ctx_st* get() const { return m_context.get(); }
 
@@ -29,6 +31,7 @@ class TlsContext {
   };
   static int verify(x509_store_ctx_st* chain, void* self);
 
+  const std::string m_host;
   std::unique_ptr<ssl_ctx_st, Free> m_context;
   std::string m_distrust;
 };

@@ -93,7 +93,7 @@ TEST_F(SatnavdTls, RefusalsAreToldTriedAgainAndNeverLeadToPlainText) {
       {"other authority", key("tls_ca", "foreign"), FOREIGN, TLS, "is not signed by tls_ca"},
       {"certificate expired", key("tls_ca", "ours"), TLS, EXPIRED, "has expired"},
       {"certificate of the future", key("tls_ca", "ours"), TLS, TOO_EARLY, "is not valid yet"},
-      {"other host's certificate", key("tls_ca", "ours"), TLS, ELSEWHERE, "host name verification failed"},
+      {"other host's certificate", key("tls_ca", "ours"), TLS, ELSEWHERE, "is of another host"},
       {"no client certificate", key("tls_ca", "ours") + login("right"), TLS, MUTUAL, "certificate required"},
       {"wrong password", key("tls_ca", "ours") + presenting("peer") + login("wrong"), OLD_LOGIN, MUTUAL,
        "refused the login"},
@@ -115,7 +115,7 @@ TEST_F(SatnavdTls, RefusalsAreToldTriedAgainAndNeverLeadToPlainText) {
     units.back().service = satnavd("port = " + std::to_string(doorway.port) + "\n" + row.config, {"-v"});
   }
   const auto each = [&](const auto& check) {
-    for (size_t i = 0; i < units.size(); ++i) {
+    for (size_t i = 0; i < units.size() && !HasFatalFailure(); ++i) {
       SCOPED_TRACE(rows[i].name);
       check(rows[i], units[i]);
     }
@@ -130,14 +130,14 @@ TEST_F(SatnavdTls, RefusalsAreToldTriedAgainAndNeverLeadToPlainText) {
   each([&](const Row& row, Unit& unit) {
     if (row.told.empty()) return;
     // 1 s after the loss, then 2 s; or more when the broker was slow to start. One was start()'s.
-    EXPECT_TRUE(unit.doorway->sees("connection from 127.0.0.1", 1 + 2)) << unit.doorway->broker.log();
+    ASSERT_TRUE(unit.doorway->sees("connection from 127.0.0.1", 1 + 2)) << unit.doorway->broker.log();
     EXPECT_GT(clock_ns(CLOCK_MONOTONIC) - unit.cut_ns, 2 * S);
     if (!row.config.empty()) unit.doorway->expect_nothing_told();
     EXPECT_TRUE(test::logged(*unit.service, "DATA TO PUBLISH BUT NO MQTT", 2));
     unit.doorway->lead_to(row.suits);
   });
   each([&](const Row& row, Unit& unit) {
-    EXPECT_TRUE(unit.doorway->sees(fix, 2));
+    ASSERT_TRUE(unit.doorway->sees(fix, 2));
     const std::string log = unit.service->err();
     EXPECT_EQ(occurrences(log, " ERROR koru.com.mqtt"), row.errors) << log;
     EXPECT_THAT(log, HasSubstr(row.told));
