@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -22,8 +21,6 @@ using namespace ecu::koru;
 using namespace test;
 using namespace testing;
 
-constexpr int64_t MS = 1000;
-constexpr int64_t S = 1'000'000;
 const std::string NOT_AVAILABLE(8, '\xFF'), YES(1, '\1'), NO(1, '\0');
 
 /// CFG-PRT of UART 1 at a rate: what the receiver answers, and what sets it.
@@ -91,14 +88,12 @@ class ScriptedReceiver final : public Script {
       add(m_now_us + 20 * MS, answer->second);
     }
   }
-  void set_host_baud(unsigned baud) override { host_bauds.push_back(baud); }
 
   Answers answers;
   bool epochs = true;
   bool nak = false;                    // whatever has no answer
   std::map<std::string, int> nakked;   // so many, before one is answered
   std::map<std::string, int> ignored;  // likewise
-  std::vector<unsigned> host_bauds;
 
  private:
   int64_t m_next_epoch_us = 300 * MS;
@@ -113,48 +108,33 @@ const ScriptedReceiver::Answers GOOD{{"port", port(38400)},
 
 const ScriptedReceiver::Answers MUTE;
 
+struct Receiving {
+  ScriptedReceiver receiver;
+};
+
 /// The service with a scripted receiver; times in seconds.
-struct Scene {
+struct Scene : Receiving, World {
   explicit Scene(const ScriptedReceiver::Answers& answers = GOOD, const World::Options& options = {})
-      : receiver(answers), world(receiver, options) {
-    world.service->enableMqttSystemSelection();
-  }
-  void at(double s, std::function<void()> action) {
-    world.time.at(static_cast<int64_t>(s * S), std::move(action));
-  }
-  /// A signal comes from the bus.
-  void signal(double s, const std::string& topic, char value) {
-    at(s, [=, this] { world.inject(topic, std::string(1, value)); });
+      : Receiving{ScriptedReceiver(answers)}, World(receiver, options) {
+    service->enableMqttSystemSelection();
   }
   /// A frame comes from the receiver unasked.
   void comes(double s, const std::string& frame) { receiver.add(static_cast<int64_t>(s * S), frame); }
   /// The names of what was sent in that time; `once` however often a frame was repeated.
   [[nodiscard]] std::string sent(double from_s = 0, double to_s = 1e6, bool once = false) const {
     std::string names, last;
-    for (const Sent& each : world.terminal.sent) {
+    for (const Sent& each : terminal.sent) {
       const double at_s = static_cast<double>(each.at_us) / S;
       if (at_s < from_s || at_s >= to_s || (once && each.bytes == last)) continue;
       names += (names.empty() ? "" : " ") + name(last = each.bytes);
     }
     return names;
   }
-  /// The signals that the service sent on a topic in that time.
-  [[nodiscard]] std::vector<std::string> signals(const std::string& topic, double from_s, double to_s) const {
-    std::vector<std::string> values;
-    for (const auto& record : world.bus->records()) {
-      const double at_s = static_cast<double>(record.steady_ns) / 1e9 - 1000;
-      if (record.topic == topic && at_s >= from_s && at_s < to_s) values.push_back(valueOf(record.message));
-    }
-    return values;
-  }
-
-  ScriptedReceiver receiver;
-  World world;
 };
 
 TEST(ReceiverControl, SendsItsFramesInOrderWithTheirChecksums) {
   Scene scene;
-  auto& config = scene.world.service->ubloxConfig();
+  auto& config = scene.service->ubloxConfig();
   config.setGnssSystemRequested(0x09);  // GPS and Galileo
   config.setMeasurementPeriod(250);
   config.setRawCmdPost({bytes("B5 62 06 31 00 00 FF FF")});
@@ -162,7 +142,7 @@ TEST(ReceiverControl, SendsItsFramesInOrderWithTheirChecksums) {
   version.replace(0, 4, "SW 1").replace(30, 4, "HW 2").append("the 135th" + std::string(21, '\0'));
   scene.comes(1, ubx(0x0A, 0x04, version));
   LogCapture log;
-  scene.world.run(400);
+  scene.run(400);
   EXPECT_THAT(log.take(), AllOf(HasSubstr(" INFO koru.gpspub: Ublox Gnss: swVersion SW 1, hwVersion HW 2, "),
                                 HasSubstr(", the 135th\n"), HasSubstr(" NOTICE koru.gpspub: Changing from"),
                                 HasSubstr(". Now initialised\n"), Not(HasSubstr(" DEBUG "))));
@@ -174,33 +154,29 @@ TEST(ReceiverControl, SendsItsFramesInOrderWithTheirChecksums) {
             "0624FFFF040350C3000088130000053CFA00FA0064002C013200000000000000000000000000 "
             "0601F000000100000100 06170F40000200000000000000010000000000000000 0A04 " +
                 name(systems("0125")) + " capable systems capable 0631 capable 0608FA0001000100");
-  EXPECT_THAT(scene.receiver.host_bauds, ElementsAre(38400));
+  EXPECT_THAT(scene.terminal.bauds, ElementsAre(38400));
 }
 
 TEST(ReceiverControl, RecordsOfAnAreaNeedItsBit) {
-  const auto records = [](unsigned flags, unsigned baud) {
-    Scene scene(GOOD, {.baud = baud});
-    scene.world.service->ubloxConfig().setGnssSystemRequested(0x09);
+  const std::pair<unsigned, const char*> rows[] = {{0x4, "process_CFG-PRT."},
+                                                   {0x2000, "process_CFG-PRT."},
+                                                   {0x8000, "checkGnssSystem()"},
+                                                   {0x40000, "UbloxConfig sends"},
+                                                   {0x2000000, "Antenna power disabled at cold start."},
+                                                   {0x2000000, "Recover from radio silence"},
+                                                   {0x4000000, "Ublox ACK received on class"}};
+  for (const auto& [flag, text] : rows) {
+    Scene scene;
+    scene.service->ubloxConfig().setGnssSystemRequested(0x09);
     scene.comes(1, ubx(0x05, 0x01, bytes("06 13")));
-    scene.signal(40, topic::BLACKOUT_MODE, '\1');
-    scene.signal(42, topic::BLACKOUT_MODE, '\0');
+    scene.injectAt(40, topic::BLACKOUT_MODE, YES);
+    scene.injectAt(42, topic::BLACKOUT_MODE, NO);
     LogCapture log;
-    gpspub::GnssUtils::setLogFlags(flags);
-    scene.world.run(330);
+    gpspub::GnssUtils::setLogFlags(flag);
+    scene.run(330);
     gpspub::GnssUtils::setLogFlags(0);
-    return log.take();
-  };
-  EXPECT_THAT(records(0, 4800), HasSubstr(" INFO koru.gpspub: Change Baud rate from 38400 to 4800\n"));
-  const std::pair<unsigned, const char*> rows[] = {
-      {0x4, "process_CFG-PRT. payload len 20 portID 1 baud rate 38400"},
-      {0x2000, "process_CFG-PRT. payload len 20 portID 1 baud rate 38400"},
-      {0x8000, "checkGnssSystem() m_CFG_GNSS_string.length 0\n"},
-      {0x40000, "UbloxConfig sends m_init_command_idx 3 B5 62 06 13 00 00 19 51"},
-      {0x2000000, "Antenna power disabled at cold start. Should enable antenna_power"},
-      {0x2000000, "Recover from radio silence"},
-      {0x4000000, "Ublox ACK received on class 0x06 id 0x13 init command idx = 0"}};
-  for (const auto& [flag, text] : rows)
-    EXPECT_THAT(records(flag, 38400), HasSubstr(text)) << std::hex << flag;
+    EXPECT_THAT(log.take(), HasSubstr(text)) << std::hex << flag;
+  }
 }
 
 TEST(ReceiverControl, NothingThatTheReceiverAnswersStopsPublication) {
@@ -211,11 +187,11 @@ TEST(ReceiverControl, NothingThatTheReceiverAnswersStopsPublication) {
     for (const bool nak : {false, true}) {
       Scene scene(answers, {.hwversion = "zpt"});
       scene.receiver.nak = nak;  // everything else
-      const auto published = scene.world.run(300);
+      const auto published = scene.run(300);
       const auto valid = std::count_if(published.begin(), published.end(),
                                        [](const Published& each) { return each.data.status() == 3; });
       EXPECT_GE(valid, 298);
-      const bool trusted = scene.world.sentOn(topic::VP1_TX).back() != NOT_AVAILABLE;
+      const bool trusted = scene.sentOn(topic::VP1_TX).back() != NOT_AVAILABLE;
       EXPECT_EQ(trusted, answers.contains("port") && answers.at("port") == port(38400));
     }
   }
@@ -233,13 +209,13 @@ TEST(ReceiverControl, HuntsTheBaudRateAndPulsesTheResetAtEvery19thChange) {
     SCOPED_TRACE(row.seconds);
     Scene scene(MUTE);
     scene.receiver.epochs = false;
-    if (row.silence_s > 0) scene.signal(0, topic::BLACKOUT_MODE, 1);
-    scene.signal(row.silence_s, topic::BLACKOUT_MODE, 0);
-    scene.world.run(row.seconds);
-    ASSERT_EQ(scene.receiver.host_bauds.size(), row.changes + 1);
-    EXPECT_EQ(scene.world.resets.pulses(), row.pulses);
-    EXPECT_EQ(scene.world.terminal.sent.size() / 4, row.changes);
-    EXPECT_THAT(std::vector(scene.receiver.host_bauds.begin(), scene.receiver.host_bauds.begin() + 7),
+    if (row.silence_s > 0) scene.injectAt(0, topic::BLACKOUT_MODE, YES);
+    scene.injectAt(row.silence_s, topic::BLACKOUT_MODE, NO);
+    scene.run(row.seconds);
+    ASSERT_EQ(scene.terminal.bauds.size(), row.changes + 1);
+    EXPECT_EQ(scene.resets.pulses(), row.pulses);
+    EXPECT_EQ(scene.terminal.sent.size() / 4, row.changes);
+    EXPECT_THAT(std::vector(scene.terminal.bauds.begin(), scene.terminal.bauds.begin() + 7),
                 ElementsAre(38400, 57600, 115200, 19200, 9600, 38400, 57600));
   }
 }
@@ -256,15 +232,15 @@ TEST(ReceiverControl, AResetLineThatIsNotSetUpIsSetUpFirst) {
   for (const auto& row : rows) {
     Scene scene(MUTE, {.hwversion = row.hwversion});
     scene.receiver.epochs = false;
-    const std::filesystem::path root = scene.world.resets.root(), line = root / "gpio121";
+    const std::filesystem::path root = scene.resets.root(), line = root / "gpio121";
     std::filesystem::create_directory(line);
     for (const auto& path : {root / "export", line / "direction", line / "edge"}) std::ofstream{path};
     if (row.has_line_121) std::ofstream{line / "value"};
-    scene.world.run(250);
+    scene.run(250);
     EXPECT_EQ(text_of(root / "export") + ' ' + text_of(line / "direction") + ' ' + text_of(line / "edge"),
               row.set_up);
     EXPECT_EQ(text_of(line / "value"), row.line_121);
-    EXPECT_EQ(scene.world.resets.pulses(), row.pulses_of_197);
+    EXPECT_EQ(scene.resets.pulses(), row.pulses_of_197);
   }
 }
 
@@ -280,7 +256,7 @@ TEST(ReceiverControl, ThreeNaksOrFourPeriodsEndACommandAndNoOtherCounts) {
     Scene scene;
     scene.receiver.nakked = row.nakked;
     scene.receiver.ignored = row.ignored;
-    scene.world.run(65);
+    scene.run(65);
     EXPECT_THAT(scene.sent(), HasSubstr(row.sent));
   }
 }
@@ -290,9 +266,9 @@ TEST(ReceiverControl, ThreeNaksOrFourPeriodsEndACommandAndNoOtherCounts) {
 TEST(ReceiverControl, ChangesOfTheConstellationsRestartTheSequenceOnceWithBothPortPolls) {
   for (const double at : {100, 103, 106, 109, 400}) {
     Scene scene;
-    for (const char on : {'\0', '\1'}) scene.signal(at, topic::PARAMETER_GALILEO, on);
-    for (const char on : {'\1', '\0'}) scene.signal(at + 1, topic::PARAMETER_BEIDOU, on);
-    scene.world.run(at + 800);
+    for (const auto& on : {NO, YES}) scene.injectAt(at, topic::PARAMETER_GALILEO, on);
+    for (const auto& on : {YES, NO}) scene.injectAt(at + 1, topic::PARAMETER_BEIDOU, on);
+    scene.run(at + 800);
     EXPECT_THAT(scene.sent(at), StartsWith("port port port port port port port port capable")) << at;
     const std::string once = scene.sent(at, at + 800, true);
     EXPECT_EQ(occurrences(once, "port"), 1U);
@@ -303,28 +279,24 @@ TEST(ReceiverControl, ChangesOfTheConstellationsRestartTheSequenceOnceWithBothPo
 // Most of its worth is under the thread sanitizer: nothing orders the observers' threads with the service's.
 TEST(ReceiverControl, ObserversMayBeCalledFromAnyThreadWhileTheSequenceRuns) {
   Scene scene;
-  scene.world.service->enableLoggingControl();
-  std::atomic<bool> firing{true};
-  std::vector<std::thread> threads;
-  const auto fire = [&] {
-    for (; firing; std::this_thread::yield()) {
+  scene.service->enableLoggingControl();
+  std::vector<std::jthread> threads;
+  const auto fire = [&](const std::stop_token& stop) {
+    for (; !stop.stop_requested(); std::this_thread::yield()) {
       for (const auto& topic : {topic::BLACKOUT_MODE, topic::LOG_CONFIG, topic::GNSS_SOURCE})
-        scene.world.inject(topic, NO);
+        scene.inject(topic, NO);
       for (const auto& topic : {topic::PARAMETER_GALILEO, topic::PARAMETER_ANTENNA_ON,
                                 topic::PARAMETER_GNSS_ON, topic::HW_VERSION})
-        scene.world.inject(topic, YES);
+        scene.inject(topic, YES);
     }
   };
   scene.at(5, [&] {
     for (int i = 0; i < 3; ++i) threads.emplace_back(fire);
   });
-  scene.at(400, [&] {
-    firing = false;
-    for (auto& thread : threads) thread.join();
-  });
+  scene.at(400, [&] { threads.clear(); });
   bool initialised = false;
-  scene.at(799, [&] { initialised = scene.world.service->ubloxConfig().isInitialised(); });
-  EXPECT_GT(scene.world.run(800).size(), 790U);
+  scene.at(799, [&] { initialised = scene.service->ubloxConfig().isInitialised(); });
+  EXPECT_GT(scene.run(800).size(), 790U);
   EXPECT_TRUE(initialised);
 }
 
@@ -338,10 +310,10 @@ TEST(ReceiverControl, SystemsAreSelectedWhereTheyAreNotThoseRequested) {
               {0x03, 7, "01456"},  {0x01, 2, "05"}};
   for (const auto& row : rows) {
     Scene scene;
-    auto& config = scene.world.service->ubloxConfig();
+    auto& config = scene.service->ubloxConfig();
     config.setGnssSystemRequested(row.requested);
     if (row.augmentation != -1) config.setGnssAugmentationRequested(static_cast<uint32_t>(row.augmentation));
-    scene.world.run(350);
+    scene.run(350);
     const std::string first_step = row.selected == nullptr ? "capable" : name(systems(row.selected));
     EXPECT_THAT(scene.sent(0, 350, true), HasSubstr(" 0A04 " + first_step + " "))
         << row.requested << ' ' << row.augmentation;
@@ -363,9 +335,10 @@ TEST(ReceiverControl, JudgesTheAntennaByEachAnswer) {
     double at = 0.5;
     for (std::string step; steps >> step;) {
       const char event = step[0];
-      if (event == '-') scene.world.service->disableHardwareInit();
-      if (event == 'S' || event == 's') scene.signal(at, topic::BLACKOUT_MODE, event == 'S' ? 1 : 0);
-      if (event == 'P' || event == 'p') scene.signal(at, topic::PARAMETER_ANTENNA_ON, event == 'P' ? 1 : 0);
+      if (event == '-') scene.service->disableHardwareInit();
+      if (event == 'S' || event == 's') scene.injectAt(at, topic::BLACKOUT_MODE, event == 'S' ? YES : NO);
+      if (event == 'P' || event == 'p')
+        scene.injectAt(at, topic::PARAMETER_ANTENNA_ON, event == 'P' ? YES : NO);
       if (event == '0' || event == '1') scene.comes(at, event == '1' ? SUPPLY_ON : SUPPLY_OFF);
       scene.at(at + 0.4, [&, event, at] {
         std::string names = scene.sent(at);
@@ -374,10 +347,10 @@ TEST(ReceiverControl, JudgesTheAntennaByEachAnswer) {
       });
       at += 0.5;
     }
-    scene.world.run(at);
+    scene.run(at);
     EXPECT_EQ(seen, row);
-    EXPECT_EQ(scene.world.resets.pulses(), 0);
-    EXPECT_THAT(scene.world.terminal.opens_us, SizeIs(1));
+    EXPECT_EQ(scene.resets.pulses(), 0);
+    EXPECT_THAT(scene.terminal.opens_us, SizeIs(1));
   }
 }
 
@@ -386,33 +359,33 @@ TEST(ReceiverControl, PublishesTheAntennasStatus) {
   std::string status(60, '\0');
   for (char& value = status[20]; value < 6; ++value) scene.comes(1 + value, ubx(0x0A, 0x09, status));
   scene.comes(9, ubx(0x0A, 0x09, std::string(59, '\3')));
-  scene.world.run(10);
+  scene.run(10);
   // 2, 3 and 4: this unit's circuit makes "OK" of an open one, and the other way round.
-  EXPECT_THAT(scene.world.sentOn(topic::ANTENNA_OPEN_CIRCUIT), ElementsAre(YES, NO, NO));
-  EXPECT_THAT(scene.world.sentOn(topic::ANTENNA_SHORT_CIRCUIT), ElementsAre(NO, YES, NO));
+  EXPECT_THAT(scene.sentOn(topic::ANTENNA_OPEN_CIRCUIT), ElementsAre(YES, NO, NO));
+  EXPECT_THAT(scene.sentOn(topic::ANTENNA_SHORT_CIRCUIT), ElementsAre(NO, YES, NO));
 }
 
 TEST(ReceiverControl, RadioSilenceEndsWithAPulseOfTheResetLine) {
   Scene scene(GOOD, {.hwversion = "zpt"});
   scene.at(398.5, [&] { scene.receiver.epochs = false; });
-  scene.signal(401, topic::BLACKOUT_MODE, 1);
+  scene.injectAt(401, topic::BLACKOUT_MODE, YES);
   scene.at(411, [&] {  // longer than a lost receiver is missed
     EXPECT_EQ(scene.sent(400), "off standby stop");
-    EXPECT_THAT(scene.world.terminal.opens_us, SizeIs(1));
-    EXPECT_EQ(scene.world.resets.pulses(), 0);
+    EXPECT_THAT(scene.terminal.opens_us, SizeIs(1));
+    EXPECT_EQ(scene.resets.pulses(), 0);
     scene.receiver.epochs = true;
   });
-  scene.signal(411, topic::BLACKOUT_MODE, 0);
+  scene.injectAt(411, topic::BLACKOUT_MODE, NO);
   scene.comes(411, SUPPLY_OFF);  // taken in the pass that lifts the silence
-  scene.at(411.49, [&] { EXPECT_EQ(scene.world.resets.pulses(), -1) << "it is not low yet"; });
-  EXPECT_EQ(scene.world.run(413).back().data.status(), 3);
-  EXPECT_EQ(scene.world.resets.pulses(), 1);
-  EXPECT_THAT(scene.world.terminal.opens_us, SizeIs(2));
+  scene.at(411.49, [&] { EXPECT_EQ(scene.resets.pulses(), -1) << "it is not low yet"; });
+  EXPECT_EQ(scene.run(413).back().data.status(), 3);
+  EXPECT_EQ(scene.resets.pulses(), 1);
+  EXPECT_THAT(scene.terminal.opens_us, SizeIs(2));
   EXPECT_EQ(scene.sent(411), "port");
   // No fix is an error of the module, unless it is silent on purpose.
-  EXPECT_THAT(scene.signals(topic::MODULE_ERROR, 0, 399), AllOf(SizeIs(399), Each(NO)));
-  EXPECT_THAT(scene.signals(topic::MODULE_ERROR, 399, 401), ElementsAre(YES, YES));
-  EXPECT_THAT(scene.signals(topic::MODULE_ERROR, 401.1, 411), AllOf(SizeIs(9), Each(NO)));
+  EXPECT_THAT(scene.sentOn(topic::MODULE_ERROR, 0, 399), AllOf(SizeIs(399), Each(NO)));
+  EXPECT_THAT(scene.sentOn(topic::MODULE_ERROR, 399, 401), ElementsAre(YES, YES));
+  EXPECT_THAT(scene.sentOn(topic::MODULE_ERROR, 401.1, 411), AllOf(SizeIs(9), Each(NO)));
 }
 
 TEST(ReceiverControl, AWrongRateIsSetRightAndTheFixesAreNotTrustedUntilThen) {
@@ -429,16 +402,16 @@ TEST(ReceiverControl, AWrongRateIsSetRightAndTheFixesAreNotTrustedUntilThen) {
     answers["port"] = port(row.set);
     Scene scene(answers, {.hwversion = "zpt", .baud = row.configured});
     scene.comes(row.at, port(row.reported));
-    scene.world.run(row.at + 40);
+    scene.run(row.at + 40);
     EXPECT_EQ(scene.sent(row.at, row.at + 0.2), name(port(row.set)));
-    EXPECT_THAT(scene.world.terminal.opens_us,
+    EXPECT_THAT(scene.terminal.opens_us,
                 ElementsAre(0, static_cast<int64_t>(row.at * S) + row.drain_ms * MS));
-    EXPECT_EQ(scene.receiver.host_bauds.back(), row.set);
-    EXPECT_THAT(scene.signals(topic::VP1_TX, row.at - 5, row.at), Each(Ne(NOT_AVAILABLE)));
+    EXPECT_EQ(scene.terminal.bauds.back(), row.set);
+    EXPECT_THAT(scene.sentOn(topic::VP1_TX, row.at - 5, row.at), Each(Ne(NOT_AVAILABLE)));
     // The trust of a fix is that of the time at which the one before it left.
-    EXPECT_THAT(scene.signals(topic::VP1_TX, row.at + 1, row.at + 3),
+    EXPECT_THAT(scene.sentOn(topic::VP1_TX, row.at + 1, row.at + 3),
                 ElementsAre(NOT_AVAILABLE, NOT_AVAILABLE));
-    EXPECT_NE(scene.world.sentOn(topic::VP1_TX).back(), NOT_AVAILABLE);
+    EXPECT_NE(scene.sentOn(topic::VP1_TX).back(), NOT_AVAILABLE);
   }
 }
 
@@ -449,15 +422,15 @@ TEST(ReceiverControl, SilenceOfThreeSecondsIsALossAndOfFifteenWhileTheSequenceWo
   } rows[] = {{false, 5.3, 0, 3}, {false, 5.3, 9.5, 3}, {true, 400.3, 0, 3}, {true, 20.3, 0, 15}};
   for (const auto& row : rows) {
     Scene scene;
-    if (!row.hardware_init) scene.world.service->disableHardwareInit();
+    if (!row.hardware_init) scene.service->disableHardwareInit();
     scene.at(row.last_sentence_s + 0.2, [&] {
       scene.receiver.epochs = false;
       scene.receiver.answers.clear();
     });
     for (int i = 1; i < row.last_ubx_s; ++i) scene.comes(i + 0.5, ubx(0x05, 0x01, bytes("06 13")));
     const double lost_s = std::max(row.last_sentence_s, row.last_ubx_s) + row.allowed_s;
-    scene.world.run(lost_s + 60);
-    const auto s = [&](size_t i) { return static_cast<double>(scene.world.terminal.opens_us.at(i)) / S; };
+    scene.run(lost_s + 60);
+    const auto s = [&](size_t i) { return static_cast<double>(scene.terminal.opens_us.at(i)) / S; };
     EXPECT_GT(s(1), lost_s);
     EXPECT_LE(s(1), lost_s + 0.1);
     EXPECT_EQ(scene.sent(s(1), s(2)), row.hardware_init ? "port port port port" : "");  // five periods again
@@ -478,8 +451,8 @@ TEST(ReceiverControl, UtcThatTheReceiverCallsValidDatesAFixWithAWarning) {
     scene.receiver.epochs = false;
     for (const auto& payload : row.time_utc) scene.comes(0.5, ubx(0x01, 0x21, payload));
     scene.comes(1, nmea("GNRMC,123501.00,V,,,,,,,230326,,,N") + epoch(1, "GGA GSA GST"));
-    EXPECT_EQ(scene.world.run(1.05).at(0).data.has_utc_time_us(), row.dated) << PrintToString(row.time_utc);
-    EXPECT_THAT(scene.world.sentOn(topic::MODULE_ERROR), ElementsAre(NO));
+    EXPECT_EQ(scene.run(1.05).at(0).data.has_utc_time_us(), row.dated) << PrintToString(row.time_utc);
+    EXPECT_THAT(scene.sentOn(topic::MODULE_ERROR), ElementsAre(NO));
   }
 }
 

@@ -20,27 +20,13 @@ using namespace ecu::koru;
 using namespace test;
 using testing::ElementsAre;
 
-constexpr int64_t MS = 1000;
-constexpr int64_t S = 1'000'000;
-
-/// (time in ms, status, sentences) of each message.
-using Row = std::tuple<int64_t, int, int>;
-std::vector<Row> frames(const std::vector<Published>& published) {
-  std::vector<Row> out;
-  out.reserve(published.size());
-  for (const auto& [at_us, data] : published) out.emplace_back(at_us / MS, data.status(), data.nmea_size());
-  return out;
-}
-
 TEST(RunLoop, TriesMissingDeviceOnceASecondAndUsesItWhenItAppears) {
   Script script;
   script.add(3200 * MS, epoch(3));
   World world(script);
   world.terminal.missing = true;
-  world.time.at(2500 * MS, [&] { world.terminal.missing = false; });
-  const auto published = world.run(3.5);
-  EXPECT_THAT(frames(published),
-              ElementsAre(Row(1000, 1, 0), Row(2000, 1, 0), Row(3000, 1, 0), Row(3200, 3, 5)));
+  world.at(2.5, [&] { world.terminal.missing = false; });
+  EXPECT_EQ(cadence(world.run(3.5)), "1000:1/0 2000:1/0 3000:1/0 3200:3/5");
   EXPECT_THAT(world.terminal.opens_us, ElementsAre(0, 1 * S, 2 * S, 3 * S));
 }
 
@@ -50,13 +36,10 @@ TEST(RunLoop, UnpluggedDeviceIsReopenedOnceASecondAndNothingOldComesOut) {
   script.add(1200 * MS, epoch(2, "RMC GGA"));  // unplugged in mid-epoch
   script.add(5100 * MS, epoch(5));
   World world(script);
-  world.time.at(1250 * MS, [&] { world.terminal.gone = true; });
-  world.time.at(4500 * MS, [&] { world.terminal.gone = false; });
-  const auto published = world.run(5.5);
+  world.at(1.25, [&] { world.terminal.gone = true; });
+  world.at(4.5, [&] { world.terminal.gone = false; });
   // Of the epoch that was cut off comes what had arrived.
-  EXPECT_THAT(frames(published),
-              ElementsAre(Row(300, 3, 5), Row(1300, 3, 2), Row(2300, 1, 0), Row(3300, 1, 0), Row(4300, 1, 0),
-                          Row(5300, 1, 0), Row(5300, 3, 5)));
+  EXPECT_EQ(cadence(world.run(5.5)), "300:3/5 1300:3/2 2300:1/0 3300:1/0 4300:1/0 5300:1/0 5300:3/5");
   EXPECT_THAT(world.terminal.opens_us, ElementsAre(0, 1300 * MS, 2300 * MS, 3300 * MS, 4300 * MS, 5300 * MS));
   EXPECT_LT(world.terminal.waits, 200);
 }
@@ -104,24 +87,20 @@ std::string told(const SimulatedReceiver& source) {
 /// A receiver that has just been switched on with the unit talks at its default rate; a simulated one does
 /// not.
 TEST(Parameters, RateOfTheFirstMinutesIsTheDefault) {
-  struct Line final : Script {
-    void set_host_baud(unsigned rate) override { baud = rate; }
-    unsigned baud = 0;
-  };
   const std::tuple<int64_t, const char*, unsigned> rows[] = {
       {139'999'999'999, "\2", 9600}, {140'000'000'000, "\2", 38400}, {139'999'999'999, "\1", 38400}};
   for (const auto& [boot_ns, simulation, baud] : rows) {
-    Line line;
-    World world(line);
+    Script nothing;
+    World world(nothing);
     world.time.boot_offset_ns = boot_ns - world.time.steady_ns();
     world.service->disableHardwareInit();
     start(world, {{0x2045, simulation}});
     world.run(1);
-    EXPECT_EQ(line.baud, baud) << boot_ns;
+    EXPECT_EQ(world.terminal.bauds.back(), baud) << boot_ns;
   }
 }
 
-constexpr int64_t SEQUENCE_US = 400 * S;
+constexpr double SEQUENCE_S = 400;
 
 TEST(Parameters, OfTheStartReachTheReceiver) {
   const std::pair<std::vector<Parameter>, std::string> rows[] = {
@@ -137,7 +116,7 @@ TEST(Parameters, OfTheStartReachTheReceiver) {
     SimulatedReceiver source({});
     World world(source);
     start(world, parameters);
-    world.run(static_cast<double>(SEQUENCE_US) / 1e6);
+    world.run(SEQUENCE_S);
     EXPECT_EQ(told(source), expected);
   }
 }
@@ -153,20 +132,16 @@ TEST(Parameters, ChangesReachTheReceiver) {
   SimulatedReceiver source({});
   World world(source);
   world.service->enableMqttSystemSelection();
-  int64_t at_us = SEQUENCE_US;
+  double at = SEQUENCE_S;
   for (const auto& row : rows) {
-    world.time.at(at_us, [&world, &row] {
-      for (const auto& [topic, value] : row.first) world.inject(topic, std::string(1, value));
-    });
-    at_us += SEQUENCE_US;
-    world.time.at(at_us - 1, [&source, &row] { EXPECT_EQ(told(source), row.second); });
+    for (const auto& [topic, value] : row.first) world.injectAt(at, topic, std::string(1, value));
+    at += SEQUENCE_S;
+    world.at(at - 0.1, [&source, &row] { EXPECT_EQ(told(source), row.second); });
   }
-  world.time.at(at_us, [&] {  // of this version an open circuit is logged
-    world.inject(topic::HW_VERSION, "QRX7_2_KW4");
-    source.receiver.set_antenna(sim::AntennaState::open);
-  });
-  test::LogCapture log("WARNING");
-  world.run(static_cast<double>(at_us + 10 * S) / 1e6);
+  world.injectAt(at, topic::HW_VERSION, "QRX7_2_KW4");  // of this version an open circuit is logged
+  world.at(at, [&] { source.receiver.set_antenna(sim::AntennaState::open); });
+  LogCapture log("WARNING");
+  world.run(at + 10);
   EXPECT_THAT(log.take(), testing::HasSubstr("to Open circuit\n"));
 }
 
@@ -184,28 +159,29 @@ TEST(Parameters, GnssOffIsLookedAtEveryFiveSecondsAndNothingOldComesOut) {
     world.service->disableHardwareInit();
     world.service->enableMqttSystemSelection();
     if (row.off_ms == 0) start(world, {{0xA00F, "\2"}});
-    for (const auto& [at_ms, value] : {std::pair(row.off_ms, "\2"), std::pair(row.on_ms, "\1")})
-      world.time.at(at_ms * MS, [&world, value = value] { world.inject(topic::PARAMETER_GNSS_ON, value); });
+    world.injectAt(static_cast<double>(row.off_ms) / 1e3, topic::PARAMETER_GNSS_ON, "\2");
+    world.injectAt(static_cast<double>(row.on_ms) / 1e3, topic::PARAMETER_GNSS_ON, "\1");
     std::vector<int64_t> opens_us;
-    std::vector<Row> expected;
+    std::string expected;
     for (int64_t ms = 300; ms < 12'000; ms += 1000) {
       const bool is_first = ms > row.open_ms && ms < row.open_ms + 1000;
       const auto burst =
           epoch(static_cast<int>(ms / 1000), is_first ? "RMC GSA GSA GST" : "RMC GGA GSA GSA GST");
       if (row.off_ms > 0 || ms > row.open_ms) script.add(ms * MS, burst);
-      if (ms < row.off_ms || ms > row.open_ms) expected.emplace_back(ms, 3, is_first ? 4 : 5);
+      if (ms < row.off_ms || ms > row.open_ms)
+        expected += (expected.empty() ? "" : " ") + std::to_string(ms) + (is_first ? ":3/4" : ":3/5");
     }
     if (row.off_ms > 0) opens_us.push_back(0);
     if (row.open_ms < 12'000) opens_us.push_back(row.open_ms * MS);
     const auto published = world.run(12);
-    EXPECT_EQ(frames(published), expected);
+    EXPECT_EQ(cadence(published), expected);
     EXPECT_EQ(world.terminal.opens_us, opens_us);
     for (const auto& [at_us, data] : published) {
       EXPECT_EQ(data.has_altitude(), data.nmea_size() == 5);
       // The 75 bytes of RMC began to arrive 19 ms before they were read.
       EXPECT_EQ(data.timestamp_ns(), static_cast<uint64_t>(at_us * 1000 + 1'000'000'000'000 - 19'000'000));
     }
-    EXPECT_EQ(world.sentOn(topic::VP1_TX).size(), expected.size());
+    EXPECT_EQ(world.sentOn(topic::VP1_TX).size(), published.size());
   }
 }
 

@@ -9,8 +9,6 @@
 #include "platform/PbInternalMessageAdapter.h"
 #include "platform/Topics.h"
 #include "scenario/World.h"
-#include "sim/gnss/Fix.h"
-#include "sim/gnss/Sentences.h"
 #include "sim/gnss/Utc.h"
 
 namespace {
@@ -18,11 +16,9 @@ namespace {
 using namespace ecu::koru;
 using namespace test;
 
-constexpr int64_t S = 1'000'000;
 constexpr int64_t BURST_US = 300'000;  // behind the full second
 constexpr int64_t HOUR = 3600;
 constexpr int64_t DAY = 24 * HOUR;
-constexpr int64_t BOOT_NS = 1'000'000'000'000;  // of the world, at its start
 
 /// What the receiver makes of a second: without a fix its sentences hold the time only.
 enum class Kind { full, no_fix, silent };
@@ -52,48 +48,36 @@ struct Drive {
 };
 
 /// The receiver's bytes, each second's at once, made when they are due.
-class DrivingReceiver final : public BufferedSource {
+class DrivingReceiver final : public Script {
  public:
   explicit DrivingReceiver(const Drive& drive) : m_drive(drive) {}
 
   void advance_to(int64_t now_us) override {
-    for (; next_byte_us() <= now_us; ++m_next) m_arrived += bytesOf(m_next);
+    for (; next_byte_us() <= now_us; ++m_next) add(next_byte_us(), bytesOf(m_next));
+    Script::advance_to(now_us);
   }
   [[nodiscard]] int64_t next_byte_us() const override {
     return m_next >= m_drive.seconds ? INT64_MAX : (m_drive.uptime_s + m_next) * S + BURST_US;
   }
 
  private:
-  [[nodiscard]] sim::Fix fixOf(int64_t second) const {
-    sim::Fix fix;
-    fix.utc_us = (m_drive.utc(second) - (m_drive.isLeapSecond(second) ? 1 : 0)) * S;
-    fix.valid = kindOf(second) != Kind::no_fix;
-    const auto state = m_route.at(static_cast<double>(second));
-    fix.latitude_deg = state.position.latitude_deg;
-    fix.longitude_deg = state.position.longitude_deg;
-    fix.altitude_m = state.position.altitude_m;
-    fix.speed_kmh = state.speed_ms * 3.6;
-    fix.course_deg = state.course_deg;
-    sim::describe_quality(fix, m_options.constellations);
-    return fix;
-  }
   [[nodiscard]] std::string bytesOf(int64_t second) const {
+    const bool leap = m_drive.isLeapSecond(second);
+    const time_t utc = m_drive.utc(second) - (leap ? 1 : 0);
+    std::tm parts{};
+    gmtime_r(&utc, &parts);
+    if (leap) parts.tm_sec = 60;
+    char time[16], date[16];
+    EXPECT_GT(strftime(time, sizeof time, "%H%M%S.00", &parts), 0U);
+    EXPECT_GT(strftime(date, sizeof date, "%d%m%y", &parts), 0U);
     if (kindOf(second) == Kind::silent) return {};
-    std::string bytes;
-    for (const std::string& sentence : sim::epoch_sentences(fixOf(second), m_options)) {
-      bytes += m_drive.isLeapSecond(second) ? atSecond60(sentence) : sentence;
-    }
-    return bytes;
-  }
-  static std::string atSecond60(const std::string& text) {
-    std::string body = text.substr(1, text.find('*') - 1);
-    if (const size_t at = body.find(",235959."); at != std::string::npos) body.replace(at, 7, ",235960");
-    return nmea(body);
+    if (kindOf(second) == Kind::full) return sentences(time, date, "RMC GGA GSA GSA GST");
+    return nmea(std::string("GNRMC,") + time + ",V,,,,,,," + date + ",,,N") +
+           nmea(std::string("GNGGA,") + time + ",,,,,0,00,99.99,,,,,,") + nmea("GNGSA,A,1,,,,,,,,,,,,,,,") +
+           nmea(std::string("GNGST,") + time + ",,,,,,,");
   }
 
   const Drive& m_drive;
-  const sim::Route m_route = sim::Route::built_in();
-  const sim::SentenceOptions m_options;
   int64_t m_next = 0;
 };
 
@@ -101,33 +85,32 @@ class DrivingReceiver final : public BufferedSource {
 class Listener final : public com::ISubscriptionObserver {
  public:
   explicit Listener(const Drive& drive) : m_drive(drive) {
-    for (int64_t second = 0; second < drive.seconds; ++second) {
-      if (kindOf(second) == Kind::full) m_dated.push_back(second);
-    }
+    for (int64_t second = 0; second < drive.seconds; ++second) m_seconds[kindOf(second)].push_back(second);
   }
 
   void message(const std::string& topic, const com::Message& message) override {
     topic == topic::GNSS_DATA ? takeFix(message) : takeTimeDate(message);
   }
   void expectAll() {
-    EXPECT_EQ(m_mqtt, m_dated.size());
-    EXPECT_EQ(m_can, m_dated.size());
-    std::map<Kind, int64_t> counts;
-    for (int64_t second = 0; second < m_drive.seconds; ++second) ++counts[kindOf(second)];
-    EXPECT_EQ(m_statuses[2], counts[Kind::no_fix]);
+    EXPECT_EQ(m_mqtt, m_seconds[Kind::full].size());
+    EXPECT_EQ(m_can, m_seconds[Kind::full].size());
+    EXPECT_EQ(m_statuses[2], m_seconds[Kind::no_fix].size());
     // Each second of the silence once, but for the first one's patience.
-    EXPECT_LE(m_statuses[1], counts[Kind::silent]);
-    EXPECT_GE(m_statuses[1], counts[Kind::silent] * 8 / 10);
+    EXPECT_LE(m_statuses[1], m_seconds[Kind::silent].size());
+    EXPECT_GE(m_statuses[1], m_seconds[Kind::silent].size() * 8 / 10);
   }
 
  private:
   /// The second that must be at hand now: what is published must be exactly the dated ones.
-  int64_t take(size_t& next) { return next < m_dated.size() ? m_dated[next++] : -1; }
+  int64_t take(size_t& next) {
+    const auto& dated = m_seconds[Kind::full];
+    return next < dated.size() ? dated[next++] : -1;
+  }
   void tell(int64_t second, const std::string& found) {
     if (++m_failures <= 5) ADD_FAILURE() << "second " << second << " of the drive, but " << found;
   }
   [[nodiscard]] int64_t burstNs(int64_t second) const {
-    return BOOT_NS + ((m_drive.uptime_s + second) * S + BURST_US) * 1000;
+    return ScenarioTime::START_NS + ((m_drive.uptime_s + second) * S + BURST_US) * 1000;
   }
   /// A whole epoch is sent with its last byte.
   [[nodiscard]] bool isLate(int64_t second) const {
@@ -157,18 +140,16 @@ class Listener final : public com::ISubscriptionObserver {
   }
 
   const Drive& m_drive;
-  std::vector<int64_t> m_dated;
+  std::map<Kind, std::vector<int64_t>> m_seconds;
   size_t m_mqtt = 0, m_can = 1;  // the very first fix is not trusted yet
   int m_failures = 0;
-  std::map<int, int64_t> m_statuses;
+  std::map<int, size_t> m_statuses;
 };
 
 /// Drives, and expects every fix; the bytes in use after the first hour and at the end.
 std::pair<size_t, size_t> drive(const Drive& plan) {
   DrivingReceiver receiver(plan);
-  World::Options options;
-  options.hwversion = "zpt";
-  World world(receiver, options);
+  World world(receiver, {.hwversion = "zpt"});
   world.service->disableHardwareInit();
   const auto listener = std::make_shared<Listener>(plan);
   for (const auto& topic : {topic::GNSS_DATA, topic::TD_TX}) world.bus->subscribe(topic, listener, 0);
@@ -176,7 +157,7 @@ std::pair<size_t, size_t> drive(const Drive& plan) {
   std::pair<size_t, size_t> memory{};
   std::function<void()> each_hour = [&] {
     world.bus->clear_records();
-    world.terminal.opens_us.clear();  // after every silence
+    world.terminal = {};  // it has noted each open after a silence
     memory.second = mallinfo2().uordblks;
     if (memory.first == 0) memory.first = memory.second;
     world.time.at(world.time.now_us() + HOUR * S, each_hour);

@@ -74,7 +74,8 @@ class ScenarioTerminal final : public gpspub::ITerminalDevice {
   int setAttributes(int /*fd*/, const termios& attributes) override {
     static const std::map<speed_t, unsigned> SPEEDS{{B4800, 4800},   {B9600, 9600},   {B19200, 19200},
                                                     {B38400, 38400}, {B57600, 57600}, {B115200, 115200}};
-    m_source.set_host_baud(SPEEDS.at(cfgetispeed(&attributes)));
+    m_state.bauds.push_back(SPEEDS.at(cfgetispeed(&attributes)));
+    m_source.set_host_baud(m_state.bauds.back());
     return 0;
   }
 
@@ -93,7 +94,7 @@ void Script::advance_to(int64_t now_us) {
   }
 }
 
-size_t BufferedSource::read(std::span<uint8_t> out) {
+size_t Script::read(std::span<uint8_t> out) {
   const size_t count = std::min(out.size(), m_arrived.size());
   std::copy_n(m_arrived.begin(), count, out.begin());
   m_arrived.erase(0, count);
@@ -129,9 +130,8 @@ int ResetLine::pulses() {
   for (ssize_t n = 0; (n = ::read(m_fd, chunk, sizeof chunk)) > 0;)
     m_written.append(chunk, static_cast<size_t>(n));
   const std::string pulse("0\0001\0", 4);
-  int count = 0;
-  for (size_t at = 0; (at = m_written.find(pulse, at)) != std::string::npos; at += pulse.size()) ++count;
-  return count * static_cast<int>(pulse.size()) == static_cast<int>(m_written.size()) ? count : -1;
+  const size_t count = occurrences(m_written, pulse);
+  return count * pulse.size() == m_written.size() ? static_cast<int>(count) : -1;
 }
 
 World::World(ByteSource& source, const Options& options)
@@ -160,7 +160,7 @@ World::~World() {
 }
 
 std::vector<Published> World::run(double seconds) {
-  time.at(static_cast<int64_t>(seconds * 1e6), [this] { service->stop(); });
+  at(seconds, [this] { service->stop(); });
   service->run();
   return published();
 }
@@ -171,15 +171,16 @@ std::vector<Published> World::published() const {
     if (record.topic != topic::GNSS_DATA) continue;
     auto result = com::PbInternalMessageAdapter<pb::GnssData>(1).deserialize(record.message);
     if (!result.success) continue;
-    published.push_back({(record.steady_ns - 1'000'000'000'000) / 1000, std::move(result.body)});
+    published.push_back({(record.steady_ns - ScenarioTime::START_NS) / 1000, std::move(result.body)});
   }
   return published;
 }
 
-std::vector<std::string> World::sentOn(const std::string& topic) const {
+std::vector<std::string> World::sentOn(const std::string& topic, double from_s, double to_s) const {
   std::vector<std::string> values;
   for (const auto& record : bus->records()) {
-    if (record.topic == topic) values.push_back(valueOf(record.message));
+    const double at_s = static_cast<double>(record.steady_ns - ScenarioTime::START_NS) / 1e9;
+    if (record.topic == topic && at_s >= from_s && at_s < to_s) values.push_back(valueOf(record.message));
   }
   return values;
 }
@@ -194,18 +195,30 @@ std::string valueOf(const com::Message& message) {
   return com::PbInternalMessageAdapter<pb::RtSignal>(1).deserialize(message).body.value();
 }
 
-std::string epoch(int second, const std::string& kinds, int hundredths) {
-  char time[16];
-  static_cast<void>(std::snprintf(time, sizeof time, "1235%02d.%02d", second, hundredths));
+std::string cadence(const std::vector<Published>& published) {
+  std::ostringstream text;
+  for (const auto& [at_us, data] : published) {
+    text << (text.tellp() > 0 ? " " : "") << at_us / MS << ':' << data.status() << '/' << data.nmea_size();
+  }
+  return text.str();
+}
+
+std::string sentences(const std::string& time, const std::string& date, const std::string& kinds) {
   const std::map<std::string, std::string> bodies{
-      {"RMC", std::string("GNRMC,") + time + ",A,4807.03800,N,01131.00000,E,22.400,84.40,230326,,,A"},
-      {"GGA", std::string("GNGGA,") + time + ",4807.03800,N,01131.00000,E,1,09,0.90,545.4,M,46.9,M,,"},
+      {"RMC", "GNRMC," + time + ",A,4807.03800,N,01131.00000,E,22.400,84.40," + date + ",,,A"},
+      {"GGA", "GNGGA," + time + ",4807.03800,N,01131.00000,E,1,09,0.90,545.4,M,46.9,M,,"},
       {"GSA", "GNGSA,A,3,01,02,03,04,,,,,,,,,1.94,1.18,1.54"},
-      {"GST", std::string("GNGST,") + time + ",1.5,,,,2.5,3.1,4.0"}};
+      {"GST", "GNGST," + time + ",1.5,,,,2.5,3.1,4.0"}};
   std::istringstream words(kinds);
   std::string bytes;
   for (std::string kind; words >> kind;) bytes += nmea(bodies.at(kind));
   return bytes;
+}
+
+std::string epoch(int second, const std::string& kinds, int hundredths) {
+  char time[16];
+  static_cast<void>(std::snprintf(time, sizeof time, "1235%02d.%02d", second, hundredths));
+  return sentences(time, "230326", kinds);
 }
 
 }  // namespace test

@@ -21,6 +21,9 @@
 /// The whole service over a fake terminal and a bus in memory, in virtual time.
 namespace test {
 
+inline constexpr int64_t MS = 1000;  // us
+inline constexpr int64_t S = 1000 * MS;
+
 /// The receiver's end of the terminal. Times are microseconds since the scenario began.
 class ByteSource {
  public:
@@ -35,26 +38,19 @@ class ByteSource {
   virtual void set_open(bool /*open*/) {}
 };
 
-/// A source of bytes that have arrived and wait to be read.
-class BufferedSource : public ByteSource {
- public:
-  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
-  size_t read(std::span<uint8_t> out) override;
-
- protected:
-  std::string m_arrived;
-};
-
 /// Bytes that arrive at given times, each burst at once.
-class Script : public BufferedSource {
+class Script : public ByteSource {
  public:
   void add(int64_t at_us, std::string bytes) { m_bursts.emplace(at_us, std::move(bytes)); }
   void advance_to(int64_t now_us) override;
   [[nodiscard]] int64_t next_byte_us() const override {
     return m_bursts.empty() ? INT64_MAX : m_bursts.begin()->first;
   }
+  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
+  size_t read(std::span<uint8_t> out) override;
 
  private:
+  std::string m_arrived;
   std::multimap<int64_t, std::string> m_bursts;
 };
 
@@ -76,6 +72,7 @@ class SimulatedReceiver final : public ByteSource {
 /// Virtual time with an agenda: whatever moves the clock carries out what has become due on the way.
 class ScenarioTime final : public ecu::koru::ITimeSource {
  public:
+  static constexpr int64_t START_NS = 1'000'000'000'000;
   explicit ScenarioTime(int64_t wall_us) : m_clock(START_NS, wall_us) {}
   [[nodiscard]] int64_t steady_ns() const override { return m_clock.steady_ns(); }
   [[nodiscard]] int64_t boot_ns() const override { return m_clock.boot_ns() + boot_offset_ns; }
@@ -94,7 +91,6 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
   int64_t boot_offset_ns = 0;  ///< the time since boot is so much more than the steady clock
 
  private:
-  static constexpr int64_t START_NS = 1'000'000'000'000;
   void advance_to_ns(int64_t ns);
 
   ecu::koru::VirtualTime m_clock;
@@ -112,6 +108,7 @@ struct TerminalState {
   bool gone = false;     ///< the open device hangs up: reads give 0
   std::vector<int64_t> opens_us;
   std::vector<Sent> sent;
+  std::vector<unsigned> bauds;
   long waits = 0;
 };
 
@@ -164,12 +161,19 @@ class World {
   std::vector<Published> run(double seconds);
   /// All that the service published so far, oldest first. In real time `at_us` counts from an unknown point.
   [[nodiscard]] std::vector<Published> published() const;
+  void at(double seconds, std::function<void()> action) {
+    time.at(static_cast<int64_t>(seconds * S), std::move(action));
+  }
   /// Lets a signal come from the bus.
   void inject(const std::string& topic, const std::string& value) const {
     bus->inject(topic, enveloped(value));
   }
-  /// The signals that the service sent on a topic, oldest first.
-  [[nodiscard]] std::vector<std::string> sentOn(const std::string& topic) const;
+  void injectAt(double seconds, const std::string& topic, const std::string& value) {
+    at(seconds, [=, this] { inject(topic, value); });
+  }
+  /// The signals that the service sent on a topic in that time, oldest first.
+  [[nodiscard]] std::vector<std::string> sentOn(const std::string& topic, double from_s = 0,
+                                                double to_s = 1e6) const;
 
   ScenarioTime time;
   TerminalState terminal;
@@ -178,7 +182,13 @@ class World {
   std::unique_ptr<ecu::koru::gpspub::GPSDClient> service;
 };
 
-/// The sentences of one epoch of 23 March 2026 12:35:SS.hh; `kinds` as "RMC GGA GSA GSA GST".
+/// "ms:status/sentences" of each, with blanks between them.
+[[nodiscard]] std::string cadence(const std::vector<Published>& published);
+
+/// Sentences of one epoch at "hhmmss.ss" and "ddmmyy"; `kinds` as "RMC GGA GSA GSA GST".
+[[nodiscard]] std::string sentences(const std::string& time, const std::string& date,
+                                    const std::string& kinds);
+/// Those of 23 March 2026 12:35:SS.hh.
 [[nodiscard]] std::string epoch(int second, const std::string& kinds = "RMC GGA GSA GSA GST",
                                 int hundredths = 0);
 
