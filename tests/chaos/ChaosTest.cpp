@@ -56,56 +56,43 @@ const std::vector<Fault> CONTROL_FAULTS = {
     {"receiver unplugged", &World::unplug, &World::plug_in, 3000, 5000, 140'000, 0, Output::STATUS_1},
 };
 
-int setting(const char* name, int otherwise) {
-  const char* const text = std::getenv(name);
-  return text != nullptr ? std::stoi(text) : otherwise;
-}
-
-class Chaos {
+class Chaos : public World {
  public:
-  /// `calm` is the longest time between two faults; `age` is how old an epoch's UTC may be when its fix is
-  /// sent.
-  Chaos(bool control, std::vector<Fault> faults, int64_t start_ns, int64_t calm_ns, int64_t age_ns)
-      : m_world(control, static_cast<unsigned>(setting("SATNAVD_CHAOS_SEED", 1))),
-        m_faults(std::move(faults)),
-        m_start_ns(start_ns),
-        m_calm_ns(calm_ns),
-        m_age_ns(age_ns) {}
-
-  void run() {
-    const int64_t end_ns = now() + setting("SATNAVD_CHAOS_SECONDS", 20) * S;
+  /// `calm_ms` is the longest time between two faults; `age_ns` is how old an epoch's UTC may be when its fix
+  /// is sent.
+  void run(bool control, std::vector<Fault> faults, int64_t start_ns, int calm_ms, int64_t age_ns) {
+    m_start_ns = start_ns;
+    const int64_t end_ns = now() + test::chaos::setting("SATNAVD_CHAOS_SECONDS", 20) * S;
+    switch_on(control);
     start();
-    EXPECT_LT(std::abs(m_world.clock_shift_us()), 2'000'000) << "the clock was not set from the receiver";
-    for (size_t next = 0; now() < end_ns && !testing::Test::HasFailure(); ++next) {
-      if (next % m_faults.size() == 0) std::shuffle(m_faults.begin(), m_faults.end(), m_world.random());
-      happen(m_faults[next % m_faults.size()]);
+    EXPECT_LT(std::abs(clock_shift_us()), 2'000'000) << "the clock was not set from the receiver";
+    for (size_t next = 0; now() < end_ns && !HasFailure(); ++next) {
+      if (next % faults.size() == 0) std::shuffle(faults.begin(), faults.end(), random);
+      rest(any(0, calm_ms) * MS);
+      happen(faults[next % faults.size()]);
     }
-    EXPECT_EQ(m_world.stop_service(), 0) << log();
-    check_fixes();
+    EXPECT_EQ(stop_service(), 0) << log();
+    check_fixes(age_ns);
   }
 
  private:
   static int64_t now() { return test::clock_ns(CLOCK_BOOTTIME); }
   static void rest(int64_t ns) { std::this_thread::sleep_for(std::chrono::nanoseconds(ns)); }
-  int64_t between(int64_t first, int64_t last) {
-    return std::uniform_int_distribution<int64_t>(first, last)(m_world.random());
-  }
   std::string log() {
-    const std::string text = m_world.service().err();
+    const std::string text = service->err();
     return text.substr(text.size() - std::min<size_t>(text.size(), 5000));
   }
   void start() {
-    m_world.start_service();
+    start_service();
     recovers("start", now(), m_start_ns);
-    m_first = m_world.resources();
+    m_first = resources();
     m_connected_ns = now();
   }
 
   /// Two valid fixes that were sent from now on.
   void recovers(const std::string& what, int64_t since_ns, int64_t promise_ns) {
-    const bool in_time =
-        test::eventually([&] { return m_world.bus().count_since(since_ns, test::VALID) >= 2; },
-                         static_cast<int>(promise_ns / MS));
+    const bool in_time = test::eventually([&] { return bus.count_since(since_ns, test::VALID) >= 2; },
+                                          static_cast<int>(promise_ns / MS));
     std::printf("%-34s  valid again after %6lld ms, promised %6lld\n", what.c_str(),
                 static_cast<long long>((now() - since_ns) / MS), static_cast<long long>(promise_ns / MS));
     static_cast<void>(std::fflush(stdout));
@@ -113,22 +100,21 @@ class Chaos {
   }
 
   void happen(const Fault& fault) {
-    rest(between(0, m_calm_ns));
     if (fault.grows > 0) rest(m_connected_ns + GOOD_CONNECTION_NS - now());
     const int64_t begin_ns = now();
-    const int64_t lasts_ns = between(fault.shortest_ms, fault.longest_ms) * MS;
-    (m_world.*fault.begin)();
-    const bool stop = between(0, 3) == 0;
-    rest(stop ? between(0, lasts_ns) : lasts_ns);
+    const int lasts_ms = any(fault.shortest_ms, fault.longest_ms);
+    (this->*fault.begin)();
+    const bool stop = any(0, 3) == 0;
+    rest((stop ? any(0, lasts_ms) : lasts_ms) * MS);
     expect_output(fault, begin_ns);
     if (stop) {
-      EXPECT_EQ(m_world.stop_service(), 0) << fault.name << " and SIGTERM\n" << log();
-      (m_world.*fault.end)();
+      EXPECT_EQ(stop_service(), 0) << fault.name << " and SIGTERM\n" << log();
+      (this->*fault.end)();
       start();
       return;
     }
-    (m_world.*fault.end)();
-    EXPECT_TRUE(m_world.service().running()) << fault.name << "\n" << log();
+    (this->*fault.end)();
+    EXPECT_TRUE(service->running()) << fault.name << "\n" << log();
     const int64_t end_ns = now();
     recovers(fault.name, end_ns, fault.promise_ms * MS + fault.grows * (end_ns - begin_ns));
     check_resources(fault.name);
@@ -144,14 +130,14 @@ class Chaos {
     EXPECT_EQ(came(begin_ns + EFFECT_NS, test::NOTHING_KNOWN), fault.output == Output::STATUS_1);
   }
   [[nodiscard]] bool came(int64_t since_ns, int status) const {
-    return m_world.bus().count_since(since_ns, status) > 0;
+    return bus.count_since(since_ns, status) > 0;
   }
 
   void check_resources(const char* name) {
     test::chaos::Resources present;
     EXPECT_TRUE(test::eventually(
         [&] {
-          present = m_world.resources();
+          present = resources();
           return present.descriptors == m_first.descriptors && present.threads == m_first.threads;
         },
         2000))
@@ -161,15 +147,15 @@ class Chaos {
   }
 
   /// Each valid fix is of a new epoch and was sent while that was the present one.
-  void check_fixes() {
+  void check_fixes(int64_t longest_ns) {
     const int64_t boot_utc_ns = test::clock_ns(CLOCK_REALTIME) - now();
     int64_t before_us = 0, oldest_ns = 0, count = 0;
-    for (const auto& fix : m_world.bus().fixes()) {
+    for (const auto& fix : bus.fixes()) {
       if (fix.status != test::VALID) continue;
       ++count;
       EXPECT_GT(fix.utc_us, before_us) << "an epoch was sent twice";
       const int64_t age_ns = fix.sent_ns + boot_utc_ns - fix.utc_us * 1000;
-      EXPECT_LE(age_ns, m_age_ns) << "an old fix was sent as new, " << fix.utc_us;
+      EXPECT_LE(age_ns, longest_ns) << "an old fix was sent as new, " << fix.utc_us;
       oldest_ns = std::max(oldest_ns, age_ns);
       before_us = fix.utc_us;
     }
@@ -177,22 +163,18 @@ class Chaos {
                 static_cast<long long>(count), static_cast<long long>(oldest_ns / MS));
   }
 
-  World m_world;
-  std::vector<Fault> m_faults;
-  const int64_t m_start_ns;
-  const int64_t m_calm_ns;
-  const int64_t m_age_ns;
+  int64_t m_start_ns = 0;
   int64_t m_connected_ns = 0;
   test::chaos::Resources m_first;
 };
 
-TEST(Chaos, TheRoadOfAFixSurvivesEverythingAroundIt) {
+TEST_F(Chaos, TheRoadOfAFixSurvivesEverythingAroundIt) {
   // An epoch that a bad line leaves incomplete is closed 1.3 s after the one before, so up to 1.2 s late.
-  Chaos(false, ROAD_FAULTS, 10 * S, 2 * S, 1500 * MS).run();
+  run(false, ROAD_FAULTS, 10 * S, 2000, 1500 * MS);
 }
 
-TEST(Chaos, TheReceiverIsFoundAndWokenWhateverHappens) {
-  Chaos(true, CONTROL_FAULTS, 130 * S, 40 * S, 2500 * MS).run();
+TEST_F(Chaos, TheReceiverIsFoundAndWokenWhateverHappens) {
+  run(true, CONTROL_FAULTS, 130 * S, 40'000, 2500 * MS);
 }
 
 }  // namespace
