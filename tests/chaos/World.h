@@ -1,12 +1,17 @@
 #pragma once
 
 #include <fcntl.h>
+#include <mosquitto.h>
 #include <stdlib.h>
 
+#include <algorithm>
+#include <cstring>
 #include <fstream>
+#include <mutex>
 #include <random>
+#include <thread>
 
-#include "chaos/Bus.h"
+#include "proto/nvxproto.pb.h"
 #include "system/SatnavdTest.h"
 
 namespace test::chaos {
@@ -25,9 +30,66 @@ inline int setting(const char* name, int otherwise) {
   return text != nullptr ? std::stoi(text) : otherwise;
 }
 
-/// What the service has of the system.
-struct Resources {
-  long descriptors = 0, threads = 0, resident_kib = 0;
+/// One received position record. Times of the machine's own clocks.
+struct Fix {
+  int64_t sent_ns = 0;  ///< since boot, from the envelope
+  int64_t utc_us = 0;   ///< 0: none
+  int status = 0;
+};
+
+/// A subscriber and publisher of the chaos run's own: it holds on to its broker whatever happens to that, and
+/// decodes with nothing of the service but the message. Its functions may be called from any thread.
+class Bus {
+ public:
+  explicit Bus(uint16_t port) : m_client(mosquitto_new(nullptr, true, this)) {
+    mosquitto_connect_callback_set(m_client, [](mosquitto* client, void*, int code) {
+      if (code == 0) mosquitto_subscribe(client, nullptr, "system/gnss/data", 0);
+    });
+    mosquitto_message_callback_set(m_client, [](mosquitto*, void* self, const mosquitto_message* message) {
+      static_cast<Bus*>(self)->receive(*message);
+    });
+    mosquitto_connect(m_client, "127.0.0.1", port, 60);
+    mosquitto_loop_start(m_client);  // connects again, a second after each loss
+  }
+  ~Bus() {
+    mosquitto_disconnect(m_client);
+    mosquitto_loop_stop(m_client, false);
+    mosquitto_destroy(m_client);
+  }
+  Bus(const Bus&) = delete;
+  Bus& operator=(const Bus&) = delete;
+
+  void publish(const std::string& topic, const std::string& payload) {
+    mosquitto_publish(m_client, nullptr, topic.c_str(), static_cast<int>(payload.size()), payload.data(), 0,
+                      false);
+  }
+  [[nodiscard]] std::vector<Fix> fixes() const {
+    const std::lock_guard lock(m_mutex);
+    return m_fixes;
+  }
+  /// How many records of a status were sent after a time (since boot).
+  [[nodiscard]] int64_t count_since(int64_t boot_ns, int status) const {
+    const std::lock_guard lock(m_mutex);
+    return std::count_if(m_fixes.begin(), m_fixes.end(),
+                         [&](const Fix& fix) { return fix.sent_ns > boot_ns && fix.status == status; });
+  }
+
+ private:
+  void receive(const mosquitto_message& message) {
+    constexpr int HEADER = 18, SENT_AT = 10;  // a little-endian stamp, like this machine's
+    const auto* const bytes = static_cast<const char*>(message.payload);
+    ecu::koru::pb::GnssData data;
+    if (message.payloadlen < HEADER || !data.ParseFromArray(bytes + HEADER, message.payloadlen - HEADER))
+      return;  // not the service's
+    Fix fix{0, static_cast<int64_t>(data.utc_time_us()), data.status()};
+    std::memcpy(&fix.sent_ns, bytes + SENT_AT, sizeof fix.sent_ns);
+    const std::lock_guard lock(m_mutex);
+    m_fixes.push_back(fix);
+  }
+
+  mosquitto* const m_client;
+  mutable std::mutex m_mutex;
+  std::vector<Fix> m_fixes;
 };
 
 /// A vehicle in which everything can go wrong: broker, rest of the unit, receiver, system clock, and the
@@ -39,6 +101,7 @@ class World : public SatnavdTest {
   /// With `control` the service configures and supervises the receiver.
   void switch_on(bool control) {
     m_control = control;
+    bus.emplace(broker.port());
     std::filesystem::create_directory(folder / "gpio197");
     folder.write("gpio197/value", "");
     folder.write("clock", std::string(sizeof(int64_t), '\0'));
@@ -59,13 +122,16 @@ class World : public SatnavdTest {
     service->signal(SIGTERM);
     return service->wait_for_exit(2000);
   }
-  [[nodiscard]] Resources resources() const {
-    const std::string process = "/proc/" + std::to_string(service->pid());
-    const auto entries = [&](const char* name) {
-      return std::distance(std::filesystem::directory_iterator(process + name), {});
+  /// Of the service: descriptors, threads.
+  [[nodiscard]] std::pair<long, long> handles() const {
+    const auto entries = [this](const char* name) {
+      return std::distance(std::filesystem::directory_iterator(process() + name), {});
     };
-    const std::string status = text_of(process + "/status");
-    return {entries("/fd"), entries("/task"), std::stol(status.substr(status.find("VmRSS:") + 6))};
+    return {entries("/fd"), entries("/task")};
+  }
+  [[nodiscard]] long resident_kib() const {
+    const std::string status = text_of(process() + "/status");
+    return std::stol(status.substr(status.find("VmRSS:") + 6));
   }
   /// The microseconds by which the service's clock differs from the machine's.
   [[nodiscard]] int64_t clock_shift_us() const {
@@ -122,14 +188,14 @@ class World : public SatnavdTest {
   }
   void hostile_bytes() {
     meanwhile([this] {
-      for (const auto& topic : SUBSCRIBED) bus.publish(topic, any_payload());
+      for (const auto& topic : SUBSCRIBED) bus->publish(topic, any_payload());
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     });
   }
   /// What hostile bytes have switched is switched back.
   void calm_down() {
     m_meanwhile = {};
-    bus.publish("system/gnss/log_config", std::string(3'000'000, 'x'));
+    bus->publish("system/gnss/log_config", std::string(3'000'000, 'x'));
     start_unit();
     for (const char* parameter : {"A01F 01", "A020 01", "A021 00", "A022 00", "A060 01"})
       m_unit->write_stdin(std::string("param 0x") + parameter + "\n");
@@ -155,10 +221,11 @@ class World : public SatnavdTest {
   }
 
   std::mt19937 random{static_cast<unsigned>(setting("SATNAVD_CHAOS_SEED", 1))};
-  Bus bus{broker.port()};
+  std::optional<Bus> bus;
   std::unique_ptr<Process> service;
 
  private:
+  [[nodiscard]] std::string process() const { return "/proc/" + std::to_string(service->pid()); }
   void set_clock_shift_us(int64_t shift) const {
     std::fstream file(m_clock, std::ios::in | std::ios::out | std::ios::binary);  // as it is mapped
     file.write(reinterpret_cast<const char*>(&shift), sizeof shift);

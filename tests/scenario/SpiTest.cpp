@@ -15,7 +15,6 @@ namespace {
 using namespace ecu::koru;
 using namespace test;
 
-constexpr int64_t S = 1'000'000;
 constexpr int64_t US_PER_BYTE = 8;  // 1 MHz
 
 class SpiReceiver final : public FakeSpi {
@@ -51,7 +50,7 @@ sim::ReceiverOptions onSpi() {
 
 /// A world whose receiver is on SPI; `wire` lives as long as it.
 struct SpiWorld {
-  explicit SpiWorld(const sim::ReceiverOptions& options)
+  explicit SpiWorld(const sim::ReceiverOptions& options = onSpi())
       : world(
             [&](World& made) {
               auto device = std::make_unique<SpiReceiver>(made.time, options);
@@ -61,10 +60,6 @@ struct SpiWorld {
               return input;
             },
             {.hwversion = "n2", .device = std::string(gpspub::SPI::DEVICE)}) {}
-
-  void at(double seconds, const std::function<void()>& action) {
-    world.time.at(static_cast<int64_t>(seconds * S), action);
-  }
   SpiReceiver* wire = nullptr;
   World world;
 };
@@ -91,10 +86,10 @@ TEST(Spi, TheSequenceRunsToItsEndWithAndWithoutTheLine) {
     bool initialised = false;
     LogCapture log("ERROR");
     for (const double s : {10.0, 12.0, 30.0}) {  // so short that nothing is opened again
-      spi.at(s + 0.03, [&] { spi.wire->transfer_error = EIO; });
-      spi.at(s + 0.2, [&] { spi.wire->transfer_error = 0; });
+      spi.world.at(s + 0.03, [&] { spi.wire->transfer_error = EIO; });
+      spi.world.at(s + 0.2, [&] { spi.wire->transfer_error = 0; });
     }
-    spi.at(449, [&] { initialised = spi.world.service->ubloxConfig().isInitialised(); });
+    spi.world.at(449, [&] { initialised = spi.world.service->ubloxConfig().isInitialised(); });
     const auto published = spi.world.run(450);
     EXPECT_EQ(occurrences(log.take(), "read error"), 2U);  // told again after ten good seconds
     EXPECT_TRUE(initialised);
@@ -108,7 +103,7 @@ TEST(Spi, TheSequenceRunsToItsEndWithAndWithoutTheLine) {
 
 TEST(Spi, TheLineIsUsedOnceItWasSeenIdleAndEveryReadingWorked) {
   for (const std::string readings : {"0000000000", "0000000001", "1111?11111", "1111111111"}) {
-    SpiWorld spi(onSpi());
+    SpiWorld spi;
     spi.wire->readings = readings;
     spi.world.run(5);  // the answer to the first port poll
     const bool works = readings.find('?') == std::string::npos && readings.find('1') != std::string::npos;
@@ -145,14 +140,14 @@ TEST(Spi, FaultsAreToldOnceAndEnd) {
        "read error from /dev/spidev2.0 errno = 5"}};
   for (const auto& fault : faults) {
     SCOPED_TRACE(fault.what);
-    SpiWorld spi(onSpi());
+    SpiWorld spi;
     LogCapture log;
     if (fault.begin_s == 0) fault.begin(*spi.wire);
-    spi.at(fault.begin_s, [&] {
+    spi.world.at(fault.begin_s, [&] {
       fault.begin(*spi.wire);
       spi.wire->transfers.clear();
     });
-    spi.at(END_S, [&] {
+    spi.world.at(END_S, [&] {
       EXPECT_LE(spi.wire->transfers.size(), 110 * (END_S - fault.begin_s));
       mend(*spi.wire);
     });
