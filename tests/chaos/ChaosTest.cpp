@@ -118,7 +118,10 @@ class Chaos : public World {
     EXPECT_TRUE(service->running()) << fault.name << "\n" << log();
     const int64_t end_ns = now();
     recovers(fault.name, end_ns, fault.promise_ms * MS + fault.grows * (end_ns - begin_ns));
-    check_resources(fault.name);
+    EXPECT_TRUE(test::eventually([&] { return handles() == m_handles; }, 2000))
+        << fault.name << ": descriptors, threads " << testing::PrintToString(handles()) << ", at the start "
+        << testing::PrintToString(m_handles);
+    EXPECT_LE(resident_kib(), m_resident_kib + GROWTH_KIB) << fault.name;
     if (fault.output == Output::VALID) {
       EXPECT_FALSE(came(begin_ns, test::NOTHING_KNOWN)) << fault.name << "\n" << log();
     }
@@ -133,13 +136,6 @@ class Chaos : public World {
   }
   [[nodiscard]] bool came(int64_t since_ns, int status) const {
     return bus->count_since(since_ns, status) > 0;
-  }
-
-  void check_resources(const char* name) {
-    EXPECT_TRUE(test::eventually([&] { return handles() == m_handles; }, 2000))
-        << name << ": descriptors, threads " << testing::PrintToString(handles()) << ", at the start "
-        << testing::PrintToString(m_handles);
-    EXPECT_LE(resident_kib(), m_resident_kib + GROWTH_KIB) << name;
   }
 
   /// Each valid fix is of a new epoch and was sent while that was the present one.

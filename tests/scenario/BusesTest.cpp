@@ -1,9 +1,7 @@
 // The vehicle's buses: what goes out with each fix, and a unit that lives on what comes in.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <chrono>
 #include <map>
 #include <thread>
 
@@ -32,9 +30,7 @@ std::string busTraffic(const World& world) {
   int64_t position_ns = 0;
   std::string module_error;
   for (const auto& record : world.bus->records()) {
-    if (record.topic == topic::MODULE_ERROR) {
-      EXPECT_EQ(valueOf(record.message), module_error) << traffic;
-    }
+    if (record.topic == topic::MODULE_ERROR && valueOf(record.message) != module_error) traffic += " wrong";
     if (const auto name = names.find(record.topic); name != names.end())
       traffic += name->second + (record.steady_ns == position_ns ? "" : " late");
     if (traffic.ends_with(groups)) traffic.replace(traffic.size() - groups.size(), groups.size(), "*");
@@ -245,11 +241,12 @@ TEST(Buses, TimeZoneGoesOutWithTheNextFix) {
     const auto dates = world.sentOn(on_can ? topic::TD_TX : topic::SYSTIME_TD);
     const auto p2c1 = world.sentOn(topic::P2C1_TX);
     ASSERT_EQ(dates.size(), std::size(rows) + 1);
-    ASSERT_EQ(p2c1.size(), on_can ? dates.size() : 0);
-    for (size_t i = 1; i < dates.size(); ++i) {
-      EXPECT_EQ(dates[i].substr(1), bytes("23 0C 03 5C 29 " + rows[i - 1].offsets));
-      EXPECT_EQ(on_can ? p2c1[i].substr(2, 1) : bytes(rows[i - 1].summer_byte),
-                bytes(rows[i - 1].summer_byte));
+    for (size_t i = 1; const auto& row : rows) {
+      EXPECT_EQ(dates[i].substr(1), bytes("23 0C 03 5C 29 " + row.offsets));
+      if (on_can) {
+        EXPECT_EQ(p2c1.at(i).substr(2, 1), bytes(row.summer_byte));
+      }
+      ++i;
     }
   }
 }
@@ -380,12 +377,9 @@ TEST(CanInput, FastFramesArePublishedWithTheirDateTheLastOneAlways) {
       },
       10'000));
   int64_t previous_us = world.published().back().at_us;
-  for (const auto& [frames, gap_us] : {std::pair(1000, 0), std::pair(1000, 500), std::pair(20'000, 0)}) {
+  for (const int frames : {1000, 20'000}) {
     world.bus->clear_records();
-    for (int i = 0; i < frames; ++i) {
-      inject_next();
-      if (gap_us > 0) std::this_thread::sleep_for(std::chrono::microseconds(gap_us));
-    }
+    for (int i = 0; i < frames; ++i) inject_next();
     EXPECT_TRUE(eventually(is_last_published, 10'000)) << frames << " frames";
     for (const auto& [at_us, data] : world.published()) {
       EXPECT_TRUE(data.has_utc_time_us() || at_us - previous_us > SHORTEST_TIME_OUT_US)

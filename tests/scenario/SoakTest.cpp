@@ -2,7 +2,6 @@
 // nothing else has; whatever the calendar, the clocks and the tunnels on the way do.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <utility>

@@ -1,7 +1,6 @@
 // What the service manager hears of the run loop.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>

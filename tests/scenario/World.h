@@ -148,10 +148,7 @@ class ScenarioTerminal final : public ecu::koru::gpspub::ITerminalDevice {
 
   int open(const std::string& /*path*/) override {
     m_state.opens_us.push_back(m_time.now_us());
-    if (m_state.missing) {
-      errno = ENOENT;
-      return -1;
-    }
+    if (m_state.missing) return errno = ENOENT, -1;
     m_source.advance_to(m_time.now_us());
     m_source.set_open(true);
     return FD;
@@ -218,9 +215,7 @@ class ResetLine {
   [[nodiscard]] std::string root() const { return m_folder.path().string(); }
   /// Falling and rising edges since the start: "0" and "1", each written with its NUL.
   [[nodiscard]] int pulses() {
-    char chunk[64];
-    for (ssize_t n = 0; (n = ::read(m_fd, chunk, sizeof chunk)) > 0;)
-      m_written.append(chunk, static_cast<size_t>(n));
+    for (char byte = 0; ::read(m_fd, &byte, 1) == 1;) m_written += byte;
     const std::string pulse("0\0001\0", 4);
     const size_t count = occurrences(m_written, pulse);
     return count * pulse.size() == m_written.size() ? static_cast<int>(count) : -1;
