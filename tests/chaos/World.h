@@ -96,7 +96,7 @@ class Bus {
 /// service among them. Each fault is a pair of functions, its beginning and its end.
 class World : public SatnavdTest {
  public:
-  World() : SatnavdTest({"max_queued_messages 1000"}) {}
+  World() { broker.configure({"max_queued_messages 1000"}); }
 
   /// With `control` the service configures and supervises the receiver.
   void switch_on(bool control) {
