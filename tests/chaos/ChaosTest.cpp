@@ -43,6 +43,8 @@ const std::vector<Fault> ROAD_FAULTS = {
     {"corrupt line", &World::bad_line, &World::plug_in, 1000, 6000, 6000},
     {"flood of garbage", &World::flood, &World::plug_in, 1000, 5000, 7000, 0, Output::STATUS_1},
     {"hostile bytes", &World::hostile_bytes, &World::calm_down, 1000, 4000, 8000},
+    {"flood on every topic", &World::flood_topics, &World::stop_flood, 4100, 6000, 3000, 0, Output::VALID},
+    {"log daemon stops reading", &World::stop_log, &World::resume_log, 4100, 6000, 2000, 0, Output::VALID},
     {"clock stepped", &World::step_clock, &World::nothing, 0, 1000, 2000, 0, Output::VALID},
     {"GNSS switched off", &World::gnss_off, &World::gnss_on, 4100, 8000, 8000, 0, Output::NONE},
 };
@@ -78,10 +80,6 @@ class Chaos : public World {
  private:
   static int64_t now() { return test::clock_ns(CLOCK_BOOTTIME); }
   static void rest(int64_t ns) { std::this_thread::sleep_for(std::chrono::nanoseconds(ns)); }
-  std::string log() {
-    const std::string text = service->err();
-    return text.substr(text.size() - std::min<size_t>(text.size(), 5000));
-  }
   void start() {
     start_service();
     recovers("start", now(), m_start_ns);

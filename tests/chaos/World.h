@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <fstream>
 #include <mutex>
@@ -12,6 +13,7 @@
 #include <thread>
 
 #include "proto/nvxproto.pb.h"
+#include "support/LogDaemon.h"
 #include "system/SatnavdTest.h"
 
 namespace test::chaos {
@@ -110,17 +112,22 @@ class World : public SatnavdTest {
     plug_in();
   }
   void start_service() {
-    service =
-        satnavd("set_system_time = true\nclient_name = satnavd\ndisable_hw_init = " +
-                    std::string(m_control ? "false\n" : "true\n"),
-                {},
-                {"env", "LD_PRELOAD=" GPIO_PRELOAD ":" CLOCK_PRELOAD, "SATNAVD_TEST_GPIO=" + folder / "",
-                 "SATNAVD_TEST_CLOCK=" + m_clock, "ASAN_OPTIONS=verify_asan_link_order=0"});
+    service = satnavd(
+        "logmode = SYSLOG\nset_system_time = true\nclient_name = satnavd\ndisable_hw_init = " +
+            std::string(m_control ? "false\n" : "true\n"),
+        {},
+        {"env", "LD_PRELOAD=" PRELOAD, "SATNAVD_TEST_GPIO=" + folder / "", "SATNAVD_TEST_CLOCK=" + m_clock,
+         "SATNAVD_TEST_LOG=" + m_log, "ASAN_OPTIONS=verify_asan_link_order=0"});
   }
   /// The exit status of a stop by SIGTERM; nothing when it takes more than two seconds.
   std::optional<int> stop_service() {
     service->signal(SIGTERM);
     return service->wait_for_exit(2000);
+  }
+  /// The newest records that the log daemon has read.
+  [[nodiscard]] std::string log() const {
+    const std::lock_guard lock(m_records_mutex);
+    return m_records.substr(m_records.size() - std::min<size_t>(m_records.size(), 5000));
   }
   /// Of the service: descriptors, threads.
   [[nodiscard]] std::pair<long, long> handles() const {
@@ -192,6 +199,19 @@ class World : public SatnavdTest {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     });
   }
+  void flood_topics() {
+    meanwhile([this] {
+      for (const auto& topic : SUBSCRIBED) bus->publish(topic, "malformed");
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    });
+  }
+  void stop_flood() { m_meanwhile = {}; }
+  void stop_log() {
+    m_log_reads = false;
+    for (int i = 0; i < 100; ++i)
+      for (const auto& topic : SUBSCRIBED) bus->publish(topic, "malformed");
+  }
+  void resume_log() { m_log_reads = true; }
   /// What hostile bytes have switched is switched back.
   void calm_down() {
     m_meanwhile = {};
@@ -258,8 +278,23 @@ class World : public SatnavdTest {
     });
   }
 
+  void read_log(const std::stop_token& stop) {
+    const LogDaemon daemon(m_log, SOCK_DGRAM);
+    while (!stop.stop_requested()) {
+      const std::string record = m_log_reads ? daemon.received() : "";
+      if (record.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      const std::lock_guard lock(m_records_mutex);
+      if (!record.empty()) m_records += record + "\n";
+    }
+  }
+
   bool m_control = false;
   const std::string m_clock = folder / "clock";
+  const std::string m_log = folder / "log";
+  std::atomic<bool> m_log_reads = true;
+  mutable std::mutex m_records_mutex;
+  std::string m_records;
+  std::jthread m_log_daemon{[this](const std::stop_token& stop) { read_log(stop); }};
   std::unique_ptr<MuteBroker> m_mute;
   std::unique_ptr<Process> m_unit;
   std::unique_ptr<Process> m_receiver;
