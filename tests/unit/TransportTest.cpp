@@ -308,6 +308,7 @@ TEST(TransportOutbox, AcceptsNothingBehindOldMessages) {
     outbox.set_blocked(blocked);
     return outbox.accepts(start + last) && !outbox.accepts(start + last + 1ms);
   };
+  EXPECT_TRUE(outbox.empty());
   for (int i = 0; i < 255; ++i) outbox.taken(i, start + i * 1ms);
   EXPECT_TRUE(accepts_until(true, 50ms));
   EXPECT_TRUE(accepts_until(false, 1000ms));
@@ -322,6 +323,7 @@ TEST(TransportOutbox, AcceptsNothingBehindOldMessages) {
 TEST_F(Transport, DropsFixesWhileTheBrokerTakesNone) {
   const auto observer = std::make_shared<Recorder>();
   EXPECT_TRUE(client->subscribe("end", observer, 0));
+  test::LogCapture capture("INFO");
   broker.freeze();
   const auto fix = text_message(std::string(200000, 'x'));
   EXPECT_TRUE(test::eventually([&] { return client->publish("fix", fix) < 0; }, 400));
@@ -333,6 +335,9 @@ TEST_F(Transport, DropsFixesWhileTheBrokerTakesNone) {
   broker.thaw();
   EXPECT_TRUE(test::eventually([&] { return client->publish("end", text_message("1")) == 0; }, 5000));
   EXPECT_TRUE(observer->got("end=1"));
+  const std::string log = capture.take();
+  EXPECT_EQ(records(log, "WARNING", "The broker takes no more messages"), 1U) << log;
+  EXPECT_EQ(records(log, "NOTICE", "The broker takes messages again"), 1U) << log;
 }
 
 TEST_F(Transport, SendsAgainWhatWasNotWrittenWhenTheConnectionDied) {
