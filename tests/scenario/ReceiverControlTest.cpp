@@ -222,7 +222,9 @@ TEST(ReceiverControl, AResetLineThatIsNotSetUpIsSetUpFirst) {
     std::filesystem::create_directory(line);
     for (const auto& path : {root / "export", line / "direction", line / "edge"}) std::ofstream{path};
     if (row.has_line_121) std::ofstream{line / "value"};
+    LogCapture log;
     scene.run(250);
+    EXPECT_THAT(log.take(), Not(HasSubstr("Error writing")));
     EXPECT_EQ(text_of(root / "export") + ' ' + text_of(line / "direction") + ' ' + text_of(line / "edge"),
               row.set_up);
     EXPECT_EQ(text_of(line / "value"), row.line_121);

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "nmea/GnssUtils.h"
+#include "nmea/HexDump.h"
 #include "nmea/NmeaFields.h"
 #include "support/Frames.h"
 
@@ -65,4 +66,11 @@ TEST(NmeaUtilsTest, NumbersAreThoseOfStrtod) {
                 (std::isnan(number) && std::isnan(expected)))
         << '"' << text << "\" " << number << ' ' << expected;
   }
+}
+
+TEST(NmeaUtilsTest, HexDumpsHaveGroupsAndLines) {
+  const std::string text = "\x01\xAB\x7F\x10\xC0";
+  const auto* data = bytes(text);
+  EXPECT_EQ(hexDumpMessage(data, 5, 4, 2, true), "01 AB   7F 10   \nC0 ");
+  EXPECT_EQ(hexDumpMessage(data, 5, 0, 0, false), "01AB7F10C0");
 }
