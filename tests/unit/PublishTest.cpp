@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <tuple>
 
 #include "nmea/GnssInfo.h"
 #include "nmea/GnssUtils.h"
@@ -27,49 +28,31 @@ constexpr std::tm NOON{1, 35, 12, 23, 2, 126, 0, 0, 0, 0, nullptr};  // 12:35:01
 constexpr std::tm LAST_OF_2050{59, 59, 23, 31, 11, 150, 0, 0, 0, 0, nullptr};
 constexpr std::tm FAR_AWAY{1, 35, 12, 23, 2, 400, 0, 0, 0, 0, nullptr};
 
-struct Values {
-  double latitude, longitude;  // as NMEA writes them
-  int nav_mode, quality, satellites;
-  double speed, course, altitude, error, hdop, vdop, pdop;
-  uint8_t summer_time;
-  int hour_offset, minute_offset;
-  std::tm utc = NOON;
-  uint8_t receiver_flag = 1;
-};
-
-GnssInfo fixOf(const Values& values) {
+/// A fix with these values; position as NMEA writes it.
+template <typename... Values>
+GnssInfo fixOf(const std::tm& utc, Values... values) {
   GnssInfo info;
+  std::tie(info.m_latitude, info.m_longitude, info.m_nav_mode, info.m_quality_indicator,
+           info.m_num_satellites, info.m_speed, info.m_course, info.m_altitude, info.m_position_error,
+           info.m_hdop, info.m_vdop, info.m_pdop, info.m_summer_time, info.m_local_hour_offset,
+           info.m_local_minute_offset) = std::tuple(values...);
   info.m_status = STATUS_VALID;
-  info.m_latitude = values.latitude;
-  info.m_longitude = values.longitude;
-  info.m_nav_mode = values.nav_mode;
-  info.m_quality_indicator = values.quality;
-  info.m_num_satellites = values.satellites;
-  info.m_speed = values.speed;
-  info.m_course = values.course;
-  info.m_altitude = values.altitude;
-  info.m_position_error = values.error;
-  info.m_hdop = values.hdop;
-  info.m_vdop = values.vdop;
-  info.m_pdop = values.pdop;
-  info.m_summer_time = values.summer_time;
-  info.m_utc_tm = values.utc;
-  info.m_local_hour_offset = values.hour_offset;
-  info.m_local_minute_offset = values.minute_offset;
+  info.m_utc_tm = utc;
   info.m_frame_time = 0x0102030405060708;
-  info.m_receiver_flag = values.receiver_flag;
+  info.m_receiver_flag = 1;
   return info;
 }
 
 GnssInfo ordinaryFix(const std::tm& utc = NOON, uint8_t receiver_flag = 1) {
-  return fixOf(
-      {4807.038, 1131.0, 3, 1, 9, 41.4848, 84.4, 545.4, 3.1, 1.18, 1.54, 1.94, 0, 1, 0, utc, receiver_flag});
+  GnssInfo info = fixOf(utc, 4807.038, 1131.0, 3, 1, 9, 41.4848, 84.4, 545.4, 3.1, 1.18, 1.54, 1.94, 0, 1, 0);
+  info.m_receiver_flag = receiver_flag;
+  return info;
 }
 
 /// Beyond the highest valid raw values.
 GnssInfo excessiveFix() {
-  return fixOf({-0.0, INFINITE, 4, 5, 251, 251, -1, 5532, 1e300, 99.9, 99.9, 25.1, SUMMER_TIME_NOT_AVAILABLE,
-                OFFSET_NOT_AVAILABLE, 30, FAR_AWAY});
+  return fixOf(FAR_AWAY, -0.0, INFINITE, 4, 5, 251, 251.0, -1.0, 5532.0, 1e300, 99.9, 99.9, 25.1,
+               SUMMER_TIME_NOT_AVAILABLE, OFFSET_NOT_AVAILABLE, 30);
 }
 
 }  // namespace
@@ -83,9 +66,9 @@ TEST(PublishCan, GoldenFrames) {
   constexpr const char* STAMP = "08 07 06 05 04 03 02 01";
   // The lowest value of each signal that a fix can have, in the far west, and the highest valid raw values.
   const GnssInfo lowest =
-      fixOf({-9000.0, -18000.0, 1, 0, 0, -0.0, -0.0, -2500, 0, 0, 0, 0, 0, -12, -30, LAST_OF_2050});
-  const GnssInfo highest = fixOf(
-      {9000.0, 18000.0, 2, 6, 250, 64255.0 / 256, 359.99, 5531.875, 125, 25.04, 25.04, 25.04, 1, 14, 45});
+      fixOf(LAST_OF_2050, -9000.0, -18000.0, 1, 0, 0, -0.0, -0.0, -2500, 0, 0, 0, 0, 0, -12, -30);
+  const GnssInfo highest = fixOf(NOON, 9000.0, 18000.0, 2, 6, 250, 64255.0 / 256, 359.99, 5531.875, 125,
+                                 25.04, 25.04, 25.04, 1, 14, 45);
   struct {
     const char* what;
     GnssInfo fix;
