@@ -20,8 +20,7 @@
 
 using namespace ecu::koru;
 using namespace ecu::koru::gpspub;
-using testing::ElementsAre;
-using testing::HasSubstr;
+using namespace testing;
 
 namespace {
 

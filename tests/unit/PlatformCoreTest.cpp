@@ -12,8 +12,7 @@
 
 using namespace ecu::koru;
 using namespace std::string_literals;
-using testing::EndsWith;
-using testing::HasSubstr;
+using namespace testing;
 
 namespace {
 

@@ -15,8 +15,7 @@
 
 using namespace ecu::koru;
 using namespace ecu::koru::rt;
-using testing::ElementsAre;
-using testing::HasSubstr;
+using namespace testing;
 
 namespace {
 
@@ -101,7 +100,7 @@ TEST(SignalsTest, EveryBitStandsInItsPlace) {
   }
   OneSignal twelve(6, 12);
   for (const Bytes& no : {Bytes{}, Bytes{1}, Bytes{0, 0x10}, Bytes{0xFF, 0x1F}, Bytes{0, 0, 0}})
-    EXPECT_FALSE(twelve.group.set_signal_data("s", no)) << testing::PrintToString(no);
+    EXPECT_FALSE(twelve.group.set_signal_data("s", no)) << PrintToString(no);
 }
 
 TEST(SignalsTest, RawValuesSayWhetherTheyAreValues) {

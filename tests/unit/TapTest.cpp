@@ -6,10 +6,8 @@
 #include "tools/tap/Lines.h"
 
 using namespace ecu::koru;
-using testing::HasSubstr;
 
-// Nothing that came from outside may reach the terminal as a control character, or pass for a line of its
-// own.
+// Nothing from outside may reach the terminal as a control character, or pass for a line of its own.
 TEST(TapTest, CannotBeMadeToForgeALine) {
   const struct {
     std::string_view topic;
@@ -23,7 +21,7 @@ TEST(TapTest, CannotBeMadeToForgeALine) {
     body.set_value(row.value);
     const auto message = com::PbInternalMessageAdapter<pb::RtSignal>(1).serialize(body).message;
     const std::string line = tap::human_line({.topic = row.topic, .payload = message.payload}, true);
-    EXPECT_THAT(line, HasSubstr(row.shown));
+    EXPECT_THAT(line, testing::HasSubstr(row.shown));
     EXPECT_EQ(line.find('\n'), line.size() - 1);
     EXPECT_EQ(line.find('\x1B'), std::string::npos);
   }
