@@ -2,9 +2,8 @@
 //   SATNAVD_TEST_GPIO   a folder for the files below /sys/class/gpio; each keeps all that was written to it
 //   SATNAVD_TEST_SPI    the simulated receiver behind the SPI device, at this rate in Hz
 //   SATNAVD_TEST_LOG    the socket of a log daemon
-//   SATNAVD_TEST_CLOCK  a file that begins with the microseconds by which the system's clock is shifted; to
-//   set
-//                       the clock becomes such a shift, the machine's own is never touched
+//   SATNAVD_TEST_CLOCK  a file that begins with the microseconds by which the system's clock is shifted;
+//                       setting the clock changes them, the machine's own is never touched
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -41,10 +40,6 @@ std::string setting(const char* name) {
   return text != nullptr ? text : "";
 }
 
-int64_t in_us(const timespec& time) {
-  return int64_t{time.tv_sec} * 1'000'000 + time.tv_nsec / 1000;
-}
-
 int real_clock(clockid_t id, timespec* now) {
   static auto* const real = next<decltype(clock_gettime)>("clock_gettime");
   return real(id, now);
@@ -53,7 +48,7 @@ int real_clock(clockid_t id, timespec* now) {
 int64_t real_us(clockid_t id) {
   timespec now{};
   real_clock(id, &now);
-  return in_us(now);
+  return int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
 }
 
 using Shift = std::atomic<int64_t>;
@@ -134,7 +129,7 @@ int connect(int descriptor, const sockaddr* address, socklen_t length) {
 int clock_gettime(clockid_t id, timespec* now) {
   const int result = real_clock(id, now);
   if (result != 0 || (id != CLOCK_REALTIME && id != CLOCK_REALTIME_COARSE)) return result;
-  const int64_t us = in_us(*now) + shift();
+  const int64_t us = real_us(id) + shift();
   now->tv_sec = us / 1'000'000;
   now->tv_nsec = static_cast<long>(us % 1'000'000 * 1000);
   return 0;
