@@ -1,7 +1,5 @@
 // The real service for a long time among everything that can go wrong around it: a seeded schedule of faults,
-// after each of which it must publish valid fixes again within the time that is promised, with nothing
-// leaked.
-//
+// after each of which it must publish valid fixes again in time, with nothing leaked.
 // SATNAVD_CHAOS_SECONDS: how long (20); SATNAVD_CHAOS_SEED: which schedule (1).
 
 #include <cstdio>
@@ -11,10 +9,9 @@
 
 namespace {
 
-using test::chaos::MS;
-using test::chaos::World;
+using namespace test;
+using namespace test::chaos;
 
-constexpr int64_t S = 1000 * MS;
 constexpr long GROWTH_KIB = 3L * 1024;
 
 /// What comes out while a fault lasts, once it has taken effect.
@@ -60,11 +57,10 @@ const std::vector<Fault> CONTROL_FAULTS = {
 
 class Chaos : public World {
  public:
-  /// `calm_ms` is the longest time between two faults; `age_ns` is how old an epoch's UTC may be when its fix
-  /// is sent.
+  /// `calm_ms`: the longest time between two faults; `age_ns`: how old an epoch may be when its fix is sent.
   void run(bool control, std::vector<Fault> faults, int64_t start_ns, int calm_ms, int64_t age_ns) {
     m_start_ns = start_ns;
-    const int64_t end_ns = now() + test::chaos::setting("SATNAVD_CHAOS_SECONDS", 20) * S;
+    const int64_t end_ns = now() + setting("SATNAVD_CHAOS_SECONDS", 20) * S;
     switch_on(control);
     start();
     EXPECT_LT(std::abs(clock_shift_us()), 2'000'000) << "the clock was not set from the receiver";
@@ -78,7 +74,7 @@ class Chaos : public World {
   }
 
  private:
-  static int64_t now() { return test::clock_ns(CLOCK_BOOTTIME); }
+  static int64_t now() { return clock_ns(CLOCK_BOOTTIME); }
   static void rest(int64_t ns) { std::this_thread::sleep_for(std::chrono::nanoseconds(ns)); }
   void start() {
     start_service();
@@ -90,8 +86,8 @@ class Chaos : public World {
 
   /// Two valid fixes that were sent from now on.
   void recovers(const std::string& what, int64_t since_ns, int64_t promise_ns) {
-    const bool in_time = test::eventually([&] { return bus->count_since(since_ns, test::VALID) >= 2; },
-                                          static_cast<int>(promise_ns / MS));
+    const bool in_time =
+        eventually([&] { return bus->count_since(since_ns, VALID) >= 2; }, static_cast<int>(promise_ns / MS));
     std::printf("%-34s  valid again after %6lld ms, promised %6lld\n", what.c_str(),
                 static_cast<long long>((now() - since_ns) / MS), static_cast<long long>(promise_ns / MS));
     static_cast<void>(std::fflush(stdout));
@@ -116,12 +112,12 @@ class Chaos : public World {
     EXPECT_TRUE(service->running()) << fault.name << "\n" << log();
     const int64_t end_ns = now();
     recovers(fault.name, end_ns, fault.promise_ms * MS + fault.grows * (end_ns - begin_ns));
-    EXPECT_TRUE(test::eventually([&] { return handles() == m_handles; }, 2000))
+    EXPECT_TRUE(eventually([&] { return handles() == m_handles; }, 2000))
         << fault.name << ": descriptors, threads " << testing::PrintToString(handles()) << ", at the start "
         << testing::PrintToString(m_handles);
     EXPECT_LE(resident_kib(), m_resident_kib + GROWTH_KIB) << fault.name;
     if (fault.output == Output::VALID) {
-      EXPECT_FALSE(came(begin_ns, test::NOTHING_KNOWN)) << fault.name << "\n" << log();
+      EXPECT_FALSE(came(begin_ns, NOTHING_KNOWN)) << fault.name << "\n" << log();
     }
     if (fault.grows > 0) m_connected_ns = now();
   }
@@ -129,8 +125,8 @@ class Chaos : public World {
   void expect_output(const Fault& fault, int64_t begin_ns) {
     if (fault.output == Output::ANY || now() < begin_ns + JUDGED_NS) return;
     SCOPED_TRACE(std::string(fault.name) + "\n" + log());
-    EXPECT_EQ(came(begin_ns + EFFECT_NS, test::VALID), fault.output == Output::VALID);
-    EXPECT_EQ(came(begin_ns + EFFECT_NS, test::NOTHING_KNOWN), fault.output == Output::STATUS_1);
+    EXPECT_EQ(came(begin_ns + EFFECT_NS, VALID), fault.output == Output::VALID);
+    EXPECT_EQ(came(begin_ns + EFFECT_NS, NOTHING_KNOWN), fault.output == Output::STATUS_1);
   }
   [[nodiscard]] bool came(int64_t since_ns, int status) const {
     return bus->count_since(since_ns, status) > 0;
@@ -138,10 +134,10 @@ class Chaos : public World {
 
   /// Each valid fix is of a new epoch and was sent while that was the present one.
   void check_fixes(int64_t longest_ns) {
-    const int64_t boot_utc_ns = test::clock_ns(CLOCK_REALTIME) - now();
+    const int64_t boot_utc_ns = clock_ns(CLOCK_REALTIME) - now();
     int64_t before_us = 0, oldest_ns = 0, count = 0;
     for (const auto& fix : bus->fixes()) {
-      if (fix.status != test::VALID) continue;
+      if (fix.status != VALID) continue;
       ++count;
       EXPECT_GT(fix.utc_us, before_us) << "an epoch was sent twice";
       const int64_t age_ns = fix.sent_ns + boot_utc_ns - fix.utc_us * 1000;

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <fcntl.h>
 #include <mosquitto.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <atomic>
@@ -13,15 +11,15 @@
 #include <thread>
 
 #include "proto/nvxproto.pb.h"
-#include "support/LogDaemon.h"
+#include "support/LocalSocket.h"
 #include "system/SatnavdTest.h"
 
 namespace test::chaos {
 
-inline constexpr int64_t MS = 1'000'000;  // ns
+inline constexpr int64_t MS = S / 1000;
 
 /// All that the service listens to, in receiver mode.
-inline const std::vector<std::string> SUBSCRIBED = {
+inline const Words SUBSCRIBED = {
     "rt/system/blackout_mode",    "rt/system/hw_version",       "system/gnss/source",
     "system/gnss/log_config",     "system/time/timezone",       "system/sysparam/0x0000A00F",
     "system/sysparam/0x0000A01F", "system/sysparam/0x0000A020", "system/sysparam/0x0000A021",
@@ -41,7 +39,7 @@ struct Fix {
 
 /// A subscriber and publisher of the chaos run's own: it holds on to its broker whatever happens to that, and
 /// decodes with nothing of the service but the message. Its functions may be called from any thread.
-class Bus {
+class Bus : Unique {
  public:
   explicit Bus(uint16_t port) : m_client(mosquitto_new(nullptr, true, this)) {
     mosquitto_connect_callback_set(m_client, [](mosquitto* client, void*, int code) {
@@ -58,8 +56,6 @@ class Bus {
     mosquitto_loop_stop(m_client, false);
     mosquitto_destroy(m_client);
   }
-  Bus(const Bus&) = delete;
-  Bus& operator=(const Bus&) = delete;
 
   void publish(const std::string& topic, const std::string& payload) {
     mosquitto_publish(m_client, nullptr, topic.c_str(), static_cast<int>(payload.size()), payload.data(), 0,
@@ -108,16 +104,15 @@ class World : public SatnavdTest {
     folder.write("gpio197/value", "");
     folder.write("clock", std::string(sizeof(int64_t), '\0'));
     set_clock_shift_us(1'000'000'000 - clock_ns(CLOCK_REALTIME) / 1000);  // in 1970
-    start_unit();
+    m_unit = start_unit({"--var", "hwversion=zpt"});
     plug_in();
   }
   void start_service() {
-    service = satnavd(
-        "logmode = SYSLOG\nset_system_time = true\nclient_name = satnavd\ndisable_hw_init = " +
-            std::string(m_control ? "false\n" : "true\n"),
-        {},
-        {"env", "LD_PRELOAD=" PRELOAD, "SATNAVD_TEST_GPIO=" + folder / "", "SATNAVD_TEST_CLOCK=" + m_clock,
-         "SATNAVD_TEST_LOG=" + m_log, "ASAN_OPTIONS=verify_asan_link_order=0"});
+    service = satnavd("logmode = SYSLOG\nset_system_time = true\nclient_name = satnavd\ndisable_hw_init = " +
+                          std::string(m_control ? "false\n" : "true\n"),
+                      {},
+                      preloaded({"SATNAVD_TEST_GPIO=" + folder / "", "SATNAVD_TEST_CLOCK=" + m_clock,
+                                 "SATNAVD_TEST_LOG=" + m_log}));
   }
   /// The exit status of a stop by SIGTERM; nothing when it takes more than two seconds.
   std::optional<int> stop_service() {
@@ -159,10 +154,9 @@ class World : public SatnavdTest {
   void start_broker() {
     m_mute.reset();
     ASSERT_TRUE(broker.start());
-    start_unit();
+    m_unit = start_unit({"--var", "hwversion=zpt"});
   }
-  /// Its link must go too: the system gives the terminal's name to the next one who asks, perhaps another
-  /// test.
+  /// Its link must go too: the system gives the terminal's name to the next one who asks.
   void unplug() {
     m_meanwhile = {};
     m_receiver.reset();
@@ -181,11 +175,9 @@ class World : public SatnavdTest {
   /// The device is a terminal that gives random bytes as fast as they are taken.
   void flood() {
     unplug();
-    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
-    ASSERT_EQ(grantpt(master) + unlockpt(master), 0);
-    std::filesystem::create_symlink(ptsname(master), device);
-    const std::shared_ptr<FILE> terminal(fdopen(master, "r+"), fclose);
-    meanwhile([master, terminal, noise = std::mt19937(random())]() mutable {
+    const int master = terminal(device, O_NONBLOCK);
+    const std::shared_ptr<FILE> closed_at_the_end(fdopen(master, "r+"), fclose);
+    meanwhile([master, closed_at_the_end, noise = std::mt19937(random())]() mutable {
       char block[512];
       for (char& byte : block) byte = static_cast<char>(noise() & 0xFF);
       if (write(master, block, sizeof block) > 0) return;
@@ -194,29 +186,22 @@ class World : public SatnavdTest {
     });
   }
   void hostile_bytes() {
-    meanwhile([this] {
-      for (const auto& topic : SUBSCRIBED) bus->publish(topic, any_payload());
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    });
+    meanwhile([this] { publish_on_all([this] { return any_payload(); }, 5); });
   }
   void flood_topics() {
-    meanwhile([this] {
-      for (const auto& topic : SUBSCRIBED) bus->publish(topic, "malformed");
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    });
+    meanwhile([this] { publish_on_all([] { return "malformed"; }, 1); });
   }
   void stop_flood() { m_meanwhile = {}; }
   void stop_log() {
     m_log_reads = false;
-    for (int i = 0; i < 100; ++i)
-      for (const auto& topic : SUBSCRIBED) bus->publish(topic, "malformed");
+    for (int i = 0; i < 100; ++i) publish_on_all([] { return "malformed"; }, 0);
   }
   void resume_log() { m_log_reads = true; }
   /// What hostile bytes have switched is switched back.
   void calm_down() {
     m_meanwhile = {};
     bus->publish("system/gnss/log_config", std::string(3'000'000, 'x'));
-    start_unit();
+    m_unit = start_unit({"--var", "hwversion=zpt"});
     for (const char* parameter : {"A01F 01", "A020 01", "A021 00", "A022 00", "A060 01"})
       m_unit->write_stdin(std::string("param 0x") + parameter + "\n");
     m_unit->write_stdin("log-config 00000000\n");
@@ -224,10 +209,9 @@ class World : public SatnavdTest {
     gnss_on();
   }
   void step_clock() {
-    constexpr int64_t S = 1'000'000;
-    constexpr int64_t DAY = 86400 * S;
-    const int64_t steps[] = {-3600 * S, 10 * S, 365 * DAY, -DAY, 7300 * DAY, 0};
-    set_clock_shift_us(steps[any(0, 5)]);
+    constexpr int64_t DAY_S = 86400;
+    const int64_t steps_s[] = {-3600, 10, 365 * DAY_S, -DAY_S, 7300 * DAY_S, 0};
+    set_clock_shift_us(steps_s[any(0, 5)] * 1'000'000);
   }
   void gnss_off() { m_unit->write_stdin("param 0xA00F 00\n"); }
   void gnss_on() { m_unit->write_stdin("param 0xA00F 01\n"); }
@@ -250,15 +234,15 @@ class World : public SatnavdTest {
     std::fstream file(m_clock, std::ios::in | std::ios::out | std::ios::binary);  // as it is mapped
     file.write(reinterpret_cast<const char*>(&shift), sizeof shift);
   }
-  void start_receiver(std::vector<std::string> options) {
+  void start_receiver(Words options) {
     unplug();
     options.insert(options.end(), {"--rate", m_control ? "1" : "4"});
     m_receiver = receiver(options);
   }
-  void start_unit() {
-    m_unit = std::make_unique<Process>(std::vector<std::string>{
-        program("ecu-sim"), "--keep", "--var", "hwversion=zpt", "--port", std::to_string(broker.port())});
-    ASSERT_TRUE(m_unit->wait_for_output("messages published", PATIENCE_MS)) << m_unit->err();
+  template <typename Payload>
+  void publish_on_all(Payload payload, int pause_ms) {
+    for (const auto& topic : SUBSCRIBED) bus->publish(topic, payload());
+    std::this_thread::sleep_for(std::chrono::milliseconds(pause_ms));
   }
   /// Plain noise, or a header before it that is right but for, perhaps, the length of the body.
   [[nodiscard]] std::string any_payload() {
@@ -279,7 +263,7 @@ class World : public SatnavdTest {
   }
 
   void read_log(const std::stop_token& stop) {
-    const LogDaemon daemon(m_log, SOCK_DGRAM);
+    const LocalSocket daemon(m_log);
     while (!stop.stop_requested()) {
       const std::string record = m_log_reads ? daemon.received() : "";
       if (record.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));

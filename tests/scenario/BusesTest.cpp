@@ -47,7 +47,6 @@ std::string busTraffic(const World& world) {
   return traffic;
 }
 
-/// An epoch of four sentences.
 std::string fix(int second, int hundredths = 0) {
   return epoch(second, "RMC GGA GSA GST", hundredths);
 }
@@ -169,8 +168,7 @@ void peerFix(World& world, double at_s, double second) {
   peerDate(world, at_s, second);
 }
 
-/// What comes of a unit depends on its hardware and on a receiver of its own, which is "true" and nothing
-/// else.
+/// Its messages depend on its hardware and on a receiver of its own, which is "true" and nothing else.
 TEST(Buses, EachUnitTellsWhatItHas) {
   const struct {
     std::string hwversion, hasgnss;
@@ -350,8 +348,7 @@ TEST(CanInput, DateThatCameAsTheBrokerWentIsNotUsedAfterwards) {
   EXPECT_EQ(cadence(world.run(4)), "2700:2/0 3699:2/0");
 }
 
-/// The real threads: the frames come from one, the service runs on another. Each is a second after the one
-/// before, whatever the time between them.
+/// The real threads: the frames come from one, the service runs on another. Each is of the next second.
 TEST(CanInput, FastFramesArePublishedWithTheirDateTheLastOneAlways) {
   constexpr uint64_t MIDNIGHT_US = 1'774'224'000'000'000;  // 23 March 2026
   constexpr int64_t SHORTEST_TIME_OUT_US = 900 * MS;

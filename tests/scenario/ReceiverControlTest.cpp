@@ -1,5 +1,4 @@
-// Receiver control over a scripted receiver: which frames are sent, in which order and when, and what bad
-// answers do.
+// Receiver control over a scripted receiver: which frames are sent when, and what bad answers do.
 
 #include <gmock/gmock.h>
 
@@ -9,7 +8,6 @@
 
 #include "nmea/GnssUtils.h"
 #include "nmea/HexDump.h"
-#include "platform/PbInternalMessageAdapter.h"
 #include "platform/Topics.h"
 #include "scenario/World.h"
 #include "support/LogCapture.h"
@@ -98,7 +96,6 @@ struct Scene final : Script, World {
       add(time.now_us() + 20 * MS, answer->second);
     }
   }
-  /// A frame comes unasked.
   void comes(double s, const std::string& frame) { add(static_cast<int64_t>(s * S), frame); }
   /// The names of what was sent in that time; `once` however often a frame was repeated.
   [[nodiscard]] std::string sent(double from_s = 0, double to_s = 1e6, bool once = false) const {
@@ -249,8 +246,7 @@ TEST(ReceiverControl, ThreeNaksOrFourPeriodsEndACommandAndNoOtherCounts) {
   }
 }
 
-// Whenever the requests come within the four periods of a command, each of the two port polls has its own
-// four.
+// Whenever in a command's four periods the requests come, each of the two port polls has its own four.
 TEST(ReceiverControl, ChangesOfTheConstellationsRestartTheSequenceOnceWithBothPortPolls) {
   for (const double at : {100, 103, 106, 109, 400}) {
     Scene scene;

@@ -17,7 +17,7 @@ namespace {
 
 using namespace ecu::koru;
 using namespace test;
-using testing::ElementsAre;
+using namespace testing;
 
 TEST(RunLoop, TriesMissingDeviceOnceASecondAndUsesItWhenItAppears) {
   Script script;
@@ -59,8 +59,7 @@ void start(World& world, const Values& parameters, uint32_t flags = 1) {
   world.service->readSysparams();
 }
 
-/// What the receiver was told: constellations (GPS 1, GLONASS 2, BeiDou 4, Galileo 8), period, antenna's
-/// flags.
+/// What the receiver was told: constellations (GPS 1, GLONASS 2, BeiDou 4, Galileo 8), period, antenna flags.
 std::string told(const SimulatedReceiver& source) {
   const sim::Settings& settings = source.receiver.settings();
   char text[40];
@@ -69,8 +68,7 @@ std::string told(const SimulatedReceiver& source) {
   return text;
 }
 
-/// A receiver that has just been switched on with the unit talks at its default rate; a simulated one does
-/// not.
+/// A receiver that was switched on with the unit talks at its default rate; a simulated one does not.
 TEST(Parameters, RateOfTheFirstMinutesIsTheDefault) {
   const std::tuple<int64_t, const char*, unsigned> rows[] = {
       {139'999'999'999, "\2", 9600}, {140'000'000'000, "\2", 38400}, {139'999'999'999, "\1", 38400}};
@@ -127,7 +125,7 @@ TEST(Parameters, ChangesReachTheReceiver) {
   world.at(at, [&] { source.receiver.set_antenna(sim::AntennaState::open); });
   LogCapture log("WARNING");
   world.run(at + 10);
-  EXPECT_THAT(log.take(), testing::HasSubstr("to Open circuit\n"));
+  EXPECT_THAT(log.take(), HasSubstr("to Open circuit\n"));
 }
 
 TEST(Parameters, GnssOffIsLookedAtEveryFiveSecondsAndNothingOldComesOut) {

@@ -1,5 +1,4 @@
-// Weeks of driving in virtual time: every second has its fix, with its own time, on MQTT and on CAN, and
-// nothing else has; whatever the calendar, the clocks and the tunnels on the way do.
+// Weeks of driving in virtual time: every second has its fix, with its own time, on MQTT and on CAN.
 
 #include <gmock/gmock.h>
 #include <malloc.h>

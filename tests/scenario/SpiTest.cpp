@@ -6,7 +6,6 @@
 
 #include "scenario/World.h"
 #include "support/FakeSpi.h"
-#include "support/Frames.h"
 #include "support/LogCapture.h"
 
 namespace {

@@ -9,17 +9,15 @@
 #include "platform/ServiceManager.h"
 #include "platform/Topics.h"
 #include "scenario/World.h"
+#include "support/LocalSocket.h"
 #include "support/LogCapture.h"
-#include "support/NotifySocket.h"
 #include "ublox/ReceiverLines.h"
 
 namespace {
 
-using test::MS;
-using test::S;
-using test::World;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace ecu::koru;
+using namespace test;
+using namespace testing;
 
 struct Heard {
   int64_t at_us;
@@ -41,7 +39,7 @@ class Supervision : public testing::Test {
 
   /// Runs the service and writes down every 10 ms, until a time, what has come.
   void run(World& world, double seconds, int64_t until_us) {
-    world.service->setServiceManager(ecu::koru::ServiceManager::from_environment());
+    world.service->setServiceManager(ServiceManager::from_environment());
     for (int64_t at = 0; at <= until_us; at += 10 * MS) world.time.at(at, [&] { drain(world); });
     world.run(seconds);
     drain(world);
@@ -50,11 +48,10 @@ class Supervision : public testing::Test {
     for (auto& text : manager.take()) heard.push_back({world.time.now_us(), std::move(text)});
   }
 
-  test::NotifySocket manager{name()};
+  LocalSocket manager{name()};
   std::vector<Heard> heard;
 };
 
-// Whatever the loop does, it feeds every second.
 TEST_F(Supervision, EveryModeFeedsAndTellsItsStatus) {
   const struct {
     std::string hasgnss, lacks, status;
@@ -66,14 +63,14 @@ TEST_F(Supervision, EveryModeFeedsAndTellsItsStatus) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.status);
     heard.clear();
-    test::Script script;
-    for (int second = 2; second <= 6; ++second) script.add(second * S, test::epoch(second));
-    script.add(7 * S, test::nmea("GNRMC,123507.00,V,,,,,,,230326,,,N") + test::epoch(7, "GGA GSA GST"));
+    Script script;
+    for (int second = 2; second <= 6; ++second) script.add(second * S, epoch(second));
+    script.add(7 * S, nmea("GNRMC,123507.00,V,,,,,,,230326,,,N") + epoch(7, "GGA GSA GST"));
     World world(script, {.hasgnss = row.hasgnss});
     world.terminal.missing = row.lacks == "device";
     world.bus->set_connected(row.lacks != "broker");
     world.service->enableMqttSystemSelection();
-    if (row.lacks == "switch") world.inject(ecu::koru::topic::PARAMETER_GNSS_ON, std::string(1, '\0'));
+    if (row.lacks == "switch") world.inject(topic::PARAMETER_GNSS_ON, std::string(1, '\0'));
     run(world, 12, 12 * S);
     EXPECT_EQ(heard.front().text, "READY=1");
     EXPECT_EQ(heard.back().text, "STOPPING=1");
@@ -84,7 +81,7 @@ TEST_F(Supervision, EveryModeFeedsAndTellsItsStatus) {
       if (text.starts_with("STATUS=")) status += (status.empty() ? "" : ", ") + text.substr(7);
     }
     EXPECT_EQ(status, row.status);
-    ASSERT_THAT(fed_us.size(), testing::AllOf(testing::Ge(5), testing::Le(13)));
+    ASSERT_THAT(fed_us.size(), AllOf(Ge(5), Le(13)));
     for (size_t i = 1; i < fed_us.size(); ++i) {
       EXPECT_GE(fed_us[i] - fed_us[i - 1], 990 * MS);
       EXPECT_LE(fed_us[i] - fed_us[i - 1], 2990 * MS);
@@ -94,7 +91,7 @@ TEST_F(Supervision, EveryModeFeedsAndTellsItsStatus) {
 
 // The watchdog is there for this: a pass that does not end.
 TEST_F(Supervision, AStuckPassFeedsNothing) {
-  test::Script script;
+  Script script;
   World world(script);
   world.at(5, [&] {  // while the loop waits for the receiver
     drain(world);
@@ -113,7 +110,7 @@ TEST_F(Supervision, AStuckPassFeedsNothing) {
 TEST_F(Supervision, TakesTheEnvironmentAsItIs) {
   const test::TempDir folder;
   const std::string path = folder / "notify";
-  test::NotifySocket other(path);
+  const LocalSocket other(path);
   const std::string usec = "WATCHDOG_USEC", pid = "WATCHDOG_PID", socket = "NOTIFY_SOCKET";
   const std::vector<std::string> all{"READY=1", "WATCHDOG=1", "STOPPING=1"}, unwatched{all[0], all[2]};
   const struct {
@@ -130,25 +127,25 @@ TEST_F(Supervision, TakesTheEnvironmentAsItIs) {
       {{{socket, folder / "nobody"}}, {}, {}, false},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.environment));
+    SCOPED_TRACE(PrintToString(row.environment));
     unsetenv(pid.c_str());
     setEnvironment({{socket, name()}, {usec, "3000000"}});
     setEnvironment(row.environment);
-    test::LogCapture log;
-    const auto service = ecu::koru::ServiceManager::from_environment();
+    LogCapture log;
+    const auto service = ServiceManager::from_environment();
     service->ready();
     service->progress();
     service->stopping();
     EXPECT_EQ(manager.take(), row.abstract);
     EXPECT_EQ(other.take(), row.named);
-    EXPECT_EQ(test::occurrences(log.take(), "cannot be used\n"), row.warns ? 1 : 0);
+    EXPECT_EQ(occurrences(log.take(), "cannot be used\n"), row.warns ? 1 : 0);
   }
 }
 
 TEST_F(Supervision, WhatAFullSocketDoesNotTakeIsSaidLater) {
-  const auto filler = ecu::koru::ServiceManager::from_environment();
+  const auto filler = ServiceManager::from_environment();
   for (int i = 0; i < 10'000; ++i) filler->stopping();
-  const auto service = ecu::koru::ServiceManager::from_environment();
+  const auto service = ServiceManager::from_environment();
   service->status("starting");
   service->ready();
   static_cast<void>(manager.take());
@@ -159,7 +156,7 @@ TEST_F(Supervision, WhatAFullSocketDoesNotTakeIsSaidLater) {
 // An exported line belongs to root until udev's rule was applied.
 TEST(ReceiverLinesOfAUser, WaitForTheirGroup) {
   using std::filesystem::perms;
-  test::Script nothing;
+  Script nothing;
   World world(nothing);
   const test::TempDir gpio;
   std::filesystem::create_directory(gpio / "gpio197");
@@ -171,10 +168,10 @@ TEST(ReceiverLinesOfAUser, WaitForTheirGroup) {
     world.at(0.2, [path] { std::filesystem::permissions(path, perms(0600)); });
   }
   EXPECT_EQ(seteuid(user), 0);
-  ecu::koru::gpspub::ReceiverLines("qrx", gpio.path()).configureHardwareResetPin();
+  gpspub::ReceiverLines("qrx", gpio.path()).configureHardwareResetPin();
   EXPECT_EQ(seteuid(before), 0);
   EXPECT_EQ(world.time.now_us(), 200 * MS);
-  EXPECT_EQ(test::text_of(direction), "out");
+  EXPECT_EQ(text_of(direction), "out");
 }
 
 }  // namespace

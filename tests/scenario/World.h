@@ -37,7 +37,6 @@ class ByteSource {
   [[nodiscard]] virtual int64_t next_byte_us() const = 0;
   [[nodiscard]] virtual size_t available() const = 0;
   virtual size_t read(std::span<uint8_t> out) = 0;
-  /// What the service sends.
   virtual void write(std::span<const uint8_t> /*bytes*/) {}
   virtual void set_host_baud(unsigned /*baud*/) {}
   virtual void set_open(bool /*open*/) {}
@@ -69,7 +68,6 @@ class Script : public ByteSource {
   std::multimap<int64_t, std::string> m_bursts;
 };
 
-/// The simulated receiver as a source.
 class SimulatedReceiver final : public ByteSource {
  public:
   explicit SimulatedReceiver(const ecu::koru::sim::ReceiverOptions& options) : receiver(options) {}
@@ -125,7 +123,6 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
   std::multimap<int64_t, std::function<void()>> m_agenda;
 };
 
-/// What the service sent at a time.
 struct Sent {
   int64_t at_us;
   std::string bytes;
@@ -201,7 +198,7 @@ class ScenarioTerminal final : public ecu::koru::gpspub::ITerminalDevice {
 };
 
 /// The processor line of the receiver's reset, as sysfs shows it.
-class ResetLine {
+class ResetLine : Unique {
  public:
   ResetLine() {
     const auto line = m_folder.path() / "gpio197";
@@ -210,8 +207,6 @@ class ResetLine {
     m_fd = ::open((line / "value").c_str(), O_RDWR | O_NONBLOCK);
   }
   ~ResetLine() { close(m_fd); }
-  ResetLine(const ResetLine&) = delete;
-  ResetLine& operator=(const ResetLine&) = delete;
   [[nodiscard]] std::string root() const { return m_folder.path().string(); }
   /// Falling and rising edges since the start: "0" and "1", each written with its NUL.
   [[nodiscard]] int pulses() {
@@ -227,7 +222,6 @@ class ResetLine {
   std::string m_written;
 };
 
-/// One fix as a subscriber gets it.
 struct Published {
   int64_t at_us;
   ecu::koru::pb::GnssData data;
@@ -256,7 +250,6 @@ class World {
     bool real_time = false;                   ///< the operating system's clocks: `time` stands still
     bool connected = true;                    ///< whether the broker is there when the service is made
   };
-  /// Makes the receiver's input on the world's time.
   using MakeInput = std::function<std::unique_ptr<ecu::koru::gpspub::IGnssInput>(World&)>;
   World(const MakeInput& make_input, const Options& options)
       : time(options.wall_us), bus(std::make_shared<ecu::koru::com::MemoryTransport>()) {
@@ -303,7 +296,6 @@ class World {
   void at(double seconds, std::function<void()> action) {
     time.at(static_cast<int64_t>(seconds * S), std::move(action));
   }
-  /// Lets a signal come from the bus.
   void inject(const std::string& topic, const std::string& value) const {
     bus->inject(topic, enveloped(value));
   }

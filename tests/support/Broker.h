@@ -11,8 +11,7 @@
 namespace test {
 
 /// A mosquitto of the test's own on a free port of 127.0.0.1. Everyone may log in unless the added lines say
-/// otherwise; they stand behind the listener's, so `cafile`, `password_file` and their like belong to it, or
-/// to a further listener that they begin.
+/// otherwise; they belong to its listener, or to a further one that they begin.
 class Broker {
  public:
   explicit Broker(const std::vector<std::string>& config_lines = {}) { configure(config_lines); }

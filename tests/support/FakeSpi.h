@@ -15,8 +15,7 @@
 
 namespace test {
 
-/// The SPI bus and the files of the TX-ready line, set up and observed through its fields. What the receiver
-/// does is the derived class's.
+/// The SPI bus and the files of the TX-ready line, set up and observed through its fields.
 class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
  public:
   static inline const std::string EXPORT = "/sys/class/gpio/export";

@@ -10,8 +10,7 @@
 
 namespace test {
 
-/// A terminal device in memory, set up and observed through its fields. Waiting in vain moves the process's
-/// clock.
+/// A terminal device in memory, set up and observed through its fields. Waiting in vain moves the clock.
 struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
   static constexpr int FD = 7;
 
@@ -28,7 +27,6 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
   int read_error = 0;
   int write_error = 0;
   int interrupted_writes = 0;  ///< so many fail with EINTR first
-  // Seen so far.
   int closes = 0;
 
   int open(const std::string& name) override {

@@ -2,6 +2,7 @@
 
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "platform/Logging.h"
 
@@ -12,14 +13,10 @@ class LogCapture {
  public:
   explicit LogCapture(const std::string& level = "DEBUG") {
     using namespace ecu::koru;
-    {
-      const std::lock_guard lock(mutex());
-      captured().clear();
-    }
     logging::configure_logging(level);
     logging::set_sink([](logging::Level of, std::string_view module, std::string_view text) {
-      const std::lock_guard lock(mutex());
-      captured() += logging::text(" ", logging::level_name(of), " ", module, ": ", text, "\n");
+      const std::lock_guard lock(s_mutex);
+      s_records += logging::text(" ", logging::level_name(of), " ", module, ": ", text, "\n");
     });
   }
   ~LogCapture() { (void)take(); }
@@ -28,25 +25,15 @@ class LogCapture {
 
   /// All of it; ends the capture and puts the default level back.
   std::string take() {
-    if (m_taken) return {};
-    m_taken = true;
     ecu::koru::logging::configure_logging("INFO");
     ecu::koru::logging::set_sink(nullptr);
-    const std::lock_guard lock(mutex());
-    return captured();
+    const std::lock_guard lock(s_mutex);
+    return std::exchange(s_records, {});
   }
 
  private:
-  static std::string& captured() {
-    static std::string records;
-    return records;
-  }
-  static std::mutex& mutex() {
-    static std::mutex guard;
-    return guard;
-  }
-
-  bool m_taken = false;
+  static inline std::mutex s_mutex;
+  static inline std::string s_records;
 };
 
 }  // namespace test

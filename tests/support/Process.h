@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -23,24 +22,18 @@
 
 namespace test {
 
+using Words = std::vector<std::string>;
+
 /// A child process that reads from a pipe and writes to files in memory, so it never blocks on its output.
 /// Used by one thread. The child is killed and reaped at the end.
-class Process {
+class Process : Unique {
  public:
-  struct Options {
-    std::string cwd;                         ///< empty: that of the test
-    std::map<std::string, std::string> env;  ///< added to the test's own
-  };
-
-  /// Starts argv[0] (looked up in PATH when it holds no '/'). One that does not exist exits with 127.
-  explicit Process(const std::vector<std::string>& argv) : Process(argv, Options{}) {}
-  Process(const std::vector<std::string>& argv, const Options& options) {
+  /// Starts argv[0] (looked up in PATH when it holds no '/') in a folder. One that does not exist exits with
+  /// 127.
+  explicit Process(const Words& argv, const std::string& folder = ".") {
     std::ignore = ::signal(SIGPIPE, SIG_IGN);  // write_stdin() to a child that is gone
     // The child starts with default handling, whatever the test set up.
-    std::vector<std::string> words{"env", "--default-signal=PIPE,HUP,INT,TERM"};
-    if (!options.cwd.empty()) words.push_back("--chdir=" + options.cwd);
-    for (const auto& [name, value] : options.env)
-      words.push_back(std::string(name).append("=").append(value));
+    Words words{"env", "--default-signal=PIPE,HUP,INT,TERM", "--chdir=" + folder};
     words.insert(words.end(), argv.begin(), argv.end());
     std::vector<char*> pointers;
     for (auto& word : words) pointers.push_back(word.data());
@@ -67,8 +60,6 @@ class Process {
     close_stdin();
     for (const int file : {m_out, m_err}) close(file);
   }
-  Process(const Process&) = delete;
-  Process& operator=(const Process&) = delete;
 
   [[nodiscard]] pid_t pid() const { return m_pid; }
   [[nodiscard]] bool running() { return !reap(); }
@@ -77,7 +68,6 @@ class Process {
     if (!reap()) ::kill(m_pid, number);
   }
 
-  /// Blocks while the pipe is full.
   void write_stdin(std::string_view text) const { std::ignore = ::write(m_stdin, text.data(), text.size()); }
   void close_stdin() {
     if (m_stdin >= 0) close(m_stdin);
@@ -88,8 +78,8 @@ class Process {
   std::optional<int> wait_for_exit(int timeout_ms) {
     return eventually([this] { return reap(); }, timeout_ms) ? m_status : std::nullopt;
   }
-  /// Waits until `text` stands in out() or err(); false after `timeout_ms` or when the child
-  /// ended without it.
+  /// Waits until `text` stands in out() or err(); false after `timeout_ms` or when the child ended without
+  /// it.
   bool wait_for_output(std::string_view text, int timeout_ms) {
     const auto found = [&] {
       return out().find(text) != std::string::npos || err().find(text) != std::string::npos;
@@ -97,7 +87,6 @@ class Process {
     return eventually([&] { return found() || reap(); }, timeout_ms) && found();
   }
 
-  /// What the child wrote so far.
   [[nodiscard]] std::string out() const { return content(m_out); }
   [[nodiscard]] std::string err() const { return content(m_err); }
 

@@ -23,9 +23,16 @@
 /// What the tests of several rooms share. Failures to set something up throw std::runtime_error.
 namespace test {
 
-/// A folder of its own below the system's temporary one, readable by everyone, removed with its contents at
-/// the end.
-class TempDir {
+/// The base of what cannot be copied.
+class Unique {
+ public:
+  Unique() = default;
+  Unique(const Unique&) = delete;
+  Unique& operator=(const Unique&) = delete;
+};
+
+/// A folder of its own below the system's temporary one, readable by everyone, removed at the end.
+class TempDir : Unique {
  public:
   TempDir() {
     std::string name = std::filesystem::temp_directory_path() / "satnavd-test-XXXXXX";
@@ -37,11 +44,8 @@ class TempDir {
     std::error_code ignored;
     std::filesystem::remove_all(m_path, ignored);
   }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
 
   [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
-  /// The path of a name inside the folder.
   [[nodiscard]] std::string operator/(std::string_view name) const { return (m_path / name).string(); }
   /// Writes (replaces) a file and returns its path.
   std::string write(std::string_view name, std::string_view text) const {
@@ -117,7 +121,6 @@ inline int socket_after(int (*call)(int, const sockaddr*, socklen_t), uint16_t p
   return count;
 }
 
-/// The path of a program of this build ("satnavd").
 [[nodiscard]] inline std::string program(std::string_view name) {
   return std::string(SATNAVD_BIN_DIR "/").append(name);
 }

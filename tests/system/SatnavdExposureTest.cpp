@@ -1,20 +1,16 @@
 // What strangers, and the places that the service writes to, can do to it.
 
-#include <fcntl.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include "platform/LogOutput.h"
 #include "support/Frames.h"
-#include "support/LogDaemon.h"
+#include "support/LocalSocket.h"
 #include "system/SatnavdTest.h"
 
 namespace {
 
-using test::occurrences;
-using test::PATIENCE_MS;
-using testing::HasSubstr;
-using Words = std::vector<std::string>;
+using namespace test;
+using namespace testing;
 
 std::string mqtt(char type, const std::string& body) {
   return type + std::string(1, static_cast<char>(body.size())) + body;
@@ -27,105 +23,94 @@ std::string publish(const std::string& topic, const std::string& payload) {
 /// A signal group in its envelope.
 std::string group(const std::string& signals) {
   const std::string body = "\x0A" + std::string(1, static_cast<char>(signals.size())) + signals;
-  return test::bytes("09 0100 1200") + static_cast<char>(body.size()) +
-         test::bytes("000000 11 0100000000000000") + body;
-}
-
-/// A terminal without a receiver behind it: the other end, and the link to it.
-int terminal(const std::string& link) {
-  const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  EXPECT_EQ(grantpt(master) + unlockpt(master), 0);
-  EXPECT_EQ(symlink(ptsname(master), link.c_str()), 0);
-  return master;
+  return bytes("09 0100 1200") + static_cast<char>(body.size()) + bytes("000000 11 0100000000000000") + body;
 }
 
 class SatnavdExposure : public test::SatnavdTest {
  protected:
   /// Sends the packets `count` times; returns when the broker has read them all.
   void flood(const std::string& packets, size_t count) const {
-    const int connection = test::connect_to(broker.port());
-    std::string bytes = mqtt('\x10', test::bytes("0004 4D515454 04 02 003C 0005") + "flood");
-    for (size_t i = 0; i < count; ++i) bytes += packets;
-    bytes += mqtt('\xE0', "");
-    EXPECT_EQ(send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+    const int connection = connect_to(broker.port());
+    std::string stream = mqtt('\x10', bytes("0004 4D515454 04 02 003C 0005") + "flood");
+    for (size_t i = 0; i < count; ++i) stream += packets;
+    stream += mqtt('\xE0', "");
+    EXPECT_EQ(send(connection, stream.data(), stream.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(stream.size()));
     char answer[5];
     EXPECT_EQ(recv(connection, answer, sizeof answer, MSG_WAITALL), 4);
     close(connection);
   }
 };
 
-TEST_F(SatnavdExposure, ALogDaemonThatDoesNotReadStopsNothing) {
+TEST_F(SatnavdExposure, ALocalSocketThatDoesNotReadStopsNothing) {
   const std::string path = folder / "log";
-  const test::LogDaemon daemon(path, SOCK_DGRAM);
+  const LocalSocket daemon(path);
   const auto fill = [&] {
     ecu::koru::logging::SyslogOutput filler(path);
     while (filler.put("x")) continue;
   };
   publish_unit();
   const auto simulator = receiver({});
-  test::Tap tap(broker);
-  const auto service = satnavd("logmode = SYSLOG\n", {},
-                               {"env", std::string("LD_PRELOAD=") + PRELOAD, "SATNAVD_TEST_LOG=" + path,
-                                "ASAN_OPTIONS=verify_asan_link_order=0"});
-  ASSERT_TRUE(tap.gets(1, test::VALID));
+  Tap tap(broker);
+  const auto service = satnavd("logmode = SYSLOG\n", {}, preloaded({"SATNAVD_TEST_LOG=" + path}));
+  ASSERT_TRUE(tap.gets(1, VALID));
   fill();
   flood(publish("system/sysparam/0x0000A01F", "malformed"), 600);
-  EXPECT_TRUE(tap.gets(3, test::VALID));
+  EXPECT_TRUE(tap.gets(3, VALID));
   while (!daemon.received().empty()) continue;
   // The records of the flood are lost; the loss of the receiver is the next one to be written.
   simulator->signal(SIGKILL);
   std::string records;
-  EXPECT_TRUE(test::eventually(
+  EXPECT_TRUE(eventually(
       [&] { return (records += daemon.received()).find("went away") != std::string::npos; }, PATIENCE_MS));
   EXPECT_THAT(records, HasSubstr(" records lost"));
   fill();
-  service->signal(SIGTERM);
-  EXPECT_EQ(service->wait_for_exit(2000), 0);
+  expect_end(*service);
 }
 
 TEST_F(SatnavdExposure, AFloodWritesFiftyRecordsAStatement) {
   const std::string vp1 = "rt/j1939can/rx/vp1_fb";
   const auto simulator = receiver({});
-  test::Tap tap(broker);
+  Tap tap(broker);
   publish_unit();
   auto service = satnavd();
-  ASSERT_TRUE(tap.gets(1, test::VALID));
+  ASSERT_TRUE(tap.gets(1, VALID));
   flood(publish("system/sysparam/0x0000A01F", "malformed"), 5000);
-  ASSERT_TRUE(tap.gets(2, test::VALID));
+  ASSERT_TRUE(tap.gets(2, VALID));
   EXPECT_EQ(occurrences(service->err(), "Unable to deserialize data for topic"), 50U);
   EXPECT_LE(occurrences(service->err(), "\n"), 50U + 50U + 20U);
 
   const std::string noise = folder / "noise";
   const int line = terminal(noise);
   service = satnavd("gnss_device = " + noise + "\n");
-  ASSERT_TRUE(tap.gets(1, test::NOTHING_KNOWN));
+  ASSERT_TRUE(tap.gets(1, NOTHING_KNOWN));
   std::string frames;
-  for (int i = 0; i < 400; ++i) frames += test::ubx(0x0A, 0x09);  // MON-HW without a payload
+  for (int i = 0; i < 400; ++i) frames += ubx(0x0A, 0x09);  // MON-HW without a payload
   for (int i = 0; i < 20; ++i) EXPECT_GT(write(line, frames.data(), frames.size()), 0);
-  ASSERT_TRUE(tap.gets(2, test::NOTHING_KNOWN));
+  ASSERT_TRUE(tap.gets(2, NOTHING_KNOWN));
   EXPECT_EQ(occurrences(service->err(), "Ublox MON-HW bad payload"), 50U);
   close(line);
 
   publish_unit({"--var", "hasgnss=false"});
   service = satnavd();
-  ASSERT_TRUE(tap.gets(1, test::NOTHING_KNOWN));
+  ASSERT_TRUE(tap.gets(1, NOTHING_KNOWN));
   flood(publish(vp1, group(std::string(8, '\xFF'))) + publish(vp1, group("bad")), 500);
-  ASSERT_TRUE(tap.gets(1, test::NOTHING_KNOWN));
+  ASSERT_TRUE(tap.gets(1, NOTHING_KNOWN));
   EXPECT_EQ(occurrences(service->err(), "Unpacking of SignalGroup for topic"), 50U);
 }
 
 TEST_F(SatnavdExposure, ThePortHasOneOwner) {
   publish_unit();
   const auto simulator = receiver({});
-  test::Tap tap(broker);
+  Tap tap(broker);
   const auto first = satnavd();
-  ASSERT_TRUE(tap.gets(1, test::VALID));
+  ASSERT_TRUE(tap.gets(1, VALID));
   const auto second = satnavd();
-  EXPECT_TRUE(test::logged(*second, "Error to open serial device " + device + " errno = 16", 1));
-  EXPECT_TRUE(tap.gets(3, test::VALID));
+  EXPECT_TRUE(logged(*second, "Error to open serial device " + device + " errno = 16", 1));
+  EXPECT_TRUE(tap.gets(3, VALID));
   EXPECT_EQ(occurrences(first->err(), "went away"), 0U);
   first->signal(SIGKILL);
-  EXPECT_TRUE(tap.gets(2, test::VALID));  // of the second one
+  EXPECT_TRUE(tap.gets(2, VALID));  // of the second one
 }
 
 TEST_F(SatnavdExposure, SecretsThatOthersCanReadAreToldOnce) {
@@ -151,21 +136,22 @@ TEST_F(SatnavdExposure, SecretsThatOthersCanReadAreToldOnce) {
 TEST_F(SatnavdExposure, WhatTheToolsWriteIsForTheirOwner) {
   publish_unit({"--var", "hwversion=zpt"});
   const std::string can_log = folder / "can", trace = folder / "trace", sentences = folder / "sentences";
-  const auto simulator = receiver({"--trace", trace, "--sentence-trace", sentences});
-  test::Process tap(
-      {test::program("satnav-tap"), "--port", std::to_string(broker.port()), "--can-log", can_log});
-  const auto service = satnavd("disable_hw_init = false\n");
+  const auto simulator = receiver({"--baud", "57600", "--trace", trace, "--sentence-trace", sentences});
+  const Process tap(tool({"satnav-tap", "--can-log", can_log}, broker));
+  const auto service = satnavd("disable_hw_init = false\nbaud_rate = 57600\n");
   for (const auto& file : {can_log, trace, sentences}) {
-    EXPECT_TRUE(test::eventually([&] { return !test::text_of(file).empty(); }, PATIENCE_MS)) << file;
+    EXPECT_TRUE(eventually([&] { return !text_of(file).empty(); }, PATIENCE_MS)) << file;
     struct stat status {};
     EXPECT_EQ(stat(file.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U) << file;
   }
-  EXPECT_THAT(test::text_of(can_log), HasSubstr(" can0 18FEF31C#"));
+  EXPECT_THAT(text_of(can_log), HasSubstr(" can0 18FEF31C#"));
+  const auto is_asked = [&] { return text_of(trace).find(" host> CFG-PRT") != std::string::npos; };
+  EXPECT_TRUE(eventually(is_asked, PATIENCE_MS)) << service->err();
   std::filesystem::create_symlink(folder / "target", folder / "link");
   for (const Words& argv :
        {Words{"satnav-tap", "--can-log"}, {"gnss-sim", "--trace"}, {"gnss-sim", "--sentence-trace"}}) {
-    test::Process refused({test::program(argv[0]), argv[1], folder / "link"});
+    Process refused({program(argv[0]), argv[1], folder / "link"});
     EXPECT_NE(refused.wait_for_exit(PATIENCE_MS), 0);
     EXPECT_THAT(refused.err(), HasSubstr("symbolic links"));
   }

@@ -5,22 +5,14 @@
 #include <functional>
 
 #include "support/Frames.h"
-#include "support/NotifySocket.h"
+#include "support/LocalSocket.h"
 #include "system/SatnavdTest.h"
 
 namespace {
 
+using namespace test;
+using namespace testing;
 using nlohmann::json;
-using test::clock_ns;
-using test::nmea;
-using test::NOTHING_KNOWN;
-using test::occurrences;
-using test::PATIENCE_MS;
-using test::Tap;
-using test::VALID;
-using Words = std::vector<std::string>;
-
-constexpr int64_t S = 1'000'000'000;  // ns
 
 class SatnavdRoad : public test::SatnavdTest {
  protected:
@@ -29,8 +21,6 @@ class SatnavdRoad : public test::SatnavdTest {
     publish_unit();
   }
 };
-
-// ---- A recorded log
 
 struct Recorded {
   std::string noise;   // behind the first sentence
@@ -47,8 +37,8 @@ const std::string NOISE =
     "$GNGGA,123522.00,9,N,9,E,1,12,0.9,1.0,M,46.9,M,,*70\n"                   // no CR
     "$GNGSA,A\x07,3*00\r\n" +
     nmea("GNGGA,123522.00,,,,,1,x,,,M,,M,,") + nmea("GNGGA,123522.00,,,,,1,99999999999999999999,,,M,,M,,") +
-    test::ubx(0x01, 0x07, "$GNGST,123522.00,9,,,,9,9,9*00\r\n") +
-    test::ubx(0x01, 0x21, std::string(20, '\0')).replace(25, 1, "\x7f");
+    ubx(0x01, 0x07, "$GNGST,123522.00,9,,,,9,9,9*00\r\n") +
+    ubx(0x01, 0x21, std::string(20, '\0')).replace(25, 1, "\x7f");
 
 const Recorded RECORDED[] = {
     {"",
@@ -94,39 +84,35 @@ TEST_F(SatnavdRoad, ARecordedLogGivesOneMessageAnEpoch) {
   expect_end(*service, SIGINT);
 }
 
-// ---- What comes and goes
-
 TEST_F(SatnavdRoad, TheBrokerMayDieAndMayFreeze) {
-  test::Process unit(
-      {test::program("ecu-sim"), "--keep", "--timezone", "+01:00", "--port", std::to_string(broker.port())});
+  const auto unit = start_unit({"--timezone", "+01:00"});
   const auto simulator = receiver({"--rate", "4"});
   const auto service = satnavd({}, {"-v", "-d", "0x20001"});
-  ASSERT_TRUE(test::logged(*service, "Num NMEA strings", 2)) << service->err();
-  ASSERT_TRUE(unit.wait_for_output("messages published", PATIENCE_MS));
+  ASSERT_TRUE(logged(*service, "Num NMEA strings", 2)) << service->err();
 
   kill(broker.pid(), SIGKILL);
   broker.stop();
   // Until the service has tried once to come back: when it tries again somebody must listen.
-  EXPECT_TRUE(test::logged(*service, "DATA TO PUBLISH BUT NO MQTT", 7)) << "it does not go on reading";
+  EXPECT_TRUE(logged(*service, "DATA TO PUBLISH BUT NO MQTT", 7)) << "it does not go on reading";
   const int64_t restart_ns = clock_ns(CLOCK_BOOTTIME);
   ASSERT_TRUE(broker.start());
   Tap tap(broker);
   ASSERT_TRUE(tap.gets(4, VALID)) << service->err();
-  unit.write_stdin("timezone +05:30 summer\n");
+  unit->write_stdin("timezone +05:30 summer\n");
   EXPECT_TRUE(service->wait_for_output("timezone info: hour offset: 5, min offset: 30, Summer time: 1\n",
                                        PATIENCE_MS));
 
   broker.freeze();
   const size_t so_far = occurrences(service->err(), "Num NMEA strings");
-  EXPECT_TRUE(test::logged(*service, "Num NMEA strings", so_far + 4)) << "it does not go on reading";
+  EXPECT_TRUE(logged(*service, "Num NMEA strings", so_far + 4)) << "it does not go on reading";
   broker.thaw();
   EXPECT_TRUE(tap.gets(4, VALID)) << service->err();
 
-  unit.write_stdin("log-config 40\nparam 0xA00F=02\n");
+  unit->write_stdin("log-config 40\nparam 0xA00F=02\n");
   EXPECT_TRUE(service->wait_for_output("log configuration flags = 0x40\n", PATIENCE_MS));
   EXPECT_TRUE(service->wait_for_output("otaid_GNSSOn configured as OFF.", PATIENCE_MS));
   const int64_t off_ns = clock_ns(CLOCK_BOOTTIME);
-  EXPECT_FALSE(test::eventually([&] { return tap.count_since(off_ns, VALID) > 0; }, 1000));
+  EXPECT_FALSE(eventually([&] { return tap.count_since(off_ns, VALID) > 0; }, 1000));
 
   int64_t before_ns = restart_ns - S / 3;  // the epoch in progress
   for (const auto& fix : tap.fixes()) {
@@ -172,7 +158,7 @@ TEST_F(SatnavdRoad, ADeviceThatIsNoReceiverCostsNothing) {
       {"/dev/zero", "went away"},
       {folder.write("file", std::string(3000, 'x')), "went away"},
   };
-  std::vector<std::unique_ptr<test::Process>> services;
+  std::vector<std::unique_ptr<Process>> services;
   std::vector<int64_t> cpu_ns;
   const auto cpu = [&](size_t i) {
     clockid_t clock{};
@@ -181,10 +167,10 @@ TEST_F(SatnavdRoad, ADeviceThatIsNoReceiverCostsNothing) {
   };
   const std::string opened = "connectSerial to";
   for (const auto& row : rows) services.push_back(satnavd({}, {"-v", "-d", "0x2000", "-g", row.device}));
-  for (const auto& service : services) ASSERT_TRUE(test::logged(*service, opened, 1));
+  for (const auto& service : services) ASSERT_TRUE(logged(*service, opened, 1));
   for (size_t i = 0; i < services.size(); ++i) cpu_ns.push_back(cpu(i));
   const int64_t begin_ns = clock_ns(CLOCK_MONOTONIC);
-  ASSERT_TRUE(test::logged(*services[0], opened, occurrences(services[0]->err(), opened) + 3));
+  ASSERT_TRUE(logged(*services[0], opened, occurrences(services[0]->err(), opened) + 3));
   const int64_t time_ns = clock_ns(CLOCK_MONOTONIC) - begin_ns;
   for (size_t i = 0; i < services.size(); ++i) {
     SCOPED_TRACE(rows[i].device);
@@ -195,17 +181,15 @@ TEST_F(SatnavdRoad, ADeviceThatIsNoReceiverCostsNothing) {
   }
 }
 
-// ---- What must end it, and what must not
-
 TEST_F(SatnavdRoad, AStopSignalEndsItWhateverTheOthersDo) {
   const auto simulator = receiver({"--rate", "4"});
-  std::unique_ptr<test::MuteBroker> mute;
-  test::NotifySocket manager(folder / "notify");
+  std::unique_ptr<MuteBroker> mute;
+  const LocalSocket manager(folder / "notify");
   const struct {
     const char* name;
     int signal;
     std::string config;
-    std::function<void(test::Process&)> disturb;
+    std::function<void(Process&)> disturb;
   } rows[] = {
       {"running", SIGTERM, "", [](auto&) {}},
       {"device missing", SIGTERM, "gnss_device = /nowhere\n", [](auto&) {}},
@@ -218,7 +202,7 @@ TEST_F(SatnavdRoad, AStopSignalEndsItWhateverTheOthersDo) {
       {"broker mute", SIGTERM, "",
        [&](auto&) {
          broker.stop();
-         mute = std::make_unique<test::MuteBroker>(broker.port());
+         mute = std::make_unique<MuteBroker>(broker.port());
          EXPECT_TRUE(mute->called() && mute->called()) << "it does not try again";
        }},
   };
@@ -226,11 +210,11 @@ TEST_F(SatnavdRoad, AStopSignalEndsItWhateverTheOthersDo) {
     SCOPED_TRACE(row.name);
     const auto service =
         satnavd(row.config, {"-v"}, {"env", "NOTIFY_SOCKET=" + folder / "notify", "WATCHDOG_USEC=20000000"});
-    ASSERT_TRUE(test::logged(*service, "Num NMEA strings", 2)) << service->err();
-    EXPECT_THAT(manager.take(), testing::IsSupersetOf({"READY=1", "WATCHDOG=1"}));
+    ASSERT_TRUE(logged(*service, "Num NMEA strings", 2)) << service->err();
+    EXPECT_THAT(manager.take(), IsSupersetOf({"READY=1", "WATCHDOG=1"}));
     row.disturb(*service);
     expect_end(*service, row.signal);
-    EXPECT_THAT(manager.take(), testing::Contains("STOPPING=1"));
+    EXPECT_THAT(manager.take(), Contains("STOPPING=1"));
     if (!mute) {
       broker.stop();
       ASSERT_TRUE(broker.start());

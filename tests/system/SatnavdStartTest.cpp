@@ -4,13 +4,8 @@
 
 namespace {
 
-using test::PATIENCE_MS;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Matcher;
-using testing::MatchesRegex;
-using testing::Not;
-using Words = std::vector<std::string>;
+using namespace test;
+using namespace testing;
 
 using SatnavdStart = test::SatnavdTest;
 
@@ -51,13 +46,13 @@ TEST(SatnavdOptions, EndWithTheirStatusAndText) {
       {{"-c", good}, 255, "", "ERROR koru.gpspub: Failed to find configuration file. Exiting!\n", ""},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.options) + row.err);
+    SCOPED_TRACE(PrintToString(row.options) + row.err);
     folder.write("satnavd.conf", row.config);
     if (row.config.empty()) std::filesystem::remove(folder / "satnavd.conf");
     if (row.config.empty() && std::filesystem::exists("/etc/satnavd/satnavd.conf")) continue;
     Words argv = row.options;
-    argv.insert(argv.begin(), test::program("satnavd"));
-    test::Process satnavd(argv, {folder.path(), {}});
+    argv.insert(argv.begin(), program("satnavd"));
+    Process satnavd(argv, folder.path());
     EXPECT_EQ(satnavd.wait_for_exit(5000), row.status);  // without looking for a broker
     EXPECT_THAT(satnavd.out(), row.out.empty() ? Matcher<std::string>(IsEmpty()) : HasSubstr(row.out));
     EXPECT_THAT(satnavd.err(), row.err.empty() ? Matcher<std::string>(IsEmpty()) : HasSubstr(row.err));
@@ -86,35 +81,35 @@ TEST_F(SatnavdStart, OptionsBeatTheFileAndTheFileTheDefaults) {
       {"00", "gnss_device = /nowhere\n", {}, "Hardware port redirected to /nowhere. Prob", "USB0"},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.config + testing::PrintToString(row.options));
+    SCOPED_TRACE(row.config + PrintToString(row.options));
     publish_unit({"--param", "0x2045=" + row.simulation});
     const auto service = satnavd(row.config, row.options);
     EXPECT_TRUE(service->wait_for_output("Error to open serial device", PATIENCE_MS));
     expect_end(*service);
     const std::string log = row.to_stdout ? service->out() : service->err();
-    EXPECT_THAT(log, testing::AllOf(HasSubstr(row.text), Not(HasSubstr(row.absent))));
+    EXPECT_THAT(log, AllOf(HasSubstr(row.text), Not(HasSubstr(row.absent))));
     EXPECT_THAT(row.to_stdout ? service->err() : service->out(), IsEmpty());
     expect_records(log);
   }
 }
 
 TEST_F(SatnavdStart, WithoutBrokerOrVariableItEndsInTime) {
-  const test::MuteBroker mute;
+  const MuteBroker mute;
   const struct {
     std::string variable, config, missing;
   } rows[] = {
       {"other=x", "", "hwvariant"},
       {"hwvariant=sim", "", "hwversion"},
       {"hwversion=qrx", "", "hasgnss"},  // the broker still has the one before
-      {"hasgnss=true", "port = " + std::to_string(test::free_port()) + "\n", "hwvariant"},
+      {"hasgnss=true", "port = " + std::to_string(free_port()) + "\n", "hwvariant"},
       {"hasgnss=true", "port = " + std::to_string(mute.port) + "\n", "hwvariant"},
   };
   for (const auto& row : rows) {
     publish_unit({"--no-defaults", "--var", row.variable});
-    const int64_t begin = test::clock_ns(CLOCK_MONOTONIC);
+    const int64_t begin = clock_ns(CLOCK_MONOTONIC);
     const auto service = satnavd("connect_timeout_ms = 300\nvar_timeout_ms = 200\n" + row.config);
     EXPECT_EQ(service->wait_for_exit(PATIENCE_MS), 1) << service->err();
-    EXPECT_LT(test::clock_ns(CLOCK_MONOTONIC) - begin, 6'000'000'000);
+    EXPECT_LT(clock_ns(CLOCK_MONOTONIC) - begin, 6'000'000'000);
     EXPECT_THAT(service->err(), HasSubstr("ALERT koru.gpspub: Failed to get mandatory ECU variable '" +
                                           row.missing + "' from ECU. Application exiting!\n"));
     expect_records(service->err());
@@ -124,17 +119,17 @@ TEST_F(SatnavdStart, WithoutBrokerOrVariableItEndsInTime) {
 TEST_F(SatnavdStart, TheSecondSignalEndsAStartThatHangs) {
   if (SATNAVD_EMULATED) GTEST_SKIP() << "which signals are caught is the emulator's affair";
   const auto catches = [](pid_t pid, int signal) {
-    const std::string caught = "SigCgt:", status = test::text_of("/proc/" + std::to_string(pid) + "/status");
+    const std::string caught = "SigCgt:", status = text_of("/proc/" + std::to_string(pid) + "/status");
     const size_t at = status.find(caught);
     return at != std::string::npos &&
            (std::stoull(status.substr(at + caught.size()), nullptr, 16) >> (signal - 1) & 1) != 0;
   };
-  const test::MuteBroker mute;
+  const MuteBroker mute;
   for (const int signal : {SIGINT, SIGTERM}) {
     const auto service = satnavd("port = " + std::to_string(mute.port) + "\nconnect_timeout_ms = 60000\n");
-    ASSERT_TRUE(test::eventually([&] { return catches(service->pid(), signal); }, PATIENCE_MS));
+    ASSERT_TRUE(eventually([&] { return catches(service->pid(), signal); }, PATIENCE_MS));
     service->signal(signal);
-    EXPECT_TRUE(test::eventually([&] { return !catches(service->pid(), signal); }, PATIENCE_MS));
+    EXPECT_TRUE(eventually([&] { return !catches(service->pid(), signal); }, PATIENCE_MS));
     EXPECT_TRUE(service->running());
     service->signal(signal);
     EXPECT_EQ(service->wait_for_exit(2000), 128 + signal);

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
@@ -20,6 +22,7 @@
 namespace test {
 
 inline constexpr int PATIENCE_MS = 20'000;
+inline constexpr int64_t S = 1'000'000'000;  // ns
 // GnssData.status
 inline constexpr int NOTHING_KNOWN = 1;
 inline constexpr int VALID = 3;
@@ -27,7 +30,7 @@ inline constexpr int VALID = 3;
 inline int64_t clock_ns(clockid_t clock) {
   timespec now{};
   clock_gettime(clock, &now);
-  return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+  return int64_t{now.tv_sec} * S + now.tv_nsec;
 }
 
 /// Waits until `part` stands in the standard error `count` times.
@@ -36,14 +39,12 @@ inline bool logged(const Process& process, const std::string& part, size_t count
 }
 
 /// Listens and never says anything: the system accepts its connections.
-class MuteBroker {
+class MuteBroker : Unique {
  public:
   explicit MuteBroker(uint16_t on_port = free_port()) : port(on_port), m_listener(listen_on(port)) {
     EXPECT_GE(m_listener, 0);
   }
   ~MuteBroker() { close(m_listener); }
-  MuteBroker(const MuteBroker&) = delete;
-  MuteBroker& operator=(const MuteBroker&) = delete;
 
   /// Waits until somebody connects once more.
   [[nodiscard]] bool called() const {
@@ -57,12 +58,26 @@ class MuteBroker {
   const int m_listener;
 };
 
+/// The command line of one of the other programs, on the bus of a broker.
+inline Words tool(Words argv, const Broker& broker) {
+  argv[0] = program(argv[0]);
+  argv.insert(argv.end(), {"--port", std::to_string(broker.port())});
+  return argv;
+}
+
+/// A terminal without a receiver behind it: the other end, and the link to it.
+inline int terminal(const std::string& link, int flags = 0) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | flags);
+  EXPECT_EQ(grantpt(master) + unlockpt(master), 0);
+  EXPECT_EQ(symlink(ptsname(master), link.c_str()), 0);
+  return master;
+}
+
 /// satnav-tap on the fixes, subscribed from the beginning.
 class Tap {
  public:
   explicit Tap(const Broker& broker)
-      : m_process({program("satnav-tap"), "--json", "--topic", "system/gnss/data", "--port",
-                   std::to_string(broker.port())}) {
+      : m_process(tool({"satnav-tap", "--json", "--topic", "system/gnss/data"}, broker)) {
     const std::string name = "SUBSCRIBE from satnav-tap-" + std::to_string(m_process.pid());
     EXPECT_TRUE(eventually([&] { return broker.log().find(name) != std::string::npos; }, PATIENCE_MS));
   }
@@ -99,13 +114,20 @@ class SatnavdTest : public testing::Test {
   void SetUp() override { ASSERT_TRUE(broker.start()); }
 
   /// Leaves variables and parameters on the broker.
-  void publish_unit(std::vector<std::string> options = {}) const {
-    options.insert(options.begin(), {program("ecu-sim"), "--port", std::to_string(broker.port())});
-    Process unit(options);
+  void publish_unit(Words options = {}) const {
+    options.insert(options.begin(), "ecu-sim");
+    Process unit(tool(options, broker));
     ASSERT_EQ(unit.wait_for_exit(PATIENCE_MS), 0) << unit.err();
   }
+  /// The rest of the unit, its state published; it takes commands.
+  [[nodiscard]] std::unique_ptr<Process> start_unit(Words options = {}) const {
+    options.insert(options.begin(), {"ecu-sim", "--keep"});
+    auto unit = std::make_unique<Process>(tool(options, broker));
+    EXPECT_TRUE(unit->wait_for_output("messages published", PATIENCE_MS)) << unit->err();
+    return unit;
+  }
   /// The receiver that satnavd looks for.
-  [[nodiscard]] std::unique_ptr<Process> receiver(std::vector<std::string> options) const {
+  [[nodiscard]] std::unique_ptr<Process> receiver(Words options) const {
     options.insert(options.begin(), {program("gnss-sim"), "--link", device});
     auto simulator = std::make_unique<Process>(options);
     EXPECT_TRUE(simulator->wait_for_output("\n", PATIENCE_MS)) << simulator->err();
@@ -113,9 +135,8 @@ class SatnavdTest : public testing::Test {
   }
   /// The service in a folder of its own. `config` is added to a configuration that suits the test's broker
   /// and receiver and sends the receiver nothing; `launcher` is a program that becomes satnavd.
-  std::unique_ptr<Process> satnavd(const std::string& config = {},
-                                   const std::vector<std::string>& options = {},
-                                   std::vector<std::string> launcher = {}) {
+  std::unique_ptr<Process> satnavd(const std::string& config = {}, const Words& options = {},
+                                   Words launcher = {}) {
     const std::string name = "satnavd-" + std::to_string(++m_started);
     std::filesystem::create_directory(folder / name);
     folder.write(name + "/satnavd.conf", "logmode = STDERR\ndisable_hw_init = true\nclient_name = " + name +
@@ -123,9 +144,15 @@ class SatnavdTest : public testing::Test {
                                              "\ngnss_device = " + device + "\n" + config);
     launcher.push_back(program("satnavd"));
     launcher.insert(launcher.end(), options.begin(), options.end());
-    return std::make_unique<Process>(launcher, Process::Options{folder / name, {}});
+    return std::make_unique<Process>(launcher, folder / name);
   }
 
+  /// A launcher with the stand-ins for parts of the system that these variables set up.
+  static Words preloaded(Words variables) {
+    variables.insert(variables.begin(),
+                     {"env", "LD_PRELOAD=" PRELOAD, "ASAN_OPTIONS=verify_asan_link_order=0"});
+    return variables;
+  }
   static void expect_end(Process& service, int signal = SIGTERM) {
     service.signal(signal);
     EXPECT_EQ(service.wait_for_exit(2000), 0) << service.err();

@@ -5,17 +5,11 @@
 
 namespace {
 
-using test::clock_ns;
-using test::occurrences;
-using test::PATIENCE_MS;
-using testing::HasSubstr;
-using testing::Not;
-using Words = std::vector<std::string>;
-
-constexpr int64_t S = 1'000'000'000;  // ns
+using namespace test;
+using namespace testing;
 
 void run(const Words& argv) {
-  test::Process process(argv);
+  Process process(argv);
   if (process.wait_for_exit(PATIENCE_MS) != 0) throw std::runtime_error(argv[0] + ": " + process.err());
 }
 
@@ -66,7 +60,7 @@ class Doorway {
     EXPECT_TRUE(broker.start());
   }
   [[nodiscard]] bool sees(const std::string& text, size_t count) const {
-    return test::eventually([&] { return occurrences(broker.log(), text) >= count; }, PATIENCE_MS);
+    return eventually([&] { return occurrences(broker.log(), text) >= count; }, PATIENCE_MS);
   }
   /// Nobody came in, nor tried to without TLS where TLS is spoken.
   void expect_nothing_told() const {
@@ -74,8 +68,8 @@ class Doorway {
     EXPECT_THAT(broker.log(), Not(HasSubstr("wrong version number")));  // the broker's complaint
   }
 
-  const uint16_t port = test::free_port();
-  test::Broker broker;
+  const uint16_t port = free_port();
+  Broker broker;
 };
 
 using SatnavdTls = test::SatnavdTest;
@@ -97,21 +91,20 @@ TEST_F(SatnavdTls, RefusalsAreToldTriedAgainAndNeverLeadToPlainText) {
       {"no client certificate", key("tls_ca", "ours") + login("right"), TLS, MUTUAL, "certificate required"},
       {"wrong password", key("tls_ca", "ours") + presenting("peer") + login("wrong"), OLD_LOGIN, MUTUAL,
        "refused the login"},
-      // A forwarder without a broker closes connections like this too: no reason to doubt what was right
-      // before.
+      // A forwarder without a broker closes connections like this too: no reason for an error.
       {"TLS to a plain port", key("tls_ca", "ours"), TLS, OPEN, "Connection lost", 0},
       {"plain to a TLS port", "", OPEN, TLS, "Connection lost", 0},
   };
   struct Unit {
     std::unique_ptr<Doorway> doorway;
-    std::unique_ptr<test::Process> service;
+    std::unique_ptr<Process> service;
     int64_t cut_ns = 0;
   };
   std::vector<Unit> units;
   for (const Row& row : rows) {
     units.push_back({std::make_unique<Doorway>(row.suits), nullptr});
     const Doorway& doorway = *units.back().doorway;
-    run({test::program("ecu-sim"), "--port", std::to_string(doorway.broker.port())});
+    run(tool({"ecu-sim"}, doorway.broker));
     units.back().service = satnavd("port = " + std::to_string(doorway.port) + "\n" + row.config, {"-v"});
   }
   const auto each = [&](const auto& check) {
@@ -133,7 +126,7 @@ TEST_F(SatnavdTls, RefusalsAreToldTriedAgainAndNeverLeadToPlainText) {
     ASSERT_TRUE(unit.doorway->sees("connection from 127.0.0.1", 1 + 2)) << unit.doorway->broker.log();
     EXPECT_GT(clock_ns(CLOCK_MONOTONIC) - unit.cut_ns, 2 * S);
     if (!row.config.empty()) unit.doorway->expect_nothing_told();
-    EXPECT_TRUE(test::logged(*unit.service, "DATA TO PUBLISH BUT NO MQTT", 2));
+    EXPECT_TRUE(logged(*unit.service, "DATA TO PUBLISH BUT NO MQTT", 2));
     unit.doorway->lead_to(row.suits);
   });
   each([&](const Row& row, Unit& unit) {

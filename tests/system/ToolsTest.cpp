@@ -1,10 +1,8 @@
 #include "system/SatnavdTest.h"
 
+using namespace test;
+using namespace testing;
 using nlohmann::json;
-using test::PATIENCE_MS;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 
 namespace {
 
@@ -21,36 +19,23 @@ std::string summary(const json& line) {
          line.value("body", json(line.value("error", ""))).dump();
 }
 
-class ToolsTest : public test::SatnavdTest {
- protected:
-  std::unique_ptr<test::Process> start(std::vector<std::string> argv) const {
-    argv[0] = test::program(argv[0]);
-    argv.insert(argv.end(), {"--port", std::to_string(broker.port())});
-    return std::make_unique<test::Process>(argv);
-  }
-  /// ecu-sim with --keep, its state published.
-  std::unique_ptr<test::Process> start_unit(std::vector<std::string> options = {}) const {
-    options.insert(options.begin(), {"ecu-sim", "--keep"});
-    auto unit = start(options);
-    EXPECT_TRUE(unit->wait_for_output("messages published", PATIENCE_MS)) << unit->err();
-    return unit;
-  }
-};
+using ToolsTest = test::SatnavdTest;
 
 }  // namespace
 
 TEST_F(ToolsTest, CommandsReachTheBusOnceAndBrokenOnesChangeNothing) {
   const auto file = folder.write("unit.txt", "# a unit\nvar hwversion n2\r\n\ntimezone none\n");
   const auto unit = start_unit({"--no-defaults", "--file", file});
-  const auto tap = start({"satnav-tap", "--json", "--topic", "#", "--topic", "system/#"});
+  const auto tap = std::make_unique<Process>(
+      tool({"satnav-tap", "--json", "--topic", "#", "--topic", "system/#"}, broker));
   ASSERT_TRUE(tap->wait_for_output("system/sysparams", PATIENCE_MS));
   unit->write_stdin("param 0xA00F 00\nblackout maybe\nblackout off\nlaunch\nraw rt/system/x FF00\n");
   unit->write_stdin("timezone +05:30 summer source=user\nsource can\nlog-config 01000000\nraw systime/td");
   unit->close_stdin();
   ASSERT_TRUE(tap->wait_for_output("systime/td", PATIENCE_MS)) << tap->out();
   EXPECT_TRUE(unit->running()) << "the end of its input ended it";
-  EXPECT_THAT(unit->err(), testing::AllOf(HasSubstr("ecu-sim: blackout: expected on or off, found 'maybe'\n"),
-                                          HasSubstr("ecu-sim: unknown command 'launch'\n")));
+  EXPECT_THAT(unit->err(), AllOf(HasSubstr("ecu-sim: blackout: expected on or off, found 'maybe'\n"),
+                                 HasSubstr("ecu-sim: unknown command 'launch'\n")));
   for (auto* process : {unit.get(), tap.get()}) expect_end(*process, SIGINT);
   std::vector<std::string> seen;
   for (const auto& line : json_lines(tap->out())) seen.push_back(summary(line));
@@ -68,19 +53,18 @@ TEST_F(ToolsTest, CommandsReachTheBusOnceAndBrokenOnesChangeNothing) {
 }
 
 TEST_F(ToolsTest, ABridgeJoinsTwoUnits) {
-  test::Broker other;
+  Broker other;
   ASSERT_TRUE(other.start());
   const auto port = std::to_string(broker.port());
-  const auto other_port = std::to_string(other.port());
-  test::Process bridge({test::program("ecu-sim"), "--bridge", "127.0.0.1:" + port + "/a",
-                        "127.0.0.1:" + other_port, "--delay", "50"});
+  Process bridge({program("ecu-sim"), "--bridge", "127.0.0.1:" + port + "/a",
+                  "127.0.0.1:" + std::to_string(other.port()), "--delay", "50"});
   ASSERT_TRUE(bridge.wait_for_output("carrying 5 groups from 127.0.0.1:" + port + "/a to", PATIENCE_MS));
-  test::Process tap({test::program("satnav-tap"), "--json", "--topic", "rt/#", "--port", other_port});
+  Process tap(tool({"satnav-tap", "--json", "--topic", "rt/#"}, other));
   const auto unit = start_unit();
   const std::string envelope = " 09 0100 1200 0A000000 11 0102030405060708 0A08";
   const auto command = "raw a/rt/oemcan/tx/p2c1_local FF\nraw a/rt/j1939can/tx/vp1_local" + envelope +
                        "949ADC99D0144576\nraw a/rt/oemcan/tx/p2c1_local" + envelope + "030103B46B04FFFF\n";
-  ASSERT_TRUE(test::eventually(  // until the subscriptions are there
+  ASSERT_TRUE(eventually(  // until the subscriptions are there
       [&] {
         unit->write_stdin(command);
         return tap.wait_for_output("p2c1_fb", 200);
@@ -92,15 +76,15 @@ TEST_F(ToolsTest, ABridgeJoinsTwoUnits) {
   EXPECT_EQ(summary(lines[1]), R"(rt/oemcan/rx/p2c1_fb {"value":"030103b46b04ffff"})");
   EXPECT_NE(lines[1]["envelope"]["timestamp_ns"], 0x0807060504030201);
   expect_end(bridge, SIGINT);
-  EXPECT_THAT(bridge.out(), testing::ContainsRegex(
-                                "P2C1 [^ ]* -> [^ ]*: [1-9] carried, 0 lost, 0 dropped, [1-9] malformed\n"));
+  EXPECT_THAT(bridge.out(),
+              ContainsRegex("P2C1 [^ ]* -> [^ ]*: [1-9] carried, 0 lost, 0 dropped, [1-9] malformed\n"));
 }
 
 TEST_F(ToolsTest, WrongOptionsAreExplained) {
   const auto unit = folder.write("unit.txt", "var a b\nvar\n");
   const auto database = folder.write("bad.dbc", "BO_ 1 X: 8 Y\nSG_\n");
-  const auto nobody = folder.write(
-      "nobody.conf", "connect_timeout_ms = 300\nport = " + std::to_string(test::free_port()) + "\n");
+  const auto nobody =
+      folder.write("nobody.conf", "connect_timeout_ms = 300\nport = " + std::to_string(free_port()) + "\n");
   const auto route = folder.write("route.csv", "48,10,400\n48.01,ten,400\n");
   const struct {
     std::vector<std::string> argv;
@@ -119,8 +103,8 @@ TEST_F(ToolsTest, WrongOptionsAreExplained) {
       {{"ecu-sim", "--config", nobody}, 1, "ecu-sim: no connection to the broker at 127.0.0.1:"},
   };
   for (auto [argv, status, said] : rows) {
-    argv[0] = test::program(argv[0]);
-    test::Process process(argv);
+    argv[0] = program(argv[0]);
+    Process process(argv);
     EXPECT_EQ(process.wait_for_exit(PATIENCE_MS), status) << argv[1];
     EXPECT_THAT(process.err(), HasSubstr(said));
   }

@@ -14,14 +14,12 @@
 #include "platform/LogOutput.h"
 #include "platform/Logging.h"
 #include "platform/Time.h"
+#include "support/LocalSocket.h"
 #include "support/LogCapture.h"
-#include "support/LogDaemon.h"
 
 using namespace ecu::koru;
 using namespace std::string_literals;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::MatchesRegex;
+using namespace testing;
 
 namespace {
 
@@ -76,7 +74,7 @@ TEST(Logging, TextFromOutsideIsCut) {
 TEST(Logging, RecordsThatTheSystemsLogDoesNotTakeAreCounted) {
   const test::TempDir folder;
   g_log_path = folder / "log";
-  const test::LogDaemon daemon(g_log_path, SOCK_DGRAM);
+  const test::LocalSocket daemon(g_log_path);
   VirtualTime time(0, 1'795'256'130'123'999);
   set_time_source(&time);
   logging::set_log_mode(logging::LogMode::SYSLOG);
@@ -135,7 +133,7 @@ TEST(Logging, TheSystemsLogNeverWaitsAndIsFoundAgain) {
   logging::SyslogOutput output(path);
   EXPECT_FALSE(output.put("nobody is there"));
   {
-    const test::LogDaemon daemon(path, SOCK_DGRAM);
+    const test::LocalSocket daemon(path);
     EXPECT_TRUE(output.put("<30>a"));
     EXPECT_EQ(daemon.received(), "<30>a");
     int taken = 0;
@@ -148,7 +146,7 @@ TEST(Logging, TheSystemsLogNeverWaitsAndIsFoundAgain) {
     EXPECT_TRUE(output.put("d"));
   }
   EXPECT_FALSE(output.put("it has gone"));
-  const test::LogDaemon stream(path, SOCK_STREAM);
+  const test::LocalSocket stream(path, SOCK_STREAM);
   for (const char* record : {"<30>e", "<30>f"}) EXPECT_TRUE(output.put(record));
   EXPECT_EQ(stream.received(), "<30>e\0<30>f\0"s);
 }

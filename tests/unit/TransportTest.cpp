@@ -42,7 +42,6 @@ using namespace ecu::koru;
 using namespace ecu::koru::com;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using Keys = std::map<std::string, std::string>;
 using Counts = std::map<std::string, int>;
 
@@ -93,7 +92,7 @@ class Recorder final : public ISubscriptionObserver {
 };
 
 /// Gives each caller the same answer, then closes the connection or keeps it until the caller goes.
-class Peer {
+class Peer : test::Unique {
  public:
   explicit Peer(std::string answer, bool closes = true)
       : m_answer(std::move(answer)), m_closes(closes), m_thread([this] { serve(); }) {}
@@ -102,8 +101,6 @@ class Peer {
     m_thread.join();
     close(m_listener);
   }
-  Peer(const Peer&) = delete;
-  Peer& operator=(const Peer&) = delete;
 
   const uint16_t port = test::free_port();
 
@@ -130,7 +127,6 @@ size_t records(const std::string& log, const std::string& level, const std::stri
   return test::occurrences(log, " " + level + " koru.com.mqtt: " + part);
 }
 
-/// A client that is connected to a broker.
 class Transport : public testing::Test {
  protected:
   void SetUp() override {
@@ -382,7 +378,7 @@ TEST_F(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
   EXPECT_TRUE(result->got("big=" + std::string(LIMIT, 'y'), 10000));
   EXPECT_EQ(result->texts().size(), 2U);
   EXPECT_THAT(echo->texts(), ElementsAre("in=1"));
-  EXPECT_THAT(late->texts(), IsEmpty());
+  EXPECT_THAT(late->texts(), testing::IsEmpty());
   const std::string log = capture.take();
   EXPECT_EQ(records(log, "ERROR", "The observer of \"in\" failed"), 2U) << log;
   EXPECT_THAT(log, HasSubstr("no\\x0Agood"));

@@ -4,23 +4,25 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <string>
+#include <vector>
 
 #include "support/Support.h"
 
 namespace test {
 
-/// A log daemon that reads only when it is asked to. `type` SOCK_DGRAM or SOCK_STREAM.
-class LogDaemon {
+/// A log daemon's or a service manager's socket, read only when it is asked to. `name` is a path, or "@" and
+/// an abstract name.
+class LocalSocket : Unique {
  public:
-  LogDaemon(const std::string& path, int type) : m_socket(socket(AF_UNIX, type | SOCK_CLOEXEC, 0)) {
-    const auto [address, length] = unix_address(path);
-    unlink(path.c_str());
+  explicit LocalSocket(const std::string& name, int type = SOCK_DGRAM)
+      : m_socket(socket(AF_UNIX, type | SOCK_CLOEXEC, 0)) {
+    const auto [address, length] = unix_address(name);
+    unlink(name.c_str());
     EXPECT_EQ(bind(m_socket, reinterpret_cast<const sockaddr*>(&address), length), 0);
     if (type == SOCK_STREAM) listen(m_socket, 5);
   }
-  ~LogDaemon() { close(m_socket); }
-  LogDaemon(const LogDaemon&) = delete;
-  LogDaemon& operator=(const LogDaemon&) = delete;
+  ~LocalSocket() { close(m_socket); }
 
   /// One datagram, or all that lies in the next connection; empty if there is nothing.
   [[nodiscard]] std::string received() const {
@@ -30,6 +32,13 @@ class LogDaemon {
         recv(connection >= 0 ? connection : m_socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
     bytes.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
     return bytes;
+  }
+
+  /// All datagrams that have come since the last call.
+  [[nodiscard]] std::vector<std::string> take() const {
+    std::vector<std::string> texts;
+    for (std::string text; !(text = received()).empty();) texts.push_back(text);
+    return texts;
   }
 
  private:
