@@ -50,11 +50,7 @@ class Broker {
   [[nodiscard]] std::string log() const { return m_process ? m_process->err() : std::string(); }
 
  private:
-  [[nodiscard]] bool accepts() const {
-    const int descriptor = connect_to(m_port);
-    if (descriptor >= 0) close(descriptor);
-    return descriptor >= 0;
-  }
+  [[nodiscard]] bool accepts() const { return close(connect_to(m_port)) == 0; }
 
   const uint16_t m_port = free_port();
   TempDir m_folder;

@@ -91,10 +91,7 @@ inline int socket_after(int (*call)(int, const sockaddr*, socklen_t), uint16_t p
   std::random_device random;
   for (int attempt = 0; attempt < 200; ++attempt) {
     const auto port = static_cast<uint16_t>(20000 + random() % 12000);
-    const int descriptor = listen_on(port);
-    if (descriptor < 0) continue;
-    close(descriptor);
-    return port;
+    if (close(listen_on(port)) == 0) return port;
   }
   throw std::runtime_error("no free port");
 }

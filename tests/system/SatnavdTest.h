@@ -46,7 +46,6 @@ class MuteBroker : Unique {
   }
   ~MuteBroker() { close(m_listener); }
 
-  /// Waits until somebody connects once more.
   [[nodiscard]] bool called() const {
     pollfd state{m_listener, POLLIN, 0};
     return poll(&state, 1, PATIENCE_MS) == 1 && accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC) >= 0;

@@ -1,5 +1,3 @@
-// Records and the places that they go to.
-
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
