@@ -119,7 +119,6 @@ class World : public SatnavdTest {
     service->signal(SIGTERM);
     return service->wait_for_exit(2000);
   }
-  /// The newest records that the log daemon has read.
   [[nodiscard]] std::string log() const {
     const std::lock_guard lock(m_records_mutex);
     return m_records.substr(m_records.size() - std::min<size_t>(m_records.size(), 5000));

@@ -89,7 +89,6 @@ TEST_F(Supervision, EveryModeFeedsAndTellsItsStatus) {
   }
 }
 
-// The watchdog is there for this: a pass that does not end.
 TEST_F(Supervision, AStuckPassFeedsNothing) {
   Script script;
   World world(script);

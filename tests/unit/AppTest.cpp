@@ -38,7 +38,6 @@ Options parsed(const std::string& line) {
   return options;
 }
 
-/// The service as a command line and a file set it up.
 struct Configured {
   SerialInput* input = new SerialInput(std::make_unique<test::FakeTerminal>());  // owned by the service
   std::shared_ptr<com::MemoryTransport> memory = std::make_shared<com::MemoryTransport>();

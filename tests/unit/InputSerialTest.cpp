@@ -16,7 +16,6 @@ namespace {
 
 using Items = std::vector<std::string>;
 
-/// An input on a fake terminal, read as the service reads it.
 struct Port {
   VirtualTime time;
   test::FakeTerminal* line = new test::FakeTerminal;  // owned by the input

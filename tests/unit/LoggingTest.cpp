@@ -25,7 +25,6 @@ std::string g_log_path;
 
 }  // namespace
 
-/// Stands in for the connection to the system's log.
 int connect(int descriptor, const sockaddr* address, socklen_t length) {
   static auto* const real = reinterpret_cast<decltype(&connect)>(dlsym(RTLD_NEXT, "connect"));
   const auto [log, log_length] = test::unix_address(g_log_path);

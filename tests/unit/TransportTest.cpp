@@ -58,7 +58,6 @@ std::shared_ptr<ITransportClient> make_client(uint16_t port, const Keys& keys = 
   return create_client(config, TransportType::MQTT);
 }
 
-/// Writes down what it gets, then does what the test wants.
 class Recorder final : public ISubscriptionObserver {
  public:
   using Action = std::function<void(const std::string& topic, const Message& message)>;
