@@ -247,6 +247,14 @@ TEST(ReceiverControl, ThreeNaksOrFourPeriodsEndACommandAndNoOtherCounts) {
 }
 
 // Whenever in a command's four periods the requests come, each of the two port polls has its own four.
+TEST(ReceiverControl, LeavesTheConstellationsOfAReceiverThatDoesNotTellWhatItCan) {
+  Scene scene(GOOD);
+  scene.answers.erase("capable");
+  scene.service->ubloxConfig().setGnssSystemRequested(0x09);
+  scene.run(400);
+  EXPECT_THAT(scene.sent(), AllOf(HasSubstr(" systems "), Not(HasSubstr("063E"))));
+}
+
 TEST(ReceiverControl, ChangesOfTheConstellationsRestartTheSequenceOnceWithBothPortPolls) {
   for (const double at : {100, 103, 106, 109, 400}) {
     Scene scene;
