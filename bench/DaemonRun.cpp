@@ -148,8 +148,7 @@ void Setup::startService(const DaemonRate& rate) {
                                      "\nlogmode = STDERR\ndisable_hw_init = true\ngnss_device = " +
                                      (m_folder / "receiver") + "\n");
   m_service = std::make_unique<test::Process>(
-      std::vector<std::string>{test::program("satnavd"), "-b", std::to_string(rate.baud)},
-      test::Process::Options{.cwd = m_folder.path(), .env = {}});
+      std::vector<std::string>{test::program("satnavd"), "-b", std::to_string(rate.baud)}, m_folder.path());
 }
 
 Setup::Point Setup::nextPoint() {
