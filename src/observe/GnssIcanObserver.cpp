@@ -88,17 +88,16 @@ struct GnssIcanObserver::Group {
   std::span<const SignalName> signals;
   bool (GnssIcanObserver::*store)(std::span<const double>);  // false: the values make no sense
   void (GnssIcanObserver::*set_default)();
-  size_t index;
 };
 
 const std::array<GnssIcanObserver::Group, 5>& GnssIcanObserver::groups() {
   using Observer = GnssIcanObserver;
   static const std::array<Group, 5> GROUPS{
-      {{topic_vp1_base, VP1_SIGNALS, &Observer::unpack_vp1_base, &Observer::setDefault_vp1_base, 0},
-       {topic_p2c1_base, P2C1_SIGNALS, &Observer::unpack_p2c1_base, &Observer::setDefault_p2c1_base, 1},
-       {topic_vp2_base, VP2_SIGNALS, &Observer::unpack_vp2_base, &Observer::setDefault_vp2_base, 2},
-       {topic_vds_base, VDS_SIGNALS, &Observer::unpack_vds_base, &Observer::setDefault_vds_base, 3},
-       {topic_timedate_var6, TD_SIGNALS, &Observer::unpack_timedate_var6, &Observer::resetTimeDate, 4}}};
+      {{topic_vp1_base, VP1_SIGNALS, &Observer::unpack_vp1_base, &Observer::setDefault_vp1_base},
+       {topic_p2c1_base, P2C1_SIGNALS, &Observer::unpack_p2c1_base, &Observer::setDefault_p2c1_base},
+       {topic_vp2_base, VP2_SIGNALS, &Observer::unpack_vp2_base, &Observer::setDefault_vp2_base},
+       {topic_vds_base, VDS_SIGNALS, &Observer::unpack_vds_base, &Observer::setDefault_vds_base},
+       {topic_timedate_var6, TD_SIGNALS, &Observer::unpack_timedate_var6, &Observer::resetTimeDate}}};
   return GROUPS;
 }
 
@@ -129,7 +128,7 @@ void GnssIcanObserver::unpack(const Group& group, const com::Message& message) {
   std::array<double, MAX_SIGNALS> values{};
   const auto used = std::span(values).first(group.signals.size());
   if (takeSignals(group, message, used)) {
-    m_complained[group.index] = false;
+    complained(group) = false;
   } else {
     (this->*group.set_default)();
   }
@@ -158,8 +157,12 @@ bool GnssIcanObserver::takeSignals(const Group& group, const com::Message& messa
   return false;
 }
 
+bool& GnssIcanObserver::complained(const Group& group) {
+  return m_complained[static_cast<size_t>(&group - groups().data())];
+}
+
 void GnssIcanObserver::complain(const Group& group, const std::string& text) {
-  if (!std::exchange(m_complained[group.index], true)) {
+  if (!std::exchange(complained(group), true)) {
     LOG.warning(text);
   } else {
     LOG.debug(text);

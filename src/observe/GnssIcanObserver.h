@@ -70,6 +70,7 @@ class GnssIcanObserver final : public com::ISubscriptionObserver {
   void unpack(const Group& group, const com::Message& message);
   [[nodiscard]] bool takeSignals(const Group& group, const com::Message& message, std::span<double> values);
   void complain(const Group& group, const std::string& text);
+  bool& complained(const Group& group);
 
   const std::function<bool()> m_keep_waiting;
   // Guards everything below. There is one only, because a date and the release that comes with it are stored

@@ -27,11 +27,12 @@ std::string port(unsigned baud) {
   return ubx(0x06, 0x00, payload);
 }
 
-/// CFG-GNSS of a receiver that can do all systems, those enabled whose gnssId is named.
+/// CFG-GNSS of a receiver that can do all systems, those enabled whose gnssId is named. Also 7, which nobody
+/// selects and which stays as it is.
 std::string systems(const std::string& enabled) {
-  std::string payload = bytes("00 20 20 07");
-  for (char id = 0; id < 7; ++id) {
-    const bool on = enabled.find(static_cast<char>('0' + id)) != std::string::npos;
+  std::string payload = bytes("00 20 20 08");
+  for (char id = 0; id < 8; ++id) {
+    const bool on = (enabled + '7').find(static_cast<char>('0' + id)) != std::string::npos;
     payload += std::string{id, 8, 16, 0, on ? '\1' : '\0', 0, id, 1};
   }
   return ubx(0x06, 0x3E, payload);
