@@ -69,7 +69,7 @@ class Publisher final : public IEpochOwner {
   }
   void send_if_due(int64_t now_us) {
     const bool published = epoch.framePublished();
-    if (!epoch.isFrameDue(now_us)) {
+    if (!epoch.isFrameDue(now_us, false)) {
       if (published) epoch.holdBack();
       return;
     }
@@ -78,7 +78,7 @@ class Publisher final : public IEpochOwner {
     m_can.publishFrame(m_client, epoch.infoSent(), epoch.sentences());
     epoch.infoSent().clear();
     epoch.frameSent(now_us, utc);
-    require(!epoch.isFrameDue(now_us), "a frame that was sent is no longer due");
+    require(!epoch.isFrameDue(now_us, false), "a frame that was sent is no longer due");
   }
 
   std::shared_ptr<com::MemoryTransport> bus = std::make_shared<com::MemoryTransport>();

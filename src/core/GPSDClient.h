@@ -108,7 +108,7 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
   [[nodiscard]] bool readNewData(int timeout_us);
   void processNewData();
   void processUblox();
-  void sendFrameIfDue();
+  void sendFrameIfDue(bool more_received);
   void sendGpsOnCan();
   void sendAndCountFrame();
   void timeoutToSendFrame();

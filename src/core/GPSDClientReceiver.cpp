@@ -78,14 +78,16 @@ void GPSDClient::connectOrWait() {
 
 void GPSDClient::receive() {
   m_connection_state = ConnectionState::CONNECTED;
+  bool more_received = false;
   if (readNewData(READ_TIMEOUT_US)) {
     m_data_time_us = GnssUtils::getMicrosecDuration(0);
     m_epoch.setDataTime(m_data_time_us, time_source().boot_ns());
     processNewData();
+    more_received = m_input->getBytesWaiting() > m_input->getMessageLength();
   } else if (m_input->isDeviceGone()) {
     deviceGone();
   }
-  sendFrameIfDue();
+  sendFrameIfDue(more_received);
   if (m_input->isConnected()) superviseReceiver();
 }
 
@@ -141,9 +143,9 @@ void GPSDClient::processUblox() {
   m_ubx_reception.processUbloxMessage();
 }
 
-void GPSDClient::sendFrameIfDue() {
+void GPSDClient::sendFrameIfDue(bool more_received) {
   const bool published = m_epoch.framePublished();
-  if (!m_epoch.isFrameDue(GnssUtils::getMicrosecDuration(0))) {
+  if (!m_epoch.isFrameDue(GnssUtils::getMicrosecDuration(0), more_received)) {
     if (published) m_epoch.holdBack();
     return;
   }

@@ -170,13 +170,14 @@ void EpochAssembly::logFrameTimeout(int64_t now_us) const {
              " diff4 ", now_us - m_rmc_time, " diff5 ", now_us - m_prev_rmc_time);
 }
 
-bool EpochAssembly::isFrameDue(int64_t now_us) const {
+bool EpochAssembly::isFrameDue(int64_t now_us, bool more_received) const {
   if (m_frame_published) {
     const int64_t second = utcSecond(m_gnss_info_sent.m_utc_tm);
     const bool new_second = second != -1 && second != m_sent_utc_second;
     return new_second || now_us - m_frame_sent_time_stamp > FRAME_GAP_US;
   }
-  const bool patient = m_frame_start_time != 0 ? now_us - m_frame_start_time <= BURST_US
+  const int64_t burst_us = more_received ? EPOCH_TIMEOUT_US : BURST_US;
+  const bool patient = m_frame_start_time != 0 ? now_us - m_frame_start_time <= burst_us
                                                : m_complete_published_us != -1 &&
                                                      now_us - m_complete_published_us <= EPOCH_TIMEOUT_US;
   return !patient && isTimeoutToSendFrame(now_us);

@@ -51,7 +51,8 @@ std::string fix(int second, int hundredths = 0) {
   return epoch(second, "RMC GGA GSA GST", hundredths);
 }
 
-/// Bursts of the receiver, each with the ms at which it arrives.
+/// Bursts of the receiver, each with the ms at which it arrives. "!1.2": the service gets no processor time
+/// for 1.2 s.
 using Bursts = std::vector<std::pair<int64_t, std::string>>;
 
 /// `fixes` at `hz`, the first of second 1, without the one with the index `lost`.
@@ -131,6 +132,12 @@ TEST(Buses, EachSecondGoesOutOnceAndTheBusIsNeverSilentForLong) {
       {"next RMC", {{300, fix(1)}, {400, epoch(2, no_gst)}, {1251, fix(3)}}, "300* 1251/3* 1251*"},
       {"next RMC after two", {{300, fix(1)}, {400, epoch(2, "RMC GGA")}, {1251, fix(3)}}, "300* 1251/6*"},
       {"three sentences with a GST", {{300, epoch(1, "RMC GGA GST")}, {1300, fix(2)}}, "1300/3* 1300*"},
+      {"no processor time in mid-epoch",
+       {{300, fix(1)}, {1290, epoch(2, "RMC")}, {1291, "!1.298"}, {1292, epoch(2, "GGA GSA GST")}},
+       "300* 2589*"},
+      {"none for too long",
+       {{300, fix(1)}, {1290, epoch(2, "RMC")}, {1291, "!1.300"}, {1292, epoch(2, "GGA GSA GST")}},
+       "300* 2591/2*"},
       // What is bad costs its sentence. More than 100 sentences are no epoch.
       {"bad sentences",
        {{300, epoch(1, "RMC") + nmea(bad_satellites + "x,0.9,545.4,M,46.9,M,,") +
@@ -145,8 +152,14 @@ TEST(Buses, EachSecondGoesOutOnceAndTheBusIsNeverSilentForLong) {
   };
   for (const auto& tested : cases) {
     Script script;
-    for (const auto& [at_ms, bytes] : tested.bursts) script.add(at_ms * MS, bytes);
     World world(script, WITH_BUSES);
+    for (const auto& [at_ms, bytes] : tested.bursts) {
+      if (bytes[0] != '!')
+        script.add(at_ms * MS, bytes);
+      else
+        world.at(static_cast<double>(at_ms) / 1e3,
+                 [&, ns = std::stod(bytes.substr(1)) * 1e9] { world.time.sleep_ns(std::llround(ns)); });
+    }
     world.service->disableHardwareInit();
     const std::string expected = tested.expected;
     world.run(std::stod(expected.substr(expected.rfind(' ') + 1)) / 1e3 + 0.2);
