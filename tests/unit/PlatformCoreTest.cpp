@@ -73,6 +73,7 @@ TEST(PlatformTest, ConfigurationReadsKeysAndNamesTheLineThatIsWrong) {
 TEST(PlatformTest, ANumberThatIsTooLargeLeavesNothingBehind) {
   EXPECT_THROW(std::ignore = to_u32_base0("99999999999999999999"), std::out_of_range);
   EXPECT_EQ(to_u32_base0("0xFFFFFFFF"), 0xFFFFFFFF);
+  EXPECT_EQ(to_u32_base0(" -1"), 0xFFFFFFFF);
 }
 
 TEST(PlatformTest, TheEnvelopeIsThisOnTheWire) {

@@ -142,8 +142,10 @@ TEST_F(Transport, DeliversEveryMessageOnceToEverySubscription) {
   // Some brokers send one copy for each of the client's topics that match.
   for (const char* copies : {"false", "true"}) {
     broker.stop();
+    ASSERT_TRUE(test::eventually([&] { return !client->is_connected(); }, 5000));
     broker.configure({std::string("allow_duplicate_messages ") + copies});
-    SetUp();
+    ASSERT_TRUE(broker.start());
+    ASSERT_TRUE(test::eventually([&] { return client->is_connected(); }, 10'000));
     EXPECT_EQ(client->publish("a/old", text_message("kept", true)), 0);
 
     const auto one = std::make_shared<Recorder>();
