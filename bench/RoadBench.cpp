@@ -17,12 +17,14 @@
 #include "bench/Allocations.h"
 #include "core/GPSDClient.h"
 #include "input/SerialInput.h"
-#include "nmea/GnssUtils.h"
+#include "nmea/GnssInfo.h"
+#include "nmea/NmeaParsers.h"
 #include "platform/Logging.h"
 #include "platform/Time.h"
 #include "publish/GnssPublishCAN.h"
 #include "publish/GnssPublishMqtt.h"
 #include "sim/gnss/Receiver.h"
+#include "wire/Stopwatch.h"
 
 namespace {
 

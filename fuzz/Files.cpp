@@ -10,7 +10,6 @@
 #include "app/ApplyConfiguration.h"
 #include "fuzz/FuzzTarget.h"
 #include "input/SerialInput.h"
-#include "nmea/GnssUtils.h"
 #include "platform/DbcReader.h"
 #include "platform/Logging.h"
 #include "platform/MqttOptions.h"

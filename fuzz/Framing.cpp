@@ -5,10 +5,10 @@
 
 #include "fuzz/FuzzTarget.h"
 #include "input/SPI.h"
-#include "nmea/GnssUtils.h"
 #include "support/FakeSpi.h"
 #include "support/FakeTerminal.h"
 #include "support/Frames.h"
+#include "wire/NmeaLine.h"
 
 namespace fuzz {
 

@@ -6,10 +6,11 @@
 #include <cstring>
 #include <iostream>
 
-#include "nmea/GnssUtils.h"
 #include "platform/Logging.h"
 #include "platform/PbInternalMessageAdapter.h"
 #include "proto/nvxproto.pb.h"
+#include "wire/ServiceLog.h"
+#include "wire/Stopwatch.h"
 
 namespace fuzz {
 

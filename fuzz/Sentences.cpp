@@ -7,12 +7,14 @@
 
 #include "fuzz/FuzzTarget.h"
 #include "nmea/EpochAssembly.h"
-#include "nmea/GnssUtils.h"
+#include "nmea/GnssInfo.h"
+#include "nmea/NmeaParsers.h"
 #include "nmea/UtcCalendar.h"
 #include "platform/Logging.h"
 #include "publish/GnssPublishCAN.h"
 #include "publish/GnssPublishMqtt.h"
 #include "support/Frames.h"
+#include "wire/Stopwatch.h"
 
 namespace fuzz {
 

@@ -4,9 +4,9 @@
 #include <array>
 
 #include "fuzz/FuzzTarget.h"
-#include "nmea/GnssUtils.h"
 #include "platform/Topics.h"
 #include "scenario/World.h"
+#include "wire/UbxFrame.h"
 
 namespace fuzz {
 

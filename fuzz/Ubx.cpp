@@ -4,7 +4,6 @@
 
 #include "fuzz/FuzzTarget.h"
 #include "input/SerialInput.h"
-#include "nmea/GnssUtils.h"
 #include "support/FakeTerminal.h"
 #include "support/Frames.h"
 #include "ublox/AntennaSupervision.h"

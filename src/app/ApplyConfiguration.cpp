@@ -5,9 +5,10 @@
 #include <utility>
 #include <vector>
 
-#include "nmea/GnssUtils.h"
 #include "platform/Numbers.h"
 #include "platform/Signals.h"
+#include "wire/HexDump.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

@@ -9,8 +9,8 @@
 #include <iostream>
 
 #include "app/Version.h"
-#include "nmea/ServiceLog.h"
 #include "platform/Numbers.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

@@ -17,16 +17,17 @@
 #include "app/Version.h"
 #include "core/GPSDClient.h"
 #include "input/SPI.h"
-#include "nmea/GnssUtils.h"
 #include "platform/Configuration.h"
 #include "platform/ServiceManager.h"
 #include "platform/Transport.h"
 #include "platform/Variables.h"
+#include "wire/ServiceLog.h"
+#include "wire/Stopwatch.h"
 
 namespace {
 
 using namespace ecu::koru;
-using gpspub::GnssUtils;
+namespace GnssUtils = ecu::koru::gpspub::GnssUtils;
 using gpspub::GPSDClient;
 using gpspub::LOG;
 

@@ -5,11 +5,13 @@
 
 #include "input/SPI.h"
 #include "input/SerialInput.h"
-#include "nmea/GnssUtils.h"
+#include "nmea/GnssInfo.h"
 #include "platform/Time.h"
 #include "publish/GnssPublishCAN.h"
 #include "publish/GnssPublishMqtt.h"
 #include "publish/GnssPublishSystime.h"
+#include "wire/ServiceLog.h"
+#include "wire/Stopwatch.h"
 
 namespace ecu::koru::gpspub {
 

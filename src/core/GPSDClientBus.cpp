@@ -7,10 +7,10 @@
 
 #include "core/GPSDClient.h"
 #include "core/SystemParameters.h"
-#include "nmea/ServiceLog.h"
 #include "platform/PbInternalMessageAdapter.h"
 #include "platform/Topics.h"
 #include "platform/Variables.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

@@ -1,7 +1,9 @@
 // CAN-input mode: the position of another unit, published again.
 
 #include "core/GPSDClient.h"
-#include "nmea/GnssUtils.h"
+#include "nmea/GnssInfo.h"
+#include "wire/ServiceLog.h"
+#include "wire/Stopwatch.h"
 
 namespace ecu::koru::gpspub {
 

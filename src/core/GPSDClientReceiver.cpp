@@ -5,9 +5,11 @@
 
 #include "core/GPSDClient.h"
 #include "input/SPI.h"
-#include "nmea/GnssUtils.h"
-#include "nmea/HexDump.h"
+#include "nmea/GnssInfo.h"
 #include "platform/Time.h"
+#include "wire/HexDump.h"
+#include "wire/ServiceLog.h"
+#include "wire/Stopwatch.h"
 
 namespace ecu::koru::gpspub {
 

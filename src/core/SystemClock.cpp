@@ -1,7 +1,7 @@
 #include "core/SystemClock.h"
 
-#include "nmea/ServiceLog.h"
 #include "platform/Time.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

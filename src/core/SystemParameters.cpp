@@ -3,7 +3,7 @@
 #include <array>
 #include <optional>
 
-#include "nmea/GnssUtils.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

@@ -4,9 +4,11 @@
 #include <string_view>
 
 #include "input/SerialInput.h"
-#include "nmea/GnssUtils.h"
-#include "nmea/HexDump.h"
 #include "platform/Bytes.h"
+#include "wire/HexDump.h"
+#include "wire/NmeaLine.h"
+#include "wire/ServiceLog.h"
+#include "wire/UbxFrame.h"
 
 namespace ecu::koru::gpspub {
 

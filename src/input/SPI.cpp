@@ -7,9 +7,9 @@
 #include <cstring>
 #include <utility>
 
-#include "nmea/GnssUtils.h"
-#include "nmea/HexDump.h"
 #include "platform/Time.h"
+#include "wire/HexDump.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <utility>
 
-#include "nmea/GnssUtils.h"
-#include "nmea/HexDump.h"
+#include "wire/HexDump.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

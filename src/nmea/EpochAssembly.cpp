@@ -4,8 +4,10 @@
 #include <string_view>
 #include <utility>
 
-#include "nmea/GnssUtils.h"
+#include "nmea/NmeaParsers.h"
 #include "nmea/UtcCalendar.h"
+#include "wire/NmeaLine.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "nmea/GnssUtils.h"
+#include "nmea/NmeaParsers.h"
 #include "nmea/UtcCalendar.h"
 
 namespace ecu::koru::gpspub {

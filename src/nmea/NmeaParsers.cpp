@@ -1,13 +1,14 @@
+#include "nmea/NmeaParsers.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 
-#include "nmea/GnssUtils.h"
 #include "nmea/NmeaFields.h"
 #include "nmea/UtcCalendar.h"
 
-namespace ecu::koru::gpspub {
+namespace ecu::koru::gpspub::GnssUtils {
 
 namespace {
 
@@ -66,7 +67,7 @@ void takeDate(std::string_view date, const TimeOfDay& time, GnssInfo& info) {
 
 }  // namespace
 
-void GnssUtils::parseRMCString(const std::string& sentence, GnssInfo& info) {
+void parseRMCString(const std::string& sentence, GnssInfo& info) {
   const NmeaFields fields(sentence, RMC_COMMAS);
   if (fields.commas() < RMC_MIN_COMMAS) return;
   const TimeOfDay time = timeOfDay(fields.field(1));
@@ -82,7 +83,7 @@ void GnssUtils::parseRMCString(const std::string& sentence, GnssInfo& info) {
   takeDate(fields.field(9), time, info);
 }
 
-void GnssUtils::parseGGAString(const std::string& sentence, GnssInfo& info) {
+void parseGGAString(const std::string& sentence, GnssInfo& info) {
   const NmeaFields fields(sentence, GGA_COMMAS);
   if (fields.commas() < GGA_MIN_COMMAS) return;
   // First, because it may throw: a sentence is taken as a whole or not at all.
@@ -95,7 +96,7 @@ void GnssUtils::parseGGAString(const std::string& sentence, GnssInfo& info) {
   takeNumber(fields.field(9), info.m_altitude);
 }
 
-void GnssUtils::parseGSAString(const std::string& sentence, GnssInfo& info) {
+void parseGSAString(const std::string& sentence, GnssInfo& info) {
   const NmeaFields fields(sentence, GSA_COMMAS);
   if (const auto mode = fields.field(2); mode.size() == 1) info.m_nav_mode = mode[0] - '0';
   takeNumber(fields.field(15), info.m_pdop);
@@ -103,7 +104,7 @@ void GnssUtils::parseGSAString(const std::string& sentence, GnssInfo& info) {
   takeNumber(fields.field(17), info.m_vdop);
 }
 
-void GnssUtils::parseGSTString(const std::string& sentence, GnssInfo& info) {
+void parseGSTString(const std::string& sentence, GnssInfo& info) {
   const NmeaFields fields(sentence, GST_COMMAS);
   if (fields.commas() < GST_MIN_COMMAS) return;
   double latitude_error = 0;
@@ -113,4 +114,31 @@ void GnssUtils::parseGSTString(const std::string& sentence, GnssInfo& info) {
   info.m_position_error = std::max(latitude_error, longitude_error);
 }
 
-}  // namespace ecu::koru::gpspub
+void convertDegMinDecMinToDegDecDeg(const double& in, double& out) {
+  const double degrees = std::trunc(in / 100);
+  out = degrees + (in - 100 * degrees) / 60;
+}
+
+void convertDegDecDegToDegMinDecMin(const double& in, double& out) {
+  double degrees = 0;
+  const double fraction = std::modf(in, &degrees);
+  out = 100 * degrees + 60 * fraction;
+}
+
+unsigned findGpsStringPosition(const unsigned char* buf, unsigned n, unsigned len) {
+  unsigned commas = 0;
+  for (unsigned i = 0; i < len && n > 0; ++i) {
+    if (buf[i] == ',' && ++commas == n) return i + 1;
+  }
+  return 0;
+}
+
+unsigned countNumberCommas(const unsigned char* buf, unsigned len) {
+  return static_cast<unsigned>(std::count(buf, buf + len, ','));
+}
+
+unsigned countNumberCommas(const std::string& text) {
+  return static_cast<unsigned>(std::count(text.begin(), text.end(), ','));
+}
+
+}  // namespace ecu::koru::gpspub::GnssUtils

@@ -5,8 +5,8 @@
 #include <set>
 #include <string_view>
 
-#include "nmea/GnssUtils.h"
-#include "nmea/ServiceLog.h"
+#include "nmea/GnssInfo.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

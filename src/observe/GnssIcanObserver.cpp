@@ -8,9 +8,9 @@
 #include <string_view>
 #include <utility>
 
-#include "nmea/ServiceLog.h"
 #include "nmea/UtcCalendar.h"
 #include "platform/Time.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

@@ -4,11 +4,11 @@
 #include <array>
 #include <optional>
 
-#include "nmea/GnssUtils.h"
-#include "nmea/HexDump.h"
 #include "platform/PbInternalMessageAdapter.h"
 #include "platform/Signals.h"
 #include "proto/nvxproto.pb.h"
+#include "wire/HexDump.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

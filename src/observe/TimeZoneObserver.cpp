@@ -1,6 +1,6 @@
 #include "observe/TimeZoneObserver.h"
 
-#include "nmea/ServiceLog.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

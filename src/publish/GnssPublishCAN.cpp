@@ -2,10 +2,12 @@
 
 #include <array>
 
-#include "nmea/GnssUtils.h"
+#include "nmea/GnssInfo.h"
 #include "nmea/SignalRows.h"
 #include "platform/Signals.h"
 #include "platform/Topics.h"
+#include "publish/TimeDate.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

@@ -2,9 +2,10 @@
 
 #include <cmath>
 
-#include "nmea/GnssUtils.h"
+#include "nmea/GnssInfo.h"
 #include "platform/PbInternalMessageAdapter.h"
 #include "platform/Topics.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

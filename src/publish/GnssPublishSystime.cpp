@@ -1,7 +1,8 @@
 #include "publish/GnssPublishSystime.h"
 
-#include "nmea/GnssUtils.h"
+#include "nmea/GnssInfo.h"
 #include "platform/Topics.h"
+#include "publish/TimeDate.h"
 
 namespace ecu::koru::gpspub {
 

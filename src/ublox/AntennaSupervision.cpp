@@ -5,9 +5,9 @@
 #include <utility>
 #include <vector>
 
-#include "nmea/GnssUtils.h"
 #include "platform/Signals.h"
 #include "platform/Topics.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

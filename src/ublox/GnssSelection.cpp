@@ -5,8 +5,8 @@
 #include <span>
 #include <string_view>
 
-#include "nmea/GnssUtils.h"
-#include "ublox/UbxFrame.h"
+#include "wire/ServiceLog.h"
+#include "wire/UbxFrame.h"
 
 namespace ecu::koru::gpspub {
 

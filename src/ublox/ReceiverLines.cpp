@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <utility>
 
-#include "nmea/ServiceLog.h"
 #include "platform/Time.h"
+#include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 

@@ -2,8 +2,10 @@
 
 #include <utility>
 
-#include "nmea/GnssUtils.h"
-#include "nmea/HexDump.h"
+#include "wire/HexDump.h"
+#include "wire/ServiceLog.h"
+#include "wire/Stopwatch.h"
+#include "wire/UbxFrame.h"
 
 namespace ecu::koru::gpspub {
 

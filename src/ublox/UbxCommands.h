@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "ublox/UbxFrame.h"
+#include "wire/UbxFrame.h"
 
 namespace ecu::koru::gpspub {
 

@@ -4,9 +4,10 @@
 #include <string>
 #include <utility>
 
-#include "nmea/GnssUtils.h"
-#include "nmea/HexDump.h"
 #include "platform/Time.h"
+#include "wire/HexDump.h"
+#include "wire/ServiceLog.h"
+#include "wire/UbxFrame.h"
 
 namespace ecu::koru::gpspub {
 

@@ -6,7 +6,7 @@
 #include "ublox/AntennaSupervision.h"
 #include "ublox/IReceiverOwner.h"
 #include "ublox/UbloxConfig.h"
-#include "ublox/UbxFrame.h"
+#include "wire/UbxFrame.h"
 
 namespace ecu::koru::gpspub {
 

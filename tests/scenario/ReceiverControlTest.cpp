@@ -6,11 +6,11 @@
 #include <sstream>
 #include <thread>
 
-#include "nmea/GnssUtils.h"
-#include "nmea/HexDump.h"
 #include "platform/Topics.h"
 #include "scenario/World.h"
 #include "support/LogCapture.h"
+#include "wire/HexDump.h"
+#include "wire/ServiceLog.h"
 
 namespace {
 

@@ -6,12 +6,12 @@
 #include <sstream>
 
 #include "app/ApplyConfiguration.h"
-#include "nmea/GnssUtils.h"
 #include "platform/PbInternalMessageAdapter.h"
 #include "platform/Topics.h"
 #include "scenario/World.h"
 #include "sim/gnss/Settings.h"
 #include "support/LogCapture.h"
+#include "wire/ServiceLog.h"
 
 namespace {
 

@@ -14,7 +14,6 @@
 
 #include "core/GPSDClient.h"
 #include "input/SerialInput.h"
-#include "nmea/GnssUtils.h"
 #include "platform/MemoryTransport.h"
 #include "platform/PbInternalMessageAdapter.h"
 #include "platform/Time.h"
@@ -22,6 +21,7 @@
 #include "sim/gnss/Receiver.h"
 #include "support/Frames.h"
 #include "support/Support.h"
+#include "wire/Stopwatch.h"
 
 /// The whole service over a fake terminal and a bus in memory, in virtual time.
 namespace test {

@@ -9,7 +9,6 @@
 #include "app/ApplyConfiguration.h"
 #include "app/Options.h"
 #include "input/SerialInput.h"
-#include "nmea/GnssUtils.h"
 #include "platform/MemoryTransport.h"
 #include "platform/MqttOptions.h"
 #include "platform/PbInternalMessageAdapter.h"
@@ -17,6 +16,7 @@
 #include "proto/nvxproto.pb.h"
 #include "support/FakeTerminal.h"
 #include "support/LogCapture.h"
+#include "wire/ServiceLog.h"
 
 using namespace ecu::koru;
 using namespace ecu::koru::gpspub;

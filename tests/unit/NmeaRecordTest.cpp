@@ -5,8 +5,8 @@
 #include <ctime>
 
 #include "nmea/GnssInfo.h"
-#include "nmea/GnssUtils.h"
 #include "nmea/NmeaFields.h"
+#include "nmea/NmeaParsers.h"
 #include "nmea/UtcCalendar.h"
 
 using namespace ecu::koru::gpspub;

@@ -4,10 +4,11 @@
 #include <cmath>
 #include <random>
 
-#include "nmea/GnssUtils.h"
-#include "nmea/HexDump.h"
 #include "nmea/NmeaFields.h"
 #include "support/Frames.h"
+#include "wire/HexDump.h"
+#include "wire/NmeaLine.h"
+#include "wire/UbxFrame.h"
 
 using namespace ecu::koru::gpspub;
 using namespace std::string_literals;

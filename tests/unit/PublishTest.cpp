@@ -7,7 +7,6 @@
 #include <tuple>
 
 #include "nmea/GnssInfo.h"
-#include "nmea/GnssUtils.h"
 #include "platform/MemoryTransport.h"
 #include "platform/PbInternalMessageAdapter.h"
 #include "proto/nvxproto.pb.h"
@@ -15,6 +14,7 @@
 #include "publish/GnssPublishMqtt.h"
 #include "support/Frames.h"
 #include "support/LogCapture.h"
+#include "wire/ServiceLog.h"
 
 using namespace ecu::koru;
 using namespace ecu::koru::gpspub;

@@ -9,4 +9,12 @@ namespace ecu::koru::gpspub {
 [[nodiscard]] std::string hexDumpMessage(const unsigned char* data, int len, int bytes_per_line,
                                          int bytes_per_group, bool with_space);
 
+namespace GnssUtils {
+
+/// Hex text, either case, to bytes. Returns false for an odd length (`out` empty) and for a pair that is not
+/// a hex number (`out` holds the bytes before it).
+[[nodiscard]] bool hexToBinary(const std::string& hex, std::string& out);
+
+}  // namespace GnssUtils
+
 }  // namespace ecu::koru::gpspub

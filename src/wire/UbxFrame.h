@@ -41,6 +41,7 @@ inline constexpr size_t SYNC_LEN = 2;
 inline constexpr size_t HEADER_LEN = 6;    // sync, class, id, payload length
 inline constexpr size_t OVERHEAD_LEN = 8;  // header and checksum
 inline constexpr size_t LENGTH_OFFSET = 4;
+inline constexpr size_t CHECKSUM_LEN = 2;
 
 // Little-endian numbers at an offset of a payload; 0 beyond its end, so that a length that was not checked
 // cannot reach foreign memory.
@@ -83,5 +84,16 @@ class UbxFrame {
  private:
   std::span<const uint8_t> m_bytes;
 };
+
+/// The UBX checksum: 8-bit Fletcher over class to payload. `buf` is the whole frame with its sync and
+/// checksum bytes.
+namespace GnssUtils {
+
+void calcUbloxChecksum(const unsigned char* buf, unsigned len, unsigned char* a, unsigned char* b);
+[[nodiscard]] bool isUbloxChecksumCorrect(const unsigned char* buf, unsigned len);
+/// Writes the right checksum into the last two bytes. Returns false, unchanged, below 8 bytes.
+[[nodiscard]] bool fixUbloxChecksum(std::string& msg);
+
+}  // namespace GnssUtils
 
 }  // namespace ecu::koru::gpspub

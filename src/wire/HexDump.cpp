@@ -1,6 +1,18 @@
-#include "nmea/HexDump.h"
+#include "wire/HexDump.h"
 
 namespace ecu::koru::gpspub {
+
+namespace {
+
+/// Value of a hex digit of either case, -1 for anything else.
+constexpr int hexValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return -1;
+}
+
+}  // namespace
 
 std::string hexDumpMessage(const unsigned char* data, int len, int bytes_per_line, int bytes_per_group,
                            bool with_space) {
@@ -16,6 +28,18 @@ std::string hexDumpMessage(const unsigned char* data, int len, int bytes_per_lin
     if (bytes_per_line > 0 && (i + 1) % bytes_per_line == 0) dump.push_back('\n');
   }
   return dump;
+}
+
+bool GnssUtils::hexToBinary(const std::string& hex, std::string& out) {
+  out.clear();
+  if (hex.size() % 2 != 0) return false;
+  for (size_t i = 0; i < hex.size(); i += 2) {
+    const int high = hexValue(hex[i]);
+    const int low = hexValue(hex[i + 1]);
+    if (high < 0 || low < 0) return false;
+    out.push_back(static_cast<char>(high * 16 + low));
+  }
+  return true;
 }
 
 }  // namespace ecu::koru::gpspub

@@ -2,11 +2,12 @@
 
 #include <array>
 
-#include "nmea/GnssUtils.h"
+#include "nmea/GnssInfo.h"
 #include "nmea/SignalRows.h"
 #include "platform/Signals.h"
+#include "wire/ServiceLog.h"
 
-namespace ecu::koru::gpspub {
+namespace ecu::koru::gpspub::GnssUtils {
 
 namespace {
 
@@ -39,8 +40,7 @@ void setNoValues(rt::SignalGroup& group, std::span<const SignalRow> rows) {
 
 }  // namespace
 
-bool GnssUtils::create_Timedate_Var6_Message(const std::string& topic, const GnssInfo& info,
-                                             com::Message& out) {
+bool create_Timedate_Var6_Message(const std::string& topic, const GnssInfo& info, com::Message& out) {
   rt::SignalGroup group = rt::SignalAdapter::instance().create_sg(topic);
   if (!group.is_valid()) {
     LOG.error("Unable to create signal group for ", topic);
@@ -63,4 +63,4 @@ bool GnssUtils::create_Timedate_Var6_Message(const std::string& topic, const Gns
   return packGroup(group, topic, out);
 }
 
-}  // namespace ecu::koru::gpspub
+}  // namespace ecu::koru::gpspub::GnssUtils

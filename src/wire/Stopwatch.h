@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+
+/// Stopwatches 0 to 7, monotonic. Service thread only.
+namespace ecu::koru::gpspub::GnssUtils {
+
+/// Starts all of them.
+void initDuration();
+void setDurationStart(unsigned idx);
+/// Returns the microseconds since the stopwatch was started, or 0 for an index above 7.
+[[nodiscard]] int64_t getMicrosecDuration(unsigned idx);
+
+}  // namespace ecu::koru::gpspub::GnssUtils
