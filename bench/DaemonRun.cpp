@@ -11,9 +11,9 @@
 #include <thread>
 #include <utility>
 
-#include "platform/PbInternalMessageAdapter.h"
-#include "platform/Time.h"
-#include "platform/Topics.h"
+#include "platform/base/Time.h"
+#include "platform/com/PbInternalMessageAdapter.h"
+#include "platform/com/Topics.h"
 #include "proto/nvxproto.pb.h"
 #include "support/Broker.h"
 #include "tools/common/BusConnection.h"

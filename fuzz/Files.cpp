@@ -10,10 +10,10 @@
 #include "app/ApplyConfiguration.h"
 #include "fuzz/FuzzTarget.h"
 #include "input/SerialInput.h"
-#include "platform/DbcReader.h"
-#include "platform/Logging.h"
-#include "platform/MqttOptions.h"
-#include "platform/Signals.h"
+#include "platform/base/Logging.h"
+#include "platform/com/MqttOptions.h"
+#include "platform/rt/DbcReader.h"
+#include "platform/rt/Signals.h"
 #include "support/FakeTerminal.h"
 
 namespace fuzz {

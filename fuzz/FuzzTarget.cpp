@@ -6,8 +6,8 @@
 #include <cstring>
 #include <iostream>
 
-#include "platform/Logging.h"
-#include "platform/PbInternalMessageAdapter.h"
+#include "platform/base/Logging.h"
+#include "platform/com/PbInternalMessageAdapter.h"
 #include "proto/nvxproto.pb.h"
 #include "wire/ServiceLog.h"
 #include "wire/Stopwatch.h"

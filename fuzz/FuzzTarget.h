@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/MemoryTransport.h"
-#include "platform/Time.h"
+#include "platform/base/Time.h"
+#include "platform/com/MemoryTransport.h"
 
 /// What the fuzz targets share. A target is a function of the bytes of one input; whatever the bytes, it
 /// ends, and what it promises holds. The first byte of each input is the logging: odd switches everything on.

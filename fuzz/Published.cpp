@@ -5,9 +5,9 @@
 #include <cmath>
 
 #include "fuzz/FuzzTarget.h"
-#include "platform/PbInternalMessageAdapter.h"
-#include "platform/Signals.h"
-#include "platform/Topics.h"
+#include "platform/com/PbInternalMessageAdapter.h"
+#include "platform/com/Topics.h"
+#include "platform/rt/Signals.h"
 #include "proto/nvxproto.pb.h"
 
 namespace fuzz {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "fuzz/FuzzTarget.h"
-#include "platform/BuiltinSignals.h"
+#include "platform/rt/BuiltinSignals.h"
 #include "proto/nvxproto.pb.h"
 #include "sim/gnss/Receiver.h"
 #include "support/Frames.h"

@@ -10,7 +10,7 @@
 #include "nmea/GnssInfo.h"
 #include "nmea/NmeaParsers.h"
 #include "nmea/UtcCalendar.h"
-#include "platform/Logging.h"
+#include "platform/base/Logging.h"
 #include "publish/GnssPublishCAN.h"
 #include "publish/GnssPublishMqtt.h"
 #include "support/Frames.h"

@@ -4,7 +4,7 @@
 #include <array>
 
 #include "fuzz/FuzzTarget.h"
-#include "platform/Topics.h"
+#include "platform/com/Topics.h"
 #include "scenario/World.h"
 #include "wire/UbxFrame.h"
 

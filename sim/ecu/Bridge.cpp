@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/Logging.h"
-#include "platform/Time.h"
+#include "platform/base/Logging.h"
+#include "platform/base/Time.h"
 #include "tools/tap/Decode.h"
 
 namespace ecu::koru::sim {

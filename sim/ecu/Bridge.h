@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/Signals.h"
-#include "platform/Transport.h"
+#include "platform/com/Transport.h"
+#include "platform/rt/Signals.h"
 
 namespace ecu::koru::sim {
 

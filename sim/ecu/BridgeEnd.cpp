@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "platform/Logging.h"
-#include "platform/Numbers.h"
+#include "platform/base/Logging.h"
+#include "platform/base/Numbers.h"
 
 namespace ecu::koru::sim {
 

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <iostream>
 
-#include "platform/Time.h"
+#include "platform/base/Time.h"
 #include "sim/ecu/Bridge.h"
 #include "sim/ecu/BridgeEnd.h"
 #include "tools/common/StopSignals.h"

@@ -5,8 +5,8 @@
 #include <charconv>
 #include <optional>
 
-#include "platform/Logging.h"
-#include "platform/Numbers.h"
+#include "platform/base/Logging.h"
+#include "platform/base/Numbers.h"
 
 namespace ecu::koru::sim {
 

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/Topics.h"
+#include "platform/com/Topics.h"
 
 namespace ecu::koru::sim {
 

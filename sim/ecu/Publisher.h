@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/Transport.h"
+#include "platform/com/Transport.h"
 #include "sim/ecu/UnitState.h"
 
 namespace ecu::koru::sim {

@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
-#include "platform/PbInternalMessageAdapter.h"
-#include "platform/Topics.h"
+#include "platform/com/PbInternalMessageAdapter.h"
+#include "platform/com/Topics.h"
 
 namespace ecu::koru::sim {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/Transport.h"
+#include "platform/com/Transport.h"
 #include "sim/ecu/Command.h"
 
 namespace ecu::koru::sim {

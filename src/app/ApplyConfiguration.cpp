@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/Numbers.h"
-#include "platform/Signals.h"
+#include "platform/base/Numbers.h"
+#include "platform/rt/Signals.h"
 #include "wire/HexDump.h"
 #include "wire/ServiceLog.h"
 

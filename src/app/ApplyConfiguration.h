@@ -4,7 +4,7 @@
 
 #include "app/Options.h"
 #include "core/GPSDClient.h"
-#include "platform/Configuration.h"
+#include "platform/base/Configuration.h"
 
 namespace ecu::koru::gpspub {
 

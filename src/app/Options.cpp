@@ -9,7 +9,7 @@
 #include <iostream>
 
 #include "app/Version.h"
-#include "platform/Numbers.h"
+#include "platform/base/Numbers.h"
 #include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {

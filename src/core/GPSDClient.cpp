@@ -6,7 +6,7 @@
 #include "input/SPI.h"
 #include "input/SerialInput.h"
 #include "nmea/GnssInfo.h"
-#include "platform/Time.h"
+#include "platform/base/Time.h"
 #include "publish/GnssPublishCAN.h"
 #include "publish/GnssPublishMqtt.h"
 #include "publish/GnssPublishSystime.h"

@@ -7,9 +7,9 @@
 
 #include "core/GPSDClient.h"
 #include "core/SystemParameters.h"
-#include "platform/PbInternalMessageAdapter.h"
-#include "platform/Topics.h"
-#include "platform/Variables.h"
+#include "platform/com/PbInternalMessageAdapter.h"
+#include "platform/com/Topics.h"
+#include "platform/var/Variables.h"
 #include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {

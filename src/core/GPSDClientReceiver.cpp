@@ -6,7 +6,7 @@
 #include "core/GPSDClient.h"
 #include "input/SPI.h"
 #include "nmea/GnssInfo.h"
-#include "platform/Time.h"
+#include "platform/base/Time.h"
 #include "wire/HexDump.h"
 #include "wire/ServiceLog.h"
 #include "wire/Stopwatch.h"

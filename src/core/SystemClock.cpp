@@ -1,6 +1,6 @@
 #include "core/SystemClock.h"
 
-#include "platform/Time.h"
+#include "platform/base/Time.h"
 #include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {

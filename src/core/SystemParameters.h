@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/Variables.h"
+#include "platform/var/Variables.h"
 
 namespace ecu::koru::gpspub {
 

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "input/SerialInput.h"
-#include "platform/Bytes.h"
+#include "platform/base/Bytes.h"
 #include "wire/HexDump.h"
 #include "wire/NmeaLine.h"
 #include "wire/ServiceLog.h"

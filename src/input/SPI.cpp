@@ -7,7 +7,7 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/Time.h"
+#include "platform/base/Time.h"
 #include "wire/HexDump.h"
 #include "wire/ServiceLog.h"
 

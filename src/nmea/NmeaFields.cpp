@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/Bytes.h"
+#include "platform/base/Bytes.h"
 
 namespace ecu::koru::gpspub {
 

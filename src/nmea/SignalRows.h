@@ -5,7 +5,7 @@
 #include <string>
 
 #include "nmea/GnssInfo.h"
-#include "platform/Signals.h"
+#include "platform/rt/Signals.h"
 
 namespace ecu::koru::gpspub {
 

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "nmea/UtcCalendar.h"
-#include "platform/Time.h"
+#include "platform/base/Time.h"
 #include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {

@@ -9,9 +9,9 @@
 #include <string>
 
 #include "nmea/GnssInfo.h"
-#include "platform/Signals.h"
-#include "platform/Topics.h"
-#include "platform/Transport.h"
+#include "platform/com/Topics.h"
+#include "platform/com/Transport.h"
+#include "platform/rt/Signals.h"
 
 namespace ecu::koru::gpspub {
 

@@ -4,8 +4,8 @@
 #include <array>
 #include <optional>
 
-#include "platform/PbInternalMessageAdapter.h"
-#include "platform/Signals.h"
+#include "platform/com/PbInternalMessageAdapter.h"
+#include "platform/rt/Signals.h"
 #include "proto/nvxproto.pb.h"
 #include "wire/HexDump.h"
 #include "wire/ServiceLog.h"

@@ -5,8 +5,8 @@
 #include <mutex>
 #include <string>
 
-#include "platform/Topics.h"
-#include "platform/Transport.h"
+#include "platform/com/Topics.h"
+#include "platform/com/Transport.h"
 
 namespace ecu::koru::gpspub {
 

@@ -3,9 +3,9 @@
 #include <mutex>
 #include <string>
 
-#include "platform/PbInternalMessageAdapter.h"
-#include "platform/Topics.h"
-#include "platform/Transport.h"
+#include "platform/com/PbInternalMessageAdapter.h"
+#include "platform/com/Topics.h"
+#include "platform/com/Transport.h"
 #include "proto/nvxproto.pb.h"
 
 namespace ecu::koru::gpspub {

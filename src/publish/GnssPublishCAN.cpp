@@ -4,8 +4,8 @@
 
 #include "nmea/GnssInfo.h"
 #include "nmea/SignalRows.h"
-#include "platform/Signals.h"
-#include "platform/Topics.h"
+#include "platform/com/Topics.h"
+#include "platform/rt/Signals.h"
 #include "publish/TimeDate.h"
 #include "wire/ServiceLog.h"
 

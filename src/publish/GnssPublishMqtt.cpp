@@ -3,8 +3,8 @@
 #include <cmath>
 
 #include "nmea/GnssInfo.h"
-#include "platform/PbInternalMessageAdapter.h"
-#include "platform/Topics.h"
+#include "platform/com/PbInternalMessageAdapter.h"
+#include "platform/com/Topics.h"
 #include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {

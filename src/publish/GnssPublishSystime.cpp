@@ -1,7 +1,7 @@
 #include "publish/GnssPublishSystime.h"
 
 #include "nmea/GnssInfo.h"
-#include "platform/Topics.h"
+#include "platform/com/Topics.h"
 #include "publish/TimeDate.h"
 
 namespace ecu::koru::gpspub {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "nmea/GnssInfo.h"
-#include "platform/Transport.h"
+#include "platform/com/Transport.h"
 
 namespace ecu::koru::gpspub {
 

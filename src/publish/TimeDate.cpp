@@ -4,7 +4,7 @@
 
 #include "nmea/GnssInfo.h"
 #include "nmea/SignalRows.h"
-#include "platform/Signals.h"
+#include "platform/rt/Signals.h"
 #include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub::GnssUtils {

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "nmea/GnssInfo.h"
-#include "platform/Transport.h"
+#include "platform/com/Transport.h"
 
 namespace ecu::koru::gpspub::GnssUtils {
 

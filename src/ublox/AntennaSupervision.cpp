@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/Signals.h"
-#include "platform/Topics.h"
+#include "platform/com/Topics.h"
+#include "platform/rt/Signals.h"
 #include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {

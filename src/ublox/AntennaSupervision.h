@@ -3,7 +3,7 @@
 #include <atomic>
 #include <memory>
 
-#include "platform/Transport.h"
+#include "platform/com/Transport.h"
 #include "ublox/IReceiverOwner.h"
 #include "ublox/UbloxConfig.h"
 #include "wire/UbxFrame.h"

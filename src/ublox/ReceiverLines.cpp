@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "platform/Time.h"
+#include "platform/base/Time.h"
 #include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {

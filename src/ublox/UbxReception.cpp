@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/Time.h"
+#include "platform/base/Time.h"
 #include "wire/HexDump.h"
 #include "wire/ServiceLog.h"
 #include "wire/UbxFrame.h"

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/Bytes.h"
+#include "platform/base/Bytes.h"
 
 namespace ecu::koru::gpspub::GnssUtils {
 

@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "platform/Logging.h"
+#include "platform/base/Logging.h"
 
 namespace ecu::koru::gpspub {
 

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "platform/Time.h"
+#include "platform/base/Time.h"
 
 namespace ecu::koru::gpspub::GnssUtils {
 

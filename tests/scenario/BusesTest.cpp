@@ -5,8 +5,8 @@
 #include <map>
 #include <thread>
 
-#include "platform/PbInternalMessageAdapter.h"
-#include "platform/Topics.h"
+#include "platform/com/PbInternalMessageAdapter.h"
+#include "platform/com/Topics.h"
 #include "scenario/World.h"
 
 namespace {

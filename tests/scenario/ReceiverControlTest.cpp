@@ -6,7 +6,7 @@
 #include <sstream>
 #include <thread>
 
-#include "platform/Topics.h"
+#include "platform/com/Topics.h"
 #include "scenario/World.h"
 #include "support/LogCapture.h"
 #include "wire/HexDump.h"

@@ -6,8 +6,8 @@
 #include <sstream>
 
 #include "app/ApplyConfiguration.h"
-#include "platform/PbInternalMessageAdapter.h"
-#include "platform/Topics.h"
+#include "platform/com/PbInternalMessageAdapter.h"
+#include "platform/com/Topics.h"
 #include "scenario/World.h"
 #include "sim/gnss/Settings.h"
 #include "support/LogCapture.h"

@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <map>
 
-#include "platform/ServiceManager.h"
-#include "platform/Topics.h"
+#include "platform/base/ServiceManager.h"
+#include "platform/com/Topics.h"
 #include "scenario/World.h"
 #include "support/LocalSocket.h"
 #include "support/LogCapture.h"

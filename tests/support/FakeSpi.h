@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "input/SPI.h"
-#include "platform/Time.h"
+#include "platform/base/Time.h"
 
 namespace test {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "input/TerminalDevice.h"
-#include "platform/Time.h"
+#include "platform/base/Time.h"
 
 namespace test {
 

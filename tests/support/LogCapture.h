@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/Logging.h"
+#include "platform/base/Logging.h"
 
 namespace test {
 

@@ -2,7 +2,7 @@
 
 #include <sys/stat.h>
 
-#include "platform/LogOutput.h"
+#include "platform/base/LogOutput.h"
 #include "support/Frames.h"
 #include "support/LocalSocket.h"
 #include "system/SatnavdTest.h"

@@ -9,9 +9,9 @@
 #include <cerrno>
 #include <csignal>
 
-#include "platform/LogOutput.h"
-#include "platform/Logging.h"
-#include "platform/Time.h"
+#include "platform/base/LogOutput.h"
+#include "platform/base/Logging.h"
+#include "platform/base/Time.h"
 #include "support/LocalSocket.h"
 #include "support/LogCapture.h"
 

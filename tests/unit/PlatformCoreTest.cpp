@@ -3,10 +3,10 @@
 
 #include <sstream>
 
-#include "platform/Configuration.h"
-#include "platform/Numbers.h"
-#include "platform/PbInternalMessageAdapter.h"
-#include "platform/Time.h"
+#include "platform/base/Configuration.h"
+#include "platform/base/Numbers.h"
+#include "platform/base/Time.h"
+#include "platform/com/PbInternalMessageAdapter.h"
 #include "proto/nvxproto.pb.h"
 #include "support/LogCapture.h"
 

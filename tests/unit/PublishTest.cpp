@@ -7,8 +7,8 @@
 #include <tuple>
 
 #include "nmea/GnssInfo.h"
-#include "platform/MemoryTransport.h"
-#include "platform/PbInternalMessageAdapter.h"
+#include "platform/com/MemoryTransport.h"
+#include "platform/com/PbInternalMessageAdapter.h"
 #include "proto/nvxproto.pb.h"
 #include "publish/GnssPublishCAN.h"
 #include "publish/GnssPublishMqtt.h"

@@ -5,10 +5,10 @@
 #include <limits>
 #include <random>
 
-#include "platform/DbcReader.h"
-#include "platform/PbInternalMessageAdapter.h"
-#include "platform/Signals.h"
-#include "platform/Topics.h"
+#include "platform/com/PbInternalMessageAdapter.h"
+#include "platform/com/Topics.h"
+#include "platform/rt/DbcReader.h"
+#include "platform/rt/Signals.h"
 #include "proto/nvxproto.pb.h"
 #include "support/LogCapture.h"
 #include "support/Support.h"

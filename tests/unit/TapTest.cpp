@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/PbInternalMessageAdapter.h"
+#include "platform/com/PbInternalMessageAdapter.h"
 #include "tools/tap/Fields.h"
 #include "tools/tap/Lines.h"
 

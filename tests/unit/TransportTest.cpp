@@ -13,11 +13,11 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/Logging.h"
-#include "platform/MqttBackoff.h"
-#include "platform/MqttOutbox.h"
-#include "platform/Time.h"
-#include "platform/Transport.h"
+#include "platform/base/Logging.h"
+#include "platform/base/Time.h"
+#include "platform/com/MqttBackoff.h"
+#include "platform/com/MqttOutbox.h"
+#include "platform/com/Transport.h"
 #include "support/Broker.h"
 #include "support/LogCapture.h"
 

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <iostream>
 
-#include "platform/Logging.h"
+#include "platform/base/Logging.h"
 
 namespace ecu::koru::tool {
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/Transport.h"
+#include "platform/com/Transport.h"
 
 namespace ecu::koru::tool {
 

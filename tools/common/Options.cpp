@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "platform/DbcReader.h"
-#include "platform/Signals.h"
+#include "platform/rt/DbcReader.h"
+#include "platform/rt/Signals.h"
 
 namespace ecu::koru::tool {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Signals.h"
+#include "platform/rt/Signals.h"
 
 /// Signal groups as the CAN frames that they are. Pure functions, any thread.
 namespace ecu::koru::tap {

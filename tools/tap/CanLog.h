@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/Transport.h"
+#include "platform/com/Transport.h"
 #include "tools/common/StopSignals.h"
 
 namespace ecu::koru::tap {

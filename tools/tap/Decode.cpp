@@ -4,8 +4,8 @@
 #include <limits>
 #include <type_traits>
 
-#include "platform/Logging.h"
-#include "platform/PbInternalMessageAdapter.h"
+#include "platform/base/Logging.h"
+#include "platform/com/PbInternalMessageAdapter.h"
 
 namespace ecu::koru::tap {
 

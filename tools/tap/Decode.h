@@ -7,7 +7,7 @@
 #include <string_view>
 #include <variant>
 
-#include "platform/Signals.h"
+#include "platform/rt/Signals.h"
 #include "proto/nvxproto.pb.h"
 
 /// Takes the messages of the bus apart, signal groups by the signal database in use. Any thread.

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <cmath>
 
-#include "platform/Logging.h"
+#include "platform/base/Logging.h"
 #include "tools/tap/CanFrame.h"
 
 namespace ecu::koru::tap {

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/Signals.h"
+#include "platform/rt/Signals.h"
 #include "tools/tap/Fields.h"
 
 /// A signal group, which must be valid, as text.

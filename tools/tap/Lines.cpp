@@ -6,8 +6,8 @@
 #include <cmath>
 #include <cstdio>
 
-#include "platform/Logging.h"
-#include "platform/Time.h"
+#include "platform/base/Logging.h"
+#include "platform/base/Time.h"
 #include "tools/tap/Fields.h"
 #include "tools/tap/GroupView.h"
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/Transport.h"
+#include "platform/com/Transport.h"
 #include "tools/common/StopSignals.h"
 
 namespace ecu::koru::tap {

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <iostream>
 
-#include "platform/Time.h"
+#include "platform/base/Time.h"
 #include "tools/common/Options.h"
 #include "tools/tap/CanFrame.h"
 #include "tools/tap/CanLog.h"

@@ -1,0 +1,51 @@
+#include "platform/base/Numbers.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <limits>
+#include <stdexcept>
+
+namespace ecu::koru {
+
+namespace {
+
+std::optional<int64_t> whole_text(std::string_view text, int base, int64_t min, int64_t max) {
+  int64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+  if (error != std::errc{} || end != text.data() + text.size() || value < min || value > max)
+    return std::nullopt;
+  return value;
+}
+
+}  // namespace
+
+uint32_t to_u32_base0(const std::string& text) {
+  const auto start = text.find_first_not_of(" \t\n\v\f\r");
+  const bool negative = start != std::string::npos && text[start] == '-';
+  errno = 0;
+  char* end = nullptr;
+  const unsigned long long value = std::strtoull(text.c_str(), &end, 0);
+  if (end == text.c_str()) throw std::invalid_argument("stoul");
+  const unsigned long long magnitude = negative ? 0ULL - value : value;
+  if (errno == ERANGE || magnitude > std::numeric_limits<uint32_t>::max()) throw std::out_of_range("stoul");
+  return static_cast<uint32_t>(value);
+}
+
+std::optional<int64_t> to_int_within(std::string_view text, int64_t min, int64_t max) {
+  return whole_text(text, 10, min, max);
+}
+
+std::optional<int64_t> to_int_within_base0(std::string_view text, int64_t min, int64_t max) {
+  int base = 10;
+  if (text.starts_with("0x") || text.starts_with("0X")) {
+    base = 16;
+    text.remove_prefix(2);
+  } else if (text.starts_with('0')) {
+    base = 8;
+  }
+  if (text.starts_with('-')) return std::nullopt;
+  return whole_text(text, base, min, max);
+}
+
+}  // namespace ecu::koru

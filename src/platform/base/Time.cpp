@@ -1,0 +1,101 @@
+#include "platform/base/Time.h"
+
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+
+namespace ecu::koru {
+
+namespace {
+
+static_assert(sizeof(time_t) == 8, "dates do not end in 2038, on no target");
+
+constexpr int64_t NS_PER_S = 1'000'000'000;
+constexpr int64_t US_PER_S = 1'000'000;
+
+int64_t read_clock(clockid_t id) {
+  timespec now{};
+  clock_gettime(id, &now);
+  return static_cast<int64_t>(now.tv_sec) * NS_PER_S + now.tv_nsec;
+}
+
+std::atomic<ITimeSource*>& current() {
+  static SystemTime system_time;
+  static std::atomic<ITimeSource*> source{&system_time};
+  return source;
+}
+
+}  // namespace
+
+int64_t SystemTime::steady_ns() const {
+  return read_clock(CLOCK_MONOTONIC);
+}
+
+int64_t SystemTime::boot_ns() const {
+  return read_clock(CLOCK_BOOTTIME);
+}
+
+void SystemTime::sleep_ns(int64_t ns) {
+  if (ns <= 0) return;
+  timespec wait{};
+  wait.tv_sec = static_cast<time_t>(ns / NS_PER_S);
+  wait.tv_nsec = static_cast<long>(ns % NS_PER_S);
+  nanosleep(&wait, nullptr);
+}
+
+void SystemTime::wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) {
+  condition.wait_for(lock, std::chrono::nanoseconds(ns));
+}
+
+timeval SystemTime::wall() const {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  return now;
+}
+
+bool SystemTime::set_wall(const timeval& now) {
+  return settimeofday(&now, nullptr) == 0;
+}
+
+VirtualTime::VirtualTime(int64_t boot_ns, int64_t wall_us)
+    : m_now_ns(boot_ns), m_wall_offset_us(wall_us - boot_ns / 1000) {}
+
+timeval VirtualTime::wall() const {
+  const int64_t us = m_now_ns.load() / 1000 + m_wall_offset_us.load();
+  timeval now{};
+  now.tv_sec = static_cast<time_t>(us / US_PER_S);
+  now.tv_usec = static_cast<suseconds_t>(us % US_PER_S);
+  return now;
+}
+
+bool VirtualTime::set_wall(const timeval& now) {
+  ++m_set_calls;
+  if (m_refuse) {
+    errno = EPERM;
+    return false;
+  }
+  m_wall_offset_us = static_cast<int64_t>(now.tv_sec) * US_PER_S + now.tv_usec - m_now_ns.load() / 1000;
+  return true;
+}
+
+void VirtualTime::wait_ns(std::condition_variable& /*condition*/, std::unique_lock<std::mutex>& lock,
+                          int64_t ns) {
+  lock.unlock();
+  sleep_ns(ns);
+  lock.lock();
+}
+
+void VirtualTime::advance(int64_t ns) {
+  if (ns > 0) m_now_ns.fetch_add(ns);
+}
+
+ITimeSource& time_source() {
+  return *current().load(std::memory_order_relaxed);
+}
+
+void set_time_source(ITimeSource* source) {
+  static SystemTime system_time;
+  current().store(source != nullptr ? source : &system_time);
+}
+
+}  // namespace ecu::koru

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/com/Transport.h"
+
+namespace ecu::koru::com {
+
+/// A bus inside the process: the test version of the transport. A message is delivered before publish()
+/// returns, on the caller's thread, and recorded; retained messages reach later subscribers. Topics are
+/// exact, no wildcards.
+class MemoryTransport final : public ITransportClient {
+ public:
+  struct Record {
+    std::string topic;
+    Message message;
+    int64_t steady_ns;  ///< when it was published
+  };
+
+  bool connect() override { return true; }
+  bool start() override { return is_connected(); }
+  bool stop() override { return true; }
+  [[nodiscard]] bool is_connected() const override;
+  int publish(const std::string& topic, const Message& message, Delivery delivery = Delivery::once) override;
+  bool subscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer,
+                 int qos) override;
+  bool unsubscribe(const std::string& topic) override;
+  [[nodiscard]] std::chrono::milliseconds read_timeout() const override {
+    return std::chrono::milliseconds(0);
+  }
+
+  /// While false, publish() fails and keeps only what is `until_sent`.
+  void set_connected(bool connected);
+  /// Delivers a message as another program on the bus would; it is not recorded.
+  void inject(const std::string& topic, const Message& message);
+  /// What was published, oldest first.
+  [[nodiscard]] std::vector<Record> records() const;
+  void clear_records();
+  /// Topics given to unsubscribe(), oldest first.
+  [[nodiscard]] std::vector<std::string> unsubscribed() const;
+
+ private:
+  void deliver(const std::string& topic, const Message& message);
+
+  mutable std::mutex m_mutex;
+  bool m_connected = true;
+  std::vector<Record> m_records;
+  std::map<std::string, Message> m_retained;
+  std::map<std::string, Message> m_kept;
+  std::multimap<std::string, std::weak_ptr<ISubscriptionObserver>> m_observers;
+  std::vector<std::string> m_unsubscribed;
+};
+
+}  // namespace ecu::koru::com

@@ -1,0 +1,89 @@
+#include "platform/com/MqttClient.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include "platform/base/Logging.h"
+
+namespace ecu::koru::com {
+
+namespace {
+
+constexpr auto LOG = logging::module("koru.com.mqtt");
+
+constexpr std::chrono::milliseconds STOP_LIMIT{1000};
+constexpr std::chrono::milliseconds UNSUBSCRIBE_LIMIT{300};
+
+/// The service's signals belong to its main thread, from the thread's first instruction on.
+std::thread start_thread(std::shared_ptr<MqttConnection> connection) {
+  sigset_t blocked;
+  sigset_t before;
+  sigemptyset(&blocked);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaddset(&blocked, number);
+  pthread_sigmask(SIG_BLOCK, &blocked, &before);
+  std::thread thread([connection = std::move(connection)] { connection->run(); });
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return thread;
+}
+
+}  // namespace
+
+MqttClient::MqttClient(const MqttOptions& options)
+    : m_connection(std::make_shared<MqttConnection>(options)) {}
+
+MqttClient::~MqttClient() {
+  stop();
+  if (m_thread.joinable()) m_thread.detach();  // the last owner is an observer: the thread ends behind it
+}
+
+bool MqttClient::connect() {
+  const std::lock_guard lock(m_mutex);
+  if (!m_thread.joinable() && !m_left_behind) m_prepared = m_connection->prepare();
+  return m_prepared;
+}
+
+bool MqttClient::start() {
+  {
+    const std::lock_guard lock(m_mutex);
+    if (!m_prepared) return false;
+    if (!m_thread.joinable()) m_thread = start_thread(m_connection);
+  }
+  return m_connection->wait_until_connected(m_connection->options().connect_timeout);
+}
+
+bool MqttClient::stop() {
+  if (!m_connection->on_delivery_thread()) m_connection->wait_until_unsubscribed(UNSUBSCRIBE_LIMIT);
+  m_connection->request_stop();
+  if (m_connection->on_delivery_thread()) return true;  // it ends when the observer that called this returns
+  const std::lock_guard lock(m_mutex);
+  m_prepared = false;  // there is no way back
+  if (!m_thread.joinable()) return !m_left_behind;
+  m_left_behind = !m_connection->wait_until_ended(STOP_LIMIT);
+  if (m_left_behind) {
+    LOG.warning("The delivery thread does not end and is left behind");
+    m_thread.detach();
+  } else {
+    m_thread.join();
+  }
+  return !m_left_behind;
+}
+
+int MqttClient::publish(const std::string& topic, const Message& message, Delivery delivery) {
+  return m_connection->publish(topic, message, delivery);
+}
+
+bool MqttClient::subscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer,
+                           int qos) {
+  return m_connection->subscribe(topic, observer, qos);
+}
+
+bool MqttClient::unsubscribe(const std::string& topic) {
+  return m_connection->unsubscribe(topic);
+}
+
+std::chrono::milliseconds MqttClient::read_timeout() const {
+  const std::lock_guard lock(m_mutex);
+  return m_prepared ? m_connection->options().var_timeout : std::chrono::milliseconds(0);
+}
+
+}  // namespace ecu::koru::com

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "platform/com/MqttConnection.h"
+#include "platform/com/Transport.h"
+
+namespace ecu::koru::com {
+
+/// The transport over MQTT 3.1.1: clean session, keep-alive 30 s, publications with QoS 0. Owns the delivery
+/// thread. While there is no connection it tries again after 1 s, 2 s, and so on up to 30 s. At shutdown the
+/// thread is given about a second; if a name look-up or an observer holds it for longer it is left behind
+/// with what it needs.
+///
+/// A message that matches overlapping subscribed topics is handed once to each subscription, whether the
+/// broker sends one copy or several. Until that is known of a broker, an identical message within a second is
+/// taken for a copy.
+class MqttClient final : public ITransportClient {
+ public:
+  explicit MqttClient(const MqttOptions& options);
+  ~MqttClient() override;
+
+  bool connect() override;
+  bool start() override;
+  bool stop() override;
+  [[nodiscard]] bool is_connected() const override { return m_connection->is_connected(); }
+  int publish(const std::string& topic, const Message& message, Delivery delivery = Delivery::once) override;
+  bool subscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer,
+                 int qos) override;
+  bool unsubscribe(const std::string& topic) override;
+  [[nodiscard]] std::chrono::milliseconds read_timeout() const override;
+
+ private:
+  std::shared_ptr<MqttConnection> m_connection;
+  mutable std::mutex m_mutex;  // of what follows
+  std::thread m_thread;
+  bool m_prepared = false;
+  bool m_left_behind = false;
+};
+
+}  // namespace ecu::koru::com

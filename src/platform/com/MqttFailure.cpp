@@ -1,0 +1,99 @@
+#include "platform/com/MqttFailure.h"
+
+#include <mosquittopp.h>
+#include <netdb.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+namespace ecu::koru::com {
+
+namespace {
+
+constexpr char TLS_ALERT = 0x15;  // the first byte of a TLS server's answer to plain text
+
+bool is_plain_loss(int code) {
+  switch (code) {
+    case MOSQ_ERR_SUCCESS:
+    case MOSQ_ERR_NO_CONN:
+    case MOSQ_ERR_CONN_REFUSED:
+    case MOSQ_ERR_CONN_LOST:
+    case MOSQ_ERR_ERRNO:
+    case MOSQ_ERR_EAI:
+    case MOSQ_ERR_LOOKUP:
+    case MOSQ_ERR_KEEPALIVE:
+    case MOSQ_ERR_TIMEOUT:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool breaks_protocol(int code) {
+  return code == MOSQ_ERR_PROTOCOL || code == MOSQ_ERR_MALFORMED_PACKET || code == MOSQ_ERR_OVERSIZE_PACKET;
+}
+
+/// The library reports the end of the stream within a packet as a system error, although errno is then 0, or
+/// EPROTO with TLS.
+bool ends_within_packet(int code, int system_error) {
+  return code == MOSQ_ERR_ERRNO && (system_error == 0 || system_error == EPROTO);
+}
+
+std::string without_stop(std::string_view sentence) {
+  if (sentence.ends_with('.')) sentence.remove_suffix(1);
+  return std::string(sentence);
+}
+
+std::string reason_of(int code, int system_error) {
+  if (ends_within_packet(code, system_error)) return "the connection was closed in the middle of a packet";
+  if (code == MOSQ_ERR_EAI) return gai_strerror(system_error);
+  if (code == MOSQ_ERR_ERRNO) return std::strerror(system_error);
+  if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) return "the connection was closed";
+  if (code == MOSQ_ERR_KEEPALIVE) return "the broker no longer answers";
+  return without_stop(mosqpp::strerror(code));
+}
+
+}  // namespace
+
+MqttFailure explain(MqttError error, const MqttCourse& course) {
+  using Kind = MqttFailure::Kind;
+  auto [code, system_error] = error;
+  if (course.connack > 0) return {Kind::refused, without_stop(mosqpp::connack_string(course.connack))};
+  const bool end_of_stream = course.errors.find("unexpected eof") != std::string::npos;
+  if (course.tls && !course.errors.empty() && !end_of_stream) {
+    return {Kind::tls, course.errors + (course.distrust.empty() ? "" : " (" + course.distrust + ")")};
+  }
+  if (course.connack < 0 && (end_of_stream || code == MOSQ_ERR_CONN_LOST)) return unanswered(course.tls);
+  if (end_of_stream) return {Kind::unreachable, reason_of(MOSQ_ERR_CONN_LOST, 0)};
+  if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) code = course.disconnect;
+  // A broker sends its whole answer to the login in one TLS record, so a part of one is not a broker's.
+  const bool cut = course.tls && ends_within_packet(code, system_error);
+  if (course.connack < 0 && (cut || breaks_protocol(code))) return foreign({});
+  const auto kind = is_plain_loss(code)                                      ? Kind::unreachable
+                    : code == MOSQ_ERR_TLS || code == MOSQ_ERR_TLS_HANDSHAKE ? Kind::tls
+                                                                             : Kind::protocol;
+  return {kind, reason_of(code, system_error)};
+}
+
+MqttFailure unanswered(bool tls) {
+  const char* hint = tls ? "does its port speak TLS?" : "does its port expect TLS?";
+  return {MqttFailure::Kind::unanswered,
+          std::string("the connection was closed without an answer; is a broker behind it, and ") + hint};
+}
+
+MqttFailure uninvited(int qos) {
+  return {MqttFailure::Kind::protocol,
+          "it sent a message with QoS " + std::to_string(qos) + ", nobody asked for that"};
+}
+
+MqttFailure foreign(const std::string& seen) {
+  using Kind = MqttFailure::Kind;
+  if (seen.starts_with(TLS_ALERT)) {
+    return {Kind::foreign, "protocol error, the answer to the login is a TLS alert; its port expects TLS"};
+  }
+  return {Kind::foreign, "protocol error, the answer to the login is not MQTT",
+          seen.empty() ? seen : ", it begins with \"" + seen + "\""};
+}
+
+}  // namespace ecu::koru::com

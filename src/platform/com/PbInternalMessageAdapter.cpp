@@ -1,0 +1,103 @@
+#include "platform/com/PbInternalMessageAdapter.h"
+
+#include <limits>
+#include <stdexcept>
+
+#include "platform/base/Logging.h"
+#include "platform/base/Time.h"
+#include "proto/nvxproto.pb.h"
+
+namespace ecu::koru::com::envelope {
+
+namespace {
+
+constexpr auto LOG = logging::module("koru.com.messageadapter");
+
+using Error = err::PbInternalDeserializationError;
+
+/// A record that even a lack of memory does not turn into an exception.
+void report(logging::Level level, const char* text) noexcept {
+  try {
+    LOG.log(level, text);
+  } catch (...) {
+  }
+}
+
+void fill(uint32_t protocol_type, const google::protobuf::MessageLite& body, Message& out) {
+  const uint64_t now_ns = DateTime::time_since_boot_ns();
+  const size_t body_length = body.ByteSizeLong();
+  if (body_length > std::numeric_limits<uint32_t>::max() - HEADER_LENGTH) {
+    throw std::runtime_error("unable to serialize body!");
+  }
+  out.payload.resize(HEADER_LENGTH + body_length);
+
+  pb::NVXHeader header;
+  header.set_header(protocol_type | uint64_t{HEADER_LENGTH} << 16 | uint64_t{body_length} << 32);
+  header.set_timestamp_ns(now_ns);
+  if (header.ByteSizeLong() != HEADER_LENGTH || !header.SerializeToArray(out.payload.data(), HEADER_LENGTH)) {
+    throw std::runtime_error("unable to serialize NVXheader!");
+  }
+  // The size was just computed: the cached sizes of the body are those of this very moment.
+  if (!body.IsInitialized()) throw std::runtime_error("unable to serialize body!");
+  body.SerializeWithCachedSizesToArray(out.payload.data() + HEADER_LENGTH);
+  out.timestamp_ns = now_ns;
+  out.valid = true;
+  out.retained = false;
+}
+
+/// False for bytes that are no such message, and for a lack of memory.
+bool parse(std::span<const uint8_t> bytes, google::protobuf::MessageLite& out) noexcept {
+  try {
+    return bytes.size() <= std::numeric_limits<int32_t>::max() &&
+           out.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()));
+  } catch (...) {
+    return false;
+  }
+}
+
+}  // namespace
+
+bool wrap(uint32_t protocol_type, const google::protobuf::MessageLite& body, Message& out) noexcept {
+  try {
+    fill(protocol_type, body, out);
+    return true;
+  } catch (const std::runtime_error& error) {
+    report(logging::Level::ERROR, error.what());
+  } catch (...) {
+    report(logging::Level::ERROR, "Unable to allocate memory for serialization!");
+  }
+  out = Message{};
+  return false;
+}
+
+Error unwrap(std::span<const uint8_t> payload, uint32_t& protocol_type,
+             google::protobuf::MessageLite& body) noexcept {
+  using logging::Level;
+  if (payload.empty()) return Error::MessageTooShort;
+  if (payload.size() < HEADER_LENGTH) {
+    report(Level::ERROR, "Total length is smaller then expected header length");
+    return Error::MessageTooShort;
+  }
+  pb::NVXHeader header;
+  if (!parse(payload.first(HEADER_LENGTH), header)) {
+    report(Level::ERROR, "Unable to decode the header.");
+    return Error::HeaderDecodeFailed;
+  }
+  const uint64_t word = header.header();
+  protocol_type = static_cast<uint32_t>(word & 0xFFFF);
+  if (protocol_type == 0) {
+    report(Level::ERROR, "ProtocolType is set to not used!");
+    return Error::ProtocolTypeNotUsed;
+  }
+  if ((word >> 16 & 0xFFFF) != HEADER_LENGTH) {
+    report(Level::ERROR, "Specified hdr-len does not comply.");
+    return Error::HeaderLengthMismatch;
+  }
+  const uint64_t length = word >> 32;
+  const auto rest = payload.subspan(HEADER_LENGTH);  // the body, and bytes behind it that nobody needs
+  if (length <= rest.size() && parse(rest.first(static_cast<size_t>(length)), body)) return Error::None;
+  report(Level::EMERG, "Unable to deserialize protobuf");
+  return Error::BodyDecodeFailed;
+}
+
+}  // namespace ecu::koru::com::envelope

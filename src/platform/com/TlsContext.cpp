@@ -1,0 +1,57 @@
+#include "platform/com/TlsContext.h"
+
+#include <openssl/ssl.h>
+#include <openssl/x509_vfy.h>
+#include <openssl/x509v3.h>
+
+#include <utility>
+
+namespace ecu::koru::com {
+
+namespace {
+
+/// As a name or as an address.
+bool belongs_to(X509* certificate, const std::string& host) {
+  return certificate != nullptr && (X509_check_ip_asc(certificate, host.c_str(), 0) == 1 ||
+                                    X509_check_host(certificate, host.c_str(), host.size(), 0, nullptr) == 1);
+}
+
+std::string reason_of(int error) {
+  switch (error) {
+    case X509_V_ERR_CERT_NOT_YET_VALID:
+      return "the broker's certificate is not valid yet; is the clock of this unit right?";
+    case X509_V_ERR_CERT_HAS_EXPIRED:
+      return "the broker's certificate has expired";
+    case X509_V_ERR_HOSTNAME_MISMATCH:
+      return "the broker's certificate is of another host";
+    default:
+      return std::string("the broker's certificate is not signed by tls_ca: ") +
+             X509_verify_cert_error_string(error);
+  }
+}
+
+}  // namespace
+
+TlsContext::TlsContext(std::string host)
+    : m_host(std::move(host)), m_context(SSL_CTX_new(TLS_client_method())) {
+  if (!m_context) return;
+  SSL_CTX_set_verify(get(), SSL_VERIFY_PEER, nullptr);
+  SSL_CTX_set_cert_verify_callback(get(), &TlsContext::verify, this);
+}
+
+void TlsContext::Free::operator()(ssl_ctx_st* context) const {
+  SSL_CTX_free(context);
+}
+
+int TlsContext::verify(x509_store_ctx_st* chain, void* self) {
+  auto& context = *static_cast<TlsContext*>(self);
+  // The library's own look at the host's name, for which it would need a context of its own.
+  X509_STORE_CTX_set_verify_cb(chain, [](int good, X509_STORE_CTX* /*chain*/) { return good; });
+  const bool trusted = X509_verify_cert(chain) == 1;
+  if (trusted && belongs_to(X509_STORE_CTX_get0_cert(chain), context.m_host)) return 1;
+  if (trusted) X509_STORE_CTX_set_error(chain, X509_V_ERR_HOSTNAME_MISMATCH);
+  context.m_distrust = reason_of(X509_STORE_CTX_get_error(chain));
+  return 0;
+}
+
+}  // namespace ecu::koru::com

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/com/Transport.h"
+#include "proto/nvxproto.pb.h"
+
+/// The unit's ECU variables and system parameters, read from their retained messages.
+namespace ecu::koru::var {
+
+/// Not to be used by an observer: its wait would hold the delivery thread that brings the message.
+class IVarClient {
+ public:
+  virtual ~IVarClient() = default;
+  /// The variable's text from "system/var/NAME" (enveloped pb::RtSignal). Empty when it is absent, empty or
+  /// undecodable; waits for at most ITransportClient::read_timeout().
+  [[nodiscard]] virtual std::string get(const std::string& name) = 0;
+};
+
+using SystemParameterMap = std::map<uint32_t, pb::SystemParameterEntry>;
+
+/// Fetches the parameters at its first use and keeps them: a short-lived object of one thread.
+class ISysparamsClient {
+ public:
+  virtual ~ISysparamsClient() = default;
+  /// One parameter of "system/sysparams"; nothing when it is absent.
+  [[nodiscard]] virtual std::optional<pb::SystemParameterEntry> get(uint32_t id) = 0;
+  /// All parameters; an empty map when the message is absent or undecodable. Waits as IVarClient::get().
+  [[nodiscard]] virtual SystemParameterMap get_all() = 0;
+};
+
+[[nodiscard]] std::unique_ptr<IVarClient> create_var_client(std::shared_ptr<com::ITransportClient> transport);
+[[nodiscard]] std::unique_ptr<ISysparamsClient> create_sysparams_client(
+    std::shared_ptr<com::ITransportClient> transport);
+
+}  // namespace ecu::koru::var
