@@ -107,7 +107,8 @@ void read_start(const com::Message& message) {
   bus->inject(topic::VARIABLE_PREFIX + "hwversion", kept);
   static_cast<void>(var::create_var_client(bus)->get("hwversion"));
   SystemParameterTargets targets{0x03, true, true, false, 1, 1000};
-  applySystemParameters(var::create_sysparams_client(bus)->get_all(), targets);
+  const auto parameters = var::create_sysparams_client(bus);
+  applySystemParameters(parameters->get_all(), targets);
   require(targets.rate_hz >= 1 && targets.rate_hz <= 4, "the rate is 1 to 4 Hz");
   require(targets.period_ms >= 250 && targets.period_ms <= 1000, "the period is that of the rate");
   require(targets.gnss_systems <= 0x0F, "there are four constellations");

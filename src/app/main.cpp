@@ -1,6 +1,7 @@
 // satnavd: takes the unit's position from its receiver to the vehicle.
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <mosquittopp.h>
 #include <unistd.h>
 
@@ -128,6 +129,11 @@ void logBanner() {
   if (GnssUtils::debugIt(gpspub::logflag::START_UP)) LOG.debug("log flags ", GnssUtils::logFlags());
 }
 
+/// Somebody may have published a large set of parameters. The heap would keep the space for good.
+void returnFreeMemory() {
+  malloc_trim(0);
+}
+
 /// When the transport's thread is stuck inside the operating system (a name lookup), nothing may be cleaned
 /// up under it: the process ends here.
 void stopTransport(com::ITransportClient& transport, int exit_status) {
@@ -171,6 +177,7 @@ int main(int argc, char** argv) {
   }
   auto parameters = var::create_sysparams_client(transport);
   const bool simulation = readSimulationSwitch(*parameters);
+  parameters.reset();  // it may hold many
   const std::string device = chooseDevice(options, *config, simulation, unit.hwversion);
 
   auto service =
@@ -181,12 +188,12 @@ int main(int argc, char** argv) {
   gpspub::applyConfiguration(options, *config, *service);
   service->setServiceManager(ServiceManager::from_environment());
   logBanner();
+  returnFreeMemory();
 
   service->run();
 
   service->disconnect();
   service.reset();
-  parameters.reset();
   variables.reset();
   stopTransport(*transport, EXIT_SUCCESS);
   transport.reset();

@@ -70,7 +70,8 @@ void GPSDClient::unsubscribeAll() {
 void GPSDClient::readSysparams() {
   SystemParameterTargets targets{
       m_ublox_config.gnssSystemRequested(), m_gnss_on, true, m_simulation, 1, 1000};
-  applySystemParameters(var::create_sysparams_client(m_transport_client)->get_all(), targets);
+  const auto parameters = var::create_sysparams_client(m_transport_client);
+  applySystemParameters(parameters->get_all(), targets);
   m_gnss_on = targets.gnss_on;
   m_antenna.setGnssAntennaOn(targets.antenna_on);
   m_simulation = targets.simulation;

@@ -76,14 +76,15 @@ class SysparamsClient final : public ISysparamsClient {
     return found == all.end() ? std::nullopt : std::optional(found->second);
   }
 
-  SystemParameterMap get_all() override { return fetched(); }
+  const SystemParameterMap& get_all() override { return fetched(); }
 
  private:
   const SystemParameterMap& fetched() {
     if (!m_parameters) {
       m_parameters.emplace();
-      const auto body = read_retained<pb::SystemParameters>(*m_transport, topic::SYSTEM_PARAMETERS);
-      if (body) m_parameters->insert(body->entries().begin(), body->entries().end());
+      auto body = read_retained<pb::SystemParameters>(*m_transport, topic::SYSTEM_PARAMETERS);
+      if (!body) return *m_parameters;
+      for (auto& [id, entry] : *body->mutable_entries()) m_parameters->try_emplace(id, std::move(entry));
     }
     return *m_parameters;
   }

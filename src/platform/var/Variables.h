@@ -23,14 +23,16 @@ class IVarClient {
 
 using SystemParameterMap = std::map<uint32_t, pb::SystemParameterEntry>;
 
-/// Fetches the parameters at its first use and keeps them: a short-lived object of one thread.
+/// Fetches the parameters at its first use and keeps them, which may be many: a short-lived object of one
+/// thread.
 class ISysparamsClient {
  public:
   virtual ~ISysparamsClient() = default;
   /// One parameter of "system/sysparams"; nothing when it is absent.
   [[nodiscard]] virtual std::optional<pb::SystemParameterEntry> get(uint32_t id) = 0;
-  /// All parameters; an empty map when the message is absent or undecodable. Waits as IVarClient::get().
-  [[nodiscard]] virtual SystemParameterMap get_all() = 0;
+  /// Returns all parameters, or an empty map if the message is absent or cannot be decoded. Waits as
+  /// IVarClient::get() does.
+  [[nodiscard]] virtual const SystemParameterMap& get_all() = 0;
 };
 
 [[nodiscard]] std::unique_ptr<IVarClient> create_var_client(std::shared_ptr<com::ITransportClient> transport);
