@@ -38,6 +38,7 @@ int TerminalDevice::open(const std::string& path) {
 }
 
 int TerminalDevice::close(int fd) {
+  static_cast<void>(::ioctl(fd, TIOCNXCL));  // it would stay exclusive while anybody else has it open
   return ::close(fd);
 }
 
