@@ -1,6 +1,7 @@
 #include "sim/gnss/Files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -31,6 +32,9 @@ std::ofstream create_file(const std::string& path) {
   constexpr mode_t owner_only = 0600;
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, owner_only);
   if (fd < 0) throw FileError(path + ": " + std::strerror(errno));
+  struct stat status {};
+  if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
+    static_cast<void>(::fchmod(fd, owner_only));  // it may have been there already
   std::ofstream out("/proc/self/fd/" + std::to_string(fd), std::ios::binary);
   ::close(fd);
   if (!out) throw FileError(path + ": " + std::strerror(errno));

@@ -135,7 +135,8 @@ TEST_F(SatnavdExposure, SecretsThatOthersCanReadAreToldOnce) {
 
 TEST_F(SatnavdExposure, WhatTheToolsWriteIsForTheirOwner) {
   publish_unit({"--var", "hwversion=zpt"});
-  const std::string can_log = folder / "can", trace = folder / "trace", sentences = folder / "sentences";
+  const std::string can_log = folder.write("can", ""), trace = folder / "trace",
+                    sentences = folder.write("sentences", "");
   const auto simulator = receiver({"--baud", "57600", "--trace", trace, "--sentence-trace", sentences});
   const Process tap(tool({"satnav-tap", "--can-log", can_log}, broker));
   const auto service = satnavd("disable_hw_init = false\nbaud_rate = 57600\n");

@@ -1,6 +1,7 @@
 #include "tools/tap/CanLog.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,7 +14,7 @@ namespace ecu::koru::tap {
 
 namespace {
 
-constexpr mode_t NEW_FILE_MODE = 0600;
+constexpr mode_t OWNER_ONLY = 0600;
 constexpr std::string_view OEM_TOPICS = "rt/oemcan/";
 
 }  // namespace
@@ -23,8 +24,11 @@ CanLog::~CanLog() {
 }
 
 bool CanLog::open() {
-  m_fd = ::open(m_options.file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, NEW_FILE_MODE);
+  m_fd = ::open(m_options.file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, OWNER_ONLY);
   if (m_fd < 0) m_error = errno;
+  struct stat status {};
+  if (m_fd >= 0 && ::fstat(m_fd, &status) == 0 && S_ISREG(status.st_mode))
+    static_cast<void>(::fchmod(m_fd, OWNER_ONLY));  // it may have been there already
   return m_fd >= 0;
 }
 
