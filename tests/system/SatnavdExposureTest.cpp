@@ -99,6 +99,36 @@ TEST_F(SatnavdExposure, AFloodWritesFiftyRecordsAStatement) {
   EXPECT_EQ(occurrences(service->err(), "Unpacking of SignalGroup for topic"), 50U);
 }
 
+TEST_F(SatnavdExposure, ABrokerThatSendsWhatNobodyAskedForIsLeft) {
+  publish_unit();
+  const auto simulator = receiver({});
+  const auto service = satnavd();
+  ASSERT_TRUE(Tap(broker).gets(1, VALID));
+  const auto peak_kb = [&] {
+    const std::string status = text_of("/proc/" + std::to_string(service->pid()) + "/status");
+    return std::stol(status.substr(status.find("VmHWM:") + 6));
+  };
+  const long before_kb = peak_kb();
+  broker.kill();
+  const int listener = listen_on(broker.port());
+  const int room = 4096;
+  setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+  const std::pair<std::string, std::string> rows[] = {{bytes("3406 000174 0001 78"), "message with QoS 2"},
+                                                      {bytes("C000"), "PINGREQ"}};
+  for (const auto& [packet, told] : rows) {
+    const int caller = accept(listener, nullptr, nullptr);  // it never reads
+    std::string stream = bytes("2002 0000");
+    while (stream.size() < 2'000'000) stream += packet;
+    send(caller, stream.data(), stream.size(), MSG_NOSIGNAL);
+    EXPECT_TRUE(logged(*service, "it sent a " + told, 1)) << service->err();
+    close(caller);
+  }
+  EXPECT_LT(peak_kb() - before_kb, 8'000);
+  EXPECT_EQ(occurrences(service->err(), "ERROR koru.com.mqtt: The broker broke the protocol"), 2U);
+  expect_end(*service);
+  close(listener);
+}
+
 TEST_F(SatnavdExposure, ThePortHasOneOwner) {
   publish_unit();
   const auto simulator = receiver({});

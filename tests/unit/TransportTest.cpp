@@ -230,14 +230,21 @@ TEST_F(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
 }
 
 TEST(TransportPeers, AreToldApart) {
+  const std::string login = "\x20\x02\0\0"s;
+  const std::string broke = "ERROR koru.com.mqtt: The broker broke the protocol, 127.0.0.1:[^\n]* it sent a ";
   const std::pair<std::string, std::string> rows[] = {
       {"SSH-2.0-x\r\n", "the answer to the login is not MQTT, it begins with \"SSH-2.0-x.x0D.x0A\"\n"},
       {"\x15\x03\x01"s, "the answer to the login is a TLS alert; its port expects TLS\n"},
       {"", "ERROR koru.com.mqtt: The login is not answered, 127.0.0.1:"},
-      {"\x20\x02\0\0\x34\x06\0\x01t\0\x01x"s,
-       "ERROR koru.com.mqtt: The broker broke the protocol, 127.0.0.1:[^\n]* it sent a message with QoS 2"},
+      {login + "\x34\x06\0\x01t\0\x01x"s, broke + "message with QoS 2"},
+      {login + "\xC0\0"s, broke + "PINGREQ"},
+      {login + "\x40\x02\0\x01"s, broke + "PUBACK"},
+      {login + "\x50\x02\0\x01"s, broke + "PUBREC"},
+      {login + "\x62\x02\0\x01"s, broke + "PUBREL"},
+      {login + "\x70\x02\0\x01"s, broke + "PUBCOMP"},
+      {login + "\xD0\0"s, "WARNING koru.com.mqtt: Connection lost to 127.0.0.1:[^\n]* connection was closed"},
       {"\x20\x02\x00"s, "WARNING koru.com.mqtt: No connection to 127.0.0.1:[^\n]* middle of a packet"},
-      {"\x20\x02\x00\x00\x30\x10\x00"s,
+      {login + "\x30\x10\x00"s,
        "WARNING koru.com.mqtt: Connection lost to 127.0.0.1:[^\n]* middle of a packet"},
   };
   test::LogCapture capture("INFO");

@@ -92,14 +92,27 @@ bool can_be_subscribed(const std::string& topic) {
   return is_text(topic) && mosquitto_sub_topic_check(topic.c_str()) == MOSQ_ERR_SUCCESS;
 }
 
-/// The QoS of the message that the library reports with a line of its debug log, before it takes it in; 0 for
-/// any other line. Nothing else tells of QoS 2 in time: on_message() comes when the broker releases the
-/// message.
-int received_qos(std::string_view line, const std::string& client_name) {
-  const std::string begin = "Client " + client_name + " received PUBLISH (d";
-  constexpr std::string_view NEXT = "0, q";
-  if (!line.starts_with(begin) || line.size() <= begin.size() + NEXT.size()) return 0;
-  return line[begin.size() + NEXT.size()] - '0';
+std::string message_with(int qos) {
+  return "message with QoS " + std::to_string(qos);
+}
+
+/// Names a packet that the broker must not send to a client with QoS 0, if this line of the library's debug
+/// log reports one; empty for any other line. The library answers such packets by itself and keeps the
+/// answers in memory until the broker reads them. No callback reports these packets, or a message with QoS 2
+/// before the broker releases it.
+std::string uninvited_packet(std::string_view line, const std::string& client_name) {
+  const std::string begin = "Client " + client_name + " received ";
+  if (!line.starts_with(begin)) return {};
+  line.remove_prefix(begin.size());
+  constexpr std::string_view MESSAGE = "PUBLISH (d0, q";  // or d1
+  if (line.size() > MESSAGE.size() && line.starts_with("PUBLISH ")) {
+    const int qos = line[MESSAGE.size()] - '0';
+    return qos > 0 ? message_with(qos) : "";
+  }
+  for (const std::string_view name : {"PINGREQ", "PUBACK", "PUBREC", "PUBREL", "PUBCOMP"}) {
+    if (line.starts_with(name)) return std::string(name);
+  }
+  return {};
 }
 
 const char* text_or_null(const std::string& text) {
@@ -153,7 +166,7 @@ void MqttConnection::run() {
     }
     if (stopping()) break;
     m_log.failed(m_failure);
-    if (m_uninvited_qos > 0) forget_inbox();
+    if (!m_uninvited.empty()) forget_inbox();
     pause(backoff.pause());
   }
   say_goodbye();
@@ -172,7 +185,7 @@ void MqttConnection::serve() {
   }
 }
 
-/// The library keeps what came with QoS 2 and was never released from one connection to the next.
+/// The library keeps messages with QoS 2 that were never released from one connection to the next.
 void MqttConnection::forget_inbox() {
   reinitialise(m_options.client_name.c_str(), true);
   m_equipped = false;
@@ -250,7 +263,7 @@ bool MqttConnection::step_to_first_byte(bool& answering) {
 bool MqttConnection::open(const char* bind_address) {
   m_connack = -1;
   m_disconnect = 0;
-  m_uninvited_qos = 0;
+  m_uninvited.clear();
   if (m_tls) m_tls->forget_distrust();
   m_errors.clear();
   if (!m_equipped) m_equipped = equip();
@@ -281,9 +294,9 @@ bool MqttConnection::step(milliseconds timeout) {
   errno = 0;
   const int code = loop(static_cast<int>(timeout.count()), 1);
   const int system_error = errno;
-  const bool alive = code == MOSQ_ERR_SUCCESS && socket() >= 0 && m_uninvited_qos == 0;
-  if (m_uninvited_qos > 0) {
-    m_failure = uninvited(m_uninvited_qos);
+  const bool alive = code == MOSQ_ERR_SUCCESS && socket() >= 0 && m_uninvited.empty();
+  if (!m_uninvited.empty()) {
+    m_failure = uninvited(m_uninvited);
   } else if (!alive) {
     m_failure = failure({code, system_error});
   }
@@ -384,8 +397,8 @@ void MqttConnection::on_message(const mosquitto_message* message) {
 void MqttConnection::on_log(int level, const char* text) {
   if (!on_delivery_thread()) return;
   std::string_view line = text;
-  if (level == MOSQ_LOG_DEBUG)
-    m_uninvited_qos = std::max(m_uninvited_qos, received_qos(line, m_options.client_name));
+  if (level == MOSQ_LOG_DEBUG && m_uninvited.empty())
+    m_uninvited = uninvited_packet(line, m_options.client_name);
   if (level != MOSQ_LOG_ERR || m_errors.size() >= MAX_ERROR_TEXT) return;
   line = line.substr(0, line.find_last_not_of("\r\n") + 1).substr(0, MAX_ERROR_TEXT);
   m_errors += (m_errors.empty() ? "" : "; ") + std::string(line);

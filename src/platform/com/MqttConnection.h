@@ -116,7 +116,7 @@ class MqttConnection final : private mosqpp::mosquittopp {
   MqttFailure m_failure{MqttFailure::Kind::unreachable, ""};
   int m_connack = -1;       // of the present connection; -1: not yet
   int m_disconnect = 0;     // what on_disconnect() was told
-  int m_uninvited_qos = 0;  // above 0: the broker sent what no subscription allows
+  std::string m_uninvited;  // the packet that the broker must not send to this client
   std::string m_errors;     // what the library reported at its error level
   std::vector<int> m_written;
   std::vector<std::pair<int, bool>> m_answers;  // to (un)subscriptions: mid, granted

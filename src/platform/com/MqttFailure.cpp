@@ -82,9 +82,8 @@ MqttFailure unanswered(bool tls) {
           std::string("the connection was closed without an answer; is a broker behind it, and ") + hint};
 }
 
-MqttFailure uninvited(int qos) {
-  return {MqttFailure::Kind::protocol,
-          "it sent a message with QoS " + std::to_string(qos) + ", nobody asked for that"};
+MqttFailure uninvited(const std::string& packet) {
+  return {MqttFailure::Kind::protocol, "it sent a " + packet + ", nobody asked for that"};
 }
 
 MqttFailure foreign(const std::string& seen) {

@@ -39,8 +39,8 @@ struct MqttCourse {
 /// The connection was closed before the login was answered.
 [[nodiscard]] MqttFailure unanswered(bool tls);
 
-/// The broker sent a message with a QoS above 0, which no subscription allows.
-[[nodiscard]] MqttFailure uninvited(int qos);
+/// The broker sent a packet that a client with QoS 0 never gets: a message above QoS 0, or "PINGREQ".
+[[nodiscard]] MqttFailure uninvited(const std::string& packet);
 
 /// `seen`: the answer's first bytes, as far as they are known.
 [[nodiscard]] MqttFailure foreign(const std::string& seen);
