@@ -247,12 +247,13 @@ TEST(TransportPeers, AreToldApart) {
       {login + "\x30\x10\x00"s,
        "WARNING koru.com.mqtt: Connection lost to 127.0.0.1:[^\n]* middle of a packet"},
   };
+  const std::string too_long(257, 'x');
   test::LogCapture capture("INFO");
   std::list<Peer> peers;
   std::vector<std::shared_ptr<ITransportClient>> clients;
   for (const auto& [answer, record] : rows) {
     const Peer& peer = peers.emplace_back(answer);
-    clients.push_back(make_client(peer.port, {{"connect_timeout_ms", "1"}}));
+    clients.push_back(make_client(peer.port, {{"connect_timeout_ms", "1"}, {"client_name", too_long}}));
     EXPECT_TRUE(clients.back()->connect());
     clients.back()->start();
   }
@@ -261,7 +262,10 @@ TEST(TransportPeers, AreToldApart) {
   const std::string log = capture.take();
   for (const auto& [answer, record] : rows) EXPECT_THAT(log, testing::ContainsRegex(record));
   EXPECT_EQ(records(log, "ERROR", "There is no MQTT broker, 127.0.0.1:"), 2U) << log;
-  EXPECT_EQ(records(log, "ERROR"), 3 + records(log, "ERROR", "The broker broke"));
+  const size_t refused =
+      records(log, "ERROR", "Configuration: client_name = \"" + std::string(200, 'x') + "...\"");
+  EXPECT_EQ(refused, peers.size());
+  EXPECT_EQ(records(log, "ERROR"), refused + 3 + records(log, "ERROR", "The broker broke"));
 }
 
 TEST(TransportPeers, EachObserverGetsARetainedMessageOnceUntilItChanges) {

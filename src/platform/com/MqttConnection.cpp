@@ -382,7 +382,10 @@ void MqttConnection::on_unsubscribe(int mid) {
 }
 
 void MqttConnection::on_message(const mosquitto_message* message) {
-  if (message->qos > 0) return;
+  if (message->qos > 0) {
+    m_uninvited = message_with(message->qos);
+    return;
+  }
   if (message->payloadlen > MAX_RECEIVED) {
     LOG.warning("A message of ", message->payloadlen, " bytes on \"", logging::escaped(message->topic),
                 "\" is dropped");

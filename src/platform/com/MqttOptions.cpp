@@ -15,7 +15,11 @@ namespace {
 constexpr auto LOG = logging::module("koru.com.mqtt");
 
 constexpr int64_t MAX_TIMEOUT_MS = 600'000;
-constexpr size_t MAX_PASSWORD_LENGTH = 65535;  // the protocol's limit
+constexpr size_t MAX_TEXT_LENGTH = 65535;  // the protocol's limit
+constexpr size_t MAX_PASSWORD_LENGTH = MAX_TEXT_LENGTH;
+// The client library cuts its log lines some 500 bytes after the name, and the connection needs what they
+// say.
+constexpr size_t MAX_CLIENT_NAME_LENGTH = 256;
 
 /// `value` is left alone when the key is absent or senseless.
 template <typename T>
@@ -30,9 +34,15 @@ void read_number(const config::Configuration& config, const char* key, int64_t m
   }
 }
 
-void read_text(const config::Configuration& config, const char* key, std::string& value) {
+void read_text(const config::Configuration& config, const char* key, std::string& value,
+               size_t max = MAX_TEXT_LENGTH) {
   std::string text = config.get(key);
   if (text.empty()) return;
+  if (text.size() > max) {
+    LOG.error("Configuration: ", key, " = \"", logging::escaped(text), "\" is longer than ", max,
+              " bytes, the default is used");
+    return;
+  }
   if (mosqpp::validate_utf8(text.c_str(), static_cast<int>(text.size())) != MOSQ_ERR_SUCCESS) {
     LOG.error("Configuration: ", key, " = \"", logging::escaped(text),
               "\" is no UTF-8 text, the default is used");
@@ -74,7 +84,7 @@ MqttOptions read_mqtt_options(const config::Configuration& config) {
   MqttOptions options;
   read_text(config, "host", options.host);
   read_number(config, "port", 65535, options.port);
-  read_text(config, "client_name", options.client_name);
+  read_text(config, "client_name", options.client_name, MAX_CLIENT_NAME_LENGTH);
   read_text(config, "username", options.username);
   options.password_file = config.get("password_file");
   options.tls_ca = config.get("tls_ca");
