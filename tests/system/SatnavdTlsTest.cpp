@@ -33,11 +33,12 @@ std::string login(const std::string& password) {
 }
 
 /// The kinds of listeners that a service may find at its broker's port, and what each of them has.
-enum Door { OPEN, TLS, MUTUAL, OLD_LOGIN, EXPIRED, TOO_EARLY, ELSEWHERE, FOREIGN };
+enum Door { OPEN, TLS, MUTUAL, OLD_LOGIN, EXPIRED, TOO_EARLY, ELSEWHERE, FOREIGN, OF_OLD, FOR_CLIENTS };
 constexpr struct {
   const char *certificate, *logins;
-} DOORS[] = {{nullptr, nullptr},   {"peer", nullptr},      {"peer", "only-right"}, {"peer", "only-wrong"},
-             {"expired", nullptr}, {"too-early", nullptr}, {"elsewhere", nullptr}, {"foreign-peer", nullptr}};
+} DOORS[] = {{nullptr, nullptr},   {"peer", nullptr},       {"peer", "only-right"}, {"peer", "only-wrong"},
+             {"expired", nullptr}, {"too-early", nullptr},  {"elsewhere", nullptr}, {"foreign-peer", nullptr},
+             {"of-old", nullptr},  {"for-clients", nullptr}};
 
 /// A broker with such a listener beside its own, which is plain and open.
 class Doorway {
@@ -85,7 +86,11 @@ TEST_F(SatnavdTls, RefusalsAreToldTriedAgainAndNeverLeadToPlainText) {
   } rows[] = {
       {"all is right", key("tls_ca", "ours") + presenting("peer") + login("right"), MUTUAL, MUTUAL, "", 0},
       {"other authority", key("tls_ca", "foreign"), FOREIGN, TLS, "is not signed by tls_ca"},
-      {"certificate expired", key("tls_ca", "ours"), TLS, EXPIRED, "has expired"},
+      {"certificate expired", key("tls_ca", "ours"), TLS, EXPIRED, "the broker's certificate has expired"},
+      {"authority expired", key("tls_ca", "ours-and-old"), TLS, OF_OLD,
+       "the authority's certificate has expired"},
+      {"certificate for clients", key("tls_ca", "ours"), TLS, FOR_CLIENTS,
+       "certificate cannot be trusted: unsuitable"},
       {"certificate of the future", key("tls_ca", "ours"), TLS, TOO_EARLY, "is not valid yet"},
       {"other host's certificate", key("tls_ca", "ours"), TLS, ELSEWHERE, "is of another host"},
       {"no client certificate", key("tls_ca", "ours") + login("right"), TLS, MUTUAL, "certificate required"},

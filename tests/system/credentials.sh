@@ -3,9 +3,10 @@
 set -euo pipefail
 cd "$1"
 
-# sign NAME AUTHORITY HOST DAYS
+# sign NAME AUTHORITY HOST DAYS [USE]
 sign() {
-  openssl req -new -subj "/CN=$1" -addext "subjectAltName=$3" -key key -out request
+  openssl req -new -subj "/CN=$1" -addext "subjectAltName=$3" -addext "extendedKeyUsage=${5:-serverAuth,clientAuth}" \
+    -key key -out request
   openssl x509 -req -in request -CA "$2" -CAkey key -copy_extensions copy -days "$4" -out "$1"
 }
 
@@ -15,6 +16,12 @@ sign peer ours IP:127.0.0.1 2
 sign foreign-peer foreign IP:127.0.0.1 2
 sign expired ours IP:127.0.0.1 -1
 sign elsewhere ours DNS:elsewhere.test 2
+sign for-clients ours IP:127.0.0.1 2 clientAuth
+
+openssl req -new -subj /CN=old -addext basicConstraints=CA:TRUE -key key -out request
+openssl x509 -req -in request -signkey key -copy_extensions copy -days -1 -out old
+sign of-old old IP:127.0.0.1 2
+cat ours old >ours-and-old
 
 # Only the authority's own command gives a certificate a later beginning.
 printf '%s\n' '[ca]' default_ca=one '[one]' database=index new_certs_dir=. rand_serial=yes policy=any \

@@ -16,17 +16,26 @@ bool belongs_to(X509* certificate, const std::string& host) {
                                     X509_check_host(certificate, host.c_str(), host.size(), 0, nullptr) == 1);
 }
 
-std::string reason_of(int error) {
+/// `depth`: where in the chain the error is; 0 is the broker's own certificate.
+std::string reason_of(int error, int depth) {
+  const std::string certificate = depth > 0 ? "the authority's certificate " : "the broker's certificate ";
   switch (error) {
     case X509_V_ERR_CERT_NOT_YET_VALID:
-      return "the broker's certificate is not valid yet; is the clock of this unit right?";
+      return certificate + "is not valid yet; is the clock of this unit right?";
     case X509_V_ERR_CERT_HAS_EXPIRED:
-      return "the broker's certificate has expired";
+      return certificate + "has expired";
     case X509_V_ERR_HOSTNAME_MISMATCH:
       return "the broker's certificate is of another host";
-    default:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+    case X509_V_ERR_CERT_SIGNATURE_FAILURE:
       return std::string("the broker's certificate is not signed by tls_ca: ") +
              X509_verify_cert_error_string(error);
+    default:
+      return certificate + "cannot be trusted: " + X509_verify_cert_error_string(error);
   }
 }
 
@@ -50,7 +59,7 @@ int TlsContext::verify(x509_store_ctx_st* chain, void* self) {
   const bool trusted = X509_verify_cert(chain) == 1;
   if (trusted && belongs_to(X509_STORE_CTX_get0_cert(chain), context.m_host)) return 1;
   if (trusted) X509_STORE_CTX_set_error(chain, X509_V_ERR_HOSTNAME_MISMATCH);
-  context.m_distrust = reason_of(X509_STORE_CTX_get_error(chain));
+  context.m_distrust = reason_of(X509_STORE_CTX_get_error(chain), X509_STORE_CTX_get_error_depth(chain));
   return 0;
 }
 
