@@ -218,6 +218,7 @@ bool MqttConnection::establish() {
     if (attempt(address)) return true;
     abandon();
     if (!first || m_failure.kind != MqttFailure::Kind::unreachable) first = m_failure;
+    if (!m_uninvited.empty()) break;  // it must be forgotten before the next try
   }
   if (first) m_failure = *first;
   return false;
