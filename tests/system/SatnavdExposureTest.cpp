@@ -58,12 +58,10 @@ TEST_F(SatnavdExposure, ALocalSocketThatDoesNotReadStopsNothing) {
   flood(publish("system/sysparam/0x0000A01F", "malformed"), 600);
   EXPECT_TRUE(tap.gets(3, VALID));
   while (!daemon.received().empty()) continue;
-  // The records of the flood are lost; the loss of the receiver is the next one to be written.
-  simulator->signal(SIGKILL);
+  // The count comes before the 10 s of the flood are over, without another record.
   std::string records;
-  EXPECT_TRUE(eventually(
-      [&] { return (records += daemon.received()).find("went away") != std::string::npos; }, PATIENCE_MS));
-  EXPECT_THAT(records, HasSubstr(" records lost"));
+  EXPECT_TRUE(
+      eventually([&] { return (records += daemon.received()).find(" lost") != std::string::npos; }, 5000));
   fill();
   expect_end(*service);
 }

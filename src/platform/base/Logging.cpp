@@ -67,7 +67,7 @@ std::string formatted(LogMode mode, Level level, std::string_view module, std::s
   return record.append(level_name(level)).append(" ").append(module).append(": ").append(text).append("\n");
 }
 
-/// Where records go, and how many of them it did not take since the last one that it took.
+/// Where records go, and how many were lost there since the last count was written.
 struct Destination {
   std::unique_ptr<LogOutput> output;
   uint64_t lost = 0;
@@ -82,15 +82,23 @@ Destination& destination(LogMode mode) {
 
 std::mutex g_mutex;  // guards destinations and limiter
 RecordLimiter g_limiter;
-std::atomic<bool> g_kept_back{false};
+std::atomic<bool> g_untold{false};  // there may be a count of records that were kept back or lost
+
+/// Returns false if the log still takes nothing.
+bool tell_lost(LogMode mode) {
+  Destination& to = destination(mode);
+  if (to.lost == 0) return true;
+  const std::string count = std::to_string(to.lost) + " records lost";
+  if (to.output->put(formatted(mode, Level::WARNING, LOG.name(), count))) to.lost = 0;
+  return to.lost == 0;
+}
 
 void put(LogMode mode, Level level, std::string_view module, std::string_view text) {
+  (void)tell_lost(mode);
   Destination& to = destination(mode);
-  if (to.lost > 0) {
-    const std::string count = std::to_string(to.lost) + " records lost";
-    if (to.output->put(formatted(mode, Level::WARNING, LOG.name(), count))) to.lost = 0;
-  }
-  if (!to.output->put(formatted(mode, level, module, text))) ++to.lost;
+  if (to.output->put(formatted(mode, level, module, text))) return;
+  ++to.lost;
+  g_untold = true;
 }
 
 void hand_over(Level level, std::string_view module, std::string_view text) {
@@ -102,12 +110,17 @@ void hand_over(Level level, std::string_view module, std::string_view text) {
 }
 
 void hand_over_kept_back(int64_t now_ns) {
-  if (!g_kept_back) return;
   for (const auto& kept : g_limiter.ended(now_ns)) {
     hand_over(static_cast<Level>(kept.level), kept.module,
               std::to_string(kept.count) + " more like: " + kept.last);
   }
-  g_kept_back = g_limiter.keeps_back();
+}
+
+void tell_counts(int64_t now_ns) {
+  const std::lock_guard lock(g_mutex);
+  hand_over_kept_back(now_ns);
+  const bool all_told = tell_lost(g_mode);
+  g_untold = g_limiter.keeps_back() || !all_told;
 }
 
 }  // namespace
@@ -162,16 +175,14 @@ void write_limited(const Opening& opening, Level level, std::string_view module,
     if (g_limiter.admit({opening.file(), opening.line()}, static_cast<int>(level), module, text, now_ns)) {
       hand_over(level, module, text);
     } else {
-      g_kept_back = true;
+      g_untold = true;
     }
   }
   errno = saved_errno;
 }
 
 void tell_kept_back() {
-  if (!g_kept_back) return;
-  const std::lock_guard lock(g_mutex);
-  hand_over_kept_back(time_source().steady_ns());
+  if (g_untold.load(std::memory_order_relaxed)) tell_counts(time_source().steady_ns());
 }
 
 std::string escaped(std::string_view bytes, size_t max_bytes) {

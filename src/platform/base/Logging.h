@@ -9,8 +9,8 @@
 #include <type_traits>
 
 /// Log records at syslog's levels to the system's log, standard output or standard error. Any thread may log,
-/// and no record makes it wait: a place that takes nothing loses records, and "N records lost" comes before
-/// the next one that it takes.
+/// and no record makes it wait: a place that takes nothing loses records, and "N records lost" comes as soon
+/// as it takes records again.
 namespace ecu::koru::logging {
 
 /// The numbers are syslog's severities.
@@ -61,8 +61,9 @@ void write(Level level, std::string_view module, std::string_view text);
 /// The same within the limit of the statement.
 void write_limited(const Opening& opening, Level level, std::string_view module, std::string_view text);
 
-/// Writes "N more like ..." for each statement that kept records back and whose 10 s are over. Called from
-/// time to time, so that the count does not wait for the next record. Costs nothing while there is none.
+/// Writes "N records lost" if the log takes records again, and "N more like: ..." for each statement whose
+/// 10 s are over. Called from time to time, so that no count waits for the next record; without a count it
+/// costs one atomic load.
 void tell_kept_back();
 
 /// Takes the records in the place of the log; nullptr ends that. For tests.
