@@ -134,10 +134,17 @@ void returnFreeMemory() {
   malloc_trim(0);
 }
 
+/// No count of records that were kept back or lost is forgotten, whichever way main() ends.
+struct LastRecords {
+  ~LastRecords() { logging::tell_all_kept_back(); }
+};
+
 /// When the transport's thread is stuck inside the operating system (a name lookup), nothing may be cleaned
 /// up under it: the process ends here.
 void stopTransport(com::ITransportClient& transport, int exit_status) {
-  if (!transport.stop()) std::_Exit(exit_status);
+  if (transport.stop()) return;
+  logging::tell_all_kept_back();
+  std::_Exit(exit_status);
 }
 
 }  // namespace
@@ -145,6 +152,7 @@ void stopTransport(com::ITransportClient& transport, int exit_status) {
 int main(int argc, char** argv) {
   keepStandardDescriptors();
   ignoreHangUps();
+  const LastRecords last_records;
   GnssUtils::initDuration();
 
   gpspub::Options options;

@@ -77,6 +77,8 @@ TEST_F(SatnavdExposure, AFloodWritesFiftyRecordsAStatement) {
   ASSERT_TRUE(tap.gets(2, VALID));
   EXPECT_EQ(occurrences(service->err(), "Unable to deserialize data for topic"), 50U);
   EXPECT_LE(occurrences(service->err(), "\n"), 50U + 50U + 20U);
+  expect_end(*service);
+  EXPECT_EQ(occurrences(service->err(), " more like: Unable to deserialize data for topic"), 1U);
 
   const std::string noise = folder / "noise";
   const int line = terminal(noise);

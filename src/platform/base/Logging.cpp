@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
+#include <limits>
 #include <memory>
 #include <mutex>
 
@@ -183,6 +184,10 @@ void write_limited(const Opening& opening, Level level, std::string_view module,
 
 void tell_kept_back() {
   if (g_untold.load(std::memory_order_relaxed)) tell_counts(time_source().steady_ns());
+}
+
+void tell_all_kept_back() {
+  tell_counts(std::numeric_limits<int64_t>::max());
 }
 
 std::string escaped(std::string_view bytes, size_t max_bytes) {

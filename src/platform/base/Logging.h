@@ -65,6 +65,8 @@ void write_limited(const Opening& opening, Level level, std::string_view module,
 /// 10 s are over. Called from time to time, so that no count waits for the next record; without a count it
 /// costs one atomic load.
 void tell_kept_back();
+/// The same at the end of the process, for every statement that kept records back.
+void tell_all_kept_back();
 
 /// Takes the records in the place of the log; nullptr ends that. For tests.
 using Sink = void (*)(Level level, std::string_view module, std::string_view text);
