@@ -131,6 +131,8 @@ TEST(Logging, TheSystemsLogNeverWaitsAndIsFoundAgain) {
   const test::TempDir folder;
   const std::string path = folder / "log";
   logging::SyslogOutput output(path);
+  VirtualTime time;
+  set_time_source(&time);
   EXPECT_FALSE(output.put("nobody is there"));
   {
     const test::LocalSocket daemon(path);
@@ -143,8 +145,19 @@ TEST(Logging, TheSystemsLogNeverWaitsAndIsFoundAgain) {
     EXPECT_EQ(taken, 0);
     EXPECT_TRUE(output.put("c"));
     EXPECT_FALSE(output.put(std::string(10'000'000, 'x')));  // longer than any datagram
-    EXPECT_TRUE(output.put("d"));
+    while (output.put("d")) continue;
+    unlink(path.c_str());
+    time.advance(1'000'000'000);
+    EXPECT_FALSE(output.put("no other socket is there"));
+    EXPECT_EQ(daemon.received(), "c");
+    EXPECT_TRUE(output.put("the old one is kept"));
+    const test::LocalSocket replacing(path);  // while the old one is held, and full
+    EXPECT_FALSE(output.put("within the same second"));
+    time.advance(1'000'000'000);
+    EXPECT_TRUE(output.put("found"));
+    EXPECT_EQ(replacing.received(), "found");
   }
+  set_time_source(nullptr);
   EXPECT_FALSE(output.put("it has gone"));
   const test::LocalSocket stream(path, SOCK_STREAM);
   for (const char* record : {"<30>e", "<30>f"}) EXPECT_TRUE(output.put(record));

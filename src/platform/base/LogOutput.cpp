@@ -12,7 +12,15 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/base/Time.h"
+
 namespace ecu::koru::logging {
+
+namespace {
+
+constexpr int64_t CONNECT_AGAIN_NS = 1'000'000'000;
+
+}  // namespace
 
 // -- Standard output and standard error
 
@@ -79,26 +87,44 @@ SyslogOutput::~SyslogOutput() {
 
 bool SyslogOutput::put(std::string_view record) {
   for (int tries = 0; tries < 2; ++tries) {
-    if (m_socket < 0 && !connect(SOCK_DGRAM) && !(errno == EPROTOTYPE && connect(SOCK_STREAM))) return false;
-    const Sent sent = send(record);
+    if (m_socket < 0 && !connect()) return false;
+    Sent sent = send(record);
+    if (sent == Sent::FULL && may_connect_again() && connect()) sent = send(record);
     if (sent != Sent::NO_CONNECTION) return sent == Sent::ALL;
     close();
   }
   return false;
 }
 
+/// A daemon that replaces another binds a new socket. The old one never ends, only fills up, while anybody
+/// holds it.
+bool SyslogOutput::may_connect_again() {
+  const int64_t now_ns = time_source().steady_ns();
+  if (m_is_stream || now_ns < m_next_connect_ns) return false;
+  m_next_connect_ns = now_ns + CONNECT_AGAIN_NS;
+  return true;
+}
+
+bool SyslogOutput::connect() {
+  return connect(SOCK_DGRAM) || (errno == EPROTOTYPE && connect(SOCK_STREAM));
+}
+
 bool SyslogOutput::connect(int type) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   m_path.copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1);
-  m_socket = ::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (m_socket < 0) return false;
-  m_is_stream = type == SOCK_STREAM;
-  if (::connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return true;
-  const int error = errno;
+  const int socket = ::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (socket < 0) return false;
+  if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const int error = errno;
+    ::close(socket);
+    errno = error;
+    return false;
+  }
   close();
-  errno = error;
-  return false;
+  m_socket = socket;
+  m_is_stream = type == SOCK_STREAM;
+  return true;
 }
 
 SyslogOutput::Sent SyslogOutput::send(std::string_view record) {

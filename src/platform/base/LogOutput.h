@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -37,7 +38,8 @@ class StreamOutput final : public LogOutput {
 };
 
 /// The system's log: one datagram a record, or on a stream its bytes and a NUL, as syslog(3) sends them. The
-/// socket is connected when it is needed, so that a log daemon that was started again is found.
+/// socket is connected when it is needed, and once a second while it is full, so that a log daemon that was
+/// started again is found.
 class SyslogOutput final : public LogOutput {
  public:
   explicit SyslogOutput(std::string path) : m_path(std::move(path)) {}
@@ -49,6 +51,9 @@ class SyslogOutput final : public LogOutput {
 
  private:
   enum class Sent { ALL, FULL, NO_CONNECTION };
+  [[nodiscard]] bool may_connect_again();
+  /// Keeps the present socket if it fails.
+  [[nodiscard]] bool connect();
   [[nodiscard]] bool connect(int type);
   [[nodiscard]] Sent send(std::string_view record);
   void close();
@@ -56,6 +61,7 @@ class SyslogOutput final : public LogOutput {
   const std::string m_path;
   int m_socket = -1;
   bool m_is_stream = false;
+  int64_t m_next_connect_ns = 0;  // not before, while the socket is full
 };
 
 }  // namespace ecu::koru::logging
