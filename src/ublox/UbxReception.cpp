@@ -44,11 +44,11 @@ std::string dump(std::span<const uint8_t> bytes) {
          hexDumpMessage(bytes.data(), static_cast<int>(std::min(bytes.size(), DUMP_MAX)), DUMP_LINE, 0, true);
 }
 
-/// A NUL-terminated text in a field of fixed length, safe to log.
+/// A NUL-terminated text in a field of fixed length.
 std::string textAt(std::span<const uint8_t> payload, size_t at, size_t length) {
   const auto field = payload.subspan(at, length);
   const auto end = std::find(field.begin(), field.end(), uint8_t{0});
-  return logging::escaped(std::string(field.begin(), end));
+  return {field.begin(), end};
 }
 
 constexpr unsigned DISPATCH = logflag::UBX_DISPATCH | logflag::UBX_DISPATCH_2;
@@ -204,8 +204,9 @@ void UbxReception::process_MON_VER(const UbxFrame& frame) {
   for (size_t at = MON_VER_MIN; at + MON_VER_EXTENSION_LEN <= payload.size(); at += MON_VER_EXTENSION_LEN) {
     extensions += ", " + textAt(payload, at, MON_VER_EXTENSION_LEN);
   }
-  LOG.info("Ublox Gnss: swVersion ", textAt(payload, 0, MON_VER_SW_LEN), ", hwVersion ",
-           textAt(payload, MON_VER_SW_LEN, MON_VER_HW_LEN), extensions);
+  LOG.info("Ublox Gnss: swVersion ", logging::escaped(textAt(payload, 0, MON_VER_SW_LEN)), ", hwVersion ",
+           logging::escaped(textAt(payload, MON_VER_SW_LEN, MON_VER_HW_LEN)),
+           logging::escaped(extensions, logging::MAX_OUTSIDE_TEXT - MON_VER_MIN));
   m_mon_ver_received = true;
 }
 
