@@ -11,13 +11,10 @@ namespace ecu::koru::gpspub {
 
 namespace {
 
-constexpr unsigned NUM_INIT_COMMANDS = ubx::INIT_COMMANDS.size();
-constexpr unsigned NUM_COMPLEX_COMMANDS = 10;
-constexpr unsigned NAK_RETRIES = 3;
+using Action = CommandSequence::Action;
+
+static_assert(CommandSequence::INIT_COMMANDS == ubx::INIT_COMMANDS.size());
 constexpr int64_t ANSWER_US = 3'000'000;
-constexpr unsigned MAX_TIMEOUTS_UNCONFIRMED = 5;
-constexpr unsigned MAX_TIMEOUTS_CONFIRMED = 4;
-constexpr unsigned TIMEOUTS_PER_HW_RESET = 19;
 
 // The complex steps.
 constexpr unsigned STEP_SELECT_SYSTEMS = 0;
@@ -41,11 +38,9 @@ UbloxConfig::UbloxConfig(IGnssInput& input, ReceiverLines lines)
     : m_input(input),
       m_lines(std::move(lines)),
       m_navigation_rate(ubx::NAVIGATION_RATE.frame()),
-      m_max_timeouts(MAX_TIMEOUTS_UNCONFIRMED),
       m_command(ubx::INIT_COMMANDS[0].frame()) {}
 
-// --- what is wanted
-// -------------------------------------------------------------------------------------------------
+// -- What is wanted
 
 void UbloxConfig::setGnssSystemRequested(uint32_t bit, bool on) {
   if (on) {
@@ -71,40 +66,55 @@ void UbloxConfig::setMeasurementPeriod(uint16_t period_ms) {
 }
 
 void UbloxConfig::disableHardwareInit() {
-  m_initialised = true;
-  m_stopped = true;
+  m_sequence.switchOff();
 }
 
-// --- the sequence
-// ---------------------------------------------------------------------------------------------------
-
-bool UbloxConfig::hasCommandToSend() const {
-  if (m_initialised || m_stopped) return false;
-  return m_init_command_idx < NUM_INIT_COMMANDS || m_complex_command_idx < NUM_COMPLEX_COMMANDS;
-}
+// -- The sequence
 
 std::string UbloxConfig::getNextCommand() {
-  if (m_init_command_idx < NUM_INIT_COMMANDS) {
-    if (++m_init_command_idx < NUM_INIT_COMMANDS) {
-      replaceCommand(ubx::INIT_COMMANDS[m_init_command_idx].frame());
-      return m_command;
-    }
-  } else {
-    ++m_complex_command_idx;
-  }
-  if (m_complex_command_idx >= NUM_COMPLEX_COMMANDS) {
-    LOG.info("UbloxConfig::getNextCommand() m_init_command_idx = ", m_init_command_idx, ". Now initialised");
-    m_initialised = true;
-    m_init_command_idx = m_complex_command_idx = 0;
-    replaceCommand(ubx::INIT_COMMANDS[0].frame());
+  return prepare(m_sequence.answered());
+}
+
+std::string UbloxConfig::prepare(Action action) {
+  const unsigned init = m_sequence.initCommandIdx();
+  const unsigned complex = m_sequence.complexCommandIdx();
+  if (action == Action::FINISH) {
+    LOG.info("UbloxConfig::getNextCommand() m_init_command_idx = ", CommandSequence::INIT_COMMANDS,
+             ". Now initialised");
+    m_command = ubx::INIT_COMMANDS[0].frame();
     return {};
   }
-  if (logCommands()) {
-    LOG.detail("UbloxConfig::getNextCommand() m_init_command_idx = ", m_init_command_idx,
-               " m_complex_command_idx = ", m_complex_command_idx);
+  if (init < CommandSequence::INIT_COMMANDS) {
+    m_command = ubx::INIT_COMMANDS[init].frame();
+  } else {
+    if (logCommands()) {
+      LOG.detail("UbloxConfig::getNextCommand() m_init_command_idx = ", init,
+                 " m_complex_command_idx = ", complex);
+    }
+    m_command = complexCommand(complex);
   }
-  replaceCommand(complexCommand(m_complex_command_idx));
   return m_command;
+}
+
+void UbloxConfig::carryOut(Action action) {
+  switch (action) {
+    case Action::NOTHING:
+      break;
+    case Action::RESEND:
+      sendCommand();
+      break;
+    case Action::SEND:
+    case Action::FINISH:
+      transmit(prepare(action));
+      break;
+    case Action::NEXT_RATE:
+      tryOtherBaudRate();
+      break;
+    case Action::NEXT_RATE_AND_RESET:
+      tryOtherBaudRate();
+      hardwareResetUblox();
+      break;
+  }
 }
 
 /// A step that has nothing to say polls MON-GNSS: its answer advances the sequence at once.
@@ -127,7 +137,7 @@ void UbloxConfig::transmit(std::string frame) {
     const auto* const bytes = reinterpret_cast<const unsigned char*>(frame.data());
     const int length = static_cast<int>(frame.size());
     if (logCommands()) {
-      LOG.detail("UbloxConfig sends m_init_command_idx ", m_init_command_idx, " ",
+      LOG.detail("UbloxConfig sends m_init_command_idx ", initCommandIdx(), " ",
                  hexDumpMessage(bytes, length, 0, 0, true));
     }
     m_input.sendBinary(bytes, length);
@@ -136,21 +146,17 @@ void UbloxConfig::transmit(std::string frame) {
 }
 
 void UbloxConfig::sendNextCommand() {
-  if (hasCommandToSend()) transmit(getNextCommand());
+  carryOut(m_sequence.answered());
 }
 
 void UbloxConfig::sendCommand() {
-  if (!m_stopped) transmit(m_command);
+  if (!isStopped()) transmit(m_command);
 }
 
-void UbloxConfig::sendCommand(const UbxCommand& command) {
-  replaceCommand(command.frame());
-  sendCommand();
-}
-
-void UbloxConfig::replaceCommand(std::string frame) {
+void UbloxConfig::sendOther(std::string frame, bool is_rate) {
+  m_sequence.otherCommand(is_rate);
   m_command = std::move(frame);
-  m_nak_counter = m_timeout_counter = 0;
+  sendCommand();
 }
 
 bool UbloxConfig::isTimeout() const {
@@ -159,88 +165,57 @@ bool UbloxConfig::isTimeout() const {
 
 bool UbloxConfig::checkTimeout(bool count_hw_timeouts) {
   if (!isTimeout()) return false;
-  if (++m_timeout_counter >= m_max_timeouts) {
-    handleTimeout(count_hw_timeouts);
-    return true;
-  }
-  if (logCommands())
-    LOG.detail("Resending UbloxConfig::checkTimeout() m_timeout_counter ", m_timeout_counter);
-  sendCommand();
-  m_lines_received = m_input.getLinesReceived();
+  const Action action = m_sequence.periodOver(m_input.getLinesReceived(), count_hw_timeouts);
+  if (logCommands()) logTimeout(action);
+  carryOut(action);
   return true;
 }
 
-void UbloxConfig::handleTimeout(bool count_hw_timeouts) {
-  if (logCommands()) LOG.detail("UbloxConfig::handleTimeout() m_init_command_idx ", m_init_command_idx);
-  if (m_port_confirmed) {
-    sendNextCommand();
-  } else if (m_input.getLinesReceived() == m_lines_received) {
-    tryOtherBaudRate(count_hw_timeouts);
-  } else {
-    if (logCommands()) LOG.detail("Timeout. But have change in getLinesReceived");
-    m_lines_received = m_input.getLinesReceived();
-    m_init_command_idx = 0;
-    sendCommand(ubx::INIT_COMMANDS[0]);
+void UbloxConfig::logTimeout(Action action) const {
+  if (action == Action::RESEND) {
+    LOG.detail("Resending UbloxConfig::checkTimeout() m_timeout_counter ", m_sequence.periodsOver());
+    return;
   }
-  m_timeout_counter = 0;
+  LOG.detail("UbloxConfig::handleTimeout() m_init_command_idx ", initCommandIdx());
+  if (action == Action::SEND && !isPortConfirmed())
+    LOG.detail("Timeout. But have change in getLinesReceived");
 }
 
-void UbloxConfig::tryOtherBaudRate(bool count_hw_timeouts) {
-  if (logCommands()) LOG.detail("Timeout try other baud rate. getLinesReceived ", m_lines_received);
+void UbloxConfig::tryOtherBaudRate() {
+  if (logCommands()) LOG.detail("Timeout try other baud rate. getLinesReceived ", m_input.getLinesReceived());
   m_input.tryNextBaudRate();
   m_input.disconnect();
   // What was read at a wrong rate is garbage, and a sync byte in it would hold up framing at the right one.
   m_input.clearBuffer();
-  m_lines_received = m_input.getLinesReceived();
-  m_hw_timeout_counter = count_hw_timeouts ? m_hw_timeout_counter + 1 : 1;
-  if (logCommands()) LOG.detail("m_hw_timeout_counter ", m_hw_timeout_counter);
-  if (m_hw_timeout_counter % TIMEOUTS_PER_HW_RESET == 0) hardwareResetUblox();
+  m_sequence.forgetLines(m_input.getLinesReceived());
+  if (logCommands()) LOG.detail("m_hw_timeout_counter ", m_sequence.ratesTried());
 }
 
 void UbloxConfig::handle_UBX_ACK_NAK_response(const UbxFrame& frame) {
-  if (frame.id() != ubx::ACK_NAK || m_stopped) return;
-  if (++m_nak_counter < NAK_RETRIES) {
-    sendCommand();
-    return;
+  if (frame.id() != ubx::ACK_NAK || isStopped()) return;
+  const unsigned init = m_sequence.initCommandIdx();
+  const unsigned complex = m_sequence.complexCommandIdx();
+  const Action action = m_sequence.refused();
+  if (action != Action::RESEND) {
+    LOG.warning("NAK_RETRIES exceeded. m_init_command_idx ", init, " m_complex_command_idx ", complex);
   }
-  LOG.warning("NAK_RETRIES exceeded. m_init_command_idx ", m_init_command_idx, " m_complex_command_idx ",
-              m_complex_command_idx);
-  m_nak_counter = 0;
-  sendNextCommand();
+  carryOut(action);
 }
 
 void UbloxConfig::takeRestart() {
   // Requests that come one after the other must not hold up the hunt for the baud rate.
-  if (!m_restart_requested.exchange(false) || isAtFirstCommand()) return;
+  if (!m_restart_requested.exchange(false) || m_sequence.isAtFirstCommand()) return;
   restart();
   sendCommand();
 }
 
-bool UbloxConfig::isAtFirstCommand() const {
-  return !m_initialised && m_init_command_idx == 0 && m_complex_command_idx == 0 &&
-         m_command == ubx::INIT_COMMANDS[0].frame();
-}
-
 void UbloxConfig::restart() {
-  if (m_stopped) return;
-  m_initialised = false;
-  m_init_command_idx = m_complex_command_idx = 0;
-  replaceCommand(ubx::INIT_COMMANDS[0].frame());
+  if (isStopped()) return;
+  m_sequence.restart();
+  m_command = ubx::INIT_COMMANDS[0].frame();
 }
 
-void UbloxConfig::confirmPort() {
-  m_port_confirmed = true;
-  m_max_timeouts = MAX_TIMEOUTS_CONFIRMED;
-  m_hw_timeout_counter = 0;
-}
-
-void UbloxConfig::unconfirmPort() {
-  m_port_confirmed = false;
-  m_max_timeouts = MAX_TIMEOUTS_UNCONFIRMED;
-}
-
-// --- single commands
-// ------------------------------------------------------------------------------------------------
+// -- Single commands
 
 uint32_t UbloxConfig::effectiveBaudrate(uint32_t configured) {
   const bool has_command =
@@ -269,17 +244,15 @@ void UbloxConfig::configureBaudrate(uint32_t effective) {
 }
 
 void UbloxConfig::configureSPI_TxReady() {
-  replaceCommand(m_CFG_PRT_string);
-  sendCommand();
+  sendOther(m_CFG_PRT_string);
 }
 
 void UbloxConfig::disableReceiver() {
-  sendCommand(ubx::RECEIVER_STANDBY);
-  sendCommand(ubx::GNSS_STOP);
+  sendOther(ubx::RECEIVER_STANDBY);
+  sendOther(ubx::GNSS_STOP);
 }
 
-// --- constellations
-// -------------------------------------------------------------------------------------------------
+// -- Constellations
 
 void UbloxConfig::setCfgGnss(CFG_GNSS record, std::string frame) {
   m_CFG_GNSS = std::move(record);

@@ -6,28 +6,24 @@
 #include <vector>
 
 #include "input/IGnssInput.h"
+#include "ublox/CommandSequence.h"
 #include "ublox/GnssSelection.h"
 #include "ublox/ReceiverLines.h"
 #include "ublox/UbxCommands.h"
 
 namespace ecu::koru::gpspub {
 
-/// The command sequencer: brings the receiver into the configuration that the service needs and keeps it
-/// there.
-///
-/// It sends the init commands one at a time, then ten complex steps; every step leaves on an answer that
-/// advances it, on three NAKs, or by time-outs. While the port is not confirmed and nothing comes in, it
-/// hunts the baud rate and pulses the reset line at every 19th change. When both phases are through it falls
-/// silent until a restart.
+/// Brings the receiver into the configuration that the service needs and keeps it there: carries out what the
+/// CommandSequence decides, one frame in flight at a time, and holds what is wanted of the receiver.
 ///
 /// Owned by the service, service thread only, except what is marked. Its clock is stopwatch 0.
 class UbloxConfig {
  public:
   UbloxConfig(IGnssInput& input, ReceiverLines lines);
 
-  // --- what is wanted
-  // --------------------------------------------------------------------------------------------- Systems:
-  // bit 0 GPS, 1 GLONASS, 2 BeiDou, 3 Galileo. Any thread.
+  // -- What is wanted
+
+  /// Systems: bit 0 GPS, 1 GLONASS, 2 BeiDou, 3 Galileo. Any thread.
   void setGnssSystemRequested(uint32_t mask) { m_gnss_system_requested = mask; }
   void setGnssSystemRequested(uint32_t bit, bool on);
   [[nodiscard]] uint32_t gnssSystemRequested() const { return m_gnss_system_requested; }
@@ -42,9 +38,9 @@ class UbloxConfig {
   /// The receiver counts as configured; nothing is sent to it and its reset line is left alone.
   void disableHardwareInit();
 
-  // --- the sequence
-  // -----------------------------------------------------------------------------------------------
-  [[nodiscard]] bool hasCommandToSend() const;
+  // -- The sequence
+
+  [[nodiscard]] bool hasCommandToSend() const { return m_sequence.hasCommandToSend(); }
   /// Advances and returns the next frame; empty when the sequence is through.
   [[nodiscard]] std::string getNextCommand();
   void sendNextCommand();
@@ -63,29 +59,29 @@ class UbloxConfig {
   /// The sequence begins anew; its first command is sent when the period that runs now has expired.
   void restart();
 
-  [[nodiscard]] bool isInitialised() const { return m_initialised; }
-  [[nodiscard]] bool isStopped() const { return m_stopped; }
-  [[nodiscard]] bool isPortConfirmed() const { return m_port_confirmed; }
-  [[nodiscard]] unsigned initCommandIdx() const { return m_init_command_idx; }
+  [[nodiscard]] bool isInitialised() const { return m_sequence.isInitialised(); }
+  [[nodiscard]] bool isStopped() const { return m_sequence.isStopped(); }
+  [[nodiscard]] bool isPortConfirmed() const { return m_sequence.isPortConfirmed(); }
+  [[nodiscard]] unsigned initCommandIdx() const { return m_sequence.initCommandIdx(); }
   /// The receiver was seen at the configured rate.
-  void confirmPort();
+  void confirmPort() { m_sequence.confirmPort(); }
   /// Its rate is not known (any more).
-  void unconfirmPort();
+  void unconfirmPort() { m_sequence.unconfirmPort(); }
   /// The trust that a fix deserves: 1 when the receiver's configuration is none of our business or its port
   /// is confirmed.
-  [[nodiscard]] uint8_t receiverFlag() const { return m_stopped || m_port_confirmed ? 1 : 0; }
+  [[nodiscard]] uint8_t receiverFlag() const { return isStopped() || isPortConfirmed() ? 1 : 0; }
 
-  // --- single commands: each becomes the frame in flight
-  // ------------------------------------------------------------
-  void disableAntennaPower() { sendCommand(ubx::DISABLE_ANTENNA_POWER); }
-  void disableAntennaPower2() { sendCommand(ubx::DISABLE_ANTENNA_POWER2); }
-  void enableAntennaPower() { sendCommand(ubx::ENABLE_ANTENNA_POWER); }
-  void saveAntennaConfig() { sendCommand(ubx::SAVE_ANTENNA_CONFIG); }
-  void configureBaudrate9600() { sendCommand(ubx::BAUDRATE_9600); }
-  void configureBaudrate19200() { sendCommand(ubx::BAUDRATE_19200); }
-  void configureBaudrate38400() { sendCommand(ubx::BAUDRATE_38400); }
-  void configureBaudrate57600() { sendCommand(ubx::BAUDRATE_57600); }
-  void configureBaudrate115200() { sendCommand(ubx::BAUDRATE_115200); }
+  // -- Single commands: each becomes the frame in flight
+
+  void disableAntennaPower() { sendOther(ubx::DISABLE_ANTENNA_POWER); }
+  void disableAntennaPower2() { sendOther(ubx::DISABLE_ANTENNA_POWER2); }
+  void enableAntennaPower() { sendOther(ubx::ENABLE_ANTENNA_POWER); }
+  void saveAntennaConfig() { sendOther(ubx::SAVE_ANTENNA_CONFIG); }
+  void configureBaudrate9600() { sendOther(ubx::BAUDRATE_9600.frame(), true); }
+  void configureBaudrate19200() { sendOther(ubx::BAUDRATE_19200.frame(), true); }
+  void configureBaudrate38400() { sendOther(ubx::BAUDRATE_38400.frame(), true); }
+  void configureBaudrate57600() { sendOther(ubx::BAUDRATE_57600.frame(), true); }
+  void configureBaudrate115200() { sendOther(ubx::BAUDRATE_115200.frame(), true); }
   /// The rate that the receiver is given for a configured one: 19200 for those without a command.
   [[nodiscard]] static uint32_t effectiveBaudrate(uint32_t configured);
   /// The command of an effective rate.
@@ -95,11 +91,11 @@ class UbloxConfig {
   /// Standby, then GNSS stop.
   void disableReceiver();
   void hardwareResetUblox() const {
-    if (!m_stopped) m_lines.hardwareResetUblox();
+    if (!isStopped()) m_lines.hardwareResetUblox();
   }
 
-  // --- what the receiver answered
-  // -----------------------------------------------------------------------------------
+  // -- What the receiver answered
+
   void setPortFrame(std::string frame) { m_CFG_PRT_string = std::move(frame); }
   void setMonGnss(const MON_GNSS& record) { m_MON_GNSS = record; }
   void setCfgGnss(CFG_GNSS record, std::string frame);
@@ -109,14 +105,15 @@ class UbloxConfig {
   [[nodiscard]] bool checkGnssSystem();
 
  private:
-  void sendCommand(const UbxCommand& command);
-  /// Another frame is in flight from now on; NAKs and expired periods of the one before do not count for it.
-  void replaceCommand(std::string frame);
-  [[nodiscard]] bool isAtFirstCommand() const;
+  void carryOut(CommandSequence::Action action);
+  /// Makes the frame of a SEND the one in flight and returns it; empty for FINISH.
+  [[nodiscard]] std::string prepare(CommandSequence::Action action);
   [[nodiscard]] std::string complexCommand(unsigned step);
+  void sendOther(std::string frame, bool is_rate = false);
+  void sendOther(const UbxCommand& command) { sendOther(command.frame()); }
   void transmit(std::string frame);
-  void handleTimeout(bool count_hw_timeouts);
-  void tryOtherBaudRate(bool count_hw_timeouts);
+  void tryOtherBaudRate();
+  void logTimeout(CommandSequence::Action action) const;
 
   IGnssInput& m_input;
   const ReceiverLines m_lines;
@@ -129,18 +126,9 @@ class UbloxConfig {
   bool m_save_config = false;  // nothing sets it: the step is dormant
 
   std::atomic<bool> m_restart_requested{false};
-  bool m_initialised = false;
-  bool m_stopped = false;
-  bool m_port_confirmed = false;
-  unsigned m_init_command_idx = 0;
-  unsigned m_complex_command_idx = 0;
-  unsigned m_nak_counter = 0;
+  CommandSequence m_sequence;
   int64_t m_command_sent_time = 0;  // us
-  unsigned m_timeout_counter = 0;
-  unsigned m_hw_timeout_counter = 0;
-  unsigned m_max_timeouts;
-  int m_lines_received = 0;
-  std::string m_command;  // in flight
+  std::string m_command;            // in flight
 
   std::string m_CFG_PRT_string;  // last frames received
   std::string m_CFG_GNSS_received;
