@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,14 @@ void disableSystem_CFG_GNSS(CFG_GNSS& cfg, unsigned gnssId);
 [[nodiscard]] uint32_t enabledAugmentation(const CFG_GNSS& cfg);
 /// Enables just the systems and augmentations of the two maps.
 void selectSystems(CFG_GNSS& cfg, uint32_t systems, uint32_t augmentation);
+
+/// Returns true if the augmentation systems that are enabled are not those requested.
+[[nodiscard]] bool isAugmentationChanged(const CFG_GNSS& cfg, uint32_t requested);
+/// Returns the frame that selects the requested systems, and makes `cfg` say the same. Returns nothing if the
+/// receiver has them already, or has not told yet what it can and does. `received` is the frame of `cfg`.
+[[nodiscard]] std::optional<std::string> selectionFrame(const MON_GNSS& mon, CFG_GNSS& cfg,
+                                                        const std::string& received, uint32_t requested,
+                                                        uint32_t augmentation);
 
 /// Logs the record at DEBUG.
 void print_CFG_GNSS(const CFG_GNSS& cfg);

@@ -259,43 +259,11 @@ void UbloxConfig::setCfgGnss(CFG_GNSS record, std::string frame) {
   m_CFG_GNSS_received = std::move(frame);
 }
 
-bool UbloxConfig::isAugmentationChanged(const CFG_GNSS& cfg) const {
-  const uint32_t enabled = enabledAugmentation(cfg);
-  const uint32_t requested = gnssAugmentationRequested();
-  if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) {
-    LOG.detail("UbloxConfig::isAugmentationChanged augmentation_enabled ", enabled,
-               " m_gnss_augmentation_requested ", requested);
-  }
-  return enabled != (requested & 0xFF);
-}
-
 bool UbloxConfig::checkGnssSystem() {
-  if (m_MON_GNSS.supported == 0 || m_CFG_GNSS.blocks.empty()) return false;
-  const uint32_t requested = m_gnss_system_requested;
-  if (m_MON_GNSS.enabled == (requested & 0xFF)) {
-    if (!isAugmentationChanged(m_CFG_GNSS)) return false;
-  } else {
-    if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) {
-      LOG.detail("UbloxConfig::checkGnssSystem() enabled gnss system", " 0x",
-                 logging::hex(m_MON_GNSS.enabled), " system requested", " 0x", logging::hex(requested));
-    }
-    LOG.notice("Changing from gnss system 0x", logging::hex(m_MON_GNSS.enabled), " to 0x",
-               logging::hex(requested), ". Cached Satellite data cleared. Time to first fix may be long.");
-  }
-  const bool log = GnssUtils::debugIt(logflag::CONSTELLATIONS);
-  if (log) {
-    LOG.detail("UbloxConfig::checkGnssSystem() m_CFG_GNSS_string.length ", m_CFG_GNSS_string.size());
-    LOG.detail("m_CFG_GNSS before modification");
-  }
-  print_CFG_GNSS(m_CFG_GNSS);
-  selectSystems(m_CFG_GNSS, requested, gnssAugmentationRequested());
-  if (log) LOG.detail("m_CFG_GNSS after modification");
-  print_CFG_GNSS(m_CFG_GNSS);
-  m_CFG_GNSS_string = m_CFG_GNSS_received;
-  if (!synch_CFG_GNSS_toString(m_CFG_GNSS_string, m_CFG_GNSS) && log) {
-    LOG.detail("the CFG-GNSS frame is sent with its flags as received");
-  }
-  if (CFG_GNSS sent; log && parse_CFG_GNSS(m_CFG_GNSS_string, sent)) print_CFG_GNSS(sent);
+  const auto frame = selectionFrame(m_MON_GNSS, m_CFG_GNSS, m_CFG_GNSS_received, m_gnss_system_requested,
+                                    gnssAugmentationRequested());
+  if (!frame) return false;
+  m_CFG_GNSS_string = *frame;
   return true;
 }
 

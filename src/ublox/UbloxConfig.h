@@ -99,7 +99,6 @@ class UbloxConfig {
   void setPortFrame(std::string frame) { m_CFG_PRT_string = std::move(frame); }
   void setMonGnss(const MON_GNSS& record) { m_MON_GNSS = record; }
   void setCfgGnss(CFG_GNSS record, std::string frame);
-  [[nodiscard]] bool isAugmentationChanged(const CFG_GNSS& cfg) const;
   /// Prepares the CFG-GNSS frame when the receiver's systems are not those wanted; false when nothing is to
   /// be sent.
   [[nodiscard]] bool checkGnssSystem();
