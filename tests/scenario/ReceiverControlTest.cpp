@@ -146,28 +146,6 @@ TEST(ReceiverControl, SendsItsFramesInOrderWithTheirChecksums) {
   EXPECT_THAT(scene.terminal.bauds, ElementsAre(38400));
 }
 
-TEST(ReceiverControl, RecordsOfAnAreaNeedItsBit) {
-  const std::pair<unsigned, const char*> rows[] = {{0x4, "process_CFG-PRT."},
-                                                   {0x2000, "process_CFG-PRT."},
-                                                   {0x8000, "checkGnssSystem()"},
-                                                   {0x40000, "UbloxConfig sends"},
-                                                   {0x2000000, "Antenna power disabled at cold start."},
-                                                   {0x2000000, "Recover from radio silence"},
-                                                   {0x4000000, "Ublox ACK received on class"}};
-  for (const auto& [flag, text] : rows) {
-    Scene scene;
-    scene.service->ubloxConfig().setGnssSystemRequested(0x09);
-    scene.comes(1, ubx(0x05, 0x01, bytes("06 13")));
-    scene.injectAt(40, topic::BLACKOUT_MODE, YES);
-    scene.injectAt(42, topic::BLACKOUT_MODE, NO);
-    LogCapture log;
-    gpspub::GnssUtils::setLogFlags(flag);
-    scene.run(330);
-    gpspub::GnssUtils::setLogFlags(0);
-    EXPECT_THAT(log.take(), HasSubstr(text)) << std::hex << flag;
-  }
-}
-
 TEST(ReceiverControl, NothingThatTheReceiverAnswersStopsPublication) {
   const std::string short_answers = ubx(0x06, 0x00, "x") + ubx(0x06, 0x24) + ubx(0x06, 0x77) +
                                     ubx(0x0A, 0x09) + ubx(0x0A, 0x28) + ubx(0x0A, 0x77) + ubx(0x06, 0x3E) +

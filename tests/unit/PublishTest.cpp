@@ -123,22 +123,3 @@ TEST(PublishTest, AFixAtTheZeroPointIsNone) {
         << latitude << ' ' << longitude;
   }
 }
-
-TEST(PublishCan, GroupRecordsStandBehindTheirBits) {
-  const char* const built[] = {" seconds 1\n", " localhouroffset 1\n",
-                               " minutes 0xFF  hours 0xFF  day 0xFF \n",
-                               "DEBUG koru.gpspub: Unable to set_signal_scaled_value on "};
-  std::shared_ptr<com::ITransportClient> client = std::make_shared<com::MemoryTransport>();
-  std::vector<std::string> sentences;
-  for (const unsigned flags : {0x10000U, ~0x10000U, 0U}) {
-    GnssUtils::setLogFlags(flags);
-    test::LogCapture log;
-    for (GnssInfo fix : {ordinaryFix(), ordinaryFix({}), excessiveFix(), excessiveFix()})
-      GnssPublishCAN().publishFrame(client, fix, sentences);
-    GnssUtils::setLogFlags(0);
-    const std::string text = log.take();
-    for (const char* record : built)
-      EXPECT_EQ(text.find(record) != std::string::npos, flags == 0x10000) << record;
-    EXPECT_EQ(text.find(" getLatitudeDecDeg() 0xFFFFFFFF\n") != std::string::npos, flags == ~0x10000U);
-  }
-}
