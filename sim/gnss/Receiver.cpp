@@ -137,7 +137,7 @@ void Receiver::carry_out_next() {
   }
 }
 
-// ------------------------------------------------------------------------------------------- commands
+// -- Commands
 
 void Receiver::set_host_baud(unsigned baud) {
   m_host_baud = baud;
@@ -275,7 +275,7 @@ void Receiver::change_speed() {
   tell("speed " + std::to_string(m_line.baud()));
 }
 
-// ---------------------------------------------------------------------------------------------- power
+// -- Power
 
 void Receiver::power_cycle(int64_t now_us) {
   advance_to(now_us);
@@ -328,7 +328,7 @@ void Receiver::start() {
   prepare_drive();
 }
 
-// --------------------------------------------------------------------------------------------- output
+// -- Output
 
 int64_t Receiver::next_burst_us() const {
   const int64_t start_us = m_source->next_start_us();

@@ -67,7 +67,7 @@ SPI::~SPI() {
   closeGpioTxRdy();
 }
 
-// --- connection
+// -- Connection
 
 bool SPI::connect() {
   static unsigned open_failures = 0;
@@ -105,7 +105,7 @@ void SPI::dropDeviceInput() {
   }
 }
 
-// --- the TX-ready line
+// -- The TX-ready line
 
 /// Logs a failure once, however many connects it lasts.
 void SPI::configureGpioTxRdy() {
@@ -177,7 +177,7 @@ void SPI::setTxReadyCheck(bool on) {
   m_line_active_ns = nowNs();
 }
 
-// --- waiting
+// -- Waiting
 
 bool SPI::waiting(int timeout_us) {
   if (timeout_us <= 0) return false;
@@ -266,7 +266,7 @@ void SPI::sleepRestOfSlice(int64_t at_least_ns) {
   time_source().sleep_ns(std::max(m_slice_end_ns - nowNs(), at_least_ns));
 }
 
-// --- reading and sending
+// -- Reading and sending
 
 bool SPI::read() {
   removeFramedItem();

@@ -106,7 +106,7 @@ GnssIcanObserver::GnssIcanObserver(std::function<bool()> keepWaiting)
       m_send_period_ms(FIRST_PERIOD_MS),
       m_last_wake_ns(time_source().steady_ns()) {}
 
-// --- what comes from the bus
+// -- What comes from the bus
 
 void GnssIcanObserver::message(const std::string& topic, const com::Message& message) {
   const auto group =
@@ -243,7 +243,7 @@ void GnssIcanObserver::resetTimeDate() {
   m_gnss_info.m_frame_time = 0;
 }
 
-// --- the record for the service
+// -- The record for the service
 
 GnssInfo GnssIcanObserver::getGnssInfo() const {
   const std::lock_guard lock(m_mutex);
@@ -273,7 +273,7 @@ void GnssIcanObserver::setDefault_timedate_var6() {
   resetTimeDate();
 }
 
-// --- pacing
+// -- Pacing
 
 void GnssIcanObserver::restart() {
   const std::lock_guard lock(m_mutex);

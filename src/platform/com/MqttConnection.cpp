@@ -153,7 +153,7 @@ bool MqttConnection::equip() {
   return code == MOSQ_ERR_SUCCESS;
 }
 
-// ---- The delivery thread
+// -- The delivery thread
 
 void MqttConnection::run() {
   t_delivering = this;
@@ -360,7 +360,7 @@ MqttFailure MqttConnection::failure(MqttError error) const {
   return explain(error, {uses_tls(), m_connack, m_disconnect, m_errors, m_tls ? m_tls->distrust() : ""});
 }
 
-// ---- Called by the library inside of loop(), except on_log()
+// -- Called by the library inside of loop(), except on_log()
 
 void MqttConnection::on_connect(int code) {
   m_connack = code;
@@ -408,7 +408,7 @@ void MqttConnection::on_log(int level, const char* text) {
   m_errors += (m_errors.empty() ? "" : "; ") + std::string(line);
 }
 
-// ---- Any thread
+// -- Any thread
 
 void MqttConnection::request_stop() {
   const std::lock_guard lock(m_mutex);
