@@ -45,8 +45,8 @@ class EpochAssembly {
   /// already, or that has no date, does so only when more than 0.95 s have passed since the last frame.
   /// Without a published fix it is isTimeoutToSendFrame() with patience. The silence after a complete epoch
   /// counts from 1.3 s after its publication, whether or not its fix left, because the next burst may be
-  /// late. An epoch in progress is given 0.3 s from its first sentence, and 1.3 s while more was received than
-  /// has been processed (`more_received`): a service that got no processor time must not tear it.
+  /// late. An epoch in progress is given 0.3 s from its first sentence, and 1.3 s while more was received
+  /// than has been processed (`more_received`): a service that got no processor time must not tear it.
   [[nodiscard]] bool isFrameDue(int64_t now_us, bool more_received) const;
   /// The frame counts as sent now; `utc` is the time of the record that was sent.
   void frameSent(int64_t now_us, const std::tm& utc);
