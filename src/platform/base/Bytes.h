@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
-/// Eight bytes at a time: masks with the high bit of each byte that has a property. Portable C++; the first
-/// byte is the lowest one.
+/// Examines eight bytes at a time in portable C++. A mask has the high bit set of each byte with the
+/// property. The first byte is the lowest one.
 namespace ecu::koru::bytes {
 
 static_assert(std::endian::native == std::endian::little, "the first byte of a word is its lowest one");
@@ -19,13 +19,13 @@ inline constexpr uint64_t LOW_BITS = 0x0101010101010101;
   return word;
 }
 
-/// The bytes that equal `value`.
+/// Returns the mask of the bytes that equal `value`.
 [[nodiscard]] constexpr uint64_t equal(uint64_t word, unsigned char value) {
   const uint64_t difference = word ^ (LOW_BITS * value);
   return ~(((difference & ~HIGH_BITS) + ~HIGH_BITS) | difference | ~HIGH_BITS);
 }
 
-/// The bytes outside 0x20..0x7E.
+/// Returns the mask of the bytes outside 0x20..0x7E.
 [[nodiscard]] constexpr uint64_t notPrintable(uint64_t word) {
   const uint64_t low = word & ~HIGH_BITS;
   const uint64_t below_20 = ~(low + LOW_BITS * 0x60);
@@ -33,7 +33,7 @@ inline constexpr uint64_t LOW_BITS = 0x0101010101010101;
   return (word | below_20 | is_7f) & HIGH_BITS;
 }
 
-/// Index of the first byte of a mask that is not 0.
+/// Returns the index of the first marked byte of a mask, or 8 if the mask is 0.
 [[nodiscard]] constexpr int first(uint64_t mask) {
   return std::countr_zero(mask) / 8;
 }

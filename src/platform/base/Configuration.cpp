@@ -18,7 +18,7 @@ constexpr size_t MAX_TEXT = 1 << 20;
 constexpr size_t MAX_REPORTED = 20;
 constexpr size_t MAX_SHOWN = 80;
 
-// What the platform itself reads; the service registers its own keys.
+// The keys that the platform itself reads; the service registers its own.
 constexpr std::array<std::string_view, 11> PLATFORM_KEYS{
     "host",     "port",    "client_name",        "username",       "password_file",  "tls_ca",
     "tls_cert", "tls_key", "connect_timeout_ms", "var_timeout_ms", "signal_database"};
@@ -35,7 +35,7 @@ std::string_view unquoted(std::string_view value) {
   return value;
 }
 
-/// A piece of the text for an ERROR record, which must stay readable whatever the file holds.
+/// Returns the start of the text, escaped so that a log record stays readable whatever the file holds.
 std::string shown(std::string_view text) {
   return "'" + logging::escaped(text.substr(0, MAX_SHOWN)) + (text.size() > MAX_SHOWN ? "...'" : "'");
 }

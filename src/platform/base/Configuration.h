@@ -10,24 +10,25 @@
 
 namespace ecu::koru::config {
 
-/// The service's settings as texts: one `key = value` a line.
+/// The service's settings as texts: one `key = value` per line.
 ///
-/// Blanks around key and value are dropped; a value may stand in double quotes to keep its blanks; '#' or ';'
-/// at the start of a line begins a comment; CR LF is accepted. A key is any text without blanks or '='; of a
-/// key given twice the last value holds. One thread at a time.
+/// Blanks around key and value are dropped; double quotes around a value keep its blanks. '#' or ';' at the
+/// start of a line begins a comment. Lines may end with CR LF. A key is any text without blanks or '='. If a
+/// key is given twice, the last value counts. One thread at a time may use it.
 class Configuration {
  public:
-  /// A key that may be absent. All others are unknown and reported by verify(), except those of the platform.
+  /// Registers a key that may be absent. verify() reports keys that are neither registered nor the platform's
+  /// and have no default.
   void add_optional_key(const std::string& key) { m_optional_keys.insert(key); }
-  /// What get() gives while the key is absent.
+  /// Sets the value that get() returns if the key is absent.
   void set_default(const std::string& key, const std::string& value) { m_defaults[key] = value; }
 
-  /// False when the text held a line that is neither comment nor `key = value`, an empty key or a NUL byte,
-  /// each reported in an ERROR record with its line number. A key that nobody knows is one WARNING and no
-  /// failure.
+  /// Returns false if a line was neither blank, a comment nor `key = value` with a valid key, if it held a
+  /// NUL byte, or if the text is longer than 1 MiB. Logs the first 20 faults at ERROR with their line
+  /// numbers. An unknown key only logs a WARNING.
   [[nodiscard]] bool verify() const;
 
-  /// The value of the key, else its default, else an empty text.
+  /// Returns the value of the key, else its default, else an empty text.
   [[nodiscard]] std::string get(const std::string& key) const;
 
   /// Sets one value, as a line of the text would.

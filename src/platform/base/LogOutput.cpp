@@ -28,8 +28,8 @@ StreamOutput::~StreamOutput() {
   if (m_own >= 0) ::close(m_own);
 }
 
-/// A descriptor's O_NONBLOCK belongs to everybody who has the same open file, a shell for example. So a pipe
-/// or terminal is opened once more. A file never makes a writer wait, and has one position for all.
+/// O_NONBLOCK would affect every process that shares the open file, such as a shell, so a pipe or terminal is
+/// opened once more. A file is not: it never makes a writer wait, and its position must stay shared.
 void StreamOutput::examine() {
   struct stat status {};
   if (fstat(m_descriptor, &status) == 0 && S_ISSOCK(status.st_mode)) {
@@ -51,7 +51,7 @@ size_t StreamOutput::write_some(std::string_view bytes) {
     } else if (m_kind == Kind::OWN_DESCRIPTION) {
       count = ::write(m_own, bytes.data(), bytes.size());
     } else {
-      // So many bytes do not block after poll() has said that there is room.
+      // After poll() has reported room, a write of up to PIPE_BUF bytes does not block.
       pollfd writable{m_descriptor, POLLOUT, 0};
       const bool takes = poll(&writable, 1, 0) == 1;
       count = takes ? ::write(m_descriptor, bytes.data(), std::min<size_t>(bytes.size(), PIPE_BUF)) : 0;
@@ -96,8 +96,7 @@ bool SyslogOutput::put(std::string_view record) {
   return false;
 }
 
-/// A daemon that replaces another binds a new socket. The old one never ends, only fills up, while anybody
-/// holds it.
+/// A restarted log daemon binds a new socket. The old one never ends, only fills up, while anybody holds it.
 bool SyslogOutput::may_connect_again() {
   const int64_t now_ns = time_source().steady_ns();
   if (m_is_stream || now_ns < m_next_connect_ns) return false;
@@ -135,7 +134,7 @@ SyslogOutput::Sent SyslogOutput::send(std::string_view record) {
     count = ::send(m_socket, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   } while (count < 0 && errno == EINTR);
   if (count == static_cast<ssize_t>(bytes.size())) return Sent::ALL;
-  // After half a record on a stream the next one could not be told from its rest.
+  // After half a record on a stream, the next record could not be told from its rest.
   if (count >= 0) close();
   const bool full = count >= 0 || errno == EAGAIN || errno == ENOBUFS || errno == EMSGSIZE;
   return full ? Sent::FULL : Sent::NO_CONNECTION;

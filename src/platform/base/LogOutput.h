@@ -7,16 +7,16 @@
 
 namespace ecu::koru::logging {
 
-/// A place that records go to. It never waits for its reader: a record that cannot be taken at once is lost,
-/// and the owner counts it. One thread at a time.
+/// A destination of log records. It never waits for its reader: a record that cannot be written at once is
+/// lost, and the owner counts it. One thread at a time may use it.
 class LogOutput {
  public:
   virtual ~LogOutput() = default;
-  /// False if nothing of the record was taken.
+  /// Returns false if nothing of the record was written.
   [[nodiscard]] virtual bool put(std::string_view record) = 0;
 };
 
-/// A descriptor of this process, such as standard output. Never closed.
+/// Writes to a descriptor of this process, such as standard output, and never closes it.
 class StreamOutput final : public LogOutput {
  public:
   explicit StreamOutput(int descriptor) : m_descriptor(descriptor) {}
@@ -34,12 +34,12 @@ class StreamOutput final : public LogOutput {
   const int m_descriptor;
   Kind m_kind = Kind::UNKNOWN;
   int m_own = -1;  // the same pipe or terminal, opened again: its flags are not shared with other processes
-  std::string m_rest;  // of a record of which a part was taken
+  std::string m_rest;  // unwritten part of a record
 };
 
-/// The system's log: one datagram a record, or on a stream its bytes and a NUL, as syslog(3) sends them. The
-/// socket is connected when it is needed, and once a second while it is full, so that a log daemon that was
-/// started again is found.
+/// Writes to the system's log as syslog(3) does: one datagram per record or, on a stream, its bytes and a
+/// NUL. Connects when needed and, while a datagram socket is full, again once a second, so that it finds a
+/// restarted log daemon.
 class SyslogOutput final : public LogOutput {
  public:
   explicit SyslogOutput(std::string path) : m_path(std::move(path)) {}
@@ -52,7 +52,7 @@ class SyslogOutput final : public LogOutput {
  private:
   enum class Sent { ALL, FULL, NO_CONNECTION };
   [[nodiscard]] bool may_connect_again();
-  /// Keeps the present socket if it fails.
+  /// Keeps the present socket if connecting fails.
   [[nodiscard]] bool connect();
   [[nodiscard]] bool connect(int type);
   [[nodiscard]] Sent send(std::string_view record);
@@ -61,7 +61,7 @@ class SyslogOutput final : public LogOutput {
   const std::string m_path;
   int m_socket = -1;
   bool m_is_stream = false;
-  int64_t m_next_connect_ns = 0;  // not before, while the socket is full
+  int64_t m_next_connect_ns = 0;  // earliest next connect while the socket is full
 };
 
 }  // namespace ecu::koru::logging

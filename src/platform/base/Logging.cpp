@@ -30,7 +30,7 @@ std::atomic<Sink> g_sink{nullptr};
 
 constexpr Module LOG = module("koru.logging");
 
-/// "2026-11-21T10:15:30.123Z "
+/// Appends "2026-11-21T10:15:30.123Z ".
 void append_time_stamp(std::string& line) {
   const timeval now = time_source().wall();
   const time_t seconds = now.tv_sec;
@@ -43,7 +43,7 @@ void append_time_stamp(std::string& line) {
   line.append(stamp, static_cast<size_t>(std::max(length, 0)));
 }
 
-/// "<30>Nov 21 10:15:30 satnavd: ", as syslog(3) begins a record of the daemon facility.
+/// Appends "<30>Nov 21 10:15:30 satnavd: ", as syslog(3) begins a record of the daemon facility.
 void append_syslog_header(std::string& record, Level level) {
   static constexpr std::array MONTHS{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                      "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
@@ -83,9 +83,9 @@ Destination& destination(LogMode mode) {
 
 std::mutex g_mutex;  // guards destinations and limiter
 RecordLimiter g_limiter;
-std::atomic<bool> g_untold{false};  // there may be a count of records that were kept back or lost
+std::atomic<bool> g_untold{false};  // a count of kept-back or lost records may be due
 
-/// Returns false if the log still takes nothing.
+/// Logs the count of lost records. Returns false if the log still accepts nothing.
 bool tell_lost(LogMode mode) {
   Destination& to = destination(mode);
   if (to.lost == 0) return true;

@@ -8,9 +8,9 @@
 #include <string_view>
 #include <type_traits>
 
-/// Log records at syslog's levels to the system's log, standard output or standard error. Any thread may log,
-/// and no record makes it wait: a place that takes nothing loses records, and "N records lost" comes as soon
-/// as it takes records again.
+/// Writes log records at syslog's levels to the system's log, standard output or standard error. Any thread
+/// may log, and logging never waits: if the destination accepts nothing, records are lost, and "N records
+/// lost" follows as soon as it accepts records again.
 namespace ecu::koru::logging {
 
 /// The numbers are syslog's severities.
@@ -20,23 +20,22 @@ enum class LogMode : int { SYSLOG = 0, STDOUT = 1, STDERR = 2 };
 
 inline constexpr Level DEFAULT_LEVEL = Level::INFO;
 
-/// The level's name as the command line and the configuration spell it ("WARNING").
+/// Returns the level's name as the command line and the configuration spell it ("WARNING").
 [[nodiscard]] std::string_view level_name(Level level);
 
-/// Sets the level from its name; an empty name changes nothing. An unknown name is an ERROR record and
-/// changes nothing; false is returned.
+/// Sets the level by its name; an empty name changes nothing. If the name is unknown, logs an ERROR, keeps
+/// the level and returns false.
 bool configure_logging(const std::string& level);
 
-/// Where records go from now on. Until it is called they go to standard error.
+/// Sets where records go from now on. Before the first call they go to standard error.
 void set_log_mode(LogMode mode);
 
 [[nodiscard]] Level get_log_level();
 
-/// True when a record of this level would be written.
 [[nodiscard]] bool enabled(Level level);
 
-/// The statement that a record stands in, for the limit of 50 records in 10 s: its place in the sources. Made
-/// where a record is logged, from its first part.
+/// Identifies the statement that logs a record by its place in the sources, for the limit of 50 records in 10
+/// s. Made where a record is logged, from the record's first part.
 class Opening {
  public:
   template <typename T>
@@ -55,31 +54,31 @@ class Opening {
   unsigned m_line;
 };
 
-/// Writes one record: "2026-11-21T10:15:30.123Z NOTICE module: text", or the text alone, as "satnavd" of the
-/// daemon facility, to the system's log.
+/// Writes one record: "2026-11-21T10:15:30.123Z NOTICE module: text". The system's log gets only the text,
+/// from "satnavd" in the daemon facility.
 void write(Level level, std::string_view module, std::string_view text);
-/// The same within the limit of the statement.
+/// Does the same within the statement's limit.
 void write_limited(const Opening& opening, Level level, std::string_view module, std::string_view text);
 
-/// Writes "N records lost" if the log takes records again, and "N more like: ..." for each statement whose
-/// 10 s are over. Called from time to time, so that no count waits for the next record; without a count it
+/// Writes "N records lost" if the log accepts records again, and "N more like: ..." for each statement whose
+/// 10 s are over. Call it from time to time, so that no count waits for the next record; without a count it
 /// costs one atomic load.
 void tell_kept_back();
-/// The same at the end of the process, for every statement that kept records back.
+/// Does the same at the end of the process, for every statement with records kept back.
 void tell_all_kept_back();
 
-/// Takes the records in the place of the log; nullptr ends that. For tests.
+/// For tests: receives the records instead of the log; nullptr restores the log.
 using Sink = void (*)(Level level, std::string_view module, std::string_view text);
 void set_sink(Sink sink);
 
-/// As much text from outside as one record shows.
+/// The most bytes of text from outside that one record shows.
 inline constexpr size_t MAX_OUTSIDE_TEXT = 200;
 
-/// Bytes that came from outside, made safe for a log line or a terminal: all outside 0x20..0x7E become \xHH,
-/// and "..." stands for the bytes beyond `max_bytes`.
+/// Makes bytes from outside safe for a log line or a terminal: those outside 0x20..0x7E become \xHH, and
+/// "..." stands for the bytes beyond `max_bytes`.
 [[nodiscard]] std::string escaped(std::string_view bytes, size_t max_bytes = MAX_OUTSIDE_TEXT);
 
-/// A number for a log text, in hexadecimal without prefix.
+/// A number that a log text shows in hexadecimal without prefix.
 struct Hex {
   uint64_t value;
   int digits;
@@ -109,8 +108,8 @@ void append(std::string& out, T value) {
 
 }  // namespace detail
 
-/// The parts of a text one after another: texts, characters, numbers (unsigned char counts as a number, bool
-/// as 1 or 0), hex(). Without regard to the locale.
+/// Joins the parts of a text: texts, characters, hex() and numbers. An unsigned char is a number, a bool is 1
+/// or 0. Ignores the locale.
 template <typename... Parts>
 [[nodiscard]] std::string text(const Parts&... parts) {
   std::string out;
@@ -118,7 +117,7 @@ template <typename... Parts>
   return out;
 }
 
-/// A named source of records. A record that its level does not admit is not even formatted.
+/// A named source of records. A record that the level does not admit is not even formatted.
 class Module {
  public:
   explicit constexpr Module(std::string_view name) : m_name(name) {}
@@ -156,8 +155,8 @@ class Module {
   void debug(const Opening& opening, const Parts&... parts) const {
     log(Level::DEBUG, opening, parts...);
   }
-  /// A DEBUG record behind a diagnostic flag, which the caller has asked: without the limit, because whoever
-  /// set the flag wants them all.
+  /// Writes a DEBUG record whose diagnostic flag the caller has checked. There is no limit, because whoever
+  /// set the flag wants every record.
   template <typename... Parts>
   void detail(const Parts&... parts) const {
     if (enabled(Level::DEBUG)) write(Level::DEBUG, m_name, text(parts...));
@@ -172,7 +171,7 @@ class Module {
   std::string_view m_name;
 };
 
-/// `name` must outlive the module: a literal.
+/// `name` must outlive the module, as a literal does.
 [[nodiscard]] constexpr Module module(std::string_view name) {
   return Module(name);
 }

@@ -7,16 +7,16 @@
 
 namespace ecu::koru {
 
-/// An unsigned 32-bit number with automatic base: decimal, "0x" hexadecimal, leading 0 octal. Leading blanks
-/// and a sign are allowed, text behind the number is ignored, a negative number wraps as on the 32-bit
-/// target. Throws std::invalid_argument when the text does not start with a number and std::out_of_range
-/// above 0xFFFFFFFF.
+/// Returns an unsigned 32-bit number; the base is decimal, hexadecimal after "0x" or octal after a leading 0.
+/// Leading blanks and a sign are allowed, text after the number is ignored, and a negative number wraps as on
+/// the 32-bit target. Throws std::invalid_argument if the text does not start with a number and
+/// std::out_of_range if the magnitude is above 0xFFFFFFFF.
 [[nodiscard]] uint32_t to_u32_base0(const std::string& text);
 
-/// The whole text as a decimal number from `min` to `max`; nothing otherwise.
+/// Returns the whole text as a decimal number, or nothing if it is not a number from `min` to `max`.
 [[nodiscard]] std::optional<int64_t> to_int_within(std::string_view text, int64_t min, int64_t max);
 
-/// Likewise, without a sign, with automatic base: decimal, "0x" hexadecimal, leading 0 octal.
+/// Does the same for a number without a sign, in the same bases as to_u32_base0().
 [[nodiscard]] std::optional<int64_t> to_int_within_base0(std::string_view text, int64_t min, int64_t max);
 
 }  // namespace ecu::koru

@@ -6,8 +6,8 @@
 
 namespace ecu::koru {
 
-/// The text from where `input` stands to its end, but no more than `max` bytes. Takes as much memory as there
-/// is text. What went wrong stands in the stream.
+/// Reads from the current position of `input` to its end, but at most `max` bytes. Takes only as much memory
+/// as there is text. Errors are left in the stream's state.
 [[nodiscard]] std::string read_text(std::istream& input, size_t max);
 
 }  // namespace ecu::koru

@@ -2,7 +2,7 @@
 
 namespace ecu::koru::logging {
 
-/// A clock that went back is a test's, which began anew.
+/// Only a test's clock goes back, when a new test begins.
 bool RecordLimiter::is_over(const Period& period, int64_t now_ns) {
   return period.records == 0 || now_ns < period.begin_ns || now_ns - period.begin_ns >= PERIOD_NS;
 }

@@ -9,8 +9,8 @@
 
 namespace ecu::koru::logging {
 
-/// Bounds what one statement writes, so that nobody outside can fill the log: 50 records in 10 s, which begin
-/// with the first of them. Has no clock; one thread at a time.
+/// Limits each statement to 50 records in 10 s, so that nobody outside can fill the log. The 10 s begin with
+/// the first record. It has no clock; one thread at a time may use it.
 class RecordLimiter {
  public:
   static constexpr uint64_t MAX_RECORDS = 50;
@@ -19,20 +19,20 @@ class RecordLimiter {
   /// The address of a file's name, and a line.
   using Statement = std::pair<const void*, unsigned>;
 
-  /// What a statement kept back in a period that is over.
+  /// The records of one statement that were kept back in a period that is over.
   struct KeptBack {
     int level;
     std::string_view module;
     uint64_t count;
-    std::string last;  ///< text of the last one
+    std::string last;  ///< text of the last record
   };
 
-  /// True if the record may be written. `module` lives as long as the program.
+  /// Returns true if the record may be written. `module` must live as long as the program.
   [[nodiscard]] bool admit(const Statement& statement, int level, std::string_view module,
                            std::string_view text, int64_t now_ns);
-  /// The statements that kept something back and whose period is over; each is told once.
+  /// Returns the records kept back in periods that are over; each is returned once.
   [[nodiscard]] std::vector<KeptBack> ended(int64_t now_ns);
-  /// True if there is a count that was not told yet.
+  /// Returns true if ended() has not returned every count yet.
   [[nodiscard]] bool keeps_back() const { return m_full > 0; }
 
  private:
@@ -43,8 +43,8 @@ class RecordLimiter {
   };
   [[nodiscard]] static bool is_over(const Period& period, int64_t now_ns);
 
-  std::map<Statement, Period> m_periods;  // as many as there are statements
-  size_t m_full = 0;                      // periods that kept something back
+  std::map<Statement, Period> m_periods;  // one per statement at most
+  size_t m_full = 0;                      // periods with kept-back records
 };
 
 }  // namespace ecu::koru::logging

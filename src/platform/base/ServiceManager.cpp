@@ -31,7 +31,7 @@ void warn(const char* name, std::string_view value) {
   LOG.warning(name, " ", logging::escaped(value), " cannot be used");
 }
 
-/// The number in a variable; 0 when it is absent or no number from 1 to `max`.
+/// Returns the number in a variable, or 0 if it is absent or not a number from 1 to `max`.
 int64_t number(const char* name, int64_t max) {
   const std::string_view text = environment(name);
   const auto value = to_int_within(text, 1, max);
@@ -39,7 +39,7 @@ int64_t number(const char* name, int64_t max) {
   return value.value_or(0);
 }
 
-/// Nanoseconds between two feedings; 0 when there is no watchdog of this process.
+/// Returns the nanoseconds between two feedings, or 0 if this process has no watchdog.
 int64_t feeding_ns() {
   const int64_t watchdog_us = number("WATCHDOG_USEC", MAX_WATCHDOG_US);
   const bool is_ours = environment("WATCHDOG_PID").empty() ||
@@ -67,7 +67,7 @@ std::unique_ptr<ServiceManager> ServiceManager::from_environment() {
 
 bool ServiceManager::open(std::string_view socket) {
   const bool is_abstract = socket.starts_with('@');
-  // A path ends with a NUL, a name does not.
+  // A path ends with a NUL, an abstract name does not.
   if ((!is_abstract && !socket.starts_with('/')) || socket.size() < 2 ||
       socket.size() + (is_abstract ? 0 : 1) > sizeof m_address.sun_path)
     return false;

@@ -10,29 +10,30 @@
 
 namespace ecu::koru {
 
-/// Tells the process that started the service how it is, in systemd's notification protocol: datagrams
-/// "KEY=VALUE" to the socket that NOTIFY_SOCKET names. Sending never blocks; what the manager does not take
-/// is said again at the next sign of progress. One thread.
+/// Reports the service's state to the process that started it, in systemd's notification protocol:
+/// "KEY=VALUE" datagrams to the socket that NOTIFY_SOCKET names. Sending never blocks; progress() repeats a
+/// message that the manager did not accept. One thread only.
 class ServiceManager {
  public:
-  /// Nobody to tell: every call does nothing.
+  /// Makes an object that reports to nobody: every call does nothing.
   ServiceManager() = default;
   ~ServiceManager();
   ServiceManager(const ServiceManager&) = delete;
   ServiceManager& operator=(const ServiceManager&) = delete;
 
-  /// From NOTIFY_SOCKET ("/path" or "@abstract"), WATCHDOG_USEC (microseconds) and WATCHDOG_PID (whose
-  /// watchdog it is). A value that cannot be used is one WARNING record and counts as absent.
+  /// Reads NOTIFY_SOCKET ("/path" or "@abstract"), WATCHDOG_USEC (microseconds) and WATCHDOG_PID (the process
+  /// to watch). A value that cannot be used logs a WARNING; all reports are then off or, for a watchdog
+  /// value, the watchdog.
   [[nodiscard]] static std::unique_ptr<ServiceManager> from_environment();
 
-  /// The start is over.
+  /// Reports that the start is over.
   void ready();
-  /// One pass of the run loop is done. Feeds the watchdog, at most three times in its interval.
+  /// Call it after each pass of the run loop. Feeds the watchdog, at most three times in its interval.
   void progress();
-  /// One line for the administrator; told by progress() when it changed, at most once a second. `text` must
-  /// outlive this object.
+  /// Sets the line for the administrator. progress() sends it if it has changed, at most once a second.
+  /// `text` must outlive this object.
   void status(std::string_view text) { m_status = text; }
-  /// The end has begun.
+  /// Reports, without repetition, that the end has begun.
   void stopping();
 
  private:

@@ -13,19 +13,18 @@ namespace ecu::koru {
 class ITimeSource {
  public:
   virtual ~ITimeSource() = default;
-  /// CLOCK_MONOTONIC, ns.
+  /// Returns CLOCK_MONOTONIC, ns.
   [[nodiscard]] virtual int64_t steady_ns() const = 0;
-  /// Time since boot, suspend included (CLOCK_BOOTTIME), ns.
+  /// Returns the time since boot, suspend included (CLOCK_BOOTTIME), ns.
   [[nodiscard]] virtual int64_t boot_ns() const = 0;
-  /// Sleeps for at most `ns`; a signal may end it early. Nothing happens for 0 or less.
+  /// Sleeps for at most `ns`; a signal may end it early. Returns at once for 0 or less.
   virtual void sleep_ns(int64_t ns) = 0;
-  /// Waits for the condition, but for at most `ns`; may end early without it. `lock` is held before and
-  /// afterwards.
+  /// Waits for the condition for at most `ns`; may return early without it. `lock` is held before and after.
   virtual void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                        int64_t ns) = 0;
-  /// The system clock (gettimeofday), UTC.
+  /// Returns the system clock (gettimeofday), UTC.
   [[nodiscard]] virtual timeval wall() const = 0;
-  /// Sets the system clock (settimeofday). False when refused; errno tells why.
+  /// Sets the system clock (settimeofday). Returns false, with the reason in errno, if that is refused.
   [[nodiscard]] virtual bool set_wall(const timeval& now) = 0;
 };
 
@@ -40,8 +39,8 @@ class SystemTime final : public ITimeSource {
   [[nodiscard]] bool set_wall(const timeval& now) override;
 };
 
-/// Time that stands still until it is moved: the test version. Sleeping moves it. Safe to read from several
-/// threads; one thread at a time may move it.
+/// The test version: time stands still until it is moved, and sleeping moves it. Several threads may read it;
+/// one thread at a time may move it.
 class VirtualTime final : public ITimeSource {
  public:
   /// Starts at `boot_ns` since boot; the system clock starts at `wall_us` microseconds since 1970.
@@ -49,15 +48,15 @@ class VirtualTime final : public ITimeSource {
   [[nodiscard]] int64_t steady_ns() const override { return m_now_ns.load(); }
   [[nodiscard]] int64_t boot_ns() const override { return m_now_ns.load(); }
   void sleep_ns(int64_t ns) override { advance(ns); }
-  /// Sleeps without the lock: whatever moves the time may take it.
+  /// Releases the lock while it sleeps, as a real wait does.
   void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override;
   [[nodiscard]] timeval wall() const override;
   [[nodiscard]] bool set_wall(const timeval& now) override;
 
   void advance(int64_t ns);
-  /// While set, set_wall() is refused with EPERM.
+  /// While set, set_wall() fails with EPERM.
   void refuse_set_wall(bool refuse) { m_refuse = refuse; }
-  /// How often set_wall() was called, refusals included.
+  /// Returns how often set_wall() was called, refusals included.
   [[nodiscard]] int set_wall_calls() const { return m_set_calls; }
 
  private:
@@ -67,14 +66,15 @@ class VirtualTime final : public ITimeSource {
   int m_set_calls = 0;
 };
 
-/// The clocks of this process: SystemTime unless a test has put another in.
+/// Returns the clocks of this process: SystemTime unless a test has replaced it.
 [[nodiscard]] ITimeSource& time_source();
-/// Puts `source` in, nullptr puts the operating system's back. Before any thread reads a clock; not owned.
+/// Replaces the clocks; nullptr restores the operating system's. Call it before any thread reads a clock.
+/// `source` is not owned.
 void set_time_source(ITimeSource* source);
 
 class DateTime {
  public:
-  /// Nanoseconds since boot (CLOCK_BOOTTIME).
+  /// Returns the nanoseconds since boot (CLOCK_BOOTTIME).
   [[nodiscard]] static uint64_t time_since_boot_ns() {
     return static_cast<uint64_t>(time_source().boot_ns());
   }
