@@ -10,9 +10,8 @@
 
 namespace ecu::koru::com {
 
-/// A bus inside the process: the test version of the transport. A message is delivered before publish()
-/// returns, on the caller's thread, and recorded; retained messages reach later subscribers. Topics are
-/// exact, no wildcards.
+/// A bus inside the process: the test version of the transport. publish() records a message and delivers it
+/// on the caller's thread. Retained messages reach later subscribers. Topics are exact, without wildcards.
 class MemoryTransport final : public ITransportClient {
  public:
   struct Record {
@@ -33,14 +32,14 @@ class MemoryTransport final : public ITransportClient {
     return std::chrono::milliseconds(0);
   }
 
-  /// While false, publish() fails and keeps only what is `until_sent`.
+  /// While false, publish() fails and keeps only `until_sent` messages.
   void set_connected(bool connected);
   /// Delivers a message as another program on the bus would; it is not recorded.
   void inject(const std::string& topic, const Message& message);
-  /// What was published, oldest first.
+  /// Returns the published messages, oldest first.
   [[nodiscard]] std::vector<Record> records() const;
   void clear_records();
-  /// Topics given to unsubscribe(), oldest first.
+  /// Returns the topics given to unsubscribe(), oldest first.
   [[nodiscard]] std::vector<std::string> unsubscribed() const;
 
  private:

@@ -5,22 +5,21 @@
 
 namespace ecu::koru::com {
 
-/// How long to wait before the next try to connect: a pause after each failure, twice as long as the one
-/// before. State only: no clock, no lock of its own.
+/// Says how long to wait before the next attempt to connect. The pause after each failure is twice as long as
+/// the one before. State only: it has no clock and no lock.
 class MqttBackoff {
  public:
   using Duration = std::chrono::milliseconds;
 
   static constexpr Duration FIRST_PAUSE{1000};
   static constexpr Duration LONGEST_PAUSE{30000};
-  /// A broker that accepts every login and soon closes the connection again must not be called every second.
+  /// After a shorter connection the pause keeps growing: a broker may accept every login and soon disconnect.
   static constexpr Duration GOOD_CONNECTION{10000};
 
-  /// A connection was lost after so long: after a good one the next pause is the first one again.
+  /// Notes that a connection was lost after `time`. After a good one the next pause is the first one again.
   void lost_after(Duration time) {
     if (time >= GOOD_CONNECTION) m_next = FIRST_PAUSE;
   }
-  /// The pause after a failure.
   [[nodiscard]] Duration pause() {
     const Duration now = m_next;
     m_next = std::min(2 * now, LONGEST_PAUSE);

@@ -14,7 +14,8 @@ constexpr auto LOG = logging::module("koru.com.mqtt");
 constexpr std::chrono::milliseconds STOP_LIMIT{1000};
 constexpr std::chrono::milliseconds UNSUBSCRIBE_LIMIT{300};
 
-/// The service's signals belong to its main thread, from the thread's first instruction on.
+/// Blocks the service's signals in the delivery thread from its first instruction on: the main
+/// thread gets them.
 std::thread start_thread(std::shared_ptr<MqttConnection> connection) {
   sigset_t blocked;
   sigset_t before;
@@ -33,7 +34,7 @@ MqttClient::MqttClient(const MqttOptions& options)
 
 MqttClient::~MqttClient() {
   stop();
-  if (m_thread.joinable()) m_thread.detach();  // the last owner is an observer: the thread ends behind it
+  if (m_thread.joinable()) m_thread.detach();  // the last owner is an observer: the thread ends after it
 }
 
 bool MqttClient::connect() {
@@ -56,7 +57,7 @@ bool MqttClient::stop() {
   m_connection->request_stop();
   if (m_connection->on_delivery_thread()) return true;  // it ends when the observer that called this returns
   const std::lock_guard lock(m_mutex);
-  m_prepared = false;  // there is no way back
+  m_prepared = false;  // a stopped client cannot start again
   if (!m_thread.joinable()) return !m_left_behind;
   m_left_behind = !m_connection->wait_until_ended(STOP_LIMIT);
   if (m_left_behind) {

@@ -10,13 +10,13 @@
 namespace ecu::koru::com {
 
 /// The transport over MQTT 3.1.1: clean session, keep-alive 30 s, publications with QoS 0. Owns the delivery
-/// thread. While there is no connection it tries again after 1 s, 2 s, and so on up to 30 s. At shutdown the
-/// thread is given about a second; if a name look-up or an observer holds it for longer it is left behind
-/// with what it needs.
+/// thread. While there is no connection, it tries again after 1 s, 2 s, and so on up to 30 s. At shutdown the
+/// thread is given about a second. If a name look-up or an observer holds it for longer, it is left behind
+/// with the objects that it needs.
 ///
-/// A message that matches overlapping subscribed topics is handed once to each subscription, whether the
-/// broker sends one copy or several. Until that is known of a broker, an identical message within a second is
-/// taken for a copy.
+/// A message that matches several subscribed topics is handed once to each subscription, whether the broker
+/// sends one copy or several. Until the broker has shown which it does, an identical message within a second
+/// counts as a copy.
 class MqttClient final : public ITransportClient {
  public:
   explicit MqttClient(const MqttOptions& options);
@@ -34,7 +34,7 @@ class MqttClient final : public ITransportClient {
 
  private:
   std::shared_ptr<MqttConnection> m_connection;
-  mutable std::mutex m_mutex;  // of what follows
+  mutable std::mutex m_mutex;  // guards the members below
   std::thread m_thread;
   bool m_prepared = false;
   bool m_left_behind = false;

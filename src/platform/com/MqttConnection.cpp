@@ -30,7 +30,7 @@ constexpr milliseconds CONNECTING_STEP{100};  // how soon a stop is noticed whil
 constexpr milliseconds SERVING_STEP{1000};    // publish() and request_stop() end it early
 constexpr int SEND_BUFFER = 16 * 1024;
 constexpr int MAX_RECEIVED = 1024 * 1024;
-constexpr size_t MAX_SENT = 268'435'455 - 65'537;  // the protocol's longest packet
+constexpr size_t MAX_SENT = 268'435'455 - 65'537;  // the protocol's longest packet less the longest topic
 constexpr size_t MAX_ERROR_TEXT = 300;
 constexpr size_t MAX_SEEN = 40;  // bytes of an answer that is not MQTT: enough for a greeting
 constexpr int REFUSED_SUBSCRIPTION = 0x80;
@@ -38,7 +38,7 @@ constexpr char CONNACK = 0x20;  // the first byte of a broker's answer to the lo
 
 thread_local const MqttConnection* t_delivering = nullptr;
 
-/// Messages leave at once, and only a few of them lie in the socket when the broker stops reading.
+/// Lets messages leave at once, and only a few of them wait in the socket if the broker stops reading.
 void tune(int descriptor) {
   const int on = 1;
   setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -51,33 +51,32 @@ bool hung_up(int descriptor) {
   return poll(&watched, 1, 0) == 1 && (watched.revents & (POLLHUP | POLLERR)) != 0;
 }
 
-/// Returns the first bytes of the peer, after a short wait for them. They stay in the socket for the library
-/// to read.
+/// Waits briefly for the peer's first bytes and returns them. They stay in the socket for the library.
 std::string first_bytes(int descriptor, bool until_writable) {
   pollfd watched{descriptor, static_cast<short>(until_writable ? POLLIN | POLLOUT : POLLIN), 0};
   poll(&watched, 1, static_cast<int>(CONNECTING_STEP.count()));
   int count = 0;
-  // recv() would take a connection's error away from the library, so it is called only for bytes.
+  // recv() would take a connection's error away from the library, so it is called only if there are bytes.
   if (ioctl(descriptor, FIONREAD, &count) != 0 || count <= 0) return {};
   std::array<char, MAX_SEEN> bytes{};
   const ssize_t length = recv(descriptor, bytes.data(), bytes.size(), MSG_PEEK | MSG_DONTWAIT);
   return {bytes.data(), static_cast<size_t>(std::max<ssize_t>(length, 0))};
 }
 
-/// The library only tries a name's first address when it must not block. The local address that it is told to
-/// use chooses the family of the other one.
+/// Without blocking, the library tries only the first address of a name. The local address that it is told to
+/// use selects the family of that address.
 std::vector<const char*> bind_addresses(const std::string& host) {
   if (host.find(':') != std::string::npos) return {"::"};
   if (host.find_first_not_of("0123456789.") == std::string::npos) return {"0.0.0.0"};
   return {"0.0.0.0", "::"};
 }
 
-/// Asked for the pass phrase of a key file: there is nobody to type it.
+/// Gives the library no pass phrase for a key file, because there is nobody to type it.
 int no_pass_phrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*user*/) {
   return 0;
 }
 
-/// A broker ends the connection for a topic that is none, again after each reconnect: it never gets one.
+/// Never send an invalid topic: the broker would close the connection again after every reconnect.
 bool is_text(const std::string& topic) {
   return !topic.empty() &&
          mosqpp::validate_utf8(topic.c_str(), static_cast<int>(topic.size())) == MOSQ_ERR_SUCCESS;
@@ -96,8 +95,8 @@ std::string message_with(int qos) {
   return "message with QoS " + std::to_string(qos);
 }
 
-/// Names a packet that the broker must not send to a client with QoS 0, if this line of the library's debug
-/// log reports one; empty for any other line. The library answers such packets by itself and keeps the
+/// Returns the name of a packet that the broker must not send to a client with QoS 0, if this line of the
+/// library's debug log reports one; empty otherwise. The library answers such packets by itself and keeps the
 /// answers in memory until the broker reads them. No callback reports these packets, or a message with QoS 2
 /// before the broker releases it.
 std::string uninvited_packet(std::string_view line, const std::string& client_name) {
@@ -138,7 +137,7 @@ bool MqttConnection::prepare() {
 }
 
 bool MqttConnection::equip() {
-  threaded_set(true);  // calls from other threads queue and wake, only loop() writes
+  threaded_set(true);  // calls from other threads only queue and wake; loop() writes
   int code = MOSQ_ERR_SUCCESS;
   if (!m_options.username.empty()) {
     code = username_pw_set(m_options.username.c_str(), m_password ? m_password->c_str() : nullptr);
@@ -175,7 +174,7 @@ void MqttConnection::run() {
   m_changed.notify_all();
 }
 
-/// Returns when the connection is lost or to be ended.
+/// Serves the connection until it is lost or a stop is requested.
 void MqttConnection::serve() {
   while (!stopping()) {
     if (!step(SERVING_STEP)) {
@@ -185,13 +184,13 @@ void MqttConnection::serve() {
   }
 }
 
-/// The library keeps messages with QoS 2 that were never released from one connection to the next.
+/// Drops messages with QoS 2 that were never released, which the library would keep for the next connection.
 void MqttConnection::forget_inbox() {
   reinitialise(m_options.client_name.c_str(), true);
   m_equipped = false;
 }
 
-/// What was queued is written, then the DISCONNECT behind it closes the socket.
+/// Writes the queued messages; the DISCONNECT after them closes the socket.
 void MqttConnection::say_goodbye() {
   const auto end = Clock::now() + GOODBYE_LIMIT;
   while (m_connack == 0 && socket() >= 0 && Clock::now() < end) {
@@ -209,8 +208,7 @@ void MqttConnection::pause(milliseconds time) {
   m_changed.wait_for(lock, time, [this] { return m_stopping; });
 }
 
-/// One try with every family of addresses; the reason of a failure is that of the first, unless a later one
-/// is somebody's to look after.
+/// Tries every address family once. Keeps the first reason of failure unless a later one needs attention.
 bool MqttConnection::establish() {
   std::optional<MqttFailure> first;
   for (const char* address : bind_addresses(m_options.host)) {
@@ -218,7 +216,7 @@ bool MqttConnection::establish() {
     if (attempt(address)) return true;
     abandon();
     if (!first || m_failure.kind != MqttFailure::Kind::unreachable) first = m_failure;
-    if (!m_uninvited.empty()) break;  // it must be forgotten before the next try
+    if (!m_uninvited.empty()) break;  // forget_inbox() must come before the next attempt
   }
   if (first) m_failure = *first;
   return false;
@@ -235,8 +233,8 @@ bool MqttConnection::attempt(const char* bind_address) {
       set_connected();
       return true;
     }
-    // During a TLS handshake the library does not notice that the peer is gone. What the peer had sent before
-    // may still have to be read, so the hang-up counts when reading got no further.
+    // During a TLS handshake the library does not notice that the peer is gone. The peer's last bytes may
+    // still have to be read, so a hang-up counts only after several more steps.
     hang_ups = hung_up(socket()) ? hang_ups + 1 : 0;
     if (hang_ups > 8) {
       m_failure = unanswered(uses_tls());
@@ -250,8 +248,8 @@ bool MqttConnection::attempt(const char* bind_address) {
   return false;
 }
 
-/// A step of the library unless the peer begins to send something that is not MQTT: the library would take it
-/// for some packet and wait for the rest.
+/// Lets the library take a step, unless the peer begins to send something that is not MQTT: the library would
+/// take that for a packet and wait for the rest.
 bool MqttConnection::step_to_first_byte(bool& answering) {
   const std::string first = first_bytes(socket(), want_write());
   answering = !first.empty();
@@ -260,7 +258,7 @@ bool MqttConnection::step_to_first_byte(bool& answering) {
   return false;
 }
 
-/// Looks up the name, which may take its time, and starts to connect.
+/// Looks up the name, which may take long, and starts to connect.
 bool MqttConnection::open(const char* bind_address) {
   m_connack = -1;
   m_disconnect = 0;
@@ -282,15 +280,15 @@ bool MqttConnection::open(const char* bind_address) {
   return true;
 }
 
-/// Takes the library's socket down; it closes it when it notices, at the next connect at the latest.
+/// Shuts the library's socket down. The library closes it when it notices, at the latest at its next connect.
 void MqttConnection::abandon() {
   if (socket() < 0) return;
   ::shutdown(socket(), SHUT_RDWR);
   for (int tries = 0; tries < 3 && socket() >= 0; ++tries) loop(0, 1);
 }
 
-/// One step of the library, then of all that it reported. False when the connection is gone; m_failure tells
-/// why.
+/// Lets the library take a step, then processes all that it reported. Returns false, with the reason in
+/// m_failure, if the connection is gone or must be given up.
 bool MqttConnection::step(milliseconds timeout) {
   errno = 0;
   const int code = loop(static_cast<int>(timeout.count()), 1);
@@ -360,7 +358,7 @@ MqttFailure MqttConnection::failure(MqttError error) const {
   return explain(error, {uses_tls(), m_connack, m_disconnect, m_errors, m_tls ? m_tls->distrust() : ""});
 }
 
-// -- Called by the library inside of loop(), except on_log()
+// -- Callbacks of the library
 
 void MqttConnection::on_connect(int code) {
   m_connack = code;
@@ -414,7 +412,7 @@ void MqttConnection::request_stop() {
   const std::lock_guard lock(m_mutex);
   if (m_stopping) return;
   m_stopping = true;
-  if (m_connected) disconnect();  // queued behind the rest; wakes the delivery thread
+  if (m_connected) disconnect();  // queued after the rest; wakes the delivery thread
   m_connected = false;
   m_changed.notify_all();
 }

@@ -23,33 +23,31 @@
 
 namespace ecu::koru::com {
 
-/// One connection to a broker, made again whenever it is lost, with all that its delivery thread needs:
-/// shared by that thread and the client, so that a thread which is stuck in a name look-up can be left
-/// behind.
+/// One connection to a broker, made again whenever it is lost, with all that its delivery thread needs. That
+/// thread and the client share it, so that a thread that is stuck in a name look-up can be left behind.
 ///
-/// The client library is driven by run() alone. Other threads call it only while connected and under m_mutex,
-/// and there it only queues and wakes; so none of its calls meets a reconnect. Its callbacks only take notes
-/// for run().
+/// Only run() drives the client library. Other threads call it only while connected and under m_mutex.
+/// Such calls only queue and wake, so none of them meets a reconnect. The library's callbacks only take
+/// notes for run().
 class MqttConnection final : private mosqpp::mosquittopp {
  public:
   explicit MqttConnection(MqttOptions options);
 
-  /// Reads the files and gives the library credentials and TLS. False when that cannot be done; logged.
+  /// Reads the files and gives the library credentials and TLS. On failure logs it and returns false.
   [[nodiscard]] bool prepare();
   /// The body of the delivery thread; returns soon after request_stop().
   void run();
-  /// Ends run(), what is queued being written first if the broker takes it. From any thread.
+  /// Ends run() once the queued messages are written, if the broker takes them. Any thread may call it.
   void request_stop();
-  /// True when run() has returned.
+  /// Returns true if run() ends within `timeout`.
   [[nodiscard]] bool wait_until_ended(std::chrono::milliseconds timeout);
-  /// Waits until the broker has answered every unsubscription: its answers unread at the close would make the
-  /// system reset the connection, and the broker would lose what it had not read yet.
+  /// Waits until the broker has answered every unsubscription. Answers left unread at the close would make
+  /// the system reset the connection, and the broker would lose what it had not read yet.
   void wait_until_unsubscribed(std::chrono::milliseconds timeout);
-  /// True when connected; ended early by request_stop().
+  /// Waits for the connection and returns true if there is one. request_stop() ends the wait early.
   [[nodiscard]] bool wait_until_connected(std::chrono::milliseconds timeout);
 
   [[nodiscard]] bool is_connected() const;
-  /// True on the thread that executes run().
   [[nodiscard]] bool on_delivery_thread() const;
   [[nodiscard]] const MqttOptions& options() const { return m_options; }
 
@@ -60,7 +58,7 @@ class MqttConnection final : private mosqpp::mosquittopp {
  private:
   using Clock = std::chrono::steady_clock;
 
-  // Called by the library inside of its loop().
+  // The library calls these within loop(), and on_log() elsewhere too.
   void on_connect(int code) override;
   void on_disconnect(int code) override;
   void on_publish(int mid) override;
@@ -69,10 +67,10 @@ class MqttConnection final : private mosqpp::mosquittopp {
   void on_unsubscribe(int mid) override;
   void on_log(int level, const char* text) override;
 
-  // Before the delivery thread begins, then on it.
+  // Called before the delivery thread begins, then on it.
   [[nodiscard]] bool equip();
 
-  // Of the delivery thread.
+  // On the delivery thread only.
   void forget_inbox();
   void serve();
   void say_goodbye();
@@ -97,8 +95,8 @@ class MqttConnection final : private mosqpp::mosquittopp {
 
   const MqttOptions m_options;
   std::optional<std::string> m_password;
-  bool m_equipped = false;            // the library has credentials and TLS: nothing is ever sent without
-  std::unique_ptr<TlsContext> m_tls;  // with `tls_ca` only
+  bool m_equipped = false;            // the library has credentials and TLS; nothing is sent without them
+  std::unique_ptr<TlsContext> m_tls;  // only with `tls_ca`
   MqttSubscriptions m_subscriptions;
 
   mutable std::mutex m_mutex;
@@ -106,7 +104,7 @@ class MqttConnection final : private mosqpp::mosquittopp {
   bool m_connected = false;
   bool m_stopping = false;
   bool m_ended = false;
-  bool m_dropping = false;  // messages are refused because old ones lie unwritten
+  bool m_dropping = false;  // messages are refused because old ones are unwritten
   MqttOutbox m_outbox;
   std::map<int, std::string> m_subscribing;  // mid to topic, until the broker answers
   std::set<int> m_unsubscribing;             // mids, likewise
@@ -114,10 +112,10 @@ class MqttConnection final : private mosqpp::mosquittopp {
   // Notes of the delivery thread.
   MqttConnectionLog m_log;
   MqttFailure m_failure{MqttFailure::Kind::unreachable, ""};
-  int m_connack = -1;       // of the present connection; -1: not yet
-  int m_disconnect = 0;     // what on_disconnect() was told
-  std::string m_uninvited;  // the packet that the broker must not send to this client
-  std::string m_errors;     // what the library reported at its error level
+  int m_connack = -1;       // answer to the present login; -1: none yet
+  int m_disconnect = 0;     // code given to on_disconnect()
+  std::string m_uninvited;  // packet that the broker must not send; empty: none
+  std::string m_errors;     // errors that the library logged
   std::vector<int> m_written;
   std::vector<std::pair<int, bool>> m_answers;  // to (un)subscriptions: mid, granted
   std::vector<std::pair<std::string, Message>> m_received;

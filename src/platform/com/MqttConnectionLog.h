@@ -7,11 +7,10 @@
 
 namespace ecu::koru::com {
 
-/// What the ups and downs of the connection put into the log: when it fails, one WARNING, or one ERROR for
-/// each different reason that needs somebody to look after it; when it is there (again), one NOTICE; in
-/// between nothing. A login that stays unanswered needs somebody from the second time on, because once may
-/// mean that a broker is being ended. After a connection it needs nobody: the settings are right, and a
-/// forwarder whose broker is away behaves like this.
+/// Logs how the connection fares: one WARNING if it fails, or one ERROR for each different reason that needs
+/// attention; one NOTICE when it is made (again); nothing in between. An unanswered login needs attention
+/// from the second time on, because one may mean that a broker is shutting down. After a successful
+/// connection it needs none: the settings are right, and a forwarder whose broker is away behaves like this.
 class MqttConnectionLog {
  public:
   /// `peer`: the broker's "host:port".
@@ -24,7 +23,7 @@ class MqttConnectionLog {
   bool m_connected = false;
   bool m_was_connected = false;
   bool m_told = false;
-  bool m_unanswered = false;        // the failure before
+  bool m_unanswered = false;        // the last failure was an unanswered login
   std::set<std::string> m_reasons;  // of the ERROR records since the last success
 };
 

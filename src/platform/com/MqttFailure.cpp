@@ -67,7 +67,7 @@ MqttFailure explain(MqttError error, const MqttCourse& course) {
   if (course.connack < 0 && (end_of_stream || code == MOSQ_ERR_CONN_LOST)) return unanswered(course.tls);
   if (end_of_stream) return {Kind::unreachable, reason_of(MOSQ_ERR_CONN_LOST, 0)};
   if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) code = course.disconnect;
-  // A broker sends its whole answer to the login in one TLS record, so a part of one is not a broker's.
+  // A broker sends its whole answer to the login in one TLS record, so a partial answer is not a broker's.
   const bool cut = course.tls && ends_within_packet(code, system_error);
   if (course.connack < 0 && (cut || breaks_protocol(code))) return foreign({});
   const auto kind = is_plain_loss(code)                                      ? Kind::unreachable

@@ -16,33 +16,34 @@ struct MqttFailure {
   };
   Kind kind;
   std::string reason;
-  std::string seen = {};  ///< what the peer sent; may differ each time, and does not make it another reason
+  std::string seen = {};  ///< bytes from the peer; different ones are not a different reason
 };
 
-/// The result of a call of the client library, with the system's error at that time.
+/// The result of a call of the client library and the system's error after it.
 struct MqttError {
   int code;
   int system_error;
 };
 
-/// What else is known of the connection that failed.
+/// Further facts about the connection that failed.
 struct MqttCourse {
   bool tls;
   int connack;                ///< the answer to the login; -1: there was none
-  int disconnect;             ///< what the library gave as reason when it disconnected
-  std::string errors;         ///< what the library reported at its error level
+  int disconnect;             ///< the library's reason for disconnecting
+  std::string errors;         ///< errors that the library logged
   std::string distrust = {};  ///< why the broker's certificate was not trusted
 };
 
 [[nodiscard]] MqttFailure explain(MqttError error, const MqttCourse& course);
 
-/// The connection was closed before the login was answered.
+/// Returns the failure of a connection that was closed before the login was answered.
 [[nodiscard]] MqttFailure unanswered(bool tls);
 
-/// The broker sent a packet that a client with QoS 0 never gets: a message above QoS 0, or "PINGREQ".
+/// Returns the failure of a broker that sent `packet`, which a client with QoS 0 never gets: a message above
+/// QoS 0, or for example "PINGREQ".
 [[nodiscard]] MqttFailure uninvited(const std::string& packet);
 
-/// `seen`: the answer's first bytes, as far as they are known.
+/// Returns the failure of an answer that is not MQTT. `seen` holds its first bytes, as far as they are known.
 [[nodiscard]] MqttFailure foreign(const std::string& seen);
 
 }  // namespace ecu::koru::com

@@ -17,11 +17,11 @@ constexpr auto LOG = logging::module("koru.com.mqtt");
 constexpr int64_t MAX_TIMEOUT_MS = 600'000;
 constexpr size_t MAX_TEXT_LENGTH = 65535;  // the protocol's limit
 constexpr size_t MAX_PASSWORD_LENGTH = MAX_TEXT_LENGTH;
-// The client library cuts its log lines some 500 bytes after the name, and the connection needs what they
-// say.
+// The client library cuts its log lines after some 500 bytes, and the connection needs the words
+// after the name.
 constexpr size_t MAX_CLIENT_NAME_LENGTH = 256;
 
-/// `value` is left alone when the key is absent or senseless.
+/// Leaves `value` unchanged if the key is absent or, after an ERROR record, not a number from 1 to `max`.
 template <typename T>
 void read_number(const config::Configuration& config, const char* key, int64_t max, T& value) {
   const std::string text = config.get(key);

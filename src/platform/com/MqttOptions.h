@@ -9,7 +9,7 @@
 
 namespace ecu::koru::com {
 
-/// What the configuration says about the broker; empty texts are "not given".
+/// The configuration of the broker; an empty text means "not given".
 struct MqttOptions {
   std::string host = "127.0.0.1";
   uint16_t port = 1883;
@@ -23,19 +23,19 @@ struct MqttOptions {
   std::chrono::milliseconds var_timeout{2000};
 };
 
-/// The keys of MqttOptions. A value that makes no sense is an ERROR record that names key and value, and its
-/// default is used.
+/// Reads the keys of MqttOptions. For a value that makes no sense, logs an ERROR with key and value and
+/// uses the default.
 [[nodiscard]] MqttOptions read_mqtt_options(const config::Configuration& config);
 
-/// True when user name, password file and TLS files are complete and can be read; otherwise each reason is an
-/// ERROR record that names key and file.
+/// Returns true if user name, password file and TLS files are complete and readable. Otherwise logs each
+/// reason at ERROR with its key and file.
 [[nodiscard]] bool check_mqtt_files(const MqttOptions& options);
 
-/// One WARNING record each for a login that leaves this machine without TLS, and for a password or key file
-/// that everybody can read.
+/// Logs a WARNING for a login that leaves this machine without TLS and for each password or key file that
+/// everybody can read.
 void warn_of_open_secrets(const MqttOptions& options);
 
-/// The password file's first line; nothing, after an ERROR record, when it cannot be a password.
+/// Returns the password file's first line, or nothing, after an ERROR record, if it cannot be a password.
 [[nodiscard]] std::optional<std::string> read_password(const std::string& path);
 
 }  // namespace ecu::koru::com

@@ -10,39 +10,39 @@
 
 namespace ecu::koru::com {
 
-/// The books of what is to be sent: the messages that the client library has taken and not yet written to the
-/// socket, and those that are kept until they are written. State only: no I/O, no clock, no lock of its own.
+/// Keeps account of the messages to be sent: those that the client library has taken and not yet written to
+/// the socket, and those that are kept until they are written. State only: no I/O, no clock, no lock.
 class MqttOutbox {
  public:
   using Time = std::chrono::steady_clock::time_point;
 
-  /// A fix is a burst of messages within a few milliseconds: what is unwritten after this time, with a socket
-  /// that takes no more, is not of the present burst.
+  /// A fix is a burst of messages within a few milliseconds. A message that is still unwritten after this
+  /// time, because the socket is full, does not belong to the present burst.
   static constexpr std::chrono::milliseconds BLOCKED_LIMIT{50};
-  /// The same with a socket that nobody has tried: the delivery thread gets no processor, or an observer
-  /// holds it.
+  /// The same limit while nobody tries the socket: the delivery thread gets no processor time, or an
+  /// observer holds it.
   static constexpr std::chrono::milliseconds UNTRIED_LIMIT{1000};
-  /// Messages that the library may hold at a time.
+  /// The most messages that the library may hold at a time.
   static constexpr size_t CAPACITY = 256;
 
-  /// False while a message handed over now would wait behind old ones.
+  /// Returns false if a message handed over now would wait for old ones.
   [[nodiscard]] bool accepts(Time now) const;
-  /// The library has taken the message `mid`.
+  /// Notes that the library has taken the message `mid`.
   void taken(int mid, Time now);
-  /// The library has written the message `mid`, and so all that it took before.
+  /// Notes that the library has written the message `mid`, and so all that it took before.
   void written(int mid);
-  /// Whether the library was left with unwritten bytes after it last tried the socket.
+  /// Notes whether the library was left with unwritten bytes after it last tried the socket.
   void set_blocked(bool blocked) { m_blocked = blocked; }
   [[nodiscard]] bool empty() const { return m_count == 0; }
-  /// The connection is gone, with everything unwritten.
+  /// Forgets all unwritten messages of a lost connection, except those that are kept.
   void clear();
 
   /// Keeps the newest message of the topic until it is written.
   void keep(const std::string& topic, const Message& message);
-  /// True while the topic's kept message is in the library's hands.
+  /// Returns true while the library holds the topic's kept message.
   [[nodiscard]] bool on_its_way(const std::string& topic) const;
-  /// Offers every kept message that is not on its way to `send`, which returns the library's number of it, or
-  /// 0 when it was not taken (a negative number: it never will be, it is forgotten).
+  /// Offers every kept message that is not on its way to `send`. `send` returns the library's number of the
+  /// message, 0 if it was not taken, or a negative number if it never will be and is to be forgotten.
   void send_kept(Time now, const std::function<int(const std::string& topic, const Message&)>& send);
 
  private:

@@ -16,9 +16,9 @@ namespace {
 
 constexpr auto LOG = logging::module("koru.com.mqtt");
 
-/// Copies of one message lie next to each other on the wire; later than this it is a new message.
+/// Copies of one message follow each other directly; after this time an identical message is a new one.
 constexpr std::chrono::milliseconds COPY_GAP{1000};
-/// Topics whose last message is remembered for a subscription.
+/// The most topics whose last message a subscription remembers.
 constexpr size_t MAX_SEEN = 1024;
 
 bool same_owner(const std::weak_ptr<ISubscriptionObserver>& held,
@@ -90,9 +90,9 @@ void MqttSubscriptions::dispatch(const std::string& topic, const Message& messag
   m_last_end = std::chrono::steady_clock::now();
 }
 
-/// Fills m_matching; returns how many different topics of ours match. A retained message comes once for every
-/// SUBSCRIBE that matches it, and each of them may be somebody else's; who got it when it was published, or
-/// for a SUBSCRIBE before, does not get it again.
+/// Fills m_matching and returns how many different subscribed topics match. A retained message comes once for
+/// every SUBSCRIBE that matches it, whichever subscription caused that. A subscription that got it when it
+/// was published, or after an earlier SUBSCRIBE, does not get it again.
 size_t MqttSubscriptions::collect(const std::string& topic, const Message& message, size_t hash) {
   std::set<std::string_view> filters;
   const std::lock_guard lock(m_mutex);
@@ -105,7 +105,7 @@ size_t MqttSubscriptions::collect(const std::string& topic, const Message& messa
   return filters.size();
 }
 
-/// The hash of the topic's message before this one.
+/// Returns the hash of the topic's previous message, if there was one.
 std::optional<size_t> MqttSubscriptions::replace_seen(Subscription& entry, const std::string& topic,
                                                       size_t hash) {
   if (entry.seen.size() >= MAX_SEEN) entry.seen.clear();
@@ -113,8 +113,8 @@ std::optional<size_t> MqttSubscriptions::replace_seen(Subscription& entry, const
   return added ? std::nullopt : std::optional(std::exchange(seen->second, hash));
 }
 
-/// Some brokers send a message once for each of a client's topics that match, others once. Copies follow each
-/// other with the same bytes; when they are missing once, this broker sends none.
+/// Some brokers send a message once for each of a client's topics that match, others once in all. Copies
+/// follow each other with the same bytes. If one is missing, this broker sends no copies.
 bool MqttSubscriptions::is_copy(const Message& message, size_t hash, size_t filters) {
   if (message.retained) return false;
   const bool same = hash == m_last_hash && std::chrono::steady_clock::now() - m_last_end < COPY_GAP;
@@ -145,7 +145,7 @@ void MqttSubscriptions::call(const Pointer& subscription, const std::string& top
   } catch (...) {
     LOG.error("The observer of \"", logging::escaped(topic), "\" failed");
   }
-  observer.reset();  // perhaps the last owner: before anybody is told that the call is over
+  observer.reset();  // perhaps the last owner, so released before m_idle is notified
   const std::lock_guard lock(m_mutex);
   m_current.reset();
   m_idle.notify_all();

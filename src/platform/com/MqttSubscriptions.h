@@ -14,24 +14,25 @@
 
 namespace ecu::koru::com {
 
-/// Who wants which messages. Thread-safe; dispatch() belongs to the delivery thread.
+/// Knows who wants which messages. Thread-safe, but only the delivery thread may call dispatch().
 class MqttSubscriptions {
  public:
   using Observer = std::shared_ptr<ISubscriptionObserver>;
 
-  /// False when the topic and observer are already there.
+  /// Returns false if the observer has already subscribed the topic.
   bool add(const std::string& filter, const Observer& observer);
-  /// Forgets all of the topic; no callback of it begins afterwards. False when there was none.
+  /// Removes all subscriptions of the topic; none of their callbacks begins afterwards. Returns false if
+  /// there was none.
   bool remove(const std::string& filter);
-  /// Waits until no callback of the topic is under way. Not on the delivery thread.
+  /// Waits until no callback of the topic is under way. Must not be called on the delivery thread.
   void wait_until_idle(const std::string& filter);
 
-  /// Every topic once.
+  /// Returns every subscribed topic once.
   [[nodiscard]] std::set<std::string> filters() const;
-  /// A new connection: the broker sends the retained messages again.
+  /// Forgets the messages seen so far, because a new connection brings the retained ones again.
   void forget_retained();
 
-  /// Hands the message to all that want it, with no lock held. What they throw is logged.
+  /// Hands the message to all that want it, with no lock held. Logs what they throw.
   void dispatch(const std::string& topic, const Message& message);
 
  private:
@@ -51,11 +52,10 @@ class MqttSubscriptions {
   mutable std::mutex m_mutex;
   std::condition_variable m_idle;
   std::vector<Pointer> m_all;
-  Pointer m_current;  // its observer is being called
-  bool m_one_copy =
-      false;  // the broker was seen to send a message once, not once for every topic that matches
+  Pointer m_current;        // whose observer is being called
+  bool m_one_copy = false;  // this broker sends a message once, not once for each topic that matches
 
-  // Of the delivery thread.
+  // On the delivery thread only.
   std::vector<Pointer> m_matching;
   size_t m_last_hash = 0;
   size_t m_copies_due = 0;

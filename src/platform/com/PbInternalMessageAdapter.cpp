@@ -15,7 +15,7 @@ constexpr auto LOG = logging::module("koru.com.messageadapter");
 
 using Error = err::PbInternalDeserializationError;
 
-/// A record that even a lack of memory does not turn into an exception.
+/// Logs a record and never throws, not even if memory runs out.
 void report(logging::Level level, const char* text) noexcept {
   try {
     LOG.log(level, text);
@@ -37,7 +37,7 @@ void fill(uint32_t protocol_type, const google::protobuf::MessageLite& body, Mes
   if (header.ByteSizeLong() != HEADER_LENGTH || !header.SerializeToArray(out.payload.data(), HEADER_LENGTH)) {
     throw std::runtime_error("unable to serialize NVXheader!");
   }
-  // The size was just computed: the cached sizes of the body are those of this very moment.
+  // ByteSizeLong() above has just cached the sizes of the body.
   if (!body.IsInitialized()) throw std::runtime_error("unable to serialize body!");
   body.SerializeWithCachedSizesToArray(out.payload.data() + HEADER_LENGTH);
   out.timestamp_ns = now_ns;
@@ -45,7 +45,7 @@ void fill(uint32_t protocol_type, const google::protobuf::MessageLite& body, Mes
   out.retained = false;
 }
 
-/// False for bytes that are no such message, and for a lack of memory.
+/// Returns false if the bytes are not such a message or memory runs out.
 bool parse(std::span<const uint8_t> bytes, google::protobuf::MessageLite& out) noexcept {
   try {
     return bytes.size() <= std::numeric_limits<int32_t>::max() &&
@@ -94,7 +94,7 @@ Error unwrap(std::span<const uint8_t> payload, uint32_t& protocol_type,
     return Error::HeaderLengthMismatch;
   }
   const uint64_t length = word >> 32;
-  const auto rest = payload.subspan(HEADER_LENGTH);  // the body, and bytes behind it that nobody needs
+  const auto rest = payload.subspan(HEADER_LENGTH);  // the body, and bytes after it that nobody needs
   if (length <= rest.size() && parse(rest.first(static_cast<size_t>(length)), body)) return Error::None;
   report(Level::EMERG, "Unable to deserialize protobuf");
   return Error::BodyDecodeFailed;

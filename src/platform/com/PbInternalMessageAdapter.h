@@ -9,10 +9,10 @@
 
 #include "platform/com/Transport.h"
 
-/// The envelope: 18 bytes of header, a pb::NVXHeader, stand before every protobuf body.
+/// The envelope: an 18-byte header, a pb::NVXHeader, precedes every protobuf body.
 ///
 ///   offset 0  0x09               tag of field 1 (fixed64)
-///          1  protocol type      u16 little-endian, 1 when sent by this service
+///          1  protocol type      u16 little-endian, 1 if sent by this service
 ///          3  header length      u16, 18
 ///          5  body length        u32
 ///          9  0x11               tag of field 2 (fixed64)
@@ -56,20 +56,20 @@ namespace envelope {
 
 inline constexpr uint32_t HEADER_LENGTH = 18;
 
-/// Header and body into `out`, whose capacity is used again. False on failure, logged, `out` then empty.
-/// Never throws.
+/// Writes header and body into `out` and reuses its capacity. On failure logs it, empties `out` and returns
+/// false. Never throws.
 [[nodiscard]] bool wrap(uint32_t protocol_type, const google::protobuf::MessageLite& body,
                         Message& out) noexcept;
 
-/// Checks the header, stores its protocol type and parses the body into `body`. Failures are logged. Never
-/// throws.
+/// Checks the header, stores its protocol type and parses the body into `body`. Logs every failure except an
+/// empty payload. Never throws.
 [[nodiscard]] err::PbInternalDeserializationError unwrap(std::span<const uint8_t> payload,
                                                          uint32_t& protocol_type,
                                                          google::protobuf::MessageLite& body) noexcept;
 
 }  // namespace envelope
 
-/// Puts bodies of type T into envelopes and takes them out. A short-lived local of one thread.
+/// Puts bodies of type T into envelopes and takes them out. Meant as a short-lived local of one thread.
 template <typename T>
 class PbInternalMessageAdapter final : public IMessageAdapter<T, err::PbInternalDeserializationError> {
  public:
@@ -77,20 +77,20 @@ class PbInternalMessageAdapter final : public IMessageAdapter<T, err::PbInternal
 
   explicit PbInternalMessageAdapter(uint16_t protocol_type) : m_protocol_type(protocol_type) {}
 
-  /// The enveloped body, `valid` true, `retained` false, stamped with the time since boot.
+  /// Returns the enveloped body with `valid` true and `retained` false, stamped with the time since boot.
   [[nodiscard]] SerializeResult<T> serialize(const T& body) override {
     SerializeResult<T> result;
     result.success = serialize(body, result.message);
     return result;
   }
 
-  /// The same into a message whose memory is used again.
+  /// Does the same into a message whose memory is reused.
   [[nodiscard]] bool serialize(const T& body, Message& out) {
     return envelope::wrap(m_protocol_type, body, out);
   }
 
-  /// On failure the body is a default one. The protocol type becomes that of the received header. The
-  /// header's time stamp is not returned; Message::timestamp_ns is the time of arrival.
+  /// Returns a default body on failure. The protocol type becomes that of the received header. The header's
+  /// time stamp is not returned; Message::timestamp_ns is the time of arrival.
   [[nodiscard]] DeserializeResult<T, Error> deserialize(const Message& message) override {
     DeserializeResult<T, Error> result;
     result.error = envelope::unwrap(message.payload, m_protocol_type, result.body);

@@ -10,13 +10,13 @@ namespace ecu::koru::com {
 
 namespace {
 
-/// As a name or as an address.
+/// Returns true if the certificate holds the host, as a name or as an address.
 bool belongs_to(X509* certificate, const std::string& host) {
   return certificate != nullptr && (X509_check_ip_asc(certificate, host.c_str(), 0) == 1 ||
                                     X509_check_host(certificate, host.c_str(), host.size(), 0, nullptr) == 1);
 }
 
-/// `depth`: where in the chain the error is; 0 is the broker's own certificate.
+/// `depth` is the position of the error in the chain; 0 is the broker's own certificate.
 std::string reason_of(int error, int depth) {
   const std::string certificate = depth > 0 ? "the authority's certificate " : "the broker's certificate ";
   switch (error) {
@@ -54,7 +54,7 @@ void TlsContext::Free::operator()(ssl_ctx_st* context) const {
 
 int TlsContext::verify(x509_store_ctx_st* chain, void* self) {
   auto& context = *static_cast<TlsContext*>(self);
-  // The library's own look at the host's name, for which it would need a context of its own.
+  // Replaces the library's own check of the host's name, which would need a context that the library made.
   X509_STORE_CTX_set_verify_cb(chain, [](int good, X509_STORE_CTX* /*chain*/) { return good; });
   const bool trusted = X509_verify_cert(chain) == 1;
   if (trusted && belongs_to(X509_STORE_CTX_get0_cert(chain), context.m_host)) return 1;

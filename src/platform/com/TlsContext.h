@@ -8,11 +8,11 @@ struct x509_store_ctx_st;  // OpenSSL's X509_STORE_CTX
 
 namespace ecu::koru::com {
 
-/// The TLS context that the client library uses in place of one of its own. The library loads the files into
-/// it and sets its options, but whether the broker is trusted is decided here: the library does not tell why
-/// it is not.
+/// The TLS context that the client library uses in place of its own. The library loads the files into it and
+/// sets its options, but this class decides whether the broker is trusted, because the library does not say
+/// why it is not.
 ///
-/// On one thread at a time.
+/// One thread at a time may use it.
 class TlsContext {
  public:
   /// `host` is the name or address that the broker's certificate must have.
@@ -20,8 +20,7 @@ class TlsContext {
 
   [[nodiscard]] ssl_ctx_st* get() const { return m_context.get(); }
 
-  /// What was wrong with the broker's certificate in the last handshake, for a log text; empty when nothing
-  /// was.
+  /// Returns the fault of the broker's certificate in the last handshake, for a log text; empty if none.
   [[nodiscard]] const std::string& distrust() const { return m_distrust; }
   void forget_distrust() { m_distrust.clear(); }
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-/// Every topic name of the service, once. Strings, because the transport takes strings and a fix allocates
-/// nothing.
+/// All topic names of the service. They are strings because the transport takes strings and a
+/// fix allocates nothing.
 namespace ecu::koru::topic {
 
 // Published.
