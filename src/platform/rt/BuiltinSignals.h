@@ -4,7 +4,7 @@
 
 namespace ecu::koru::rt {
 
-/// The text of signals/satnavd.dbc; the build makes the definition from the file.
+/// The text of signals/satnavd.dbc, which the build embeds.
 extern const std::string_view BUILTIN_SIGNALS;
 
 }  // namespace ecu::koru::rt

@@ -30,22 +30,22 @@ constexpr size_t MAX_TOPIC = 1000;
 constexpr std::string_view TX_TOPIC = "TxTopic";
 constexpr std::string_view RX_TOPIC = "RxTopic";
 
-/// A topic and the line that gives it; 0: none gives it.
+/// A topic and the number of the line that sets it, or 0 if none does.
 struct TopicText {
   std::string text;
   unsigned line = 0;
 };
 
-/// A message while it is read. Its first problem counts only when the message turns out to have a topic.
+/// A message while it is read. Its first problem counts only if the message turns out to have a topic.
 struct Draft {
   GroupDefinition group;
   unsigned line = 0;
-  std::bitset<MAX_BITS> taken;  // by signals
+  std::bitset<MAX_BITS> taken;  // bits that signals use
   std::optional<DbcProblem> problem;
   TopicText tx;
   TopicText rx;
 
-  /// Takes the signal's bits. Gives what is wrong with its place; empty when nothing is.
+  /// Marks the signal's bits as taken. Returns why the signal does not fit; empty if it does.
   std::string place(const SignalDefinition& signal);
   void refuse(unsigned at, const std::string& reason) {
     if (!problem) problem.emplace(at, reason);
@@ -79,7 +79,7 @@ class DbcParser {
   struct Statement {
     std::string_view keyword;
     Handler handler;
-    bool within_others;  // the keyword also names kinds of objects
+    bool within_others;  // the keyword also names a kind of object
   };
   static const std::array<Statement, 30> STATEMENTS;
   static const Statement* statement(std::string_view keyword);
@@ -173,7 +173,7 @@ void DbcParser::skip_to_statement() {
   while (!m_in.at_end() && statement(m_in.peek_word()) == nullptr) m_in.skip();
 }
 
-/// The list of keywords that the file may use; it ends where the bus speed or the nodes begin.
+/// Skips the list of keywords that the file may use, up to the bus speed or the nodes.
 void DbcParser::skip_new_symbols() {
   while (!m_in.at_end() && m_in.peek_word() != "BS_" && m_in.peek_word() != "BU_") m_in.skip();
 }
@@ -230,7 +230,7 @@ void DbcParser::signal() {
   }
 }
 
-/// From behind the name to the physical range. Gives what cannot be used; empty when all can.
+/// Reads from after the name to the physical range. Returns why the signal cannot be used; empty if it can.
 std::string DbcParser::layout(SignalDefinition& signal) {
   std::string fault;
   if (!m_in.peek_word().empty()) {
@@ -260,7 +260,7 @@ std::string DbcParser::layout(SignalDefinition& signal) {
   if (factor == 0) fault = "the factor is 0";
   if (fault.empty()) signal.scale = SignalScale(factor, offset);
   m_in.expect('[');
-  (void)m_in.number("the minimum");  // for the reader: the raw value's ranges decide
+  (void)m_in.number("the minimum");  // for people only: the raw value's ranges decide
   m_in.expect('|');
   (void)m_in.number("the maximum");
   m_in.expect(']');
@@ -306,7 +306,7 @@ void DbcParser::topic(TopicText& out) {
   if (!is_name || out.text.size() > MAX_TOPIC) throw DbcProblem(m_line, "this is no topic to publish on");
 }
 
-/// A file that was merged from several may repeat a default, as long as it stays the same.
+/// A file merged from several may repeat a default, as long as it stays the same.
 void DbcParser::topic_default(TopicText& out) {
   TopicText given;
   topic(given);
@@ -355,7 +355,7 @@ std::shared_ptr<const SignalDatabase> DbcParser::finish() {
   return std::make_shared<const SignalDatabase>(std::move(groups));
 }
 
-/// The bytes of a regular file; one more than is accepted at most.
+/// Returns the bytes of a regular file, but at most one more than is accepted.
 std::string read_file(const std::string& path) {
   std::error_code failed;
   if (!std::filesystem::is_regular_file(path, failed)) {
@@ -367,7 +367,7 @@ std::string read_file(const std::string& path) {
   return text;
 }
 
-/// Turns what `read` throws into the error.
+/// Calls `read` and turns what it throws into the error.
 template <typename Read>
 DbcResult guarded(std::string_view file_name, Read read) noexcept {
   DbcResult result;

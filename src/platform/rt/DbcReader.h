@@ -8,10 +8,10 @@
 
 /// Reads a signal database from a DBC file.
 ///
-/// Messages with the attribute "TxTopic" or "RxTopic" (texts) become groups; all others are passed over,
-/// whatever they hold. A group's signals are unsigned whole numbers, little-endian and always there: what is
-/// big-endian, signed, multiplexed or a floating-point number is refused, and so is a layout that does not
-/// fit. Numbers are read without regard to the locale.
+/// Messages with the text attribute "TxTopic" or "RxTopic" become groups; all others are ignored, whatever
+/// they hold. A group's signals are unsigned whole numbers, little-endian and always present. Big-endian,
+/// signed, multiplexed and floating-point signals are refused, and so is a layout that does not fit. The
+/// locale does not matter.
 namespace ecu::koru::rt {
 
 inline constexpr size_t MAX_DBC_SIZE = 1 << 20;  ///< bytes
@@ -22,7 +22,7 @@ struct DbcError {
   unsigned line = 0;  ///< from 1; 0: the file as a whole
   std::string reason;
 
-  /// "FILE line N: REASON", made safe for a log record.
+  /// Returns "FILE line N: REASON", made safe for a log record.
   [[nodiscard]] std::string text() const;
 };
 
@@ -31,10 +31,10 @@ struct DbcResult {
   DbcError error;
 };
 
-/// Any bytes may be given. `file_name` is for the error alone. Never throws.
+/// Parses a DBC text, which may be any bytes. `file_name` is for the error only. Never throws.
 [[nodiscard]] DbcResult parse_dbc(std::string_view text, std::string_view file_name) noexcept;
 
-/// The same from a regular file of up to MAX_DBC_SIZE. Never throws.
+/// Does the same with a regular file of up to MAX_DBC_SIZE. Never throws.
 [[nodiscard]] DbcResult load_dbc(const std::string& path) noexcept;
 
 }  // namespace ecu::koru::rt

@@ -91,7 +91,7 @@ double DbcScanner::number(std::string_view what) {
   double value = 0;
   const auto* begin = m_text.data() + m_position;
   const auto* const text_end = m_text.data() + m_text.size();
-  if (next_is('+') && begin + 1 != text_end && begin[1] != '-') ++begin;  // from_chars knows no plus
+  if (next_is('+') && begin + 1 != text_end && begin[1] != '-') ++begin;  // from_chars refuses a plus
   const auto [end, error] = std::from_chars(begin, text_end, value);
   if (error != std::errc{} || !std::isfinite(value)) fail_expected(what);
   take(static_cast<size_t>(end - m_text.data()) - m_position);

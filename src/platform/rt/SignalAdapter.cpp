@@ -24,7 +24,6 @@ std::shared_ptr<const SignalDatabase> builtIn() {
   return std::make_shared<const SignalDatabase>(std::vector<GroupDefinition>());
 }
 
-/// A group of one signal that takes all of it.
 std::shared_ptr<const GroupDefinition> singleSignal(const std::string& topic, std::string_view name,
                                                     unsigned bytes, bool raw_bytes) {
   GroupDefinition group;
@@ -39,7 +38,7 @@ std::shared_ptr<const GroupDefinition> singleSignal(const std::string& topic, st
   return std::make_shared<const GroupDefinition>(std::move(group));
 }
 
-/// The group of a system topic that no database needs to hold; null for any other topic.
+/// Returns the group of a system topic, which no database needs to hold; null for any other topic.
 std::shared_ptr<const GroupDefinition> systemGroup(const std::string& topic) {
   if (topic == topic::GNSS_TIMESTAMP) {
     static const auto time_stamp = singleSignal(topic, "timestamp_ns", sizeof(uint64_t), false);
@@ -51,7 +50,7 @@ std::shared_ptr<const GroupDefinition> systemGroup(const std::string& topic) {
   return singleSignal(topic, name, 1, true);
 }
 
-/// What the service sends or receives by the built-in groups and this database does not hold, for a record.
+/// Returns the topics and signals of the built-in groups that this database does not hold, for a record.
 std::string missing(const SignalDatabase& database) {
   std::string result;
   const std::shared_ptr<const SignalDatabase> built_in = builtIn();
@@ -106,7 +105,7 @@ std::shared_ptr<const GroupDefinition> SignalAdapter::definition_of(const std::s
   auto in_use = database();
   const GroupDefinition* definition = in_use->find(topic);
   if (definition == nullptr) return systemGroup(topic);
-  return {std::move(in_use), definition};  // keeps the whole database
+  return {std::move(in_use), definition};  // keeps the whole database alive
 }
 
 SignalGroup SignalAdapter::create_sg(const std::string& topic) const {

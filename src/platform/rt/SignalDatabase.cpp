@@ -8,13 +8,13 @@ namespace ecu::koru::rt {
 
 namespace {
 
-constexpr int MAX_DECIMAL_DIGITS = 17;               // more a double does not hold
+constexpr int MAX_DECIMAL_DIGITS = 17;               // a double holds no more
 constexpr double MAX_EXACT = 9'007'199'254'740'992;  // 2^53: up to here a double holds each whole number
-constexpr uint64_t ERROR_BYTE = 0xFE;                // the highest byte of a raw value that says error
+constexpr uint64_t ERROR_BYTE = 0xFE;                // the highest byte of a raw value that means error
 constexpr uint64_t NOT_AVAILABLE_BYTE = 0xFF;
 constexpr uint64_t FIRST_RESERVED_BYTE = 0xFB;
 
-/// The whole number that over `divisor` is exactly this double.
+/// Finds the whole number that divided by `divisor` is exactly `value`. Returns false if there is none.
 bool isOver(double value, double divisor, double& dividend) {
   dividend = std::round(value * divisor);
   return std::abs(dividend) <= MAX_EXACT && dividend / divisor == value;

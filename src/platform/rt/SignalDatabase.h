@@ -7,24 +7,22 @@
 #include <unordered_map>
 #include <vector>
 
-/// What the signals of a group are: where their bits lie, what their raw values mean. Constant once made, so
-/// any thread may read it.
+/// Defines the signals of a group: where their bits lie and what their raw values mean. A definition never
+/// changes once made, so any thread may read it.
 namespace ecu::koru::rt {
 
-/// What a raw value says.
 enum class SignalStatus { VALID, NOT_AVAILABLE, ERROR, OUT_OF_RANGE };
 
-/// The meaning of raw values.
 enum class SignalCoding {
-  J1939,       ///< the highest raw values say error and not available
-  EVERY_VALUE  ///< each raw value is a value
+  J1939,       ///< the highest raw values mean error and not available
+  EVERY_VALUE  ///< every raw value is valid
 };
 
 /// physical value = raw value * factor + offset.
 ///
-/// Factor and offset are decimal numbers ("1E-7") that a double only comes near to. Kept as whole numbers
-/// over one power of ten they are exact, and so is the physical value: the double nearest to the decimal
-/// result.
+/// A double only comes near to a decimal factor or offset such as "1E-7". Both are therefore kept as
+/// whole numbers over one power of ten, which is exact, and the physical value is the double nearest to
+/// the decimal result.
 class SignalScale {
  public:
   SignalScale() = default;
@@ -33,13 +31,13 @@ class SignalScale {
   [[nodiscard]] double factor() const { return m_factor; }
   [[nodiscard]] double offset() const { return m_offset; }
   [[nodiscard]] double physical(uint64_t raw) const;
-  /// The nearest whole raw value, halves away from 0. Not limited to any width; NaN of NaN.
+  /// Returns the nearest whole raw value; halves round away from 0. Not limited to any width; NaN gives NaN.
   [[nodiscard]] double nearest_raw(double physical) const;
 
  private:
   double m_factor = 1;
   double m_offset = 0;
-  // whole numbers over m_divisor; where there are none, factor and offset themselves over 1
+  // Whole numbers over m_divisor or, if there are none, factor and offset themselves over 1.
   double m_factor_dividend = 1;
   double m_offset_dividend = 0;
   double m_divisor = 1;
@@ -54,9 +52,7 @@ struct SignalDefinition {
   SignalScale scale;
   SignalCoding coding = SignalCoding::J1939;
 
-  /// How many bytes the raw value takes by itself.
   [[nodiscard]] unsigned data_bytes() const { return (width + 7) / 8; }
-  /// All ones.
   [[nodiscard]] uint64_t max_raw() const { return ~uint64_t{0} >> (64 - width); }
   [[nodiscard]] uint64_t max_valid_raw() const;
   [[nodiscard]] SignalStatus status(uint64_t raw) const;
@@ -67,7 +63,7 @@ struct GroupDefinition {
   static constexpr unsigned MAX_LENGTH = 64;  ///< bytes
 
   std::string name;
-  uint32_t can_id = 0;  ///< 29 bits when extended, else 11
+  uint32_t can_id = 0;  ///< 29 bits if extended, else 11
   bool extended = false;
   unsigned length = 0;     ///< bytes, 1 to MAX_LENGTH
   bool raw_bytes = false;  ///< one signal without a layout: any 1 to MAX_LENGTH bytes
@@ -75,7 +71,7 @@ struct GroupDefinition {
   std::string rx_topic;    ///< empty: none
   std::vector<SignalDefinition> signals;
 
-  /// Null when there is no such signal.
+  /// Returns null if there is no such signal.
   [[nodiscard]] const SignalDefinition* signal(std::string_view signal_name) const;
 };
 
@@ -87,7 +83,7 @@ class SignalDatabase {
   SignalDatabase(const SignalDatabase&) = delete;
   SignalDatabase& operator=(const SignalDatabase&) = delete;
 
-  /// The group that has the topic, in either direction; null when none has.
+  /// Returns the group that has the topic in either direction, or null if none has.
   [[nodiscard]] const GroupDefinition* find(std::string_view topic) const;
   [[nodiscard]] const std::vector<GroupDefinition>& groups() const { return m_groups; }
 

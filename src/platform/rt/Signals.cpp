@@ -99,7 +99,7 @@ bool SignalGroup::set_signal_scaled_value(std::string_view name, double value) {
   const SignalDefinition* definition = is_valid() ? m_definition->signal(name) : nullptr;
   if (definition == nullptr || m_definition->raw_bytes) return false;
   const double nearest = definition->scale.nearest_raw(value);
-  const bool is_whole = nearest >= 0 && nearest < 0x1p64;  // not so NaN
+  const bool is_whole = nearest >= 0 && nearest < 0x1p64;  // false for NaN
   const uint64_t raw = is_whole ? static_cast<uint64_t>(nearest) : 0;
   const bool is_valid_raw = is_whole && raw <= definition->max_valid_raw();
   writeBits(m_bytes, definition->start_bit, definition->width, is_valid_raw ? raw : definition->max_raw());

@@ -15,26 +15,25 @@
 #include "platform/com/Transport.h"
 #include "platform/rt/SignalDatabase.h"
 
-/// Real-time signals: named values packed into a group, one group a topic, carried as an enveloped
-/// pb::RtSignal.
+/// Real-time signals: named values packed into one group per topic, carried as an enveloped pb::RtSignal.
 namespace ecu::koru::rt {
 
 class SignalGroup;
 
-/// One signal of a group, seen through it: shows what the group holds now and must not outlive it.
+/// One signal of a group. It shows what the group holds now and must not outlive it.
 class Signal {
  public:
   [[nodiscard]] const std::string& name() const { return m_definition->name; }
-  /// Of the physical value; may be empty.
+  /// Returns the unit of the physical value; may be empty.
   [[nodiscard]] const std::string& unit() const { return m_definition->unit; }
   [[nodiscard]] const SignalDefinition& definition() const { return *m_definition; }
-  /// The signal's own bits. Of a raw system signal the first 8 bytes, lowest first.
+  /// Returns the signal's own bits or, for a raw system signal, the first 8 bytes, lowest first.
   [[nodiscard]] uint64_t raw() const;
   /// A raw system signal and a time stamp are always VALID.
   [[nodiscard]] SignalStatus status() const;
-  /// The physical value; NaN unless the status is VALID.
+  /// Returns the physical value, or NaN if the status is not VALID.
   [[nodiscard]] double value_scaled() const;
-  /// The raw value's bytes, lowest first: (width + 7) / 8, of a raw system signal all of them.
+  /// Returns the raw value's (width + 7) / 8 bytes, lowest first; all bytes of a raw system signal.
   [[nodiscard]] std::vector<uint8_t> data() const;
 
  private:
@@ -46,33 +45,34 @@ class Signal {
   const SignalDefinition* m_definition;
 };
 
-/// The signals of one topic: the packed bytes and their definition, which it keeps alive. Made by
-/// SignalAdapter; a default-made group is not valid and has no signals. A plain value; one thread at a time.
+/// The signals of one topic: the packed bytes and their definition, which the group keeps alive.
+/// SignalAdapter makes groups; a default-constructed one is not valid and has no signals. A plain value; one
+/// thread at a time.
 class SignalGroup {
  public:
   SignalGroup() = default;
 
   [[nodiscard]] bool is_valid() const { return m_definition != nullptr; }
-  /// Of a valid group.
+  /// Only for a valid group.
   [[nodiscard]] const std::string& topic() const { return *m_topic; }
   [[nodiscard]] const GroupDefinition& definition() const { return *m_definition; }
-  /// The packed bytes; in a new group every bit is set.
+  /// Returns the packed bytes; in a new group every bit is set.
   [[nodiscard]] std::span<const uint8_t> bytes() const { return {m_bytes.data(), m_length}; }
 
-  /// Nothing when the group has no such signal.
+  /// Returns nothing if the group has no such signal.
   [[nodiscard]] std::optional<Signal> signal(std::string_view name) const&;
   [[nodiscard]] std::optional<Signal> signal(std::string_view name) const&& = delete;
-  /// All of them, in the database's order.
+  /// Returns all signals in the database's order.
   [[nodiscard]] std::vector<Signal> signals() const&;
   [[nodiscard]] std::vector<Signal> signals() const&& = delete;
 
-  /// The physical value, rounded to the nearest raw value. False when there is no such signal, when the value
-  /// is NaN or when the raw value lies outside the valid ones: the signal is then not available (every bit
-  /// set).
+  /// Sets the physical value, rounded to the nearest raw value. Returns false if there is no such signal or
+  /// it is a raw system signal. Also returns false if the value is NaN or its raw value is not a valid one;
+  /// the signal is then not available (every bit set).
   [[nodiscard]] bool set_signal_scaled_value(std::string_view name, double value);
-  /// The raw value's bytes, lowest first, whatever they mean. False, and nothing changes, when there is no
-  /// such signal or they do not fit: there must be (width + 7) / 8 of them, without a bit beyond the width
-  /// unless all bytes are FF. A raw system signal takes 1 to 64.
+  /// Sets the raw value's bytes, lowest first, whatever they mean. Returns false and changes nothing if there
+  /// is no such signal or they do not fit: there must be (width + 7) / 8 of them, with no bit set beyond the
+  /// width unless all bytes are FF. A raw system signal takes 1 to 64 bytes.
   [[nodiscard]] bool set_signal_data(std::string_view name, std::span<const uint8_t> data);
   [[nodiscard]] bool set_signal_data(std::string_view name, std::initializer_list<uint8_t> data) {
     return set_signal_data(name, std::span(data.begin(), data.size()));
@@ -90,41 +90,37 @@ class SignalGroup {
   std::array<uint8_t, GroupDefinition::MAX_LENGTH> m_bytes{};
 };
 
-/// What unpack() gives.
 struct UnpackResult {
   bool success = false;
   SignalGroup group;
   std::string error;  ///< why it failed
 };
 
-/// Knows the groups of all topics: those of the signal database, and beside them
-/// "rt/system/gnss_timestamp_ns" with the one 64-bit signal "timestamp_ns" and any other "rt/system/NAME",
-/// one raw signal NAME of 1 to 64 bytes. Any thread.
+/// Knows the groups of all topics: those of the signal database, "rt/system/gnss_timestamp_ns" with the one
+/// 64-bit signal "timestamp_ns", and any other "rt/system/NAME" with one raw signal NAME of 1 to 64 bytes.
+/// Any thread may use it.
 class SignalAdapter {
  public:
   /// Starts with the built-in database.
   SignalAdapter();
-  /// Starts with another database, which is not null.
+  /// Starts with another database, which must not be null.
   explicit SignalAdapter(std::shared_ptr<const SignalDatabase> database) : m_database(std::move(database)) {}
   [[nodiscard]] static SignalAdapter& instance();
 
-  /// Takes the groups from a DBC file instead. False, after one ERROR record with file, line and reason, when
-  /// it cannot be read or understood: the built-in database is then used. Groups made before keep the
-  /// definition that they have.
+  /// Takes the groups from a DBC file instead. If the file cannot be read or understood, logs one ERROR with
+  /// file, line and reason, uses the built-in database and returns false. Older groups keep their definition.
   bool load_database(const std::string& path);
-  /// The database in use.
   [[nodiscard]] std::shared_ptr<const SignalDatabase> database() const;
 
-  /// A new group for the topic, every bit set; not valid when the topic has none.
+  /// Returns a new group for the topic, every bit set; it is not valid if the topic has none.
   [[nodiscard]] SignalGroup create_sg(const std::string& topic) const;
-  /// The enveloped group; nothing when it cannot be packed.
+  /// Returns the enveloped group, or nothing if it cannot be packed.
   [[nodiscard]] std::optional<com::Message> pack(const SignalGroup& group) const;
-  /// The same into a message whose memory is used again; false, and an empty message, when it cannot be
-  /// packed.
+  /// Does the same into a message whose memory is reused. On failure empties it and returns false.
   [[nodiscard]] bool pack(const SignalGroup& group, com::Message& out) const;
-  /// The group of a message of the topic. Fails for a topic without a group, a broken envelope, a payload
-  /// shorter than the group, and for a raw system signal of more than 64 bytes. What a longer payload has
-  /// behind the group is not looked at.
+  /// Returns the group of a message of the topic. Fails for a topic without a group, a broken envelope, a
+  /// payload shorter than the group, and a raw system signal of more than 64 bytes. Bytes of the payload
+  /// after the group are ignored.
   [[nodiscard]] UnpackResult unpack(const std::string& topic, const com::Message& message) const;
 
  private:

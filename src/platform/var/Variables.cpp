@@ -14,7 +14,6 @@ namespace {
 
 constexpr auto LOG = logging::module("koru.var");
 
-/// Keeps the first message.
 class FirstMessage final : public com::ISubscriptionObserver {
  public:
   void message(const std::string& /*topic*/, const com::Message& message) override {
@@ -35,7 +34,8 @@ class FirstMessage final : public com::ISubscriptionObserver {
   std::optional<com::Message> m_message;
 };
 
-/// The body of the topic's retained message; nothing, logged, when it does not come or cannot be decoded.
+/// Returns the body of the topic's retained message. Returns nothing, after a record, if it does not come or
+/// cannot be decoded.
 template <typename Body>
 std::optional<Body> read_retained(com::ITransportClient& transport, const std::string& topic) {
   const auto first = std::make_shared<FirstMessage>();

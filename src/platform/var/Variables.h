@@ -12,23 +12,23 @@
 /// The unit's ECU variables and system parameters, read from their retained messages.
 namespace ecu::koru::var {
 
-/// Not to be used by an observer: its wait would hold the delivery thread that brings the message.
+/// An observer must not use it: the wait would hold the delivery thread that brings the message.
 class IVarClient {
  public:
   virtual ~IVarClient() = default;
-  /// The variable's text from "system/var/NAME" (enveloped pb::RtSignal). Empty when it is absent, empty or
-  /// undecodable; waits for at most ITransportClient::read_timeout().
+  /// Returns the variable's text from "system/var/NAME" (enveloped pb::RtSignal), or an empty text if it is
+  /// absent or cannot be decoded. Waits at most ITransportClient::read_timeout().
   [[nodiscard]] virtual std::string get(const std::string& name) = 0;
 };
 
 using SystemParameterMap = std::map<uint32_t, pb::SystemParameterEntry>;
 
-/// Fetches the parameters at its first use and keeps them, which may be many: a short-lived object of one
-/// thread.
+/// Fetches the parameters at its first use and keeps them. They may be many, so this is a short-lived object
+/// of one thread.
 class ISysparamsClient {
  public:
   virtual ~ISysparamsClient() = default;
-  /// One parameter of "system/sysparams"; nothing when it is absent.
+  /// Returns one parameter of "system/sysparams", or nothing if it is absent.
   [[nodiscard]] virtual std::optional<pb::SystemParameterEntry> get(uint32_t id) = 0;
   /// Returns all parameters, or an empty map if the message is absent or cannot be decoded. Waits as
   /// IVarClient::get() does.
