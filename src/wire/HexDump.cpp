@@ -4,7 +4,7 @@ namespace ecu::koru::gpspub {
 
 namespace {
 
-/// Value of a hex digit of either case, -1 for anything else.
+/// Returns the value of a hex digit of either case, or -1 for anything else.
 constexpr int hexValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;

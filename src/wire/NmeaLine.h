@@ -1,13 +1,13 @@
 #pragma once
 
-/// What an NMEA 0183 line is: "$" + body + "*" + two upper-case hex digits + CR LF. The digits are the XOR of
+/// An NMEA 0183 line is "$" + body + "*" + two upper-case hex digits + CR LF. The digits are the XOR of
 /// everything between "$" and "*".
 namespace ecu::koru::gpspub::GnssUtils {
 
-/// `len` counts the whole line with its CR LF. `hi` and `lo` become the two hex digits.
+/// Stores the checksum's two hex digits in `hi` and `lo`. `len` counts the whole line with its CR LF.
 void calcNmeaChecksum(const unsigned char* buf, unsigned len, unsigned char* hi, unsigned char* lo);
 [[nodiscard]] bool isNmeaChecksumCorrect(const unsigned char* buf, unsigned len);
-/// Returns true for a line of at least 8 bytes with the right checksum. Its last two bytes may be any.
+/// Returns true for a line of at least 8 bytes with the right checksum. Its last two bytes do not matter.
 [[nodiscard]] bool isValidNmeaMessage(const unsigned char* buf, unsigned len);
 
 /// Returns the index of the first of the two bytes in [0, len), or -1 if there is none.

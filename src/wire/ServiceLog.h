@@ -9,7 +9,7 @@ namespace ecu::koru::gpspub {
 /// The service's own log records.
 inline constexpr logging::Module LOG = logging::module("koru.gpspub");
 
-/// The areas of detailed logging, one bit each of the diagnostic flag word.
+/// The areas of detailed logging, each one bit of the diagnostic flag word.
 namespace logflag {
 inline constexpr unsigned PUBLICATION = 0x1;
 inline constexpr unsigned NMEA_VALIDATION = 0x2;
@@ -50,7 +50,7 @@ inline void setLogFlags(unsigned flags) {
 [[nodiscard]] inline bool logIt(unsigned flag) {
   return (m_log_flags.load(std::memory_order_relaxed) & flag) != 0;
 }
-/// Returns true if logIt() does and the level admits debug records. Texts behind it cost nothing otherwise.
+/// Returns true if logIt() does and the level admits debug records. Guard costly texts with it.
 [[nodiscard]] inline bool debugIt(unsigned flag) {
   return logIt(flag) && logging::enabled(logging::Level::DEBUG);
 }

@@ -5,7 +5,7 @@
 /// Stopwatches 0 to 7, monotonic. Service thread only.
 namespace ecu::koru::gpspub::GnssUtils {
 
-/// Starts all of them.
+/// Starts all stopwatches.
 void initDuration();
 void setDurationStart(unsigned idx);
 /// Returns the microseconds since the stopwatch was started, or 0 for an index above 7.

@@ -43,8 +43,8 @@ inline constexpr size_t OVERHEAD_LEN = 8;  // header and checksum
 inline constexpr size_t LENGTH_OFFSET = 4;
 inline constexpr size_t CHECKSUM_LEN = 2;
 
-// Little-endian numbers at an offset of a payload; 0 beyond its end, so that a length that was not checked
-// cannot reach foreign memory.
+// These return a little-endian number at an offset of a payload. Bytes beyond its end read as 0, so that a
+// length that was not checked cannot reach foreign memory.
 [[nodiscard]] constexpr uint8_t u8(std::span<const uint8_t> payload, size_t at) {
   return at < payload.size() ? payload[at] : uint8_t{0};
 }
@@ -58,8 +58,7 @@ inline constexpr size_t CHECKSUM_LEN = 2;
 /// The two checksum bytes of a frame, in their order.
 using Checksum = std::array<uint8_t, 2>;
 
-/// A frame with the checksum that it is given; GnssUtils::fixUbloxChecksum() writes the right one just before
-/// sending.
+/// Returns a frame with the given checksum. GnssUtils::fixUbloxChecksum() corrects it before sending.
 [[nodiscard]] std::string frame(uint8_t cls, uint8_t id, std::span<const uint8_t> payload,
                                 const Checksum& stored);
 
@@ -91,7 +90,7 @@ namespace GnssUtils {
 
 void calcUbloxChecksum(const unsigned char* buf, unsigned len, unsigned char* a, unsigned char* b);
 [[nodiscard]] bool isUbloxChecksumCorrect(const unsigned char* buf, unsigned len);
-/// Writes the right checksum into the last two bytes. Returns false, unchanged, below 8 bytes.
+/// Writes the right checksum into the last two bytes. Returns false and changes nothing below 8 bytes.
 [[nodiscard]] bool fixUbloxChecksum(std::string& msg);
 
 }  // namespace GnssUtils
