@@ -17,21 +17,21 @@ constexpr int64_t EXTRA_DATA_US = 950'000;
 constexpr int64_t FRAME_GAP_US = 950'000;  // for a fix that does not begin a new second
 constexpr int64_t SILENCE_TIMEOUT_US = 1'000'000;
 constexpr int64_t EPOCH_TIMEOUT_US = 1'300'000;
-constexpr int64_t BURST_US = 300'000;  // an epoch that has just begun is not torn
+constexpr int64_t BURST_US = 300'000;  // an epoch that has just begun is not cut short
 constexpr size_t MIN_OVERDUE_SENTENCES = 3;
 constexpr size_t MIN_COMPLETE_SENTENCES = 4;
 constexpr size_t MAX_SENTENCES = 100;
 constexpr int64_t BITS_PER_BYTE_MS = 10'000;  // 10 bits a byte, times 1000 ms a second
 constexpr int64_t NS_PER_MS = 1'000'000;
 
-/// A number of its own for each UTC second of a record's time; -1 without a date. A leap second has the time
-/// stamp of the second behind it.
+/// Returns a different number for each UTC second, or -1 without a date. A leap second has the time stamp of
+/// the second after it, hence the factor 2.
 int64_t utcSecond(const std::tm& utc) {
   if (utc.tm_mday == 0) return -1;
   return 2 * secondsSinceEpoch(utc) + (utc.tm_sec >= 60 ? 1 : 0);
 }
 
-/// The three characters behind the talker: "RMC".
+/// Returns the three characters after the talker, such as "RMC".
 std::string_view sentenceType(std::string_view sentence) {
   return sentence.size() >= 6 ? sentence.substr(3, 3) : std::string_view();
 }
@@ -96,7 +96,7 @@ void EpochAssembly::processNewNmeaString(unsigned baud) {
   m_last_nmea_time = m_data_time_us;
   try {
     parseNmeaString();
-  } catch (const std::logic_error& error) {  // the satellites field is no number
+  } catch (const std::logic_error& error) {  // the satellites field is not a number
     LOG.warning("sentence dropped, ", error.what(), ": ", logging::escaped(m_nmea_string));
     m_nmea_string.clear();
     return;
@@ -113,7 +113,7 @@ void EpochAssembly::processNewNmeaString(unsigned baud) {
   }
 }
 
-/// The RMC at hand belongs to a new epoch although the previous one never got its GST.
+/// Publishes the previous epoch if it never got its GST although this RMC begins a new one.
 void EpochAssembly::publishOverdueEpoch() {
   const int64_t frame_sent_diff = m_data_time_us - m_frame_sent_time_stamp;
   if (m_frame_start_time == 0 || frame_sent_diff <= EXTRA_DATA_US ||

@@ -10,53 +10,50 @@
 
 namespace ecu::koru::gpspub {
 
-/// What the epoch assembly asks of the service.
+/// The operations that the epoch assembly needs from the service.
 class IEpochOwner {
  public:
   virtual ~IEpochOwner() = default;
-  /// The epoch is over: publish its record and sentences, then EpochAssembly::rotate().
+  /// Called when the epoch is over. Publishes its record and sentences, then calls EpochAssembly::rotate().
   virtual void publishGnssData() = 0;
-  /// The record holds a UTC time: set the system clock if that is still to be done.
+  /// Called when the record holds a UTC time. Sets the system clock if that is still to be done.
   virtual void checkSetSystemTime() = 0;
 };
 
 /// Collects the sentences of one navigation epoch into one fix, decides when the epoch is complete, and knows
 /// when the run loop must close a frame whose last sentence never came.
 ///
-/// Owned by the service, service thread only. Times ending in _us are those of stopwatch 0; it reads no clock
-/// itself.
+/// Owned by the service; service thread only. Times ending in _us come from stopwatch 0; it reads no clock.
 class EpochAssembly {
  public:
   explicit EpochAssembly(IEpochOwner& owner);
 
-  /// When the data that is processed next was read.
+  /// Sets when the data processed next was read: on stopwatch 0 and in nanoseconds since boot.
   void setDataTime(int64_t data_time_us, int64_t data_time_ns);
 
-  /// Checks one framed line (with NUL in the place of its LF) and takes it over. False: rejected.
+  /// Checks one framed line (NUL in place of its LF) and takes it over. Returns false if it is rejected.
   [[nodiscard]] bool validateNmeaMessage(std::span<const unsigned char> line);
-  /// Parses the line taken over and publishes the epoch when it is complete. `baud` is the line's speed in
-  /// bit/s.
+  /// Parses the line taken over and publishes the epoch if it is complete. `baud` is the port's speed, bit/s.
   void processNewNmeaString(unsigned baud);
 
-  /// True when the frame must be closed now: a published second was not sent yet, a second passed without any
-  /// sentence, or 1.3 s with an incomplete epoch.
+  /// Returns true if the frame must be closed now: a published second was not sent yet, or the last frame
+  /// left more than 1 s ago (1.3 s while an epoch is in progress).
   [[nodiscard]] bool isTimeoutToSendFrame(int64_t now_us) const;
-  /// True when a frame leaves now. A published fix of a new UTC second does; one whose second has left
-  /// already, or that has no date, does so only when more than 0.95 s have passed since the last frame.
-  /// Without a published fix it is isTimeoutToSendFrame() with patience. The silence after a complete epoch
-  /// counts from 1.3 s after its publication, whether or not its fix left, because the next burst may be
-  /// late. An epoch in progress is given 0.3 s from its first sentence, and 1.3 s while more was received
-  /// than has been processed (`more_received`): a service that got no processor time must not tear it.
+  /// Returns true if a frame leaves now. A published fix of a new UTC second leaves at once. One whose second
+  /// has left already, or that has no date, leaves only if the last frame left more than 0.95 s ago. Without
+  /// a published fix isTimeoutToSendFrame() decides, but it is not asked within 1.3 s after a complete epoch
+  /// was published, whether or not its fix left, because the next burst may be late. Nor is it asked within
+  /// 0.3 s of the first sentence of an epoch in progress. This becomes 1.3 s while received data waits to be
+  /// processed (`more_received`), so that a service that got no processor time does not cut the epoch short.
   [[nodiscard]] bool isFrameDue(int64_t now_us, bool more_received) const;
-  /// The frame counts as sent now; `utc` is the time of the record that was sent.
+  /// Notes that a frame was sent now; `utc` is the time of its record.
   void frameSent(int64_t now_us, const std::tm& utc);
-  /// The published fix does not leave, now or later.
+  /// Makes sure that the published fix never leaves.
   void holdBack() { m_frame_published = false; }
 
-  /// Ends the epoch: the record moves to the published one, the sentences are dropped, the live record starts
-  /// anew.
+  /// Ends the epoch: copies the live record to the published one, drops the sentences, clears the live one.
   void rotate(uint8_t receiver_flag);
-  /// Forgets everything that was collected and published, so that nothing old is ever a new fix.
+  /// Forgets everything that was collected and published, so that old data never becomes a new fix.
   void reset(int64_t now_us);
 
   [[nodiscard]] GnssInfo& info() { return m_gnss_info; }
@@ -79,7 +76,7 @@ class EpochAssembly {
   GnssInfo m_gnss_info_sent;  // copy taken at publication
 
   std::vector<std::string> m_nmea_list;
-  std::vector<std::string> m_spare_strings;  // memory of earlier sentences, used again
+  std::vector<std::string> m_spare_strings;  // kept to reuse their memory
   std::string m_nmea_string;                 // with its CR LF
 
   bool m_GST_received = false;
@@ -95,7 +92,7 @@ class EpochAssembly {
   bool m_frame_published = false;
   uint8_t m_frame_second = 0xFF;
   int64_t m_sent_utc_second = -1;        // of the dated frame that left last
-  int64_t m_complete_published_us = -1;  // when the last publication was a complete epoch; -1: it was not
+  int64_t m_complete_published_us = -1;  // time of the last publication, -1 unless its epoch was complete
 };
 
 }  // namespace ecu::koru::gpspub

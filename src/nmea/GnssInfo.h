@@ -5,8 +5,8 @@
 
 namespace ecu::koru::gpspub {
 
-/// One fix of a navigation epoch. Every field holds a value of a sentence of that epoch or its invalid
-/// marker: NaN for reals, -1 for counts and codes. A plain value; one thread at a time.
+/// One fix of a navigation epoch. Every field holds a value from a sentence of that epoch or its invalid
+/// marker: NaN for reals, -1 for counts and codes unless stated. A plain value; one thread at a time.
 class GnssInfo {
  public:
   GnssInfo();
@@ -18,26 +18,27 @@ class GnssInfo {
   /// outlive an epoch.
   void clear();
 
-  /// 3: valid and dated; 2: valid without a date, or a warning ('V'); 1: no status was seen.
+  /// Returns 3 if valid and dated, 2 if valid without a date or a warning ('V'), 1 if no status was seen.
   [[nodiscard]] int32_t getStatus() const;
 
-  /// Decimal degrees, north and east positive; NaN when not available.
+  /// Decimal degrees, north and east positive; NaN if not available.
   [[nodiscard]] double getLatitudeDecDeg() const;
   [[nodiscard]] double getLongitudeDecDeg() const;
   void setLatitudeDegDec(double degrees);
   void setLongitudeDegDec(double degrees);
 
-  /// The compact code of the buses: 0 no fix, 1 2D, 2 3D; -1 not available.
+  /// Returns the compact code of the buses: 0 no fix, 1 2D, 2 3D; -1 not available.
   [[nodiscard]] int32_t getNavModeGnss() const;
   /// Takes the compact code and sets the status to match it ('V' without a fix).
   void setNavModeGnss(int32_t mode);
 
-  /// The compact code of the buses: 0 none, 1 GNSS, 2 differential, 3 dead reckoning; -1 not available.
+  /// Returns the compact code of the buses: 0 none, 1 GNSS, 2 differential, 3 dead reckoning;
+  /// -1 not available.
   [[nodiscard]] int32_t getQualityIndicatorGnss() const;
   void setQualityIndicatorGnss(int32_t quality);
 
-  /// UTC, microseconds since 1970-01-01; -1 without a date. The first result is kept until clear() or
-  /// setUtcTime().
+  /// Returns UTC in microseconds since 1970-01-01, or -1 without a date. Keeps the first result until
+  /// clear() or setUtcTime().
   [[nodiscard]] int64_t getUtcTimeUs();
   void setUtcTime(int64_t us) { m_utc_time_us = us; }
 
@@ -61,12 +62,12 @@ class GnssInfo {
   double m_pdop;
   double m_spare_2;
   double m_spare_3;
-  std::tm m_utc_tm;               // UTC; present when the day of month is not 0
+  std::tm m_utc_tm;               // UTC; present if the day of month is not 0
   int32_t m_local_hour_offset;    // 255: not available
   int32_t m_local_minute_offset;  // 255: not available
-  uint8_t m_summer_time;          // 0 or 1, 3: not available
-  int64_t m_utc_fraction_us;      // of the RMC time; -1 when that was malformed
-  uint8_t m_receiver_flag;  // 0: the receiver is not known to be configured, the fix is not to be trusted
+  uint8_t m_summer_time;          // 0 or 1; 3: not available
+  int64_t m_utc_fraction_us;      // of the RMC time; -1 if that was malformed
+  uint8_t m_receiver_flag;        // 0: the receiver may not be configured, so do not trust the fix
 };
 
 /// The bit of m_utc_valid_flags that says that UTC itself is valid.

@@ -14,8 +14,8 @@ namespace ecu::koru::gpspub {
 
 namespace {
 
-// Below 2^53 and with a power of ten up to 10^22 both operands of one division are exact, so its result is
-// the correctly rounded value: the same that strtod gives.
+// A number below 2^53 and a power of ten up to 10^22 are exact doubles, so one division of them gives the
+// correctly rounded value, just as strtod does.
 constexpr unsigned MAX_EXACT_DIGITS = 15;
 constexpr std::array<double, MAX_EXACT_DIGITS + 1> POWER_OF_TEN{1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                                                 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};

@@ -7,15 +7,14 @@
 namespace ecu::koru::gpspub {
 
 /// The fields of one sentence, found in a single pass. Field k is the text between the k-th and the next
-/// comma; the last one ends at '*'. The sentence must outlive it.
+/// comma; the last one ends at '*'. The sentence must outlive this object.
 class NmeaFields {
  public:
-  /// Looks for `max_commas` (at most 18) and no further.
+  /// Finds the first `max_commas` commas, at most 18.
   NmeaFields(std::string_view sentence, unsigned max_commas);
 
-  /// Commas found.
   [[nodiscard]] unsigned commas() const { return m_commas; }
-  /// Empty when there is no such field. k from 1.
+  /// Returns field k, counted from 1; empty if there is no such field.
   [[nodiscard]] std::string_view field(unsigned k) const;
 
  private:
@@ -24,17 +23,17 @@ class NmeaFields {
   std::array<uint32_t, 18> m_at;  // positions of the commas
 };
 
-/// strtod in the C locale: blanks, sign, exponent, hexadecimal, "inf" and "nan" as it reads them, 0 when the
-/// text does not start with a number. The plain decimals that receivers send take a short, equally exact way.
+/// Reads a number as strtod does in the C locale: with blanks, sign, exponent, hexadecimal, "inf" and "nan",
+/// and 0 if the text does not start with a number. The plain decimals that receivers send take a shorter and
+/// equally exact way.
 [[nodiscard]] double nmeaNumber(std::string_view text);
 
-/// An unsigned decimal number at the start of the text. Throws std::invalid_argument when there is none and
-/// std::out_of_range when an int32_t cannot hold it.
+/// Returns the decimal number at the start of the text. Throws std::invalid_argument if there is none and
+/// std::out_of_range if it is negative or above the range of int32_t.
 [[nodiscard]] int32_t nmeaCount(std::string_view text);
 
-/// True when every character is a digit.
 [[nodiscard]] bool isDigits(std::string_view text);
-/// True when the text is not empty and every character is a digit or a point.
+/// Returns true if the text is not empty and every character is a digit or a point.
 [[nodiscard]] bool isNumeric(std::string_view text);
 
 }  // namespace ecu::koru::gpspub

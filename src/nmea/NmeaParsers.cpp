@@ -18,12 +18,12 @@ constexpr size_t TIME_LEN = 6;           // hhmmss
 constexpr size_t TIME_FRACTION_LEN = 9;  // hhmmss.ss
 constexpr size_t DATE_LEN = 6;           // ddmmyy
 
-// Commas that end the last field each sentence is asked for.
+// The comma that ends the last field read from each sentence.
 constexpr unsigned RMC_COMMAS = 10;
 constexpr unsigned GGA_COMMAS = 10;
 constexpr unsigned GSA_COMMAS = 18;
 constexpr unsigned GST_COMMAS = 8;
-// Below these a sentence is ignored.
+// A sentence with fewer commas is ignored.
 constexpr unsigned RMC_MIN_COMMAS = 9;
 constexpr unsigned GGA_MIN_COMMAS = 9;
 constexpr unsigned GST_MIN_COMMAS = 7;
@@ -36,8 +36,7 @@ void takeNumeric(std::string_view field, double& value) {
   if (isNumeric(field)) value = nmeaNumber(field);
 }
 
-/// One angle and its hemisphere; `negative` is 'S' or 'W'. The sign is that of the hemisphere, whatever sign
-/// the value had.
+/// Takes one angle and its hemisphere; `negative` ('S' or 'W') makes it negative, whatever sign it had.
 void takeAngle(std::string_view angle, std::string_view hemisphere, char negative, double& value) {
   takeNumeric(angle, value);
   if (hemisphere.size() == 1 && hemisphere[0] == negative && !std::isnan(value)) value = -std::fabs(value);
@@ -86,7 +85,7 @@ void parseRMCString(const std::string& sentence, GnssInfo& info) {
 void parseGGAString(const std::string& sentence, GnssInfo& info) {
   const NmeaFields fields(sentence, GGA_COMMAS);
   if (fields.commas() < GGA_MIN_COMMAS) return;
-  // First, because it may throw: a sentence is taken as a whole or not at all.
+  // This comes first because it may throw: a sentence is taken as a whole or not at all.
   if (const auto satellites = fields.field(7); !satellites.empty())
     info.m_num_satellites = nmeaCount(satellites);
   takeNumber(fields.field(1), info.m_gga_time);

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::array<uint8_t, 8> ALL_ONES{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
 
-/// "0xFF", a byte more for each byte of the signal.
+/// Returns "0xFF" for one byte, "0xFFFF" for two, and so on up to eight.
 std::string_view pattern(size_t bytes) {
   return std::string_view("0xFFFFFFFFFFFFFFFF").substr(0, 2 + 2 * bytes);
 }
@@ -32,8 +32,8 @@ void setNotAvailable(rt::SignalGroup& group, const char* signal) {
   }
 }
 
-/// A value that the signal cannot hold (a dilution of 30 in a street canyon) often stays so for minutes: only
-/// the first is a warning.
+/// A value that the signal cannot hold (a dilution of 30 in a street canyon) often stays so for minutes, so
+/// only the first is a warning.
 static void logRefused(const SignalRow& row, const std::string& topic, bool refused) {
   static std::set<const SignalRow*> told;
   if (!refused) {

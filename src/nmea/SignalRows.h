@@ -9,7 +9,7 @@
 
 namespace ecu::koru::gpspub {
 
-/// What goes into one signal of a group.
+/// The source of one signal's value.
 struct SignalRow {
   const char* signal;
   const char* label;                 ///< for the debug record: where the value comes from
@@ -18,14 +18,14 @@ struct SignalRow {
 
 inline constexpr double SIGNAL_NOT_AVAILABLE = std::numeric_limits<double>::quiet_NaN();
 
-/// Fills the signals in the order of the rows, with all ones where there is no value. A signal that does not
-/// take its value is logged; the others are still set. Service thread only.
+/// Fills the signals in the order of the rows; a signal without a value gets all ones. Logs a signal that
+/// cannot hold its value and still sets the others. Service thread only.
 void fillSignals(rt::SignalGroup& group, std::span<const SignalRow> rows, const GnssInfo& info);
 
-/// Every bit of the signal.
+/// Sets every bit of the signal.
 void setNotAvailable(rt::SignalGroup& group, const char* signal);
 
-/// Packs the group into `out`. False, logged, when that fails.
+/// Packs the group into `out`. On failure logs it and returns false.
 [[nodiscard]] bool packGroup(const rt::SignalGroup& group, const std::string& topic, com::Message& out);
 
 }  // namespace ecu::koru::gpspub

@@ -11,8 +11,8 @@ constexpr int DAYS_PER_WEEK = 7;
 constexpr int64_t EPOCH_WEEK_DAY = 4;  // 1970-01-01 was a Thursday
 constexpr int EPOCH_YEAR = 70;         // as tm_year counts
 
-/// Days from 1970-01-01 to a day of the proleptic Gregorian calendar; month 1 to 12, any day. The year is
-/// counted from March, so that the leap day is its last.
+/// Returns the days from 1970-01-01 to a day of the proleptic Gregorian calendar; month 1 to 12, any day. The
+/// year is counted from March, so that the leap day is its last.
 constexpr int64_t daysSinceEpoch(int64_t year, int64_t month, int64_t day) {
   year -= month <= 2 ? 1 : 0;
   const int64_t era = (year >= 0 ? year : year - 399) / 400;
@@ -24,7 +24,7 @@ constexpr int64_t daysSinceEpoch(int64_t year, int64_t month, int64_t day) {
 }
 static_assert(daysSinceEpoch(1970, 1, 1) == 0 && daysSinceEpoch(2000, 3, 1) == 11017);
 
-/// Two digits, or -1.
+/// Returns the value of two digits, or -1 if they are not digits.
 constexpr int twoDigits(std::string_view text, size_t at) {
   const int tens = text[at] - '0';
   const int units = text[at + 1] - '0';
@@ -35,7 +35,7 @@ constexpr bool within(int value, int min, int max) {
   return value >= min && value <= max;
 }
 
-/// The usual case, six digits each, without a copy.
+/// Parses the usual case, six digits each, without a copy.
 bool parseSixDigits(std::string_view date, std::string_view time, std::tm& out) {
   std::tm utc{};
   utc.tm_mday = twoDigits(date, 0);
@@ -59,7 +59,7 @@ bool parseSixDigits(std::string_view date, std::string_view time, std::tm& out) 
 }  // namespace
 
 bool isCalendarTime(const std::tm& time) {
-  // Second 60 is a leap second, 61 is what strptime lets through beside it.
+  // Second 60 is a leap second; 61 is accepted because strptime accepts it.
   return within(time.tm_mday, 1, 31) && within(time.tm_mon, 0, 11) && within(time.tm_hour, 0, 23) &&
          within(time.tm_min, 0, 59) && within(time.tm_sec, 0, 61);
 }
