@@ -1,4 +1,4 @@
-# The warnings and sanitizers of all our own code; generated code is compiled without them.
+# The warnings for all our own code; generated code is compiled without them.
 add_library(satnavd_options INTERFACE)
 target_compile_options(satnavd_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
@@ -8,14 +8,14 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LES
   target_compile_options(satnavd_options INTERFACE -Wno-restrict)
 endif()
 
-# What is linked into a program in bin/ is optimized as a whole there. The tests take the same objects as they were
-# compiled: for each of them that would be most of the build.
+# Programs in bin/ are optimized as a whole when they are linked. The tests link the same objects without that, because
+# for each of them it would take most of the build.
 if(CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   add_compile_options(-ffat-lto-objects)
 endif()
 
-# What makes a memory fault end the process instead of taking it over; scripts/check-package looks for it in the programs.
-# The sanitizers have their own.
+# These make a memory fault end the process instead of taking it over; scripts/check-package looks for them in the
+# programs. The sanitizers have their own.
 if(NOT SATNAVD_SANITIZE)
   include(CheckCXXCompilerFlag)
   foreach(flag stack-protector-strong stack-clash-protection cf-protection)

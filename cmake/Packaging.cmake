@@ -1,5 +1,5 @@
-# What is installed where, and the Debian packages that cpack makes of it: `satnavd` for the unit, `satnavd-sim` with the
-# simulators for a bench.
+# Defines what is installed where, and the Debian packages that cpack makes of it: `satnavd` for the unit, `satnavd-sim`
+# with the simulators for a bench.
 include(GNUInstallDirs)
 
 set(packaging ${CMAKE_SOURCE_DIR}/packaging)
@@ -7,7 +7,8 @@ set(packaging_made ${CMAKE_BINARY_DIR}/packaging)
 set(SATNAVD_UNIT_DIR /lib/systemd/system CACHE PATH "Where systemd looks for units")
 set(SATNAVD_UDEV_DIR /lib/udev/rules.d CACHE PATH "Where udev looks for rules")
 
-# satnavd_install_gzip(SOURCE DESTINATION NAME COMPONENT): without name and time inside, so that two builds are the same.
+# satnavd_install_gzip(SOURCE DESTINATION NAME COMPONENT): a compressed file without name and time inside, so that two
+# builds are the same.
 function(satnavd_install_gzip source destination name component)
   set(made ${packaging_made}/${component}/${name}.gz)
   add_custom_command(OUTPUT ${made}
@@ -32,7 +33,7 @@ satnavd_install_program(satnav-tap ${CMAKE_INSTALL_BINDIR} 1 satnavd)
 satnavd_install_program(gnss-sim ${CMAKE_INSTALL_BINDIR} 1 sim)
 satnavd_install_program(ecu-sim ${CMAKE_INSTALL_BINDIR} 1 sim)
 
-# Not below the prefix: the service looks here.
+# The service looks here, not below the prefix.
 install(FILES ${packaging}/satnavd.conf DESTINATION /etc/satnavd COMPONENT satnavd)
 satnavd_install_gzip(${packaging}/man/satnavd.conf.5 ${CMAKE_INSTALL_MANDIR}/man5 satnavd.conf.5 satnavd)
 install(FILES ${CMAKE_SOURCE_DIR}/signals/satnavd.dbc DESTINATION ${CMAKE_INSTALL_DATADIR}/satnavd COMPONENT satnavd)
@@ -53,7 +54,7 @@ endforeach()
 get_property(gzipped GLOBAL PROPERTY satnavd_gzipped)
 add_custom_target(satnavd_packaging ALL DEPENDS ${gzipped})
 
-# The architecture's name in Debian, from what the compiler makes.
+# Sets `result` to Debian's name of the architecture that the compiler builds for.
 function(debian_architecture result)
   execute_process(COMMAND ${CMAKE_CXX_COMPILER} -dumpmachine OUTPUT_VARIABLE triplet OUTPUT_STRIP_TRAILING_WHITESPACE)
   if(CMAKE_CXX_COMPILER_TARGET)
@@ -107,8 +108,8 @@ gnss-sim is a satellite receiver behind a pseudo-terminal, with faults on
 request; ecu-sim publishes what the rest of the unit would and joins two
 units as the vehicle's CAN does. For a bench, not for the vehicle.")
 
-# Libraries. dpkg-shlibdeps looks them up in the package database of the build machine, which knows none of the target's;
-# scripts/check-package sees that this list names what it would.
+# The libraries for a cross build: dpkg-shlibdeps looks them up in the package database of the build machine, which
+# knows none of the target's. scripts/check-package checks that this list names the same ones.
 set(libraries "libc6 (>= 2.36), libgcc-s1 (>= 12), libmosquitto1 (>= 2.0.11), libmosquittopp1 (>= 2.0.11), libprotobuf-lite32 (>= 3.21.12), libssl3 (>= 3.0.0), libstdc++6 (>= 12)")
 set(CPACK_DEBIAN_SATNAVD_PACKAGE_DEPENDS "adduser, init-system-helpers (>= 1.54~)")
 if(CMAKE_CROSSCOMPILING)

@@ -1,5 +1,5 @@
-# Writes OUTPUT with the version text "branch - version - commit - commit date - build type". The header changes only
-# when the text does, so that nothing is compiled again for nothing.
+# Writes OUTPUT with the version text "branch - version - commit - commit date - build type". The header changes only if
+# the text does, so that nothing is compiled again needlessly.
 function(git_text result)
   execute_process(COMMAND git -C ${SOURCE_DIR} ${ARGN}
                   OUTPUT_VARIABLE text ERROR_QUIET RESULT_VARIABLE failed OUTPUT_STRIP_TRAILING_WHITESPACE)

@@ -1,5 +1,5 @@
-# Cross-building for the unit: Debian's armhf (ARMv7, hard float, Thumb) with Debian's cross compiler, against the sysroot
-# that scripts/armhf-sysroot makes. What is built runs here through qemu-arm.
+# Cross-building for the unit: Debian's armhf (ARMv7, hard float, Thumb) with Debian's cross compiler, against the
+# sysroot that scripts/armhf-sysroot makes. The programs run here through qemu-arm.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 
@@ -11,8 +11,8 @@ if(NOT EXISTS ${CMAKE_SYSROOT}/usr/include)
 endif()
 
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
-# The baseline that every machine of Debian's armhf has. time_t and off_t have 64 bits: no date ends in 2038. What the
-# libraries of the sysroot were built with does not matter, as no interface of theirs that is used here passes one.
+# The baseline that every machine of Debian's armhf has. time_t and off_t have 64 bits, so dates do not end in 2038. The
+# sysroot's libraries may differ in this, as none of their interfaces used here passes either type.
 set(CMAKE_CXX_FLAGS_INIT "-march=armv7-a+fp -mfloat-abi=hard -mthumb -D_TIME_BITS=64 -D_FILE_OFFSET_BITS=64")
 
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
