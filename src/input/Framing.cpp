@@ -46,7 +46,7 @@ bool SerialInput::parseLine() {
   if (item[0] == '$') {
     if (parseForEndOfLine()) return true;
     if (m_bytes_waiting <= m_max_nmea_len || getBuffer() != item) return false;
-    // Over-long: handed on as one line, which validation rejects and the next read() removes.
+    // An over-long line is handed on as one item: validation rejects it and the next read() removes it.
     m_bytes_read = m_bytes_waiting;
     m_bytes_scanned = 0;
     return true;

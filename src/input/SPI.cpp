@@ -19,12 +19,12 @@ constexpr unsigned char IDLE = 0xFF;
 constexpr int POLL_LEN = 8;
 constexpr int LONGEST_SLICE_US = 10'000;  // with TX-ready control
 constexpr int LONGEST_POLL_SLICE_US = 100'000;
-constexpr int POLL_TRANSFER_US = 8'000;  // left of a slice for the transfer
+constexpr int POLL_TRANSFER_US = 8'000;  // part of a slice kept for the transfer
 constexpr unsigned FAILURES_PER_LOG = 32;
 constexpr int MAX_ONE_LINE_DUMP = 30;
 constexpr int DUMP_LINE = 50;
 constexpr int DUMP_GROUP = 10;
-/// Far more than a receiver keeps while nobody reads.
+/// A receiver keeps far fewer while nobody reads.
 constexpr int MAX_OLD_BLOCKS = 40;
 
 constexpr int64_t NS_PER_US = 1'000;
@@ -33,10 +33,10 @@ constexpr int64_t GONE_NS = 1'000'000'000;
 constexpr int64_t FAILURE_FORGOTTEN_NS = 10'000'000'000;
 /// A receiver at work announces something every second.
 constexpr int64_t LINE_SILENT_NS = 2'000'000'000;
-/// A line that was just exported belongs to root until a rule of udev gives it to the service's group.
+/// A line that was just exported belongs to root until a udev rule gives it to the service's group.
 constexpr int64_t PERMISSION_NS = 500'000'000;
 constexpr int64_t PERMISSION_STEP_NS = 10'000'000;
-/// A bus too slow to read all that the receiver kept must not hold up a stop.
+/// Reading kept bytes over a slow bus must not hold up a stop.
 constexpr int64_t MAX_CATCH_UP_NS = 500'000'000;
 
 // The driver takes the words with their terminating NUL.
@@ -91,7 +91,7 @@ bool SPI::connect() {
 
 void SPI::disconnect() {
   setTxReadyCheck(false);
-  if (m_device_gone) m_drop_device_input = true;  // the receiver went on collecting
+  if (m_device_gone) m_drop_device_input = true;  // the receiver goes on collecting bytes
   if (m_fd_serial == -1) return;
   m_device->close(m_fd_serial);
   m_fd_serial = -1;
@@ -138,7 +138,7 @@ void SPI::exportGpio(bool tell) {
   m_device->close(fd);
 }
 
-/// Opens one of the line's files; waits for permission only after an export.
+/// Opens one of the line's files. Waits for permission only after an export.
 int SPI::openExported(const std::string& path, int flags) const {
   int fd = m_device->open(path, flags);
   while (fd < 0 && errno == EACCES && nowNs() < m_permission_end_ns) {
@@ -148,7 +148,7 @@ int SPI::openExported(const std::string& path, int flags) const {
   return fd;
 }
 
-/// The record names "in" for the edge too.
+/// The log record says "in" for the edge as well.
 bool SPI::writeSetting(const std::string& path, std::span<const char> value, bool tell) const {
   const int fd = openExported(path, O_RDWR);
   const bool written = fd >= 0 && m_device->write(fd, value.data(), value.size()) >= 0;
@@ -166,7 +166,7 @@ void SPI::closeGpioTxRdy() {
 int SPI::readGpioTxRdyPin() {
   char level = 0;
   if (m_fd_gpio_txrdy < 0) return -1;
-  (void)m_device->rewind(m_fd_gpio_txrdy);  // what cannot be read tells so below
+  (void)m_device->rewind(m_fd_gpio_txrdy);  // a failure shows in the read below
   if (m_device->read(m_fd_gpio_txrdy, &level, 1) != 1) return -1;
   return level == '0' || level == '1' ? level - '0' : -1;
 }
@@ -248,11 +248,11 @@ bool SPI::waitTxReady(int slice_us) {
   return ready;
 }
 
-/// A line that is stuck high must not keep the fixes away: one slice in two seconds is a poll.
+/// Polls in one slice every two seconds, so that a line stuck high does not stop the fixes.
 bool SPI::probeSilentLine() {
   m_line_active_ns = nowNs();
   if (!pollSlave()) return false;
-  if (readGpioTxRdyPin() != 0) loseLine("it announces nothing");  // otherwise it did just now
+  if (readGpioTxRdyPin() != 0) loseLine("it announces nothing");  // at 0 it has just become ready
   return true;
 }
 
@@ -291,7 +291,7 @@ bool SPI::read() {
     LOG.detail(framed ? "SPI parseLine true  m_bytes_waiting " : "SPI parseLine false  m_bytes_waiting ",
                m_bytes_waiting, " SPI_read_time_us ", SPI_read_time_us);
   }
-  // A line that says "ready" for nothing must not make this thread spin.
+  // A line that says "ready" without data must not make this thread spin.
   if (idle && !framed && m_has_gpio_txrdy_control) sleepRestOfSlice(SHORTEST_PAUSE_NS);
   return framed;
 }
@@ -323,7 +323,7 @@ void SPI::logSent(const unsigned char* data, int len, int res) {
   }
 }
 
-/// The framed item stays where it is: its handler is what sends.
+/// Leaves the framed item where it is, because its handler may be the sender.
 void SPI::readAhead() {
   const int64_t end_ns = nowNs() + MAX_CATCH_UP_NS;
   while (freeBytesAtTheEnd() >= m_spi_block && nowNs() < end_ns) {
@@ -338,7 +338,7 @@ int SPI::clockIn(int len) {
   return transfer(len);
 }
 
-/// How many bytes came; 0 or less: it failed.
+/// Returns the number of bytes transferred; 0 or less is a failure.
 int SPI::transfer(int len) {
   m_transfer.len = static_cast<uint32_t>(len);
   const int res = std::min(m_device->transfer(m_fd_serial, m_transfer), len);
@@ -357,7 +357,7 @@ void SPI::noteFailure() {
   if (m_last_failure_ns - m_first_failure_ns >= GONE_NS) m_device_gone = true;
 }
 
-/// Tells it once, however long it lasts, and keeps a failing device from making this thread spin.
+/// Logs a failure once, however long it lasts, and keeps a failing device from making this thread spin.
 void SPI::readFailed(int res) {
   const int error = errno;
   if (!std::exchange(m_failure_told, true)) {

@@ -12,16 +12,16 @@
 
 namespace ecu::koru::gpspub {
 
-/// The receiver on the SPI bus (spidev). The host clocks every byte; the receiver says 0xFF while it has
-/// nothing to say, which framing drops between items.
+/// The receiver on the SPI bus (spidev). The host clocks every byte. The receiver sends 0xFF while it has no
+/// data, and framing drops these bytes between items.
 ///
-/// Without TX-ready control waiting() polls with short transfers. With it, it waits for the line on which the
-/// receiver tells (active low) that it has something: GPIO 124, read through sysfs. Control is off until
-/// setTxReadyCheck() and again after every disconnect(). A line that cannot be read any more, or that says
-/// nothing for two seconds while the receiver has something to say, is lost: that switches it off too.
+/// Without TX-ready control, waiting() polls with short transfers. With it, waiting() waits for the line on
+/// which the receiver announces data (GPIO 124, active low, read through sysfs). Control is off until
+/// setTxReadyCheck() and again after every disconnect(). It also goes off if the line can no longer be read,
+/// or announces nothing for two seconds while the receiver has data.
 ///
-/// A transfer that fails is told once, and the rest of the slice is slept; after a second of nothing but
-/// failures the device counts as gone. Owned by the service, service thread only.
+/// A read failure is logged once, and the thread sleeps for the rest of the slice. After a second of nothing
+/// but failures the device counts as gone. Owned by the service, service thread only.
 class SPI final : public SerialInput {
  public:
   /// The path of a receiver on this bus.
@@ -36,11 +36,11 @@ class SPI final : public SerialInput {
   void disconnect() override;
   [[nodiscard]] bool waiting(int timeout_us) override;
   [[nodiscard]] bool read() override;
-  /// What the receiver has to say is read before: the bytes clocked in with the message are lost.
+  /// Reads the receiver's pending bytes first, because those clocked in with the message are lost.
   int sendBinary(const unsigned char* data, int len) override;
-  /// What receiver control found out: the receiver uses the line and it works.
+  /// Receiver control switches this on if the receiver uses the line and the line works.
   void setTxReadyCheck(bool on) override;
-  /// The line's level; -1 when it cannot be read.
+  /// Returns the line's level, or -1 if it cannot be read.
   [[nodiscard]] int readGpioTxRdyPin() override;
 
  private:
@@ -74,19 +74,19 @@ class SPI final : public SerialInput {
   int m_fd_gpio_txrdy = -1;
   std::vector<unsigned char> m_tx_buffer;
   std::vector<unsigned char> m_rx_buffer;
-  spi_ioc_transfer m_transfer{};          // all but buffers and length: the driver's defaults
-  bool m_ublox_txrdy_configured = false;  // says receiver control
-  bool m_has_gpio_txrdy_control = false;  // waiting uses the line
+  spi_ioc_transfer m_transfer{};          // the driver's defaults but for buffers and length
+  bool m_ublox_txrdy_configured = false;  // as receiver control says
+  bool m_has_gpio_txrdy_control = false;  // waiting() uses the line
   const std::string m_gpio_name = std::to_string(m_gpio_number);
   const std::string m_gpio_direction_path = "/sys/class/gpio/gpio" + m_gpio_name + "/direction";
   const std::string m_gpio_edge_path = "/sys/class/gpio/gpio" + m_gpio_name + "/edge";
   const std::string m_gpio_value_path = "/sys/class/gpio/gpio" + m_gpio_name + "/value";
 
-  bool m_gpio_failure_logged = false;  // the last set-up was in vain
-  int64_t m_permission_end_ns = 0;     // of the wait after an export
-  int64_t m_line_active_ns = 0;        // the line announced something, was probed, or control was switched on
+  bool m_gpio_failure_logged = false;  // the last set-up failed
+  int64_t m_permission_end_ns = 0;     // end of the wait after an export
+  int64_t m_line_active_ns = 0;        // last announcement, probe or switch of control
   int64_t m_slice_end_ns = 0;
-  int64_t m_first_failure_ns = 0;  // of those one after the other; 0: the last transfer worked
+  int64_t m_first_failure_ns = 0;  // start of an unbroken run; 0: the last transfer worked
   int64_t m_last_failure_ns = 0;
   bool m_failure_told = false;
 };

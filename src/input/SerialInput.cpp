@@ -28,10 +28,10 @@ struct Baud {
 constexpr std::array<Baud, 6> BAUD_RATES{
     {{4800, B4800}, {9600, B9600}, {19200, B19200}, {38400, B38400}, {57600, B57600}, {115200, B115200}}};
 
-// The receiver's own defaults first, the rates it is rarely found at last.
+// The receiver's own defaults come first, the rates that it rarely has come last.
 constexpr std::array<speed_t, 5> HUNTING_ORDER{B19200, B9600, B38400, B57600, B115200};
 
-/// 0 for a code that is not among them.
+/// Returns 0 for a code that is not in the table.
 unsigned bitsPerSecond(speed_t code) {
   const auto* const rate = std::find_if(BAUD_RATES.begin(), BAUD_RATES.end(),
                                         [=](const Baud& known) { return known.code == code; });
@@ -155,7 +155,7 @@ bool SerialInput::read() {
   }
   const int count = readDevice();
   if (count == 0) return false;
-  const bool framed = frameNewBytes(m_is_terminal ? 0 : count);  // a terminal has its line's pace
+  const bool framed = frameNewBytes(m_is_terminal ? 0 : count);  // a terminal is paced by its line
   if (GnssUtils::debugIt(logflag::READS_PARSED)) {
     LOG.detail(framed ? "SerialInput parseLine true  m_bytes_waiting "
                       : "SerialInput parseLine false  m_bytes_waiting ",
@@ -212,7 +212,7 @@ void SerialInput::append(std::span<const unsigned char> bytes) {
   m_bytes_discarded += static_cast<long long>(bytes.size() - fitting.size());
 }
 
-/// The free end of the buffer, made as long as it can be.
+/// Makes the free end of the buffer as long as possible and returns it.
 unsigned char* SerialInput::freeTail() {
   if (m_front > 0) {
     std::memmove(m_buffer.get(), getBuffer(), static_cast<size_t>(m_bytes_waiting));
@@ -221,8 +221,8 @@ unsigned char* SerialInput::freeTail() {
   return m_buffer.get() + m_bytes_waiting;
 }
 
-/// Reads just what is there: a read for more would wait for the gap that ends a burst (VTIME). How many bytes
-/// came.
+/// Reads only the bytes that are there: a longer read would wait for the gap that ends a burst (VTIME).
+/// Returns the number of bytes read.
 int SerialInput::readDevice() {
   const int there = m_device->bytesReadable(m_fd_serial);
   const int max = there > 0 ? std::min(there, freeBytes()) : freeBytes();

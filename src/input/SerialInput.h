@@ -15,11 +15,11 @@ namespace ecu::koru::gpspub {
 ///
 /// The byte stream mixes NMEA lines ("$" ... CR LF) and UBX messages (0xB5 0x62 class id length payload
 /// checksum). read() frames one item at a time in place; corrupt bytes are dropped from the front and
-/// counted. In a framed NMEA line the LF is overwritten with NUL. A lone 0xB5 that no 0x62 follows stops
-/// framing until the buffer overflows and is dumped: the receiver never sends one outside a UBX header.
+/// counted. In a framed NMEA line the LF is overwritten with NUL. A 0xB5 that no 0x62 follows stops framing
+/// until the buffer overflows or is cleared; the receiver never sends one outside a UBX header.
 ///
-/// An input on another transport derives from it and keeps buffer, framing and speeds; it opens and closes
-/// its device itself and gives no terminal.
+/// An input on another transport derives from this class to share buffer, framing and speeds. It opens and
+/// closes its own device and passes no terminal.
 class SerialInput : public IGnssInput {
  public:
   static constexpr int INPUT_BUFFER_SIZE = 10240;
@@ -40,7 +40,7 @@ class SerialInput : public IGnssInput {
   bool setBaudRate(unsigned int baud) override;
   [[nodiscard]] bool isConnected() override { return m_fd_serial != -1; }
   void tryNextBaudRate() override;
-  /// 4800 reads back as 9600, as every speed without a place in the hunting order.
+  /// Returns 9600 for 4800, which has no place in the hunting order.
   [[nodiscard]] unsigned int getBaudRate() override;
   [[nodiscard]] int getLinesReceived() override { return m_num_lines; }
   void setLinesReceived(int lines) override { m_num_lines = lines; }
@@ -48,29 +48,27 @@ class SerialInput : public IGnssInput {
   void clearBuffer() override;
   [[nodiscard]] bool isDeviceGone() override { return m_device_gone; }
 
-  /// Bytes dropped since construction: by resynchronisation and with a buffer that overflowed.
+  /// Returns the bytes dropped since construction, by resynchronisation or overflow.
   [[nodiscard]] long long bytesDiscarded() const { return m_bytes_discarded; }
 
  protected:
   static constexpr int MIN_ITEM_LEN = 2;
 
-  /// Removes the framed item from the buffer.
   void removeFramedItem();
-  /// Frames one item, again and again while that drops bytes.
+  /// Tries to frame one item, and tries again as long as that drops bytes.
   [[nodiscard]] bool frameItem();
-  /// frameItem() for bytes that have just come. `unpaced_bytes` of them come from something without a pace of
-  /// its own: when that gives bytes without end and nothing in them, the device counts as gone.
+  /// Calls frameItem() for bytes just read, `unpaced_bytes` of them from a source without a pace of its own.
+  /// After more than 65536 of these without an item the device counts as gone.
   [[nodiscard]] bool frameNewBytes(int unpaced_bytes);
-  /// Drops everything; `text` is the record's beginning.
+  /// Drops all bytes. `text` begins the log record.
   void dumpBuffer(const char* text);
   void emptyBuffer();
-  /// Puts bytes behind those that are held, which move only when there is no other room. What finds no room
-  /// is dropped.
+  /// Appends to the bytes already held, which move only if they must. Bytes that do not fit are dropped.
   void append(std::span<const unsigned char> bytes);
   [[nodiscard]] int freeBytes() const { return m_buffer_size - m_bytes_waiting; }
-  /// Free bytes that need no move.
+  /// Returns how many bytes fit without a move.
   [[nodiscard]] int freeBytesAtTheEnd() const { return freeBytes() - m_front; }
-  /// A device is about to be opened: what is known of the one before does not hold for it.
+  /// Forgets the state of the previous device.
   void beginConnection();
 
   std::string m_gnss_device;
@@ -81,7 +79,7 @@ class SerialInput : public IGnssInput {
   bool m_drop_device_input = false;  // a closed pseudo-terminal or USB adapter goes on receiving
 
  private:
-  // Framing.cpp: true when an item begins at the front and is complete.
+  // Framing.cpp. The parsers return true if a complete item begins at the front.
   [[nodiscard]] bool parseLine();
   [[nodiscard]] bool parseForEndOfLine();
   [[nodiscard]] bool parseUbloxLine();
@@ -96,8 +94,8 @@ class SerialInput : public IGnssInput {
 
   std::unique_ptr<ITerminalDevice> m_device;
   std::unique_ptr<unsigned char[]> m_buffer;
-  int m_front = 0;          // where the held bytes begin; they move down at the next read from the device
-  int m_bytes_scanned = 0;  // of the incomplete line at the front: no LF in these
+  int m_front = 0;          // where the held bytes begin; the next read from the device moves them down
+  int m_bytes_scanned = 0;  // bytes of the incomplete front line without LF
   long long m_bytes_discarded = 0;
   int m_buffer_size = INPUT_BUFFER_SIZE;
   int m_max_nmea_len = 4096;
@@ -107,7 +105,7 @@ class SerialInput : public IGnssInput {
   int m_num_lines = 0;
   bool m_attributes_failure_logged = false;
   bool m_is_terminal = true;
-  int m_unframed_bytes = 0;  // unpaced ones since the last item
+  int m_unframed_bytes = 0;  // unpaced bytes since the last item
 };
 
 }  // namespace ecu::koru::gpspub

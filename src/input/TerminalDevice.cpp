@@ -14,9 +14,9 @@ namespace ecu::koru::gpspub {
 
 namespace {
 
-/// Its other end opens it too, and it would stay exclusive for as long as that has it open.
+/// A pseudo-terminal is never made exclusive: it would stay so while its other end has it open.
 bool is_pseudo_terminal(int fd) {
-  constexpr unsigned FIRST_MAJOR = 136;  // UNIX98_PTY_SLAVE_MAJOR, 8 of them
+  constexpr unsigned FIRST_MAJOR = 136;  // UNIX98_PTY_SLAVE_MAJOR, the first of 8
   struct stat status {};
   const unsigned number = fstat(fd, &status) == 0 ? major(status.st_rdev) : 0;
   return number >= FIRST_MAJOR && number < FIRST_MAJOR + 8;
@@ -33,7 +33,7 @@ int TerminalDevice::open(const std::string& path) {
     return -1;
   }
   if (!is_pseudo_terminal(fd))
-    static_cast<void>(::ioctl(fd, TIOCEXCL));  // the lock is only for who asks for it
+    static_cast<void>(::ioctl(fd, TIOCEXCL));  // flock() binds only those who ask for it
   return fd;
 }
 
@@ -82,7 +82,7 @@ int TerminalDevice::bytesReadable(int fd) {
 }
 
 void TerminalDevice::dropInput(int fd) {
-  static_cast<void>(::ioctl(fd, TCFLSH, TCIFLUSH));  // what is no terminal has no such queue
+  static_cast<void>(::ioctl(fd, TCFLSH, TCIFLUSH));  // only a terminal has this queue
 }
 
 int TerminalDevice::getAttributes(int fd, termios& attributes) {

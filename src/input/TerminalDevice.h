@@ -8,26 +8,26 @@
 
 namespace ecu::koru::gpspub {
 
-/// The seam to the terminal device: one operating-system call an operation, results and errno as the call
-/// leaves them. A test version stands beside the real one in the tests. Service thread only.
+/// The seam to the terminal device. Each operation but open() and close() is one operating-system call with
+/// its result and errno. The tests have their own version. Service thread only.
 class ITerminalDevice {
  public:
   virtual ~ITerminalDevice() = default;
-  /// open(path, O_RDWR), for this process alone: the descriptor or -1; EBUSY when another one has it.
+  /// Opens with O_RDWR for this process alone. Returns the descriptor or -1, EBUSY if another one has it.
   virtual int open(const std::string& path) = 0;
   virtual int close(int fd) = 0;
   virtual ssize_t read(int fd, void* data, size_t max) = 0;
   virtual ssize_t write(int fd, const void* data, size_t len) = 0;
-  /// select() for reading for at most `timeout_us` (below a second): 1 readable, 0 time-out, -1 error.
+  /// Calls select() for up to `timeout_us` (below 1 s). Returns 1 if readable, 0 on time-out, -1 on error.
   virtual int waitReadable(int fd, int timeout_us) = 0;
-  /// select() for writing without waiting; errno is EAGAIN when the line takes nothing now.
+  /// Asks select() without waiting. If the line takes nothing now, errno is EAGAIN.
   virtual bool isWritable(int fd) = 0;
-  /// FIONREAD: how many bytes can be read at once, or -1.
+  /// Returns how many bytes can be read at once (FIONREAD), or -1.
   virtual int bytesReadable(int fd) = 0;
-  /// Drops what the device received and nobody has read (TCIFLUSH).
+  /// Drops received bytes that nobody has read (TCIFLUSH).
   virtual void dropInput(int fd) = 0;
   virtual int getAttributes(int fd, termios& attributes) = 0;
-  /// tcsetattr(TCSANOW)
+  /// Calls tcsetattr() with TCSANOW.
   virtual int setAttributes(int fd, const termios& attributes) = 0;
 };
 
