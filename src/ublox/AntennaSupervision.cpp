@@ -19,13 +19,13 @@ constexpr size_t MON_HW_MIN = 60;
 constexpr size_t A_STATUS = 20;
 constexpr size_t A_POWER = 21;
 
-// The status as it is kept: this unit's antenna circuit shows OK where the receiver says open, and open where
-// it says OK.
+// Antenna status codes. With this unit's antenna circuit the receiver reports OK for an open antenna, and
+// open for one that is OK.
 constexpr unsigned OK = 2;
 constexpr unsigned SHORT = 3;
 constexpr unsigned OPEN = 4;
 
-/// Records on CFG-ANT belong to both areas.
+/// Records on CFG-ANT belong to two log areas.
 bool logAntennaControl() {
   return GnssUtils::debugIt(logflag::COMMANDS | logflag::RADIO_SILENCE);
 }
@@ -52,7 +52,7 @@ std::string_view powerName(unsigned power) {
 const std::vector<uint8_t> TRUE_VALUE{0x01};
 const std::vector<uint8_t> FALSE_VALUE{0x00};
 
-/// A truth signal of the system group that has its name.
+/// A Boolean signal in the system group of the same name.
 struct TruthSignal {
   const std::string& topic;
   const char* signal;

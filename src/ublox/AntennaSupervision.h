@@ -11,29 +11,28 @@
 namespace ecu::koru::gpspub {
 
 /// Switches the antenna's supply, watches its status, applies radio silence, and reports antenna and module
-/// errors on the bus. Service thread, except what is marked.
+/// errors on the bus. Service thread, except where marked.
 class AntennaSupervision {
  public:
   AntennaSupervision(UbloxConfig& config, IReceiverOwner& owner,
                      std::shared_ptr<com::ITransportClient> transport);
 
   void setRadioSilenceConfigured(bool on) { m_radio_silence_configured = on; }
-  /// The antenna switch of the system parameters. Any thread.
+  /// Sets the antenna switch of the system parameters. Any thread.
   void setGnssAntennaOn(bool on) { m_gnss_antenna_on = on; }
 
-  /// Judges the supply that the receiver reports: what is switched, and whether that is saved in the
-  /// receiver.
+  /// Decides from the reported antenna supply what is switched, and whether the receiver saves it.
   void process_CFG_ANT(const UbxFrame& frame);
   /// Logs changes of the antenna's status and publishes it.
   void process_MON_HW(const UbxFrame& frame);
-  /// Every pass of the run loop: applies or lifts radio silence.
+  /// Applies or lifts radio silence, on every pass of the run loop.
   void checkRadioSilence();
-  /// Radio silence was applied and is not lifted yet: the receiver is silent on purpose.
+  /// Returns true while radio silence is applied: the receiver is silent on purpose.
   [[nodiscard]] bool isRadioSilent() const {
     return m_radio_silence_configured && m_radio_silence_applied && !m_cold_start;
   }
 
-  /// "status_gnss_module_error"
+  /// Publishes "status_gnss_module_error".
   void publishModuleErrorMessage(bool error) const;
 
  private:
@@ -49,7 +48,7 @@ class AntennaSupervision {
   IReceiverOwner& m_owner;
   std::shared_ptr<com::ITransportClient> m_transport;
 
-  bool m_cold_start = true;  // the first CFG-ANT answer is still to be judged
+  bool m_cold_start = true;  // judgeColdStart() is not done yet
   bool m_antenna_power_enabled = false;
   bool m_save_antenna_config = false;
   bool m_radio_silence_configured = true;  // no configuration clears it

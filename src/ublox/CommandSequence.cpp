@@ -32,7 +32,7 @@ CommandSequence::Action CommandSequence::answered() {
   begin(InFlight::SEQUENCE);
   if (m_init_command_idx < INIT_COMMANDS) {
     ++m_init_command_idx;
-    return Action::SEND;  // after the last init command the complex step that is due
+    return Action::SEND;  // after the last init command, the complex step that is due
   }
   if (++m_complex_command_idx < COMPLEX_STEPS) return Action::SEND;
   m_initialised = true;

@@ -2,11 +2,11 @@
 
 namespace ecu::koru::gpspub {
 
-/// The course of the receiver's configuration: the init list, then the complex steps. It decides what is sent
-/// next and when another baud rate is tried; it knows neither clock, input nor frames.
+/// Decides what is sent next to configure the receiver (the init list, then the complex steps) and when
+/// another baud rate is tried. It knows neither clock, input nor frames.
 ///
-/// One command is in flight at a time. It leaves by an answer, by three NAKs, or when its answer periods are
-/// over: four with a confirmed port, five without.
+/// One command is in flight at a time. It ends with an answer, after three NAKs, or when its answer periods
+/// are over: four with a confirmed port, five without.
 class CommandSequence {
  public:
   static constexpr unsigned INIT_COMMANDS = 22;
@@ -14,7 +14,7 @@ class CommandSequence {
 
   enum class State {
     HUNTING,        ///< The port is not confirmed: polls go out at one baud rate after the other.
-    CHANGING_RATE,  ///< The same while the command that gives the receiver its rate is in flight.
+    CHANGING_RATE,  ///< The same, while the command that sets the receiver's rate is in flight.
     INIT_LIST,
     COMPLEX,
     DONE,  ///< Nothing is sent until a restart.
@@ -25,9 +25,9 @@ class CommandSequence {
     NOTHING,
     RESEND,              ///< Send the command in flight again.
     SEND,                ///< Send the command at the position.
-    FINISH,              ///< The sequence is through.
+    FINISH,              ///< The sequence is complete.
     NEXT_RATE,           ///< Nothing came in: try the next baud rate.
-    NEXT_RATE_AND_RESET  ///< The same, and pulse the reset line: every 19th time.
+    NEXT_RATE_AND_RESET  ///< Every 19th time: the same, and pulse the reset line.
   };
 
   [[nodiscard]] State state() const;
@@ -35,9 +35,8 @@ class CommandSequence {
   [[nodiscard]] bool isInitialised() const { return m_initialised; }
   [[nodiscard]] bool isStopped() const { return m_stopped; }
   [[nodiscard]] bool isPortConfirmed() const { return m_port_confirmed; }
-  /// Returns true while the first command has not left.
   [[nodiscard]] bool isAtFirstCommand() const;
-  /// INIT_COMMANDS once all of them have left.
+  /// Returns INIT_COMMANDS during the complex steps.
   [[nodiscard]] unsigned initCommandIdx() const { return m_init_command_idx; }
   [[nodiscard]] unsigned complexCommandIdx() const { return m_complex_command_idx; }
   [[nodiscard]] unsigned periodsOver() const { return m_timeout_counter; }
@@ -45,29 +44,29 @@ class CommandSequence {
 
   // -- Events
 
-  /// An answer that advances. Returns SEND, FINISH or NOTHING.
+  /// An answer advances the sequence. Returns SEND, FINISH or NOTHING.
   [[nodiscard]] Action answered();
-  /// A NAK. Returns RESEND, or at the third what answered() returns.
+  /// A NAK came. Returns RESEND, or the result of answered() at the third one.
   [[nodiscard]] Action refused();
-  /// An answer period ended. `lines` counts the items framed so far. Without `count_hw_timeouts`
-  /// the reset line is not pulsed.
+  /// An answer period ended. `lines` counts the items framed so far. Without `count_hw_timeouts` the reset
+  /// line is not pulsed.
   [[nodiscard]] Action periodOver(int lines, bool count_hw_timeouts);
-  /// Another command than those of the sequence is in flight from now on, perhaps that of the baud rate.
+  /// A command outside the sequence is in flight from now on; `is_rate` if it sets the baud rate.
   void otherCommand(bool is_rate);
   /// The receiver was seen at the configured rate.
   void confirmPort();
-  /// Its rate is not known (any more).
+  /// The receiver's rate is no longer known.
   void unconfirmPort() { m_port_confirmed = false; }
   /// Items framed up to now say nothing about the rate.
   void forgetLines(int lines) { m_lines_received = lines; }
-  /// The first command is in flight.
+  /// Begins the sequence anew: the first command is in flight.
   void restart();
   void switchOff() { m_initialised = m_stopped = true; }
 
  private:
   enum class InFlight { SEQUENCE, RATE, OTHER };
   [[nodiscard]] Action handleTimeout(int lines, bool count_hw_timeouts);
-  /// NAKs and periods of the command before do not count for this one.
+  /// NAKs and periods of the previous command do not count for this one.
   void begin(InFlight what);
 
   bool m_initialised = false;

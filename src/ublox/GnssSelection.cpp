@@ -19,7 +19,7 @@ constexpr size_t BLOCK_FLAGS = 4;  // offset in a block
 constexpr size_t MIN_PAYLOAD = 8;
 constexpr size_t NUM_CONFIG_BLOCKS = 3;  // offset in the payload
 
-// gnssId of each bit.
+// The gnssId of each bit.
 constexpr std::array<uint8_t, 4> SYSTEM_IDS{0, 6, 3, 2};
 constexpr std::array<uint8_t, 3> AUGMENTATION_IDS{1, 5, 4};
 

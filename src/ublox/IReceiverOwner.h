@@ -5,17 +5,17 @@
 
 namespace ecu::koru::gpspub {
 
-/// What receiver control asks of the service. Service thread.
+/// The part of the service that receiver control uses. Service thread.
 class IReceiverOwner {
  public:
   virtual ~IReceiverOwner() = default;
-  /// The vehicle asks for radio silence.
+  /// Returns true while the vehicle asks for radio silence.
   [[nodiscard]] virtual bool radioSilenceRequested() const = 0;
-  /// The hardware version signal of the bus; empty before it came.
+  /// Returns the hardware version signal of the bus; empty until it comes.
   [[nodiscard]] virtual std::string hwVersionSignal() const = 0;
-  /// NAV-TIMEUTC: 1 time of week valid, 2 week number valid, 4 UTC valid.
+  /// Takes the flags of NAV-TIMEUTC: 1 time of week valid, 2 week number valid, 4 UTC valid.
   virtual void setUtcValidFlags(uint8_t flags) = 0;
-  /// Closes the receiver's device; it is found and configured anew.
+  /// Closes the receiver's device. The receiver is then found and configured anew.
   virtual void disconnect() = 0;
 };
 

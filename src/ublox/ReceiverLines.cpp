@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view USUAL_LINE = "197";
 constexpr std::string_view N2_LINE = "121";
 constexpr int64_t PULSE_NS = 500'000'000;
-// A line that was just exported belongs to root until a rule of udev gives it to the service's group.
+// A line that was just exported belongs to root until a udev rule gives it to the service's group.
 constexpr int64_t PERMISSION_NS = 500'000'000;
 constexpr int64_t PERMISSION_STEP_NS = 10'000'000;
 
@@ -24,7 +24,7 @@ constexpr int64_t PERMISSION_STEP_NS = 10'000'000;
 constexpr char LOW[2] = "0";
 constexpr char HIGH[2] = "1";
 
-/// A descriptor that is closed at the end. Number 0 counts as a failure: it is the standard input's.
+/// A descriptor that the destructor closes.
 class File {
  public:
   File(const std::string& path, int flags) : m_fd(::open(path.c_str(), flags)) {}
@@ -92,9 +92,9 @@ void ReceiverLines::configureHardwareResetPin() const {
 void ReceiverLines::hardwareResetUblox() const {
   File line(valuePath(m_is_n2 ? N2_LINE : USUAL_LINE), O_WRONLY);
   LOG.notice("hardwareResetUblox fd = ", line.fd());
-  if (line.fd() < 1) {
+  if (line.fd() < 1) {  // 0 is standard input, which is a failure too
     configureHardwareResetPin();
-    line.reopen(valuePath(USUAL_LINE), O_WRONLY);  // whatever the variant
+    line.reopen(valuePath(USUAL_LINE), O_WRONLY);  // on every variant
     if (line.fd() < 1) {
       LOG.error("Can not open hardwareResetUblox gpio. fd = ", line.fd());
       return;

@@ -9,14 +9,13 @@ namespace ecu::koru::gpspub {
 
 /// The receiver's reset input on a processor line, driven through the sysfs GPIO files.
 ///
-/// Service thread only. Failures are logged with errno and the pulse is skipped; nothing is retried.
+/// Service thread only. Failures are logged. The pulse is skipped if its line cannot be opened.
 class ReceiverLines {
  public:
-  /// `hw_version` "n2" has its reset on line 121, all others on 197. `root` is the folder of the GPIO files.
+  /// The reset is on line 121 for `hw_version` "n2" and on 197 for all others. `root` holds the GPIO files.
   explicit ReceiverLines(const std::string& hw_version, std::string root = "/sys/class/gpio");
 
-  /// Exports one line and sets its direction and edge; a failure in one step does not stop the following
-  /// ones.
+  /// Exports one line and sets its direction and edge. A failed step does not stop the next one.
   void configureLinuxGpioControl(const std::string& gpio, const std::string& direction,
                                  const std::string& edge) const;
   void configureHardwareResetPin() const;

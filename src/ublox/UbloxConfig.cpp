@@ -40,7 +40,7 @@ UbloxConfig::UbloxConfig(IGnssInput& input, ReceiverLines lines)
       m_navigation_rate(ubx::NAVIGATION_RATE.frame()),
       m_command(ubx::INIT_COMMANDS[0].frame()) {}
 
-// -- What is wanted
+// -- Wanted settings
 
 void UbloxConfig::setGnssSystemRequested(uint32_t bit, bool on) {
   if (on) {
@@ -117,7 +117,7 @@ void UbloxConfig::carryOut(Action action) {
   }
 }
 
-/// A step that has nothing to say polls MON-GNSS: its answer advances the sequence at once.
+/// A step without a command of its own polls MON-GNSS, whose answer advances the sequence at once.
 std::string UbloxConfig::complexCommand(unsigned step) {
   if (step == STEP_SELECT_SYSTEMS && checkGnssSystem()) return m_CFG_GNSS_string;
   if (step == STEP_GNSS_POLL) return ubx::GNSS_POLL.frame();
@@ -185,7 +185,7 @@ void UbloxConfig::tryOtherBaudRate() {
   if (logCommands()) LOG.detail("Timeout try other baud rate. getLinesReceived ", m_input.getLinesReceived());
   m_input.tryNextBaudRate();
   m_input.disconnect();
-  // What was read at a wrong rate is garbage, and a sync byte in it would hold up framing at the right one.
+  // Bytes read at a wrong rate are garbage, and a sync byte in them would hold up framing at the right rate.
   m_input.clearBuffer();
   m_sequence.forgetLines(m_input.getLinesReceived());
   if (logCommands()) LOG.detail("m_hw_timeout_counter ", m_sequence.ratesTried());
@@ -203,7 +203,7 @@ void UbloxConfig::handle_UBX_ACK_NAK_response(const UbxFrame& frame) {
 }
 
 void UbloxConfig::takeRestart() {
-  // Requests that come one after the other must not hold up the hunt for the baud rate.
+  // Repeated requests must not hold up the hunt for the baud rate.
   if (!m_restart_requested.exchange(false) || m_sequence.isAtFirstCommand()) return;
   restart();
   sendCommand();

@@ -13,66 +13,64 @@
 
 namespace ecu::koru::gpspub {
 
-/// Brings the receiver into the configuration that the service needs and keeps it there: carries out what the
-/// CommandSequence decides, one frame in flight at a time, and holds what is wanted of the receiver.
+/// Configures the receiver as the service needs it and keeps it so. Carries out the decisions of the
+/// CommandSequence, one frame in flight at a time, and holds the wanted settings.
 ///
-/// Owned by the service, service thread only, except what is marked. Its clock is stopwatch 0.
+/// Owned by the service. Service thread only, except where marked. Its clock is stopwatch 0.
 class UbloxConfig {
  public:
   UbloxConfig(IGnssInput& input, ReceiverLines lines);
 
-  // -- What is wanted
+  // -- Wanted settings
 
-  /// Systems: bit 0 GPS, 1 GLONASS, 2 BeiDou, 3 Galileo. Any thread.
+  /// Set the wanted systems: bit 0 GPS, 1 GLONASS, 2 BeiDou, 3 Galileo. Any thread.
   void setGnssSystemRequested(uint32_t mask) { m_gnss_system_requested = mask; }
   void setGnssSystemRequested(uint32_t bit, bool on);
   [[nodiscard]] uint32_t gnssSystemRequested() const { return m_gnss_system_requested; }
-  /// Augmentation: bit 0 SBAS, 1 QZSS, 2 IMES. Until it is set, it follows from the systems.
+  /// Sets the augmentation: bit 0 SBAS, 1 QZSS, 2 IMES. Until it is set, it follows from the systems.
   void setGnssAugmentationRequested(uint32_t mask);
   [[nodiscard]] uint32_t gnssAugmentationRequested() const;
-  /// Whole UBX frames that are sent in the complex phase, at most five.
+  /// Sets the complete UBX frames that are sent in the complex phase, at most five.
   void setRawCmdPost(std::vector<std::string> frames) { m_raw_cmd_post = std::move(frames); }
   [[nodiscard]] const std::vector<std::string>& rawCmdPost() const { return m_raw_cmd_post; }
-  /// The time between two solutions, ms.
+  /// Sets the time between two solutions, in ms.
   void setMeasurementPeriod(uint16_t period_ms);
-  /// The receiver counts as configured; nothing is sent to it and its reset line is left alone.
+  /// The receiver counts as configured. Nothing is sent to it and its reset line is left alone.
   void disableHardwareInit();
 
   // -- The sequence
 
   [[nodiscard]] bool hasCommandToSend() const { return m_sequence.hasCommandToSend(); }
-  /// Advances and returns the next frame; empty when the sequence is through.
+  /// Advances and returns the next frame; empty if the sequence is now complete.
   [[nodiscard]] std::string getNextCommand();
   void sendNextCommand();
   /// Sends the frame in flight again.
   void sendCommand();
-  /// More than 3 s since the last transmission.
+  /// Returns true if the last transmission was more than 3 s ago.
   [[nodiscard]] bool isTimeout() const;
-  /// Resends, or gives up on the frame in flight, when it is due. `count_hw_timeouts` false: no reset of the
-  /// hardware.
+  /// Resends or gives up on the frame in flight and returns true if isTimeout(). Without `count_hw_timeouts`
+  /// the reset line is not pulsed.
   bool checkTimeout(bool count_hw_timeouts);
   void handle_UBX_ACK_NAK_response(const UbxFrame& frame);
-  /// Asks for a start from the first command. Any thread; many requests are one.
+  /// Asks for a start from the first command. Any thread. Repeated requests count as one.
   void requestRestart() { m_restart_requested = true; }
-  /// Carries a request out: the first command is sent at once, unless it is already in flight.
+  /// Carries out a request: sends the first command at once, unless it is already in flight.
   void takeRestart();
-  /// The sequence begins anew; its first command is sent when the period that runs now has expired.
+  /// Begins the sequence anew. The first command is sent after the current answer period.
   void restart();
 
   [[nodiscard]] bool isInitialised() const { return m_sequence.isInitialised(); }
   [[nodiscard]] bool isStopped() const { return m_sequence.isStopped(); }
   [[nodiscard]] bool isPortConfirmed() const { return m_sequence.isPortConfirmed(); }
   [[nodiscard]] unsigned initCommandIdx() const { return m_sequence.initCommandIdx(); }
-  /// The receiver was seen at the configured rate.
   void confirmPort() { m_sequence.confirmPort(); }
-  /// Its rate is not known (any more).
   void unconfirmPort() { m_sequence.unconfirmPort(); }
-  /// The trust that a fix deserves: 1 when the receiver's configuration is none of our business or its port
-  /// is confirmed.
+  /// Returns 1 if a fix can be trusted: the port is confirmed, or receiver control is switched off.
   [[nodiscard]] uint8_t receiverFlag() const { return isStopped() || isPortConfirmed() ? 1 : 0; }
 
-  // -- Single commands: each becomes the frame in flight
+  // -- Single commands
 
+  // Each becomes the frame in flight.
   void disableAntennaPower() { sendOther(ubx::DISABLE_ANTENNA_POWER); }
   void disableAntennaPower2() { sendOther(ubx::DISABLE_ANTENNA_POWER2); }
   void enableAntennaPower() { sendOther(ubx::ENABLE_ANTENNA_POWER); }
@@ -82,30 +80,29 @@ class UbloxConfig {
   void configureBaudrate38400() { sendOther(ubx::BAUDRATE_38400.frame(), true); }
   void configureBaudrate57600() { sendOther(ubx::BAUDRATE_57600.frame(), true); }
   void configureBaudrate115200() { sendOther(ubx::BAUDRATE_115200.frame(), true); }
-  /// The rate that the receiver is given for a configured one: 19200 for those without a command.
+  /// Returns the rate that the receiver gets for a configured one; 19200 for those without a command.
   [[nodiscard]] static uint32_t effectiveBaudrate(uint32_t configured);
-  /// The command of an effective rate.
   void configureBaudrate(uint32_t effective);
   /// Sends the last CFG-PRT frame back.
   void configureSPI_TxReady();
-  /// Standby, then GNSS stop.
+  /// Sends standby, then GNSS stop.
   void disableReceiver();
   void hardwareResetUblox() const {
     if (!isStopped()) m_lines.hardwareResetUblox();
   }
 
-  // -- What the receiver answered
+  // -- Answers of the receiver
 
   void setPortFrame(std::string frame) { m_CFG_PRT_string = std::move(frame); }
   void setMonGnss(const MON_GNSS& record) { m_MON_GNSS = record; }
   void setCfgGnss(CFG_GNSS record, std::string frame);
-  /// Prepares the CFG-GNSS frame when the receiver's systems are not those wanted; false when nothing is to
-  /// be sent.
+  /// Prepares the CFG-GNSS frame if the receiver's systems are not the wanted ones. Returns false if nothing
+  /// is to be sent.
   [[nodiscard]] bool checkGnssSystem();
 
  private:
   void carryOut(CommandSequence::Action action);
-  /// Makes the frame of a SEND the one in flight and returns it; empty for FINISH.
+  /// Puts the frame of a SEND in flight and returns it; empty for FINISH.
   [[nodiscard]] std::string prepare(CommandSequence::Action action);
   [[nodiscard]] std::string complexCommand(unsigned step);
   void sendOther(std::string frame, bool is_rate = false);
@@ -129,7 +126,7 @@ class UbloxConfig {
   int64_t m_command_sent_time = 0;  // us
   std::string m_command;            // in flight
 
-  std::string m_CFG_PRT_string;  // last frames received
+  std::string m_CFG_PRT_string;  // last frame received
   std::string m_CFG_GNSS_received;
   std::string m_CFG_GNSS_string;  // to be sent
   CFG_GNSS m_CFG_GNSS;

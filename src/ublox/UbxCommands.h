@@ -10,11 +10,9 @@
 
 namespace ecu::koru::gpspub {
 
-/// One command to the receiver: a name for the reader, class, id, checksum and payload. Polls have no
-/// payload.
+/// One command to the receiver: a name for the reader, class, id, checksum and payload (none for a poll).
 ///
-/// The checksum is the one that the frame is stored with, which need not be right: it is rewritten just
-/// before the frame is sent.
+/// The stored checksum need not be right: it is rewritten just before the frame is sent.
 struct UbxCommand {
   static constexpr size_t MAX_PAYLOAD = 36;
 
@@ -30,7 +28,6 @@ struct UbxCommand {
     static_assert(sizeof...(bytes) <= MAX_PAYLOAD);
   }
 
-  /// The whole frame as it is stored.
   [[nodiscard]] std::string frame() const {
     return ubx::frame(cls, id, std::span(payload).first(length), stored);
   }
@@ -45,11 +42,10 @@ struct UbxCommand {
 
 namespace ubx {
 
-/// Of a command that has none of its own.
+/// The stored checksum of a command that has none of its own.
 inline constexpr Checksum PLACEHOLDER{0xFF, 0xFF};
 
-/// CFG-PRT for UART 1: mode 8N1, protocols in UBX, NMEA, RTCM, out UBX, NMEA. The baud rate is its bytes 8
-/// to 11.
+/// CFG-PRT for UART 1: mode 8N1, input UBX, NMEA and RTCM, output UBX and NMEA, baud rate in bytes 8 to 11.
 template <uint32_t BAUD>
 constexpr UbxCommand configureBaudrate(std::string_view name) {
   // clang-format off
@@ -60,7 +56,7 @@ constexpr UbxCommand configureBaudrate(std::string_view name) {
   // clang-format on
 }
 
-/// CFG-MSG: the rate of one message, in solutions, on UART 1 and SPI; off on all ports when `rate` is 0.
+/// CFG-MSG: one message every `rate` solutions on UART 1 and SPI. With 0 it is off on all ports.
 constexpr UbxCommand messageRate(std::string_view name, uint8_t cls, uint8_t id, uint8_t rate,
                                  Checksum stored = PLACEHOLDER) {
   //                                          I2C   UART 1 UART 2 USB   SPI  reserved
@@ -109,9 +105,9 @@ inline constexpr std::array INIT_COMMANDS{
     PORT_POLL,      // the port and its rate
     PORT_POLL,      // again, after a change of rate
     MON_GNSS_POLL,  // capabilities
-    ANTENNA_POLL,   // the antenna's state decides: first,
-    ANTENNA_POLL,   // second
-    ANTENNA_POLL,   // and third pass
+    ANTENNA_POLL,   // three passes: each decides from the antenna's state
+    ANTENNA_POLL,
+    ANTENNA_POLL,
     messageRate("NAV-TIMEUTC on", NAV, NAV_TIMEUTC, 1),
     messageRate("GSA on",  NMEA_STANDARD, 0x02, 1),
     messageRate("GSV on",  NMEA_STANDARD, 0x03, 1),

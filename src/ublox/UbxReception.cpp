@@ -32,11 +32,10 @@ constexpr uint16_t TX_READY_ENABLED = 0x0001;  // bit 0 of the txReady word
 constexpr int GPIO_READINGS = 10;
 constexpr int64_t NS_PER_MS = 1'000'000;
 
-// What is left in the receiver's transmitter must be through before the port is closed: 28 characters of 10
-// bits.
+// The command for the new rate must be sent before the port is closed: 28 bytes of 10 bits.
 constexpr uint32_t DRAIN_MS_BAUD = 280'000;
 constexpr uint32_t DRAIN_UNKNOWN_MS = 30;
-// No rate that a port can have takes longer; one that a broken answer claims must not stop the service.
+// Every real rate takes less time. A rate that a broken answer claims must not stop the service.
 constexpr uint32_t DRAIN_MAX_MS = 100;
 
 std::string dump(std::span<const uint8_t> bytes) {
@@ -44,7 +43,7 @@ std::string dump(std::span<const uint8_t> bytes) {
          hexDumpMessage(bytes.data(), static_cast<int>(std::min(bytes.size(), DUMP_MAX)), DUMP_LINE, 0, true);
 }
 
-/// A NUL-terminated text in a field of fixed length.
+/// Returns the NUL-terminated text in a field of fixed length.
 std::string textAt(std::span<const uint8_t> payload, size_t at, size_t length) {
   const auto field = payload.subspan(at, length);
   const auto end = std::find(field.begin(), field.end(), uint8_t{0});
@@ -57,7 +56,7 @@ bool logDispatch() {
   return GnssUtils::debugIt(DISPATCH);
 }
 
-/// True when the payload is long enough; complains otherwise.
+/// Logs a warning if the payload is too short.
 bool isLongEnough(const UbxFrame& frame, size_t min, const char* name) {
   const size_t length = frame.payload().size();
   if (length >= min) return true;
@@ -134,7 +133,7 @@ void UbxReception::processNav(const UbxFrame& frame) {
   m_owner.setUtcValidFlags(valid);
 }
 
-/// The receiver's word on each command, which can be followed without the messages of every second.
+/// Acknowledgements have a log area of their own, without the messages of every second.
 void UbxReception::processAck(const UbxFrame& frame) {
   if (GnssUtils::debugIt(DISPATCH | logflag::ACKNOWLEDGEMENTS)) {
     const auto cls = logging::hex(ubx::u8(frame.payload(), 0), 2);
@@ -257,7 +256,7 @@ void UbxReception::changeBaudRate(uint32_t reported) {
   m_input.disconnect();
 }
 
-/// The line must have been seen idle at least once: one that is stuck low says always "ready".
+/// The line must have been seen idle at least once: one stuck low always says "ready".
 bool UbxReception::checkSpiGpioConnection(const UbxFrame& frame) {
   int num_errors = 0;
   int gpio_values = 0;

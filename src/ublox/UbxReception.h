@@ -10,18 +10,18 @@
 
 namespace ecu::koru::gpspub {
 
-/// Takes the UBX messages of the receiver: one handler a message. A handler whose payload is too short logs
-/// that and changes nothing. Service thread only.
+/// Handles the UBX messages of the receiver. A CFG or MON payload that is too short is logged and changes
+/// nothing. Service thread only.
 class UbxReception {
  public:
   UbxReception(IGnssInput& input, UbloxConfig& config, AntennaSupervision& antenna, IReceiverOwner& owner);
 
-  /// The rate that the receiver is to have.
+  /// Sets the rate that the receiver is to have, in bit/s.
   void setBaudRate(uint32_t baud) { m_baud_rate = baud; }
 
-  /// Length of the frame at the front of the input, -1 when it is not complete and intact.
+  /// Returns the length of the frame at the front of the input, or -1 if it is not complete and intact.
   [[nodiscard]] int readUbloxMessage();
-  /// Dispatches it by class and id.
+  /// Dispatches that frame by class and id.
   void processUbloxMessage();
 
   [[nodiscard]] uint8_t timeUtcValid() const { return m_timeutc_valid; }
@@ -46,7 +46,7 @@ class UbxReception {
   uint32_t m_baud_rate = 9600;
   const unsigned char* m_ublox_message = nullptr;
   int m_ublox_length = 0;
-  uint8_t m_timeutc_valid = 0;  // of the last NAV-TIMEUTC
+  uint8_t m_timeutc_valid = 0;  // valid flags of the last NAV-TIMEUTC
   bool m_mon_ver_received = false;
 };
 
