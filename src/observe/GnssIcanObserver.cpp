@@ -25,7 +25,6 @@ constexpr int64_t SLICE_NS = 100 * NS_PER_MS;
 constexpr size_t MAX_SIGNALS = 6;
 constexpr double US_PER_S = 1e6;
 
-/// A signal, and the name that the log knows it by.
 struct SignalName {
   const char* signal;
   const char* logged;
@@ -54,13 +53,12 @@ constexpr std::array<SignalName, 6> TD_SIGNALS{{{"seconds", "seconds"},
                                                 {"month", "month"},
                                                 {"year", "year"}}};
 
-/// The whole number of a signal that holds a count or a code; -1 without one.
+/// Returns the whole number of a count or code; -1 if it is not available or does not fit.
 int32_t wholeNumber(double value) {
   const bool fits = value >= 0 && value <= std::numeric_limits<int32_t>::max();
   return fits ? static_cast<int32_t>(value) : -1;
 }
 
-/// Whether the month of that year has the day.
 bool isCalendarDay(const std::tm& time) {
   const std::chrono::year_month_day date(std::chrono::year(time.tm_year + 1900),
                                          std::chrono::month(static_cast<unsigned>(time.tm_mon + 1)),
@@ -68,13 +66,13 @@ bool isCalendarDay(const std::tm& time) {
   return date.ok();
 }
 
-/// The calendar time of the six values in their order; empty if the calendar does not have it.
+/// Returns the time that the six values make in their order; empty if the calendar does not have it.
 std::optional<std::tm> calendarTime(std::span<const double> values) {
   std::tm tm{};
   tm.tm_sec = wholeNumber(values[0]);
   tm.tm_min = wholeNumber(values[1]);
   tm.tm_hour = wholeNumber(values[2]);
-  tm.tm_mday = wholeNumber(std::ceil(values[3]));  // its quarters 1 to 4 all are day 1
+  tm.tm_mday = wholeNumber(std::ceil(values[3]));  // in quarter days, of which 1 to 4 are day 1
   tm.tm_mon = wholeNumber(values[4]) - 1;
   tm.tm_year = wholeNumber(values[5]) - 1900;
   if (!isCalendarTime(tm) || !isCalendarDay(tm)) return std::nullopt;
@@ -106,7 +104,7 @@ GnssIcanObserver::GnssIcanObserver(std::function<bool()> keepWaiting)
       m_send_period_ms(FIRST_PERIOD_MS),
       m_last_wake_ns(time_source().steady_ns()) {}
 
-// -- What comes from the bus
+// -- Messages from the bus
 
 void GnssIcanObserver::message(const std::string& topic, const com::Message& message) {
   const auto group =
@@ -134,7 +132,7 @@ void GnssIcanObserver::unpack(const Group& group, const com::Message& message) {
   }
 }
 
-/// Into the record; false, logged, when the group cannot be used.
+/// Stores the signals in the record. Logs and returns false if the group cannot be used.
 bool GnssIcanObserver::takeSignals(const Group& group, const com::Message& message,
                                    std::span<double> values) {
   const auto result = rt::SignalAdapter::instance().unpack(group.topic, message);
@@ -150,7 +148,7 @@ bool GnssIcanObserver::takeSignals(const Group& group, const com::Message& messa
                           group.topic + "'. Request failed");
       return false;
     }
-    values[i] = signal->value_scaled();  // NaN when not available
+    values[i] = signal->value_scaled();  // NaN if not available
   }
   if ((this->*group.store)(values)) return true;
   complain(group, "Invalid signal structure for topic '" + group.topic + "': there is no such date or time");
@@ -203,7 +201,7 @@ bool GnssIcanObserver::unpack_p2c1_base(std::span<const double> values) {
   return true;
 }
 
-/// The six stand and fall together. Without a navigation mode there is nothing to be dated.
+/// The six values are used together or not at all. Without a navigation mode there is no fix to date.
 bool GnssIcanObserver::unpack_timedate_var6(std::span<const double> values) {
   resetTimeDate();
   if (std::any_of(values.begin(), values.end(), [](double value) { return std::isnan(value); })) return true;

@@ -16,13 +16,12 @@
 namespace ecu::koru::gpspub {
 
 /// Rebuilds the fix of another unit from the signal groups that come over CAN, and paces its publication: the
-/// time/date group comes last and releases one.
+/// time/date group comes last and releases the fix.
 ///
-/// message() runs on the delivery thread, timeoutToSendFrame() and the record's readers on the service
-/// thread.
+/// message() runs on the delivery thread, everything else on the service thread.
 class GnssIcanObserver final : public com::ISubscriptionObserver {
  public:
-  /// `keepWaiting` is asked ten times a second by timeoutToSendFrame(), on its thread.
+  /// timeoutToSendFrame() calls `keepWaiting` ten times a second and returns once it is false.
   explicit GnssIcanObserver(std::function<bool()> keepWaiting = [] { return true; });
 
   static inline const std::string& topic_vp1_base = topic::VP1_RX;
@@ -31,31 +30,30 @@ class GnssIcanObserver final : public com::ISubscriptionObserver {
   static inline const std::string& topic_vds_base = topic::VDS_RX;
   static inline const std::string& topic_timedate_var6 = topic::TD_RX;
 
-  /// A group that cannot be used costs its own fields. What the broker had kept is of an unknown time and is
-  /// not used at all.
+  /// A group that cannot be used resets only its own fields. Retained messages, of unknown age, are ignored.
   void message(const std::string& topic, const com::Message& message) override;
 
   [[nodiscard]] GnssInfo getGnssInfo() const;
   [[nodiscard]] int32_t getGnssInfoStatus() const;
-  /// The record. In the same step its date is reset, so that none is used twice, and so is the release by a
-  /// frame that came since timeoutToSendFrame() returned: its date is in this record.
+  /// Returns the record. The same step resets its date, so that no date is used twice, and the release by a
+  /// frame that came since timeoutToSendFrame() returned, because its date is in this record.
   [[nodiscard]] GnssInfo takeGnssInfo();
   void clearInfo();
   void setDefault_timedate_var6();
 
-  /// Starts anew: nothing received before counts, the first wait is 2 s.
+  /// Starts anew: forgets everything received before. The first wait is 2 s at most.
   void restart();
-  /// Waits for a time/date frame. False: it came, or had come since the last call; the next wait is 1.7 s at
-  /// most. True: it did not come in time; the next wait is 999 ms at most.
+  /// Waits for a time/date frame; one that came since the last call ends the wait at once. Returns true if it
+  /// is too late. The next wait is then 999 ms at most, otherwise 1.7 s.
   [[nodiscard]] bool timeoutToSendFrame();
 
  private:
-  /// A group of the bus and what becomes of its signals.
+  /// A group of the bus and the functions that store or reset its signals.
   struct Group;
   static const std::array<Group, 5>& groups();
 
-  // With the mutex held. The values are those of the group's signals, NaN: not available; false: they
-  // make no sense.
+  // Called with the mutex held. The values are the group's signals, NaN if not available. Each returns false
+  // if they make no sense.
   bool unpack_vp1_base(std::span<const double> values);
   bool unpack_vp2_base(std::span<const double> values);
   bool unpack_vds_base(std::span<const double> values);
@@ -73,16 +71,16 @@ class GnssIcanObserver final : public com::ISubscriptionObserver {
   bool& complained(const Group& group);
 
   const std::function<bool()> m_keep_waiting;
-  // Guards everything below. There is one only, because a date and the release that comes with it are stored
-  // together and taken together: otherwise a release could find its date already taken.
+  // Guards everything below. There is only one, because a date and its release are stored together and taken
+  // together. Otherwise a release could find its date already taken.
   mutable std::mutex m_mutex;
   GnssInfo m_gnss_info;
-  std::array<bool, 5> m_complained{};  // a group that stays bad is told once
+  std::array<bool, 5> m_complained{};  // already warned of a group that stays bad
   std::condition_variable m_wake;
   bool m_released = false;
   int64_t m_send_period_ms;
   bool m_deadline_passed = true;
-  int64_t m_last_wake_ns;  // steady
+  int64_t m_last_wake_ns;  // steady clock
 };
 
 }  // namespace ecu::koru::gpspub

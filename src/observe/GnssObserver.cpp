@@ -16,7 +16,7 @@ namespace {
 
 constexpr size_t MAX_LOG_CONFIG = 4;
 
-/// A constellation's switch: its topic, its bit of the wanted mask, its log text.
+/// A constellation's switch and its bit in the wanted mask.
 struct SystemSwitch {
   const std::string& topic;
   uint32_t bit;
@@ -32,7 +32,7 @@ void logUndecodable(const std::string& topic) {
   LOG.warning("Unable to deserialize data for topic ", logging::escaped(topic));
 }
 
-/// The bytes of the one signal called `name`; nothing, logged, when the message does not hold it.
+/// Returns the bytes of the signal `name`. Logs and returns nothing if the message does not hold it.
 std::optional<std::string> unpackSignal(const std::string& topic, const com::Message& message,
                                         const char* name) {
   const auto result = rt::SignalAdapter::instance().unpack(topic, message);
@@ -99,7 +99,7 @@ void GnssObserver::onGnssSource(const std::string& topic, const com::Message& me
   }
 }
 
-/// The topics whose body is a pb::RtSignal.
+/// Handles the topics whose body is a pb::RtSignal.
 void GnssObserver::onParameter(const std::string& topic, const com::Message& message) {
   const auto* const system = std::find_if(SYSTEM_SWITCHES.begin(), SYSTEM_SWITCHES.end(),
                                           [&](const SystemSwitch& row) { return row.topic == topic; });
@@ -139,7 +139,7 @@ void GnssObserver::onAntennaPower(uint8_t value) {
   m_control.restartSequence();
 }
 
-/// 1 to 4 bytes, lowest first.
+/// `value` has 1 to 4 bytes, lowest first.
 void GnssObserver::onLogConfig(const std::string& value) {
   if (value.size() > MAX_LOG_CONFIG) {
     logUndecodable(m_topic_log_config);

@@ -10,7 +10,7 @@
 
 namespace ecu::koru::gpspub {
 
-/// What the observer changes in the service. Called on the transport's delivery thread.
+/// The changes that the observer makes in the service, on the transport's delivery thread.
 class IGnssControl {
  public:
   virtual ~IGnssControl() = default;
@@ -18,7 +18,7 @@ class IGnssControl {
   virtual void setGnssAntennaOn(bool on) = 0;
   /// Sets or clears one bit of the wanted constellations.
   virtual void setGnssSystem(uint32_t bit, bool on) = 0;
-  /// The receiver is configured anew, from the first command.
+  /// Configures the receiver anew, from the first command.
   virtual void restartSequence() = 0;
 };
 
