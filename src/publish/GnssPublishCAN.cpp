@@ -33,7 +33,7 @@ const std::array<SignalRow, 2> VP1_ROWS{
      {"longitude", "getLongitudeDecDeg()",
       [](const GnssInfo& info) { return whenFix(info, info.getLongitudeDecDeg()); }}}};
 
-// The satellites used go out as those in view.
+// The number of satellites used is sent as the number in view.
 const std::array<SignalRow, 5> VP2_ROWS{{{"totalnumberofsatellitesinview", "getNumSatellites()",
                                           [](const GnssInfo& info) { return code(info.m_num_satellites); }},
                                          {"horizontaldilutionofprecision", "getHdop()",

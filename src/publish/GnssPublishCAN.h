@@ -5,16 +5,16 @@
 namespace ecu::koru::gpspub {
 
 /// Publishes the fix as signal groups of the vehicle's buses: VP1 (PGN 65267), VP2 (64502), VDS (65256), time
-/// and date (65254), P2C1 (65313), and its time stamp. What is not available goes out as all ones. A group
-/// that cannot be made costs only itself.
+/// and date (65254), P2C1 (65313), and its time stamp. A value that is not available is sent as all ones. If
+/// one group cannot be made, the others are still sent.
 class GnssPublishCAN final : public IGnssPublish {
  public:
-  /// VP1, P2C1, VP2, VDS, time and date, time stamp, in this order. A fix that is not to be trusted
+  /// Sends VP1, P2C1, VP2, VDS, time and date, time stamp, in this order. A fix that cannot be trusted
   /// (m_receiver_flag 0) becomes a warning in `info`, for all groups.
   void publishFrame(std::shared_ptr<com::ITransportClient>& client, GnssInfo& info,
                     std::vector<std::string>& nmeaSentences) override;
 
-  // Each fills `out` with the packed group; false, logged, when there is none.
+  // Each fills `out` with the packed group. It logs and returns false if that fails.
   [[nodiscard]] static bool create_VP1_Base_Message(const GnssInfo& info, com::Message& out);
   [[nodiscard]] static bool create_VP2_Base_Message(const GnssInfo& info, com::Message& out);
   [[nodiscard]] static bool create_VDS_Base_Message(const GnssInfo& info, com::Message& out);

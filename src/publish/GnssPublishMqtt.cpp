@@ -13,7 +13,7 @@ namespace {
 
 constexpr uint16_t PROTOCOL_TYPE = 1;
 
-/// A fix at 0 N 0 E is a receiver that has none.
+/// A fix at 0 N 0 E means that the receiver has none.
 int32_t correctedStatus(const GnssInfo& info, double latitude, double longitude) {
   const int32_t status = info.getStatus();
   return status == 3 && latitude == 0.0 && longitude == 0.0 ? 2 : status;

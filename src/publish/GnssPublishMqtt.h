@@ -13,7 +13,7 @@ class GnssPublishMqtt final : public IGnssPublish {
                     std::vector<std::string>& nmeaSentences) override;
 
  private:
-  // Not state: the memory of the last message, used again for the next.
+  // Not state: the next message reuses the memory of the last one.
   pb::GnssData m_data;
   com::Message m_message;
 };

@@ -4,8 +4,8 @@
 
 namespace ecu::koru::gpspub {
 
-/// Tells the unit's own time service the UTC of each fix: the time/date group, laid out as the bus's feedback
-/// group (PGN 65254), on "systime/td".
+/// Publishes the UTC of each fix on "systime/td", for the unit's own time service: the time/date group in the
+/// layout of the bus's feedback group (PGN 65254).
 class GnssPublishSystime final : public IGnssPublish {
  public:
   void publishFrame(std::shared_ptr<com::ITransportClient>& client, GnssInfo& info,

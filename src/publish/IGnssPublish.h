@@ -9,11 +9,11 @@
 
 namespace ecu::koru::gpspub {
 
-/// Takes one finished fix to its subscribers. Service thread only.
+/// Publishes finished fixes. Service thread only.
 class IGnssPublish {
  public:
   virtual ~IGnssPublish() = default;
-  /// `nmeaSentences` are the epoch's sentences with their CR LF. What cannot be published is logged and gone.
+  /// `nmeaSentences` are those of the epoch, with CR LF. A message that cannot be made is logged and dropped.
   virtual void publishFrame(std::shared_ptr<com::ITransportClient>& client, GnssInfo& info,
                             std::vector<std::string>& nmeaSentences) = 0;
 };

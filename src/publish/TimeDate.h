@@ -7,8 +7,8 @@
 
 namespace ecu::koru::gpspub::GnssUtils {
 
-/// UTC and offset to local time as the time/date group (PGN 65254) that has this topic. All signals are not
-/// available without a dated fix. Returns false, and logs it, if there is no such group.
+/// Packs UTC and the offset to local time into the time/date group (PGN 65254) of this topic. Without a dated
+/// fix all signals are "not available". Logs and returns false if the group cannot be made.
 [[nodiscard]] bool create_Timedate_Var6_Message(const std::string& topic, const GnssInfo& info,
                                                 com::Message& out);
 
