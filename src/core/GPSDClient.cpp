@@ -57,7 +57,7 @@ GPSDClient::GPSDClient(std::shared_ptr<com::ITransportClient>& transportClient, 
   subscribeObservers();
 }
 
-/// No observer may be called any more.
+/// No observer may be called after this.
 GPSDClient::~GPSDClient() {
   unsubscribeAll();
 }

@@ -21,7 +21,7 @@
 
 namespace ecu::koru::gpspub {
 
-/// What can stand in for the unit's own hardware.
+/// Stand-ins for the unit's own hardware.
 struct UnitHardware {
   std::unique_ptr<IGnssInput> input = nullptr;  ///< null: the one that the device path selects
   std::string gpio_root = "/sys/class/gpio";    ///< folder of the processor lines
@@ -30,12 +30,11 @@ struct UnitHardware {
 /// The service: owns the receiver input, the epoch, the publishers and the observers, and runs the loop that
 /// takes a byte from the receiver to a message on the bus.
 ///
-/// One object a process, made and run by the main thread. stop() may be called from a signal handler and any
-/// thread; everything else belongs to the main thread.
+/// One object per process, made and run by the main thread. stop() may be called from a signal handler and
+/// any thread; everything else belongs to the main thread.
 class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IGnssControl {
  public:
-  /// `hasgnss` "true": the unit has a receiver of its own at `devicePath`. `input` replaces the one that the
-  /// path selects.
+  /// If `hasgnss` is "true", the unit has a receiver of its own at `devicePath`.
   GPSDClient(std::shared_ptr<com::ITransportClient>& transportClient, const std::string& hwvariant,
              const std::string& hasgnss, const std::string& hwversion, const std::string& devicePath,
              UnitHardware hardware = UnitHardware());
@@ -43,21 +42,21 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
   GPSDClient(const GPSDClient&) = delete;
   GPSDClient& operator=(const GPSDClient&) = delete;
 
-  /// Returns when stopped.
+  /// Runs the service and returns after stop().
   void run();
-  /// Ends run(): any wait of the service ends within 200 ms.
+  /// Ends run(). Every wait of the service ends within 200 ms.
   void stop();
 
   /// Opens the receiver's device.
   bool connect();
-  /// Closes it; the receiver is found and configured anew.
+  /// Closes the device. The receiver is then found and configured anew.
   void disconnect() override;
   [[nodiscard]] bool isConnected();
 
-  /// Reads the system parameters of the start. A parameter problem leaves the built-in values.
+  /// Reads the system parameters at the start. One that cannot be used leaves its built-in value.
   void readSysparams();
-  /// Announces this unit's receiver on "system/gnss/source", on hardware "zpt" only. False when it cannot be
-  /// serialized.
+  /// Announces this unit's receiver on "system/gnss/source", on hardware "zpt" only. Returns false if the
+  /// message cannot be serialized.
   bool publishGnssSource();
   /// Follows the log flags on the bus.
   void enableLoggingControl();
@@ -65,14 +64,14 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
   void enableMqttSystemSelection();
 
   // Settings, before run().
-  /// Handed to the input too; false when that does not support the rate.
+  /// Sets the rate in bit/s, in the input too. Returns false if the input does not support it.
   bool setBaudRate(uint32_t baud);
-  /// Nothing is sent to the receiver.
+  /// From now on nothing is sent to the receiver.
   void disableHardwareInit();
   void setSystemTimeEnabled(bool on) { m_system_clock.enableSetting(on); }
-  /// Antenna off and receiver stopped while the vehicle asks for radio silence.
+  /// If on, radio silence on the bus switches the antenna off and stops the receiver.
   void setRadioSilenceConfigured(bool on) { m_antenna.setRadioSilenceConfigured(on); }
-  /// Whom run() tells its start, its progress and its end. Not null.
+  /// run() reports its start, its progress and its end to `manager`, which is not null.
   void setServiceManager(std::unique_ptr<ServiceManager> manager) { m_service_manager = std::move(manager); }
   [[nodiscard]] bool simulation() const { return m_simulation; }
   [[nodiscard]] UbloxConfig& ubloxConfig() { return m_ublox_config; }
@@ -80,20 +79,20 @@ class GPSDClient final : private IEpochOwner, private IReceiverOwner, private IG
  private:
   enum class ConnectionState { NOT_CONNECTED = 0, CONNECTED = 2 };
 
-  // The modes; each returns when GNSS is switched off or the service is stopped.
+  // The modes. Each returns after GNSS is switched off or the service is stopped.
   void runUblox();
   void runIcan();
   [[nodiscard]] bool inMode() const { return m_running && m_gnss_on; }
-  /// Tells the service manager how the position is that is about to be published.
+  /// Reports the state of the position about to be published to the service manager.
   void reportStatus(int32_t gnss_status);
-  /// Every pass: tells the service manager that the run loop goes on, and the log what it kept back.
+  /// On every pass, reports progress to the service manager and logs how many records were kept back.
   void passBegins() const;
-  /// Sleeps, but not beyond a stop().
+  /// Sleeps, but at most until stop().
   void waitWhileRunning(int64_t us) const;
 
   // GPSDClientBus.cpp
   void subscribeObservers();
-  /// The topics that the end of run() leaves, in their order.
+  /// Unsubscribes the topics that end with run(), in their order.
   void unsubscribeObservers();
   void unsubscribeAll();
   void subscribeIcanMessages();

@@ -1,5 +1,4 @@
-// What the service takes from the bus beside the position: parameters, subscriptions, the source
-// announcement.
+// The service on the bus, apart from the position: parameters, subscriptions, the source announcement.
 
 #include <array>
 #include <functional>
@@ -20,7 +19,7 @@ constexpr int QOS = 0;
 
 using TopicRef = std::reference_wrapper<const std::string>;
 
-// In the order in which they are subscribed.
+// In the order of subscription.
 const std::array<TopicRef, 3> SYSTEM_TOPICS{
     GnssObserver::m_topic_radio_silence, GnssObserver::m_topic_hw_version, GnssObserver::m_topic_gnss_source};
 const std::array<TopicRef, 6> SELECTION_TOPICS{

@@ -1,4 +1,4 @@
-// CAN-input mode: the position of another unit, published again.
+// CAN-input mode: publishes the position of another unit again.
 
 #include "core/GPSDClient.h"
 #include "nmea/GnssInfo.h"

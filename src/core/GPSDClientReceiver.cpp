@@ -64,7 +64,7 @@ void GPSDClient::leaveReceiverLoop() {
   m_epoch.reset(GnssUtils::getMicrosecDuration(0));
 }
 
-/// One try a second; meanwhile the bus is told that there is no fix.
+/// Tries to connect once a second, and publishes meanwhile that there is no fix.
 void GPSDClient::connectOrWait() {
   m_connection_state = ConnectionState::NOT_CONNECTED;
   if (GnssUtils::getMicrosecDuration(0) >= m_earliest_open_us && connect()) return;
@@ -100,8 +100,8 @@ void GPSDClient::superviseReceiver() {
       LOG.detail("No communication retrying. Retries ", m_comm_retries);
     }
     disconnect();
-    // What was no item for so long never will be one: a stray sync byte must not cost the answers of the port
-    // poll.
+    // Bytes that have not formed an item by now never will. A stray sync byte must not cost the answers to
+    // the port poll.
     m_input->clearBuffer();
     return;
   }
@@ -109,7 +109,7 @@ void GPSDClient::superviseReceiver() {
   m_antenna.checkRadioSilence();
 }
 
-/// Keeps the command sequence going. No reset of the hardware during radio silence.
+/// Keeps the command sequence going. The hardware is not reset during radio silence.
 void GPSDClient::checkUbloxInitialisation() {
   m_ublox_config.takeRestart();
   if (m_ublox_config.isInitialised() || m_ublox_config.isStopped()) return;
@@ -155,7 +155,7 @@ void GPSDClient::sendFrameIfDue(bool more_received) {
   sendAndCountFrame();
 }
 
-/// The published fix goes to the vehicle's buses, which clears it: its time is taken before.
+/// Sends the published fix to the vehicle's buses. That clears it, so its time is taken first.
 void GPSDClient::sendAndCountFrame() {
   const std::tm utc = m_epoch.infoSent().m_utc_tm;
   if (m_publish_can) sendGpsOnCan();
@@ -177,7 +177,7 @@ void GPSDClient::sendGpsOnCan() {
   info.clear();
 }
 
-/// Until a second after the last frame was sent.
+/// Waits until a second after the last frame was sent.
 void GPSDClient::timeoutToSendFrame() {
   waitWhileRunning(m_epoch.frameSentTimeStamp() + FRAME_US - GnssUtils::getMicrosecDuration(0));
 }
@@ -189,15 +189,15 @@ bool GPSDClient::isNoCommunication() const {
   return threshold != NEVER && GnssUtils::getMicrosecDuration(0) - latest > threshold;
 }
 
-/// A sequence that is still looking for the receiver hunts the baud rate by its own time-outs; one that works
-/// on a confirmed port gives a receiver time that answers nothing but resends.
+/// A sequence that is still looking for the receiver hunts the baud rate by its own time-outs. On a confirmed
+/// port the receiver gets time to answer a command that is sent again.
 int64_t GPSDClient::noCommunicationThreshold() const {
   if (m_ublox_config.isInitialised() || m_ublox_config.isStopped()) return m_frame_period_us;
   return m_ublox_config.isPortConfirmed() ? SEQUENCE_SILENCE_US : NEVER;
 }
 
 void GPSDClient::deviceGone() {
-  // A device that comes and goes and gives nothing is told once.
+  // A device that comes and goes without any data is logged once.
   const bool worked = m_data_time_us > m_connect_time_us;
   if (!std::exchange(m_device_gone_logged, true) || worked) {
     LOG.warning("receiver device ", logging::escaped(m_device_path),

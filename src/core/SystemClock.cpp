@@ -6,7 +6,7 @@
 namespace ecu::koru::gpspub {
 
 namespace {
-// 2016-11-07 16:48:58 UTC: a clock at or after it was set by somebody.
+// A clock at or after 2016-11-07 16:48:58 UTC was set by somebody.
 constexpr int64_t PLAUSIBLE_SECONDS = 1478537338;
 constexpr int64_t US_PER_S = 1'000'000;
 }  // namespace

@@ -4,16 +4,15 @@
 
 namespace ecu::koru::gpspub {
 
-/// Sets the operating system's clock once from the first receiver time, when the clock is not plausible by
-/// itself. Service thread only.
+/// Sets the operating system's clock once, from the first receiver time, if it is not plausible already.
+/// Service thread only.
 class SystemClock {
  public:
-  /// Until it is switched on there is nothing to do.
+  /// The clock is left alone until this is switched on.
   void enableSetting(bool on) { m_system_time_set = !on; }
   [[nodiscard]] bool isSet() const { return m_system_time_set; }
 
-  /// Uses up the single attempt, whatever comes of it; always true. `info` is the fix whose time was just
-  /// parsed.
+  /// Uses up the single attempt, even if it fails. Always returns true. `info` is the fix just dated.
   bool checkSetSystemTime(GnssInfo& info);
 
  private:

@@ -33,7 +33,7 @@ constexpr std::array<SwitchRow, 3> SWITCHES{
      {0xA060, "GNSSAntennaOn", &SystemParameterTargets::antenna_on},
      {0x2045, "activateEhorizonSim", &SystemParameterTargets::simulation}}};
 
-/// The first value byte; `on_text` and `absent_text` surround the name in the log.
+/// Returns the first value byte. In the log `on_text` or `absent_text` follows `label`.
 std::optional<uint8_t> firstByte(const var::SystemParameterMap& parameters, uint32_t id,
                                  const std::string& label, const char* on_text, const char* absent_text) {
   const bool log = GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS);

@@ -7,7 +7,7 @@
 
 namespace ecu::koru::gpspub {
 
-/// What the system parameters of the start say. Service thread.
+/// The settings that the system parameters change at the start. Service thread.
 struct SystemParameterTargets {
   uint32_t gnss_systems;  ///< wanted constellations: bit 0 GPS, 1 GLONASS, 2 BeiDou, 3 Galileo
   bool gnss_on;
@@ -17,8 +17,8 @@ struct SystemParameterTargets {
   uint16_t period_ms;  ///< between two solutions
 };
 
-/// Changes in `targets` what `parameters` says; a parameter that is absent, empty or without an over-the-air
-/// id changes nothing, except the rate, which is then 1 Hz.
+/// Applies `parameters` to `targets`. A parameter that is absent, empty or without an over-the-air id changes
+/// nothing, except the rate, which is then 1 Hz.
 void applySystemParameters(const var::SystemParameterMap& parameters, SystemParameterTargets& targets);
 
 }  // namespace ecu::koru::gpspub
