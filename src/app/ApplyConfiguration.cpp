@@ -37,7 +37,7 @@ bool isTrue(const std::string& text) {
   return text == "true" || text == "1";
 }
 
-/// Warns of a text that somebody may have written to mean true, although it is not taken as such.
+/// Warns of a text that may be meant as true but is not taken as true.
 void warnUnlessTruthValue(const char* key, const std::string& text, const char* taken) {
   if (isTrue(text) || text == "false" || text == "0" || text.empty()) return;
   LOG.warning(key, " = \"", logging::escaped(text), "\" is none of true, 1, false and 0, ", taken);

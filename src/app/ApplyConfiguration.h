@@ -8,17 +8,17 @@
 
 namespace ecu::koru::gpspub {
 
-/// Makes the service's keys known, with their defaults.
+/// Registers the service's keys and their defaults.
 void registerKeys(config::Configuration& config);
 
-/// "logmode": where log records go.
+/// Sends log records where "logmode" says.
 void applyLogMode(const config::Configuration& config);
 
-/// "signal_database": the file whose signal groups replace the built-in ones.
+/// Loads "signal_database", the file whose signal groups replace the built-in ones.
 void applySignalDatabase(const config::Configuration& config);
 
-/// Options and file to the service: an option beats the file, the file beats the default. A value that cannot
-/// be used is logged and skipped, never fatal.
+/// Applies options and file to the service. An option beats the file, and the file beats the default. A value
+/// that cannot be used is logged and skipped.
 void applyConfiguration(const Options& options, const config::Configuration& config, GPSDClient& service);
 
 }  // namespace ecu::koru::gpspub

@@ -32,7 +32,7 @@ constexpr std::array<option, 13> LONG_OPTIONS{{{"baudrate", required_argument, n
                                                {"help", no_argument, nullptr, 'H'},
                                                {nullptr, 0, nullptr, 0}}};
 
-/// True when `argument` is a number, which is then stored.
+/// Stores `argument` and returns true if it is a number. Logs it otherwise.
 bool storeNumber(const char* argument, const char* complaint, uint32_t& number) {
   try {
     number = to_u32_base0(argument);
@@ -48,7 +48,7 @@ bool storeNumber(const char* argument, const char* complaint, uint32_t& number) 
   std::exit(EXIT_SUCCESS);
 }
 
-/// False for an option that is answered with the usage text.
+/// Returns false for an option that is answered with the usage text.
 bool storeOption(int letter, Options& options) {
   switch (letter) {
     case 'I':

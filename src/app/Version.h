@@ -4,7 +4,7 @@
 
 namespace ecu::koru::gpspub {
 
-/// "satnavd version: BRANCH - VERSION - COMMIT - COMMIT DATE - BUILD TYPE compiled DATE at TIME"
+/// Returns "satnavd version: BRANCH - VERSION - COMMIT - COMMIT DATE - BUILD TYPE compiled DATE at TIME".
 [[nodiscard]] std::string versionBanner();
 
 }  // namespace ecu::koru::gpspub

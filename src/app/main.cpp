@@ -43,7 +43,7 @@ struct MandatoryVariables {
   std::string hasgnss;
 };
 
-/// The service that a stop signal ends; null before it exists and after the first signal.
+/// Holds the service that a stop signal ends; null before it exists and after the first signal.
 std::atomic<GPSDClient*>& stopCell() {
   static std::atomic<GPSDClient*> cell{nullptr};
   return cell;
@@ -55,22 +55,22 @@ void setAction(int signal, void (*handler)(int)) {
   sigaction(signal, &action, nullptr);
 }
 
-/// The first stop signal ends the service in order, the next one the process.
+/// The first stop signal ends the service in order, the next one ends the process.
 void onStopSignal(int signal) {
   if (signal != SIGINT && signal != SIGTERM) return;
   if (GPSDClient* service = stopCell().exchange(nullptr)) service->stop();
   for (const int each : STOP_SIGNALS) setAction(each, SIG_DFL);
 }
 
-/// A descriptor 0 to 2 that is closed would become that of a socket or the port, and log records would go
-/// there.
+/// Opens those of the descriptors 0 to 2 that are closed. Otherwise a socket or the port would get one, and
+/// log records would go there.
 void keepStandardDescriptors() {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDWR) != fd) std::_Exit(EXIT_FAILURE);
   }
 }
 
-/// A hang-up of the serial port and a peer that closes its end are no reason to die.
+/// A hang-up of the serial port or a peer that closes its end must not end the process.
 void ignoreHangUps() {
   setAction(SIGHUP, SIG_IGN);
   setAction(SIGPIPE, SIG_IGN);
@@ -100,7 +100,7 @@ std::string readMandatory(var::IVarClient& variables, const std::string& name) {
   return value;
 }
 
-/// False when one is missing.
+/// Returns false if one is missing.
 bool readMandatoryVariables(var::IVarClient& variables, MandatoryVariables& out) {
   return !(out.hwvariant = readMandatory(variables, "hwvariant")).empty() &&
          !(out.hwversion = readMandatory(variables, "hwversion")).empty() &&
@@ -129,17 +129,17 @@ void logBanner() {
   if (GnssUtils::debugIt(gpspub::logflag::START_UP)) LOG.debug("log flags ", GnssUtils::logFlags());
 }
 
-/// Somebody may have published a large set of parameters. The heap would keep the space for good.
+/// The heap would keep the space of a large set of parameters for good.
 void returnFreeMemory() {
   malloc_trim(0);
 }
 
-/// No count of records that were kept back or lost is forgotten, whichever way main() ends.
+/// Logs the counts of records that were kept back or lost, whichever way main() ends.
 struct LastRecords {
   ~LastRecords() { logging::tell_all_kept_back(); }
 };
 
-/// When the transport's thread is stuck inside the operating system (a name lookup), nothing may be cleaned
+/// If the transport's thread is stuck inside the operating system (a name lookup), nothing may be cleaned
 /// up under it: the process ends here.
 void stopTransport(com::ITransportClient& transport, int exit_status) {
   if (transport.stop()) return;
@@ -185,7 +185,7 @@ int main(int argc, char** argv) {
   }
   auto parameters = var::create_sysparams_client(transport);
   const bool simulation = readSimulationSwitch(*parameters);
-  parameters.reset();  // it may hold many
+  parameters.reset();  // it may hold many of them
   const std::string device = chooseDevice(options, *config, simulation, unit.hwversion);
 
   auto service =
