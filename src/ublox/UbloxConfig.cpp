@@ -71,11 +71,7 @@ void UbloxConfig::disableHardwareInit() {
 
 // -- The sequence
 
-std::string UbloxConfig::getNextCommand() {
-  return prepare(m_sequence.answered());
-}
-
-std::string UbloxConfig::prepare(Action action) {
+std::string UbloxConfig::getNextCommand(Action action) {
   const unsigned init = m_sequence.initCommandIdx();
   const unsigned complex = m_sequence.complexCommandIdx();
   if (action == Action::FINISH) {
@@ -105,7 +101,7 @@ void UbloxConfig::carryOut(Action action) {
       break;
     case Action::SEND:
     case Action::FINISH:
-      transmit(prepare(action));
+      transmit(getNextCommand(action));
       break;
     case Action::NEXT_RATE:
       tryOtherBaudRate();

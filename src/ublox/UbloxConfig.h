@@ -41,8 +41,6 @@ class UbloxConfig {
   // -- The sequence
 
   [[nodiscard]] bool hasCommandToSend() const { return m_sequence.hasCommandToSend(); }
-  /// Advances and returns the next frame; empty if the sequence is now complete.
-  [[nodiscard]] std::string getNextCommand();
   void sendNextCommand();
   /// Sends the frame in flight again.
   void sendCommand();
@@ -103,7 +101,7 @@ class UbloxConfig {
  private:
   void carryOut(CommandSequence::Action action);
   /// Puts the frame of a SEND in flight and returns it; empty for FINISH.
-  [[nodiscard]] std::string prepare(CommandSequence::Action action);
+  [[nodiscard]] std::string getNextCommand(CommandSequence::Action action);
   [[nodiscard]] std::string complexCommand(unsigned step);
   void sendOther(std::string frame, bool is_rate = false);
   void sendOther(const UbxCommand& command) { sendOther(command.frame()); }
