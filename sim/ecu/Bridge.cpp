@@ -14,7 +14,7 @@ namespace {
 constexpr auto LOG = logging::module("ecu.bridge");
 
 constexpr int64_t REST_NS = 5'000'000;
-constexpr int BURST = 64;  // messages that the transport takes at once, whatever it does
+constexpr int BURST = 64;  // the transport always takes that many messages at once
 
 std::vector<Bridge::Route> routes_of(const rt::SignalDatabase& database) {
   std::vector<Bridge::Route> routes;

@@ -14,14 +14,15 @@
 
 namespace ecu::koru::sim {
 
-/// The vehicle's CAN between two units: what one publishes as a group's frame, the other receives. Only the
-/// frame's bytes cross, in an envelope of its own time; what the broker had retained is no frame of now and
-/// does not. message() belongs to the first unit's delivery thread, the rest to the main thread.
+/// The vehicle's CAN between two units: the second receives the frames of the groups that the first
+/// publishes. Only a frame's bytes cross; they get a new envelope with a new time stamp. Retained messages
+/// are old and do not cross. message() runs on the delivery thread of the first unit's connection, the rest
+/// on the main thread.
 class Bridge final : public com::ISubscriptionObserver {
  public:
-  /// Frames that wait at a time; what comes beyond is dropped.
+  /// The most frames that wait at a time. Frames beyond that are dropped.
   static constexpr size_t CAPACITY = 4096;
-  /// How long a frame waits when it is due and the broker takes no more. Older ones are dropped.
+  /// How long a due frame waits while the broker takes no more. Then it is dropped.
   static constexpr int64_t PATIENCE_NS = 1'000'000'000;
 
   struct Options {
@@ -32,38 +33,38 @@ class Bridge final : public com::ISubscriptionObserver {
     int64_t delay_ns = 0;       ///< of every frame
   };
 
-  /// What became of a group's messages.
+  /// The two topics of a group, and the counts of what happened to its messages.
   struct Route {
-    std::string name;  ///< the group's
-    std::string from;  ///< topics, without prefix
+    std::string name;  ///< of the group
+    std::string from;  ///< a topic without prefix, as is `to`
     std::string to;
     uint64_t carried = 0;
     uint64_t lost = 0;       ///< by Options::loss
     uint64_t dropped = 0;    ///< the other broker was away or full, or too many waited
-    uint64_t malformed = 0;  ///< no group of this topic
+    uint64_t malformed = 0;  ///< could not be decoded as this group
   };
 
-  /// For every group of the signal database in use that has both topics. `to` must outlive the bridge;
-  /// `on_waiting` is called on the delivery thread when send_due() is wanted earlier than it said.
+  /// Carries every group of the signal database in use that has both topics. `to` must outlive the bridge.
+  /// `on_waiting` is called on the delivery thread if send_due() must be called earlier than it said.
   Bridge(const Options& options, com::ITransportClient& to, std::function<void()> on_waiting);
 
-  /// What has to be subscribed at the unit that sends.
+  /// Returns the topics to subscribe to at the sending unit.
   [[nodiscard]] std::vector<std::string> topics() const;
 
   void message(const std::string& topic, const com::Message& message) override;
 
-  /// Sends every frame whose time has come, in order. After how many ns it has to be called again; nothing
-  /// when no frame waits.
+  /// Sends every frame that is due, in order. Returns the ns after which it must be called again; empty if
+  /// no frame waits.
   [[nodiscard]] std::optional<int64_t> send_due();
 
-  /// Takes and sends no more; frames that wait are dropped.
+  /// Takes and sends no more frames. Waiting frames are dropped.
   void stop();
 
   [[nodiscard]] std::vector<Route> routes() const;
 
  private:
   struct Waiting {
-    int64_t due_ns;  // steady
+    int64_t due_ns;  // steady clock
     size_t route;
     rt::SignalGroup group;
   };
@@ -76,9 +77,9 @@ class Bridge final : public com::ISubscriptionObserver {
   const Options m_options;
   com::ITransportClient& m_to;
   const std::function<void()> m_on_waiting;
-  std::mt19937_64 m_random;  // of the delivery thread
+  std::mt19937_64 m_random;  // only for the delivery thread
 
-  mutable std::mutex m_mutex;  // of what follows; names and topics never change
+  mutable std::mutex m_mutex;  // guards the members below; names and topics never change
   std::vector<Route> m_routes;
   std::deque<Waiting> m_waiting;
   bool m_stopped = false;

@@ -17,12 +17,12 @@ namespace {
       logging::text("expected HOST[:PORT][/PREFIX], found '", logging::escaped(text), "': ", what));
 }
 
-/// Takes the host off the front.
+/// Removes the host from the front and returns it; empty if there is none.
 std::string take_host(std::string_view& rest) {
   const bool bracketed = rest.starts_with('[');
   if (bracketed) rest.remove_prefix(1);
   const size_t length = std::min(rest.find_first_of(bracketed ? "]" : ":/"), rest.size());
-  if (bracketed && length == rest.size()) return {};  // no end
+  if (bracketed && length == rest.size()) return {};  // the bracket is not closed
   std::string host(rest.substr(0, length));
   rest.remove_prefix(length);
   if (bracketed && !rest.empty()) rest.remove_prefix(1);

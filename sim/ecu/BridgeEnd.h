@@ -5,18 +5,18 @@
 
 namespace ecu::koru::sim {
 
-/// A unit as a bridge reaches it: its broker, and what stands before its topics there.
+/// A unit as a bridge reaches it: its broker, and the prefix of its topics there.
 struct BridgeEnd {
   std::string host;
   int port = 1883;
-  std::string prefix{};  ///< with its '/' at the end; empty: none
+  std::string prefix{};  ///< ends with '/'; empty: none
 
-  /// "HOST:PORT/PREFIX", for messages.
+  /// Returns "HOST:PORT/PREFIX", for messages.
   [[nodiscard]] std::string text() const;
 };
 
-/// "HOST[:PORT][/PREFIX]"; an IPv6 address stands in brackets. Throws std::invalid_argument, what() says what
-/// was expected.
+/// Parses "HOST[:PORT][/PREFIX]"; an IPv6 address stands in brackets. Throws std::invalid_argument, whose
+/// what() says what was expected.
 [[nodiscard]] BridgeEnd parse_bridge_end(std::string_view text);
 
 }  // namespace ecu::koru::sim

@@ -28,7 +28,7 @@ std::string check_end(const std::string& text) {
   }
 }
 
-/// The connection to one end, under a name of its own: both may be the same broker.
+/// Creates the connection to one end. Each has its own client name, because both may be on the same broker.
 std::unique_ptr<tool::BusConnection> connection(tool::BusOptions bus, const BridgeEnd& end,
                                                 const char* name) {
   bus.host = end.host;
@@ -38,7 +38,7 @@ std::unique_ptr<tool::BusConnection> connection(tool::BusOptions bus, const Brid
   return tool::BusConnection::create(bus);
 }
 
-/// Sends until the end of the time or a signal.
+/// Sends frames until the time is over or a signal arrives.
 void carry(Bridge& bridge, tool::Event& frame_waits, double seconds) {
   const tool::StopSignals signals;
   const int64_t end_ns = time_source().steady_ns() + static_cast<int64_t>(seconds * 1e9);

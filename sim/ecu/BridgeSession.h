@@ -16,10 +16,11 @@ struct BridgeOptions {
   double seconds = 0;  ///< 0: no limit
 };
 
-/// Adds --bridge and what belongs to it. `options` must outlive `app`.
+/// Adds --bridge and the options that belong to it. `options` must outlive `app`.
 void add_bridge_options(CLI::App& app, BridgeOptions& options);
 
-/// Carries frames until Ctrl-C, SIGTERM or the end of the time, and tells how many. The exit status.
+/// Carries frames until Ctrl-C, SIGTERM or the end of the time, then prints how many. Returns
+/// the exit status.
 [[nodiscard]] int run_bridge(const CLI::App& app, const tool::BusOptions& bus, const BridgeOptions& options);
 
 }  // namespace ecu::koru::sim

@@ -15,7 +15,7 @@ namespace {
 using logging::escaped;
 
 constexpr std::string_view BLANKS = " \t\r";
-constexpr size_t MAX_RAW_SIGNAL = 64;  // bytes, of a signal that the signal database does not hold
+constexpr size_t MAX_RAW_SIGNAL = 64;  // bytes; for a signal that is not in the signal database
 
 std::string_view trimmed(std::string_view text) {
   const auto first = text.find_first_not_of(BLANKS);
@@ -23,7 +23,8 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
 }
 
-/// Takes the text up to the first of `separators` off the front, and the separators behind it.
+/// Removes the text up to the first of `separators`, that separator and any blanks after it. Returns
+/// the text, trimmed.
 std::string_view take_word(std::string_view& rest, std::string_view separators) {
   const std::string_view word = rest.substr(0, rest.find_first_of(separators));
   rest.remove_prefix(word.size());
@@ -70,7 +71,7 @@ bool on_or_off(std::string_view text) {
   return text == "on";
 }
 
-/// "+01:00" as whole hours and additional minutes, both with the sign.
+/// Reads an offset like "+01:00" into hours and minutes, which both get the sign.
 void set_offset(pb::TimeZone& zone, std::string_view text) {
   const bool shape = text.size() == 6 && (text[0] == '+' || text[0] == '-') && text[3] == ':' &&
                      text[1] != '-' && text[4] != '-';

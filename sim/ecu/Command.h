@@ -8,11 +8,11 @@
 
 #include "proto/nvxproto.pb.h"
 
-/// The commands of the simulated unit: one text a line, the same on the command line, in a file and on
-/// standard input.
+/// The commands of the simulated unit, one a line. They are the same on the command line, in a file and
+/// on standard input.
 namespace ecu::koru::sim {
 
-// What changes the unit's state.
+// Commands that change the unit's state.
 struct SetVariable {
   std::string name;
   std::string text;
@@ -32,7 +32,7 @@ struct SetHardwareVersion {
   std::string text;
 };
 
-// What is said once and not remembered.
+// Commands that are published once and not remembered.
 struct AnnounceSource {
   pb::GnssSource::Source source;
 };
@@ -41,35 +41,35 @@ struct SetLogFlags {
 };
 struct SendRaw {
   std::string topic;
-  std::string payload;  ///< bytes as they are, no envelope
+  std::string payload;  ///< sent as it is, without an envelope
   bool retained;
 };
 
-// What the session itself does.
+// Commands for the session itself.
 struct ShowHelp {};
 struct Quit {};
 
 using Command = std::variant<SetVariable, SetParameter, SetTimeZone, SetBlackout, SetHardwareVersion,
                              AnnounceSource, SetLogFlags, SendRaw, ShowHelp, Quit>;
 
-/// A command that does not exist or whose arguments are wrong; what() says what was expected.
+/// The command does not exist or its arguments are wrong. what() says what was expected.
 class BadCommand : public std::invalid_argument {
  public:
   using std::invalid_argument::invalid_argument;
 };
 
-/// True for what is said once; the rest is part of the unit's state or concerns the session.
+/// Returns true if the command is published once and is not part of the unit's state.
 [[nodiscard]] bool is_said_once(const Command& command);
-/// True for help and quit.
+/// Returns true for help and quit.
 [[nodiscard]] bool concerns_session(const Command& command);
 
-/// True for a line without a command: empty, or a comment ('#' first).
+/// Returns true if the line holds no command: it is blank, or a comment that begins with '#'.
 [[nodiscard]] bool is_blank(std::string_view line);
 
-/// Reads one command. Throws BadCommand.
+/// Throws BadCommand.
 [[nodiscard]] Command parse_command(std::string_view line);
 
-/// Every command with its arguments and meaning, one line each.
+/// Returns every command with its arguments and meaning, one line each.
 [[nodiscard]] std::string command_help();
 
 }  // namespace ecu::koru::sim

@@ -6,20 +6,21 @@
 
 namespace ecu::koru::sim {
 
-/// Cuts what comes in pieces into lines, in bounded memory.
+/// Cuts input that arrives in pieces into lines, in bounded memory.
 class LineBuffer {
  public:
-  static constexpr size_t MAX_LINE = 8 << 20;  // a raw payload far beyond what any receiver accepts
+  static constexpr size_t MAX_LINE = 8 << 20;  // bytes; far more than any receiver accepts
 
   void add(std::string_view bytes) { m_bytes.append(bytes); }
 
-  /// The next whole line without its line feed; nothing when there is none yet. To be called until then after
-  /// each add(). Throws BadCommand once for each line that is too long, when its end has come.
+  /// Returns the next whole line without its line feed; empty if there is none yet. After each add(),
+  /// call it until it returns empty. Throws BadCommand once for each line that is too long, after its
+  /// end has arrived.
   [[nodiscard]] std::optional<std::string> next();
 
  private:
   std::string m_bytes;
-  bool m_too_long = false;  // the present line is, and its beginning was dropped
+  bool m_too_long = false;  // the current line is too long; its beginning may be dropped already
 };
 
 }  // namespace ecu::koru::sim

@@ -16,11 +16,10 @@ using namespace std::chrono_literals;
 constexpr auto CONFIRMATION_TIME = 5s;
 constexpr auto ROOM_STEP = 5ms;
 constexpr int ROOM_STEPS = 400;
-constexpr size_t BURST = 64;  // messages that the transport takes at once, whatever it does
+constexpr size_t BURST = 64;  // the transport always takes that many messages at once
 
 }  // namespace
 
-/// Keeps the last payload that came in.
 class Publisher::Echo final : public com::ISubscriptionObserver {
  public:
   void message(const std::string& /*topic*/, const com::Message& message) override {

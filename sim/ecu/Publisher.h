@@ -8,17 +8,17 @@
 
 namespace ecu::koru::sim {
 
-/// Hands publications to the broker. Main thread; the transport must outlive it.
+/// Sends publications to the broker. For the main thread. The transport must outlive it.
 class Publisher {
  public:
   explicit Publisher(com::ITransportClient& transport);
 
-  /// Sends all, in order; waits a moment while the connection has no room. False as soon as one cannot be
-  /// sent.
+  /// Sends all of them in order, and waits up to 2 s for each while the connection has no room. Returns false
+  /// as soon as one cannot be sent.
   [[nodiscard]] bool send(const std::vector<Publication>& publications);
 
-  /// The same, and waits until the broker has given the last one back: then it has them all. Its topic must
-  /// be that of the parameter map.
+  /// Does the same and waits up to 5 s until the broker returns the last one: then it has them all. The last
+  /// one must be the parameter map.
   [[nodiscard]] bool send_confirmed(const std::vector<Publication>& publications);
 
  private:

@@ -13,7 +13,7 @@ namespace ecu::koru::sim {
 
 namespace {
 
-// A lost connection comes back after a second at the earliest: at this pace none is overlooked.
+// A lost connection needs at least a second to come back, so no loss is missed at this interval.
 constexpr int CONNECTION_CHECK_MS = 100;
 
 void complain(std::string_view text) {
@@ -32,7 +32,7 @@ bool Session::start(const std::vector<Publication>& said_once) {
 
 void Session::keep() {
   const tool::StopSignals signals;
-  (void)std::signal(SIGTTIN, SIG_IGN);  // a terminal's input does not stop the program in the background
+  (void)std::signal(SIGTTIN, SIG_IGN);  // otherwise terminal input stops the program in the background
   bool going_on = true;
   while (going_on) {
     pollfd waits[] = {{signals.fd(), POLLIN, 0}, {m_input_ended ? -1 : STDIN_FILENO, POLLIN, 0}};
@@ -43,7 +43,7 @@ void Session::keep() {
   }
 }
 
-/// False when one of them was quit.
+/// Returns false after "quit".
 bool Session::read_commands() {
   char bytes[65536];
   const ssize_t length = read(STDIN_FILENO, bytes, sizeof bytes);
@@ -61,7 +61,6 @@ bool Session::read_commands() {
   }
 }
 
-/// False for quit.
 bool Session::obey(std::string_view line) {
   const Command command = parse_command(line);
   if (std::holds_alternative<Quit>(command)) return false;

@@ -8,18 +8,18 @@
 
 namespace ecu::koru::sim {
 
-/// The simulated unit on the bus: publishes its state and follows commands on standard input. Main thread.
+/// The simulated unit on the bus: publishes its state and follows commands on standard input. For
+/// the main thread.
 class Session {
  public:
   Session(com::ITransportClient& transport, UnitState& unit)
       : m_transport(transport), m_unit(unit), m_publisher(transport) {}
 
-  /// Publishes the state, then `said_once`. False when the broker did not take it all.
+  /// Publishes the state, then `said_once`. Returns false if the broker did not take everything.
   [[nodiscard]] bool start(const std::vector<Publication>& said_once);
 
-  /// Follows commands until quit, Ctrl-C or SIGTERM; the end of standard input ends only the commands. After
-  /// each reconnect the whole state is published again, because the broker may have been restarted and have
-  /// forgotten it.
+  /// Follows commands until quit, Ctrl-C or SIGTERM. It continues after the end of standard input. After each
+  /// reconnect it publishes the whole state again, because a restarted broker has forgotten it.
   void keep();
 
  private:

@@ -9,7 +9,7 @@ namespace ecu::koru::sim {
 
 namespace {
 
-// What other programs of the unit tell the service at run time.
+// Topics on which other programs of the unit talk to the service at run time.
 const std::string BLACKOUT_MODE = "rt/system/blackout_mode";
 const std::string HARDWARE_VERSION = "rt/system/hw_version";
 const std::string GNSS_SOURCE = "system/gnss/source";
@@ -45,7 +45,6 @@ std::string parameter_topic(uint32_t id) {
 
 }  // namespace
 
-/// What each command does to the state and says on the bus.
 struct UnitState::Apply {
   UnitState& unit;
   using Said = std::vector<Publication>;

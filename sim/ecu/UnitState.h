@@ -15,18 +15,18 @@ struct Publication {
   com::Message message;
 };
 
-/// What the simulated unit would tell somebody who asks now. No I/O, one thread at a time.
+/// The current state of the simulated unit. Does no I/O. Only one thread may use it at a time.
 class UnitState {
  public:
-  /// With `retain_all` not only variables and parameters are retained, but also time zone, blackout and
-  /// hardware version.
+  /// Variables and parameters are always retained; time zone, blackout and hardware version
+  /// only with `retain_all`.
   explicit UnitState(bool retain_all) : m_retain_all(retain_all) {}
 
-  /// Changes the state, if the command is about it; gives what has to be published because of it, in this
-  /// order. A parameter gives the new map and the change. Nothing for help and quit.
+  /// Changes the state if the command concerns it. Returns the messages to publish, in order: for a parameter
+  /// the new map and the change, none for help and quit.
   [[nodiscard]] std::vector<Publication> apply(const Command& command);
 
-  /// The whole state, each item in a new envelope. The parameter map is always there, and always the last.
+  /// Returns the whole state, each item in a new envelope. The last item is always the parameter map.
   [[nodiscard]] std::vector<Publication> everything() const;
 
  private:

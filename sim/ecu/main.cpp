@@ -1,4 +1,4 @@
-// ecu-sim: publishes what the rest of the unit tells the satellite-navigation service.
+// ecu-sim: publishes the messages that the satellite-navigation service gets from the rest of the unit.
 #include <fstream>
 #include <iostream>
 #include <optional>
@@ -26,7 +26,7 @@ struct Options {
   sim::BridgeOptions bridge;
 };
 
-/// A unit with a receiver of its own, where no parameter was ever set.
+/// A unit with its own receiver. No parameter is set.
 constexpr const char* DEFAULTS[] = {"var hwvariant sim", "var hwversion qrx", "var hasgnss true"};
 
 constexpr const char* DESCRIPTION =
@@ -74,7 +74,7 @@ void add_options(CLI::App& app, Options& options) {
   sim::add_bridge_options(app, options.bridge);
 }
 
-/// What the command line and the file ask for, as commands in the order in which they count.
+/// Applies the defaults, the file and the command line in this order, so that later ones win.
 struct Requests {
   sim::UnitState unit;
   std::vector<sim::Publication> said_once;

@@ -6,37 +6,36 @@
 
 namespace ecu::koru::sim {
 
-/// What is wrong with the antenna, physically.
 enum class AntennaState : uint8_t { ok, open, short_circuit };
 
-/// Of "ok", "open" and "short".
+/// Returns the state named "ok", "open" or "short"; empty if the name is another.
 [[nodiscard]] std::optional<AntennaState> antenna_state_of(std::string_view name);
 
-/// What MON-HW says of it.
+/// The antenna fields of MON-HW.
 struct AntennaReport {
   uint8_t status;  ///< 1 don't know, 2 OK, 3 short circuit, 4 open circuit
   uint8_t power;   ///< 0 off, 1 on
 };
 
-/// Watches the antenna as the flags of CFG-ANT tell it to.
+/// Watches the antenna. `flags` are always those of CFG-ANT.
 class AntennaSupervisor {
  public:
-  /// `inverted`: the detection line for an open circuit is wired the other way round, so that a sound antenna
-  /// reads as open and an open one as OK.
+  /// If `inverted`, the line that detects an open circuit has the opposite level: a good antenna reads as
+  /// open and an open one as OK.
   AntennaSupervisor(AntennaState state, bool inverted) : m_state(state), m_inverted(inverted) {}
 
   void set_state(AntennaState state, uint32_t flags);
-  /// New flags, from CFG-ANT or at power-up: an antenna that was switched off for a short circuit gets power
-  /// again.
+  /// Takes new flags, from CFG-ANT or at power-up. An antenna that was switched off gets power again if its
+  /// short circuit is gone.
   void set_flags(uint32_t flags);
   [[nodiscard]] AntennaReport report(uint32_t flags) const;
-  /// Whether satellites can be received: the antenna is sound and has power.
+  /// Returns true if the antenna is good and has power.
   [[nodiscard]] bool receives(uint32_t flags) const;
 
  private:
   AntennaState m_state;
   bool m_inverted;
-  bool m_shut_down = false;  // for a short circuit, until the flags are set again
+  bool m_shut_down = false;  // by a short circuit
 };
 
 }  // namespace ecu::koru::sim

@@ -9,14 +9,14 @@ namespace {
 
 constexpr double degree = std::numbers::pi / 180.0;
 
-/// One piece of road: its length, the turn over it (right positive), the speed at its end, what it climbs,
-/// and how long the vehicle stands at its end.
+/// One piece of road: its length, its turn (positive to the right), the speed at its end, its climb, and how
+/// long the vehicle stands at its end.
 struct Piece {
   double length_m, turn_deg, end_speed_kmh, climb_m, stop_s;
 };
 
-/// Half of the drive. The turns add up to 180 degrees, so driving it twice, the second time with the hills
-/// upside down, ends exactly where it began.
+/// Half of the drive. The turns add up to 180 degrees, so driving it twice, the second time with climbs
+/// negated, ends exactly where it began.
 constexpr Piece half_drive[] = {
     {80, 0, 50, 0, 0},   {600, 0, 50, 8, 0},  {120, 0, 30, 0, 0},  {40, 70, 30, 0, 0},
     {150, 0, 80, 4, 0},  {900, 0, 80, 25, 0}, {250, 60, 80, 3, 0}, {250, -40, 80, -6, 0},
@@ -25,7 +25,7 @@ constexpr Piece half_drive[] = {
 
 constexpr RoutePoint start{48.305, 10.905, 480.0};
 
-/// Draws the road in a plane that touches the earth at the start.
+/// Draws the road in the plane that touches the earth at the start.
 class Pen {
  public:
   void move(double length_m, double turn_deg, double climb_m) {
@@ -51,10 +51,10 @@ double ms(double kmh) {
 }
 
 void drive_piece(Route& route, Pen& pen, const Piece& piece, double start_speed_kmh, double climb_m) {
-  const int steps = std::max(1, static_cast<int>(std::abs(piece.turn_deg)));  // a curve is drawn in degrees
+  const int steps = std::max(1, static_cast<int>(std::abs(piece.turn_deg)));  // one a degree
   for (int i = 0; i < steps; ++i) {
     pen.move(piece.length_m / steps, piece.turn_deg / steps, climb_m / steps);
-    // The square of the speed changes evenly over the way.
+    // At constant acceleration, the square of the speed is linear in the distance.
     const auto speed = [&](int step) {
       const double from = std::pow(ms(start_speed_kmh), 2);
       return std::sqrt(from + (std::pow(ms(piece.end_speed_kmh), 2) - from) * step / steps);

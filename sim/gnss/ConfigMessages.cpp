@@ -24,7 +24,7 @@ bool is_port(size_t number) {
   return number <= 4 && number != 2;
 }
 
-/// Without a payload the port that the poll came on.
+/// A poll without a payload asks for the port that it arrived on.
 Answer answer_prt(const Settings& settings, Payload query) {
   if (query.size() > 1) return std::nullopt;
   const size_t port = query.empty() ? settings.host_port : query[0];
@@ -32,7 +32,7 @@ Answer answer_prt(const Settings& settings, Payload query) {
   return std::vector(settings.ports[port].begin(), settings.ports[port].end());
 }
 
-/// Of a UART only 8 data bits, no parity and one stop bit, at a speed that the line has.
+/// A UART takes only 8 data bits, no parity and one stop bit, at a speed that the line has.
 bool apply_prt(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 20 || !is_port(payload[0])) return false;
   if (payload[0] == Settings::uart1) {
@@ -53,7 +53,7 @@ Answer answer_msg(const Settings& settings, Payload query) {
   return payload;
 }
 
-/// The short form sets the rate on the port that it comes on.
+/// The short form sets the rate on the port that it arrives on.
 bool apply_msg(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 3 && payload.size() != 8) return false;
   const auto index = periodic_index({payload[0], payload[1]});
@@ -80,7 +80,7 @@ Answer answer_rxm(const Settings& settings, Payload query) {
   return all_of(settings.rxm, query);
 }
 
-/// Continuous or power save mode.
+/// Takes continuous and power save mode.
 bool apply_rxm(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 2 || (payload[1] != 0 && payload[1] != 1 && payload[1] != 4)) return false;
   return take_over(settings.rxm, payload);
@@ -90,7 +90,7 @@ Answer answer_ant(const Settings& settings, Payload query) {
   return all_of(settings.antenna, query);
 }
 
-/// The pins change only when their highest bit says so.
+/// The pins change only if their highest bit is set.
 bool apply_ant(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 4) return false;
   constexpr size_t flags_size = 2;
@@ -102,7 +102,8 @@ Answer answer_nmea(const Settings& settings, Payload query) {
   return all_of(settings.nmea, query);
 }
 
-/// Also in the two shorter forms of older receivers. Versions that would be written like 4.0 are refused.
+/// Also takes the two shorter forms of older receivers. Refuses versions other than 4.0 and 4.10, because the
+/// sentences would not differ from 4.0.
 bool apply_nmea(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 4 && payload.size() != 12 && payload.size() != 20) return false;
   return (payload[1] == 0x40 || payload[1] == 0x41) && take_over(settings.nmea, payload);
@@ -112,7 +113,7 @@ Answer answer_nav5(const Settings& settings, Payload query) {
   return all_of(settings.nav5, query);
 }
 
-/// Which bytes of CFG-NAV5 a bit of its mask stands for.
+/// The bytes of CFG-NAV5 that belong to a bit of its mask.
 struct Nav5Field {
   unsigned mask_bit;
   size_t offset, size;
@@ -148,8 +149,8 @@ Answer answer_gnss(const Settings& settings, Payload query) {
   return all_of(settings.gnss, query);
 }
 
-/// GLONASS and BeiDou lie in two bands beside that of the others; this receiver hears two bands at once. The
-/// augmentation systems go with GPS.
+/// GPS and Galileo share a band; GLONASS and BeiDou each have their own. This receiver hears two bands at
+/// once. The augmentation systems need GPS.
 bool is_possible(const Settings& settings, const Capabilities& capabilities) {
   const unsigned systems = monitor_map(settings.constellations());
   constexpr unsigned gps = 1, glonass = 2, beidou = 4, galileo = 8;
@@ -168,7 +169,7 @@ bool is_possible(const Settings& settings, const Capabilities& capabilities) {
   return reserved <= settings.gnss[2];
 }
 
-/// Blocks of the message replace those of the same system; systems that it leaves out stay.
+/// Blocks of the message replace those of the same systems. Other systems stay as they are.
 bool apply_gnss(Settings& settings, Payload payload, const Capabilities& capabilities) {
   constexpr size_t header = 4, block = 8;
   if (payload.size() < header || payload[0] != 0 || payload.size() != header + block * payload[3])

@@ -10,21 +10,20 @@
 
 namespace ecu::koru::sim {
 
-/// Carries out "power-cycle", "reset", "antenna ok|open|short" or "mute on|off" at that time; an empty line
-/// is nothing. Returns what to tell the user when it is none of these.
+/// Carries out "power-cycle", "reset", "antenna ok|open|short" or "mute on|off" at that time. Ignores an
+/// empty line. Returns an error text for the user if the line is anything else.
 [[nodiscard]] std::optional<std::string> carry_out(std::string_view line, Receiver& receiver, int64_t now_us);
 
-/// The lines on standard input.
 class Console {
  public:
-  /// To be made before the process opens files of its own: a closed standard input stays one. Ignores
-  /// SIGTTIN, so that a terminal's input does not stop the program in the background.
+  /// Create it before the process opens its own files, so that a closed standard input is noticed. Ignores
+  /// SIGTTIN, so that terminal input does not stop the program in the background.
   Console();
 
-  /// To wait for; -1 when the input has ended.
+  /// Returns the descriptor to wait on; -1 after the end of input.
   [[nodiscard]] int descriptor() const { return m_fd; }
-  /// The lines that are complete, without waiting, when the descriptor is ready. What is longer than a
-  /// command can be is cut.
+  /// Returns the complete lines, and does not wait if the descriptor is ready. Cuts lines longer
+  /// than any command.
   [[nodiscard]] std::vector<std::string> read_lines();
 
  private:

@@ -17,7 +17,7 @@ Reply only_acknowledge(UbxId command, bool done) {
   return {{acknowledge(command, done)}};
 }
 
-/// How the receiver would reset itself; there is no acknowledgement, only of a mode that it does not know.
+/// Chooses the kind of reset. A reset is not acknowledged; an unknown mode is refused.
 Reply reset(const UbxFrame& command) {
   if (command.payload.size() != 4) return only_acknowledge(command.id, false);
   switch (command.payload[2]) {
@@ -35,7 +35,7 @@ Reply reset(const UbxFrame& command) {
   }
 }
 
-/// Standby; the message has a short and a long form.
+/// Goes to standby. The message has a short and a long form.
 Reply power_management(const UbxFrame& command) {
   constexpr size_t short_form = 8, long_form = 16;
   const size_t size = command.payload.size();
@@ -109,7 +109,7 @@ Reply Control::configure(const UbxFrame& command) {
   return only_acknowledge(command.id, done);
 }
 
-/// Clears, saves and loads, in this order. Without a device mask all devices are meant.
+/// Clears, saves and loads, in this order. A message without a device mask means all devices.
 Reply Control::save(const UbxFrame& command) {
   const auto& payload = command.payload;
   if (payload.size() != 12 && payload.size() != 13) return only_acknowledge(command.id, false);

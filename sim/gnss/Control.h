@@ -10,38 +10,36 @@
 
 namespace ecu::koru::sim {
 
-/// What a command makes the receiver do besides changing its settings.
+/// The effect of a command besides a change of the settings.
 enum class Effect : uint8_t { none, restart, stop_navigation, start_navigation, sleep };
 
-/// What comes of a command.
 struct Reply {
-  std::vector<UbxFrame> frames;  ///< to the host
+  std::vector<UbxFrame> frames;  ///< for the host
   Effect effect = Effect::none;
   int64_t sleep_us = 0;        ///< 0: until it is woken
   bool woken_by_host = false;  ///< by any byte on the UART
 };
 
-/// The receiver's settings, and what it answers to commands. Knows no time and no line.
+/// Holds the receiver's settings and answers commands, without a clock or a line.
 class Control {
  public:
   explicit Control(const ReceiverOptions& options);
 
-  /// Carries a command out.
   [[nodiscard]] Reply obey(const UbxFrame& command);
 
   [[nodiscard]] const Settings& settings() const { return m_settings; }
-  /// Takes the saved settings, as at power-up.
+  /// Loads the saved settings, as at power-up.
   void boot();
-  /// Without power what only the battery keeps is gone, unless there is one.
+  /// With the fault reset_to there is no battery, and the battery-backed settings are lost.
   void lose_power();
 
   void set_antenna(AntennaState state);
-  /// Whether satellites can be received.
   [[nodiscard]] bool receives() const { return m_antenna.receives(m_settings.antenna_flags()); }
-  /// What NAV-TIMEUTC tells from now on.
+  /// Sets the fix that NAV-TIMEUTC reports from now on.
   void set_fix(const Fix& fix) { m_fix = fix; }
 
-  /// The message now, whoever wants it: one of MON-VER, MON-HW, MON-GNSS and NAV-TIMEUTC; otherwise nothing.
+  /// Returns the present MON-VER, MON-HW, MON-GNSS or NAV-TIMEUTC; empty for any other message, and for
+  /// MON-HW with the fault `newer`.
   [[nodiscard]] std::optional<UbxFrame> report(UbxId id) const;
 
  private:

@@ -8,10 +8,10 @@
 
 namespace ecu::koru::sim {
 
-/// A file descriptor that is closed at the end of its life.
+/// Owns a file descriptor and closes it.
 class Descriptor {
  public:
-  /// Throws std::system_error with errno when `fd` is negative; `what` could not be opened.
+  /// Throws std::system_error with errno and the text `what` if `fd` is negative.
   Descriptor(int fd, const std::string& what) : m_fd(fd) {
     if (m_fd < 0) throw std::system_error(errno, std::generic_category(), what);
   }

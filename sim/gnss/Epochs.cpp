@@ -20,7 +20,7 @@ DriveSource::DriveSource(const ReceiverOptions& options, const EpochGrid& grid)
 
 void DriveSource::set_grid(const EpochGrid& grid, int64_t now_us) {
   m_grid = grid;
-  // An epoch whose burst has not begun yet is not lost.
+  // This keeps an epoch whose burst has not begun yet.
   m_epoch = grid.first_from(std::max(m_latest_utc_us + 1, utc_at(now_us) - m_options.output_delay_us));
 }
 

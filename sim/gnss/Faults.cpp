@@ -80,7 +80,7 @@ void parse_reset_to(std::string_view text, FaultOptions& options) {
     throw std::invalid_argument("fault reset-to: a receiver does not know this baud rate");
 }
 
-/// A fault by its name. What stands behind it: nothing, =VALUE or @TIME.
+/// A fault's name, followed by nothing, =VALUE or @TIME.
 struct FaultRow {
   std::string_view name;
   char separator;  // 0: nothing follows
@@ -164,7 +164,7 @@ bool Faults::silent_at(int64_t since_power_on_us) const {
 }
 
 std::optional<UbxFrame> Faults::garbage() {
-  // Half of them look like what the host waits for.
+  // Half of the frames have the id of a message that the host waits for.
   constexpr std::array<UbxId, 10> plausible{{{0x01, 0x21},
                                              {0x05, 0x00},
                                              {0x05, 0x01},

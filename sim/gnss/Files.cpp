@@ -34,7 +34,7 @@ std::ofstream create_file(const std::string& path) {
   if (fd < 0) throw FileError(path + ": " + std::strerror(errno));
   struct stat status {};
   if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
-    static_cast<void>(::fchmod(fd, owner_only));  // it may have been there already
+    static_cast<void>(::fchmod(fd, owner_only));  // the file may have existed already
   std::ofstream out("/proc/self/fd/" + std::to_string(fd), std::ios::binary);
   ::close(fd);
   if (!out) throw FileError(path + ": " + std::strerror(errno));

@@ -6,7 +6,7 @@
 
 namespace ecu::koru::sim {
 
-/// A file that cannot be used; the text is "FILE: reason" or "FILE:LINE: reason".
+/// A file cannot be used. The text is "FILE: reason" or "FILE:LINE: reason".
 class FileError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -14,11 +14,11 @@ class FileError : public std::runtime_error {
       : std::runtime_error(file + ":" + std::to_string(line) + ": " + reason) {}
 };
 
-/// The whole file, binary, at most 256 MiB. Throws FileError.
+/// Returns the bytes of the whole file, at most 256 MiB. Throws FileError.
 [[nodiscard]] std::string read_file(const std::string& path);
 
-/// A new or emptied file, for its owner alone when it is new; a symbolic link is not followed. Throws
-/// FileError.
+/// Creates or empties the file. A regular file becomes readable and writable by its owner only. Does not
+/// follow a symbolic link. Throws FileError.
 [[nodiscard]] std::ofstream create_file(const std::string& path);
 
 }  // namespace ecu::koru::sim

@@ -10,18 +10,18 @@
 
 namespace ecu::koru::sim {
 
-/// The serial line from the host to the receiver: bytes come at the pace of the host's speed, and when that
-/// is not the receiver's, its UART makes garbage of them. Times are ns of the caller's clock.
+/// The serial line from the host to the receiver. Bytes arrive at the host's speed. If the receiver's speed
+/// differs, its UART turns them into garbage. Times are ns of the caller's clock.
 class HostLine {
  public:
-  /// Bytes that wait for their turn; what the host writes beyond that is lost.
+  /// The most bytes that wait. Bytes that the host writes beyond that are lost.
   static constexpr size_t capacity = 65536;
 
-  /// Puts bytes on the line behind what is there. `baud` is the host's speed, at 0 they are lost.
+  /// Puts bytes on the line after those already there. `baud` is the host's speed; at 0 the bytes are lost.
   void write(std::span<const uint8_t> bytes, int64_t now_ns, unsigned baud);
-  /// When the next byte has come in; INT64_MAX: none is on its way.
+  /// Returns when the next byte will have arrived; INT64_MAX if none is on its way.
   [[nodiscard]] int64_t next_ns() const;
-  /// What the receiver, at its speed, has heard until then; appended to `out`.
+  /// Appends to `out` the bytes that the receiver, at its speed, has heard until then.
   void take(int64_t until_ns, unsigned own_baud, std::string& out);
 
  private:
@@ -34,7 +34,7 @@ class HostLine {
   void hear(const Byte& byte, unsigned own_baud, std::string& out);
 
   std::deque<Byte> m_bytes;
-  std::optional<MistunedUart> m_mistuned;  // of the latest byte, when its speed was another
+  std::optional<MistunedUart> m_mistuned;  // used if the latest byte had another speed
   unsigned m_mistuned_baud = 0, m_own_baud = 0;
 };
 

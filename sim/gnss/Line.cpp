@@ -5,7 +5,7 @@
 
 namespace ecu::koru::sim {
 
-constexpr size_t port_keeps = 65536;  // bytes that nobody reads
+constexpr size_t port_keeps = 65536;  // bytes that the host has not read yet
 
 int64_t Line::duration_ns(size_t bytes) const {
   if (m_baud == at_once) return 0;

@@ -10,7 +10,6 @@
 
 namespace ecu::koru::sim {
 
-/// The UBX messages that this receiver knows.
 namespace ubx {
 inline constexpr UbxId nav_timeutc{0x01, 0x21};
 inline constexpr UbxId rxm_pmreq{0x02, 0x41};
@@ -31,13 +30,13 @@ inline constexpr UbxId mon_hw{0x0A, 0x09};
 inline constexpr UbxId mon_gnss{0x0A, 0x28};
 }  // namespace ubx
 
-/// A message that comes by itself at every n-th solution. `sentence` is nothing for UBX messages.
+/// A message that is sent without a request at every n-th solution. `sentence` is empty for UBX messages.
 struct PeriodicMessage {
   UbxId id;
   std::optional<Sentence> sentence;
 };
 
-/// The index is that of the rates in the settings.
+/// Has the same index as the rates in the settings.
 inline constexpr std::array<PeriodicMessage, 11> periodic_messages{{{{0xF0, 0x00}, Sentence::gga},
                                                                     {{0xF0, 0x01}, Sentence::gll},
                                                                     {{0xF0, 0x02}, Sentence::gsa},
@@ -50,7 +49,7 @@ inline constexpr std::array<PeriodicMessage, 11> periodic_messages{{{{0xF0, 0x00
                                                                     {ubx::nav_timeutc, std::nullopt},
                                                                     {ubx::mon_hw, std::nullopt}}};
 
-/// Its place in the table; nothing: this receiver does not have the message.
+/// Returns the message's index in the table; empty if this receiver does not have the message.
 [[nodiscard]] constexpr std::optional<size_t> periodic_index(UbxId id) {
   for (size_t i = 0; i < periodic_messages.size(); ++i)
     if (periodic_messages[i].id == id) return i;

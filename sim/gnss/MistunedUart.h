@@ -5,17 +5,18 @@
 
 namespace ecu::koru::sim {
 
-/// What a UART makes of a line (8 data bits, no parity, one stop bit) whose speed is not its own: it waits
-/// for a start bit, samples the middle of where its bits would be, and delivers a byte even when the stop bit
-/// is wrong. So the garbage has the density and the content that a real port gives. All times are ns of one
-/// clock and never go back.
+/// A UART (8 data bits, no parity, one stop bit) on a line with another speed. It waits for a start bit,
+/// samples in the middle of each of its own bit times, and delivers a byte even if the stop bit is wrong.
+/// So it gives as much garbage, and the same bytes, as a real port. All times are ns of one clock and
+/// never go back.
 class MistunedUart {
  public:
   MistunedUart(unsigned line_baud, unsigned uart_baud) : m_line_baud(line_baud), m_uart_baud(uart_baud) {}
 
-  /// A byte whose start bit began at `start_ns`; what the UART has made of it so far is appended to `out`.
+  /// Receives a byte whose start bit began at `start_ns`. Appends the bytes that the UART has
+  /// completed to `out`.
   void byte(int64_t start_ns, uint8_t value, std::string& out);
-  /// Nothing is on the line until then.
+  /// The line is idle until then.
   void idle(int64_t until_ns, std::string& out) { level(true, until_ns, out); }
 
  private:

@@ -37,7 +37,6 @@ constexpr const char* faults_help =
 constexpr const char* footer =
     "Commands on standard input, one a line: power-cycle, reset, antenna ok|open|short, mute on|off.";
 
-/// The texts as they stand on the command line.
 struct Texts {
   std::string route, utc, faults, replay, gsv = "auto", nmea = "4.0";
   std::string antenna = "ok", supply = "on";
@@ -82,7 +81,7 @@ void add_drive_options(CLI::App& app, Texts& texts, ReceiverOptions& receiver, C
 }
 
 void add_options(CLI::App& app, Texts& texts, ProgramOptions& options) {
-  // It lies within every range.
+  // CLI::Range accepts "nan".
   const CLI::Validator not_nan(
       [](const std::string& text) {
         return std::isnan(std::strtod(text.c_str(), nullptr)) ? "not a number" : std::string();
@@ -159,7 +158,7 @@ ParsedOptions parse_options(int argc, const char* const* argv) {
     app.parse(argc, argv);
     interpret(texts, options);
     if (app.count("--baud") > 0) options.receiver.initial_baud = options.receiver.baud;
-    (void)Receiver(options.receiver);  // refuses what does not go together
+    (void)Receiver(options.receiver);  // throws if options contradict each other
     return {options, 0};
   } catch (const CLI::Success& e) {
     return {std::nullopt, app.exit(e)};

@@ -8,18 +8,18 @@
 
 namespace ecu::koru::sim {
 
-/// What the command line asks for. The receiver's clocks are set when it is switched on.
+/// The options of the command line. The receiver's clocks are set when it is switched on.
 struct ProgramOptions {
   ReceiverOptions receiver;
-  std::optional<int64_t> utc_us;  ///< UTC at power-on; nothing: the machine's
+  std::optional<int64_t> utc_us;  ///< UTC at power-on; empty: the machine's
   std::string link;               ///< empty: none
   std::string trace;              ///< empty: none
   Report::Options report;
   std::optional<double> seconds;  ///< after which the program ends by itself
 };
 
-/// Options, or nothing and the exit status: 0 after --help, 2 with a text on standard error when they are
-/// wrong or a file that they name cannot be used.
+/// If `options` is empty, the program ends with the status: 0 after --help, 2 if an option is wrong or its
+/// file cannot be used; standard error then says why.
 struct ParsedOptions {
   std::optional<ProgramOptions> options;
   int exit_status = 0;

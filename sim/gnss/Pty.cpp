@@ -62,7 +62,7 @@ Pty::Pty(unsigned baud) : m_master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), 
   if (grantpt(master) != 0 || unlockpt(master) != 0 || fcntl(master, F_SETFL, O_NONBLOCK) != 0)
     fail("no pseudo-terminal");
   m_path = slave_path(master);
-  // Once opened and closed the terminal reports "nobody there"; before that it reports nothing.
+  // Opens and closes the slave: only after that does the terminal report that nobody has it open.
   make_raw(open_slave(m_path).get(), baud);
 }
 

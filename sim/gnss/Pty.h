@@ -9,32 +9,32 @@
 
 namespace ecu::koru::sim {
 
-/// A pseudo-terminal whose slave side looks like a serial port to the host; this is the receiver's end. The
-/// slave starts raw, without echo. Failures throw std::system_error.
+/// The receiver's end of a pseudo-terminal whose slave looks like a serial port to the host. The slave starts
+/// raw, without echo. Failures throw std::system_error.
 class Pty {
  public:
-  /// `baud`: the speed at which the slave starts; the one that the host sets stays, as long as this lives.
+  /// `baud` is the initial speed of the slave. A speed that the host sets stays as long as this object lives.
   explicit Pty(unsigned baud);
 
-  /// The device for the host.
   [[nodiscard]] const std::string& path() const { return m_path; }
-  /// For waiting until the host writes or closes; only while held, a closed one is always ready.
+  /// Returns the descriptor to wait on until the host writes or closes. Use it only while held() is true:
+  /// while nobody has the slave open, it is always ready.
   [[nodiscard]] int descriptor() const { return m_master.get(); }
 
-  /// Whether any process has the slave open.
+  /// Returns true if any process has the slave open.
   [[nodiscard]] bool held() const;
-  /// The speed at which the host listens, bits/s; 0 when it hung up (B0) or chose one that no receiver has.
+  /// Returns the host's speed, bits/s; 0 if it hung up (B0) or chose a speed that is not in the table.
   [[nodiscard]] unsigned host_baud() const;
-  /// Hands bytes to the host and returns how many found room. Never waits. Only while held: the kernel would
-  /// keep what nobody waits for and give it to the next who opens.
+  /// Writes bytes to the host and returns how many fitted. Never waits. Call it only while held() is true:
+  /// otherwise the kernel keeps the bytes for the next process that opens the slave.
   size_t write(std::span<const uint8_t> bytes);
-  /// What the host has written, without waiting.
+  /// Reads bytes that the host has written and returns how many. Never waits.
   size_t read(std::span<uint8_t> out);
 
-  /// Throws away what the host did not read. A terminal keeps it beyond the last close, a serial port does
-  /// not.
+  /// Discards bytes that the host did not read. A terminal keeps them after the last close, a serial
+  /// port does not.
   void discard_unread();
-  /// Bytes that lie ready for the host.
+  /// Returns how many bytes the host can read now.
   [[nodiscard]] size_t unread() const;
 
  private:
@@ -42,11 +42,11 @@ class Pty {
   std::string m_path;
 };
 
-/// A symbolic link, removed at the end if it is still this one.
+/// A symbolic link. The destructor removes it unless its target has changed.
 class Link {
  public:
-  /// An existing link of that name is replaced; throws std::system_error when the name is taken by another
-  /// file or cannot be made.
+  /// Replaces an existing link of that name. Throws std::system_error if that fails or another file
+  /// has the name.
   Link(std::string name, std::string target);
   ~Link();
   Link(const Link&) = delete;

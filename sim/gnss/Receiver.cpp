@@ -12,18 +12,18 @@ namespace ecu::koru::sim {
 namespace {
 
 constexpr int64_t ns_per_us = 1000;
-constexpr int64_t start_time_us = 300'000;       // from power to the first answer
-constexpr int64_t answer_time_us = 4'000;        // from a command's last byte
-constexpr uint8_t nothing_to_say = 0xFF;         // on SPI
-constexpr int64_t longest_pause_us = 1'000'000;  // a command that stops in the middle is given up then
-constexpr size_t receiver_keeps = 256;           // commands; those beyond that are dropped
-constexpr size_t transmitter_keeps = 4096;       // bytes; answers beyond that are dropped
+constexpr int64_t start_time_us = 300'000;       // from power-on until it runs
+constexpr int64_t answer_time_us = 4'000;        // from a command's last byte to the answer
+constexpr uint8_t nothing_to_say = 0xFF;         // filler byte on SPI
+constexpr int64_t longest_pause_us = 1'000'000;  // then an incomplete command is dropped
+constexpr size_t receiver_keeps = 256;           // commands; more are dropped
+constexpr size_t transmitter_keeps = 4096;  // bytes; answers beyond that are dropped, on SPI all messages
 
-/// To ns, where INT64_MAX stays "never".
+/// Converts to ns. INT64_MAX stays INT64_MAX, which means never.
 int64_t to_ns(int64_t us) {
   return us == INT64_MAX ? INT64_MAX : us * ns_per_us;
 }
-/// To the first whole us at which `ns` has passed.
+/// Converts to us, rounded up. INT64_MAX stays INT64_MAX.
 int64_t to_us(int64_t ns) {
   return ns == INT64_MAX ? INT64_MAX : (ns + ns_per_us - 1) / ns_per_us;
 }
@@ -119,7 +119,7 @@ int64_t Receiver::next_event_us() const {
 }
 
 void Receiver::carry_out_next() {
-  // Everything before has left the line then, so that memory does not grow in a long step.
+  // Moves the line before each event, so that memory does not grow in a long step.
   move_line_to(std::max(m_now_us, next_event_us()));
   if (next_incident_us() <= m_now_us) {
     const auto incident = m_incidents.extract(m_incidents.begin());
@@ -169,7 +169,7 @@ void Receiver::update_tx_ready() {
 bool Receiver::tx_ready_level() {
   constexpr unsigned on = 1, active_low = 2;
   const uint32_t mode = m_control.settings().tx_ready();
-  if (!m_running || (mode & on) == 0) return true;  // not driven; the line is pulled up
+  if (!m_running || (mode & on) == 0) return true;  // not driven but pulled up
   update_tx_ready();
   return m_tx_ready != ((mode & active_low) != 0);
 }

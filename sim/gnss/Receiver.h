@@ -24,117 +24,118 @@ namespace ecu::koru::sim {
 class DriveSource;
 class IBurstSource;
 
-/// Counts since power-on. A sentence counts when its burst begins, a byte when it has arrived at the host's
-/// port.
+/// Counts since power-on. A sentence counts as soon as its burst begins, a byte as soon as it has arrived at
+/// the host's port.
 struct Statistics {
   uint64_t epochs = 0;         ///< silent ones included
-  uint64_t silent_epochs = 0;  ///< within a silence, nothing was sent
+  uint64_t silent_epochs = 0;  ///< nothing was sent because of the fault "silence"
   uint64_t sentences_sent = 0;
-  uint64_t sentences_overrun = 0;  ///< not sent: the line cannot carry the rate
-  uint64_t sentences_dropped = 0;  ///< not sent: fault
+  uint64_t sentences_overrun = 0;  ///< not sent because the line is too slow for the rate
+  uint64_t sentences_dropped = 0;  ///< not sent because of a fault
   uint64_t sentences_corrupted = 0;
   uint64_t sentences_split = 0;
   uint64_t bytes_sent = 0;
-  uint64_t bytes_lost = 0;  ///< of those: nobody held the other end or nobody read
+  uint64_t bytes_lost = 0;  ///< of these, bytes that nobody received or read
   uint64_t bytes_from_host = 0;
-  uint64_t frames_received = 0;   ///< commands with a right checksum
-  uint64_t frames_corrupted = 0;  ///< with a wrong one
+  uint64_t frames_received = 0;   ///< commands with a correct checksum
+  uint64_t frames_corrupted = 0;  ///< commands with a wrong checksum
   uint64_t frames_sent = 0;       ///< UBX messages to the host
-  uint64_t frames_lost = 0;       ///< not sent, or a command not done: fault, or a buffer is full
-  uint64_t power_ups = 1;         ///< the first one, power cycles, resets and the ends of standby
+  uint64_t frames_lost = 0;       ///< not sent or not obeyed: fault or full buffer
+  uint64_t power_ups = 1;         ///< the first one, power cycles, resets and wake-ups from standby
 };
 
-/// Hears what a receiver does, in the order in which it happens, from within the receiver's calls. Times are
-/// us of the caller's clock.
+/// Is notified of a receiver's actions in their order, from within calls of the receiver. Times are us of
+/// the caller's clock.
 class IReceiverObserver {
  public:
   virtual ~IReceiverObserver() = default;
-  /// A frame of the host has come in; `intact`: its checksum is right.
+  /// A frame of the host has arrived. `intact`: its checksum is correct.
   virtual void on_command(int64_t /*at_us*/, const UbxFrame& /*frame*/, bool /*intact*/) {}
   /// The last byte of a frame has left for the host.
   virtual void on_message(int64_t /*at_us*/, const UbxFrame& /*frame*/) {}
-  /// Something else has happened: power, line speed, navigation. For people.
+  /// Something else has happened to power, line speed, navigation or antenna. The text is for people.
   virtual void on_event(int64_t /*at_us*/, std::string_view /*text*/) {}
-  /// The burst of an epoch begins; the fix is what it tells, before it is rounded.
+  /// The burst of an epoch begins. `fix` is its content before rounding.
   virtual void on_epoch(int64_t /*at_us*/, const Fix& /*fix*/) {}
 };
 
-/// A receiver and the serial line to its host, without clock and terminal. One thread at a time may use it.
-/// With the option `spi` the host clocks the bytes instead, and the line that tells "ready" is there.
+/// A receiver and the serial line to its host, without a clock or a terminal. Only one thread may use it at a
+/// time. With the option `spi`, the host clocks the bytes instead, and there is a TX-ready line.
 ///
-/// It sends sentences and UBX messages and carries out UBX commands as a receiver of the eighth generation
-/// does, with one UART or SPI: CFG-PRT, CFG-MSG, CFG-RATE, CFG-GNSS, CFG-ANT, CFG-NAV5, CFG-NMEA, CFG-RXM,
-/// CFG-CFG, CFG-RST, RXM-PMREQ, and polls of MON-VER, MON-HW, MON-GNSS and NAV-TIMEUTC. Other commands of the
-/// class CFG are refused, what has another class is ignored. CFG-NAV5, CFG-RXM, and of CFG-NMEA all but the
-/// version, are kept and have no effect.
+/// It sends sentences and UBX messages and carries out UBX commands like a receiver of the eighth generation
+/// with one UART or SPI: CFG-PRT, CFG-MSG, CFG-RATE, CFG-GNSS, CFG-ANT, CFG-NAV5, CFG-NMEA, CFG-RXM, CFG-CFG,
+/// CFG-RST, RXM-PMREQ, and polls of MON-VER, MON-HW, MON-GNSS and NAV-TIMEUTC. It refuses other commands of
+/// class CFG and ignores other classes. CFG-NAV5, CFG-RXM, and CFG-NMEA except its version, are stored but
+/// have no effect.
 class Receiver {
  public:
-  /// Throws std::invalid_argument when an option is out of its range.
+  /// Throws std::invalid_argument if an option is out of range.
   explicit Receiver(const ReceiverOptions& options);
   ~Receiver();
 
-  /// Time is microseconds of the caller's clock and never goes back. Does everything that happens until then
-  /// and produces everything whose transmission has finished by then.
+  /// Advances the present time to `now_us`, us of the caller's clock; it never goes back. Carries out
+  /// everything that happens until then, and delivers every byte whose transmission has ended.
   void advance_to(int64_t now_us);
-  /// No byte arrives at the host before that time; it is after the time advanced to. The time is exact unless
-  /// faults, commands on their way, or a host at another speed, keep that byte away. INT64_MAX: never, as far
-  /// as is known.
+  /// Returns a time after the present one, before which no byte arrives at the host. It is exact
+  /// unless faults, commands on their way, or a host at another speed stop that byte. INT64_MAX: no
+  /// byte is expected.
   [[nodiscard]] int64_t next_byte_us() const;
-  /// When the last of the bytes that come without a gap has arrived; INT64_MAX when the line is idle.
+  /// Returns when the last byte before the next gap will have arrived; INT64_MAX if the line is idle.
   [[nodiscard]] int64_t run_end_us() const;
-  /// A recording that is not repeated has been sent to its last byte.
+  /// Returns true after the last byte of a recording that is not repeated.
   [[nodiscard]] bool finished() const { return m_options.recording && next_byte_us() == INT64_MAX; }
 
-  /// Bytes that have arrived and were not read yet; at most 64 KiB are kept, what comes then is lost.
+  /// Returns how many bytes have arrived and were not read yet. At most 64 KiB are kept; further
+  /// bytes are lost.
   [[nodiscard]] size_t available() const { return m_line.available(); }
-  /// Takes up to out.size() of them and returns how many.
+  /// Reads up to out.size() of them and returns how many.
   size_t read(std::span<uint8_t> out) { return m_line.read(out); }
-  /// Bytes from the host, on their way from the time advanced to on and at the host's speed. An answer comes
-  /// a few ms behind the command's last byte, or behind what is on the line then.
+  /// Sends bytes from the host, from the present time on and at the host's speed. An answer starts a few ms
+  /// after the command's last byte, or after the bytes that are then on the line.
   void write(std::span<const uint8_t> bytes);
 
-  /// On SPI, instead of read() and write(): one full-duplex transfer at the time advanced to, both spans as
-  /// long as each other. Messages lie ready as a whole; behind them the receiver says 0xFF. It keeps 4 KiB,
-  /// messages that find no room are not sent. Asleep it hears nothing.
+  /// Replaces read() and write() on SPI: one full-duplex transfer at the present time. Both spans have the
+  /// same length. Only whole messages become ready; after them the receiver sends 0xFF. It keeps 4 KiB;
+  /// messages that do not fit are not sent. In standby it hears nothing.
   void transfer(std::span<const uint8_t> from_host, std::span<uint8_t> to_host);
-  /// On SPI, the level of the TX-ready line (true: high): active from the threshold on until the host has
-  /// fetched everything. High while it is switched off.
+  /// Returns the level of the TX-ready line on SPI (true: high). The line is active from the threshold on
+  /// until the host has fetched everything. It is high while it is switched off.
   [[nodiscard]] bool tx_ready_level();
 
-  /// The host's line speed. When it is not the receiver's own, each reads what its UART would make of the
-  /// line; at 0 the host reads nothing and what it writes is lost.
+  /// Sets the host's line speed. If it differs from the receiver's, each side reads garbage, as a UART would.
+  /// At 0 the host reads nothing and its own bytes are lost.
   void set_host_baud(unsigned baud);
-  /// While false nobody holds the other end: what is sent is lost. True at first.
+  /// While false, nobody has the other end open, and bytes to the host are lost. Initially true.
   void set_open(bool open) { m_line.set_open(open); }
 
-  /// The power fails at that time, not before the time advanced to, for a moment: what is on the line is cut
-  /// off, unsaved settings are gone (with the fault reset_to also those of the options), and the receiver
-  /// runs again 0.3 s later. Nothing for a recording; so are the next three.
+  /// Interrupts the power at that time, which must not be before the present time: the bytes on the line are
+  /// cut off, unsaved settings are lost (with the fault reset_to also those of the options), and the receiver
+  /// runs again 0.3 s later. This and the next three have no effect on a recording.
   void power_cycle(int64_t now_us);
-  /// A pulse on the reset line: the same, but what is battery-backed stays.
+  /// Pulses the reset line. This does the same, but battery-backed settings stay.
   void hardware_reset(int64_t now_us);
-  /// What becomes of the antenna, from the time advanced to on.
+  /// Changes the antenna's state from the present time on.
   void set_antenna(AntennaState state);
-  /// Whether commands are heard, from the time advanced to on.
+  /// While true, commands are ignored. Takes effect at the present time.
   void set_mute(bool mute) { m_mute = mute; }
 
-  /// The receiver's own line speed.
   [[nodiscard]] unsigned baud() const { return m_line.baud(); }
-  /// False while it starts and in standby.
+  /// Returns false while the receiver starts and in standby.
   [[nodiscard]] bool running() const { return m_running; }
-  /// False also between CFG-RST's GNSS stop and start.
+  /// Also returns false between CFG-RST's GNSS stop and start.
   [[nodiscard]] bool navigating() const { return m_running && m_navigating; }
-  /// Its settings; unsaved changes count.
+  /// Returns the settings in use, with unsaved changes.
   [[nodiscard]] const Settings& settings() const { return m_control.settings(); }
 
-  /// The truth of any time in a drive, rounded nowhere, whether or not the receiver runs; of a recording
-  /// nothing is known.
+  /// Returns the true values at any time of a drive, not rounded, whether or not the receiver runs; empty
+  /// for a recording.
   [[nodiscard]] std::optional<Fix> truth_at(int64_t utc_us) const;
-  /// UTC of the latest epoch whose burst has begun, us since 1970; 0 before the first one and in a recording.
+  /// Returns the UTC of the latest epoch whose burst has begun, us since 1970; 0 before the first one and
+  /// in a recording.
   [[nodiscard]] int64_t latest_epoch_us() const { return m_latest_epoch_us; }
   [[nodiscard]] Statistics statistics() const;
 
-  /// Nobody: nullptr. It must outlive the receiver or be taken away before.
+  /// nullptr: none. It must outlive the receiver or be removed before.
   void set_observer(IReceiverObserver* observer) { m_observer = observer; }
 
  private:
@@ -147,14 +148,14 @@ class Receiver {
     UbxFrame frame;
   };
 
-  /// When the next of all these happens; INT64_MAX: never.
+  /// Returns the time of the earliest of the events below; INT64_MAX: never.
   [[nodiscard]] int64_t next_event_us() const;
   [[nodiscard]] int64_t next_incident_us() const {
     return m_incidents.empty() ? INT64_MAX : m_incidents.begin()->first;
   }
   [[nodiscard]] int64_t next_command_byte_us() const;
   [[nodiscard]] int64_t next_answer_us() const;
-  /// When the next burst begins; that of a recording waits until the line is free.
+  /// Returns when the next burst begins. In a recording it waits until the line is free.
   [[nodiscard]] int64_t next_burst_us() const;
   void carry_out_next();
   void move_line_to(int64_t now_us);
@@ -194,16 +195,16 @@ class Receiver {
   HostLine m_from_host;
   unsigned m_host_baud;
   UbxFramer m_framer;
-  int64_t m_framer_us = 0;  // when it got its latest byte
+  int64_t m_framer_us = 0;  // when bytes last arrived
   IReceiverObserver* m_observer = nullptr;
   Statistics m_statistics;
 
   int64_t m_now_us;
-  std::multimap<int64_t, std::function<void()>> m_incidents;  // faults that have their time
-  std::deque<Answer> m_answers;                               // by time
+  std::multimap<int64_t, std::function<void()>> m_incidents;  // faults at a given time
+  std::deque<Answer> m_answers;                               // ordered by time
   std::deque<Sending> m_sending;                              // frames on the line
-  int64_t m_new_speed_us = INT64_MAX;                         // the line has drained by then
-  int64_t m_start_us = INT64_MAX;                             // not running now, but then
+  int64_t m_new_speed_us = INT64_MAX;                         // when the line has drained
+  int64_t m_start_us = INT64_MAX;                             // when a stopped receiver runs again
 
   bool m_running = true;
   bool m_navigating = true;

@@ -12,7 +12,7 @@ bool is_talker_letter(char c) {
   return c >= 'A' && c <= 'Z';
 }
 
-/// Where the next "$ttRMC," begins at or after `from`.
+/// Returns where the next "$ttRMC," begins at or after `from`; npos if there is none.
 size_t find_rmc(std::string_view bytes, size_t from) {
   constexpr size_t address = 3;  // '$' and the talker
   for (size_t at = from; (at = bytes.find("RMC,", at)) != std::string_view::npos; ++at) {
@@ -22,11 +22,11 @@ size_t find_rmc(std::string_view bytes, size_t from) {
   return std::string_view::npos;
 }
 
-/// The time of the day in the RMC sentence that begins at `at`, us; nothing when it has none.
+/// Returns the time of day in the RMC sentence that begins at `at`, us; empty if it has none.
 std::optional<int64_t> rmc_time_us(std::string_view bytes, size_t at) {
   constexpr size_t to_time = 7;  // "$GNRMC,"
   const std::string_view field = bytes.substr(at + to_time, 16);
-  int64_t value = 0;  // hhmmss, then with microseconds
+  int64_t value = 0;  // hhmmss
   size_t i = 0;
   for (; i < field.size() && field[i] >= '0' && field[i] <= '9' && i < 6; ++i)
     value = value * 10 + (field[i] - '0');
@@ -40,7 +40,7 @@ std::optional<int64_t> rmc_time_us(std::string_view bytes, size_t at) {
   return time_us;
 }
 
-/// The bytes line by line, each with its line feed.
+/// Splits the bytes into lines, each with its line feed.
 std::vector<std::string> lines_of(std::string_view bytes) {
   std::vector<std::string> lines;
   while (!bytes.empty()) {
@@ -74,7 +74,7 @@ void Recording::cut() {
 
 void Recording::place_in_time() {
   constexpr int64_t day_us = 86'400 * second_us;
-  constexpr int64_t longest_gap_us = 60 * second_us;  // beyond that the times are not to be believed
+  constexpr int64_t longest_gap_us = 60 * second_us;  // longer gaps are not plausible
   int64_t interval_us = second_us;
   auto before = rmc_time_us(m_bytes, m_epochs.front().begin);
   for (size_t i = 1; i < m_epochs.size(); ++i) {

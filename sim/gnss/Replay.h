@@ -9,16 +9,16 @@
 
 namespace ecu::koru::sim {
 
-/// A recorded byte log cut into epochs. An epoch begins with an RMC sentence of any talker; what stands
-/// before the first one belongs to the first epoch. All bytes are kept as they are.
+/// A recorded byte log, cut into epochs. An epoch begins with an RMC sentence of any talker. Bytes before the
+/// first RMC belong to the first epoch. No byte is changed.
 class Recording {
  public:
   struct Epoch {
-    size_t begin, end;  ///< of the bytes
-    int64_t offset_us;  ///< since the first epoch, by the times in the RMC sentences
+    size_t begin, end;  ///< offsets of its bytes
+    int64_t offset_us;  ///< since the first epoch, from the times in the RMC sentences
   };
 
-  /// `name` stands in the errors. Throws FileError when the bytes hold no RMC sentence.
+  /// `name` is for the error text. Throws FileError if the bytes hold no RMC sentence.
   Recording(std::string bytes, const std::string& name);
   [[nodiscard]] static std::shared_ptr<const Recording> load(const std::string& path);
 
@@ -26,7 +26,7 @@ class Recording {
   [[nodiscard]] std::string_view bytes_of(const Epoch& epoch) const {
     return std::string_view(m_bytes).substr(epoch.begin, epoch.end - epoch.begin);
   }
-  /// From the first epoch to where a repetition begins.
+  /// Returns the time from the first epoch to the start of a repetition.
   [[nodiscard]] int64_t duration_us() const { return m_duration_us; }
 
  private:
@@ -38,17 +38,17 @@ class Recording {
   int64_t m_duration_us = 0;
 };
 
-/// The bursts of a recording. What the line cannot carry in time comes late, nothing is left out.
+/// The bursts of a recording. If the line is too slow they are late, but none is left out.
 class ReplaySource final : public IBurstSource {
  public:
-  /// `options` holds a recording, is checked and must outlive it.
+  /// `options` must hold a recording, be checked already and outlive the source.
   explicit ReplaySource(const ReceiverOptions& options) : m_options(options) {}
 
   [[nodiscard]] int64_t next_start_us() const override;
   [[nodiscard]] Burst take() override;
 
  private:
-  /// Since power-on, us.
+  /// Returns the time since power-on, us.
   [[nodiscard]] int64_t next_offset_us() const;
 
   const ReceiverOptions& m_options;

@@ -8,26 +8,26 @@
 
 namespace ecu::koru::sim {
 
-/// Writes what the receiver does as lines for people, each flushed at once.
+/// Writes the receiver's actions as lines for people, each flushed at once:
 ///
-///     +12.345678 host> CFG-PRT poll 06 00 len 0
-///     +12.387344 <recv ACK-ACK of CFG-PRT 05 01 len 2: 06 00
-///     +12.400000 -- power fails
-///     2026-05-01T10:00:01.000Z 48.3050052 10.9050028 4.340 km/h 20.00 deg 480.0 m accuracy 2.2 m, 18
-///     satellites
+///   +12.345678 host> CFG-PRT poll 06 00 len 0
+///   +12.387344 <recv ACK-ACK of CFG-PRT 05 01 len 2: 06 00
+///   +12.400000 -- power fails
+///   2026-05-01T10:00:01.000Z 48.3050052 10.9050028 4.340 km/h 20.00 deg 480.0 m accuracy 2.2 m, 9 satellites
 ///
-/// Seconds since power-on; of a frame's last byte. The truth is not rounded before it is written.
+/// A line begins with seconds since power-on; for a frame, those of its last byte. The last one, a fix,
+/// begins with its UTC and is rounded only here.
 class Report final : public IReceiverObserver {
  public:
   struct Options {
-    std::string ubx_trace;  ///< file, "-" is standard output; empty: no frames
-    bool show = false;      ///< the truth of every epoch on standard output
+    std::string ubx_trace;  ///< file for frames and events, "-": standard output; empty: none
+    bool show = false;      ///< writes every epoch's fix to standard output
   };
 
-  /// Throws FileError when the file cannot be made.
+  /// Throws FileError if the file cannot be created.
   explicit Report(const Options& options);
 
-  /// The times that the receiver tells are those of a clock that was then at power-on.
+  /// Sets the time of power-on by the receiver's clock, us.
   void set_start(int64_t start_us) { m_start_us = start_us; }
 
   void on_command(int64_t at_us, const UbxFrame& frame, bool intact) override;

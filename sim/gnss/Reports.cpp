@@ -9,7 +9,7 @@
 namespace ecu::koru::sim {
 namespace {
 
-/// A text at `offset`, filled up with NULs as far as its field goes.
+/// Writes a text at `offset`. The rest of its field must hold NULs already.
 void put_text(std::vector<uint8_t>& payload, size_t offset, std::string_view text) {
   std::copy(text.begin(), text.end(), payload.begin() + static_cast<std::ptrdiff_t>(offset));
 }
@@ -32,14 +32,14 @@ UbxFrame version_report(bool newer) {
 
 UbxFrame hardware_report(const AntennaReport& antenna) {
   std::vector<uint8_t> payload(60);
-  put_number(payload, 0, 4, 0x0001F40F);  // pins: used as such, then bank, direction and level
+  put_number(payload, 0, 4, 0x0001F40F);  // pins: select, then bank, direction and level
   put_number(payload, 8, 4, 0x00010000);
   put_number(payload, 12, 4, 0x0000EF4B);
   put_number(payload, 16, 2, 84);    // noise
   put_number(payload, 18, 2, 4210);  // gain control
   payload[20] = antenna.status;
   payload[21] = antenna.power;
-  payload[22] = 0x01;                      // the clock's calibration is kept
+  payload[22] = 0x01;                      // flags: the real-time clock is calibrated
   put_number(payload, 24, 4, 0x0001EBFF);  // virtual pins
   for (uint8_t i = 0; i < 17; ++i) payload[28U + i] = i;
   payload[45] = 7;  // jamming

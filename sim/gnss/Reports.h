@@ -7,13 +7,12 @@
 
 namespace ecu::koru::sim {
 
-/// MON-VER with four extension texts. `newer`: of the following generation.
+/// Returns MON-VER with four extension texts. `newer`: that of the next generation.
 [[nodiscard]] UbxFrame version_report(bool newer);
-/// MON-HW.
 [[nodiscard]] UbxFrame hardware_report(const AntennaReport& antenna);
-/// MON-GNSS; systems are bits: GPS, GLONASS, BeiDou, Galileo.
+/// Returns MON-GNSS. The bits of the systems are, from bit 0: GPS, GLONASS, BeiDou, Galileo.
 [[nodiscard]] UbxFrame systems_report(const Capabilities& capabilities, uint8_t by_default, uint8_t enabled);
-/// NAV-TIMEUTC; without a fix the time is the clock's and marked as not valid.
+/// Returns NAV-TIMEUTC. Without a fix it holds the receiver's own time, marked as not valid.
 [[nodiscard]] UbxFrame time_report(const Fix& fix);
 
 }  // namespace ecu::koru::sim

@@ -9,7 +9,7 @@ namespace {
 
 constexpr double earth_radius_m = 6'371'008.8;
 constexpr double degree = std::numbers::pi / 180.0;
-constexpr double standing_ms = 0.1;  // below this a receiver cannot tell a direction
+constexpr double standing_ms = 0.1;  // below this speed a receiver knows no course
 constexpr double same_place_m = 1e-3;
 
 struct Vector {
@@ -32,8 +32,7 @@ Vector unit_vector(const RoutePoint& p) {
   return {std::cos(phi) * std::cos(lambda), std::cos(phi) * std::sin(lambda), std::sin(phi)};
 }
 
-/// The course at the unit vector `at` of a movement in that direction; what of it points up or down does not
-/// count.
+/// Returns the course of a movement in that direction at the unit vector `at`. The vertical part is ignored.
 double course_of(const Vector& at, const Vector& direction) {
   const double lambda = std::atan2(at.y, at.x);
   const Vector east{-std::sin(lambda), std::cos(lambda), 0.0};
@@ -42,7 +41,7 @@ double course_of(const Vector& at, const Vector& direction) {
   return course < 0 ? course + 360.0 : course;
 }
 
-/// The point at `fraction` of the great circle from `from` to `to`, and the course there.
+/// Returns the point at `fraction` of the great circle from `from` to `to`, and the course there.
 RouteState on_great_circle(const RoutePoint& from, const RoutePoint& to, double length_m, double fraction) {
   const double angle = length_m / earth_radius_m;
   const double behind = fraction * angle;
@@ -50,7 +49,7 @@ RouteState on_great_circle(const RoutePoint& from, const RoutePoint& to, double 
   const Vector a = unit_vector(from);
   const Vector b = unit_vector(to);
   const Vector at = 1.0 / std::sin(angle) * (std::sin(ahead) * a + std::sin(behind) * b);
-  const Vector chord = b + -1.0 * a;  // seen from any point of the arc it points along it
+  const Vector chord = b + -1.0 * a;  // its horizontal part follows the arc at every point
   const double altitude = std::lerp(from.altitude_m, to.altitude_m, fraction);
   return {{std::atan2(at.z, std::hypot(at.x, at.y)) / degree, std::atan2(at.y, at.x) / degree, altitude},
           0.0,

@@ -11,40 +11,40 @@ struct RoutePoint {
   double latitude_deg, longitude_deg, altitude_m;
 };
 
-/// Where the vehicle is and how it moves; the course is nothing when it stands.
+/// Where the vehicle is and how it moves. The course is empty at a standstill.
 struct RouteState {
   RoutePoint position;
   double speed_ms;
   std::optional<double> course_deg;
 };
 
-/// A track that is driven round and round. Every leg follows the great circle (sphere of 6371008.8 m) with
-/// constant acceleration, so speed and course are the derivatives of the position at any moment. The altitude
-/// goes linearly with the way.
+/// A track that is driven again and again. Every leg follows the great circle (sphere of radius 6371008.8 m)
+/// with constant acceleration, so speed and course always match the change of the position. The altitude is
+/// linear in the distance.
 class Route {
  public:
-  /// What a leg may be at most, so that a mistyped point is found: m/s and m.
+  /// The limits of a leg, which reveal a mistyped point: m/s and m.
   static constexpr double max_speed_ms = 500.0;
   static constexpr double max_leg_m = 10'000'000.0;
 
-  /// Stands at `start` until legs are added. Throws std::invalid_argument, as all below, when a point is not
-  /// on earth: latitude -90 to 90, longitude -180 to 180, altitude -1000 to 20000.
+  /// Stands at `start` until legs are added. Like the functions below, it throws std::invalid_argument if a
+  /// point is outside these limits: latitude -90 to 90, longitude -180 to 180, altitude -1000 to 20000 m.
   explicit Route(const RoutePoint& start);
 
-  /// A closed drive of about 6 km and 7 minutes in hilly country, with straights, curves both ways and two
-  /// stops.
+  /// Returns a closed drive of about 6 km and 7 minutes in hilly country, with straights, curves both ways
+  /// and two stops.
   [[nodiscard]] static Route built_in();
 
-  /// Drives to `to`, changing the speed evenly. Throws when both speeds are 0 and there is a way to go, and
-  /// when the leg is too long or too fast. No way to go takes no time.
+  /// Drives to `to` at constant acceleration. Does nothing if the vehicle is there already. Throws if a speed
+  /// is negative, if both are 0, or if the leg is too long or too fast.
   void drive(const RoutePoint& to, double start_speed_ms, double end_speed_ms);
-  /// Drives to `to` in `seconds` at constant speed; stands when `to` is where it is. Throws when seconds is
-  /// not positive.
+  /// Drives to `to` in `seconds` at constant speed; stands still if it is there already. Also throws if
+  /// `seconds` is not positive or the leg is too long or too fast.
   void drive_in(const RoutePoint& to, double seconds);
   /// Drives straight back to the start at the route's mean speed.
   void close();
 
-  /// The state `seconds` after the start; a route that has ended begins again.
+  /// Returns the state `seconds` after the start. At its end the route begins again.
   [[nodiscard]] RouteState at(double seconds) const;
   [[nodiscard]] double duration_s() const;
   [[nodiscard]] double length_m() const { return m_length_m; }
@@ -63,7 +63,7 @@ class Route {
   double m_length_m = 0;
 };
 
-/// The way between two points on the great circle, m.
+/// Returns the distance of two points on the great circle, m.
 [[nodiscard]] double distance_m(const RoutePoint& a, const RoutePoint& b);
 
 }  // namespace ecu::koru::sim

@@ -12,7 +12,6 @@
 namespace ecu::koru::sim {
 namespace {
 
-/// One point as the file gives it.
 struct Sample {
   RoutePoint point{};
   std::optional<double> time_s;
@@ -36,7 +35,7 @@ std::optional<double> to_number(std::string_view text) {
   return value;
 }
 
-/// Reads a number or throws FileError: `what` is missing or is no number.
+/// Reads a number. Throws FileError if `what` is missing or is not a number.
 double number(std::string_view text, const std::string& what, const std::string& file, size_t line) {
   if (trimmed(text).empty()) throw FileError(file, line, what + " is missing");
   const auto value = to_number(text);
@@ -65,14 +64,14 @@ Route build(const std::vector<Sample>& samples, const std::string& file) {
   }
 }
 
-/// The tags of an XML text, one after the other; comments, declarations and processing instructions are
-/// passed over.
+/// Reads the tags of an XML text one after the other. Skips comments, declarations
+/// and processing instructions.
 class TagScanner {
  public:
   struct Tag {
     std::string_view name;         ///< without a namespace prefix
-    std::string_view attributes;   ///< text behind the name
-    std::string_view text_before;  ///< between the tag before and this one
+    std::string_view attributes;   ///< text after the name
+    std::string_view text_before;  ///< text between the previous tag and this one
     size_t line;
     bool closing, empty;
   };
@@ -105,7 +104,7 @@ class TagScanner {
     count_lines(stop + end.size());
     return true;
   }
-  /// Where the tag that begins at m_at ends; a '>' between quotes does not count.
+  /// Returns where the tag that begins at m_at ends. Ignores a '>' between quotes.
   [[nodiscard]] size_t tag_end() const {
     char quote = 0;
     for (size_t i = m_at + 1; i < m_text.size(); ++i) {
@@ -145,7 +144,7 @@ class TagScanner {
   size_t m_line = 1;
 };
 
-/// The value of an attribute; empty when there is none.
+/// Returns the value of an attribute; empty if there is none.
 std::string_view attribute(std::string_view attributes, std::string_view name) {
   while (true) {
     const size_t equals = attributes.find('=');
@@ -160,7 +159,6 @@ std::string_view attribute(std::string_view attributes, std::string_view name) {
   }
 }
 
-/// Collects the track points while the tags go by.
 class GpxReader {
  public:
   explicit GpxReader(const std::string& file) : m_file(file) {}
@@ -185,7 +183,7 @@ class GpxReader {
   void begin(const TagScanner::Tag& tag) {
     if (m_inside) throw FileError(m_file, tag.line, "a track point inside a track point");
     m_inside = true;
-    const double altitude = m_current.point.altitude_m;  // of the point before
+    const double altitude = m_current.point.altitude_m;  // of the previous point
     m_current = {};
     m_current.line = tag.line;
     m_current.point = {number(attribute(tag.attributes, "lat"), "attribute lat", m_file, tag.line),
@@ -220,10 +218,10 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
   }
 }
 
-/// Which column of a CSV line holds what; without a header lat,lon,alt[,speed].
+/// The columns of a CSV line: lat,lon,alt[,speed] unless a header says otherwise.
 class Columns {
  public:
-  /// `fields`: those of the first line.
+  /// `fields` are those of the first line.
   Columns(const std::vector<std::string_view>& fields, const std::string& file, size_t line) : m_file(file) {
     m_from_header = !to_number(fields.front());
     if (!m_from_header) {

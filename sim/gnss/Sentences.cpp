@@ -11,9 +11,8 @@ namespace {
 
 constexpr double kmh_per_knot = 1.852;
 constexpr double geoid_separation_m = 47.6;
-constexpr double no_dop = 99.99;  // what stands for "none"
+constexpr double no_dop = 99.99;  // means "unknown"
 
-/// A sentence while it is put together, one field after the other.
 class Builder {
  public:
   Builder(std::string_view talker, std::string_view type) : m_text(talker) { m_text += type; }
@@ -32,7 +31,7 @@ class Builder {
 
   /// hhmmss.ss
   Builder& time(int64_t utc_us) {
-    const CivilTime t = civil_time(utc_us + 5'000);  // to the nearest hundredth
+    const CivilTime t = civil_time(utc_us + 5'000);  // rounds to the nearest hundredth
     return field(zero_padded(t.hour * 10'000 + t.minute * 100 + t.second, 6) + "." +
                  zero_padded(t.microsecond / 10'000, 2));
   }
@@ -41,7 +40,7 @@ class Builder {
     const CivilTime t = civil_time(utc_us + 5'000);
     return field(zero_padded(t.day * 10'000 + t.month * 100 + static_cast<unsigned>(t.year % 100), 6));
   }
-  /// Degrees and minutes and the letter of the hemisphere.
+  /// Degrees and minutes, then the letter of the hemisphere.
   Builder& angle(double degrees, int degree_width, std::string_view positive, std::string_view negative) {
     constexpr int64_t minute = 100'000;
     const int64_t total = std::llround(std::abs(degrees) * 60.0 * minute);
@@ -61,7 +60,7 @@ class Builder {
   std::string m_text;
 };
 
-/// 359.996 is written as 0.00.
+/// Writes 359.996 as 0.00.
 std::string course(const Fix& fix) {
   return fix.course_deg ? decimal(std::fmod(std::round(*fix.course_deg * 100) / 100, 360.0), 2) : "";
 }
@@ -75,7 +74,7 @@ std::string rmc(std::string_view talker, const Fix& fix, NmeaVersion version) {
     out.empty(2);
   }
   out.date(fix.utc_us).empty(2).field(fix.valid ? "A" : "N");
-  if (version == NmeaVersion::v4_10) out.field("V");  // not for navigation on rails or at sea
+  if (version == NmeaVersion::v4_10) out.field("V");  // no navigational status
   return out.finish();
 }
 
@@ -109,7 +108,7 @@ std::string gga(std::string_view talker, const Fix& fix) {
   return out.empty(2).finish();
 }
 
-/// The number of a satellite as the version writes it: 4.10 counts each system from 1.
+/// Returns the satellite's number in that version. 4.10 counts Galileo and BeiDou from 1.
 int written_number(const Satellite& satellite, NmeaVersion version) {
   return version == NmeaVersion::v4_10 && satellite.number > 300 ? satellite.number % 100 : satellite.number;
 }
@@ -132,7 +131,7 @@ std::string gsa(std::string_view talker, const Fix& fix, Constellation constella
   return out.finish();
 }
 
-/// The residuals are in the order of the GSA's satellites.
+/// The residuals are in the order of the satellites in GSA.
 std::string grs(std::string_view talker, const Fix& fix, Constellation constellation, NmeaVersion version) {
   constexpr int slots = 12;
   Builder out(talker, "GRS");

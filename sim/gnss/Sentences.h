@@ -13,26 +13,25 @@ namespace ecu::koru::sim {
 
 enum class NmeaVersion : uint8_t { v4_0, v4_10 };
 
-/// Which sentences are sent and how.
 struct SentenceOptions {
   std::vector<Constellation> constellations{Constellation::gps, Constellation::glonass};
   NmeaVersion version = NmeaVersion::v4_0;
   bool gsv = false;
 };
 
-/// The kinds of sentences, in the order in which a burst brings them.
+/// The kinds of sentences, in the order of a burst.
 enum class Sentence : uint8_t { rmc, vtg, gga, gsa, gsv, gll, grs, gst, zda };
 using SentenceSet = std::bitset<9>;
 
-/// NMEA 0183: the exclusive or of the characters between '$' and '*', neither included.
+/// Returns the NMEA 0183 checksum: the exclusive or of the characters between '$' and '*', both excluded.
 [[nodiscard]] uint8_t nmea_checksum(std::string_view between);
 
-/// The burst of one epoch in the order in which it is sent: RMC, GGA, one GSA per constellation, GSV when
-/// wanted, GST. Each with its CR LF. Talker GN, with one constellation that one's own. Without a fix only the
-/// time is there.
+/// Returns the burst of one epoch in the order of sending: RMC, GGA, one GSA per constellation, GSV if
+/// wanted, GST. Each ends with CR LF. The talker is GN, or that of the only constellation. Without a fix, the
+/// sentences hold only the time.
 [[nodiscard]] std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options);
-/// The same with just these kinds, in their order; GSA, GSV and GRS come once for each constellation, and
-/// SentenceOptions::gsv does not count.
+/// Returns only these kinds, in their order. GSA, GSV and GRS are repeated for each constellation.
+/// SentenceOptions::gsv is ignored.
 [[nodiscard]] std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options,
                                                        const SentenceSet& kinds);
 

@@ -14,10 +14,10 @@
 namespace ecu::koru::sim {
 namespace {
 
-constexpr int64_t chunk_us = 5'000;        // bytes are handed over in portions, as a port's driver does
-constexpr int64_t look_us = 10'000;        // how often to look whether somebody opens the terminal
-constexpr int64_t settle_us = 100'000;     // from the opening to a recording's first epoch
-constexpr int64_t overslept_us = 200'000;  // after that the bytes of the meantime are lost, not late
+constexpr int64_t chunk_us = 5'000;        // hands over bytes in portions, as a port's driver does
+constexpr int64_t look_us = 10'000;        // how often to check if the terminal is open
+constexpr int64_t settle_us = 100'000;     // from the opening to the first epoch of a recording
+constexpr int64_t overslept_us = 200'000;  // after a longer delay the bytes are lost instead of late
 
 int64_t clock_ns(clockid_t clock) {
   timespec now{};
@@ -29,7 +29,7 @@ int64_t now_us() {
   return clock_ns(CLOCK_MONOTONIC) / 1000;
 }
 
-/// Blocks the signals that end the program; the descriptor becomes readable when one comes.
+/// Blocks the signals that end the program. The descriptor becomes readable after one of them.
 Descriptor block_signals() {
   sigset_t set;
   sigemptyset(&set);
@@ -83,7 +83,7 @@ void Session::wait_for_host() {
 void Session::look_at_host() {
   const bool held = m_pty.held();
   if (m_held && !held) {
-    while (hear_host()) {  // its last words
+    while (hear_host()) {  // the last bytes before it closed
     }
     m_pty.discard_unread();
   }
@@ -127,7 +127,7 @@ void Session::sleep_until(int64_t wake_us) {
   const int64_t rest_us = std::max<int64_t>(0, m_wake_us - now_us());
   const timespec rest{static_cast<time_t>(rest_us / second_us),
                       static_cast<long>(rest_us % second_us * 1000)};
-  // A closed terminal is always ready and would keep the sleep from being one.
+  // A closed terminal is always ready, so ppoll would not sleep.
   std::array<pollfd, 3> ready{{{m_signals.get(), POLLIN, 0},
                                {m_held ? m_pty.descriptor() : -1, POLLIN, 0},
                                {m_receiver ? m_console.descriptor() : -1, POLLIN, 0}}};
@@ -142,7 +142,7 @@ bool Session::hear_host() {
   const size_t count = m_pty.read(from_host);
   if (count == 0 || !m_receiver) return false;
   m_receiver->set_host_baud(m_pty.host_baud());
-  deliver();  // what comes now has not been heard before
+  deliver();  // the receiver hears the new bytes only from now on
   m_receiver->write(std::span(from_host).first(count));
   return true;
 }
@@ -154,7 +154,7 @@ void Session::hear_console() {
 }
 
 void Session::let_host_finish() {
-  // With the end of the program the terminal goes away, and with it what the host has not read yet.
+  // The terminal disappears when the program ends, with the bytes that the host has not read yet.
   const int64_t patience_us = now_us() + second_us;
   do {
     sleep_until(now_us() + look_us);

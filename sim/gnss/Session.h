@@ -14,16 +14,16 @@
 
 namespace ecu::koru::sim {
 
-/// One run of the program: a receiver on the machine's clock behind a terminal. The terminal, the link and
-/// the trace exist as long as the session. The constructor blocks SIGINT, SIGTERM and SIGHUP for the process
-/// and throws std::system_error or FileError.
+/// One run of the program: a receiver on the machine's clock, behind a terminal. The terminal, the link and
+/// the trace exist as long as the session. The constructor blocks SIGINT, SIGTERM and SIGHUP, and throws
+/// std::system_error or FileError.
 class Session {
  public:
   explicit Session(const ProgramOptions& options);
 
   [[nodiscard]] const std::string& path() const { return m_pty.path(); }
-  /// Until a signal, the end of the chosen time or of the recording. Meanwhile commands are taken from
-  /// standard input; its end changes nothing.
+  /// Runs until a signal, the end of the chosen time or the end of the recording. Obeys commands on standard
+  /// input, and continues after its end.
   void run();
   void print_statistics() const;
 
@@ -33,7 +33,7 @@ class Session {
   void look_at_host();
   void deliver();
   void hand_over(std::span<const uint8_t> bytes);
-  /// False when the host has written nothing.
+  /// Returns false if the host has written nothing.
   bool hear_host();
   void hear_console();
   [[nodiscard]] int64_t next_wake_us() const;
@@ -48,12 +48,12 @@ class Session {
   std::optional<Link> m_link;
   std::optional<Trace> m_trace;
   Report m_report;
-  std::optional<Receiver> m_receiver;  // once it is switched on
+  std::optional<Receiver> m_receiver;  // empty until it is switched on
   bool m_stopped = false;              // by a signal
   bool m_held = false;                 // somebody has the terminal open
   int64_t m_end_us = INT64_MAX;
-  int64_t m_wake_us = INT64_MAX;  // when this sleep was to end
-  uint64_t m_overrun_bytes = 0;   // found no room in the terminal
+  int64_t m_wake_us = INT64_MAX;  // when the latest sleep should have ended
+  uint64_t m_overrun_bytes = 0;   // bytes that did not fit into the terminal
 };
 
 }  // namespace ecu::koru::sim

@@ -7,10 +7,10 @@ namespace {
 
 constexpr std::array<uint8_t, 20> uart_port{1, 0, 0, 0, 0xD0, 8, 0, 0, 0, 0, 0, 0, 7, 0, 3, 0, 0, 0, 0, 0};
 constexpr std::array<uint8_t, 36> automatic_nav5{
-    0xFF, 0xFF, 0,    3, 0,    0, 0,   0, 0x10, 0x27, 0, 0,  // everything, portable, 2D or 3D
+    0xFF, 0xFF, 0,    3, 0,    0, 0,   0, 0x10, 0x27, 0, 0,  // mask: everything; portable; 2D or 3D
     5,    0,    0xFA, 0, 0xFA, 0, 100, 0, 0x5E, 1,    0, 60};
 
-/// A block of CFG-GNSS: system, reserved and most channels, and the last byte of its flags.
+/// A block of CFG-GNSS: system, reserved channels, most channels, and the last byte of its flags.
 struct GnssBlock {
   uint8_t id, reserved, most, flags_3;
 };

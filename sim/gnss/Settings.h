@@ -11,14 +11,14 @@
 
 namespace ecu::koru::sim {
 
-/// Everything that commands can change, as payload bytes of the messages that read and write it.
+/// Everything that commands can change, as the payload bytes of the messages that read and write it.
 struct Settings {
   static constexpr size_t uart1 = 1, spi = 4;  ///< port numbers, and indices of `ports`
-  /// The one that the host is on. Wiring, not a setting.
+  /// The host's port. It is wiring, not a setting.
   size_t host_port = uart1;
-  /// By port number: I2C, UART 1, (UART 2, which this receiver does not have), USB, SPI.
+  /// By port number: I2C, UART 1, UART 2 (which this receiver does not have), USB, SPI.
   std::array<std::array<uint8_t, 20>, 5> ports{};
-  /// By message, then by port: sent at every n-th solution, 0 never.
+  /// By message, then by port: n means sent at every n-th solution, 0 never.
   std::array<std::array<uint8_t, 6>, periodic_messages.size()> message_rates{};
   std::array<uint8_t, 6> rate{};
   std::array<uint8_t, 36> nav5{};
@@ -27,19 +27,19 @@ struct Settings {
   std::array<uint8_t, 2> rxm{};
   std::array<uint8_t, 4> antenna{};
 
-  /// Of the host's port; Line::at_once on SPI.
+  /// Returns the speed of the host's UART; Line::at_once on SPI.
   [[nodiscard]] unsigned baud() const;
   void set_baud(unsigned baud);
-  /// Whether the host's port takes (in) or sends (out) UBX; out only: NMEA.
+  /// Return true if the host's port takes UBX (ubx_in), sends UBX (ubx_out) or sends NMEA (nmea_out).
   [[nodiscard]] bool ubx_in() const { return (ports[host_port][12] & 1U) != 0; }
   [[nodiscard]] bool ubx_out() const { return (ports[host_port][14] & 1U) != 0; }
   [[nodiscard]] bool nmea_out() const { return (ports[host_port][14] & 2U) != 0; }
-  /// txReady of the SPI port.
   [[nodiscard]] uint32_t tx_ready() const { return number_at(ports[spi], 2, 2); }
-  /// A rate that does not divide the second, chosen by the options, is exact on average: `rate_hz` is theirs.
+  /// Returns the epochs. If the settings have the options' rate `rate_hz`, it is exact on average, even if it
+  /// does not divide 1000 ms.
   [[nodiscard]] EpochGrid grid(int rate_hz) const;
   [[nodiscard]] NmeaVersion nmea_version() const;
-  /// The enabled ones, in the order of their sentences.
+  /// Returns the enabled constellations, in the order of their sentences.
   [[nodiscard]] std::vector<Constellation> constellations() const;
   [[nodiscard]] uint32_t antenna_flags() const { return number_at(antenna, 0, 2); }
 };
@@ -54,24 +54,24 @@ inline constexpr uint32_t antenna = 1U << 10U;
 inline constexpr uint32_t all = 0xFFFFFFFFU;
 }  // namespace section
 
-/// Copies the sections that `mask` names.
 void copy_sections(Settings& to, const Settings& from, uint32_t mask);
 
-/// As it leaves the factory: 9600 baud or `baud`, the six default sentences at 1 Hz.
+/// Returns the factory settings: the six default sentences at 1 Hz, and `baud`.
 [[nodiscard]] Settings factory_settings(const ReceiverOptions& options, unsigned baud);
-/// What the options describe: RMC, GGA, GSA, GSV if wanted, and GST at the options' rate and speed.
+/// Returns the settings of the options: RMC, GGA, GSA, GSV if wanted, and GST, at the options'
+/// rate and speed.
 [[nodiscard]] Settings settings_of_options(const ReceiverOptions& options);
 
-/// gnssId of CFG-GNSS and bit of MON-GNSS.
+/// gnssId in CFG-GNSS and bit number in MON-GNSS.
 struct SystemNumbers {
   uint8_t gnss_id;
   uint8_t monitor_bit;
 };
 [[nodiscard]] SystemNumbers numbers_of(Constellation constellation);
-/// As the bits of MON-GNSS.
+/// Returns the constellations as bits of MON-GNSS.
 [[nodiscard]] uint8_t monitor_map(const std::vector<Constellation>& constellations);
 
-/// The memories that hold settings while the receiver has no power, or while it does not use them.
+/// The memories that hold saved settings.
 class SettingsMemory {
  public:
   enum Device : uint32_t { battery_backed = 1, flash = 2 | 4 | 16 };
@@ -80,13 +80,13 @@ class SettingsMemory {
 
   void save(const Settings& settings, uint32_t mask, uint32_t devices);
   void clear(uint32_t mask, uint32_t devices);
-  /// The saved sections that `mask` names, where nothing is saved those of the factory.
+  /// Loads the sections in `mask`: battery-backed ones, else those in flash, else those of the factory.
   void load(Settings& settings, uint32_t mask) const;
 
  private:
   struct Store {
     Settings settings;
-    uint32_t valid = 0;  // sections
+    uint32_t valid = 0;  // sections that are saved
   };
 
   Settings m_factory;

@@ -11,7 +11,7 @@ namespace {
 
 struct Orbits {
   ConstellationNames names;
-  int first_number, in_view, step;  // satellite numbers: first, how many are seen, distance
+  int first_number, in_view, step;  // satellite numbers: the first, how many are in view, step
 };
 
 constexpr std::array<Orbits, 4> orbits{{
@@ -21,13 +21,12 @@ constexpr std::array<Orbits, 4> orbits{{
     {{"beidou", "GB", 4}, 406, 7, 4},
 }};
 
-constexpr int mask_deg = 15;  // lower satellites are seen, but not used
+constexpr int mask_deg = 15;  // lower satellites are in view, but not used
 
 const Orbits& orbits_of(Constellation constellation) {
   return orbits.at(static_cast<size_t>(constellation));
 }
 
-/// A slow wave around `mean`.
 double wave(int64_t utc_us, int64_t period_s, double mean, double amplitude) {
   const auto phase =
       static_cast<double>(utc_us % (period_s * second_us)) / static_cast<double>(period_s * second_us);

@@ -8,7 +8,7 @@ namespace ecu::koru::sim {
 Trace::Trace(const std::string& path) : m_file(create_file(path)) {}
 
 void Trace::written(std::span<const uint8_t> bytes, int64_t monotonic_ns) {
-  constexpr size_t longest = 1024;  // beyond that it is no sentence
+  constexpr size_t longest = 1024;  // longer text is not a sentence
   for (const uint8_t byte : bytes) {
     if (byte == '$') {
       m_sentence = '$';

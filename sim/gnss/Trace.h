@@ -7,24 +7,24 @@
 
 namespace ecu::koru::sim {
 
-/// Writes a line for each sentence that was handed to the host: "<monotonic_ns> <sentence without CR LF>",
-/// flushed at once. The time is CLOCK_MONOTONIC just before the write that held the sentence's last byte.
-/// What is not printable is written as \xHH.
+/// Writes a line for each sentence that the host got: "<monotonic_ns> <sentence without CR LF>", flushed at
+/// once. The time is CLOCK_MONOTONIC just before the write of the sentence's last byte. Other characters than
+/// printable ASCII are written as \xHH.
 class Trace {
  public:
-  /// Throws FileError when the file cannot be made.
+  /// Throws FileError if the file cannot be created.
   explicit Trace(const std::string& path);
 
-  /// Bytes as they went to the host, in order.
+  /// Takes the bytes that went to the host, in order.
   void written(std::span<const uint8_t> bytes, int64_t monotonic_ns);
-  /// The host did not get, or could not read, what comes next: a sentence in progress is forgotten.
+  /// Drops an incomplete sentence, because the host did not get, or could not read, the bytes that follow.
   void interrupted();
 
  private:
   void finish(int64_t monotonic_ns);
 
   std::ofstream m_file;
-  std::string m_sentence;  // from its '$' on; empty outside of a sentence
+  std::string m_sentence;  // from its '$' on; empty outside a sentence
 };
 
 }  // namespace ecu::koru::sim

@@ -31,7 +31,7 @@ std::string port(Payload p) {
 std::string message_rate(Payload p) {
   std::string text =
       name_of({static_cast<uint8_t>(number_at(p, 0, 1)), static_cast<uint8_t>(number_at(p, 1, 1))});
-  constexpr size_t uart1 = 3;  // of the long form
+  constexpr size_t uart1 = 3;  // its rate in the long form
   if (p.size() < 3) return text;
   const uint32_t rate = number_at(p, p.size() > uart1 ? uart1 : 2, 1);
   return text + (rate == 0 ? " off" : " every " + std::to_string(rate));

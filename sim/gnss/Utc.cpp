@@ -8,7 +8,7 @@ namespace {
 using Days = std::chrono::sys_days;
 constexpr int64_t day_us = 86'400 * second_us;
 
-/// Takes fields off the front of a text; once one does not fit, `ok` stays false.
+/// Reads fields from the front of a text. `ok` stays false after the first one that does not fit.
 struct Reader {
   std::string_view rest;
   bool ok = true;

@@ -10,7 +10,7 @@ int main(int argc, char** argv) {
   if (!parsed.options) return parsed.exit_status;
   try {
     sim::Session session(*parsed.options);
-    std::cout << session.path() << std::endl;  // flushed: who started this waits for it
+    std::cout << session.path() << std::endl;  // flushed, because the starting program waits for it
     session.run();
     session.print_statistics();
     return 0;
