@@ -15,7 +15,7 @@ namespace {
 
 using config::Configuration;
 
-/// The file's settings; false when it cannot be read or holds a line that is none.
+/// Reads the file's settings. Returns false if it cannot be read or a line is malformed.
 bool read_file(std::unique_ptr<Configuration>& config, const BusOptions& options) {
   std::ifstream file(options.config_file);
   if (!file) {
@@ -23,14 +23,14 @@ bool read_file(std::unique_ptr<Configuration>& config, const BusOptions& options
     return false;
   }
   config::set_config_from_input(config, file);
-  // The file may be the service's own, with keys that mean nothing here and deserve no warning.
+  // The file may be the service's, so do not warn about keys that are unknown here.
   logging::configure_logging("ERROR");
   const bool good = config->verify();
   logging::configure_logging("WARNING");
   return good;
 }
 
-/// A value of the configuration, or what the platform takes in its place.
+/// Returns the value that the platform uses: `otherwise` if the configuration has none.
 std::string shown(const Configuration& config, const std::string& key, const std::string& otherwise) {
   const std::string value = config.get(key);
   return value.empty() ? otherwise : value;
@@ -46,7 +46,7 @@ std::unique_ptr<BusConnection> BusConnection::create(const BusOptions& options) 
   config->set_default("connect_timeout_ms", "5000");
   if (!options.host.empty()) config->set("host", options.host);
   if (options.port != 0) config->set("port", std::to_string(options.port));
-  // Never the file's name: the broker would throw the service out when a second client came under it.
+  // Never use the file's name: the broker would disconnect the service if a second client had it.
   const std::string own_name = options.program + "-" + std::to_string(getpid());
   config->set("client_name", options.client_name.empty() ? own_name : options.client_name);
   return std::unique_ptr<BusConnection>(new BusConnection(options.program, std::move(config)));
@@ -77,8 +77,8 @@ int BusConnection::close(int status) {
   if (!m_started) return status;
   m_started = false;
   if (m_transport->stop()) return status;
-  // Without a flush: everything was flushed when it was written, and a thread that is stuck in writing to
-  // standard output would hold up a second one.
+  // Do not flush here: all output is flushed already, and a thread that is stuck writing to standard output
+  // would block this one.
   std::_Exit(status);
 }
 

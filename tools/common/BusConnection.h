@@ -8,28 +8,29 @@
 namespace ecu::koru::tool {
 
 struct BusOptions {
-  std::string program;        ///< names the program in its messages
+  std::string program;        ///< the program's name in its messages
   std::string host{};         ///< empty: from the configuration file, else the platform's default
   int port = 0;               ///< 0: likewise
   std::string config_file{};  ///< empty: none
-  std::string client_name{};  ///< empty: program and process id; that of the file belongs to the service
+  std::string client_name{};  ///< empty: program and process id; the file's belongs to the service
 };
 
-/// One program's connection to the bus, with the client library's set-up and clean-up around it. Owned and
-/// used by the main thread; the transport itself may be used by any.
+/// A program's connection to the bus, with set-up and clean-up of the client library. The main thread owns
+/// and uses it; any thread may use the transport.
 class BusConnection {
  public:
-  /// Reads the configuration and prepares the client. Null when that fails; standard error was told.
+  /// Reads the configuration and prepares the client. If that fails, writes why to standard error
+  /// and returns null.
   [[nodiscard]] static std::unique_ptr<BusConnection> create(const BusOptions& options);
   ~BusConnection();
   BusConnection(const BusConnection&) = delete;
   BusConnection& operator=(const BusConnection&) = delete;
 
-  /// Connects and waits for it. False when the broker cannot be reached in time (connect_timeout_ms, here 5 s
-  /// unless configured); standard error was told.
+  /// Connects and waits for the connection. If the broker cannot be reached in time (connect_timeout_ms, here
+  /// 5 s unless configured), writes that to standard error and returns false.
   [[nodiscard]] bool open();
-  /// Hands over what is under way and says good-bye. `status` comes back, unless the transport is stuck in
-  /// the operating system: then the process ends here with it.
+  /// Sends pending messages, disconnects and returns `status`. If the transport is stuck in the operating
+  /// system, ends the process with that status instead.
   int close(int status);
 
   [[nodiscard]] com::ITransportClient& transport() { return *m_transport; }

@@ -13,7 +13,7 @@ namespace ecu::koru::tool {
 
 namespace {
 
-/// One that the broker cannot take would be replaced by the service's own, and the service be thrown out.
+/// An invalid name would be replaced by the service's own, and the broker would disconnect the service.
 std::string check_client_name(const std::string& name) {
   constexpr size_t MAX_NAME = 65535;
   const bool good = name.size() <= MAX_NAME &&
@@ -53,7 +53,7 @@ CLI::Option* add_signal_database_option(CLI::App& app, std::string& file) {
 
 bool use_signal_database(const CLI::App& app, const std::string& file) {
   if (file.empty()) return true;
-  // Asked first: the adapter's own complaint says that the built-in database is used instead.
+  // Check the file first: the adapter's own error record says that the built-in database is used instead.
   const rt::DbcResult result = rt::load_dbc(file);
   if (result.database) return rt::SignalAdapter::instance().load_database(file);
   std::cerr << app.get_name() << ": signal database " << result.error.text() << '\n';

@@ -4,7 +4,7 @@
 
 namespace ecu::koru::tool {
 
-/// A file descriptor that poll() reports as readable once something happened. Any thread may raise it.
+/// A file descriptor that poll() reports as readable after raise(). Any thread may raise it.
 class Event {
  public:
   Event();
@@ -12,7 +12,6 @@ class Event {
   Event(const Event&) = delete;
   Event& operator=(const Event&) = delete;
   void raise();
-  /// As if nothing had happened.
   void clear();
   [[nodiscard]] bool raised() const { return m_raised; }
   [[nodiscard]] int fd() const { return m_fd; }
@@ -22,8 +21,8 @@ class Event {
   std::atomic<bool> m_raised = false;
 };
 
-/// Ctrl-C and SIGTERM as something that poll() reports. Created in the main thread after all other threads,
-/// which must have blocked the two signals; until then a signal ends the process at once.
+/// Makes poll() report Ctrl-C and SIGTERM. Create it in the main thread after all other threads, which must
+/// have blocked the two signals. Before that, a signal ends the process at once.
 class StopSignals {
  public:
   StopSignals();
@@ -36,7 +35,7 @@ class StopSignals {
   int m_fd;
 };
 
-/// A reader that went away shall be an error of the write, not the end of the process.
+/// Ignores SIGPIPE: if the reader goes away, the write fails and the process goes on.
 void ignore_broken_pipes();
 
 }  // namespace ecu::koru::tool

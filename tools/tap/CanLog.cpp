@@ -28,7 +28,7 @@ bool CanLog::open() {
   if (m_fd < 0) m_error = errno;
   struct stat status {};
   if (m_fd >= 0 && ::fstat(m_fd, &status) == 0 && S_ISREG(status.st_mode))
-    static_cast<void>(::fchmod(m_fd, OWNER_ONLY));  // it may have been there already
+    static_cast<void>(::fchmod(m_fd, OWNER_ONLY));  // the file may have existed already
   return m_fd >= 0;
 }
 

@@ -11,16 +11,16 @@
 
 namespace ecu::koru::tap {
 
-/// Writes every signal group that travels as a CAN frame to a candump-style log, each line written out at
-/// once. A group that cannot be unpacked and one that the broker had retained is no frame of now and left
-/// out. Its message() runs on the transport's delivery thread.
+/// Writes every signal group that travels as a CAN frame to a candump-style log, each line at once. Leaves
+/// out retained messages, which are old, and groups that cannot be unpacked. message() runs on the
+/// transport's delivery thread.
 class CanLog final : public com::ISubscriptionObserver {
  public:
   struct Options {
-    std::string file;                       ///< replaced when it is there
-    std::string interface = "can0";         ///< in the lines
-    std::string oem_interface = "can1";     ///< the same for the groups of the vehicle maker's own bus
-    std::optional<uint8_t> source_address;  ///< of every J1939 id
+    std::string file;                       ///< replaced if it exists
+    std::string interface = "can0";         ///< the name in the lines
+    std::string oem_interface = "can1";     ///< the same for groups of the vehicle maker's bus
+    std::optional<uint8_t> source_address;  ///< for every J1939 id; empty: see frame_id()
   };
 
   explicit CanLog(Options options) : m_options(std::move(options)) {}
@@ -28,16 +28,16 @@ class CanLog final : public com::ISubscriptionObserver {
   CanLog(const CanLog&) = delete;
   CanLog& operator=(const CanLog&) = delete;
 
-  /// Makes the file. False when that fails; error() tells why.
+  /// Creates the file. Returns false if that fails; error() then says why.
   [[nodiscard]] bool open();
-  /// What has to be subscribed: every topic of the signal database in use.
+  /// Returns the topics to subscribe to: every topic of the signal database in use.
   [[nodiscard]] static std::vector<std::string> topics();
 
   void message(const std::string& topic, const com::Message& message) override;
 
-  /// Raised when a line could not be written; nothing more is written then.
+  /// Is raised if a line could not be written. Nothing is written after that.
   [[nodiscard]] const tool::Event& failed() const { return m_failed; }
-  /// Why the file could not be made or written, an errno; 0 when it could.
+  /// Returns the errno of a failure to create or write the file; 0 if there was none.
   [[nodiscard]] int error() const { return m_error; }
 
  private:

@@ -49,7 +49,7 @@ std::optional<Envelope> read_header(std::span<const uint8_t> payload) {
                   .timestamp_ns = header.timestamp_ns()};
 }
 
-/// What is wrong with the envelope; empty when nothing is.
+/// Returns what is wrong with the envelope; empty if nothing is.
 std::string envelope_problem(const std::optional<Envelope>& envelope, size_t length) {
   if (length == 0) return "empty payload";
   if (length < HEADER_LENGTH) return text(length, " bytes are too short for the header of ", HEADER_LENGTH);
@@ -79,7 +79,6 @@ bool parse(std::span<const uint8_t> bytes, Body& body) {
       body);
 }
 
-/// The signals of a body that was parsed.
 void read_group(std::string_view topic, std::span<const uint8_t> payload, Decoded& out) {
   const std::string group_topic(out.row->group_topic.empty() ? topic : out.row->group_topic);
   const auto& signals = rt::SignalAdapter::instance();

@@ -10,7 +10,7 @@
 #include "platform/rt/Signals.h"
 #include "proto/nvxproto.pb.h"
 
-/// Takes the messages of the bus apart, signal groups by the signal database in use. Any thread.
+/// Decodes the messages of the bus, and signal groups with the signal database in use. For any thread.
 namespace ecu::koru::tap {
 
 using Body = std::variant<std::monostate, pb::RtSignal, pb::GnssData, pb::GnssSource, pb::TimeZone,
@@ -20,20 +20,20 @@ using Body = std::variant<std::monostate, pb::RtSignal, pb::GnssData, pb::GnssSo
 enum class ValueView {
   bytes,   ///< a parameter's value
   text,    ///< an ECU variable
-  signals  ///< a signal group, where the signal database knows one
+  signals  ///< a signal group, if the signal database has it
 };
 
-/// What the messages of a topic carry: one row of the topic table.
+/// The content of a topic's messages: one row of the topic table.
 struct TopicRow {
-  std::string_view pattern;  ///< a topic, or the start of many with '#' at its end
+  std::string_view pattern;  ///< a topic, or the start of topics followed by '#'
   std::string_view type;     ///< the body's message type
   Body (*make)();            ///< an empty body of that type
   ValueView view = ValueView::bytes;
-  std::string_view group_topic = {};  ///< the topic whose signal group the value is; empty: the message's own
+  std::string_view group_topic = {};  ///< topic of the value's signal group; empty: the message's own
 };
 
-/// The first row whose pattern the topic matches, or that of signal groups when the signal database has the
-/// topic; null when no message type is known for it.
+/// Returns the first row whose pattern the topic matches, or the row of signal groups if the signal database
+/// has the topic; null if no message type is known for it.
 [[nodiscard]] const TopicRow* find_topic(std::string_view topic);
 
 struct Envelope {
@@ -43,16 +43,16 @@ struct Envelope {
   uint64_t timestamp_ns;  ///< since boot, at serialization
 };
 
-/// A message taken apart as far as it could be.
+/// A message, decoded as far as possible.
 struct Decoded {
-  std::optional<Envelope> envelope;  ///< absent when the header cannot be read
-  const TopicRow* row = nullptr;     ///< null when no message type is known for the topic
-  Body body;                         ///< monostate when there is a problem
-  rt::SignalGroup group;             ///< of a pb::RtSignal; not valid when its bytes are no known group
-  std::string problem;               ///< why it could not be decoded, with its numbers; empty when it was
+  std::optional<Envelope> envelope;  ///< empty if the header cannot be read
+  const TopicRow* row = nullptr;     ///< null if no message type is known for the topic
+  Body body;                         ///< monostate if there is a problem
+  rt::SignalGroup group;             ///< not valid if the value is not a known signal group
+  std::string problem;               ///< why it could not be decoded, with numbers; empty if it was
 };
 
-/// Accepts exactly what the service accepts. `payload` need not outlive the result.
+/// Decodes exactly the messages that the service accepts. `payload` need not outlive the result.
 [[nodiscard]] Decoded decode(std::string_view topic, std::span<const uint8_t> payload);
 
 }  // namespace ecu::koru::tap

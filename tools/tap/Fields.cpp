@@ -11,14 +11,15 @@ namespace ecu::koru::tap {
 
 namespace {
 
-/// One field of the message type T: its name and how its value is read, nothing when the field is absent.
+/// A field of the message type T: its name and how to read its value. `read` returns empty if the
+/// field is absent.
 template <typename T>
 struct FieldRow {
   const char* name;
   std::optional<Json> (*read)(const T& message);
 };
 
-/// The double with the fewest digits that is still this float.
+/// Returns the double with the fewest digits that is still this float; null if the float is not finite.
 Json to_json(float value) {
   if (!std::isfinite(value)) return nullptr;
   char digits[64];
@@ -43,7 +44,6 @@ requires std::is_integral_v<T> Json to_json(T value) {
   return value;
 }
 
-/// An optional field, from its two generated accessors.
 template <auto Has, auto Get, typename T>
 std::optional<Json> field(const T& message) {
   if (!(message.*Has)()) return std::nullopt;
@@ -62,7 +62,7 @@ std::optional<Json> sentences(const pb::GnssData& message) {
   return list;
 }
 
-/// As in the topics of the parameters: "0x0000A00F".
+/// Returns the id as in the parameters' topics: "0x0000A00F".
 std::string parameter_id(uint32_t id) {
   char text[16];
   (void)std::snprintf(text, sizeof text, "0x%08X", id);
@@ -133,7 +133,7 @@ std::optional<Json> entries(const pb::SystemParameters& message) {
 
 bool is_utf8(std::string_view text) {
   try {
-    (void)Json(text).dump();  // strict: refuses everything that is no UTF-8
+    (void)Json(text).dump();  // throws if the text is not UTF-8
     return true;
   } catch (const Json::type_error&) {
     return false;

@@ -11,10 +11,9 @@ namespace ecu::koru::tap {
 
 using Json = nlohmann::ordered_json;
 
-/// The fields of a decoded body by their names, in the order of the message; absent fields are absent.
-///   numbers   as numbers, 64-bit integers exactly, floats in the fewest digits that give the same float; a
-///   NaN or an
-///             infinity is null
+/// Returns the fields of a decoded body by name, in the order of the message. Absent fields are left out.
+///   numbers   64-bit integers exactly, floats in the fewest digits that give the same float; null if the
+///             float is not finite
 ///   enums     by name
 ///   strings   as safe_text()
 ///   bytes     as hex_text(); the value of an ECU variable as safe_text()
@@ -22,13 +21,12 @@ using Json = nlohmann::ordered_json;
 /// Fields that the message type does not have come last, as the hex text `unknown_fields`.
 [[nodiscard]] Json fields(const Body& body, ValueView view);
 
-/// Two lower-case digits a byte.
+/// Returns two lower-case digits a byte.
 [[nodiscard]] std::string hex_text(std::string_view bytes);
 [[nodiscard]] std::string hex_text(std::span<const uint8_t> bytes);
 
-/// A text that came from outside, made valid UTF-8: unchanged when it is, otherwise with every byte from 0x80
-/// on as
-/// "\xHH".
+/// Makes outside text valid UTF-8: unchanged if it is already, otherwise with every byte from 0x80
+/// on as "\xHH".
 [[nodiscard]] std::string safe_text(std::string_view text);
 
 }  // namespace ecu::koru::tap

@@ -41,13 +41,13 @@ Json value_json(const rt::SignalGroup& group, const rt::Signal& signal) {
   return value;
 }
 
-/// Decimals that tell the physical values of neighbouring raw values apart.
+/// Returns the decimals that distinguish the physical values of neighbouring raw values; 3 to 15.
 int decimals_of(const rt::SignalScale& scale) {
   const double wanted = std::ceil(-std::log10(std::fabs(scale.factor())));
   return static_cast<int>(std::clamp<double>(wanted, MIN_DECIMALS, MAX_DECIMALS));
 }
 
-/// Rounded to what a raw step is worth, without trailing zeros.
+/// Returns the value rounded to decimals_of() its scale, without trailing zeros.
 std::string value_text(const rt::Signal& signal) {
   const auto& scale = signal.definition().scale;
   if (scale.factor() == 1 && scale.offset() == 0) return logging::text(signal.raw());
@@ -69,7 +69,7 @@ std::string signal_text(const rt::Signal& signal) {
   return out;
 }
 
-/// "hw_version 7631 "v1"".
+/// Returns "hw_version 7631 "v1"".
 std::string raw_bytes_text(const rt::SignalGroup& group) {
   const auto bytes = group.bytes();
   std::string out = group.definition().name + " " + hex_text(bytes);

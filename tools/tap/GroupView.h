@@ -5,21 +5,20 @@
 #include "platform/rt/Signals.h"
 #include "tools/tap/Fields.h"
 
-/// A signal group, which must be valid, as text.
+/// Shows a signal group, which must be valid, as text.
 namespace ecu::koru::tap {
 
-/// {"name", "can_id", "signals"}: `can_id`, where the group has one, in hex as in the signal database; of
-/// each signal, by its name:
-///   value   the physical value, whole numbers exactly; null when not valid, and of raw bytes when there are
-///           more than 8
-///   unit    absent when there is none
+/// Returns {"name", "can_id", "signals"}. `can_id` is in hex as in the signal database, and left out if the
+/// group has none. `signals` holds for each signal, by name:
+///   value   the physical value, whole numbers exactly; null if it is not valid or more than 8 raw bytes
+///   unit    left out if there is none
 ///   status  "valid", "not available", "error", "out of range"
 ///   raw     the raw value's bytes in hex, lowest first
 [[nodiscard]] Json group_json(const rt::SignalGroup& group);
 
-/// "VP1  latitude 48.137154 deg  longitude not available  raw 007b7c99ffffffff": name, every signal with its
-/// unit, and the packed bytes in hex. Raw bytes follow the name of their signal in hex, and as a text where
-/// they are one.
+/// Returns "VP1  latitude 48.137154 deg  longitude not available  raw 007b7c99ffffffff": the name, every
+/// signal with its unit, and the packed bytes in hex. A group of raw bytes gives its name and its bytes in
+/// hex, and also as text if they are printable.
 [[nodiscard]] std::string group_text(const rt::SignalGroup& group);
 
 }  // namespace ecu::koru::tap

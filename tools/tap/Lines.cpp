@@ -22,7 +22,7 @@ constexpr size_t MAX_DUMP = 256;
 constexpr size_t MAX_VALUE_TEXT = 160;
 constexpr std::string_view INDENT = "    ";
 
-/// All of it: a viewer does not shorten.
+/// Escapes all of the text: a viewer does not shorten it.
 std::string escaped(std::string_view bytes) {
   return logging::escaped(bytes, std::string_view::npos);
 }
@@ -34,7 +34,7 @@ Json to_json(const Envelope& envelope) {
           {"timestamp_ns", envelope.timestamp_ns}};
 }
 
-/// A number with a fixed count of decimals, whatever the locale.
+/// Returns a number with fixed decimals, whatever the locale.
 std::string decimal(double value, int decimals) {
   char digits[400];
   const auto end =
@@ -58,7 +58,7 @@ std::string utc(uint64_t us) {
   return us < YEAR_10000_US ? iso_time(static_cast<int64_t>(us), 3) : text("utc ", us, " us");
 }
 
-/// "time  position  speed  course  ..." of a fix; what is absent is left out.
+/// Returns "time  position  speed  course  ..." of a fix. Absent fields are left out.
 std::string fix_text(const pb::GnssData& fix) {
   std::string out;
   const auto add = [&out](bool present, const auto&... parts) {
@@ -82,7 +82,7 @@ std::string fix_text(const pb::GnssData& fix) {
   return out;
 }
 
-/// "name=value name=value" of any other body.
+/// Returns "name=value name=value" for any other body.
 std::string fields_text(const Json& fields) {
   std::string out;
   for (const auto& [name, value] : fields.items()) {
@@ -106,7 +106,7 @@ std::string sentence_lines(const pb::GnssData& fix) {
   return out;
 }
 
-/// "    0000  09 01 00 12 ...   ....", 16 bytes a line.
+/// Returns "    0000  09 01 00 12 ...   ....", 16 bytes a line, at most 256 bytes.
 std::string hex_dump(std::span<const uint8_t> bytes) {
   std::string out;
   const auto shown = bytes.first(std::min(bytes.size(), MAX_DUMP));
@@ -125,7 +125,7 @@ std::string hex_dump(std::span<const uint8_t> bytes) {
   return out;
 }
 
-/// "10:15:30.123Z system/gnss/data [type 1, 812 bytes, 123.456789 s, retained] "
+/// Returns "10:15:30.123Z system/gnss/data [type 1, 812 bytes, 123.456789 s, retained] ".
 std::string line_start(const Arrival& arrival, const Decoded& decoded) {
   std::string out = iso_time(arrival.wall_us, 3).substr(11);
   out.append(" ").append(escaped(arrival.topic)).append(" [");

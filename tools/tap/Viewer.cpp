@@ -8,7 +8,7 @@
 namespace ecu::koru::tap {
 
 void Viewer::message(const std::string& topic, const com::Message& message) {
-  // A message comes once for every filter that it matches.
+  // A message arrives once for every filter that it matches.
   const bool again = message.timestamp_ns == m_last_ns && topic == m_last_topic;
   if (again || m_finished.raised()) return;
   m_last_ns = message.timestamp_ns;

@@ -9,25 +9,25 @@
 
 namespace ecu::koru::tap {
 
-/// Writes every message that arrives to standard output, each flushed. Its message() runs on the transport's
-/// delivery thread: a reader of the output that does not keep up slows the delivery down, and the broker
-/// drops what is too much, instead of a queue that grows here.
+/// Writes every received message to standard output, each flushed. message() runs on the transport's delivery
+/// thread: a slow reader of the output slows the delivery down, and the broker drops messages, so that no
+/// queue grows here.
 class Viewer final : public com::ISubscriptionObserver {
  public:
   struct Style {
     bool json = false;
     bool sentences = false;
-    uint64_t count = 0;  ///< ends after so many messages; 0: never
+    uint64_t count = 0;  ///< ends after that many messages; 0: never
   };
 
   explicit Viewer(const Style& style) : m_style(style) {}
 
   void message(const std::string& topic, const com::Message& message) override;
 
-  /// Raised when the count is reached or nobody reads the output any more.
+  /// Is raised after the last message of the count, or if the output cannot be written.
   [[nodiscard]] const tool::Event& finished() const { return m_finished; }
   [[nodiscard]] uint64_t seen() const { return m_seen; }
-  /// Why the output could not be written, an errno; 0 when it could, or when its reader merely went away.
+  /// Returns the errno of a failed write; 0 if there was none or only the reader went away.
   [[nodiscard]] int write_error() const { return m_write_error; }
 
  private:

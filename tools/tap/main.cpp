@@ -49,7 +49,7 @@ std::string check_filter(const std::string& filter) {
 }
 
 std::string check_interface(const std::string& name) {
-  constexpr size_t MAX_NAME = 15;  // of the system's interfaces
+  constexpr size_t MAX_NAME = 15;  // limit of the system's interface names
   const bool good = !name.empty() && name.size() <= MAX_NAME &&
                     name.find_first_not_of(
                         "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
@@ -105,7 +105,7 @@ void add_options(CLI::App& app, Options& options) {
   add_can_log_options(app, options.can_log);
 }
 
-/// Waits for the end: count reached, output gone, CAN log failed, time over or a signal.
+/// Waits for the end: the count, a lost output, a failed CAN log, the end of the time, or a signal.
 void wait_for_end(const tap::Viewer& viewer, const tap::CanLog& can_log, double seconds) {
   const tool::StopSignals signals;
   const int64_t end_ns = time_source().steady_ns() + static_cast<int64_t>(seconds * 1e9);
@@ -130,7 +130,7 @@ int cannot_write(const std::string& what, int error) {
   return tool::EXIT_FAILED;
 }
 
-/// What the shell is told after the end.
+/// Returns the exit status, and reports a failed write on standard error.
 int status_of(const Options& options, const tap::Viewer& viewer, const tap::CanLog& can_log) {
   if (can_log.error() != 0) return cannot_write(" " + options.can_log.file, can_log.error());
   if (viewer.write_error() != 0) return cannot_write("", viewer.write_error());
@@ -146,7 +146,8 @@ int run(const CLI::App& app, const Options& options) {
   if (!tool::use_signal_database(app, options.signal_database)) return tool::EXIT_FAILED;
   if (!options.can_log.file.empty()) {
     if (!can_log->open()) return status_of(options, *viewer, *can_log);
-    // Before the viewer: what is shown is also in the log when --count ends the program.
+    // The log subscribes before the viewer, so that it has every shown message even if --count
+    // ends the program.
     for (const auto& topic : tap::CanLog::topics()) bus->transport().subscribe(topic, can_log, 0);
   }
   for (const auto& topic : options.topics) {
