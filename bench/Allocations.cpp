@@ -1,4 +1,4 @@
-// In a file of its own: the compiler must not see through the replaced operators.
+// These stand in a separate file, so that the compiler cannot optimise the replaced operators away.
 
 #include "bench/Allocations.h"
 

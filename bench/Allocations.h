@@ -1,4 +1,4 @@
 #pragma once
 
-/// How often operator new was called in this process.
+/// Returns how often operator new was called in this process.
 [[nodiscard]] long allocationCount();

@@ -1,4 +1,4 @@
-// What a fix costs in the running service: its delay, its processor time, the memory that stays.
+// Measures the running service: a fix's delay and processor time, and the memory in use.
 
 #include <mosquittopp.h>
 
@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::array<bench::DaemonRate, 3> RATES{{{1, 38400}, {4, 38400}, {10, 115200}}};
 
-/// The smallest value that is not exceeded by the share (above 0) of all values.
+/// Returns the smallest value that at least the share (above 0) of all values does not exceed.
 double quantile(const std::vector<double>& ascending, double share) {
   const auto index = static_cast<size_t>(std::ceil(share * static_cast<double>(ascending.size()))) - 1;
   return ascending[index];
@@ -61,7 +61,7 @@ void printAims() {
               bench::wakeUpCost_us());
 }
 
-/// Set by the signals that end the measurement, with all that it started.
+/// Set by the signals that end the measurement and everything it started.
 std::atomic<bool>& stopCell() {
   static std::atomic<bool> cell{false};
   return cell;

@@ -26,12 +26,12 @@ using namespace ecu::koru;
 using std::chrono::milliseconds;
 
 constexpr int PATIENCE_MS = 20'000;
-constexpr milliseconds STEP{100};        // how soon a stop is noticed
-constexpr milliseconds AFTER_A_FIX{20};  // the service has finished it and waits for the next one
+constexpr milliseconds STEP{100};        // the longest time until a stop is noticed
+constexpr milliseconds AFTER_A_FIX{20};  // by then the service waits for the next fix
 constexpr int FIXES_TO_WARM_UP = 5;
 constexpr uint16_t PROTOCOL_TYPE = 1;
 
-/// A GST sentence without its CR LF, unique by its time, and when it was where: CLOCK_MONOTONIC.
+/// A GST sentence without its CR LF, unique by its time, and when it was sent or received by CLOCK_MONOTONIC.
 struct Sighting {
   std::string gst;
   int64_t at_ns;
@@ -41,7 +41,6 @@ bool isGst(std::string_view sentence) {
   return sentence.size() > 6 && sentence.substr(3, 3) == "GST";
 }
 
-/// Notes when which fix arrived.
 class Subscriber final : public com::ISubscriptionObserver {
  public:
   void message(const std::string&, const com::Message& message) override {
@@ -59,7 +58,7 @@ class Subscriber final : public com::ISubscriptionObserver {
     const std::lock_guard lock(m_mutex);
     return m_seen.size();
   }
-  /// True as soon as more than `before` fixes have arrived; false after one step.
+  /// Returns true as soon as more than `before` fixes have arrived, false after one STEP.
   bool waitForMore(size_t before) {
     std::unique_lock lock(m_mutex);
     return m_arrived.wait_for(lock, STEP, [&] { return m_seen.size() > before; });
@@ -75,7 +74,7 @@ class Subscriber final : public com::ISubscriptionObserver {
   std::vector<Sighting> m_seen;
 };
 
-/// All that one measurement starts, in this order; ended in reverse.
+/// Everything that a measurement starts, in this order. It ends in reverse order.
 class Setup {
  public:
   Setup(const DaemonRate& rate, const std::atomic<bool>& stop);
@@ -89,12 +88,11 @@ class Setup {
     size_t fixes;
     ProcessFigures figures;
   };
-  /// The service's figures between two fixes, and how many there were.
+  /// Waits for the next fix. Returns the number of fixes and the service's figures after it.
   Point nextPoint();
   void rest(milliseconds time) const;
 
   [[nodiscard]] std::vector<Sighting> arrivals() const { return m_subscriber->seen(); }
-  /// Every GST that the receiver sent.
   [[nodiscard]] std::vector<Sighting> sent() const;
 
  private:
@@ -180,7 +178,7 @@ std::vector<Sighting> Setup::sent() const {
   return result;
 }
 
-/// The delays of the fixes in [from, to), and how many the receiver sent meanwhile.
+/// Sets the delays of the fixes in [from, to), and how many the receiver sent in that time.
 void compare(const std::vector<Sighting>& sent, const std::vector<Sighting>& arrivals, size_t from, size_t to,
              DaemonResult& result) {
   const auto find = [&](const Sighting& arrival) {

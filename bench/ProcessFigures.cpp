@@ -27,7 +27,7 @@ int64_t firstNumber(const fs::path& path) {
   return number;
 }
 
-/// The number behind "name:" in a status file, kB where it is an amount of memory.
+/// Returns the number after "name:" in a status file; amounts of memory are in KiB.
 int64_t statusNumber(const fs::path& folder, const std::string& name) {
   auto file = openFigures(folder / "status");
   for (std::string line; std::getline(file, line);) {

@@ -1,9 +1,8 @@
-// How fast the road of a fix is: bytes in memory to enveloped messages, framing alone, one fix to one
+// Measures the road of a fix: bytes in memory to enveloped messages, framing alone, and one fix to one
 // message and to the signal groups.
 //
-// The counters: sentences/s and bytes/s are Google Benchmark's items and bytes per second of processor time;
-// ns_per_fix is the processor time of one fix, allocations the calls of operator new per fix once everything
-// is warm.
+// Counters: items and bytes per second are per second of processor time. s_per_fix is the processor time of
+// one fix, and allocations_per_fix the calls of operator new per fix.
 
 #include <benchmark/benchmark.h>
 
@@ -33,7 +32,7 @@ using namespace ecu::koru;
 constexpr int EPOCHS = 100'000;
 constexpr int SENTENCES_PER_EPOCH = 5;  // RMC, GGA, two GSA, GST
 
-/// A drive as the receiver sends it, and where each epoch ends.
+/// The receiver's bytes of a drive, and where each epoch ends.
 struct Drive {
   std::string bytes;
   std::vector<size_t> ends;
@@ -61,7 +60,7 @@ const Drive& drive() {
   return made;
 }
 
-/// The drive with one byte in a hundred replaced by another.
+/// Returns the drive's bytes with one in a hundred replaced by a random one.
 const std::string& corruptedBytes() {
   static const std::string corrupted = [] {
     std::string bytes = drive().bytes;
@@ -74,8 +73,8 @@ const std::string& corruptedBytes() {
   return corrupted;
 }
 
-/// A terminal that holds the drive: every epoch arrives in one burst, a second of virtual time after the one
-/// before it.
+/// A terminal that delivers the drive: every epoch arrives in one burst, a second of virtual time after
+/// the previous one.
 class MemoryTerminal final : public gpspub::ITerminalDevice {
  public:
   MemoryTerminal(const Drive& drive, VirtualTime& time) : m_drive(drive), m_time(time) {}
@@ -96,7 +95,7 @@ class MemoryTerminal final : public gpspub::ITerminalDevice {
       m_time.advance(int64_t{timeout_us} * 1000);
       return 0;
     }
-    if (timeout_us < 1000) return 0;  // read() asks once more before it gives up
+    if (timeout_us < 1000) return 0;  // SerialInput::read() asks again before it gives up
     ++m_epoch;
     m_time.advance(1'000'000'000);
     return 1;
@@ -116,7 +115,7 @@ class MemoryTerminal final : public gpspub::ITerminalDevice {
   size_t m_at = 0;
 };
 
-/// A bus that counts.
+/// Counts messages and bytes instead of sending them.
 class CountingTransport final : public com::ITransportClient {
  public:
   bool connect() override { return true; }
@@ -138,8 +137,8 @@ class CountingTransport final : public com::ITransportClient {
   long bytes = 0;
 };
 
-/// (a) The whole service over a terminal in memory: framed, validated, parsed, assembled, serialized,
-/// enveloped.
+/// (a) The whole service on a terminal in memory: framing, validation, parsing,
+/// assembly, serialization, envelope.
 void BM_Road(benchmark::State& state) {
   const Drive& driven = drive();
   long fixes = 0;
@@ -177,7 +176,7 @@ void BM_Road(benchmark::State& state) {
 }
 BENCHMARK(BM_Road)->Unit(benchmark::kMillisecond);
 
-/// A terminal that gives 256 bytes a read, as a burst trickles in.
+/// A terminal that delivers 256 bytes a read, like a burst that arrives slowly.
 class ChunkTerminal final : public gpspub::ITerminalDevice {
  public:
   explicit ChunkTerminal(const std::string& bytes) : m_bytes(bytes) {}
@@ -202,7 +201,7 @@ class ChunkTerminal final : public gpspub::ITerminalDevice {
   size_t m_at = 0;
 };
 
-/// (b) Framing alone; argument 1: one byte in a hundred is corrupted.
+/// (b) Framing alone. With argument 1, one byte in a hundred is corrupted.
 void BM_Framing(benchmark::State& state) {
   const std::string& bytes = state.range(0) == 0 ? drive().bytes : corruptedBytes();
   long items = 0;
@@ -216,7 +215,6 @@ void BM_Framing(benchmark::State& state) {
 }
 BENCHMARK(BM_Framing)->ArgName("corrupted")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
-/// The drive's first fix and its sentences.
 struct Fix {
   Fix() {
     for (size_t start = 0; start < drive().ends[0];) {
@@ -236,7 +234,6 @@ struct Fix {
   gpspub::GnssInfo info;
 };
 
-/// One finished fix through a publisher.
 void publishFixes(benchmark::State& state, gpspub::IGnssPublish& publisher) {
   Fix fix;
   auto counting = std::make_shared<CountingTransport>();
@@ -254,14 +251,14 @@ void publishFixes(benchmark::State& state, gpspub::IGnssPublish& publisher) {
       static_cast<double>(counting->bytes) / static_cast<double>(counting->messages);
 }
 
-/// (c) A fix with its five sentences to one enveloped message.
+/// (c) Turns a fix with its five sentences into one enveloped message.
 void BM_FixToMessage(benchmark::State& state) {
   gpspub::GnssPublishMqtt publisher;
   publishFixes(state, publisher);
 }
 BENCHMARK(BM_FixToMessage);
 
-/// (d) A fix to all six signal groups, packed and enveloped.
+/// (d) Turns a fix into all six signal groups, packed and enveloped.
 void BM_FixToGroups(benchmark::State& state) {
   gpspub::GnssPublishCAN publisher;
   publishFixes(state, publisher);
