@@ -1,4 +1,5 @@
-// What other programs on the bus can send: envelopes, the observers' topics, the variables of the start.
+// Messages of other programs on the bus: envelopes, the observers' topics, and the variables read
+// at the start.
 
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
@@ -28,7 +29,7 @@ namespace {
 
 using Refused = com::err::PbInternalDeserializationError;
 
-/// What the header's fields must lead to; `None` when the body decides.
+/// Returns the error that the header's fields must cause; `None` if the body decides.
 Refused verdict_of_header(Bytes payload) {
   const auto number = [&](size_t at, size_t width) {
     uint64_t value = 0;
@@ -44,7 +45,7 @@ Refused verdict_of_header(Bytes payload) {
   return Refused::None;
 }
 
-/// The same bytes for the same body, which the entries of a map otherwise do not promise.
+/// Returns the same bytes for the same body. The order of map entries is otherwise not fixed.
 std::string serialized(const google::protobuf::MessageLite& body) {
   std::string bytes;
   google::protobuf::io::StringOutputStream stream(&bytes);
@@ -76,7 +77,7 @@ constexpr std::array ENVELOPES{check_envelope<pb::GnssData>, check_envelope<pb::
                                check_envelope<pb::GnssSource>, check_envelope<pb::TimeZone>,
                                check_envelope<pb::SystemParameters>};
 
-/// A message as the next bytes describe it: raw, enveloped or an enveloped signal; its length; its bytes.
+/// Reads a message: its form (raw, enveloped or an enveloped signal), its length, its bytes.
 com::Message next_message(Input& input) {
   const uint8_t form = input.byte();
   const Bytes bytes = input.take(input.byte());
@@ -98,7 +99,7 @@ class Control final : public IGnssControl {
   int restarts = 0;
 };
 
-/// The retained messages of the start.
+/// Reads the message as one that was retained before the start.
 void read_start(const com::Message& message) {
   auto bus = std::make_shared<com::MemoryTransport>();
   com::Message kept = message;
@@ -125,7 +126,7 @@ void check_record_of_bus(const GnssInfo& info) {
 
 }  // namespace
 
-/// The message's type, whether a header is to be put before it, the payload.
+/// Input: the message's type, whether to put a header before the payload, the payload.
 void envelope(Bytes bytes) {
   Input input(bytes);
   const auto check = ENVELOPES[input.byte() % ENVELOPES.size()];
@@ -135,7 +136,7 @@ void envelope(Bytes bytes) {
   check(message);
 }
 
-/// Messages: the topic's number (the last one stands for any topic, which follows as a line), the message.
+/// Input: messages, each the topic's number and the message. After the last number, a line gives any topic.
 void observers(Bytes bytes) {
   const std::array TOPICS{topic::BLACKOUT_MODE,        topic::HW_VERSION,        topic::GNSS_SOURCE,
                           topic::LOG_CONFIG,           topic::PARAMETER_GNSS_ON, topic::PARAMETER_GPS,
@@ -165,8 +166,8 @@ void observers(Bytes bytes) {
   }
 }
 
-/// Frames of another unit: the group's number, the message; or a wait for the next fix, which is then
-/// published.
+/// Input: frames of another unit, each the group's number and the message. The last number waits for the next
+/// fix and publishes it.
 void can_input(Bytes bytes) {
   const std::array TOPICS{topic::VP1_RX, topic::VP2_RX, topic::VDS_RX, topic::P2C1_RX, topic::TD_RX};
   Input input(bytes);

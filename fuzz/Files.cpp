@@ -1,4 +1,4 @@
-// What is read from files: the configuration with all that is made of it, and the signal database.
+// Files that the service reads: the configuration with everything derived from it, and the signal database.
 
 #include <algorithm>
 #include <array>
@@ -31,7 +31,7 @@ std::unique_ptr<config::Configuration> configuration_of(const std::string& text)
   return config;
 }
 
-/// The values of all keys, written down once more, are the same values.
+/// Checks that values survive being written to a file and read again.
 void check_rewritten(const config::Configuration& config) {
   constexpr std::array KEYS{"host",        "port",          "client_name",       "username",
                             "tls_ca",      "logmode",       "gnss_device",       "baud_rate",
@@ -74,7 +74,7 @@ void check_group(const rt::GroupDefinition& group) {
   }
 }
 
-/// Bytes into a group, its signals out of it and in again.
+/// Unpacks bytes into a group, then reads its signals and sets them again.
 void check_packing(const rt::SignalAdapter& adapter, const std::string& topic, Bytes payload) {
   auto result = adapter.unpack(topic, enveloped_signal(payload));
   require(result.success || payload.size() < adapter.create_sg(topic).definition().length,
@@ -99,7 +99,7 @@ void check_packing(const rt::SignalAdapter& adapter, const std::string& topic, B
 
 }  // namespace
 
-/// A configuration file.
+/// Input: a configuration file.
 void configuration(Bytes bytes) {
   const std::string file = text(bytes);
   const auto config = configuration_of(file);
@@ -111,7 +111,7 @@ void configuration(Bytes bytes) {
   check_applied(*config);
 }
 
-/// A signal database, a NUL byte, a payload for its groups.
+/// Input: a signal database, a NUL byte, and a payload for its groups.
 void signals(Bytes bytes) {
   const auto nul = std::find(bytes.begin(), bytes.end(), uint8_t{0});
   const auto length = static_cast<size_t>(nul - bytes.begin());

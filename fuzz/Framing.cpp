@@ -1,5 +1,5 @@
-// Any bytes in any pieces through the receive buffer: from the serial port, and from the SPI bus with its
-// line and its faults.
+// Sends any bytes in any pieces through the receive buffer, from the serial port and from the SPI bus
+// with its faults.
 
 #include <algorithm>
 
@@ -19,7 +19,7 @@ namespace {
 constexpr size_t OVER_LONG = 4096;
 constexpr size_t UBX_OVERHEAD = 8;
 
-/// One item as the receiver sent it.
+/// Checks an item, given as the receiver sent it.
 void check_item(std::string_view sent) {
   const auto* const bytes = reinterpret_cast<const unsigned char*>(sent.data());
   if (bytes[0] == 0xB5) {
@@ -40,12 +40,12 @@ void check_item(std::string_view sent) {
           "a sentence is valid exactly with its checksum");
 }
 
-/// What has become of the bytes that an input took from its device.
+/// Accounts for the bytes that an input took from its device.
 struct Ledger {
   SerialInput& input;
   size_t consumed = 0;
 
-  /// One read; `taken` tells all bytes that the input has taken so far.
+  /// Reads once. `taken` returns all bytes that the input has taken so far.
   template <typename Taken>
   void read(const Taken& taken) {
     const bool framed = input.read();
@@ -82,12 +82,12 @@ struct Port {
   }
 };
 
-/// A receiver on SPI that says what it is given, then 0xFF.
+/// A receiver on SPI that sends `says`, then 0xFF.
 struct Wire final : test::FakeSpi {
   std::string says;
-  std::string taken;  ///< what the input keeps of it: not what it only looks at or drops on purpose
+  std::string taken;  ///< bytes that the input keeps, not those that it only looks at or drops on purpose
   bool reading = false;
-  unsigned until_failure = 0;  ///< transfers that still work; 0: all do
+  unsigned until_failure = 0;  ///< this many more transfers work; 0: all do
 
  private:
   static constexpr unsigned char IDLE = 0xFF;
@@ -120,7 +120,7 @@ struct SpiBus {
 
   SpiBus() { input.setGnssDeviceName(std::string(SPI::DEVICE)); }
 
-  /// One pass of a loop; a message goes out behind each item when `answers`. False when there was nothing.
+  /// Makes one pass, and sends a message after each item if `answers`. Returns false if nothing was waiting.
   bool pass(bool answers) {
     const int64_t begin_ns = virtual_time().steady_ns();
     const bool waiting = input.waiting(WAIT_US);
@@ -138,7 +138,7 @@ struct SpiBus {
     require(virtual_time().steady_ns() - begin_ns <= MAX_PASS_NS, "a pass is short");
     return waiting;
   }
-  /// Until all is read; a line that is stuck at "ready" never says so.
+  /// Reads until nothing is left. A line stuck at "ready" never shows that, so the passes are limited then.
   void pump(bool answers) {
     const size_t most = 2 * (wire->says.size() + SerialInput::INPUT_BUFFER_SIZE);
     for (size_t passes = 0; !input.isDeviceGone() && pass(answers); ++passes) {
@@ -167,7 +167,7 @@ void framing(Bytes bytes) {
   }
 }
 
-/// Pieces, each behind what happens to the bus before it.
+/// Input: an event on the bus, then a piece of bytes, again and again.
 void spi(Bytes bytes) {
   Input input(bytes);
   SpiBus bus;

@@ -42,7 +42,7 @@ bool is_dump(std::string_view line) {
   return line.find_first_not_of("0123456789ABCDEF ") == std::string_view::npos;
 }
 
-/// Nobody may forge a record: behind a line feed stands nothing but a hex dump.
+/// Nobody may forge a record: only a hex dump may follow a line feed.
 void check_record(std::string_view record) {
   const size_t end = std::min(record.find('\n'), record.size());
   const bool harmless = is_text(record.substr(0, end)) && (end == record.size() || is_dump([&] {

@@ -10,36 +10,35 @@
 #include "platform/base/Time.h"
 #include "platform/com/MemoryTransport.h"
 
-/// What the fuzz targets share. A target is a function of the bytes of one input; whatever the bytes, it
-/// ends, and what it promises holds. The first byte of each input is the logging: odd switches everything on.
+/// Shared by the fuzz targets. A target is a function of the bytes of one input. For any bytes it ends and
+/// its promises hold. If the first byte of an input is odd, everything is logged.
 namespace fuzz {
 
 using Bytes = std::span<const uint8_t>;
 
-/// One entry of the table of targets.
 struct Target {
   std::string_view name;
   void (*run)(Bytes input);
 };
 [[nodiscard]] std::span<const Target> targets();
-/// Null when there is no such target.
+/// Returns null if there is no such target.
 [[nodiscard]] const Target* find_target(std::string_view name);
-/// Puts the log stand-in and virtual time in and runs the target.
+/// Runs the target in virtual time, and checks every log record.
 void run(const Target& target, Bytes input);
 
-/// Reports a broken promise and aborts, which is how a fuzzer and a test see it.
+/// Reports a broken promise and aborts, so that a fuzzer or a test notices.
 void require(bool holds, const char* promise);
 
-/// Takes an input apart from its front. Beyond the end there are zeros.
+/// Reads an input from its front. Bytes beyond the end are 0.
 class Input {
  public:
   explicit Input(Bytes bytes) : m_bytes(bytes) {}
   [[nodiscard]] bool empty() const { return m_bytes.empty(); }
   [[nodiscard]] uint8_t byte();
-  /// At most so many.
+  /// Returns at most that many bytes.
   [[nodiscard]] Bytes take(size_t count);
   [[nodiscard]] Bytes rest() { return take(m_bytes.size()); }
-  /// Up to the line feed, which is dropped.
+  /// Returns the bytes up to the line feed, which is dropped.
   [[nodiscard]] std::string line();
 
  private:
@@ -47,16 +46,15 @@ class Input {
 };
 
 [[nodiscard]] std::string text(Bytes bytes);
-/// `body` behind a right envelope header, as it arrives from the bus.
+/// Returns `body` after a correct envelope header, as it arrives from the bus.
 [[nodiscard]] ecu::koru::com::Message enveloped(Bytes body);
-/// The same around a pb::RtSignal.
+/// Returns the same for a pb::RtSignal with this value.
 [[nodiscard]] ecu::koru::com::Message enveloped_signal(Bytes value);
 
-/// Every message that the service published decodes, and its numbers are in their range. Forgets the
-/// messages.
+/// Checks that every published message can be decoded and its numbers are in range. Clears the messages.
 void check_published(ecu::koru::com::MemoryTransport& bus);
 
-/// The clock of all targets; it starts anew with each input.
+/// Returns the clock of all targets. It starts again with each input.
 [[nodiscard]] ecu::koru::VirtualTime& virtual_time();
 
 // The targets, one file each.

@@ -1,4 +1,4 @@
-// The fuzzer's side: FUZZ_TARGET in the environment names the target.
+// The entry for the fuzzer. The environment variable FUZZ_TARGET names the target.
 
 #include <cstdlib>
 #include <iostream>

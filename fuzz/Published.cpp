@@ -1,4 +1,4 @@
-// What the service may publish.
+// Checks of the messages that the service publishes.
 
 #include <algorithm>
 #include <array>

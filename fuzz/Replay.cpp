@@ -1,5 +1,4 @@
-// Runs inputs without a fuzzer: files that lie in a folder with the name of their target, and folders of such
-// folders.
+// Runs inputs without a fuzzer: files in a folder named after their target, and all files below a folder.
 
 #include <algorithm>
 #include <filesystem>
@@ -15,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Aborts when the target does; the last line then names the culprit.
+/// Prints the path first, so that the last line names the input if the target aborts.
 bool replay(const fs::path& path) {
   const std::string name = path.parent_path().filename().string();
   const fuzz::Target* const target = fuzz::find_target(name);

@@ -1,5 +1,5 @@
-// Writes the first inputs of all targets, from what the simulated receiver sends and from what the unit's
-// other programs publish: fuzz_seeds FOLDER makes FOLDER/TARGET/NAME.
+// Writes the first inputs of all targets, from the simulated receiver's bytes and the messages of the unit's
+// other programs. fuzz_seeds FOLDER creates FOLDER/TARGET/NAME.
 
 #include <algorithm>
 #include <array>
@@ -22,7 +22,7 @@ using namespace ecu::koru;
 using namespace std::string_literals;
 namespace fs = std::filesystem;
 
-/// 0 to 255 as a byte of an input.
+/// Returns the value, at most 255, as a byte of an input.
 std::string byte(size_t value) {
   return std::string(1, static_cast<char>(std::min<size_t>(value, 255)));
 }
@@ -34,7 +34,7 @@ std::string numbered(std::string name, size_t number) {
 class Folder {
  public:
   explicit Folder(fs::path root) : m_root(std::move(root)) {}
-  /// Once quiet and once with everything logged.
+  /// Adds the input twice: with little logged and with everything logged.
   void add(const std::string& target, const std::string& name, const std::string& input) const {
     fs::create_directories(m_root / target);
     for (const char logging : {'0', '1'}) {
@@ -48,7 +48,7 @@ class Folder {
   fs::path m_root;
 };
 
-/// What a receiver sends in some seconds while its host polls everything, cut every 100 ms.
+/// Returns a receiver's bytes of 2.5 s, cut every 100 ms, while its host polls everything.
 std::vector<std::string> drive(const std::string& faults, int rate_hz, bool no_fix = false) {
   constexpr std::array<sim::UbxId, 10> POLLS{{{0x06, 0x00},
                                               {0x06, 0x13},
@@ -85,7 +85,7 @@ std::string joined(const std::vector<std::string>& pieces) {
   return all;
 }
 
-/// The text between "$" and "*" of each sentence.
+/// Returns the text between "$" and "*" of each sentence.
 std::vector<std::string> bodies(const std::string& stream) {
   std::vector<std::string> found;
   for (size_t at = 0; (at = stream.find('$', at)) != std::string::npos; ++at) {
@@ -134,7 +134,7 @@ void add_sentences(const Folder& folder, const std::string& stream) {
   }
 }
 
-/// What a receiver of this kind does not send.
+/// Adds bytes that a receiver of this kind does not send.
 void add_edges(const Folder& folder) {
   constexpr std::array<std::string_view, 9> BODIES{
       "GNRMC,123519.50,A,4807.03800,S,01131.00000,W,022.4,084.4,010169,,,A",
@@ -164,7 +164,7 @@ void add_edges(const Folder& folder) {
              byte(1) + byte(30) + stream + "$no end" + test::ubx(1, 2, std::string(5000, 'x')));
 }
 
-/// Each answer as an event of the target, and all of them in their order.
+/// Adds each answer as an event, and all of them in order.
 void add_answers(const Folder& folder, const std::string& stream) {
   constexpr size_t ANY_KIND = 10;
   std::string all = byte(3);
@@ -185,7 +185,6 @@ void add_answers(const Folder& folder, const std::string& stream) {
              all + byte(230) + byte(1) + all.substr(1) + byte(230) + byte(0) + all.substr(1));
 }
 
-/// A message of the observers' target.
 std::string on_topic(size_t topic, size_t form, const std::string& payload) {
   return byte(topic) + byte(form) + byte(payload.size()) + payload;
 }

@@ -1,4 +1,4 @@
-// Each sentence parser with any text, and epochs of sentences through assembly and publication.
+// Gives any text to each sentence parser, and epochs of sentences to assembly and publication.
 
 #include <array>
 #include <cmath>
@@ -38,7 +38,7 @@ void check_record(const GnssInfo& info) {
           "the bus's quality is -1 to 3");
 }
 
-/// A position and a date that were read are read again from the sentence that says them.
+/// Checks that the position and the date survive being written to a sentence and read again.
 void check_round_trip(const GnssInfo& info) {
   constexpr double MAX_LONGITUDE = 18'000;  // dddmm.mmmm
   if (!(std::fabs(info.m_latitude) < MAX_LONGITUDE && std::fabs(info.m_longitude) < MAX_LONGITUDE)) return;
@@ -57,7 +57,7 @@ void check_round_trip(const GnssInfo& info) {
   require(secondsSinceEpoch(again.m_utc_tm) == secondsSinceEpoch(utc), "a date survives a sentence");
 }
 
-/// The service, as far as an epoch needs it.
+/// The parts of the service that an epoch needs.
 class Publisher final : public IEpochOwner {
  public:
   void publishGnssData() override {
@@ -92,7 +92,7 @@ class Publisher final : public IEpochOwner {
   GnssPublishCAN m_can;
 };
 
-/// Only text passes framing.
+/// Replaces every character that does not pass framing by CR.
 std::string framed(std::string body) {
   for (char& c : body) c = c >= 0x20 && c <= 0x7E ? c : '\r';
   return body;
@@ -100,7 +100,7 @@ std::string framed(std::string body) {
 
 }  // namespace
 
-/// The parser's number, the receiver's UTC flags, a sentence.
+/// Input: the parser's number, the receiver's UTC flags, a sentence.
 void sentences(Bytes bytes) {
   Input input(bytes);
   const auto parse = PARSERS[input.byte() % PARSERS.size()];
@@ -115,7 +115,8 @@ void sentences(Bytes bytes) {
   check_round_trip(info);
 }
 
-/// Lines: how long after the one before (tenths of a second above '0'), then what stands between "$" and "*".
+/// Input: lines, each the time since the previous one (tenths of a second above '0') and the text between
+/// "$" and "*".
 void epochs(Bytes bytes) {
   Input input(bytes);
   Publisher service;

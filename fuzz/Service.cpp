@@ -1,5 +1,5 @@
-// The whole service: bytes at any time on its port, messages at any time on its bus, faults of the device, in
-// virtual time.
+// The whole service in virtual time: bytes on its port and messages on its bus at any time, and faults
+// of the device.
 
 #include <array>
 
@@ -17,7 +17,7 @@ namespace {
 constexpr int64_t MAX_SCRIPT_US = 60'000'000;
 constexpr int64_t AFTERWARDS_US = 8'000'000;
 
-/// What becomes due at a time.
+/// Plans an event at that time.
 void plan(test::World& world, test::Script& script, int64_t at_us, Input& input) {
   const std::array TOPICS{topic::BLACKOUT_MODE, topic::HW_VERSION,
                           topic::GNSS_SOURCE,   topic::PARAMETER_GNSS_ON,
@@ -55,7 +55,7 @@ void check_sent(const test::TerminalState& terminal) {
 
 }  // namespace
 
-/// The unit's variant, then what happens: after how many 20 ms, what.
+/// Input: the unit's variant, then events, each after a time in units of 20 ms.
 void service(Bytes bytes) {
   Input input(bytes);
   const uint8_t variant = input.byte();

@@ -1,4 +1,4 @@
-// Every UBX handler with the command sequence and the antenna behind it, in virtual time.
+// Every UBX handler with the command sequence and the antenna, in virtual time.
 
 #include <array>
 
@@ -50,13 +50,13 @@ class Unit final : public IReceiverOwner {
     require(reception.readUbloxMessage() == static_cast<int>(frame.size()), "the item is the frame");
     reception.processUbloxMessage();
   }
-  /// What the run loop does between items.
+  /// Does what the run loop does between items.
   void supervise() {
     config.takeRestart();
     if (!config.isInitialised() && !config.isStopped()) config.checkTimeout(!silence);
     antenna.checkRadioSilence();
   }
-  /// Everything sent since the last call is whole frames, and not too many.
+  /// Checks that everything sent since the last call is whole frames, and not too many.
   void check_sent() {
     std::string_view sent = m_line->written;
     size_t count = 0;
@@ -98,7 +98,7 @@ class Unit final : public IReceiverOwner {
   UbxReception reception{m_input, config, antenna, *this};
 };
 
-/// One event of the receiver, the bus or the clock.
+/// Carries out an event of the receiver, the bus or the clock.
 void happen(Unit& unit, uint8_t event, Input& input) {
   if (event < 200) {
     const size_t which = event % (KINDS.size() + 1);
@@ -125,7 +125,7 @@ void happen(Unit& unit, uint8_t event, Input& input) {
 
 }  // namespace
 
-/// The configured speed, then events.
+/// Input: the configured speed, then events.
 void ubx(Bytes bytes) {
   static constexpr std::array<unsigned, 6> SPEEDS{4800, 9600, 19200, 38400, 57600, 115200};
   Input input(bytes);
