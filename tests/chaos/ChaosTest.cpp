@@ -1,6 +1,6 @@
-// The real service for a long time among everything that can go wrong around it: a seeded schedule of faults,
-// after each of which it must publish valid fixes again in time, with nothing leaked.
-// SATNAVD_CHAOS_SECONDS: how long (20); SATNAVD_CHAOS_SEED: which schedule (1).
+// Runs the real service for a long time under a seeded schedule of faults around it. After each fault it must
+// publish valid fixes again in time and leak nothing.
+// SATNAVD_CHAOS_SECONDS: how long (20). SATNAVD_CHAOS_SEED: which schedule (1).
 
 #include <cstdio>
 #include <cstdlib>
@@ -14,7 +14,7 @@ using namespace test::chaos;
 
 constexpr long GROWTH_KIB = 3L * 1024;
 
-/// What comes out while a fault lasts, once it has taken effect.
+/// The output during a fault, after it has taken effect.
 enum class Output { ANY, VALID, STATUS_1, NONE };
 constexpr int64_t EFFECT_NS = 2500 * MS, JUDGED_NS = 4000 * MS;
 constexpr int64_t GOOD_CONNECTION_NS = 10 * S;  // after it the back-off begins anew
@@ -24,13 +24,13 @@ struct Fault {
   void (World::*begin)();
   void (World::*end)();
   int shortest_ms, longest_ms;  // how long it lasts
-  /// Valid fixes again after its end, and how much longer for each time that it lasted (back-off).
+  /// Valid fixes return by then after its end, plus `grows` times its duration (back-off).
   int promise_ms;
   int grows = 0;
   Output output = Output::ANY;
 };
 
-/// The receiver is used as it is.
+/// The service uses the receiver as it is.
 const std::vector<Fault> ROAD_FAULTS = {
     {"broker killed", &World::kill_broker, &World::start_broker, 0, 6000, 3000, 1},
     {"broker frozen", &World::freeze_broker, &World::thaw_broker, 500, 8000, 2000},
@@ -46,7 +46,7 @@ const std::vector<Fault> ROAD_FAULTS = {
     {"GNSS switched off", &World::gnss_off, &World::gnss_on, 4100, 8000, 8000, 0, Output::NONE},
 };
 
-/// The receiver is found, configured and silenced. A cold start takes its antenna away for 24 s.
+/// The service finds, configures and silences the receiver. A cold start switches its antenna off for 24 s.
 const std::vector<Fault> CONTROL_FAULTS = {
     {"receiver power-cycled", &World::power_cycle, &World::nothing, 0, 0, 140'000},
     {"radio silence", &World::blackout, &World::wake_up, 2000, 8000, 140'000},
@@ -57,7 +57,8 @@ const std::vector<Fault> CONTROL_FAULTS = {
 
 class Chaos : public World {
  public:
-  /// `calm_ms`: the longest time between two faults; `age_ns`: how old an epoch may be when its fix is sent.
+  /// `calm_ms` is the longest time between two faults, `age_ns` the greatest age of an epoch when its
+  /// fix is sent.
   void run(bool control, std::vector<Fault> faults, int64_t start_ns, int calm_ms, int64_t age_ns) {
     m_start_ns = start_ns;
     const int64_t end_ns = now() + setting("SATNAVD_CHAOS_SECONDS", 20) * S;
@@ -84,7 +85,7 @@ class Chaos : public World {
     m_connected_ns = now();
   }
 
-  /// Two valid fixes that were sent from now on.
+  /// Expects two valid fixes after `since_ns` within the promised time.
   void recovers(const std::string& what, int64_t since_ns, int64_t promise_ns) {
     const bool in_time =
         eventually([&] { return bus->count_since(since_ns, VALID) >= 2; }, static_cast<int>(promise_ns / MS));
@@ -132,7 +133,7 @@ class Chaos : public World {
     return bus->count_since(since_ns, status) > 0;
   }
 
-  /// Each valid fix is of a new epoch and was sent while that was the present one.
+  /// Expects that each valid fix is of a new epoch and was sent in time.
   void check_fixes(int64_t longest_ns) {
     const int64_t boot_utc_ns = clock_ns(CLOCK_REALTIME) - now();
     int64_t before_us = 0, oldest_ns = 0, count = 0;

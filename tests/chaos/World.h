@@ -18,7 +18,7 @@ namespace test::chaos {
 
 inline constexpr int64_t MS = S / 1000;
 
-/// All that the service listens to, in receiver mode.
+/// All topics that the service subscribes to in receiver mode.
 inline const Words SUBSCRIBED = {
     "rt/system/blackout_mode",    "rt/system/hw_version",       "system/gnss/source",
     "system/gnss/log_config",     "system/time/timezone",       "system/sysparam/0x0000A00F",
@@ -30,15 +30,15 @@ inline int setting(const char* name, int otherwise) {
   return text != nullptr ? std::stoi(text) : otherwise;
 }
 
-/// One received position record. Times of the machine's own clocks.
+/// A received position record. Times are of the machine's clocks.
 struct Fix {
   int64_t sent_ns = 0;  ///< since boot, from the envelope
   int64_t utc_us = 0;   ///< 0: none
   int status = 0;
 };
 
-/// A subscriber and publisher of the chaos run's own: it holds on to its broker whatever happens to that, and
-/// decodes with nothing of the service but the message. Its functions may be called from any thread.
+/// The chaos run's own subscriber and publisher. It always reconnects to its broker, and shares only the
+/// message type with the service. Any thread may call it.
 class Bus : Unique {
  public:
   explicit Bus(uint16_t port) : m_client(mosquitto_new(nullptr, true, this)) {
@@ -65,7 +65,7 @@ class Bus : Unique {
     const std::lock_guard lock(m_mutex);
     return m_fixes;
   }
-  /// How many records of a status were sent after a time (since boot).
+  /// Returns how many records of a status were sent after a time since boot.
   [[nodiscard]] int64_t count_since(int64_t boot_ns, int status) const {
     const std::lock_guard lock(m_mutex);
     return std::count_if(m_fixes.begin(), m_fixes.end(),
@@ -90,13 +90,13 @@ class Bus : Unique {
   std::vector<Fix> m_fixes;
 };
 
-/// A vehicle in which everything can go wrong: broker, rest of the unit, receiver, system clock, and the
-/// service among them. Each fault is a pair of functions, its beginning and its end.
+/// A vehicle in which everything can fail: broker, rest of the unit, receiver, system clock, with the service
+/// among them. Each fault is a pair of functions that begin and end it.
 class World : public SatnavdTest {
  public:
   World() { broker.configure({"max_queued_messages 1000"}); }
 
-  /// With `control` the service configures and supervises the receiver.
+  /// With `control`, the service configures and supervises the receiver.
   void switch_on(bool control) {
     m_control = control;
     bus.emplace(broker.port());
@@ -114,7 +114,7 @@ class World : public SatnavdTest {
                       preloaded({"SATNAVD_TEST_GPIO=" + folder / "", "SATNAVD_TEST_CLOCK=" + m_clock,
                                  "SATNAVD_TEST_LOG=" + m_log}));
   }
-  /// The exit status of a stop by SIGTERM; nothing when it takes more than two seconds.
+  /// Stops the service by SIGTERM. Returns its exit status; empty if that takes more than two seconds.
   std::optional<int> stop_service() {
     service->signal(SIGTERM);
     return service->wait_for_exit(2000);
@@ -123,7 +123,7 @@ class World : public SatnavdTest {
     const std::lock_guard lock(m_records_mutex);
     return m_records.substr(m_records.size() - std::min<size_t>(m_records.size(), 5000));
   }
-  /// Of the service: descriptors, threads.
+  /// Returns the service's numbers of descriptors and threads.
   [[nodiscard]] std::pair<long, long> handles() const {
     const auto entries = [this](const char* name) {
       return std::distance(std::filesystem::directory_iterator(process() + name), {});
@@ -134,7 +134,7 @@ class World : public SatnavdTest {
     const std::string status = text_of(process() + "/status");
     return std::stol(status.substr(status.find("VmRSS:") + 6));
   }
-  /// The microseconds by which the service's clock differs from the machine's.
+  /// Returns the difference of the service's clock from the machine's, us.
   [[nodiscard]] int64_t clock_shift_us() const {
     int64_t shift = 0;
     text_of(m_clock).copy(reinterpret_cast<char*>(&shift), sizeof shift);
@@ -155,7 +155,7 @@ class World : public SatnavdTest {
     ASSERT_TRUE(broker.start());
     m_unit = start_unit({"--var", "hwversion=zpt"});
   }
-  /// Its link must go too: the system gives the terminal's name to the next one who asks.
+  /// Removes the link too, because the system reuses the terminal's name.
   void unplug() {
     m_meanwhile = {};
     m_receiver.reset();
@@ -171,7 +171,7 @@ class World : public SatnavdTest {
     start_receiver(
         {"--fault", "drop=0.1,corrupt=0.3,split=0.1,garbage-ubx=0.2,seed=" + std::to_string(any(1, 1000))});
   }
-  /// The device is a terminal that gives random bytes as fast as they are taken.
+  /// Makes the device a terminal that delivers random bytes as fast as they are read.
   void flood() {
     unplug();
     const int master = terminal(device, O_NONBLOCK);
@@ -196,7 +196,7 @@ class World : public SatnavdTest {
     for (int i = 0; i < 100; ++i) publish_on_all([] { return "malformed"; }, 0);
   }
   void resume_log() { m_log_reads = true; }
-  /// What hostile bytes have switched is switched back.
+  /// Restores everything that hostile bytes may have switched.
   void calm_down() {
     m_meanwhile = {};
     bus->publish("system/gnss/log_config", std::string(3'000'000, 'x'));
@@ -215,7 +215,7 @@ class World : public SatnavdTest {
   void gnss_off() { m_unit->write_stdin("param 0xA00F 00\n"); }
   void gnss_on() { m_unit->write_stdin("param 0xA00F 01\n"); }
   void blackout() { m_unit->write_stdin("blackout on\n"); }
-  /// The receiver hears its reset line.
+  /// Ends radio silence. If the service pulses the reset line, resets the receiver.
   void wake_up() {
     const auto pulses = [this] { return occurrences(text_of(folder / "gpio197/value"), "1"); };
     const size_t before = pulses();
@@ -243,7 +243,7 @@ class World : public SatnavdTest {
     for (const auto& topic : SUBSCRIBED) bus->publish(topic, payload());
     std::this_thread::sleep_for(std::chrono::milliseconds(pause_ms));
   }
-  /// Plain noise, or a header before it that is right but for, perhaps, the length of the body.
+  /// Returns noise, or noise after a header that is correct except, perhaps, for the body length.
   [[nodiscard]] std::string any_payload() {
     std::string body(static_cast<size_t>(any(0, any(0, 9) == 0 ? 70'000 : 40)), '\0');
     for (char& byte : body) byte = static_cast<char>(any(0, 255));
@@ -253,7 +253,7 @@ class World : public SatnavdTest {
     for (unsigned shift = 0; shift < 32; shift += 8) header += static_cast<char>(claimed >> shift & 0xFF);
     return header + '\x11' + std::string(8, '\x01') + body;
   }
-  /// Does something again and again on a thread of its own, until that is replaced.
+  /// Repeats a step on a separate thread until that is replaced.
   template <typename Function>
   void meanwhile(Function step) {
     m_meanwhile = std::jthread([step = std::move(step)](const std::stop_token& stop) mutable {

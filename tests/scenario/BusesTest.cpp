@@ -1,4 +1,4 @@
-// The vehicle's buses: what goes out with each fix, and a unit that lives on what comes in.
+// The vehicle's buses: the output with each fix, and a unit without a receiver that gets fixes from CAN.
 
 #include <gmock/gmock.h>
 
@@ -18,8 +18,8 @@ using namespace testing;
 const World::Options WITH_BUSES{.hwversion = "zpt"};
 const World::Options WITHOUT_RECEIVER{.hasgnss = "false"};
 
-/// What left: the ms of each position, "-" without a fix, "/n" with n sentences instead of 4 (none without a
-/// fix), "*" with the groups right after it and in their order.
+/// Returns the output: the ms of each position, "-" if it has no fix, "/n" if it has n sentences instead of 4
+/// (or 0 without a fix), "*" if the groups follow at once and in order.
 std::string busTraffic(const World& world) {
   const std::map<std::string, std::string> names{
       {topic::VP1_TX, " VP1"},        {topic::P2C1_TX, " P2C1"}, {topic::VP2_TX, " VP2"},
@@ -51,11 +51,10 @@ std::string fix(int second, int hundredths = 0) {
   return epoch(second, "RMC GGA GSA GST", hundredths);
 }
 
-/// Bursts of the receiver, each with the ms at which it arrives. "!1.2": the service gets no processor time
-/// for 1.2 s.
+/// The receiver's bursts, each with its arrival in ms. "!1.2": the service gets no processor time for 1.2 s.
 using Bursts = std::vector<std::pair<int64_t, std::string>>;
 
-/// `fixes` at `hz`, the first of second 1, without the one with the index `lost`.
+/// Returns `fixes` at `hz`, the first of second 1, without that of index `lost`.
 Bursts atRate(int hz, int fixes, int lost = -1) {
   Bursts bursts;
   for (int i = 0; i < fixes; ++i) {
@@ -70,7 +69,7 @@ Bursts repeated(const std::string& burst, int64_t every_ms) {
   return bursts;
 }
 
-/// `count` sentences that are no part of a fix.
+/// Returns `count` sentences that are not part of a fix.
 std::string texts(int count) {
   std::string bytes;
   for (int i = 0; i < count; ++i) bytes += nmea("GPTXT,~");
@@ -138,7 +137,7 @@ TEST(Buses, EachSecondGoesOutOnceAndTheBusIsNeverSilentForLong) {
       {"none for too long",
        {{300, fix(1)}, {1290, epoch(2, "RMC")}, {1291, "!1.300"}, {1292, epoch(2, "GGA GSA GST")}},
        "300* 2591/2*"},
-      // What is bad costs its sentence. More than 100 sentences are no epoch.
+      // Bad bytes cost their sentence. More than 100 sentences are not an epoch.
       {"bad sentences",
        {{300, epoch(1, "RMC") + nmea(bad_satellites + "x,0.9,545.4,M,46.9,M,,") +
                   nmea(bad_satellites + std::string(20, '9') + ",0.9,5.4,M,46.9,M,,") +
@@ -172,7 +171,7 @@ void peerDate(World& world, double at_s, double second) {
                  std::string(1, static_cast<char>(second * 4)) + "\x23\x0C\x03\x5C\x29\xFF\xFF");
 }
 
-/// Groups of another unit's fix at 48.1233 N 11.5249 E, 41.5 km/h, at 12:35:SS on 23 March 2026.
+/// Injects another unit's fix at 48.1233 N 11.5249 E, 41.5 km/h, at 12:35:SS on 23 March 2026.
 void peerFix(World& world, double at_s, double second) {
   world.injectAt(at_s, topic::VP1_RX, "\x28\x7C\xDA\x99\x18\x06\x0A\x84");
   world.injectAt(at_s, topic::P2C1_RX, "\x02\x01\xFF\x4B\x5F\x06\xFF\xFF");
@@ -181,7 +180,7 @@ void peerFix(World& world, double at_s, double second) {
   peerDate(world, at_s, second);
 }
 
-/// Its messages depend on its hardware and on a receiver of its own, which is "true" and nothing else.
+/// A unit's messages depend on its hardware and on its own receiver, which only "true" means.
 TEST(Buses, EachUnitTellsWhatItHas) {
   const struct {
     std::string hwversion, hasgnss;
@@ -216,7 +215,7 @@ TEST(Buses, EachUnitTellsWhatItHas) {
   }
 }
 
-/// Offsets in bytes 6 (minutes) and 7 (hours) of the time and date, summer time in byte 2 of P2C1.
+/// The offsets are in bytes 6 (minutes) and 7 (hours) of the time and date, summer time in byte 2 of P2C1.
 TEST(Buses, TimeZoneGoesOutWithTheNextFix) {
   using Zone = pb::TimeZone;
   const struct {
@@ -337,7 +336,7 @@ TEST(CanInput, NothingFromBeforeIsANewFix) {
   Script nothing;
   World world(nothing, WITHOUT_RECEIVER);
   peerFix(world, 0.5, 1);
-  // What the broker had kept is of an unknown time.
+  // Retained messages are of an unknown time.
   world.at(0.6, [&] {
     com::Message kept = enveloped(std::string("\x08\x23\x0C\x03\x5C\x29\xFF\xFF"));
     kept.retained = true;
@@ -361,7 +360,7 @@ TEST(CanInput, DateThatCameAsTheBrokerWentIsNotUsedAfterwards) {
   EXPECT_EQ(cadence(world.run(4)), "2700:2/0 3699:2/0");
 }
 
-/// The real threads: the frames come from one, the service runs on another. Each is of the next second.
+/// Uses real threads: one sends frames, another runs the service. Each frame is of the next second.
 TEST(CanInput, FastFramesArePublishedWithTheirDateTheLastOneAlways) {
   constexpr uint64_t MIDNIGHT_US = 1'774'224'000'000'000;  // 23 March 2026
   constexpr int64_t SHORTEST_TIME_OUT_US = 900 * MS;

@@ -1,4 +1,4 @@
-// Receiver control over a scripted receiver: which frames are sent when, and what bad answers do.
+// Receiver control with a scripted receiver: which frames are sent when, and the effect of bad answers.
 
 #include <gmock/gmock.h>
 
@@ -20,15 +20,15 @@ using namespace testing;
 
 const std::string NOT_AVAILABLE(8, '\xFF'), YES(1, '\1'), NO(1, '\0');
 
-/// CFG-PRT of UART 1 at a rate: what the receiver answers, and what sets it.
+/// Returns CFG-PRT of UART 1 at a rate, both the receiver's answer and the command that sets it.
 std::string port(unsigned baud) {
   std::string payload = bytes("01 00 00 00 C0 08 00 00 00 00 00 00 07 00 03 00 00 00 00 00");
   for (size_t i = 0; i < 4; ++i) payload[8 + i] = static_cast<char>(baud >> 8 * i & 0xFF);
   return ubx(0x06, 0x00, payload);
 }
 
-/// CFG-GNSS of a receiver that can do all systems, those enabled whose gnssId is named. Also 7, which nobody
-/// selects and which stays as it is.
+/// Returns CFG-GNSS of a receiver with all systems, in which the named gnssIds are enabled. 7 is also
+/// enabled: nobody selects it, so it stays.
 std::string systems(const std::string& enabled) {
   std::string payload = bytes("00 20 20 08");
   for (char id = 0; id < 8; ++id) {
@@ -41,7 +41,7 @@ std::string systems(const std::string& enabled) {
 const std::string SUPPLY_ON = ubx(0x06, 0x13, bytes("1F 00 F0 B9"));
 const std::string SUPPLY_OFF = ubx(0x06, 0x13, bytes("0E 00 F0 B9"));
 
-/// A frame's name; without one class, id and payload in hexadecimal.
+/// Returns a frame's name, or its class, id and payload in hexadecimal if it has none.
 std::string name(const std::string& frame) {
   static const std::map<std::string, std::string> NAMES{
       {ubx(0x06, 0x00), "port"},
@@ -61,10 +61,10 @@ std::string name(const std::string& frame) {
          gpspub::hexDumpMessage(bytes, static_cast<int>(body.size()), 0, 0, false);
 }
 
-/// What the receiver answers to a frame, by its name.
+/// The receiver's answers, by the frame's name.
 using Answers = std::map<std::string, std::string>;
 
-/// Able to do GPS, GLONASS, BeiDou and Galileo; GPS, GLONASS, SBAS and QZSS are enabled.
+/// Supports GPS, GLONASS, BeiDou and Galileo. GPS, GLONASS, SBAS and QZSS are enabled.
 const Answers GOOD{{"port", port(38400)},
                    {"capable", ubx(0x0A, 0x28, bytes("00 0F 03 03 03 00 00 00"))},
                    {"antenna", SUPPLY_OFF},
@@ -72,7 +72,7 @@ const Answers GOOD{{"port", port(38400)},
 
 const Answers MUTE;
 
-/// The service with a receiver that sends an epoch a second and answers as it is told; times in seconds.
+/// The service with a receiver that sends an epoch a second and gives the chosen answers. Times are in s.
 struct Scene final : Script, World {
   explicit Scene(Answers its_answers = GOOD, const World::Options& options = {})
       : World(static_cast<ByteSource&>(*this), options), answers(std::move(its_answers)) {
@@ -98,7 +98,7 @@ struct Scene final : Script, World {
     }
   }
   void comes(double s, const std::string& frame) { add(static_cast<int64_t>(s * S), frame); }
-  /// The names of what was sent in that time; `once` however often a frame was repeated.
+  /// Returns the names of the frames sent in that time. With `once`, a repeated frame counts once.
   [[nodiscard]] std::string sent(double from_s = 0, double to_s = 1e6, bool once = false) const {
     std::string names, last;
     for (const Sent& each : terminal.sent) {
@@ -161,7 +161,7 @@ TEST(ReceiverControl, NothingThatTheReceiverAnswersStopsPublication) {
   }
 }
 
-// A rate is tried with four polls, for five periods.
+// Each rate is tried with four polls, for five periods.
 TEST(ReceiverControl, HuntsTheBaudRateAndPulsesTheResetAtEvery19thChange) {
   const struct {
     double seconds, silence_s;  ///< radio silence is requested from the start until then
@@ -227,7 +227,6 @@ TEST(ReceiverControl, ThreeNaksOrFourPeriodsEndACommandAndNoOtherCounts) {
   }
 }
 
-// Whenever in a command's four periods the requests come, each of the two port polls has its own four.
 TEST(ReceiverControl, LeavesTheConstellationsOfAReceiverThatDoesNotTellWhatItCan) {
   Scene scene(GOOD);
   scene.answers.erase("capable");
@@ -236,6 +235,7 @@ TEST(ReceiverControl, LeavesTheConstellationsOfAReceiverThatDoesNotTellWhatItCan
   EXPECT_THAT(scene.sent(), AllOf(HasSubstr(" systems "), Not(HasSubstr("063E"))));
 }
 
+// Each of the two port polls has its own four periods, whenever the requests arrive within a command's four.
 TEST(ReceiverControl, ChangesOfTheConstellationsRestartTheSequenceOnceWithBothPortPolls) {
   for (const double at : {100, 103, 106, 109, 400}) {
     Scene scene;
@@ -249,7 +249,7 @@ TEST(ReceiverControl, ChangesOfTheConstellationsRestartTheSequenceOnceWithBothPo
   }
 }
 
-// Most of its worth is under the thread sanitizer: nothing orders the observers' threads with the service's.
+// Needs the thread sanitizer to find most faults: nothing orders the observers' threads and the service's.
 TEST(ReceiverControl, ObserversMayBeCalledFromAnyThreadWhileTheSequenceRuns) {
   Scene scene;
   scene.service->enableLoggingControl();

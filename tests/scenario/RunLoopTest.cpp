@@ -45,7 +45,7 @@ TEST(RunLoop, UnpluggedDeviceIsReopenedOnceASecondAndNothingOldComesOut) {
 
 using Values = std::map<uint32_t, std::string>;
 
-/// System parameters retained on the bus at the start; `flags` 1: they have an over-the-air id.
+/// Retains system parameters on the bus at the start. `flags` 1: they have an over-the-air id.
 void start(World& world, const Values& parameters, uint32_t flags = 1) {
   pb::SystemParameters body;
   for (const auto& [id, value] : parameters) {
@@ -59,7 +59,8 @@ void start(World& world, const Values& parameters, uint32_t flags = 1) {
   world.service->readSysparams();
 }
 
-/// What the receiver was told: constellations (GPS 1, GLONASS 2, BeiDou 4, Galileo 8), period, antenna flags.
+/// Returns the receiver's settings: constellations (GPS 1, GLONASS 2, BeiDou 4, Galileo 8),
+/// period, antenna flags.
 std::string told(const SimulatedReceiver& source) {
   const sim::Settings& settings = source.receiver.settings();
   char text[40];
@@ -68,7 +69,7 @@ std::string told(const SimulatedReceiver& source) {
   return text;
 }
 
-/// A receiver that was switched on with the unit talks at its default rate; a simulated one does not.
+/// A receiver that was switched on with the unit starts at its default rate. A simulated one does not.
 TEST(Parameters, RateOfTheFirstMinutesIsTheDefault) {
   const std::tuple<int64_t, const char*, unsigned> rows[] = {
       {139'999'999'999, "\2", 9600}, {140'000'000'000, "\2", 38400}, {139'999'999'999, "\1", 38400}};

@@ -15,21 +15,21 @@ namespace {
 using namespace ecu::koru;
 using namespace test;
 
-constexpr int64_t BURST_US = 300'000;  // behind the full second
+constexpr int64_t BURST_US = 300'000;  // after the full second
 constexpr int64_t HOUR = 3600;
 constexpr int64_t DAY = 24 * HOUR;
 
-/// What the receiver makes of a second: without a fix its sentences hold the time only.
+/// The receiver's output in a second. Without a fix, its sentences hold only the time.
 enum class Kind { full, no_fix, silent };
 
-/// A quarter of an hour with a tunnel and a receiver that is silent.
+/// Repeats a quarter of an hour with a tunnel and a silent receiver.
 Kind kindOf(int64_t second) {
   const int64_t at = second % 907;
   if (at >= 300 && at < 345) return Kind::no_fix;
   return at >= 500 && at < 520 ? Kind::silent : Kind::full;
 }
 
-/// A drive of so many seconds from a moment on, after a unit's uptime of so much.
+/// A drive: its start in UTC, its length, and the unit's uptime before it.
 struct Drive {
   const char* begin;
   int64_t seconds;
@@ -37,16 +37,16 @@ struct Drive {
   bool leap_second = false;  // the day that ends on the way has one
 
   [[nodiscard]] int64_t utcStart() const { return sim::parse_iso8601(begin).value() / S; }
-  /// The first second of the next day, counted from the beginning.
+  /// Returns the first second of the next day, counted from the start.
   [[nodiscard]] int64_t midnight() const { return DAY - utcStart() % DAY; }
   [[nodiscard]] bool isLeapSecond(int64_t second) const { return leap_second && second == midnight(); }
-  /// As POSIX counts: a leap second has the number of the one behind it.
+  /// Counts as POSIX does: a leap second has the number of the second after it.
   [[nodiscard]] int64_t utc(int64_t second) const {
     return utcStart() + second - (leap_second && second > midnight() ? 1 : 0);
   }
 };
 
-/// The receiver's bytes, each second's at once, made when they are due.
+/// Sends each second's bytes at once, and creates them when they are due.
 class DrivingReceiver final : public Script {
  public:
   explicit DrivingReceiver(const Drive& drive) : m_drive(drive) {}
@@ -80,7 +80,7 @@ class DrivingReceiver final : public Script {
   int64_t m_next = 0;
 };
 
-/// Compares the traffic with the drive while it happens, up to the first difference.
+/// Compares the traffic with the drive while it happens, until the first difference.
 class Listener final : public com::ISubscriptionObserver {
  public:
   explicit Listener(const Drive& drive) : m_drive(drive) {
@@ -101,7 +101,7 @@ class Listener final : public com::ISubscriptionObserver {
   }
 
  private:
-  /// The second that must be at hand now: just the full ones are published with a date, with their last byte.
+  /// Returns the second that is due now: only full ones are published with a date, at their last byte.
   int64_t take(size_t& next) {
     const auto& dated = m_seconds[Kind::full];
     const int64_t second = next < dated.size() ? dated[next++] : -1;
@@ -123,7 +123,7 @@ class Listener final : public com::ISubscriptionObserver {
                 testing::AllOf(testing::Ge(0), testing::Le(30'000'000)));
   }
   void takeTimeDate(const com::Message& message) {
-    constexpr size_t SECONDS = 20, DAY_OF_MONTH = 24;  // behind the envelope
+    constexpr size_t SECONDS = 20, DAY_OF_MONTH = 24;  // after the envelope
     if (message.payload.at(DAY_OF_MONTH) == 0xFF) return;
     const int64_t second = take(m_can);
     const int leap = m_drive.isLeapSecond(second) ? 1 : 0;
@@ -136,7 +136,7 @@ class Listener final : public com::ISubscriptionObserver {
   std::map<int, size_t> m_statuses;
 };
 
-/// Drives, and expects every fix; the bytes in use after the first hour and at the end.
+/// Drives and expects every fix. Returns the bytes in use after the first hour and at the end.
 std::pair<size_t, size_t> drive(const Drive& plan) {
   DrivingReceiver receiver(plan);
   World world(receiver, {.hwversion = "zpt"});

@@ -46,7 +46,7 @@ sim::ReceiverOptions onSpi() {
   return options;
 }
 
-/// A world whose receiver is on SPI; `wire` lives as long as it.
+/// A world whose receiver is on SPI. `wire` lives as long as the world.
 struct SpiWorld {
   explicit SpiWorld(const sim::ReceiverOptions& options = onSpi())
       : world(
@@ -62,7 +62,7 @@ struct SpiWorld {
   World world;
 };
 
-/// The longest time without an epoch between two times, seconds.
+/// Returns the longest time without an epoch between two times, seconds.
 double longestGap(const std::vector<Published>& published, double from_s, double to_s) {
   double last = from_s, longest = 0;
   for (const auto& [at_us, data] : published) {
@@ -88,7 +88,7 @@ TEST(Spi, TheSequenceRunsToItsEndWithAndWithoutTheLine) {
     }
     spi.world.at(449, [&] { EXPECT_TRUE(spi.world.service->ubloxConfig().isInitialised()); });
     const auto published = spi.world.run(450);
-    EXPECT_EQ(occurrences(log.take(), "read error"), 2U);  // told again after ten good seconds
+    EXPECT_EQ(occurrences(log.take(), "read error"), 2U);  // logged again after ten good seconds
     EXPECT_LE(longestGap(published, 300, 450), 1.2);
     EXPECT_EQ(published.back().data.status(), 3);
     EXPECT_TRUE(published.back().data.has_accuracy());

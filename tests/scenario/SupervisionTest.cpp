@@ -1,4 +1,4 @@
-// What the service manager hears of the run loop.
+// The notifications of the run loop to the service manager.
 
 #include <gmock/gmock.h>
 
@@ -37,7 +37,7 @@ class Supervision : public testing::Test {
   }
   static std::string name() { return "@satnavd-scenario-" + std::to_string(getpid()); }
 
-  /// Runs the service and writes down every 10 ms, until a time, what has come.
+  /// Runs the service, and records notifications every 10 ms until `until_us` and at the end.
   void run(World& world, double seconds, int64_t until_us) {
     world.service->setServiceManager(ServiceManager::from_environment());
     for (int64_t at = 0; at <= until_us; at += 10 * MS) world.time.at(at, [&] { drain(world); });
@@ -105,7 +105,7 @@ TEST_F(Supervision, AStuckPassFeedsNothing) {
   EXPECT_GE(std::ranges::count(heard, "WATCHDOG=1", &Heard::text), 3);
 }
 
-// Nothing blocks or is lost when the manager does not read; nothing is said that was not asked for.
+// Only requested notifications are sent, and a manager that is not there does no harm.
 TEST_F(Supervision, TakesTheEnvironmentAsItIs) {
   const test::TempDir folder;
   const std::string path = folder / "notify";
@@ -152,7 +152,7 @@ TEST_F(Supervision, WhatAFullSocketDoesNotTakeIsSaidLater) {
   EXPECT_THAT(manager.take(), ElementsAre("READY=1", "WATCHDOG=1", "STATUS=starting"));
 }
 
-// An exported line belongs to root until udev's rule was applied.
+// An exported line belongs to root until udev has applied its rule.
 TEST(ReceiverLinesOfAUser, WaitForTheirGroup) {
   using std::filesystem::perms;
   Script nothing;

@@ -23,13 +23,13 @@
 #include "support/Support.h"
 #include "wire/Stopwatch.h"
 
-/// The whole service over a fake terminal and a bus in memory, in virtual time.
+/// The whole service with a fake terminal and a bus in memory, in virtual time.
 namespace test {
 
 inline constexpr int64_t MS = 1000;  // us
 inline constexpr int64_t S = 1000 * MS;
 
-/// The receiver's end of the terminal. Times are microseconds since the scenario began.
+/// The receiver's end of the terminal. Times are us since the scenario began.
 class ByteSource {
  public:
   virtual ~ByteSource() = default;
@@ -82,7 +82,7 @@ class SimulatedReceiver final : public ByteSource {
   ecu::koru::sim::Receiver receiver;
 };
 
-/// Virtual time with an agenda: whatever moves the clock carries out what has become due on the way.
+/// Virtual time with an agenda: whenever the clock moves, the actions that become due are carried out.
 class ScenarioTime final : public ecu::koru::ITimeSource {
  public:
   static constexpr int64_t START_NS = 1'000'000'000'000;
@@ -90,7 +90,7 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
   [[nodiscard]] int64_t steady_ns() const override { return m_clock.steady_ns(); }
   [[nodiscard]] int64_t boot_ns() const override { return m_clock.boot_ns() + boot_offset_ns; }
   void sleep_ns(int64_t ns) override { advance_to_ns(steady_ns() + ns); }
-  /// Ends at the next point of the agenda: it may have been what was waited for.
+  /// Ends at the next point of the agenda, which may be the awaited event.
   void wait_ns(std::condition_variable& /*condition*/, std::unique_lock<std::mutex>& lock,
                int64_t ns) override {
     const int64_t end = steady_ns() + ns;
@@ -103,11 +103,11 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
 
   [[nodiscard]] int64_t now_us() const { return (steady_ns() - START_NS) / 1000; }
   void at(int64_t us, std::function<void()> action) { m_agenda.emplace(us, std::move(action)); }
-  /// Never past the next point of the agenda without carrying it out.
+  /// Carries out the points of the agenda on the way.
   void advance_to_us(int64_t us) { advance_to_ns(START_NS + us * 1000); }
   [[nodiscard]] ecu::koru::VirtualTime& clock() { return m_clock; }
 
-  int64_t boot_offset_ns = 0;  ///< the time since boot is so much more than the steady clock
+  int64_t boot_offset_ns = 0;  ///< by how much the time since boot exceeds the steady clock
 
  private:
   void advance_to_ns(int64_t ns) {
@@ -130,14 +130,14 @@ struct Sent {
 
 struct TerminalState {
   bool missing = false;  ///< open() fails
-  bool gone = false;     ///< the open device hangs up: reads give 0
+  bool gone = false;     ///< the open device hangs up: reads return 0
   std::vector<int64_t> opens_us;
   std::vector<Sent> sent;
   std::vector<unsigned> bauds;
   long waits = 0;
 };
 
-/// The device that the service opens: time passes only here and in sleeps.
+/// The device that the service opens. Time passes only here and in sleeps.
 class ScenarioTerminal final : public ecu::koru::gpspub::ITerminalDevice {
  public:
   ScenarioTerminal(ScenarioTime& time, ByteSource& source, TerminalState& state)
@@ -197,7 +197,7 @@ class ScenarioTerminal final : public ecu::koru::gpspub::ITerminalDevice {
   TerminalState& m_state;
 };
 
-/// The processor line of the receiver's reset, as sysfs shows it.
+/// The receiver's reset line, as sysfs shows it.
 class ResetLine : Unique {
  public:
   ResetLine() {
@@ -208,7 +208,7 @@ class ResetLine : Unique {
   }
   ~ResetLine() { close(m_fd); }
   [[nodiscard]] std::string root() const { return m_folder.path().string(); }
-  /// Falling and rising edges since the start: "0" and "1", each written with its NUL.
+  /// Returns the number of pulses, "0" and "1" each with a NUL, since the start; -1 after other bytes.
   [[nodiscard]] int pulses() {
     for (char byte = 0; ::read(m_fd, &byte, 1) == 1;) m_written += byte;
     const std::string pulse("0\0001\0", 4);
@@ -227,7 +227,7 @@ struct Published {
   ecu::koru::pb::GnssData data;
 };
 
-/// A signal's bytes as they travel, and back.
+/// Put a signal's bytes into an envelope, and take them out.
 inline ecu::koru::com::Message enveloped(const std::string& value) {
   ecu::koru::pb::RtSignal body;
   body.set_value(value);
@@ -246,9 +246,9 @@ class World {
     std::string hwversion = "qrx";
     unsigned baud = 38400;
     std::string device = "/dev/ttyFP3";
-    int64_t wall_us = 1'400'000'000'000'000;  ///< the system clock at the start: 2014
-    bool real_time = false;                   ///< the operating system's clocks: `time` stands still
-    bool connected = true;                    ///< whether the broker is there when the service is made
+    int64_t wall_us = 1'400'000'000'000'000;  ///< the system clock at the start, 2014
+    bool real_time = false;                   ///< uses the operating system's clocks; `time` stands still
+    bool connected = true;                    ///< the broker is there when the service is created
   };
   using MakeInput = std::function<std::unique_ptr<ecu::koru::gpspub::IGnssInput>(World&)>;
   World(const MakeInput& make_input, const Options& options)
@@ -275,13 +275,13 @@ class World {
     ecu::koru::set_time_source(nullptr);
   }
 
-  /// Runs the service for so long and returns what it published. Once.
+  /// Runs the service for that time and returns what it published. Call it only once.
   std::vector<Published> run(double seconds) {
     at(seconds, [this] { service->stop(); });
     service->run();
     return published();
   }
-  /// All that the service published so far, oldest first. In real time `at_us` counts from an unknown point.
+  /// Returns everything published so far, oldest first. In real time, `at_us` counts from an unknown point.
   [[nodiscard]] std::vector<Published> published() const {
     std::vector<Published> published;
     for (const auto& record : bus->records()) {
@@ -302,7 +302,7 @@ class World {
   void injectAt(double seconds, const std::string& topic, const std::string& value) {
     at(seconds, [=, this] { inject(topic, value); });
   }
-  /// The signals that the service sent on a topic in that time, oldest first.
+  /// Returns the signals that the service sent on a topic in that time, oldest first.
   [[nodiscard]] std::vector<std::string> sentOn(const std::string& topic, double from_s = 0,
                                                 double to_s = 1e6) const {
     std::vector<std::string> values;
@@ -320,7 +320,7 @@ class World {
   std::unique_ptr<ecu::koru::gpspub::GPSDClient> service;
 };
 
-/// "ms:status/sentences" of each, with blanks between them.
+/// Returns "ms:status/sentences" of each, separated by blanks.
 inline std::string cadence(const std::vector<Published>& published) {
   std::ostringstream text;
   for (const auto& [at_us, data] : published) {
@@ -329,7 +329,7 @@ inline std::string cadence(const std::vector<Published>& published) {
   return text.str();
 }
 
-/// Sentences of one epoch at "hhmmss.ss" and "ddmmyy"; `kinds` as "RMC GGA GSA GSA GST".
+/// Returns the sentences of an epoch at "hhmmss.ss" and "ddmmyy"; `kinds` are like "RMC GGA GSA GSA GST".
 inline std::string sentences(const std::string& time, const std::string& date, const std::string& kinds) {
   const std::map<std::string, std::string> bodies{
       {"RMC", "GNRMC," + time + ",A,4807.03800,N,01131.00000,E,22.400,84.40," + date + ",,,A"},
@@ -341,7 +341,7 @@ inline std::string sentences(const std::string& time, const std::string& date, c
   for (std::string kind; words >> kind;) bytes += nmea(bodies.at(kind));
   return bytes;
 }
-/// Those of 23 March 2026 12:35:SS.hh.
+/// Returns those of 23 March 2026 12:35:SS.hh.
 inline std::string epoch(int second, const std::string& kinds = "RMC GGA GSA GSA GST", int hundredths = 0) {
   char time[16];
   static_cast<void>(std::snprintf(time, sizeof time, "1235%02d.%02d", second, hundredths));

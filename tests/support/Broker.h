@@ -10,12 +10,12 @@
 
 namespace test {
 
-/// A mosquitto of the test's own on a free port of 127.0.0.1. Everyone may log in unless the added lines say
-/// otherwise; they belong to its listener, or to a further one that they begin.
+/// A private mosquitto on a free port of 127.0.0.1. Everyone may log in unless the added configuration lines
+/// say otherwise. They apply to its listener, or to a further one that they begin.
 class Broker {
  public:
   explicit Broker(const std::vector<std::string>& config_lines = {}) { configure(config_lines); }
-  /// Other lines, from the next start() on.
+  /// Replaces the added lines from the next start() on.
   void configure(const std::vector<std::string>& config_lines) {
     std::string text = "per_listener_settings true\npersistence false\nlog_dest stderr\nlog_type all\n";
     if (geteuid() == 0) text += "user root\n";  // it must be able to read the test's files
@@ -26,14 +26,13 @@ class Broker {
 
   [[nodiscard]] uint16_t port() const { return m_port; }
   [[nodiscard]] pid_t pid() const { return m_process ? m_process->pid() : -1; }
-  /// Starts it (again, on the same port) and waits until it accepts connections; false when it does not.
+  /// Starts it, always on the same port, and waits for it. Returns false if it accepts no connections.
   bool start() {
     const std::string program = "/usr/sbin/mosquitto";  // not in everybody's PATH
     m_process = std::make_unique<Process>(
         std::vector<std::string>{std::filesystem::exists(program) ? program : "mosquitto", "-c", m_config});
     return eventually([this] { return accepts() || !m_process->running(); }, 10000) && m_process->running();
   }
-  /// Ends it; its connections are closed.
   void stop() {
     if (!m_process) return;
     thaw();
@@ -41,12 +40,12 @@ class Broker {
     m_process->wait_for_exit(5000);
     m_process.reset();
   }
-  /// Ends it at once, also when it is frozen: what it has not read is gone.
+  /// Kills it, even if it is frozen. Bytes that it has not read are lost.
   void kill() { m_process.reset(); }
-  /// It keeps its connections, and new ones are accepted by the system, but it no longer answers.
+  /// Stops its answers. It keeps its connections, and the system still accepts new ones.
   void freeze() { m_process->signal(SIGSTOP); }
   void thaw() { m_process->signal(SIGCONT); }
-  /// Its log so far (of the present start).
+  /// Returns its log since the latest start.
   [[nodiscard]] std::string log() const { return m_process ? m_process->err() : std::string(); }
 
  private:

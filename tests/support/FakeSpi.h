@@ -15,7 +15,7 @@
 
 namespace test {
 
-/// The SPI bus and the files of the TX-ready line, set up and observed through its fields.
+/// The SPI bus and the files of the TX-ready line, with fields to set them up and observe them.
 class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
  public:
   static inline const std::string EXPORT = "/sys/class/gpio/export";
@@ -23,15 +23,15 @@ class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
 
   bool exported = true;
   bool exportable = true;
-  bool settable = true;            ///< direction and edge
-  int64_t settable_after_ns = 0;   ///< until so long after the export, permission is denied
-  std::optional<char> line_stuck;  ///< at '0' or '1'; any other character: cannot be read
-  std::string readings;            ///< of the line, likewise, before those of its level
+  bool settable = true;            ///< direction and edge can be opened
+  int64_t settable_after_ns = 0;   ///< permission is denied until so long after the export
+  std::optional<char> line_stuck;  ///< at '0' or '1'; any other character: reading fails
+  std::string readings;            ///< first readings of the line, as above; then its level is read
   // While one is not 0, the call fails with it as errno.
   int open_error = 0;
   int transfer_error = 0;
   // Seen so far.
-  std::vector<uint32_t> transfers;  ///< the good ones, by length
+  std::vector<uint32_t> transfers;  ///< lengths of the successful ones
   std::vector<int64_t> opens_ns;
   std::vector<int> line_waits_us;
   std::vector<std::string> written;  ///< to files: "path=bytes"
@@ -86,7 +86,7 @@ class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
  protected:
   virtual void exchange(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) = 0;
   virtual bool is_line_high() = 0;
-  /// Lets time pass: true at the falling edge, false after the time-out.
+  /// Lets time pass. Returns true at the falling edge, false after the time-out.
   virtual bool waitForEdge(int timeout_us) {
     ecu::koru::time_source().sleep_ns(int64_t{timeout_us} * 1000);
     return false;

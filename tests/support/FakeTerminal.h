@@ -10,7 +10,8 @@
 
 namespace test {
 
-/// A terminal device in memory, set up and observed through its fields. Waiting in vain moves the clock.
+/// A terminal device in memory, with fields to set it up and observe it. A wait that times out
+/// moves the clock.
 struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
   static constexpr int FD = 7;
 
@@ -18,7 +19,7 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
   std::string written;   ///< sent to the receiver
   std::string path;      ///< opened last
   termios attributes{};
-  bool hung_up = false;  ///< readable, and reads give 0
+  bool hung_up = false;  ///< readable, and reads return 0
   bool counts = true;    ///< FIONREAD works
   // While one is not 0, the call fails with it as errno.
   int open_error = 0;
@@ -26,7 +27,7 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
   int wait_error = 0;
   int read_error = 0;
   int write_error = 0;
-  int interrupted_writes = 0;  ///< so many fail with EINTR first
+  int interrupted_writes = 0;  ///< so many writes fail with EINTR first
   int closes = 0;
 
   int open(const std::string& name) override {

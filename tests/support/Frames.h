@@ -4,10 +4,10 @@
 #include <string>
 #include <string_view>
 
-/// What a receiver sends, built here once more and not with the service's own code.
+/// Builds a receiver's messages independently of the service's code.
 namespace test {
 
-/// Bytes from digits in hexadecimal; blanks are allowed between them.
+/// Returns bytes from hexadecimal digits. Blanks are allowed between bytes.
 inline std::string bytes(std::string_view digits) {
   std::string result;
   for (size_t i = 0; i < digits.size(); i += digits[i] == ' ' ? 1 : 2) {
@@ -17,7 +17,7 @@ inline std::string bytes(std::string_view digits) {
   return result;
 }
 
-/// "$" body "*" checksum CR LF
+/// Returns "$" body "*" checksum CR LF.
 inline std::string nmea(std::string_view body) {
   unsigned sum = 0;
   for (const char c : body) sum ^= static_cast<unsigned char>(c);
@@ -25,7 +25,6 @@ inline std::string nmea(std::string_view body) {
   return "$" + std::string(body) + "*" + digits[sum >> 4 & 0xF] + digits[sum & 0xF] + "\r\n";
 }
 
-/// A whole UBX message.
 inline std::string ubx(uint8_t message_class, uint8_t id, std::string_view payload = {}) {
   std::string frame = "\xB5\x62";
   for (const size_t byte : {size_t{message_class}, size_t{id}, payload.size() & 0xFF, payload.size() >> 8})

@@ -11,7 +11,7 @@
 
 namespace test {
 
-/// A log daemon's or a service manager's socket, read only when it is asked to. `name` is a path, or "@" and
+/// The socket of a log daemon or a service manager, read only on request. `name` is a path, or "@" and
 /// an abstract name.
 class LocalSocket : Unique {
  public:
@@ -24,9 +24,9 @@ class LocalSocket : Unique {
   }
   ~LocalSocket() { close(m_socket); }
 
-  /// One datagram, or all that lies in the next connection; empty if there is nothing.
+  /// Returns one datagram, or the bytes in the next connection; empty if there is nothing.
   [[nodiscard]] std::string received() const {
-    const int connection = accept4(m_socket, nullptr, nullptr, SOCK_CLOEXEC);  // fails if it is no stream
+    const int connection = accept4(m_socket, nullptr, nullptr, SOCK_CLOEXEC);  // fails if it is not a stream
     std::string bytes(65536, '\0');
     const ssize_t count =
         recv(connection >= 0 ? connection : m_socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
@@ -34,7 +34,7 @@ class LocalSocket : Unique {
     return bytes;
   }
 
-  /// All datagrams that have come since the last call.
+  /// Returns all datagrams since the last call.
   [[nodiscard]] std::vector<std::string> take() const {
     std::vector<std::string> texts;
     for (std::string text; !(text = received()).empty();) texts.push_back(text);

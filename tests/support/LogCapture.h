@@ -8,7 +8,8 @@
 
 namespace test {
 
-/// What the code under test logs from here on, a line " LEVEL module: text" a record. One at a time.
+/// Captures the log of the code under test, a line " LEVEL module: text" a record. Only one may exist
+/// at a time.
 class LogCapture {
  public:
   explicit LogCapture(const std::string& level = "DEBUG") {
@@ -23,7 +24,7 @@ class LogCapture {
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
 
-  /// All of it; ends the capture and puts the default level back.
+  /// Returns all records, ends the capture and restores the default level.
   std::string take() {
     ecu::koru::logging::configure_logging("INFO");
     ecu::koru::logging::set_sink(nullptr);

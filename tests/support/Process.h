@@ -24,12 +24,12 @@ namespace test {
 
 using Words = std::vector<std::string>;
 
-/// A child process that reads from a pipe and writes to files in memory, so it never blocks on its output.
-/// Used by one thread. The child is killed and reaped at the end.
+/// A child process that reads from a pipe and writes to files in memory, so that it never blocks on its
+/// output. For one thread. The destructor kills and reaps the child.
 class Process : Unique {
  public:
-  /// Starts argv[0] (looked up in PATH when it holds no '/') in a folder. One that does not exist exits with
-  /// 127.
+  /// Starts argv[0], looked up in PATH if it holds no '/', in a folder. A program that does not exist
+  /// exits with 127.
   explicit Process(const Words& argv, const std::string& folder = ".") {
     std::ignore = ::signal(SIGPIPE, SIG_IGN);  // write_stdin() to a child that is gone
     // The child starts with default handling, whatever the test set up.
@@ -63,7 +63,7 @@ class Process : Unique {
 
   [[nodiscard]] pid_t pid() const { return m_pid; }
   [[nodiscard]] bool running() { return !reap(); }
-  /// Sends a signal; nothing once the process has been reaped.
+  /// Sends a signal, unless the process has been reaped.
   void signal(int number) {
     if (!reap()) ::kill(m_pid, number);
   }
@@ -74,12 +74,12 @@ class Process : Unique {
     m_stdin = -1;
   }
 
-  /// The exit status, or 128 + the signal that ended it; nothing when it still runs after `timeout_ms`.
+  /// Returns the exit status, or 128 + the signal that ended it; empty if it still runs after `timeout_ms`.
   std::optional<int> wait_for_exit(int timeout_ms) {
     return eventually([this] { return reap(); }, timeout_ms) ? m_status : std::nullopt;
   }
-  /// Waits until `text` stands in out() or err(); false after `timeout_ms` or when the child ended without
-  /// it.
+  /// Waits until `text` is in out() or err(). Returns false after `timeout_ms` or if the child
+  /// ended without it.
   bool wait_for_output(std::string_view text, int timeout_ms) {
     const auto found = [&] {
       return out().find(text) != std::string::npos || err().find(text) != std::string::npos;

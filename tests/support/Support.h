@@ -20,10 +20,9 @@
 #include <thread>
 #include <utility>
 
-/// What the tests of several rooms share. Failures to set something up throw std::runtime_error.
+/// Shared by the tests of several rooms. A failed set-up throws std::runtime_error.
 namespace test {
 
-/// The base of what cannot be copied.
 class Unique {
  public:
   Unique() = default;
@@ -31,7 +30,7 @@ class Unique {
   Unique& operator=(const Unique&) = delete;
 };
 
-/// A folder of its own below the system's temporary one, readable by everyone, removed at the end.
+/// A new folder below the system's temporary one, readable by everyone. The destructor removes it.
 class TempDir : Unique {
  public:
   TempDir() {
@@ -47,7 +46,7 @@ class TempDir : Unique {
 
   [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
   [[nodiscard]] std::string operator/(std::string_view name) const { return (m_path / name).string(); }
-  /// Writes (replaces) a file and returns its path.
+  /// Writes or replaces a file and returns its path.
   std::string write(std::string_view name, std::string_view text) const {
     std::string path = *this / name;
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
@@ -60,7 +59,7 @@ class TempDir : Unique {
   std::filesystem::path m_path;
 };
 
-/// A socket after `call` with a port of 127.0.0.1, or -1.
+/// Returns a socket after `call` with a port of 127.0.0.1; -1 if that fails.
 inline int socket_after(int (*call)(int, const sockaddr*, socklen_t), uint16_t port) {
   const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const int on = 1;
@@ -74,7 +73,7 @@ inline int socket_after(int (*call)(int, const sockaddr*, socklen_t), uint16_t p
   return -1;
 }
 
-/// A socket that listens on a port of 127.0.0.1, and one that is connected to it; -1 when that cannot be.
+/// Return a socket that listens on, or is connected to, a port of 127.0.0.1; -1 if that fails.
 [[nodiscard]] inline int listen_on(uint16_t port) {
   const int descriptor = socket_after(::bind, port);
   if (descriptor < 0 || listen(descriptor, 16) == 0) return descriptor;
@@ -85,8 +84,8 @@ inline int socket_after(int (*call)(int, const sockaddr*, socklen_t), uint16_t p
   return socket_after(::connect, port);
 }
 
-/// A TCP port of 127.0.0.1 that nobody listens on, outside the range from which the system numbers outgoing
-/// connections: it stays free while a test restarts its server.
+/// Returns a TCP port of 127.0.0.1 that nobody listens on. It is outside the system's range for outgoing
+/// connections, so it stays free while a test restarts its server.
 [[nodiscard]] inline uint16_t free_port() {
   std::random_device random;
   for (int attempt = 0; attempt < 200; ++attempt) {
@@ -96,7 +95,7 @@ inline int socket_after(int (*call)(int, const sockaddr*, socklen_t), uint16_t p
   throw std::runtime_error("no free port");
 }
 
-/// A socket's address on this machine: a path, or "@" and an abstract name.
+/// Returns the address of a local socket: a path, or "@" and an abstract name.
 [[nodiscard]] inline std::pair<sockaddr_un, socklen_t> unix_address(const std::string& name) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -106,7 +105,7 @@ inline int socket_after(int (*call)(int, const sockaddr*, socklen_t), uint16_t p
   return {address, static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size() + (is_path ? 1 : 0))};
 }
 
-/// What stands in a file; nothing when there is none.
+/// Returns the content of a file; empty if there is none.
 [[nodiscard]] inline std::string text_of(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
@@ -122,7 +121,7 @@ inline int socket_after(int (*call)(int, const sockaddr*, socklen_t), uint16_t p
   return std::string(SATNAVD_BIN_DIR "/").append(name);
 }
 
-/// True as soon as the predicate holds (asked every 2 ms), false when it does not within `timeout_ms`.
+/// Returns true as soon as the predicate, which is checked every 2 ms, is true; false after `timeout_ms`.
 [[nodiscard]] inline bool eventually(const std::function<bool()>& predicate, int timeout_ms) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
   while (!predicate()) {

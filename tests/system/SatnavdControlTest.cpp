@@ -1,4 +1,4 @@
-// The real service on a unit whose SPI device and processor lines a preloaded library stands in for.
+// The real service with a preloaded library in place of the SPI device and the processor lines.
 
 #include "system/SatnavdTest.h"
 

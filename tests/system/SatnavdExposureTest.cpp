@@ -1,4 +1,4 @@
-// What strangers, and the places that the service writes to, can do to it.
+// Attacks by strangers on the service, and failures of the places that it writes to.
 
 #include <sys/stat.h>
 
@@ -20,7 +20,6 @@ std::string publish(const std::string& topic, const std::string& payload) {
   return mqtt('\x30', '\0' + std::string(1, static_cast<char>(topic.size())) + topic + payload);
 }
 
-/// A signal group in its envelope.
 std::string group(const std::string& signals) {
   const std::string body = "\x0A" + std::string(1, static_cast<char>(signals.size())) + signals;
   return bytes("09 0100 1200") + static_cast<char>(body.size()) + bytes("000000 11 0100000000000000") + body;
@@ -28,7 +27,7 @@ std::string group(const std::string& signals) {
 
 class SatnavdExposure : public test::SatnavdTest {
  protected:
-  /// Sends the packets `count` times; returns when the broker has read them all.
+  /// Sends the packets `count` times. Returns after the broker has read them all.
   void flood(const std::string& packets, size_t count) const {
     const int connection = connect_to(broker.port());
     std::string stream = mqtt('\x10', bytes("0004 4D515454 04 02 003C 0005") + "flood");

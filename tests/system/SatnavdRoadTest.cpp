@@ -1,4 +1,4 @@
-// The road of a fix through the real programs, and what the road survives.
+// The road of a fix through the real programs, and the faults that it survives.
 
 #include <sys/stat.h>
 
@@ -23,7 +23,7 @@ class SatnavdRoad : public test::SatnavdTest {
 };
 
 struct Recorded {
-  std::string noise;   // behind the first sentence
+  std::string noise;   // after the first sentence
   Words sentences;     // without dollar and checksum
   const char* fields;  // of the message, JSON, without the sentences
 };
@@ -31,7 +31,7 @@ struct Recorded {
 const std::string LONG_RMC =
     "GNRMC,123522.00,A,4807.03812345678,N,01131.00012345678,E,022.400000,084.400000,230326,,,A,V";
 
-/// What may stand between the sentences of a log and changes nothing.
+/// Bytes between the sentences of a log that must change nothing.
 const std::string NOISE =
     "\x01\x02xyz\r\n$GNGGA,123522.00,9,N,9,E,1,12,0.9,1.0,M,46.9,M,,*00\r\n"  // checksum
     "$GNGGA,123522.00,9,N,9,E,1,12,0.9,1.0,M,46.9,M,,*70\n"                   // no CR

@@ -1,4 +1,4 @@
-// How satnavd starts, and how it ends when it cannot.
+// How satnavd starts, and how it ends if it cannot.
 
 #include "system/SatnavdTest.h"
 
@@ -11,7 +11,7 @@ using SatnavdStart = test::SatnavdTest;
 
 constexpr const char* USAGE = "Usage: satnavd [OPTION]\n";
 
-/// Every line is a record of its own and holds nothing that a terminal would obey.
+/// Expects that every line is a whole record without control characters.
 void expect_records(const std::string& log) {
   std::istringstream lines(log);
   for (std::string line; std::getline(lines, line);) {

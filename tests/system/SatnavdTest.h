@@ -33,12 +33,12 @@ inline int64_t clock_ns(clockid_t clock) {
   return int64_t{now.tv_sec} * S + now.tv_nsec;
 }
 
-/// Waits until `part` stands in the standard error `count` times.
+/// Waits until `part` is in the standard error `count` times.
 inline bool logged(const Process& process, const std::string& part, size_t count) {
   return eventually([&] { return occurrences(process.err(), part) >= count; }, PATIENCE_MS);
 }
 
-/// Listens and never says anything: the system accepts its connections.
+/// Listens and never answers. The system accepts its connections.
 class MuteBroker : Unique {
  public:
   explicit MuteBroker(uint16_t on_port = free_port()) : port(on_port), m_listener(listen_on(port)) {
@@ -57,14 +57,14 @@ class MuteBroker : Unique {
   const int m_listener;
 };
 
-/// The command line of one of the other programs, on the bus of a broker.
+/// Returns the command line of another program, with the broker's port.
 inline Words tool(Words argv, const Broker& broker) {
   argv[0] = program(argv[0]);
   argv.insert(argv.end(), {"--port", std::to_string(broker.port())});
   return argv;
 }
 
-/// A terminal without a receiver behind it: the other end, and the link to it.
+/// Creates a terminal without a receiver and a link to it. Returns its other end.
 inline int terminal(const std::string& link, int flags = 0) {
   const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | flags);
   EXPECT_EQ(grantpt(master) + unlockpt(master), 0);
@@ -72,7 +72,7 @@ inline int terminal(const std::string& link, int flags = 0) {
   return master;
 }
 
-/// satnav-tap on the fixes, subscribed from the beginning.
+/// Runs satnav-tap for fixes. It has subscribed when the constructor returns.
 class Tap {
  public:
   explicit Tap(const Broker& broker)
@@ -81,7 +81,7 @@ class Tap {
     EXPECT_TRUE(eventually([&] { return broker.log().find(name) != std::string::npos; }, PATIENCE_MS));
   }
 
-  /// All so far, oldest first.
+  /// Returns all fixes so far, oldest first.
   const std::vector<nlohmann::json>& fixes() {
     const std::string text = m_process.out();
     for (size_t end; (end = text.find('\n', m_parsed)) != std::string::npos; m_parsed = end + 1) {
@@ -89,13 +89,13 @@ class Tap {
     }
     return m_fixes;
   }
-  /// How many of this status were published after a time (since boot).
+  /// Returns how many fixes of this status were published after a time since boot.
   int64_t count_since(int64_t boot_ns, int status) {
     return std::ranges::count_if(fixes(), [&](const auto& fix) {
       return fix["envelope"]["timestamp_ns"] > boot_ns && fix["body"].value("status", 0) == status;
     });
   }
-  /// Waits for fixes that are published from now on.
+  /// Waits for that many fixes published from now on.
   bool gets(int64_t count, int status) {
     const int64_t now = clock_ns(CLOCK_BOOTTIME);
     return eventually([&] { return count_since(now, status) >= count; }, PATIENCE_MS);
@@ -107,7 +107,7 @@ class Tap {
   std::vector<nlohmann::json> m_fixes;
 };
 
-/// satnavd with what a vehicle has around it: a broker, the rest of the unit, a receiver.
+/// satnavd with its surroundings in a vehicle: a broker, the rest of the unit, a receiver.
 class SatnavdTest : public testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(broker.start()); }
@@ -118,22 +118,22 @@ class SatnavdTest : public testing::Test {
     Process unit(tool(options, broker));
     ASSERT_EQ(unit.wait_for_exit(PATIENCE_MS), 0) << unit.err();
   }
-  /// The rest of the unit, its state published; it takes commands.
+  /// Starts the rest of the unit, which has published its state and takes commands.
   [[nodiscard]] std::unique_ptr<Process> start_unit(Words options = {}) const {
     options.insert(options.begin(), {"ecu-sim", "--keep"});
     auto unit = std::make_unique<Process>(tool(options, broker));
     EXPECT_TRUE(unit->wait_for_output("messages published", PATIENCE_MS)) << unit->err();
     return unit;
   }
-  /// The receiver that satnavd looks for.
+  /// Starts the receiver that satnavd looks for.
   [[nodiscard]] std::unique_ptr<Process> receiver(Words options) const {
     options.insert(options.begin(), {program("gnss-sim"), "--link", device});
     auto simulator = std::make_unique<Process>(options);
     EXPECT_TRUE(simulator->wait_for_output("\n", PATIENCE_MS)) << simulator->err();
     return simulator;
   }
-  /// The service in a folder of its own. `config` is added to a configuration that suits the test's broker
-  /// and receiver and sends the receiver nothing; `launcher` is a program that becomes satnavd.
+  /// Starts the service in a new folder. `config` is added to a configuration for the test's broker and
+  /// receiver that sends the receiver nothing. `launcher` is a program that becomes satnavd.
   std::unique_ptr<Process> satnavd(const std::string& config = {}, const Words& options = {},
                                    Words launcher = {}) {
     const std::string name = "satnavd-" + std::to_string(++m_started);
@@ -146,7 +146,7 @@ class SatnavdTest : public testing::Test {
     return std::make_unique<Process>(launcher, folder / name);
   }
 
-  /// A launcher with the stand-ins for parts of the system that these variables set up.
+  /// Returns a launcher that preloads stand-ins for the parts of the system in these variables.
   static Words preloaded(Words variables) {
     variables.insert(variables.begin(),
                      {"env", "LD_PRELOAD=" PRELOAD, "ASAN_OPTIONS=verify_asan_link_order=0"});

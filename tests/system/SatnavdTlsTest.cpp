@@ -1,5 +1,5 @@
-// Transport security: a broker that is not the right one, or that does not let the service in, is told and
-// tried again; nothing is ever sent to it in plain text instead.
+// Transport security: a wrong broker, or one that refuses the service, is logged and tried again. The service
+// never falls back to plain text.
 
 #include "system/SatnavdTest.h"
 
@@ -13,7 +13,7 @@ void run(const Words& argv) {
   if (process.wait_for_exit(PATIENCE_MS) != 0) throw std::runtime_error(argv[0] + ": " + process.err());
 }
 
-/// The path of what credentials.sh makes, once.
+/// Returns the path of a file that credentials.sh makes. The script runs once.
 std::string credential(const std::string& name) {
   static const test::TempDir folder;
   static const bool made = [] { return run({CREDENTIALS, folder.path()}), true; }();
@@ -32,7 +32,7 @@ std::string login(const std::string& password) {
   return "username = user\n" + key("password_file", password);
 }
 
-/// The kinds of listeners that a service may find at its broker's port, and what each of them has.
+/// The kinds of listeners at the broker's port, and the files of each.
 enum Door { OPEN, TLS, MUTUAL, OLD_LOGIN, EXPIRED, TOO_EARLY, ELSEWHERE, FOREIGN, OF_OLD, FOR_CLIENTS };
 constexpr struct {
   const char *certificate, *logins;
@@ -44,7 +44,7 @@ constexpr struct {
 class Doorway {
  public:
   explicit Doorway(Door door) { lead_to(door); }
-  /// What was connected is cut.
+  /// Restarts the broker with that listener, which ends all connections.
   void lead_to(Door door) {
     const auto& [certificate, logins] = DOORS[door];
     const auto line = [](const char* name, const char* file) {
@@ -63,7 +63,7 @@ class Doorway {
   [[nodiscard]] bool sees(const std::string& text, size_t count) const {
     return eventually([&] { return occurrences(broker.log(), text) >= count; }, PATIENCE_MS);
   }
-  /// Nobody came in, nor tried to without TLS where TLS is spoken.
+  /// Expects that no client logged in, and that none spoke plain text to a TLS listener.
   void expect_nothing_told() const {
     EXPECT_THAT(broker.log(), Not(HasSubstr("New client connected")));
     EXPECT_THAT(broker.log(), Not(HasSubstr("wrong version number")));  // the broker's complaint

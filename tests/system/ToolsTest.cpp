@@ -13,7 +13,7 @@ std::vector<json> json_lines(const std::string& text) {
   return lines;
 }
 
-/// "topic body", "retained" in between where it is.
+/// Returns "topic body", or "topic retained body" for a retained message.
 std::string summary(const json& line) {
   return line.value("topic", "") + (line.value("retained", false) ? " retained " : " ") +
          line.value("body", json(line.value("error", ""))).dump();

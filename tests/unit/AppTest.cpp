@@ -58,7 +58,7 @@ struct Configured {
     log = capture.take();
   }
 
-  /// What it follows on the bus: c(onstellations), l(og flags).
+  /// Returns what the service follows on the bus: c(onstellations), l(og flags).
   std::string follows() {
     for (const auto& topic : {topic::PARAMETER_BEIDOU, topic::LOG_CONFIG}) {
       pb::RtSignal signal;
@@ -135,7 +135,7 @@ TEST(AppTest, TheBrokersNumbersMayHaveAnyBase) {
   }
 }
 
-// Each line of the installed file, taken as it stands, changes nothing.
+// The commented-out keys of the installed file have their default values.
 TEST(AppTest, TheInstalledFileTellsTheDefaults) {
   std::ifstream file(INSTALLED_CONFIGURATION);
   config::Configuration installed, defaults;

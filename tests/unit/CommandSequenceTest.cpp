@@ -15,8 +15,8 @@ std::string repeated(const std::string& text, int times) {
 }
 
 /// Events: a answered, n NAK, t period over, T the same after new lines, s the same during radio silence,
-/// c port confirmed, u unconfirmed, o other command, p that of the rate, r restart, x switched off.
-/// Each that returns an action adds its letter: R resend, S send, F finish, N next rate, X with a reset, "-".
+/// c port confirmed, u unconfirmed, o other command, p command of the rate, r restart, x switched off.
+/// Returns a letter for each action: R resend, S send, F finish, N next rate, X with a reset, "-" none.
 std::string actions(CommandSequence& sequence, const std::string& events) {
   std::string seen;
   int lines = 0;

@@ -30,7 +30,7 @@ struct Port {
   }
   ~Port() { set_time_source(nullptr); }
 
-  /// The items framed until nothing more can be read, with the LF that framing overwrites put back.
+  /// Returns the items framed until nothing more can be read, and restores the LF that framing overwrites.
   Items feed(std::string_view bytes) {
     Items items;
     line->incoming += bytes;
@@ -106,7 +106,7 @@ TEST(InputSerialTest, FramesWhatIsWholeAndDropsWhatIsCorrupt) {
   }
 }
 
-// How the system cuts the stream into reads must not matter.
+// It must not matter how the system splits the stream into reads.
 TEST(InputSerialTest, EverySplitFramesTheSame) {
   std::mt19937 random(2);
   const std::string good =

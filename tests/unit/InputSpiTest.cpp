@@ -16,10 +16,10 @@ namespace {
 constexpr int64_t MS = 1'000'000;  // ns
 const std::string RMC = test::nmea("GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W");
 
-/// A receiver that has something to say, or nothing. Waiting in vain moves the clock.
+/// A receiver that sends `says`. A wait that times out moves the clock.
 struct ToldReceiver final : test::FakeSpi {
   std::string says;   ///< not clocked out yet
-  std::string heard;  ///< but 0xFF
+  std::string heard;  ///< bytes other than 0xFF
   int64_t transfer_ns = 0;
 
  private:
@@ -54,7 +54,7 @@ struct Bus {
     return input.sendBinary(reinterpret_cast<const unsigned char*>(bytes.data()),
                             static_cast<int>(bytes.size()));
   }
-  /// All that can be framed now; the LF that framing overwrites put back.
+  /// Returns all items that can be framed now, and restores the LF that framing overwrites.
   std::vector<std::string> items() {
     std::vector<std::string> all;
     while (input.waiting(20'000)) {

@@ -24,7 +24,7 @@ GnssInfo parsed(const std::string& sentence, GnssInfo info = GnssInfo()) {
   return info;
 }
 
-/// Values as a text, so that "not available" equals itself.
+/// Returns values as text, so that NaN ("not available") equals itself.
 std::string shown(std::initializer_list<double> values) {
   std::string text;
   for (const double value : values) text += (std::isnan(value) ? "-" : std::to_string(value)) + " ";
@@ -64,7 +64,7 @@ TEST(NmeaRecordTest, DatesAreThoseOfStrptimeInEveryZone) {
     std::tm expected{};
     std::tm utc{};
     ASSERT_NE(strptime(text, "%d%m%y:%H%M%S", &expected), nullptr);
-    const bool dated = i / 372 != 69;  // 1969 is no date
+    const bool dated = i / 372 != 69;  // 1969 is not a valid year
     ASSERT_EQ(parseDateTime({text, 6}, {text + 7, 6}, utc), dated) << text;
     if (!dated) continue;
     for (const auto member :

@@ -53,7 +53,7 @@ TEST(NmeaUtilsTest, ChecksumsOfKnownItemsAndEverySingleCorruptedBit) {
   for (size_t bit = 16; bit < frame.size() * 8; ++bit) EXPECT_FALSE(checked(flipped(frame, bit))) << bit;
 }
 
-// The short way for plain decimals must give bit for bit what strtod gives.
+// The fast path for plain decimals must return exactly the bits of strtod.
 TEST(NmeaUtilsTest, NumbersAreThoseOfStrtod) {
   std::mt19937 random(1);
   const std::string_view alphabets[] = {"0123456789.", "01.", "0123456789.+-eE xXpinfaN"};

@@ -28,7 +28,7 @@ constexpr std::tm NOON{1, 35, 12, 23, 2, 126, 0, 0, 0, 0, nullptr};  // 12:35:01
 constexpr std::tm LAST_OF_2050{59, 59, 23, 31, 11, 150, 0, 0, 0, 0, nullptr};
 constexpr std::tm FAR_AWAY{1, 35, 12, 23, 2, 400, 0, 0, 0, 0, nullptr};
 
-/// A fix with these values; position as NMEA writes it.
+/// Returns a fix with these values. The position is in the format of NMEA.
 template <typename... Values>
 GnssInfo fixOf(const std::tm& utc, Values... values) {
   GnssInfo info;
@@ -49,7 +49,7 @@ GnssInfo ordinaryFix(const std::tm& utc = NOON, uint8_t receiver_flag = 1) {
   return info;
 }
 
-/// Beyond the highest valid raw values.
+/// Returns a fix whose values exceed the highest valid raw values.
 GnssInfo excessiveFix() {
   return fixOf(FAR_AWAY, -0.0, INFINITE, 4, 5, 251, 251.0, -1.0, 5532.0, 1e300, 99.9, 99.9, 25.1,
                SUMMER_TIME_NOT_AVAILABLE, OFFSET_NOT_AVAILABLE, 30);
@@ -57,8 +57,8 @@ GnssInfo excessiveFix() {
 
 }  // namespace
 
-// The bytes of every signal group for a table of fixes, worked out by hand: raw = (value - offset) /
-// resolution, lowest byte first, all ones where there is no value.
+// The bytes of every signal group for a table of fixes, calculated by hand: raw = (value - offset) /
+// resolution, lowest byte first, all ones if there is no value.
 TEST(PublishCan, GoldenFrames) {
   using Sent = std::vector<std::pair<std::string, std::string>>;
   test::LogCapture log("WARNING");

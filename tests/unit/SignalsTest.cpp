@@ -38,7 +38,7 @@ Bytes littleEndian(uint64_t value, size_t size) {
   return bytes;
 }
 
-/// An adapter whose one group, on the topic "t", has 12 bytes and the signal "s".
+/// An adapter with one group of 12 bytes: topic "t", signal "s".
 struct OneSignal {
   SignalAdapter adapter;
   SignalGroup group;
@@ -71,7 +71,7 @@ std::string with(const std::string& from, const std::string& to) {
 
 }  // namespace
 
-// Names, places and scales of the signals are in the golden frames that are published.
+// The golden frames of PublishTest check names, places and scales of the signals.
 TEST(SignalsTest, TheBuiltInDatabaseHasTheseMessages) {
   std::vector<uint32_t> ids;
   for (const GroupDefinition& group : SignalAdapter::instance().database()->groups()) {
@@ -129,7 +129,7 @@ TEST(SignalsTest, RawValuesSayWhetherTheyAreValues) {
                                                                        : OUT_OF_RANGE;
         EXPECT_EQ(signal->status(), expected) << row.width << ' ' << raw;
         EXPECT_EQ(std::isnan(signal->value_scaled()), expected != VALID) << row.width << ' ' << raw;
-        if (row.width == 64) continue;  // more than a double tells apart
+        if (row.width == 64) continue;  // more than a double can distinguish
         EXPECT_EQ(one.group.set_signal_scaled_value("s", static_cast<double>(raw)), expected == VALID);
         EXPECT_EQ(signal->raw(), expected == VALID ? raw : signal->definition().max_raw());
       }

@@ -7,7 +7,7 @@
 
 using namespace ecu::koru;
 
-// Nothing from outside may reach the terminal as a control character, or pass for a line of its own.
+// Nothing from outside may reach the terminal as a control character or look like a separate line.
 TEST(TapTest, CannotBeMadeToForgeALine) {
   const struct {
     std::string_view topic;

@@ -23,7 +23,7 @@
 
 constexpr const char* BOTH_FAMILIES = "both.test";
 
-/// Stands in for the name look-up, in which one name is this machine by IPv4 and by IPv6.
+/// Replaces the name look-up: one name stands for this machine by IPv4 and by IPv6.
 int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** result) {
   static auto* const real = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
   if (name == nullptr || name != std::string(BOTH_FAMILIES)) return real(name, service, hints, result);
@@ -72,12 +72,12 @@ class Recorder final : public ISubscriptionObserver {
     if (m_action) m_action(topic, message);
   }
 
-  /// "topic=payload" of all so far.
+  /// Returns "topic=payload" of all messages so far.
   [[nodiscard]] std::vector<std::string> texts() const {
     const std::lock_guard lock(m_mutex);
     return m_texts;
   }
-  /// Once no more come.
+  /// Returns the last message. Call it only after no more arrive.
   [[nodiscard]] const Message& last() const { return m_last; }
   [[nodiscard]] bool got(const std::string& text, int timeout_ms = 5000) const {
     return test::eventually([&] { return testing::Value(texts(), testing::Contains(text)); }, timeout_ms);
@@ -90,7 +90,7 @@ class Recorder final : public ISubscriptionObserver {
   Message m_last;
 };
 
-/// Gives each caller the same answer, then closes the connection or keeps it until the caller goes.
+/// Gives each caller the same answer, then closes the connection or keeps it until the caller leaves.
 class Peer : test::Unique {
  public:
   explicit Peer(std::string answer, bool closes = true)
@@ -121,7 +121,7 @@ class Peer : test::Unique {
   std::thread m_thread;
 };
 
-/// How many records of the transport have this level and hold `part`.
+/// Returns how many transport records have this level and begin with `part`.
 size_t records(const std::string& log, const std::string& level, const std::string& part = "") {
   return test::occurrences(log, " " + level + " koru.com.mqtt: " + part);
 }

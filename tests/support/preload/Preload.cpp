@@ -1,9 +1,9 @@
-// Stands in for parts of the system: preloaded into a program, it gives it what these variables name.
-//   SATNAVD_TEST_GPIO   a folder for the files below /sys/class/gpio; each keeps all that was written to it
-//   SATNAVD_TEST_SPI    the simulated receiver behind the SPI device, at this rate in Hz
+// Preloaded into a program, replaces the parts of the system that these variables name.
+//   SATNAVD_TEST_GPIO   a folder for the files below /sys/class/gpio; each keeps everything written to it
+//   SATNAVD_TEST_SPI    the simulated receiver on the SPI device, at this rate in Hz
 //   SATNAVD_TEST_LOG    the socket of a log daemon
-//   SATNAVD_TEST_CLOCK  a file that begins with the microseconds by which the system's clock is shifted;
-//                       setting the clock changes them, the machine's own is never touched
+//   SATNAVD_TEST_CLOCK  a file that begins with the us by which the system's clock is shifted; setting the
+//                       clock changes them, and never touches the machine's own
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -66,7 +66,7 @@ Shift& shift() {
   return *mapped;
 }
 
-/// One thread of the service uses the bus.
+/// Only one thread of the service uses the bus.
 int transfer(const spi_ioc_transfer& record) {
   using namespace ecu::koru::sim;
   static Receiver receiver([] {
@@ -103,7 +103,7 @@ int open(const char* path, int flags, ...) {
   return real((folder + std::string(name.substr(GPIO.size()))).c_str(), flags | O_APPEND, mode);
 }
 
-/// What a fortified program calls when the compiler does not know the flags.
+/// Fortified programs call this if the compiler does not know the flags.
 int __open_2(const char* path, int flags) {  // NOLINT(bugprone-reserved-identifier)
   return open(path, flags);
 }
