@@ -157,7 +157,8 @@ TEST_F(Transport, DeliversEveryMessageOnceToEverySubscription) {
     EXPECT_TRUE(client->subscribe("end", one, 0));
     const uint64_t before = DateTime::time_since_boot_ns();
     EXPECT_EQ(client->publish("a/b", text_message("1")), 0);
-    std::this_thread::sleep_for(1050ms);  // long enough for the next one not to be a copy
+    ASSERT_TRUE(one->got("a/b=1"));
+    std::this_thread::sleep_for(1500ms);  // long enough for the next one not to be a copy
     for (const char* text : {"1", "2", "2"}) EXPECT_EQ(client->publish("a/b", text_message(text)), 0);
     EXPECT_EQ(client->publish("other", text_message("x")), 0);
     EXPECT_EQ(client->publish("end", text_message("")), 0);
@@ -202,6 +203,7 @@ TEST_F(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
 }
 
 TEST_F(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
+  EXPECT_TRUE(client->stop());
   broker.stop();
   test::LogCapture capture("INFO");
   client = make_client(broker.port(), {{"connect_timeout_ms", "50"}});
