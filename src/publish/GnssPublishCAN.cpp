@@ -1,11 +1,11 @@
 #include "publish/GnssPublishCAN.h"
 
 #include <array>
+#include <functional>
 
 #include "nmea/GnssInfo.h"
-#include "nmea/SignalRows.h"
 #include "platform/com/Topics.h"
-#include "platform/rt/Signals.h"
+#include "publish/SignalGroups.h"
 #include "publish/TimeDate.h"
 #include "wire/ServiceLog.h"
 
@@ -15,11 +15,16 @@ namespace {
 
 constexpr int32_t STATUS_DATED_FIX = 3;
 
-double whenFix(const GnssInfo& info, double value) {
-  return info.getStatus() == STATUS_DATED_FIX ? value : SIGNAL_NOT_AVAILABLE;
+/// The field or getter, in a dated fix only.
+template <auto VALUE>
+double ofFix(const GnssInfo& info) {
+  return info.getStatus() == STATUS_DATED_FIX ? std::invoke(VALUE, info) : SIGNAL_NOT_AVAILABLE;
 }
 
-double code(int32_t value) {
+/// The field or getter, unless it is -1.
+template <auto VALUE>
+double code(const GnssInfo& info) {
+  const int32_t value = std::invoke(VALUE, info);
   return value == -1 ? SIGNAL_NOT_AVAILABLE : value;
 }
 
@@ -27,61 +32,40 @@ double never(const GnssInfo& /*info*/) {
   return SIGNAL_NOT_AVAILABLE;
 }
 
-const std::array<SignalRow, 2> VP1_ROWS{
-    {{"latitude", "getLatitudeDecDeg()",
-      [](const GnssInfo& info) { return whenFix(info, info.getLatitudeDecDeg()); }},
-     {"longitude", "getLongitudeDecDeg()",
-      [](const GnssInfo& info) { return whenFix(info, info.getLongitudeDecDeg()); }}}};
+constexpr std::array<SignalRow, 2> VP1_ROWS{
+    {{"latitude", "getLatitudeDecDeg()", ofFix<&GnssInfo::getLatitudeDecDeg>},
+     {"longitude", "getLongitudeDecDeg()", ofFix<&GnssInfo::getLongitudeDecDeg>}}};
 
 // The number of satellites used is sent as the number in view.
-const std::array<SignalRow, 5> VP2_ROWS{{{"totalnumberofsatellitesinview", "getNumSatellites()",
-                                          [](const GnssInfo& info) { return code(info.m_num_satellites); }},
-                                         {"horizontaldilutionofprecision", "getHdop()",
-                                          [](const GnssInfo& info) { return whenFix(info, info.m_hdop); }},
-                                         {"verticaldilutionofprecision", "getVdop()",
-                                          [](const GnssInfo& info) { return whenFix(info, info.m_vdop); }},
-                                         {"positiondilutionofprecision", "getPdop()",
-                                          [](const GnssInfo& info) { return whenFix(info, info.m_pdop); }},
-                                         {"timedilutionofprecision", "getTdop()", never}}};
+constexpr std::array<SignalRow, 5> VP2_ROWS{
+    {{"totalnumberofsatellitesinview", "getNumSatellites()", code<&GnssInfo::m_num_satellites>},
+     {"horizontaldilutionofprecision", "getHdop()", ofFix<&GnssInfo::m_hdop>},
+     {"verticaldilutionofprecision", "getVdop()", ofFix<&GnssInfo::m_vdop>},
+     {"positiondilutionofprecision", "getPdop()", ofFix<&GnssInfo::m_pdop>},
+     {"timedilutionofprecision", "getTdop()", never}}};
 
-const std::array<SignalRow, 4> VDS_ROWS{
-    {{"compassbearing", "getHeadingDecDeg()",
-      [](const GnssInfo& info) { return whenFix(info, info.m_course); }},
-     {"navigationbasedvehiclespeed", "getSpeedOverGroundkmhr()",
-      [](const GnssInfo& info) { return whenFix(info, info.m_speed); }},
-     {"altitude", "getAltitude()", [](const GnssInfo& info) { return whenFix(info, info.m_altitude); }},
+constexpr std::array<SignalRow, 4> VDS_ROWS{
+    {{"compassbearing", "getHeadingDecDeg()", ofFix<&GnssInfo::m_course>},
+     {"navigationbasedvehiclespeed", "getSpeedOverGroundkmhr()", ofFix<&GnssInfo::m_speed>},
+     {"altitude", "getAltitude()", ofFix<&GnssInfo::m_altitude>},
      {"pitch", "getPitchGnss()", never}}};
 
-const std::array<SignalRow, 7> P2C1_ROWS{
-    {{"navmodegnss_base", "getNavModeGnss()",
-      [](const GnssInfo& info) { return code(info.getNavModeGnss()); }},
-     {"qualityindicatorgnss_base", "getQualityIndicatorGnss()",
-      [](const GnssInfo& info) { return code(info.getQualityIndicatorGnss()); }},
-     {"summertimegps_base", "getSummerTime()",
-      [](const GnssInfo& info) { return whenFix(info, info.m_summer_time); }},
-     {"vehposwgs84altitudegnss_base", "getAltitude()",
-      [](const GnssInfo& info) { return whenFix(info, info.m_altitude); }},
-     {"vehposprecisiongnss_base", "getAccuracy()",
-      [](const GnssInfo& info) { return whenFix(info, info.m_position_error); }},
+constexpr std::array<SignalRow, 7> P2C1_ROWS{
+    {{"navmodegnss_base", "getNavModeGnss()", code<&GnssInfo::getNavModeGnss>},
+     {"qualityindicatorgnss_base", "getQualityIndicatorGnss()", code<&GnssInfo::getQualityIndicatorGnss>},
+     {"summertimegps_base", "getSummerTime()", ofFix<&GnssInfo::m_summer_time>},
+     {"vehposwgs84altitudegnss_base", "getAltitude()", ofFix<&GnssInfo::m_altitude>},
+     {"vehposprecisiongnss_base", "getAccuracy()", ofFix<&GnssInfo::m_position_error>},
      // Neither is ever measured.
      {"gnsspositionage_base", "getPositionAge()", never},
      {"timesynchdelaygnss_base", "getTimeSynchDelay()", never}}};
 
+constexpr GroupTexts TEXTS{.after_topic = " topic"};
+
 bool createGroupMessage(const std::string& topic, std::span<const SignalRow> rows, const GnssInfo& info,
                         com::Message& out) {
-  rt::SignalGroup group = rt::SignalAdapter::instance().create_sg(topic);
-  if (!group.is_valid()) {
-    LOG.error("Unable to create signal group for ", topic, " topic");
-    return false;
-  }
-  fillSignals(group, rows, info);
-  return packGroup(group, topic, out);
-}
-
-void publishGroup(com::ITransportClient& client, const std::string& topic,
-                  bool (*create)(const GnssInfo&, com::Message&), const GnssInfo& info) {
-  com::Message message;
-  if (create(info, message)) client.publish(topic, message);
+  return createGroup(topic, TEXTS, topic, out,
+                     [&](rt::SignalGroup& group) { fillSignals(group, rows, info); });
 }
 
 }  // namespace
@@ -104,19 +88,12 @@ bool GnssPublishCAN::create_P2C1_Base_Message(const GnssInfo& info, com::Message
 
 bool GnssPublishCAN::create_gnss_timestamp_ns(const GnssInfo& info, com::Message& out) {
   constexpr const char* SIGNAL = "timestamp_ns";
-  rt::SignalGroup group = rt::SignalAdapter::instance().create_sg(topic::GNSS_TIMESTAMP);
-  if (!group.is_valid()) {
-    LOG.error("Unable to create signal group for ", topic::GNSS_TIMESTAMP, " topic");
-    return false;
-  }
-  std::array<uint8_t, sizeof info.m_frame_time> data{};
-  auto rest = static_cast<uint64_t>(info.m_frame_time);
-  for (uint8_t& byte : data) {
-    byte = static_cast<uint8_t>(rest);
-    rest >>= 8;
-  }
-  if (!group.set_signal_data(SIGNAL, data)) LOG.error("Unable to set_signal_data for ", SIGNAL);
-  return packGroup(group, topic::GNSS_TIMESTAMP, out);
+  const auto stamp = static_cast<uint64_t>(info.m_frame_time);
+  std::array<uint8_t, sizeof stamp> data{};
+  for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(stamp >> 8 * i);
+  return createGroup(topic::GNSS_TIMESTAMP, TEXTS, topic::GNSS_TIMESTAMP, out, [&](rt::SignalGroup& group) {
+    if (!group.set_signal_data(SIGNAL, data)) LOG.error("Unable to set_signal_data for ", SIGNAL);
+  });
 }
 
 void GnssPublishCAN::publish_VP1_Base(std::shared_ptr<com::ITransportClient>& client, const GnssInfo& info) {
@@ -137,10 +114,7 @@ void GnssPublishCAN::publish_P2C1_Base(std::shared_ptr<com::ITransportClient>& c
 
 void GnssPublishCAN::publish_timeDate_Var6(std::shared_ptr<com::ITransportClient>& client,
                                            const GnssInfo& info) {
-  com::Message message;
-  if (GnssUtils::create_Timedate_Var6_Message(topic::TD_TX, info, message)) {
-    client->publish(topic::TD_TX, message);
-  }
+  publishGroup(*client, topic::TD_TX, GnssUtils::create_Timedate_Var6_Message, topic::TD_TX, info);
 }
 
 void GnssPublishCAN::publish_gnss_timestamp_ns(std::shared_ptr<com::ITransportClient>& client,

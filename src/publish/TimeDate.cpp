@@ -3,8 +3,7 @@
 #include <array>
 
 #include "nmea/GnssInfo.h"
-#include "nmea/SignalRows.h"
-#include "platform/rt/Signals.h"
+#include "publish/SignalGroups.h"
 #include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub::GnssUtils {
@@ -13,7 +12,7 @@ namespace {
 
 constexpr int TM_YEAR = 1900;
 
-const std::array<SignalRow, 6> UTC_ROWS{
+constexpr std::array<SignalRow, 6> UTC_ROWS{
     {{"seconds", " seconds ", [](const GnssInfo& info) { return double(info.m_utc_tm.tm_sec); }},
      {"minutes", " minutes ", [](const GnssInfo& info) { return double(info.m_utc_tm.tm_min); }},
      {"hours", " hours ", [](const GnssInfo& info) { return double(info.m_utc_tm.tm_hour); }},
@@ -22,7 +21,7 @@ const std::array<SignalRow, 6> UTC_ROWS{
      {"year", " year ",
       [](const GnssInfo& info) { return double(static_cast<uint16_t>(info.m_utc_tm.tm_year + TM_YEAR)); }}}};
 
-const std::array<SignalRow, 2> OFFSET_ROWS{
+constexpr std::array<SignalRow, 2> OFFSET_ROWS{
     {{"localminuteoffset", " localminuteoffset ",
       [](const GnssInfo& info) { return double(info.m_local_minute_offset); }},
      {"localhouroffset", " localhouroffset ",
@@ -34,33 +33,27 @@ void setValues(rt::SignalGroup& group, std::span<const SignalRow> rows, const Gn
   for (const SignalRow& row : rows) LOG.detail(row.label, row.value(info));
 }
 
-void setNoValues(rt::SignalGroup& group, std::span<const SignalRow> rows) {
-  for (const SignalRow& row : rows) setNotAvailable(group, row.signal);
-}
-
-}  // namespace
-
-bool create_Timedate_Var6_Message(const std::string& topic, const GnssInfo& info, com::Message& out) {
-  rt::SignalGroup group = rt::SignalAdapter::instance().create_sg(topic);
-  if (!group.is_valid()) {
-    LOG.error("Unable to create signal group for ", topic);
-    return false;
-  }
+void fill(rt::SignalGroup& group, const GnssInfo& info) {
   if (info.getStatus() > 2) {
     setValues(group, UTC_ROWS, info);
     const bool zone_known = info.m_local_hour_offset != OFFSET_NOT_AVAILABLE &&
                             info.m_local_minute_offset != OFFSET_NOT_AVAILABLE;
-    zone_known ? setValues(group, OFFSET_ROWS, info) : setNoValues(group, OFFSET_ROWS);
+    zone_known ? setValues(group, OFFSET_ROWS, info) : fillNotAvailable(group, OFFSET_ROWS);
   } else {
     if (GnssUtils::debugIt(logflag::SIGNAL_GROUPS)) {
       LOG.detail(" seconds 0xFF ");
       LOG.detail(" minutes 0xFF  hours 0xFF  day 0xFF ");
       LOG.detail(" month 0xFF year 0xFF");
     }
-    setNoValues(group, UTC_ROWS);
-    setNoValues(group, OFFSET_ROWS);
+    fillNotAvailable(group, UTC_ROWS);
+    fillNotAvailable(group, OFFSET_ROWS);
   }
-  return packGroup(group, topic, out);
+}
+
+}  // namespace
+
+bool create_Timedate_Var6_Message(const std::string& topic, const GnssInfo& info, com::Message& out) {
+  return createGroup(topic, GroupTexts(), topic, out, [&](rt::SignalGroup& group) { fill(group, info); });
 }
 
 }  // namespace ecu::koru::gpspub::GnssUtils

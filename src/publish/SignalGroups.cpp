@@ -1,11 +1,9 @@
-#include "nmea/SignalRows.h"
+#include "publish/SignalGroups.h"
 
 #include <array>
 #include <cmath>
 #include <set>
-#include <string_view>
 
-#include "nmea/GnssInfo.h"
 #include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
@@ -24,8 +22,6 @@ size_t widthInBytes(const rt::SignalGroup& group, const char* signal) {
   return definition != nullptr ? definition->data_bytes() : 1;
 }
 
-}  // namespace
-
 void setNotAvailable(rt::SignalGroup& group, const char* signal) {
   if (!group.set_signal_data(signal, std::span(ALL_ONES).first(widthInBytes(group, signal)))) {
     LOG.error("Unable to set_signal_data on ", signal);
@@ -34,7 +30,7 @@ void setNotAvailable(rt::SignalGroup& group, const char* signal) {
 
 /// A value that the signal cannot hold (a dilution of 30 in a street canyon) often stays so for minutes, so
 /// only the first is a warning.
-static void logRefused(const SignalRow& row, const std::string& topic, bool refused) {
+void logRefused(const SignalRow& row, const std::string& topic, bool refused) {
   static std::set<const SignalRow*> told;
   if (!refused) {
     told.erase(&row);
@@ -45,6 +41,8 @@ static void logRefused(const SignalRow& row, const std::string& topic, bool refu
   LOG.log(first ? logging::Level::WARNING : logging::Level::DEBUG, "Unable to set_signal_scaled_value on ",
           row.signal, " SignalGroup for ", topic);
 }
+
+}  // namespace
 
 void fillSignals(rt::SignalGroup& group, std::span<const SignalRow> rows, const GnssInfo& info) {
   for (const SignalRow& row : rows) {
@@ -60,10 +58,8 @@ void fillSignals(rt::SignalGroup& group, std::span<const SignalRow> rows, const 
   }
 }
 
-bool packGroup(const rt::SignalGroup& group, const std::string& topic, com::Message& out) {
-  if (rt::SignalAdapter::instance().pack(group, out)) return true;
-  LOG.error("Unable to pack SignalGroup for ", topic);
-  return false;
+void fillNotAvailable(rt::SignalGroup& group, std::span<const SignalRow> rows) {
+  for (const SignalRow& row : rows) setNotAvailable(group, row.signal);
 }
 
 }  // namespace ecu::koru::gpspub
