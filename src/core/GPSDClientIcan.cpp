@@ -2,6 +2,7 @@
 
 #include "core/GPSDClient.h"
 #include "nmea/GnssInfo.h"
+#include "publish/StatusSignals.h"
 #include "wire/ServiceLog.h"
 #include "wire/Stopwatch.h"
 
@@ -20,7 +21,7 @@ void GPSDClient::runIcan() {
     if (GnssUtils::debugIt(logflag::CONNECTION)) {
       LOG.detail("runIcan time_out ", time_out, " gnss_status ", status, " m_comm_retries ", m_comm_retries);
     }
-    m_antenna.publishModuleErrorMessage(false);
+    publishModuleErrorMessage(*m_transport_client, false);
     m_comm_retries = time_out ? m_comm_retries + 1 : 0;
   }
 }

@@ -7,6 +7,7 @@
 #include "input/SPI.h"
 #include "nmea/GnssInfo.h"
 #include "platform/base/Time.h"
+#include "publish/StatusSignals.h"
 #include "wire/HexDump.h"
 #include "wire/ServiceLog.h"
 #include "wire/Stopwatch.h"
@@ -170,7 +171,7 @@ void GPSDClient::sendGpsOnCan() {
       LOG.detail("GPSDClient::sendGpsOnCan -  gnss_status ", status);
     }
     m_publish_can->publishFrame(m_transport_client, info, m_epoch.sentences());
-    m_antenna.publishModuleErrorMessage(status == 1 && !m_antenna.isRadioSilent());
+    publishModuleErrorMessage(*m_transport_client, status == 1 && !m_antenna.isRadioSilent());
   } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
     LOG.detail("GPSDClient::sendGpsOnCan - DATA TO PUBLISH BUT NO MQTT ");
   }

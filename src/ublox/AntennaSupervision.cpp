@@ -3,10 +3,8 @@
 #include <array>
 #include <string_view>
 #include <utility>
-#include <vector>
 
-#include "platform/com/Topics.h"
-#include "platform/rt/Signals.h"
+#include "publish/StatusSignals.h"
 #include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
@@ -19,12 +17,6 @@ constexpr size_t MON_HW_MIN = 60;
 constexpr size_t A_STATUS = 20;
 constexpr size_t A_POWER = 21;
 
-// Antenna status codes. With this unit's antenna circuit the receiver reports OK for an open antenna, and
-// open for one that is OK.
-constexpr unsigned OK = 2;
-constexpr unsigned SHORT = 3;
-constexpr unsigned OPEN = 4;
-
 /// Records on CFG-ANT belong to two log areas.
 bool logAntennaControl() {
   return GnssUtils::debugIt(logflag::COMMANDS | logflag::RADIO_SILENCE);
@@ -36,9 +28,10 @@ bool logRadioSilence() {
 
 constexpr std::string_view OPEN_IS_LOGGED_ON = "QRX7_2_KW4";
 
+/// With this unit's antenna circuit the receiver reports OK for an open antenna, and open for one that is OK.
 constexpr unsigned remapped(unsigned receiver_status) {
-  if (receiver_status == OK) return OPEN;
-  return receiver_status == OPEN ? OK : receiver_status;
+  if (receiver_status == ANTENNA_OK) return ANTENNA_OPEN;
+  return receiver_status == ANTENNA_OPEN ? ANTENNA_OK : receiver_status;
 }
 
 constexpr std::array<std::string_view, 5> STATUS_NAMES{" (init)", " (don't know)", " (OK)", " (short)",
@@ -47,39 +40,6 @@ constexpr std::array<std::string_view, 5> STATUS_NAMES{" (init)", " (don't know)
 std::string_view powerName(unsigned power) {
   if (power == 0) return " (off)";
   return power == 1 ? " (on)" : " (don't know)";
-}
-
-const std::vector<uint8_t> TRUE_VALUE{0x01};
-const std::vector<uint8_t> FALSE_VALUE{0x00};
-
-/// A Boolean signal in the system group of the same name.
-struct TruthSignal {
-  const std::string& topic;
-  const char* signal;
-  const char* set_failure;
-  const char* pack_failure;
-  const char* meaning;
-};
-const TruthSignal OPEN_CIRCUIT{topic::ANTENNA_OPEN_CIRCUIT, "status_gnss_antenna_open_circuit",
-                               "Unable to set open_circ signal data to SignalGroup!",
-                               "Unable to pack SignalGroup for open_ciruit: ", " is open circuited: "};
-const TruthSignal SHORT_CIRCUIT{topic::ANTENNA_SHORT_CIRCUIT, "status_gnss_antenna_short_circuit",
-                                "Unable to set short_circ signal data to SignalGroup!",
-                                "Unable to pack SignalGroup for short_ciruit: ", " is short circuited: "};
-
-void publishTruth(com::ITransportClient& transport, const TruthSignal& truth, bool value, unsigned status) {
-  auto& adapter = rt::SignalAdapter::instance();
-  rt::SignalGroup group = adapter.create_sg(truth.topic);
-  if (!group.is_valid()) {
-    LOG.error("Unable to create signal group for ", truth.topic);
-    return;
-  }
-  if (!group.set_signal_data(truth.signal, value ? TRUE_VALUE : FALSE_VALUE)) LOG.error(truth.set_failure);
-  if (const auto message = adapter.pack(group)) {
-    transport.publish(truth.topic, *message);
-  } else {
-    LOG.error(truth.pack_failure, "antenna_status: ", status, truth.meaning, value ? "TRUE" : "FALSE");
-  }
 }
 
 }  // namespace
@@ -211,44 +171,23 @@ void AntennaSupervision::process_MON_HW(const UbxFrame& frame) {
   const unsigned status = remapped(received);
   if (status != m_antenna_status) logStatusChange(status);
   m_antenna_status = status;
-  publishAntennaMessage(status, power);
+  publishAntennaMessage(*m_transport, status, power);
 }
 
 void AntennaSupervision::logStatusChange(unsigned status) const {
   const unsigned before = m_antenna_status;
-  if (status == OPEN && m_owner.hwVersionSignal() == OPEN_IS_LOGGED_ON) {
-    LOG.warning(before == OK      ? "Antenna status changed OK to Open circuit"
-                : before == SHORT ? "Antenna status Short circuit to Open circuit"
-                                  : "Antenna status is Open Circuit");
-  } else if (status == SHORT) {
-    LOG.warning(before == OK     ? "Antenna status changed from OK to Short circuit"
-                : before == OPEN ? "Antenna status changed from Open circuit to Short circuit"
-                                 : "Antenna status is Short Circuit");
-  } else if (status == OK && before == SHORT) {
+  if (status == ANTENNA_OPEN && m_owner.hwVersionSignal() == OPEN_IS_LOGGED_ON) {
+    LOG.warning(before == ANTENNA_OK      ? "Antenna status changed OK to Open circuit"
+                : before == ANTENNA_SHORT ? "Antenna status Short circuit to Open circuit"
+                                          : "Antenna status is Open Circuit");
+  } else if (status == ANTENNA_SHORT) {
+    LOG.warning(before == ANTENNA_OK     ? "Antenna status changed from OK to Short circuit"
+                : before == ANTENNA_OPEN ? "Antenna status changed from Open circuit to Short circuit"
+                                         : "Antenna status is Short Circuit");
+  } else if (status == ANTENNA_OK && before == ANTENNA_SHORT) {
     LOG.notice("Antenna status changed Short circuit to OK");
-  } else if (status == OK && before == OPEN) {
+  } else if (status == ANTENNA_OK && before == ANTENNA_OPEN) {
     LOG.notice("Antenna status changed Open Circuit to OK");
-  }
-}
-
-void AntennaSupervision::publishAntennaMessage(unsigned status, unsigned /*power*/) const {
-  if (status < OK || status > OPEN) return;
-  publishTruth(*m_transport, OPEN_CIRCUIT, status == OPEN, status);
-  publishTruth(*m_transport, SHORT_CIRCUIT, status == SHORT, status);
-}
-
-void AntennaSupervision::publishModuleErrorMessage(bool error) const {
-  auto& adapter = rt::SignalAdapter::instance();
-  rt::SignalGroup group = adapter.create_sg(topic::MODULE_ERROR);
-  if (!group.is_valid() ||
-      !group.set_signal_data("status_gnss_module_error", error ? TRUE_VALUE : FALSE_VALUE)) {
-    LOG.error("Unable to create signal group for", " topic", topic::MODULE_ERROR);
-    return;
-  }
-  if (const auto message = adapter.pack(group)) {
-    m_transport->publish(topic::MODULE_ERROR, *message);
-  } else {
-    LOG.error("Unable to pack SignalGroup for", topic::MODULE_ERROR);
   }
 }
 

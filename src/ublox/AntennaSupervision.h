@@ -10,8 +10,8 @@
 
 namespace ecu::koru::gpspub {
 
-/// Switches the antenna's supply, watches its status, applies radio silence, and reports antenna and module
-/// errors on the bus. Service thread, except where marked.
+/// Switches the antenna's supply, watches its status and applies radio silence. Service thread, except where
+/// marked.
 class AntennaSupervision {
  public:
   AntennaSupervision(UbloxConfig& config, IReceiverOwner& owner,
@@ -32,9 +32,6 @@ class AntennaSupervision {
     return m_radio_silence_configured && m_radio_silence_applied && !m_cold_start;
   }
 
-  /// Publishes "status_gnss_module_error".
-  void publishModuleErrorMessage(bool error) const;
-
  private:
   void enableAntennaPower();
   void disableAntennaPower();
@@ -42,7 +39,6 @@ class AntennaSupervision {
   void judgeColdStart();
   void judgeWarm();
   void logStatusChange(unsigned status) const;
-  void publishAntennaMessage(unsigned status, unsigned power) const;
 
   UbloxConfig& m_config;
   IReceiverOwner& m_owner;
