@@ -156,11 +156,11 @@ void GPSDClient::sendFrameIfDue(bool more_received) {
   sendAndCountFrame();
 }
 
-/// Sends the published fix to the vehicle's buses. That clears it, so its time is taken first.
+/// Sends the published fix to the vehicle's buses and then clears it, so that it leaves only once.
 void GPSDClient::sendAndCountFrame() {
-  const std::tm utc = m_epoch.infoSent().m_utc_tm;
   if (m_publish_can) sendGpsOnCan();
-  m_epoch.frameSent(GnssUtils::getMicrosecDuration(0), utc);
+  m_epoch.frameSent(GnssUtils::getMicrosecDuration(0), m_epoch.infoSent().m_utc_tm);
+  m_epoch.infoSent().clear();
 }
 
 void GPSDClient::sendGpsOnCan() {
@@ -175,7 +175,6 @@ void GPSDClient::sendGpsOnCan() {
   } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
     LOG.detail("GPSDClient::sendGpsOnCan - DATA TO PUBLISH BUT NO MQTT ");
   }
-  info.clear();
 }
 
 /// Waits until a second after the last frame was sent.

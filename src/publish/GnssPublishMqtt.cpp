@@ -19,10 +19,28 @@ int32_t correctedStatus(const GnssInfo& info, double latitude, double longitude)
   return status == 3 && latitude == 0.0 && longitude == 0.0 ? 2 : status;
 }
 
-void fill(pb::GnssData& data, GnssInfo& info, const std::vector<std::string>& sentences) {
+void log(const pb::GnssData& data, const GnssInfo& info, double latitude, double longitude, int64_t utc_us) {
+  LOG.detail("Latitude = ", latitude);
+  LOG.detail("Longitude = ", longitude);
+  LOG.detail("Speed = ", info.m_speed);
+  LOG.detail("Heading = ", info.m_course);
+  LOG.detail("Quality = ", info.m_quality_indicator);
+  LOG.detail("Num satellites used = ", info.m_num_satellites);
+  LOG.detail("Altitude = ", info.m_altitude);
+  LOG.detail("Fix = ", info.m_nav_mode);
+  LOG.detail("Status = ", data.status());
+  LOG.detail("UTCTime us ", utc_us);
+  LOG.detail("Timestamp ns ", info.m_frame_time);
+  LOG.detail("Accuracy ", info.m_position_error);
+  LOG.detail("HDOP ", info.m_hdop);
+  LOG.detail("VDOP ", info.m_vdop);
+  LOG.detail("Num NMEA strings ", data.nmea_size());
+}
+
+void fillAndLog(pb::GnssData& data, GnssInfo& info, const std::vector<std::string>& sentences) {
   const double longitude = info.getLongitudeDecDeg();
   const double latitude = info.getLatitudeDecDeg();
-  const auto utc_us = info.getUtcTimeUs();
+  const int64_t utc_us = info.getUtcTimeUs();
   if (!std::isnan(longitude)) data.set_longitude(static_cast<float>(longitude));
   if (!std::isnan(latitude)) data.set_latitude(static_cast<float>(latitude));
   if (!std::isnan(info.m_speed)) data.set_speed(static_cast<float>(info.m_speed));
@@ -38,24 +56,7 @@ void fill(pb::GnssData& data, GnssInfo& info, const std::vector<std::string>& se
   if (!std::isnan(info.m_position_error)) data.set_accuracy(static_cast<float>(info.m_position_error));
   if (!std::isnan(info.m_hdop)) data.set_hdop(static_cast<float>(info.m_hdop));
   if (!std::isnan(info.m_vdop)) data.set_vdop(static_cast<float>(info.m_vdop));
-}
-
-void log(const pb::GnssData& data, GnssInfo& info) {
-  LOG.detail("Latitude = ", info.getLatitudeDecDeg());
-  LOG.detail("Longitude = ", info.getLongitudeDecDeg());
-  LOG.detail("Speed = ", info.m_speed);
-  LOG.detail("Heading = ", info.m_course);
-  LOG.detail("Quality = ", info.m_quality_indicator);
-  LOG.detail("Num satellites used = ", info.m_num_satellites);
-  LOG.detail("Altitude = ", info.m_altitude);
-  LOG.detail("Fix = ", info.m_nav_mode);
-  LOG.detail("Status = ", data.status());
-  LOG.detail("UTCTime us ", info.getUtcTimeUs());
-  LOG.detail("Timestamp ns ", info.m_frame_time);
-  LOG.detail("Accuracy ", info.m_position_error);
-  LOG.detail("HDOP ", info.m_hdop);
-  LOG.detail("VDOP ", info.m_vdop);
-  LOG.detail("Num NMEA strings ", data.nmea_size());
+  if (GnssUtils::debugIt(logflag::PUBLICATION)) log(data, info, latitude, longitude, utc_us);
 }
 
 }  // namespace
@@ -63,8 +64,7 @@ void log(const pb::GnssData& data, GnssInfo& info) {
 void GnssPublishMqtt::publishFrame(std::shared_ptr<com::ITransportClient>& client, GnssInfo& info,
                                    std::vector<std::string>& nmeaSentences) {
   m_data.Clear();
-  fill(m_data, info, nmeaSentences);
-  if (GnssUtils::debugIt(logflag::PUBLICATION)) log(m_data, info);
+  fillAndLog(m_data, info, nmeaSentences);
   com::PbInternalMessageAdapter<pb::GnssData> adapter(PROTOCOL_TYPE);
   if (!adapter.serialize(m_data, m_message)) {
     LOG.error("Unable to serialize pb::GnssData!");
