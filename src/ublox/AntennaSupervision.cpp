@@ -1,5 +1,6 @@
 #include "ublox/AntennaSupervision.h"
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 #include <utility>
@@ -17,15 +18,6 @@ constexpr size_t MON_HW_MIN = 60;
 constexpr size_t A_STATUS = 20;
 constexpr size_t A_POWER = 21;
 
-/// Records on CFG-ANT belong to two log areas.
-bool logAntennaControl() {
-  return GnssUtils::debugIt(logflag::COMMANDS | logflag::RADIO_SILENCE);
-}
-
-bool logRadioSilence() {
-  return GnssUtils::debugIt(logflag::RADIO_SILENCE);
-}
-
 constexpr std::string_view OPEN_IS_LOGGED_ON = "QRX7_2_KW4";
 
 /// With this unit's antenna circuit the receiver reports OK for an open antenna, and open for one that is OK.
@@ -42,6 +34,60 @@ std::string_view powerName(unsigned power) {
   return power == 1 ? " (on)" : " (don't know)";
 }
 
+using enum AntennaState;
+using enum AntennaAction;
+
+enum class Is { NO, YES, ANY };
+using enum Is;
+
+/// The consequences of a CFG-ANT answer in this state and situation.
+struct Judgement {
+  AntennaState state;
+  Is supply_on, silence_configured, silence_requested, antenna_on;
+  AntennaAction action;
+  AntennaState next;
+  bool is_fault;
+  const char* record;
+};
+
+constexpr const char* SILENCE_RECORD =
+    "m_radio_silence_configured AND radio_silence. Disable antenna_power and GNSS receiver";
+
+// The first row that matches holds, and each situation has one. A row that is a fault logs a warning.
+constexpr std::array<Judgement, 13> JUDGEMENTS{
+    {{COLD_START, YES, YES, ANY, ANY, DISABLE, SAVING, true,
+      "Antenna_power wrongly configured. Power enabled at cold start. Disable Antenna Power"},
+     {COLD_START, NO, YES, YES, ANY, ENABLE, SILENT, false, nullptr},
+     {COLD_START, NO, YES, NO, ANY, ENABLE, WARM, false,
+      "Antenna power disabled at cold start. Should enable antenna_power"},
+     {COLD_START, YES, NO, ANY, ANY, ENABLE, WARM, false, nullptr},
+     {COLD_START, NO, NO, ANY, ANY, ENABLE, SAVING, true,
+      "Antenna_power wrongly configured. Should enable antenna_power at cold start."},
+     {SAVING, ANY, YES, YES, ANY, SAVE, SILENT, false, "SAVE Antenna config"},
+     {SAVING, ANY, ANY, ANY, ANY, SAVE, WARM, false, "SAVE Antenna config"},
+     {WARM, ANY, YES, YES, ANY, SILENCE, SILENT, false, SILENCE_RECORD},
+     {WARM, ANY, ANY, ANY, YES, ENABLE, WARM, false,
+      "Should enable antenna_power and ensure open circuit detection"},
+     {WARM, YES, ANY, ANY, NO, DISABLE, WARM, false, "m_ota_gnss_antenna_on = off. Disable antenna_power"},
+     {WARM, NO, ANY, ANY, NO, NEXT_COMMAND, WARM, false,
+      "m_ota_gnss_antenna_on = off. ublox antenna already off. sendNextCommand"},
+     {SILENT, ANY, ANY, YES, ANY, SILENCE, SILENT, false, SILENCE_RECORD},
+     // checkRadioSilence() is about to wake the receiver.
+     {SILENT, ANY, ANY, NO, ANY, NOTHING, SILENT, false, nullptr}}};
+
+bool matches(Is wanted, bool is) {
+  return wanted == ANY || (wanted == YES) == is;
+}
+
+const Judgement& judge(AntennaState state, bool supply_on, bool silence_configured, bool silence_requested,
+                       bool antenna_on) {
+  return *std::ranges::find_if(JUDGEMENTS, [&](const Judgement& row) {
+    return row.state == state && matches(row.supply_on, supply_on) &&
+           matches(row.silence_configured, silence_configured) &&
+           matches(row.silence_requested, silence_requested) && matches(row.antenna_on, antenna_on);
+  });
+}
+
 }  // namespace
 
 AntennaSupervision::AntennaSupervision(UbloxConfig& config, IReceiverOwner& owner,
@@ -54,67 +100,32 @@ void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
     LOG.warning("Ublox CFG_ANT bad payload (< 4). len = ", payload.size());
     return;
   }
-  m_antenna_power_enabled = (ubx::u16(payload, 0) & SUPPLY_CONTROL) != 0;
+  const bool supply_on = (ubx::u16(payload, 0) & SUPPLY_CONTROL) != 0;
   const bool requested = m_owner.radioSilenceRequested();
-  // checkRadioSilence() is about to wake the receiver: the silence stays applied until then.
-  const bool is_being_lifted = isRadioSilent() && !requested;
-  if (m_cold_start || requested) m_radio_silence_applied = requested;
-  if (logAntennaControl()) {
-    LOG.detail("m_cold_start = ", m_cold_start, ". m_antenna_power_enabled = ", m_antenna_power_enabled,
-               ". m_save_antenna_config = ", m_save_antenna_config,
+  const bool log = GnssUtils::debugIt(logflag::COMMANDS | logflag::RADIO_SILENCE);
+  if (log) {
+    LOG.detail("m_cold_start = ", m_state == COLD_START || m_state == SAVING,
+               ". m_antenna_power_enabled = ", supply_on, ". m_save_antenna_config = ", m_state == SAVING,
                ". m_radio_silence_configured = ", m_radio_silence_configured,
-               ". m_radio_silence requested = ", m_radio_silence_applied);
+               ". m_radio_silence requested = ", requested || isRadioSilent());
   }
-  if (m_config.isStopped() || is_being_lifted) return;
-  if (m_cold_start) {
-    judgeColdStart();
-  } else {
-    judgeWarm();
+  if (m_config.isStopped()) return;
+  const Judgement& row = judge(m_state, supply_on, m_radio_silence_configured, requested, m_gnss_antenna_on);
+  if (row.is_fault) {
+    LOG.warning(row.record);
+  } else if (row.record != nullptr && log) {
+    LOG.detail(row.record);
   }
+  m_state = row.next;
+  carryOut(row.action);
 }
 
-void AntennaSupervision::judgeColdStart() {
-  if (m_save_antenna_config) {
-    if (logAntennaControl()) LOG.detail("SAVE Antenna config");
-    m_config.saveAntennaConfig();
-    m_save_antenna_config = m_cold_start = false;
-  } else if (m_radio_silence_configured && m_antenna_power_enabled) {
-    LOG.warning("Antenna_power wrongly configured. Power enabled at cold start. Disable Antenna Power");
-    disableAntennaPower();
-    m_radio_silence_applied = m_save_antenna_config = true;
-  } else if (m_radio_silence_configured) {
-    if (!m_radio_silence_applied && logAntennaControl())
-      LOG.detail("Antenna power disabled at cold start. Should enable antenna_power");
-    enableAntennaPower();
-    m_cold_start = false;
-  } else if (m_antenna_power_enabled) {
-    enableAntennaPower();
-    m_cold_start = m_radio_silence_applied = false;
-  } else {
-    LOG.warning("Antenna_power wrongly configured. Should enable antenna_power at cold start.");
-    enableAntennaPower();
-    m_save_antenna_config = true;
-    m_radio_silence_applied = false;
-  }
-}
-
-void AntennaSupervision::judgeWarm() {
-  const bool log = logAntennaControl();
-  if (m_radio_silence_configured && m_radio_silence_applied) {
-    if (log)
-      LOG.detail("m_radio_silence_configured AND radio_silence. Disable antenna_power and GNSS receiver");
-    disableAntennaPower();
-    disableReceiver();
-  } else if (m_gnss_antenna_on) {
-    if (log) LOG.detail("Should enable antenna_power and ensure open circuit detection");
-    enableAntennaPower();
-  } else if (m_antenna_power_enabled) {
-    if (log) LOG.detail("m_ota_gnss_antenna_on = off. Disable antenna_power");
-    disableAntennaPower();
-  } else {
-    if (log) LOG.detail("m_ota_gnss_antenna_on = off. ublox antenna already off. sendNextCommand");
-    m_config.sendNextCommand();
-  }
+void AntennaSupervision::carryOut(AntennaAction action) {
+  if (action == SAVE) m_config.saveAntennaConfig();
+  if (action == ENABLE) enableAntennaPower();
+  if (action == DISABLE || action == SILENCE) disableAntennaPower();
+  if (action == SILENCE) disableReceiver();
+  if (action == NEXT_COMMAND) m_config.sendNextCommand();
 }
 
 void AntennaSupervision::enableAntennaPower() {
@@ -134,20 +145,20 @@ void AntennaSupervision::disableAntennaPower() {
 }
 
 void AntennaSupervision::disableReceiver() {
-  if (logRadioSilence()) LOG.detail("disableReceiver()");
+  if (GnssUtils::debugIt(logflag::RADIO_SILENCE)) LOG.detail("disableReceiver()");
   m_config.disableReceiver();
 }
 
 void AntennaSupervision::checkRadioSilence() {
   const bool requested = m_owner.radioSilenceRequested();
-  if (!m_radio_silence_configured || m_cold_start || requested == m_radio_silence_applied) return;
-  const bool log = logRadioSilence();
+  const bool is_cold_start = m_state == COLD_START || m_state == SAVING;
+  if (!m_radio_silence_configured || is_cold_start || requested == isRadioSilent()) return;
+  const bool log = GnssUtils::debugIt(logflag::RADIO_SILENCE);
   if (log) LOG.detail("RadioSilence requested state is ", requested);
-  m_radio_silence_applied = requested;
+  m_state = requested ? SILENT : WARM;
   if (requested) {
     if (log) LOG.detail("Apply radio silence");
-    disableAntennaPower();
-    disableReceiver();
+    carryOut(SILENCE);
   } else {
     if (log) LOG.detail("Recover from radio silence");
     m_config.hardwareResetUblox();

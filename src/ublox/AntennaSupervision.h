@@ -10,6 +10,15 @@
 
 namespace ecu::koru::gpspub {
 
+enum class AntennaState {
+  COLD_START,  ///< no CFG-ANT answer has been judged since the start
+  SAVING,      ///< still the cold start: the next answer saves the setting that was just sent
+  WARM,        ///< the cold start is over
+  SILENT       ///< the same, and radio silence is applied (m_radio_silence_applied)
+};
+
+enum class AntennaAction { NOTHING, SAVE, ENABLE, DISABLE, SILENCE, NEXT_COMMAND };
+
 /// Switches the antenna's supply, watches its status and applies radio silence. Service thread, except where
 /// marked.
 class AntennaSupervision {
@@ -28,27 +37,21 @@ class AntennaSupervision {
   /// Applies or lifts radio silence, on every pass of the run loop.
   void checkRadioSilence();
   /// Returns true while radio silence is applied: the receiver is silent on purpose.
-  [[nodiscard]] bool isRadioSilent() const {
-    return m_radio_silence_configured && m_radio_silence_applied && !m_cold_start;
-  }
+  [[nodiscard]] bool isRadioSilent() const { return m_state == AntennaState::SILENT; }
 
  private:
   void enableAntennaPower();
   void disableAntennaPower();
   void disableReceiver();
-  void judgeColdStart();
-  void judgeWarm();
+  void carryOut(AntennaAction action);
   void logStatusChange(unsigned status) const;
 
   UbloxConfig& m_config;
   IReceiverOwner& m_owner;
   std::shared_ptr<com::ITransportClient> m_transport;
 
-  bool m_cold_start = true;  // judgeColdStart() is not done yet
-  bool m_antenna_power_enabled = false;
-  bool m_save_antenna_config = false;
+  AntennaState m_state = AntennaState::COLD_START;
   bool m_radio_silence_configured = true;  // no configuration clears it
-  bool m_radio_silence_applied = false;
   std::atomic<bool> m_gnss_antenna_on{true};
   unsigned m_antenna_status = 0;  // 2 OK, 3 short circuit, 4 open circuit
 };
