@@ -293,15 +293,15 @@ TEST(ReceiverControl, SystemsAreSelectedWhereTheyAreNotThoseRequested) {
 
 TEST(ReceiverControl, JudgesTheAntennaByEachAnswer) {
   // 1, 0: the supply is reported on, off. S, s: radio silence is requested, no longer. P, p: the antenna's
-  // parameter is on, off. -: nothing is to be sent. n: silence is not configured. After each what is sent at
-  // once.
+  // parameter is on, off. B: 0 and S in one pass. -: nothing is to be sent. n: silence is not configured.
+  // After each what is sent at once.
   for (const std::string row :
        {"0:on 0:on 1:on", "1:off 0:save 0:on", "1:off 1:save 1:on",  // cold, then warm
         "S: 0:on 0:off,standby,stop 1:off,standby,stop", "S: 1:off 0:save 0:off,standby,stop",
         "0:on S:off,standby,stop 1:off,standby,stop", "1:off S: 0:save 1:off,standby,stop",
         "p: 0:off 1:off 0:port 0:capable P:port 0:on", "p: 1:off 0:save 0:port 1:off",
         "p: 0:off S:off,standby,stop 0:off,standby,stop", "-: 0: 1: S: 0: s: 0:", "n: 1:on S: 0:on s: 1:on",
-        "n: S: 0:on 0:save 1:on"}) {
+        "n: S: 0:on 0:save 1:on", "0:on B:off,standby,stop 0:off,standby,stop"}) {
     Scene scene(MUTE);
     std::istringstream steps(row);
     std::string seen;
@@ -310,10 +310,12 @@ TEST(ReceiverControl, JudgesTheAntennaByEachAnswer) {
       const char event = step[0];
       if (event == '-') scene.service->disableHardwareInit();
       if (event == 'n') scene.service->setRadioSilenceConfigured(false);
-      if (event == 'S' || event == 's') scene.injectAt(at, topic::BLACKOUT_MODE, event == 'S' ? YES : NO);
+      if (event == 'S' || event == 's' || event == 'B')
+        scene.injectAt(at, topic::BLACKOUT_MODE, event == 's' ? NO : YES);
       if (event == 'P' || event == 'p')
         scene.injectAt(at, topic::PARAMETER_ANTENNA_ON, event == 'P' ? YES : NO);
-      if (event == '0' || event == '1') scene.comes(at, event == '1' ? SUPPLY_ON : SUPPLY_OFF);
+      if (event == '0' || event == '1' || event == 'B')
+        scene.comes(at, event == '1' ? SUPPLY_ON : SUPPLY_OFF);
       scene.at(at + 0.4, [&, event, at] {
         std::string names = scene.sent(at);
         std::replace(names.begin(), names.end(), ' ', ',');
