@@ -8,6 +8,7 @@
 #include <cmath>
 #include <memory>
 
+#include "core/BusRequests.h"
 #include "core/SystemParameters.h"
 #include "fuzz/FuzzTarget.h"
 #include "nmea/UtcCalendar.h"
@@ -91,6 +92,10 @@ class Control final : public IGnssControl {
  public:
   void setGnssOn(bool on) override { gnss_on = on; }
   void setGnssAntennaOn(bool /*on*/) override {}
+  void setRadioSilence(bool /*on*/) override {}
+  void setHwVersion(const std::string& version) override {
+    require(version.size() <= 64, "a hardware version is short");
+  }
   void setGnssSystem(uint32_t bit, bool /*on*/) override {
     require(bit == 1 || bit == 2 || bit == 4 || bit == 8, "a constellation is one bit");
   }
@@ -107,12 +112,11 @@ void read_start(const com::Message& message) {
   bus->inject(topic::SYSTEM_PARAMETERS, kept);
   bus->inject(topic::VARIABLE_PREFIX + "hwversion", kept);
   static_cast<void>(var::create_var_client(bus)->get("hwversion"));
-  SystemParameterTargets targets{0x03, true, true, false, 1, 1000};
-  const auto parameters = var::create_sysparams_client(bus);
-  applySystemParameters(parameters->get_all(), targets);
-  require(targets.rate_hz >= 1 && targets.rate_hz <= 4, "the rate is 1 to 4 Hz");
-  require(targets.period_ms >= 250 && targets.period_ms <= 1000, "the period is that of the rate");
-  require(targets.gnss_systems <= 0x0F, "there are four constellations");
+  BusRequests requests;
+  const StartParameters start = applySystemParameters(var::create_sysparams_client(bus)->get_all(), requests);
+  require(start.rate_hz >= 1 && start.rate_hz <= 4, "the rate is 1 to 4 Hz");
+  require(start.period_ms >= 250 && start.period_ms <= 1000, "the period is that of the rate");
+  require(requests.gnssSystemRequested() <= 0x0F, "there are four constellations");
 }
 
 void check_record_of_bus(const GnssInfo& info) {
@@ -159,7 +163,6 @@ void observers(Bytes bytes) {
     } else {
       system.message(topic, message);
     }
-    require(system.hwVersion().size() <= 64, "a hardware version is short");
     require(control.restarts <= restarts + 1, "a message restarts the sequence once at most");
     require(control.gnss_on == gnss_on || message.payload.size() > com::envelope::HEADER_LENGTH + 2,
             "a message without a value switches nothing");

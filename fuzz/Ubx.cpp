@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "core/BusRequests.h"
 #include "fuzz/FuzzTarget.h"
 #include "input/SerialInput.h"
 #include "support/FakeTerminal.h"
@@ -39,6 +40,7 @@ constexpr std::array<Kind, 10> KINDS{{{ubx::NAV, ubx::NAV_TIMEUTC},
 class Unit final : public IReceiverOwner {
  public:
   explicit Unit(unsigned baud) {
+    requests.setHwVersion("QRX7_2_KW4");
     reception.setBaudRate(baud);
     static_cast<void>(m_input.setBaudRate(baud));
     config.setRawCmdPost({test::ubx(ubx::CFG, ubx::CFG_RATE, "\x01")});
@@ -53,7 +55,7 @@ class Unit final : public IReceiverOwner {
   /// Does what the run loop does between items.
   void supervise() {
     config.takeRestart();
-    if (!config.isInitialised() && !config.isStopped()) config.checkTimeout(!silence);
+    if (!config.isInitialised() && !config.isStopped()) config.checkTimeout(!requests.radioSilence());
     antenna.checkRadioSilence();
   }
   /// Checks that everything sent since the last call is whole frames, and not too many.
@@ -80,12 +82,13 @@ class Unit final : public IReceiverOwner {
             "a fix is trusted on a confirmed port");
   }
 
-  [[nodiscard]] bool radioSilenceRequested() const override { return silence; }
-  [[nodiscard]] std::string hwVersionSignal() const override { return "QRX7_2_KW4"; }
   void setUtcValidFlags(uint8_t /*flags*/) override {}
-  void disconnect() override { m_input.disconnect(); }
+  void disconnect(CloseReason /*reason*/) override {
+    m_input.disconnect();
+    m_input.clearBuffer();
+  }
 
-  bool silence = false;
+  BusRequests requests;
   std::shared_ptr<com::MemoryTransport> bus = std::make_shared<com::MemoryTransport>();
 
  private:
@@ -93,8 +96,8 @@ class Unit final : public IReceiverOwner {
   SerialInput m_input{std::unique_ptr<ITerminalDevice>(m_line)};
 
  public:
-  UbloxConfig config{m_input, ReceiverLines("qrx", "/nowhere")};
-  AntennaSupervision antenna{config, *this, bus};
+  UbloxConfig config{m_input, ReceiverLines("qrx", "/nowhere"), requests, *this};
+  AntennaSupervision antenna{config, requests, *this, bus};
   UbxReception reception{m_input, config, antenna, *this};
 };
 
@@ -111,15 +114,15 @@ void happen(Unit& unit, uint8_t event, Input& input) {
   if (event < 230) {
     virtual_time().advance(int64_t{value} * 100'000'000);
   } else if (event < 236) {
-    unit.silence = value % 2 == 1;
+    unit.requests.setRadioSilence(value % 2 == 1);
   } else if (event < 242) {
-    unit.config.setGnssSystemRequested(value);
+    unit.requests.setGnssSystemRequested(value);
   } else if (event < 246) {
-    unit.antenna.setGnssAntennaOn(value % 2 == 1);
+    unit.requests.setGnssAntennaOn(value % 2 == 1);
   } else if (event < 250) {
     unit.antenna.setRadioSilenceConfigured(value % 2 == 1);
   } else {
-    unit.config.requestRestart();
+    unit.requests.restartSequence();
   }
 }
 

@@ -83,7 +83,7 @@ void applyHardwareInit(const Options& options, const Configuration& config, GPSD
 
 void applyGnssSystem(const Options& options, GPSDClient& service) {
   if (options.gnss_system == 0) return;
-  service.ubloxConfig().setGnssSystemRequested(options.gnss_system);
+  service.requests().setGnssSystemRequested(options.gnss_system);
   LOG.info("arg gnss_system = 0x", logging::hex(options.gnss_system));
 }
 

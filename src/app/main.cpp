@@ -17,7 +17,7 @@
 #include "app/Options.h"
 #include "app/Version.h"
 #include "core/GPSDClient.h"
-#include "input/SPI.h"
+#include "core/Unit.h"
 #include "platform/base/Configuration.h"
 #include "platform/base/ServiceManager.h"
 #include "platform/com/Transport.h"
@@ -116,14 +116,6 @@ bool readSimulationSwitch(var::ISysparamsClient& parameters) {
   return !value.empty() && value[0] == 1;
 }
 
-std::string chooseDevice(const gpspub::Options& options, const config::Configuration& config, bool simulation,
-                         const std::string& hwversion) {
-  if (!options.device.empty()) return options.device;
-  if (simulation) return "/dev/ttyUSB0";
-  if (std::string device = config.get("gnss_device"); !device.empty()) return device;
-  return std::string(hwversion == "n2" ? gpspub::SPI::DEVICE : "/dev/ttyFP3");
-}
-
 void logBanner() {
   LOG.notice(gpspub::versionBanner());
   if (GnssUtils::debugIt(gpspub::logflag::START_UP)) LOG.debug("log flags ", GnssUtils::logFlags());
@@ -186,7 +178,8 @@ int main(int argc, char** argv) {
   auto parameters = var::create_sysparams_client(transport);
   const bool simulation = readSimulationSwitch(*parameters);
   parameters.reset();  // it may hold many of them
-  const std::string device = chooseDevice(options, *config, simulation, unit.hwversion);
+  const std::string device =
+      gpspub::Unit::chooseDevice(options.device, simulation, config->get("gnss_device"), unit.hwversion);
 
   auto service =
       std::make_unique<GPSDClient>(transport, unit.hwvariant, unit.hasgnss, unit.hwversion, device);

@@ -1,7 +1,6 @@
 #include "observe/GnssObserver.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 
 #include "platform/com/PbInternalMessageAdapter.h"
@@ -15,18 +14,6 @@ namespace ecu::koru::gpspub {
 namespace {
 
 constexpr size_t MAX_LOG_CONFIG = 4;
-
-/// A constellation's switch and its bit in the wanted mask.
-struct SystemSwitch {
-  const std::string& topic;
-  uint32_t bit;
-  const char* text;
-};
-const std::array<SystemSwitch, 4> SYSTEM_SWITCHES{
-    {{topic::PARAMETER_GPS, 0x01, "GnssObserver::GPS = "},
-     {topic::PARAMETER_GLONASS, 0x02, "GnssObserver::GLONASS = "},
-     {topic::PARAMETER_BEIDOU, 0x04, "GnssObserver::BEIDOU = "},
-     {topic::PARAMETER_GALILEO, 0x08, "GnssObserver::GALILEO = "}}};
 
 void logUndecodable(const std::string& topic) {
   LOG.warning("Unable to deserialize data for topic ", logging::escaped(topic));
@@ -73,16 +60,15 @@ void GnssObserver::message(const std::string& topic, const com::Message& message
 void GnssObserver::onRadioSilence(const std::string& topic, const com::Message& message) {
   const auto value = unpackSignal(topic, message, "blackout_mode");
   if (!value) return;
-  m_radio_silence = (*value)[0] == 1;
-  if (GnssUtils::debugIt(logflag::RADIO_SILENCE)) {
-    LOG.detail("GnssObserver::m_radio_silence = ", m_radio_silence.load());
-  }
+  const bool silence = (*value)[0] == 1;
+  m_control.setRadioSilence(silence);
+  if (GnssUtils::debugIt(logflag::RADIO_SILENCE)) LOG.detail("GnssObserver::m_radio_silence = ", silence);
 }
 
 void GnssObserver::onHwVersion(const std::string& topic, const com::Message& message) {
   const auto value = unpackSignal(topic, message, "hw_version");
   if (!value) return;
-  setHwVersion(*value);
+  m_control.setHwVersion(*value);
   if (logging::enabled(logging::Level::DEBUG)) {
     LOG.debug("GnssObserver::m_hw_version = ", logging::escaped(*value));
   }
@@ -101,11 +87,10 @@ void GnssObserver::onGnssSource(const std::string& topic, const com::Message& me
 
 /// Handles the topics whose body is a pb::RtSignal.
 void GnssObserver::onParameter(const std::string& topic, const com::Message& message) {
-  const auto* const system = std::find_if(SYSTEM_SWITCHES.begin(), SYSTEM_SWITCHES.end(),
-                                          [&](const SystemSwitch& row) { return row.topic == topic; });
-  const bool known = system != SYSTEM_SWITCHES.end() || topic == m_topic_gnss_system_enable ||
-                     topic == m_topic_gnss_antenna_power || topic == m_topic_log_config;
-  if (!known) {
+  const auto* const row = std::find_if(GNSS_PARAMETERS.begin(), GNSS_PARAMETERS.end(),
+                                       [&](const GnssParameter& each) { return each.topic == topic; });
+  const bool is_parameter = row != GNSS_PARAMETERS.end();
+  if (!is_parameter && topic != m_topic_log_config) {
     logUnknown(topic, message);
     return;
   }
@@ -114,29 +99,14 @@ void GnssObserver::onParameter(const std::string& topic, const com::Message& mes
     logUndecodable(topic);
     return;
   }
-  const auto value = static_cast<uint8_t>(result.body.value()[0]);
-  if (topic == m_topic_gnss_system_enable) {
-    onGnssOn(value);
-  } else if (topic == m_topic_gnss_antenna_power) {
-    onAntennaPower(value);
-  } else if (topic == m_topic_log_config) {
+  if (!is_parameter) {
     onLogConfig(result.body.value());
-  } else {
-    if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) LOG.detail(system->text, value);
-    m_control.setGnssSystem(system->bit, value == 1);
-    m_control.restartSequence();
+    return;
   }
-}
-
-void GnssObserver::onGnssOn(uint8_t value) {
-  if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) LOG.detail("GPSDClient.m_gnss_on = ", value);
-  m_control.setGnssOn(value == 1);
-}
-
-void GnssObserver::onAntennaPower(uint8_t value) {
-  if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) LOG.detail("GPSDClient.setGnssAntennaOn = ", value);
-  m_control.setGnssAntennaOn(value == 1);
-  m_control.restartSequence();
+  const auto value = static_cast<uint8_t>(result.body.value()[0]);
+  if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) LOG.detail(row->change_text, value);
+  row->apply(m_control, value == 1);
+  if (row->restarts) m_control.restartSequence();
 }
 
 /// `value` has 1 to 4 bytes, lowest first.
@@ -149,16 +119,6 @@ void GnssObserver::onLogConfig(const std::string& value) {
   for (size_t i = 0; i < value.size(); ++i) flags |= unsigned{static_cast<uint8_t>(value[i])} << 8 * i;
   GnssUtils::setLogFlags(flags);
   LOG.info("log configuration flags = 0x", logging::hex(flags));
-}
-
-std::string GnssObserver::hwVersion() const {
-  const std::lock_guard lock(m_mutex);
-  return m_hw_version;
-}
-
-void GnssObserver::setHwVersion(const std::string& version) {
-  const std::lock_guard lock(m_mutex);
-  m_hw_version = version;
 }
 
 }  // namespace ecu::koru::gpspub

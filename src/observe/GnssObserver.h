@@ -1,26 +1,12 @@
 #pragma once
 
-#include <atomic>
-#include <cstdint>
-#include <mutex>
 #include <string>
 
+#include "observe/GnssParameters.h"
 #include "platform/com/Topics.h"
 #include "platform/com/Transport.h"
 
 namespace ecu::koru::gpspub {
-
-/// The changes that the observer makes in the service, on the transport's delivery thread.
-class IGnssControl {
- public:
-  virtual ~IGnssControl() = default;
-  virtual void setGnssOn(bool on) = 0;
-  virtual void setGnssAntennaOn(bool on) = 0;
-  /// Sets or clears one bit of the wanted constellations.
-  virtual void setGnssSystem(uint32_t bit, bool on) = 0;
-  /// Configures the receiver anew, from the first command.
-  virtual void restartSequence() = 0;
-};
 
 /// Follows the system topics: radio silence, hardware version, receiver and antenna switches, constellations,
 /// log flags, the GNSS source. A malformed message is logged and changes nothing.
@@ -43,24 +29,14 @@ class GnssObserver final : public com::ISubscriptionObserver {
   /// Delivery thread.
   void message(const std::string& topic, const com::Message& message) override;
 
-  // Any thread.
-  [[nodiscard]] bool radioSilence() const { return m_radio_silence; }
-  [[nodiscard]] std::string hwVersion() const;
-
  private:
   void onRadioSilence(const std::string& topic, const com::Message& message);
   void onHwVersion(const std::string& topic, const com::Message& message);
-  void onGnssOn(uint8_t value);
-  void onAntennaPower(uint8_t value);
   void onLogConfig(const std::string& value);
   static void onGnssSource(const std::string& topic, const com::Message& message);
   void onParameter(const std::string& topic, const com::Message& message);
-  void setHwVersion(const std::string& version);
 
   IGnssControl& m_control;
-  std::atomic<bool> m_radio_silence{false};
-  mutable std::mutex m_mutex;  // guards m_hw_version
-  std::string m_hw_version;
 };
 
 }  // namespace ecu::koru::gpspub

@@ -90,9 +90,10 @@ const Judgement& judge(AntennaState state, bool supply_on, bool silence_configur
 
 }  // namespace
 
-AntennaSupervision::AntennaSupervision(UbloxConfig& config, IReceiverOwner& owner,
+AntennaSupervision::AntennaSupervision(UbloxConfig& config, const IReceiverRequests& requests,
+                                       IReceiverOwner& owner,
                                        std::shared_ptr<com::ITransportClient> transport)
-    : m_config(config), m_owner(owner), m_transport(std::move(transport)) {}
+    : m_config(config), m_requests(requests), m_owner(owner), m_transport(std::move(transport)) {}
 
 void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
   const auto payload = frame.payload();
@@ -101,7 +102,7 @@ void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
     return;
   }
   const bool supply_on = (ubx::u16(payload, 0) & SUPPLY_CONTROL) != 0;
-  const bool requested = m_owner.radioSilenceRequested();
+  const bool requested = m_requests.radioSilence();
   const bool log = GnssUtils::debugIt(logflag::COMMANDS | logflag::RADIO_SILENCE);
   if (log) {
     LOG.detail("m_cold_start = ", m_state == COLD_START || m_state == SAVING,
@@ -110,7 +111,8 @@ void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
                ". m_radio_silence requested = ", requested || isRadioSilent());
   }
   if (m_config.isStopped()) return;
-  const Judgement& row = judge(m_state, supply_on, m_radio_silence_configured, requested, m_gnss_antenna_on);
+  const Judgement& row =
+      judge(m_state, supply_on, m_radio_silence_configured, requested, m_requests.gnssAntennaOn());
   if (row.is_fault) {
     LOG.warning(row.record);
   } else if (row.record != nullptr && log) {
@@ -130,7 +132,7 @@ void AntennaSupervision::carryOut(AntennaAction action) {
 
 void AntennaSupervision::enableAntennaPower() {
   const bool log = GnssUtils::debugIt(logflag::ANTENNA);
-  if (m_gnss_antenna_on) {
+  if (m_requests.gnssAntennaOn()) {
     if (log) LOG.detail("enableAntennaPower()");
     m_config.enableAntennaPower();
   } else {
@@ -150,7 +152,7 @@ void AntennaSupervision::disableReceiver() {
 }
 
 void AntennaSupervision::checkRadioSilence() {
-  const bool requested = m_owner.radioSilenceRequested();
+  const bool requested = m_requests.radioSilence();
   const bool is_cold_start = m_state == COLD_START || m_state == SAVING;
   if (!m_radio_silence_configured || is_cold_start || requested == isRadioSilent()) return;
   const bool log = GnssUtils::debugIt(logflag::RADIO_SILENCE);
@@ -162,7 +164,7 @@ void AntennaSupervision::checkRadioSilence() {
   } else {
     if (log) LOG.detail("Recover from radio silence");
     m_config.hardwareResetUblox();
-    m_owner.disconnect();
+    m_owner.disconnect(CloseReason::WAKING);
   }
 }
 
@@ -187,7 +189,7 @@ void AntennaSupervision::process_MON_HW(const UbxFrame& frame) {
 
 void AntennaSupervision::logStatusChange(unsigned status) const {
   const unsigned before = m_antenna_status;
-  if (status == ANTENNA_OPEN && m_owner.hwVersionSignal() == OPEN_IS_LOGGED_ON) {
+  if (status == ANTENNA_OPEN && m_requests.hwVersion() == OPEN_IS_LOGGED_ON) {
     LOG.warning(before == ANTENNA_OK      ? "Antenna status changed OK to Open circuit"
                 : before == ANTENNA_SHORT ? "Antenna status Short circuit to Open circuit"
                                           : "Antenna status is Open Circuit");

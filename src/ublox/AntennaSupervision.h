@@ -1,10 +1,10 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
 
 #include "platform/com/Transport.h"
 #include "ublox/IReceiverOwner.h"
+#include "ublox/IReceiverRequests.h"
 #include "ublox/UbloxConfig.h"
 #include "wire/UbxFrame.h"
 
@@ -19,16 +19,13 @@ enum class AntennaState {
 
 enum class AntennaAction { NOTHING, SAVE, ENABLE, DISABLE, SILENCE, NEXT_COMMAND };
 
-/// Switches the antenna's supply, watches its status and applies radio silence. Service thread, except where
-/// marked.
+/// Switches the antenna's supply, watches its status and applies radio silence. Service thread.
 class AntennaSupervision {
  public:
-  AntennaSupervision(UbloxConfig& config, IReceiverOwner& owner,
+  AntennaSupervision(UbloxConfig& config, const IReceiverRequests& requests, IReceiverOwner& owner,
                      std::shared_ptr<com::ITransportClient> transport);
 
   void setRadioSilenceConfigured(bool on) { m_radio_silence_configured = on; }
-  /// Sets the antenna switch of the system parameters. Any thread.
-  void setGnssAntennaOn(bool on) { m_gnss_antenna_on = on; }
 
   /// Decides from the reported antenna supply what is switched, and whether the receiver saves it.
   void process_CFG_ANT(const UbxFrame& frame);
@@ -47,13 +44,13 @@ class AntennaSupervision {
   void logStatusChange(unsigned status) const;
 
   UbloxConfig& m_config;
+  const IReceiverRequests& m_requests;
   IReceiverOwner& m_owner;
   std::shared_ptr<com::ITransportClient> m_transport;
 
   AntennaState m_state = AntennaState::COLD_START;
   bool m_radio_silence_configured = true;  // no configuration clears it
-  std::atomic<bool> m_gnss_antenna_on{true};
-  unsigned m_antenna_status = 0;  // 2 OK, 3 short circuit, 4 open circuit
+  unsigned m_antenna_status = 0;           // 2 OK, 3 short circuit, 4 open circuit
 };
 
 }  // namespace ecu::koru::gpspub

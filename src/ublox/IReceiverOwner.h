@@ -1,22 +1,27 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 namespace ecu::koru::gpspub {
+
+/// Why the receiver's device is closed.
+enum class CloseReason {
+  MODE_ENDS,    ///< GNSS is switched off or the service stops.
+  SILENT,       ///< Nothing has come for too long.
+  DEVICE_GONE,  ///< It was unplugged.
+  WAKING,       ///< The receiver was reset at the end of radio silence.
+  NEXT_RATE     ///< The receiver is sought at another baud rate.
+};
 
 /// The part of the service that receiver control uses. Service thread.
 class IReceiverOwner {
  public:
   virtual ~IReceiverOwner() = default;
-  /// Returns true while the vehicle asks for radio silence.
-  [[nodiscard]] virtual bool radioSilenceRequested() const = 0;
-  /// Returns the hardware version signal of the bus; empty until it comes.
-  [[nodiscard]] virtual std::string hwVersionSignal() const = 0;
   /// Takes the flags of NAV-TIMEUTC: 1 time of week valid, 2 week number valid, 4 UTC valid.
   virtual void setUtcValidFlags(uint8_t flags) = 0;
-  /// Closes the receiver's device. The receiver is then found and configured anew.
-  virtual void disconnect() = 0;
+  /// Closes the receiver's device. The receiver is then found and configured anew; for NEXT_RATE the sequence
+  /// goes on.
+  virtual void disconnect(CloseReason reason) = 0;
 };
 
 }  // namespace ecu::koru::gpspub

@@ -34,21 +34,16 @@ bool logCommands() {
 
 }  // namespace
 
-UbloxConfig::UbloxConfig(IGnssInput& input, ReceiverLines lines)
+UbloxConfig::UbloxConfig(IGnssInput& input, ReceiverLines lines, IReceiverRequests& requests,
+                         IReceiverOwner& owner)
     : m_input(input),
       m_lines(std::move(lines)),
+      m_requests(requests),
+      m_owner(owner),
       m_navigation_rate(ubx::NAVIGATION_RATE.frame()),
       m_command(ubx::INIT_COMMANDS[0].frame()) {}
 
-// -- Wanted settings
-
-void UbloxConfig::setGnssSystemRequested(uint32_t bit, bool on) {
-  if (on) {
-    m_gnss_system_requested |= bit;
-  } else {
-    m_gnss_system_requested &= ~bit;
-  }
-}
+// -- Configured settings
 
 void UbloxConfig::setGnssAugmentationRequested(uint32_t mask) {
   m_gnss_augmentation_requested = mask;
@@ -57,7 +52,7 @@ void UbloxConfig::setGnssAugmentationRequested(uint32_t mask) {
 
 uint32_t UbloxConfig::gnssAugmentationRequested() const {
   if (m_gnss_augmentation_configured) return m_gnss_augmentation_requested;
-  return (m_gnss_system_requested & GPS) != 0 ? SBAS_AND_QZSS : 0;
+  return (m_requests.gnssSystemRequested() & GPS) != 0 ? SBAS_AND_QZSS : 0;
 }
 
 void UbloxConfig::setMeasurementPeriod(uint16_t period_ms) {
@@ -180,9 +175,7 @@ void UbloxConfig::logTimeout(Action action) const {
 void UbloxConfig::tryOtherBaudRate() {
   if (logCommands()) LOG.detail("Timeout try other baud rate. getLinesReceived ", m_input.getLinesReceived());
   m_input.tryNextBaudRate();
-  m_input.disconnect();
-  // Bytes read at a wrong rate are garbage, and a sync byte in them would hold up framing at the right rate.
-  m_input.clearBuffer();
+  m_owner.disconnect(CloseReason::NEXT_RATE);
   m_sequence.forgetLines(m_input.getLinesReceived());
   if (logCommands()) LOG.detail("m_hw_timeout_counter ", m_sequence.ratesTried());
 }
@@ -200,7 +193,7 @@ void UbloxConfig::handle_UBX_ACK_NAK_response(const UbxFrame& frame) {
 
 void UbloxConfig::takeRestart() {
   // Repeated requests must not hold up the hunt for the baud rate.
-  if (!m_restart_requested.exchange(false) || m_sequence.isAtFirstCommand()) return;
+  if (!m_requests.takeRestart() || m_sequence.isAtFirstCommand()) return;
   restart();
   sendCommand();
 }
@@ -256,8 +249,8 @@ void UbloxConfig::setCfgGnss(CFG_GNSS record, std::string frame) {
 }
 
 bool UbloxConfig::checkGnssSystem() {
-  const auto frame = selectionFrame(m_MON_GNSS, m_CFG_GNSS, m_CFG_GNSS_received, m_gnss_system_requested,
-                                    gnssAugmentationRequested());
+  const auto frame = selectionFrame(m_MON_GNSS, m_CFG_GNSS, m_CFG_GNSS_received,
+                                    m_requests.gnssSystemRequested(), gnssAugmentationRequested());
   if (!frame) return false;
   m_CFG_GNSS_string = *frame;
   return true;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -8,25 +7,23 @@
 #include "input/IGnssInput.h"
 #include "ublox/CommandSequence.h"
 #include "ublox/GnssSelection.h"
+#include "ublox/IReceiverOwner.h"
+#include "ublox/IReceiverRequests.h"
 #include "ublox/ReceiverLines.h"
 #include "ublox/UbxCommands.h"
 
 namespace ecu::koru::gpspub {
 
 /// Configures the receiver as the service needs it and keeps it so. Carries out the decisions of the
-/// CommandSequence, one frame in flight at a time, and holds the wanted settings.
+/// CommandSequence, one frame in flight at a time, and holds the configured settings.
 ///
-/// Owned by the service. Service thread only, except where marked. Its clock is stopwatch 0.
+/// Owned by the service. Service thread only. Its clock is stopwatch 0.
 class UbloxConfig {
  public:
-  UbloxConfig(IGnssInput& input, ReceiverLines lines);
+  UbloxConfig(IGnssInput& input, ReceiverLines lines, IReceiverRequests& requests, IReceiverOwner& owner);
 
-  // -- Wanted settings
+  // -- Configured settings
 
-  /// Set the wanted systems: bit 0 GPS, 1 GLONASS, 2 BeiDou, 3 Galileo. Any thread.
-  void setGnssSystemRequested(uint32_t mask) { m_gnss_system_requested = mask; }
-  void setGnssSystemRequested(uint32_t bit, bool on);
-  [[nodiscard]] uint32_t gnssSystemRequested() const { return m_gnss_system_requested; }
   /// Sets the augmentation: bit 0 SBAS, 1 QZSS, 2 IMES. Until it is set, it follows from the systems.
   void setGnssAugmentationRequested(uint32_t mask);
   [[nodiscard]] uint32_t gnssAugmentationRequested() const;
@@ -50,9 +47,8 @@ class UbloxConfig {
   /// the reset line is not pulsed.
   bool checkTimeout(bool count_hw_timeouts);
   void handle_UBX_ACK_NAK_response(const UbxFrame& frame);
-  /// Asks for a start from the first command. Any thread. Repeated requests count as one.
-  void requestRestart() { m_restart_requested = true; }
-  /// Carries out a request: sends the first command at once, unless it is already in flight.
+  /// Carries out a request to configure the receiver anew: sends the first command at once, unless it is
+  /// already in flight.
   void takeRestart();
   /// Begins the sequence anew. The first command is sent after the current answer period.
   void restart();
@@ -111,15 +107,15 @@ class UbloxConfig {
 
   IGnssInput& m_input;
   const ReceiverLines m_lines;
+  IReceiverRequests& m_requests;
+  IReceiverOwner& m_owner;
 
-  std::atomic<uint32_t> m_gnss_system_requested{0x03};
   uint32_t m_gnss_augmentation_requested = 0;
   bool m_gnss_augmentation_configured = false;
   std::vector<std::string> m_raw_cmd_post;
   std::string m_navigation_rate;
   bool m_save_config = false;  // nothing sets it: the step is dormant
 
-  std::atomic<bool> m_restart_requested{false};
   CommandSequence m_sequence;
   int64_t m_command_sent_time = 0;  // us
   std::string m_command;            // in flight

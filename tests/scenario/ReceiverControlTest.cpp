@@ -122,7 +122,7 @@ struct Scene final : Script, World {
 TEST(ReceiverControl, SendsItsFramesInOrderWithTheirChecksums) {
   Scene scene;
   auto& config = scene.service->ubloxConfig();
-  config.setGnssSystemRequested(0x09);  // GPS and Galileo
+  scene.service->requests().setGnssSystemRequested(0x09);  // GPS and Galileo
   config.setMeasurementPeriod(250);
   config.setRawCmdPost({bytes("B5 62 06 31 00 00 FF FF")});
   std::string version = "SW 1" + std::string(26, '\0') + "HW 2" + std::string(6, '\0');
@@ -230,7 +230,7 @@ TEST(ReceiverControl, ThreeNaksOrFourPeriodsEndACommandAndNoOtherCounts) {
 TEST(ReceiverControl, LeavesTheConstellationsOfAReceiverThatDoesNotTellWhatItCan) {
   Scene scene(GOOD);
   scene.answers.erase("capable");
-  scene.service->ubloxConfig().setGnssSystemRequested(0x09);
+  scene.service->requests().setGnssSystemRequested(0x09);
   scene.run(400);
   EXPECT_THAT(scene.sent(), AllOf(HasSubstr(" systems "), Not(HasSubstr("063E"))));
 }
@@ -282,7 +282,7 @@ TEST(ReceiverControl, SystemsAreSelectedWhereTheyAreNotThoseRequested) {
   for (const auto& row : rows) {
     Scene scene;
     auto& config = scene.service->ubloxConfig();
-    config.setGnssSystemRequested(row.requested);
+    scene.service->requests().setGnssSystemRequested(row.requested);
     if (row.augmentation != -1) config.setGnssAugmentationRequested(static_cast<uint32_t>(row.augmentation));
     scene.run(350);
     const std::string first_step = row.selected == nullptr ? "capable" : name(systems(row.selected));

@@ -65,7 +65,7 @@ struct Configured {
       signal.set_value("\1");
       memory->inject(topic, com::PbInternalMessageAdapter<pb::RtSignal>(1).serialize(signal).message);
     }
-    std::string follows = (ublox.gnssSystemRequested() & 4) != 0 ? "c" : "";
+    std::string follows = (service.requests().gnssSystemRequested() & 4) != 0 ? "c" : "";
     return GnssUtils::logFlags() == 1 ? follows + "l" : follows;
   }
 };
@@ -105,7 +105,7 @@ TEST(AppTest, AnOptionBeatsTheFileAndTheFileTheDefault) {
     SCOPED_TRACE(row.options + row.file);
     GnssUtils::setLogFlags(0x40);
     Configured unit(row.options, row.file);
-    EXPECT_EQ((std::vector{unit.input->getBaudRate(), unit.ublox.gnssSystemRequested(),
+    EXPECT_EQ((std::vector{unit.input->getBaudRate(), unit.service.requests().gnssSystemRequested(),
                            unit.ublox.gnssAugmentationRequested(), GnssUtils::logFlags(),
                            static_cast<unsigned>(unit.ublox.isStopped())}),
               row.numbers);

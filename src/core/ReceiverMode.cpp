@@ -1,10 +1,10 @@
-// Receiver mode: from the bytes of the unit's own receiver to finished fixes.
+#include "core/ReceiverMode.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "core/GPSDClient.h"
 #include "input/SPI.h"
+#include "input/SerialInput.h"
 #include "nmea/GnssInfo.h"
 #include "platform/base/Time.h"
 #include "publish/StatusSignals.h"
@@ -23,18 +23,72 @@ constexpr int64_t REOPEN_US = 1'000'000;
 constexpr int64_t POWER_UP_NS = 139'999'999'999;
 constexpr unsigned POWER_UP_BAUD = 9600;
 constexpr unsigned USUAL_BAUD = 38400;
-constexpr std::string_view SERIAL_DEVICE = "/dev/ttyFP3";
 constexpr unsigned char UBX_SYNC = 0xB5;
 constexpr int64_t SEQUENCE_SILENCE_US = 15'000'000;
 constexpr int64_t NEVER = 0;
 
+std::unique_ptr<IGnssInput> createInput(const Unit& unit) {
+  std::unique_ptr<IGnssInput> input;
+  if (unit.isReceiverOnSpi()) {
+    input = std::make_unique<SPI>();
+  } else {
+    input = std::make_unique<SerialInput>();
+  }
+  input->setGnssDeviceName(unit.devicePath());
+  return input;
+}
+
 }  // namespace
 
-void GPSDClient::runUblox() {
+ReceiverMode::ReceiverMode(std::shared_ptr<com::ITransportClient> transport, const Unit& unit,
+                           BusRequests& requests, const RunControl& run, FixPublisher& publisher,
+                           UnitHardware hardware)
+    : m_transport_client(std::move(transport)),
+      m_unit(unit),
+      m_requests(requests),
+      m_run(run),
+      m_publisher(publisher),
+      m_input(hardware.input ? std::move(hardware.input) : createInput(unit)),
+      m_epoch(*this),
+      m_ublox_config(*m_input, ReceiverLines(unit.hwVersion(), hardware.gpio_root), requests, *this),
+      m_antenna(m_ublox_config, requests, *this, m_transport_client),
+      m_ubx_reception(*m_input, m_ublox_config, m_antenna, *this) {}
+
+// -- The device
+
+bool ReceiverMode::connect() {
+  m_connect_time_us = GnssUtils::getMicrosecDuration(0);
+  return m_input->connect();
+}
+
+void ReceiverMode::disconnect(CloseReason reason) {
+  m_input->disconnect();
+  // Bytes that have not formed an item by now never will, and those read at a wrong rate are garbage. A stray
+  // sync byte among them must not hold up framing.
+  if (reason != CloseReason::DEVICE_GONE && reason != CloseReason::WAKING) m_input->clearBuffer();
+  if (reason == CloseReason::NEXT_RATE) return;
+  m_ublox_config.unconfirmPort();
+  m_ublox_config.restart();
+}
+
+bool ReceiverMode::setBaudRate(uint32_t baud) {
+  m_baud_rate = baud;
+  m_ubx_reception.setBaudRate(baud);
+  return m_input->setBaudRate(baud);
+}
+
+void ReceiverMode::disableHardwareInit() {
+  m_disable_hw_init = true;
+  m_ublox_config.disableHardwareInit();
+}
+
+// -- The loop
+
+void ReceiverMode::runUblox() {
   logInputWarnings();
   enterReceiverLoop();
-  while (inMode()) {
-    passBegins();
+  while (m_run.inMode()) {
+    m_run.passBegins();
     if (m_input->isConnected()) {
       receive();
     } else {
@@ -44,33 +98,31 @@ void GPSDClient::runUblox() {
   leaveReceiverLoop();
 }
 
-void GPSDClient::logInputWarnings() const {
+void ReceiverMode::logInputWarnings() const {
   if (m_disable_hw_init) LOG.warning("Hardware init disabled. Probably simulated input.");
-  if (m_device_path != SERIAL_DEVICE && m_device_path != SPI::DEVICE) {
+  if (m_unit.isDeviceRedirected()) {
     LOG.warning(
         m_simulation ? "EHorizon sim active. Hardware port redirected to " : "Hardware port redirected to ",
-        logging::escaped(m_device_path), ". Probably simulated input.");
+        logging::escaped(m_unit.devicePath()), ". Probably simulated input.");
   }
   if (m_baud_rate != USUAL_BAUD) LOG.info("Baud rate configured to ", m_baud_rate);
 }
 
-void GPSDClient::enterReceiverLoop() {
+void ReceiverMode::enterReceiverLoop() {
   if (time_source().boot_ns() <= POWER_UP_NS && !m_simulation) m_input->setBaudRate(POWER_UP_BAUD);
   m_epoch.reset(GnssUtils::getMicrosecDuration(0));
 }
 
-void GPSDClient::leaveReceiverLoop() {
-  disconnect();
-  m_input->clearBuffer();
+void ReceiverMode::leaveReceiverLoop() {
+  disconnect(CloseReason::MODE_ENDS);
   m_epoch.reset(GnssUtils::getMicrosecDuration(0));
 }
 
 /// Tries to connect once a second, and publishes meanwhile that there is no fix.
-void GPSDClient::connectOrWait() {
-  m_connection_state = ConnectionState::NOT_CONNECTED;
+void ReceiverMode::connectOrWait() {
   if (GnssUtils::getMicrosecDuration(0) >= m_earliest_open_us && connect()) return;
   timeoutToSendFrame();
-  if (!inMode()) return;
+  if (!m_run.inMode()) return;
   publishGnssData();
   sendAndCountFrame();
   ++m_comm_retries;
@@ -79,8 +131,7 @@ void GPSDClient::connectOrWait() {
   }
 }
 
-void GPSDClient::receive() {
-  m_connection_state = ConnectionState::CONNECTED;
+void ReceiverMode::receive() {
   bool more_received = false;
   if (readNewData(READ_TIMEOUT_US)) {
     m_data_time_us = GnssUtils::getMicrosecDuration(0);
@@ -94,16 +145,13 @@ void GPSDClient::receive() {
   if (m_input->isConnected()) superviseReceiver();
 }
 
-void GPSDClient::superviseReceiver() {
+void ReceiverMode::superviseReceiver() {
   if (isNoCommunication()) {
     ++m_comm_retries;
     if (GnssUtils::debugIt(logflag::CONNECTION)) {
       LOG.detail("No communication retrying. Retries ", m_comm_retries);
     }
-    disconnect();
-    // Bytes that have not formed an item by now never will. A stray sync byte must not cost the answers to
-    // the port poll.
-    m_input->clearBuffer();
+    disconnect(CloseReason::SILENT);
     return;
   }
   if (!m_disable_hw_init) checkUbloxInitialisation();
@@ -111,17 +159,17 @@ void GPSDClient::superviseReceiver() {
 }
 
 /// Keeps the command sequence going. The hardware is not reset during radio silence.
-void GPSDClient::checkUbloxInitialisation() {
+void ReceiverMode::checkUbloxInitialisation() {
   m_ublox_config.takeRestart();
   if (m_ublox_config.isInitialised() || m_ublox_config.isStopped()) return;
-  m_ublox_config.checkTimeout(!radioSilenceRequested());
+  m_ublox_config.checkTimeout(!m_requests.radioSilence());
 }
 
-bool GPSDClient::readNewData(int timeout_us) {
-  return m_connection_state == ConnectionState::CONNECTED && m_input->waiting(timeout_us) && m_input->read();
+bool ReceiverMode::readNewData(int timeout_us) {
+  return m_input->isConnected() && m_input->waiting(timeout_us) && m_input->read();
 }
 
-void GPSDClient::processNewData() {
+void ReceiverMode::processNewData() {
   const unsigned char* const message = m_input->getBuffer();
   const int length = m_input->getMessageLength();
   m_bytes_received += static_cast<uint32_t>(length);
@@ -134,7 +182,7 @@ void GPSDClient::processNewData() {
   }
 }
 
-void GPSDClient::processUblox() {
+void ReceiverMode::processUblox() {
   const int length = m_ubx_reception.readUbloxMessage();
   if (length <= 0) return;
   m_last_ublox_time = m_data_time_us;
@@ -146,7 +194,7 @@ void GPSDClient::processUblox() {
   m_ubx_reception.processUbloxMessage();
 }
 
-void GPSDClient::sendFrameIfDue(bool more_received) {
+void ReceiverMode::sendFrameIfDue(bool more_received) {
   const bool published = m_epoch.framePublished();
   if (!m_epoch.isFrameDue(GnssUtils::getMicrosecDuration(0), more_received)) {
     if (published) m_epoch.holdBack();
@@ -157,32 +205,42 @@ void GPSDClient::sendFrameIfDue(bool more_received) {
 }
 
 /// Sends the published fix to the vehicle's buses and then clears it, so that it leaves only once.
-void GPSDClient::sendAndCountFrame() {
-  if (m_publish_can) sendGpsOnCan();
+void ReceiverMode::sendAndCountFrame() {
+  if (m_unit.isOnVehicleBuses()) sendGpsOnCan();
   m_epoch.frameSent(GnssUtils::getMicrosecDuration(0), m_epoch.infoSent().m_utc_tm);
   m_epoch.infoSent().clear();
 }
 
-void GPSDClient::sendGpsOnCan() {
+void ReceiverMode::sendGpsOnCan() {
   GnssInfo& info = m_epoch.infoSent();
-  if (m_transport_client->is_connected()) {
+  if (m_publisher.isConnected()) {
     const int32_t status = info.getStatus();
     if (GnssUtils::debugIt(logflag::CONNECTION)) {
       LOG.detail("GPSDClient::sendGpsOnCan -  gnss_status ", status);
     }
-    m_publish_can->publishFrame(m_transport_client, info, m_epoch.sentences());
+    m_publisher.publishOnCan(info, m_epoch.sentences());
     publishModuleErrorMessage(*m_transport_client, status == 1 && !m_antenna.isRadioSilent());
   } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
     LOG.detail("GPSDClient::sendGpsOnCan - DATA TO PUBLISH BUT NO MQTT ");
   }
 }
 
-/// Waits until a second after the last frame was sent.
-void GPSDClient::timeoutToSendFrame() {
-  waitWhileRunning(m_epoch.frameSentTimeStamp() + FRAME_US - GnssUtils::getMicrosecDuration(0));
+void ReceiverMode::publishGnssData() {
+  m_run.reportStatus(m_publisher.isConnected(), m_input->isConnected(), m_epoch.info().getStatus());
+  if (m_publisher.isConnected()) {
+    m_publisher.publishGnssData(m_epoch.info(), m_epoch.sentences());
+  } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
+    LOG.detail("GPSDClient::publishGnssData - DATA TO PUBLISH BUT NO MQTT");
+  }
+  m_epoch.rotate(m_ublox_config.receiverFlag());
 }
 
-bool GPSDClient::isNoCommunication() const {
+/// Waits until a second after the last frame was sent.
+void ReceiverMode::timeoutToSendFrame() {
+  m_run.waitWhileRunning(m_epoch.frameSentTimeStamp() + FRAME_US - GnssUtils::getMicrosecDuration(0));
+}
+
+bool ReceiverMode::isNoCommunication() const {
   if (m_antenna.isRadioSilent()) return false;
   const int64_t threshold = noCommunicationThreshold();
   const int64_t latest = std::max({m_epoch.lastNmeaTime(), m_last_ublox_time, m_connect_time_us});
@@ -191,20 +249,20 @@ bool GPSDClient::isNoCommunication() const {
 
 /// A sequence that is still looking for the receiver hunts the baud rate by its own time-outs. On a confirmed
 /// port the receiver gets time to answer a command that is sent again.
-int64_t GPSDClient::noCommunicationThreshold() const {
+int64_t ReceiverMode::noCommunicationThreshold() const {
   if (m_ublox_config.isInitialised() || m_ublox_config.isStopped()) return m_frame_period_us;
   return m_ublox_config.isPortConfirmed() ? SEQUENCE_SILENCE_US : NEVER;
 }
 
-void GPSDClient::deviceGone() {
+void ReceiverMode::deviceGone() {
   // A device that comes and goes without any data is logged once.
   const bool worked = m_data_time_us > m_connect_time_us;
   if (!std::exchange(m_device_gone_logged, true) || worked) {
-    LOG.warning("receiver device ", logging::escaped(m_device_path),
+    LOG.warning("receiver device ", logging::escaped(m_unit.devicePath()),
                 " went away; trying to open it every second");
   }
   m_earliest_open_us = m_connect_time_us + REOPEN_US;
-  disconnect();
+  disconnect(CloseReason::DEVICE_GONE);
 }
 
 }  // namespace ecu::koru::gpspub

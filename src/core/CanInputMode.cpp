@@ -1,0 +1,69 @@
+#include "core/CanInputMode.h"
+
+#include <array>
+#include <functional>
+#include <utility>
+
+#include "nmea/GnssInfo.h"
+#include "publish/StatusSignals.h"
+#include "wire/ServiceLog.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+constexpr int QOS = 0;
+
+// In the order of subscription.
+const std::array<std::reference_wrapper<const std::string>, 5> ICAN_TOPICS{
+    GnssIcanObserver::topic_vp1_base, GnssIcanObserver::topic_vp2_base, GnssIcanObserver::topic_vds_base,
+    GnssIcanObserver::topic_timedate_var6, GnssIcanObserver::topic_p2c1_base};
+
+}  // namespace
+
+CanInputMode::CanInputMode(std::shared_ptr<com::ITransportClient> transport, const RunControl& run,
+                           FixPublisher& publisher)
+    : m_transport_client(std::move(transport)),
+      m_run(run),
+      m_publisher(publisher),
+      m_gnss_ican_observer(std::make_shared<GnssIcanObserver>([&run] { return run.inMode(); })) {}
+
+void CanInputMode::runIcan() {
+  m_gnss_ican_observer->restart();
+  subscribeIcanMessages();
+  while (m_run.inMode()) {
+    m_run.passBegins();
+    const bool time_out = m_gnss_ican_observer->timeoutToSendFrame();
+    if (!m_run.inMode()) break;
+    const int32_t status = m_gnss_ican_observer->getGnssInfoStatus();
+    m_run.reportStatus(m_publisher.isConnected(), true, status);
+    sendFrameUsingIcan();
+    if (GnssUtils::debugIt(logflag::CONNECTION)) {
+      LOG.detail("runIcan time_out ", time_out, " gnss_status ", status, " m_comm_retries ", m_comm_retries);
+    }
+    publishModuleErrorMessage(*m_transport_client, false);
+    m_comm_retries = time_out ? m_comm_retries + 1 : 0;
+  }
+}
+
+void CanInputMode::subscribeIcanMessages() {
+  for (const std::string& topic : ICAN_TOPICS) {
+    m_transport_client->subscribe(topic, m_gnss_ican_observer, QOS);
+  }
+}
+
+void CanInputMode::unsubscribeIcanMessages() {
+  for (const std::string& topic : ICAN_TOPICS) m_transport_client->unsubscribe(topic);
+}
+
+void CanInputMode::sendFrameUsingIcan() {
+  // Dates are not queued while the broker is away.
+  GnssInfo info = m_gnss_ican_observer->takeGnssInfo();
+  if (m_publisher.isConnected()) {
+    if (m_run.isRunning()) m_publisher.publishGnssData(info, m_no_sentences);
+  } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
+    LOG.detail("DATA TO PUBLISH BUT NO MQTT ");
+  }
+}
+
+}  // namespace ecu::koru::gpspub
