@@ -46,14 +46,14 @@ namespace ubx {
 inline constexpr Checksum PLACEHOLDER{0xFF, 0xFF};
 
 /// CFG-PRT for UART 1: mode 8N1, input UBX, NMEA and RTCM, output UBX and NMEA, baud rate in bytes 8 to 11.
-template <uint32_t BAUD>
-constexpr UbxCommand configureBaudrate(std::string_view name) {
+constexpr UbxCommand configureBaudrate(std::string_view name, uint32_t baud) {
   // clang-format off
-  return {name, CFG, CFG_PRT, {0x92, 0xB5},
-          0x01, 0x00, 0x00, 0x00,  0xC0, 0x08, 0x00, 0x00,
-          BAUD & 0xFF, BAUD >> 8 & 0xFF, BAUD >> 16 & 0xFF, BAUD >> 24 & 0xFF,
-          0x07, 0x00,  0x03, 0x00,  0x00, 0x00, 0x00, 0x00};
+  UbxCommand command{name, CFG, CFG_PRT, {0x92, 0xB5},
+      0x01, 0x00, 0x00, 0x00,  0xC0, 0x08, 0x00, 0x00,  0x00, 0x00, 0x00, 0x00,
+      0x07, 0x00,  0x03, 0x00,  0x00, 0x00, 0x00, 0x00};
   // clang-format on
+  store(command.payload, 8, baud);
+  return command;
 }
 
 /// CFG-MSG: one message every `rate` solutions on UART 1 and SPI. With 0 it is off on all ports.
@@ -88,11 +88,11 @@ inline constexpr UbxCommand DISABLE_ANTENNA_POWER2{"CFG-ANT clear", CFG, CFG_ANT
 /// Flags: as above with supply control on, and automatic recovery.
 inline constexpr UbxCommand ENABLE_ANTENNA_POWER  {"CFG-ANT on",    CFG, CFG_ANT, {0xE5, 0xE2},  0x1F, 0x00,  0xF0, 0xB9};
 
-inline constexpr UbxCommand BAUDRATE_9600   = configureBaudrate<9600>  ("CFG-PRT 9600");
-inline constexpr UbxCommand BAUDRATE_19200  = configureBaudrate<19200> ("CFG-PRT 19200");
-inline constexpr UbxCommand BAUDRATE_38400  = configureBaudrate<38400> ("CFG-PRT 38400");
-inline constexpr UbxCommand BAUDRATE_57600  = configureBaudrate<57600> ("CFG-PRT 57600");
-inline constexpr UbxCommand BAUDRATE_115200 = configureBaudrate<115200>("CFG-PRT 115200");
+inline constexpr UbxCommand BAUDRATE_9600   = configureBaudrate("CFG-PRT 9600", 9600);
+inline constexpr UbxCommand BAUDRATE_19200  = configureBaudrate("CFG-PRT 19200", 19200);
+inline constexpr UbxCommand BAUDRATE_38400  = configureBaudrate("CFG-PRT 38400", 38400);
+inline constexpr UbxCommand BAUDRATE_57600  = configureBaudrate("CFG-PRT 57600", 57600);
+inline constexpr UbxCommand BAUDRATE_115200 = configureBaudrate("CFG-PRT 115200", 115200);
 
 /// version 0, duration indefinite, flags backup and force, no wake-up sources.
 inline constexpr UbxCommand RECEIVER_STANDBY{"RXM-PMREQ standby", RXM, RXM_PMREQ, {0x59, 0x4B},

@@ -3,10 +3,9 @@
 namespace ecu::koru::gpspub::ubx {
 
 std::string frame(uint8_t cls, uint8_t id, std::span<const uint8_t> payload, const Checksum& stored) {
-  const auto length = payload.size();
-  std::string bytes{static_cast<char>(0xB5),          static_cast<char>(0x62),
-                    static_cast<char>(cls),           static_cast<char>(id),
-                    static_cast<char>(length & 0xFF), static_cast<char>(length >> 8 & 0xFF)};
+  std::array<uint8_t, HEADER_LEN> header{SYNC_1, SYNC_2, cls, id};
+  store(header, LENGTH_OFFSET, static_cast<uint16_t>(payload.size()));
+  std::string bytes(header.begin(), header.end());
   bytes.append(payload.begin(), payload.end());
   bytes.append(stored.begin(), stored.end());
   return bytes;

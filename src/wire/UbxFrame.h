@@ -1,12 +1,11 @@
 #pragma once
 
 #include <array>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <span>
 #include <string>
-#include <string_view>
 
 namespace ecu::koru::gpspub {
 
@@ -37,11 +36,16 @@ inline constexpr uint8_t MON_VER = 0x04;
 inline constexpr uint8_t MON_HW = 0x09;
 inline constexpr uint8_t MON_GNSS = 0x28;
 
+// A frame is sync, class, id, payload length, payload and checksum. Numbers are little-endian.
+inline constexpr uint8_t SYNC_1 = 0xB5;
+inline constexpr uint8_t SYNC_2 = 0x62;
 inline constexpr size_t SYNC_LEN = 2;
-inline constexpr size_t HEADER_LEN = 6;    // sync, class, id, payload length
-inline constexpr size_t OVERHEAD_LEN = 8;  // header and checksum
+inline constexpr size_t CLASS_OFFSET = 2;
+inline constexpr size_t ID_OFFSET = 3;
 inline constexpr size_t LENGTH_OFFSET = 4;
+inline constexpr size_t HEADER_LEN = 6;
 inline constexpr size_t CHECKSUM_LEN = 2;
+inline constexpr size_t OVERHEAD_LEN = HEADER_LEN + CHECKSUM_LEN;
 
 // These return a little-endian number at an offset of a payload. Bytes beyond its end read as 0, so that a
 // length that was not checked cannot reach foreign memory.
@@ -53,6 +57,17 @@ inline constexpr size_t CHECKSUM_LEN = 2;
 }
 [[nodiscard]] constexpr uint32_t u32(std::span<const uint8_t> payload, size_t at) {
   return u16(payload, at) | uint32_t{u16(payload, at + 2)} << 16;
+}
+
+/// Stores an unsigned number at an offset of a payload. Bytes beyond its end are dropped.
+constexpr void store(std::span<uint8_t> payload, size_t at, std::unsigned_integral auto value) {
+  for (size_t i = 0; i < sizeof value && at + i < payload.size(); ++i)
+    payload[at + i] = static_cast<uint8_t>(value >> 8 * i);
+}
+
+/// Returns the length of the whole frame that begins with a header.
+[[nodiscard]] constexpr size_t frameLength(std::span<const uint8_t> header) {
+  return u16(header, LENGTH_OFFSET) + OVERHEAD_LEN;
 }
 
 /// The two checksum bytes of a frame, in their order.
@@ -70,8 +85,8 @@ class UbxFrame {
   /// `bytes` is the whole frame, sync to checksum.
   explicit UbxFrame(std::span<const uint8_t> bytes) : m_bytes(bytes) {}
 
-  [[nodiscard]] uint8_t cls() const { return ubx::u8(m_bytes, 2); }
-  [[nodiscard]] uint8_t id() const { return ubx::u8(m_bytes, 3); }
+  [[nodiscard]] uint8_t cls() const { return ubx::u8(m_bytes, ubx::CLASS_OFFSET); }
+  [[nodiscard]] uint8_t id() const { return ubx::u8(m_bytes, ubx::ID_OFFSET); }
   [[nodiscard]] std::span<const uint8_t> payload() const {
     return m_bytes.size() < ubx::OVERHEAD_LEN
                ? std::span<const uint8_t>()
