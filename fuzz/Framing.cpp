@@ -115,7 +115,7 @@ struct SpiBus {
   static constexpr int64_t MAX_PASS_NS = 800'000'000;  // a wait, and what is read before a message goes out
 
   Wire* wire = new Wire;  // owned by the input
-  SPI input{std::unique_ptr<ISpiDevice>(wire)};
+  SPI input{std::unique_ptr<IDeviceFiles>(wire)};
   Ledger ledger{input};
 
   SpiBus() { input.setGnssDeviceName(std::string(SPI::DEVICE)); }

@@ -1,6 +1,7 @@
 #include "input/SPI.h"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -27,15 +28,13 @@ constexpr int DUMP_GROUP = 10;
 /// A receiver keeps far fewer while nobody reads.
 constexpr int MAX_OLD_BLOCKS = 40;
 
+constexpr unsigned long TIMER_SLACK_NS = 1'000'000;
 constexpr int64_t NS_PER_US = 1'000;
 constexpr int64_t SHORTEST_PAUSE_NS = 10'000'000;
 constexpr int64_t GONE_NS = 1'000'000'000;
 constexpr int64_t FAILURE_FORGOTTEN_NS = 10'000'000'000;
 /// A receiver at work announces something every second.
 constexpr int64_t LINE_SILENT_NS = 2'000'000'000;
-/// A line that was just exported belongs to root until a udev rule gives it to the service's group.
-constexpr int64_t PERMISSION_NS = 500'000'000;
-constexpr int64_t PERMISSION_STEP_NS = 10'000'000;
 /// Reading kept bytes over a slow bus must not hold up a stop.
 constexpr int64_t MAX_CATCH_UP_NS = 500'000'000;
 
@@ -53,7 +52,11 @@ bool isIdle(std::span<const unsigned char> bytes) {
 
 }  // namespace
 
-SPI::SPI(std::unique_ptr<ISpiDevice> device)
+SPI::SPI() : SPI(std::make_unique<DeviceFiles>()) {
+  (void)::prctl(PR_SET_TIMERSLACK, TIMER_SLACK_NS);
+}
+
+SPI::SPI(std::unique_ptr<IDeviceFiles> device)
     : SerialInput(nullptr),
       m_device(std::move(device)),
       m_tx_buffer(static_cast<size_t>(m_spi_buffer_size), IDLE),
@@ -110,65 +113,39 @@ void SPI::dropDeviceInput() {
 /// Logs a failure once, however many connects it lasts.
 void SPI::configureGpioTxRdy() {
   closeGpioTxRdy();
-  const bool tell = !m_gpio_failure_logged;
-  m_fd_gpio_txrdy = m_device->open(m_gpio_value_path, O_RDONLY);
-  if (m_fd_gpio_txrdy < 0) {
-    if (tell) LOG.notice("Path not configured. Error to open ", m_gpio_value_path);
-    exportGpio(tell);
-    m_fd_gpio_txrdy = openExported(m_gpio_value_path, O_RDONLY);
-    if (m_fd_gpio_txrdy < 0 && tell) LOG.error("Error to open ", m_gpio_value_path, " errno = ", errno);
+  const bool log = !m_gpio_failure_logged;
+  if (m_gpio.openValue(O_RDONLY) < 0) {
+    if (log) LOG.notice("Path not configured. Error to open ", m_gpio.valuePath());
+    exportGpio(log);
+    const bool opened = m_gpio.openValue(O_RDONLY) >= 0;
+    if (!opened && log) LOG.error("Error to open ", m_gpio.valuePath(), " errno = ", errno);
   }
-  const bool is_input = writeSetting(m_gpio_direction_path, IN, tell);
-  const bool has_edge = writeSetting(m_gpio_edge_path, FALLING, tell);
+  const bool is_input = writeSetting(m_gpio.directionPath(), {IN, sizeof IN}, log);
+  const bool has_edge = writeSetting(m_gpio.edgePath(), {FALLING, sizeof FALLING}, log);
   if (!is_input || !has_edge) closeGpioTxRdy();
-  m_gpio_failure_logged = m_fd_gpio_txrdy < 0;
+  m_gpio_failure_logged = m_gpio.fd() < 0;
 }
 
-void SPI::exportGpio(bool tell) {
-  const int fd = m_device->open("/sys/class/gpio/export", O_WRONLY);
-  if (fd < 0) {
-    if (tell) LOG.error("Error to open /sys/class/gpio/export. errno = ", errno);
-    return;
+void SPI::exportGpio(bool log) {
+  const auto result = m_gpio.exportLine();
+  if (result == GpioLine::Result::DONE) {
+    m_gpio.beginPermissionWait();
+  } else if (log && result == GpioLine::Result::NOT_OPENED) {
+    LOG.error("Error to open /sys/class/gpio/export. errno = ", errno);
+  } else if (log) {
+    LOG.error("Error writing ", m_gpio_number, " to sys/class/gpio/export. errno = ", errno);
   }
-  if (m_device->write(fd, m_gpio_name.data(), m_gpio_name.size()) >= 0) {
-    m_permission_end_ns = nowNs() + PERMISSION_NS;
-  } else if (tell) {
-    LOG.error("Error writing ", m_gpio_name, " to sys/class/gpio/export. errno = ", errno);
-  }
-  m_device->close(fd);
-}
-
-/// Opens one of the line's files. Waits for permission only after an export.
-int SPI::openExported(const std::string& path, int flags) const {
-  int fd = m_device->open(path, flags);
-  while (fd < 0 && errno == EACCES && nowNs() < m_permission_end_ns) {
-    time_source().sleep_ns(PERMISSION_STEP_NS);
-    fd = m_device->open(path, flags);
-  }
-  return fd;
 }
 
 /// The log record says "in" for the edge as well.
-bool SPI::writeSetting(const std::string& path, std::span<const char> value, bool tell) const {
-  const int fd = openExported(path, O_RDWR);
-  const bool written = fd >= 0 && m_device->write(fd, value.data(), value.size()) >= 0;
-  if (!written && tell) LOG.error("Error writing 'in' to ", path, " errno = ", errno);
-  if (fd >= 0) m_device->close(fd);
+bool SPI::writeSetting(const std::string& path, std::string_view value, bool log) {
+  const bool written = m_gpio.writeSetting(path, value) == GpioLine::Result::DONE;
+  if (!written && log) LOG.error("Error writing 'in' to ", path, " errno = ", errno);
   return written;
 }
 
 void SPI::closeGpioTxRdy() {
-  if (m_fd_gpio_txrdy >= 0 && m_device->close(m_fd_gpio_txrdy) < 0)
-    LOG.error("close error ", m_gpio_value_path, " errno = ", errno);
-  m_fd_gpio_txrdy = -1;
-}
-
-int SPI::readGpioTxRdyPin() {
-  char level = 0;
-  if (m_fd_gpio_txrdy < 0) return -1;
-  (void)m_device->rewind(m_fd_gpio_txrdy);  // a failure shows in the read below
-  if (m_device->read(m_fd_gpio_txrdy, &level, 1) != 1) return -1;
-  return level == '0' || level == '1' ? level - '0' : -1;
+  if (m_gpio.closeValue() < 0) LOG.error("close error ", m_gpio.valuePath(), " errno = ", errno);
 }
 
 void SPI::setTxReadyCheck(bool on) {
@@ -233,7 +210,7 @@ bool SPI::waitTxReady(int slice_us) {
   const int64_t begin_ns = nowNs();
   const int level = readGpioTxRdyPin();
   if (level > 0 && begin_ns - m_line_active_ns >= LINE_SILENT_NS) return probeSilentLine();
-  const int ret = level > 0 ? m_device->waitException(m_fd_gpio_txrdy, slice_us) : level;
+  const int ret = level > 0 ? m_gpio.waitForEdge(slice_us) : level;
   if (ret < 0 && (level < 0 || errno != EINTR)) {
     loseLine("it cannot be read");
     return false;
@@ -242,7 +219,7 @@ bool SPI::waitTxReady(int slice_us) {
   if (ready) m_line_active_ns = nowNs();
   if (GnssUtils::debugIt(logflag::WAITING)) {
     LOG.detail("  SPI select Waiting ret = ", ret, " m_ublox_txrdy_configured = ", m_ublox_txrdy_configured,
-               " hasGpioTxRdyControl = ", m_has_gpio_txrdy_control, " m_fd_gpio_txrdy = ", m_fd_gpio_txrdy,
+               " hasGpioTxRdyControl = ", m_has_gpio_txrdy_control, " m_fd_gpio_txrdy = ", m_gpio.fd(),
                " diff_us ", (nowNs() - begin_ns) / NS_PER_US);
   }
   return ready;
@@ -257,7 +234,7 @@ bool SPI::probeSilentLine() {
 }
 
 void SPI::loseLine(const char* why) {
-  if (m_fd_gpio_txrdy >= 0) LOG.warning("TX-ready line ", m_gpio_value_path, " lost: ", why);
+  if (m_gpio.fd() >= 0) LOG.warning("TX-ready line ", m_gpio.valuePath(), " lost: ", why);
   closeGpioTxRdy();
   setTxReadyCheck(false);
 }

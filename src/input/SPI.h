@@ -1,5 +1,7 @@
 #pragma once
 
+#include <linux/spi/spidev.h>
+
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -7,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "input/GpioLine.h"
 #include "input/SerialInput.h"
-#include "input/SpiDevice.h"
 
 namespace ecu::koru::gpspub {
 
@@ -27,7 +29,10 @@ class SPI final : public SerialInput {
   /// The path of a receiver on this bus.
   static constexpr std::string_view DEVICE = "/dev/spidev2.0";
 
-  explicit SPI(std::unique_ptr<ISpiDevice> device = std::make_unique<SpiDevice>());
+  /// Uses the real bus. Lets waits and sleeps of its thread, the service's, end up to a millisecond late.
+  /// With the kernel's usual slack, slices of 10 ms would wake the service more than 100 times a second.
+  SPI();
+  explicit SPI(std::unique_ptr<IDeviceFiles> device);
   ~SPI() override;
   SPI(const SPI&) = delete;
   SPI& operator=(const SPI&) = delete;
@@ -41,13 +46,12 @@ class SPI final : public SerialInput {
   /// Receiver control switches this on if the receiver uses the line and the line works.
   void setTxReadyCheck(bool on) override;
   /// Returns the line's level, or -1 if it cannot be read.
-  [[nodiscard]] int readGpioTxRdyPin() override;
+  [[nodiscard]] int readGpioTxRdyPin() override { return m_gpio.level(); }
 
  private:
   void configureGpioTxRdy();
-  void exportGpio(bool tell);
-  [[nodiscard]] int openExported(const std::string& path, int flags) const;
-  [[nodiscard]] bool writeSetting(const std::string& path, std::span<const char> value, bool tell) const;
+  void exportGpio(bool log);
+  [[nodiscard]] bool writeSetting(const std::string& path, std::string_view value, bool log);
   void closeGpioTxRdy();
   void dropDeviceInput();
 
@@ -70,20 +74,15 @@ class SPI final : public SerialInput {
   static constexpr int m_spi_block = 400;
   static constexpr int m_gpio_number = 124;
 
-  const std::unique_ptr<ISpiDevice> m_device;
-  int m_fd_gpio_txrdy = -1;
+  const std::unique_ptr<IDeviceFiles> m_device;
   std::vector<unsigned char> m_tx_buffer;
   std::vector<unsigned char> m_rx_buffer;
   spi_ioc_transfer m_transfer{};          // the driver's defaults but for buffers and length
   bool m_ublox_txrdy_configured = false;  // as receiver control says
   bool m_has_gpio_txrdy_control = false;  // waiting() uses the line
-  const std::string m_gpio_name = std::to_string(m_gpio_number);
-  const std::string m_gpio_direction_path = "/sys/class/gpio/gpio" + m_gpio_name + "/direction";
-  const std::string m_gpio_edge_path = "/sys/class/gpio/gpio" + m_gpio_name + "/edge";
-  const std::string m_gpio_value_path = "/sys/class/gpio/gpio" + m_gpio_name + "/value";
+  GpioLine m_gpio{*m_device, std::to_string(m_gpio_number)};
 
   bool m_gpio_failure_logged = false;  // the last set-up failed
-  int64_t m_permission_end_ns = 0;     // end of the wait after an export
   int64_t m_line_active_ns = 0;        // last announcement, probe or switch of control
   int64_t m_slice_end_ns = 0;
   int64_t m_first_failure_ns = 0;  // start of an unbroken run; 0: the last transfer worked

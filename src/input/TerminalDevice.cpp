@@ -3,12 +3,13 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
-#include <sys/select.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "input/SelectOne.h"
 
 namespace ecu::koru::gpspub {
 
@@ -51,27 +52,11 @@ ssize_t TerminalDevice::write(int fd, const void* data, size_t len) {
 }
 
 int TerminalDevice::waitReadable(int fd, int timeout_us) {
-  if (fd < 0 || fd >= FD_SETSIZE) {
-    errno = EBADF;
-    return -1;
-  }
-  fd_set readable;
-  FD_ZERO(&readable);
-  FD_SET(fd, &readable);
-  timeval timeout{0, timeout_us};
-  return ::select(fd + 1, &readable, nullptr, nullptr, &timeout);
+  return selectOne(fd, SelectFor::READING, timeout_us);
 }
 
 bool TerminalDevice::isWritable(int fd) {
-  if (fd < 0 || fd >= FD_SETSIZE) {
-    errno = EBADF;
-    return false;
-  }
-  fd_set writable;
-  FD_ZERO(&writable);
-  FD_SET(fd, &writable);
-  timeval now{0, 0};
-  const int ready = ::select(fd + 1, nullptr, &writable, nullptr, &now);
+  const int ready = selectOne(fd, SelectFor::WRITING, 0);
   if (ready == 0) errno = EAGAIN;
   return ready > 0;
 }

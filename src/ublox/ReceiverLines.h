@@ -1,9 +1,9 @@
 #pragma once
 
-#include <sys/types.h>
-
+#include <memory>
 #include <string>
-#include <string_view>
+
+#include "input/DeviceFiles.h"
 
 namespace ecu::koru::gpspub {
 
@@ -23,11 +23,8 @@ class ReceiverLines {
   void hardwareResetUblox() const;
 
  private:
-  void exportLine(const std::string& gpio) const;
-  static void writeSetting(const std::string& path, const std::string& value);
-  [[nodiscard]] std::string valuePath(std::string_view gpio) const;
-
-  const bool m_is_n2;
+  std::unique_ptr<IDeviceFiles> m_files = std::make_unique<DeviceFiles>();
+  const std::string m_reset_line;
   const std::string m_root;
 };
 

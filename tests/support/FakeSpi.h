@@ -16,7 +16,7 @@
 namespace test {
 
 /// The SPI bus and the files of the TX-ready line, with fields to set them up and observe them.
-class FakeSpi : public ecu::koru::gpspub::ISpiDevice {
+class FakeSpi : public ecu::koru::gpspub::IDeviceFiles {
  public:
   static inline const std::string EXPORT = "/sys/class/gpio/export";
   static inline const std::string LINE = "/sys/class/gpio/gpio124/";

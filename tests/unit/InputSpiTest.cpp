@@ -38,7 +38,7 @@ struct ToldReceiver final : test::FakeSpi {
 struct Bus {
   VirtualTime time;
   ToldReceiver* wire = new ToldReceiver;  // owned by the input
-  SPI input{std::unique_ptr<ISpiDevice>(wire)};
+  SPI input{std::unique_ptr<IDeviceFiles>(wire)};
 
   Bus() {
     set_time_source(&time);

@@ -1,19 +1,20 @@
 #pragma once
 
-#include <linux/spi/spidev.h>
 #include <sys/types.h>
 
 #include <cstddef>
 #include <string>
 
+struct spi_ioc_transfer;
+
 namespace ecu::koru::gpspub {
 
-/// The seam to the SPI device and to the files of a processor line. Each operation is one operating-system
+/// The seam to the SPI device and to the files of the processor lines. Each operation is one operating-system
 /// call with its result and errno. A read, write or transfer that a signal interrupts is repeated. The tests
 /// have their own version. Service thread only.
-class ISpiDevice {
+class IDeviceFiles {
  public:
-  virtual ~ISpiDevice() = default;
+  virtual ~IDeviceFiles() = default;
   /// Returns the descriptor or -1.
   virtual int open(const std::string& path, int flags) = 0;
   virtual int close(int fd) = 0;
@@ -24,15 +25,12 @@ class ISpiDevice {
   /// Waits with select() for an exceptional condition, at most `timeout_us` (below a second). Returns 1 if
   /// there is one, 0 on time-out, -1 on error. On a line's value file it is an edge since the last read.
   virtual int waitException(int fd, int timeout_us) = 0;
-  /// Makes one full-duplex transfer (SPI_IOC_MESSAGE(1)). Returns the number of bytes or -1.
+  /// Makes one full-duplex transfer on an SPI device (SPI_IOC_MESSAGE(1)). Returns the number of bytes or -1.
   virtual int transfer(int fd, spi_ioc_transfer& record) = 0;
 };
 
-/// The constructor lets waits and sleeps of its thread, the service's, end up to a millisecond late. With the
-/// kernel's usual slack, slices of 10 ms would wake the service more than 100 times a second.
-class SpiDevice final : public ISpiDevice {
+class DeviceFiles final : public IDeviceFiles {
  public:
-  SpiDevice();
   int open(const std::string& path, int flags) override;
   int close(int fd) override;
   ssize_t read(int fd, void* data, size_t max) override;
