@@ -5,6 +5,7 @@
 
 #include "fuzz/FuzzTarget.h"
 #include "input/SPI.h"
+#include "input/SerialInput.h"
 #include "support/FakeSpi.h"
 #include "support/FakeTerminal.h"
 #include "support/Frames.h"
@@ -20,16 +21,20 @@ constexpr size_t OVER_LONG = 4096;
 constexpr size_t UBX_OVERHEAD = 8;
 
 /// Checks an item, given as the receiver sent it.
-void check_item(std::string_view sent) {
+void check_item(ItemKind kind, std::string_view sent) {
   const auto* const bytes = reinterpret_cast<const unsigned char*>(sent.data());
-  if (bytes[0] == 0xB5) {
+  if (kind == ItemKind::UBX_FRAME) {
     require(sent.size() >= UBX_OVERHEAD, "a UBX item has a header");
     const std::string whole = test::ubx(bytes[2], bytes[3], sent.substr(6, sent.size() - UBX_OVERHEAD));
     require(sent == whole, "a UBX item has its length and its checksum");
     return;
   }
   require(bytes[0] == '$', "an item is a sentence or a UBX message");
-  if (sent.size() > OVER_LONG) return;  // handed on as it is, for validation to reject
+  if (kind == ItemKind::OVER_LONG) {  // handed on as it is, for validation to reject
+    require(sent.size() > OVER_LONG, "an over-long item is long");
+    return;
+  }
+  require(kind == ItemKind::NMEA_LINE, "an item has a kind");
   require(sent.ends_with("\r\n"), "a sentence ends with CR LF");
   require(
       std::all_of(sent.begin(), sent.end() - 1, [](char c) { return (c >= 0x20 && c <= 0x7E) || c == '\r'; }),
@@ -41,8 +46,9 @@ void check_item(std::string_view sent) {
 }
 
 /// Accounts for the bytes that an input took from its device.
+template <typename Source>
 struct Ledger {
-  SerialInput& input;
+  Source& input;
   size_t consumed = 0;
 
   /// Reads once. `taken` returns all bytes that the input has taken so far.
@@ -52,7 +58,7 @@ struct Ledger {
     const std::string_view all = taken();
     const auto held = static_cast<size_t>(input.getBytesWaiting());
     const auto discarded = static_cast<size_t>(input.bytesDiscarded());
-    require(held <= SerialInput::INPUT_BUFFER_SIZE, "the buffer holds what fits");
+    require(held <= ReceiveBuffer::INPUT_BUFFER_SIZE, "the buffer holds what fits");
     require(all.size() == consumed + discarded + held, "every byte is handed on, discarded or held");
     if (!framed) return;
     const auto length = static_cast<size_t>(input.getMessageLength());
@@ -60,7 +66,7 @@ struct Ledger {
     std::string item(reinterpret_cast<const char*>(input.getBuffer()), length);
     if (item.back() == '\0' && item[0] == '$') item.back() = '\n';
     require(item == all.substr(consumed + discarded, length), "an item is what was sent");
-    check_item(item);
+    check_item(input.getItemKind(), item);
     consumed += length;
   }
 };
@@ -68,7 +74,7 @@ struct Ledger {
 struct Port {
   test::FakeTerminal* line = new test::FakeTerminal;  // owned by the input
   SerialInput input{std::unique_ptr<ITerminalDevice>(line)};
-  Ledger ledger{input};
+  Ledger<SerialInput> ledger{input};
   std::string sent;
 
   void feed(std::string_view piece) {
@@ -116,7 +122,7 @@ struct SpiBus {
 
   Wire* wire = new Wire;  // owned by the input
   SPI input{std::unique_ptr<IDeviceFiles>(wire)};
-  Ledger ledger{input};
+  Ledger<SPI> ledger{input};
 
   SpiBus() { input.setGnssDeviceName(std::string(SPI::DEVICE)); }
 
@@ -140,7 +146,7 @@ struct SpiBus {
   }
   /// Reads until nothing is left. A line stuck at "ready" never shows that, so the passes are limited then.
   void pump(bool answers) {
-    const size_t most = 2 * (wire->says.size() + SerialInput::INPUT_BUFFER_SIZE);
+    const size_t most = 2 * (wire->says.size() + ReceiveBuffer::INPUT_BUFFER_SIZE);
     for (size_t passes = 0; !input.isDeviceGone() && pass(answers); ++passes) {
       if (wire->line_stuck == '0' && wire->says.empty() && passes > 50) return;
       require(passes <= most, "reading ends");

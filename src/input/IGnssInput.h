@@ -4,6 +4,9 @@
 
 namespace ecu::koru::gpspub {
 
+/// Framing says once what an item is. An over-long item is all bytes held: a "$" without the end of its line.
+enum class ItemKind { NONE, NMEA_LINE, UBX_FRAME, OVER_LONG };
+
 /// The source of the receiver's bytes. It owns one receive buffer. read() fills it and frames at most one
 /// NMEA line or UBX message, which stays valid until the next read(). Service thread only.
 class IGnssInput {
@@ -30,7 +33,7 @@ class IGnssInput {
   [[nodiscard]] virtual bool isConnected() = 0;
   /// Moves on to the next speed to try; it takes effect at the next connect().
   virtual void tryNextBaudRate() = 0;
-  /// Returns the speed in bit/s.
+  /// Returns the speed in bit/s, but 9600 for 4800.
   [[nodiscard]] virtual unsigned int getBaudRate() = 0;
   /// Returns the items framed, counted on from setLinesReceived().
   [[nodiscard]] virtual int getLinesReceived() = 0;
@@ -38,6 +41,8 @@ class IGnssInput {
   virtual void setTxReadyCheck(bool /*on*/) {}
   [[nodiscard]] virtual int readGpioTxRdyPin() { return 0; }
 
+  /// Returns what was framed. A UBX frame is complete and has the right checksum.
+  [[nodiscard]] virtual ItemKind getItemKind() = 0;
   /// Returns the bytes held in the buffer, including the framed item.
   [[nodiscard]] virtual int getBytesWaiting() = 0;
   /// Empties the buffer. The next connect() also drops the bytes that the device has received.

@@ -23,8 +23,6 @@ constexpr int LONGEST_POLL_SLICE_US = 100'000;
 constexpr int POLL_TRANSFER_US = 8'000;  // part of a slice kept for the transfer
 constexpr unsigned FAILURES_PER_LOG = 32;
 constexpr int MAX_ONE_LINE_DUMP = 30;
-constexpr int DUMP_LINE = 50;
-constexpr int DUMP_GROUP = 10;
 /// A receiver keeps far fewer while nobody reads.
 constexpr int MAX_OLD_BLOCKS = 40;
 
@@ -57,8 +55,7 @@ SPI::SPI() : SPI(std::make_unique<DeviceFiles>()) {
 }
 
 SPI::SPI(std::unique_ptr<IDeviceFiles> device)
-    : SerialInput(nullptr),
-      m_device(std::move(device)),
+    : m_device(std::move(device)),
       m_tx_buffer(static_cast<size_t>(m_spi_buffer_size), IDLE),
       m_rx_buffer(static_cast<size_t>(m_spi_buffer_size), IDLE) {
   m_transfer.tx_buf = reinterpret_cast<uintptr_t>(m_tx_buffer.data());
@@ -66,7 +63,7 @@ SPI::SPI(std::unique_ptr<IDeviceFiles> device)
 }
 
 SPI::~SPI() {
-  SPI::disconnect();
+  disconnect();
   closeGpioTxRdy();
 }
 
@@ -74,8 +71,9 @@ SPI::~SPI() {
 
 bool SPI::connect() {
   static unsigned open_failures = 0;
-  SPI::disconnect();
-  beginConnection();
+  disconnect();
+  m_device_gone = false;
+  m_received.forgetUnpacedBytes();
   configureGpioTxRdy();
   if (GnssUtils::debugIt(logflag::CONNECTION)) LOG.detail("SPI connect to ", logging::escaped(m_gnss_device));
   m_fd_serial = m_device->open(m_gnss_device, O_RDWR);
@@ -94,10 +92,15 @@ bool SPI::connect() {
 
 void SPI::disconnect() {
   setTxReadyCheck(false);
-  if (m_device_gone) m_drop_device_input = true;  // the receiver goes on collecting bytes
+  if (isDeviceGone()) m_drop_device_input = true;
   if (m_fd_serial == -1) return;
   m_device->close(m_fd_serial);
   m_fd_serial = -1;
+}
+
+void SPI::clearBuffer() {
+  m_received.clear();
+  m_drop_device_input = true;
 }
 
 void SPI::dropDeviceInput() {
@@ -163,7 +166,7 @@ bool SPI::waiting(int timeout_us) {
   int slave_timeout_us = timeout_us / count;
   if (!control && slave_timeout_us > POLL_TRANSFER_US) slave_timeout_us -= POLL_TRANSFER_US;
   bool ret = false;
-  for (int i = 0; i < count && !ret && !m_device_gone; ++i) ret = waitingSlave(slave_timeout_us);
+  for (int i = 0; i < count && !ret && !isDeviceGone(); ++i) ret = waitingSlave(slave_timeout_us);
   if (GnssUtils::debugIt(logflag::START_UP)) {
     LOG.detail("SPI::waiting  hasGpioTxRdyControl() ", m_has_gpio_txrdy_control, " count ", count,
                " slave_timeout_us ", slave_timeout_us, " ret ", ret);
@@ -173,10 +176,11 @@ bool SPI::waiting(int timeout_us) {
 
 bool SPI::waitingSlave(int slice_us) {
   m_slice_end_ns = nowNs() + slice_us * NS_PER_US;
-  if (m_bytes_waiting != m_bytes_read) {
+  const int held = m_received.bytesWaiting();
+  if (held != m_received.bytesRead()) {
     if (GnssUtils::debugIt(logflag::WAITING_HELD)) {
-      LOG.detail("\t\t\tSPI::waitingSlave. Bytes to process ", m_bytes_waiting - m_bytes_read,
-                 " bytes_waiting ", m_bytes_waiting);
+      LOG.detail("\t\t\tSPI::waitingSlave. Bytes to process ", held - m_received.bytesRead(),
+                 " bytes_waiting ", held);
     }
     return true;
   }
@@ -193,14 +197,14 @@ bool SPI::pollSlave() {
   const int64_t SPI_read_time_us = (nowNs() - begin_ns) / NS_PER_US;
   if (isIdle(received(res))) {
     if (GnssUtils::debugIt(logflag::WAITING)) {
-      LOG.detail("waitingSlave() m_bytes_waiting ", m_bytes_waiting, " and 0xFF. res = ", res);
+      LOG.detail("waitingSlave() m_bytes_waiting ", m_received.bytesWaiting(), " and 0xFF. res = ", res);
     }
     sleepRestOfSlice(0);
     return false;
   }
-  append(received(res));
+  m_received.append(received(res));
   if (GnssUtils::debugIt(logflag::START_UP)) {
-    LOG.detail("waitingSlave() GOOD no 0xFF. m_bytes_waiting ", m_bytes_waiting, ". res = ", res,
+    LOG.detail("waitingSlave() GOOD no 0xFF. m_bytes_waiting ", m_received.bytesWaiting(), ". res = ", res,
                " SPI_read_time_us ", SPI_read_time_us);
   }
   return true;
@@ -246,14 +250,9 @@ void SPI::sleepRestOfSlice(int64_t at_least_ns) {
 // -- Reading and sending
 
 bool SPI::read() {
-  removeFramedItem();
-  if (m_bytes_waiting >= MIN_ITEM_LEN) {
-    if (frameItem()) return true;
-    if (GnssUtils::debugIt(logflag::READS_PARSED)) {
-      LOG.detail("\t\t\tSPI read parseLine = false  m_bytes_waiting ", m_bytes_waiting);
-    }
-  }
-  if (freeBytes() <= m_spi_block) dumpBuffer("SPI::read would exceeded INPUT_BUFFER_SIZE. Dumping ");
+  if (m_received.nextItem("\t\t\tSPI read parseLine = false  m_bytes_waiting ")) return true;
+  if (m_received.freeBytes() <= m_spi_block)
+    m_received.dump("SPI::read would exceeded INPUT_BUFFER_SIZE. Dumping ");
   const int64_t begin_ns = nowNs();
   const int res = clockIn(m_spi_block);
   if (res <= 0) {
@@ -262,11 +261,11 @@ bool SPI::read() {
   }
   const int64_t SPI_read_time_us = (nowNs() - begin_ns) / NS_PER_US;
   const bool idle = isIdle(received(res));
-  append(received(res));
-  const bool framed = frameNewBytes(idle ? 0 : res);
+  m_received.append(received(res));
+  const bool framed = m_received.frameNewBytes(idle ? 0 : res);
   if (GnssUtils::debugIt(logflag::READS_PARSED)) {
     LOG.detail(framed ? "SPI parseLine true  m_bytes_waiting " : "SPI parseLine false  m_bytes_waiting ",
-               m_bytes_waiting, " SPI_read_time_us ", SPI_read_time_us);
+               m_received.bytesWaiting(), " SPI_read_time_us ", SPI_read_time_us);
   }
   // A line that says "ready" without data must not make this thread spin.
   if (idle && !framed && m_has_gpio_txrdy_control) sleepRestOfSlice(SHORTEST_PAUSE_NS);
@@ -292,21 +291,19 @@ int SPI::sendBinary(const unsigned char* data, int len) {
 
 void SPI::logSent(const unsigned char* data, int len, int res) {
   if (len <= MAX_ONE_LINE_DUMP) {
-    LOG.detail("SPI::sendBinary Message res ", res, " len ", len, "    ",
-               hexDumpMessage(data, len, 0, 0, true));
+    LOG.detail("SPI::sendBinary Message res ", res, " len ", len, "    ", hexText(data, len));
   } else {
-    LOG.detail("SPI sendBinary Message res ", res, " len ", len, "\n",
-               hexDumpMessage(data, len, DUMP_LINE, DUMP_GROUP, true));
+    LOG.detail("SPI sendBinary Message res ", res, " len ", len, "\n", hexLines(data, len));
   }
 }
 
 /// Leaves the framed item where it is, because its handler may be the sender.
 void SPI::readAhead() {
   const int64_t end_ns = nowNs() + MAX_CATCH_UP_NS;
-  while (freeBytesAtTheEnd() >= m_spi_block && nowNs() < end_ns) {
+  while (m_received.freeBytesAtTheEnd() >= m_spi_block && nowNs() < end_ns) {
     const int res = clockIn(m_spi_block);
     if (res <= 0 || isIdle(received(res))) return;
-    append(received(res));
+    m_received.append(received(res));
   }
 }
 

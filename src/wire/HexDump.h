@@ -9,6 +9,15 @@ namespace ecu::koru::gpspub {
 [[nodiscard]] std::string hexDumpMessage(const unsigned char* data, int len, int bytes_per_line,
                                          int bytes_per_group, bool with_space);
 
+/// Returns all bytes on one line.
+[[nodiscard]] inline std::string hexText(const unsigned char* data, int len) {
+  return hexDumpMessage(data, len, 0, 0, true);
+}
+/// Returns lines of 50 bytes in groups of 10.
+[[nodiscard]] inline std::string hexLines(const unsigned char* data, int len) {
+  return hexDumpMessage(data, len, 50, 10, true);
+}
+
 namespace GnssUtils {
 
 /// Converts hex text of either case to bytes. Returns false for an odd length (`out` is empty) and for a pair

@@ -36,11 +36,14 @@ struct Port {
     line->incoming += bytes;
     fed += bytes.size();
     while (input.waiting(1000)) {
-      EXPECT_LE(input.getBytesWaiting(), SerialInput::INPUT_BUFFER_SIZE);
+      EXPECT_LE(input.getBytesWaiting(), ReceiveBuffer::INPUT_BUFFER_SIZE);
       if (!input.read()) continue;
       const auto length = static_cast<size_t>(input.getMessageLength());
       std::string& item = items.emplace_back(reinterpret_cast<const char*>(input.getBuffer()), length);
-      if (item[0] == '$' && item.back() == '\0') item.back() = '\n';
+      const bool is_line = input.getItemKind() == ItemKind::NMEA_LINE;
+      EXPECT_EQ(input.getItemKind() == ItemKind::UBX_FRAME, item[0] == '\xB5');
+      EXPECT_EQ(is_line, item.ends_with("\r\0"s));
+      if (is_line) item.back() = '\n';
       consumed += length;
     }
     EXPECT_FALSE(input.read());  // removes the last item
