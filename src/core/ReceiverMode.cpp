@@ -23,7 +23,6 @@ constexpr int64_t REOPEN_US = 1'000'000;
 constexpr int64_t POWER_UP_NS = 139'999'999'999;
 constexpr unsigned POWER_UP_BAUD = 9600;
 constexpr unsigned USUAL_BAUD = 38400;
-constexpr unsigned char UBX_SYNC = 0xB5;
 constexpr int64_t SEQUENCE_SILENCE_US = 15'000'000;
 constexpr int64_t NEVER = 0;
 
@@ -169,16 +168,14 @@ bool ReceiverMode::readNewData(int timeout_us) {
   return m_input->isConnected() && m_input->waiting(timeout_us) && m_input->read();
 }
 
+/// An over-long line is for validation to reject.
 void ReceiverMode::processNewData() {
-  const unsigned char* const message = m_input->getBuffer();
   const int length = m_input->getMessageLength();
   m_bytes_received += static_cast<uint32_t>(length);
-  if (message[0] == '$') {
-    if (m_epoch.validateNmeaMessage({message, static_cast<size_t>(length)})) {
-      m_epoch.processNewNmeaString(m_input->getBaudRate());
-    }
-  } else if (message[0] == UBX_SYNC) {
+  if (m_input->getItemKind() == ItemKind::UBX_FRAME) {
     processUblox();
+  } else if (m_epoch.validateNmeaMessage({m_input->getBuffer(), static_cast<size_t>(length)})) {
+    m_epoch.processNewNmeaString(m_input->getBaudRate());
   }
 }
 
@@ -187,7 +184,7 @@ void ReceiverMode::processUblox() {
   if (length <= 0) return;
   m_last_ublox_time = m_data_time_us;
   if (GnssUtils::debugIt(logflag::NEW_DATA)) {
-    LOG.detail("VALID UBLOX len ", length, "\n", hexDumpMessage(m_input->getBuffer(), length, 50, 10, true));
+    LOG.detail("VALID UBLOX len ", length, "\n", hexLines(m_input->getBuffer(), length));
     const int remaining = m_input->getBytesWaiting() - length;
     if (remaining > 0) LOG.detail("Another message waiting ", remaining);
   }

@@ -13,7 +13,6 @@ namespace ecu::koru::gpspub {
 
 namespace {
 
-constexpr int MIN_FRAME = ubx::OVERHEAD_LEN;
 constexpr size_t DUMP_MAX = 50;
 constexpr int DUMP_LINE = 10;
 
@@ -56,6 +55,10 @@ bool logDispatch() {
   return GnssUtils::debugIt(DISPATCH);
 }
 
+void logUnknown(const UbxFrame& frame) {
+  LOG.detail("Ublox CLASS 0x", logging::hex(frame.cls(), 2), " Ublox ID 0x", logging::hex(frame.id(), 2));
+}
+
 /// Logs a warning if the payload is too short.
 bool isLongEnough(const UbxFrame& frame, size_t min, const char* name) {
   const size_t length = frame.payload().size();
@@ -72,52 +75,23 @@ UbxReception::UbxReception(IGnssInput& input, UbloxConfig& config, AntennaSuperv
 
 int UbxReception::readUbloxMessage() {
   m_ublox_message = m_input.getBuffer();
-  m_ublox_length = m_input.getMessageLength();
-  const bool log = GnssUtils::debugIt(logflag::FRAMING);
-  if (m_ublox_length < MIN_FRAME) {
-    if (log) LOG.detail("readUbloxMessage() Not enough bytes. Bytes read ", m_ublox_length);
-    return -1;
-  }
-  const std::span<const uint8_t> bytes(m_ublox_message, static_cast<size_t>(m_ublox_length));
-  const int payload_len = ubx::u16(bytes, ubx::LENGTH_OFFSET);
-  const int length = payload_len + MIN_FRAME;
-  if (m_ublox_length < length) {
-    if (log) {
-      LOG.detail("readUbloxMessage() Not enough bytes. Bytes read ", m_ublox_length, " should be ", length);
-    }
-    return -1;
-  }
-  if (!GnssUtils::isUbloxChecksumCorrect(m_ublox_message, static_cast<unsigned>(length))) {
-    if (log) {
-      LOG.detail("readUbloxMessage(). InValid checksum. Bytes read ", m_ublox_length, " payload_len ",
-                 payload_len, dump(bytes));
-    }
-    return -1;
-  }
-  m_ublox_length = length;
-  return length;
+  m_ublox_length = m_input.getItemKind() == ItemKind::UBX_FRAME ? m_input.getMessageLength() : -1;
+  return m_ublox_length;
 }
 
 void UbxReception::processUbloxMessage() {
   const UbxFrame frame({m_ublox_message, static_cast<size_t>(m_ublox_length)});
   switch (frame.cls()) {
     case ubx::NAV:
-      processNav(frame);
-      break;
+      return processNav(frame);
     case ubx::ACK:
-      processAck(frame);
-      break;
+      return processAck(frame);
     case ubx::CFG:
-      processCfg(frame);
-      break;
+      return processCfg(frame);
     case ubx::MON:
-      processMon(frame);
-      break;
+      return processMon(frame);
     default:
-      if (logDispatch()) {
-        LOG.detail("Ublox CLASS 0x", logging::hex(frame.cls(), 2), " Ublox ID 0x",
-                   logging::hex(frame.id(), 2));
-      }
+      if (logDispatch()) logUnknown(frame);
   }
 }
 
@@ -144,7 +118,7 @@ void UbxReception::processAck(const UbxFrame& frame) {
     } else if (frame.id() == ubx::ACK_NAK) {
       LOG.detail("Ublox NAK received  on class 0x", cls, " id 0x", id, " init command idx = ", index);
     } else {
-      LOG.detail("Ublox CLASS 0x", logging::hex(frame.cls(), 2), " Ublox ID 0x", logging::hex(frame.id(), 2));
+      logUnknown(frame);
     }
   }
   m_config.handle_UBX_ACK_NAK_response(frame);

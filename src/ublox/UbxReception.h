@@ -19,7 +19,8 @@ class UbxReception {
   /// Sets the rate that the receiver is to have, in bit/s.
   void setBaudRate(uint32_t baud) { m_baud_rate = baud; }
 
-  /// Returns the length of the frame at the front of the input, or -1 if it is not complete and intact.
+  /// Takes the frame at the front of the input, which framing has checked. Returns its length, or -1 if the
+  /// item is not a frame.
   [[nodiscard]] int readUbloxMessage();
   /// Dispatches that frame by class and id.
   void processUbloxMessage();
