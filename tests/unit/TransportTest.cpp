@@ -16,7 +16,9 @@
 #include "platform/base/Logging.h"
 #include "platform/base/Time.h"
 #include "platform/com/MqttBackoff.h"
+#include "platform/com/MqttCopies.h"
 #include "platform/com/MqttOutbox.h"
+#include "platform/com/MqttSubscriptions.h"
 #include "platform/com/Transport.h"
 #include "support/Broker.h"
 #include "support/LogCapture.h"
@@ -90,11 +92,10 @@ class Recorder final : public ISubscriptionObserver {
   Message m_last;
 };
 
-/// Gives each caller the same answer, then closes the connection or keeps it until the caller leaves.
+/// Gives each caller the same answer, then closes the connection.
 class Peer : test::Unique {
  public:
-  explicit Peer(std::string answer, bool closes = true)
-      : m_answer(std::move(answer)), m_closes(closes), m_thread([this] { serve(); }) {}
+  explicit Peer(std::string answer) : m_answer(std::move(answer)), m_thread([this] { serve(); }) {}
   ~Peer() {
     shutdown(m_listener, SHUT_RDWR);
     m_thread.join();
@@ -111,13 +112,11 @@ class Peer : test::Unique {
       // MQTT 3.1.1, a clean session, a keep-alive of 30 s
       EXPECT_EQ(std::string(bytes.data() + 2, 10), "\0\x04MQTT\x04\x02\0\x1E"s);
       send(caller, m_answer.data(), m_answer.size(), MSG_NOSIGNAL);
-      while (!m_closes && recv(caller, bytes.data(), bytes.size(), 0) > 0) continue;
     }
   }
 
   const int m_listener = test::listen_on(port);
   const std::string m_answer;
-  const bool m_closes;
   std::thread m_thread;
 };
 
@@ -270,24 +269,43 @@ TEST(TransportPeers, AreToldApart) {
   EXPECT_EQ(records(log, "ERROR"), refused + 3 + records(log, "ERROR", "The broker broke"));
 }
 
-TEST(TransportPeers, EachObserverGetsARetainedMessageOnceUntilItChanges) {
-  const auto message = [](bool retained, char text) {
-    return (retained ? "1"s : "0"s) + "\x04\0\x01t"s + text;
-  };
-  std::string answer = "\x20\x02\0\0"s;
-  for (const char text : {'a', 'a', 'b', 'b'}) answer += message(true, text);
-  answer += message(false, 'c') + message(false, 'c');  // it changes, sent for each subscription
-  for (const char text : {'c', 'b', 'b'}) answer += message(true, text);
-  const Peer peer(answer + message(false, '.'), false);
-  const auto client = make_client(peer.port);
+TEST(TransportSubscriptions, EachObserverGetsARetainedMessageOnceUntilItChanges) {
   const std::array observers{std::make_shared<Recorder>(), std::make_shared<Recorder>()};
-  EXPECT_TRUE(client->subscribe("t", observers[0], 0));
-  EXPECT_TRUE(client->subscribe("+", observers[1], 0));
-  EXPECT_TRUE(client->connect());
-  EXPECT_TRUE(client->start());
-  for (const auto& observer : observers) {
-    EXPECT_TRUE(observer->got("t=."));
-    EXPECT_THAT(observer->texts(), ElementsAre("t=a", "t=b", "t=c", "t=b", "t=."));
+  MqttSubscriptions subscriptions;
+  EXPECT_TRUE(subscriptions.add("t", observers[0]) && subscriptions.add("+", observers[1]));
+  for (const char text : {'a', 'a', 'b', 'b'}) subscriptions.dispatch("t", text_message({text}, true));
+  for (int copy = 0; copy < 2; ++copy) subscriptions.dispatch("t", text_message("c"));  // it changes
+  for (const char text : {'c', 'b', 'b'}) subscriptions.dispatch("t", text_message({text}, true));
+  subscriptions.forget_retained();
+  subscriptions.dispatch("t", text_message("b", true));
+  for (const auto& observer : observers)
+    EXPECT_THAT(observer->texts(), ElementsAre("t=a", "t=b", "t=c", "t=b", "t=b"));
+}
+
+TEST(TransportCopies, AreToldFromNewMessages) {
+  // at ms, hash, retained, matching topics, is a copy; at -1 the subscriptions change
+  using Steps = std::vector<std::tuple<int, size_t, bool, size_t, bool>>;
+  constexpr bool RETAINED = true, COPY = true;
+  const std::pair<const char*, Steps> rows[] = {
+      {"one topic", {{0, 1, {}, 1, {}}, {0, 1, {}, 1, {}}, {1, 2, {}, 0, {}}, {1, 2, {}, 0, {}}}},
+      {"copies", {{0, 1, {}, 3, {}}, {1, 1, {}, 3, COPY}, {2, 1, {}, 3, COPY}, {3, 1, {}, 3, {}}}},
+      {"in time", {{0, 1, {}, 2, {}}, {999, 1, {}, 2, COPY}, {1998, 1, {}, 2, {}}, {2997, 1, {}, 2, COPY}}},
+      {"late", {{0, 1, {}, 2, {}}, {1000, 1, {}, 2, {}}, {1001, 1, {}, 2, {}}}},
+      {"none",
+       {{0, 1, {}, 2, {}}, {1, 2, {}, 2, {}}, {2, 2, {}, 2, {}}, {-1, {}, {}, {}, {}}, {3, 2, {}, 2, COPY}}},
+      {"retained", {{0, 1, {}, 2, {}}, {1, 1, RETAINED, 2, {}}, {2, 1, {}, 2, COPY}, {3, 1, {}, 2, {}}}},
+  };
+  for (const auto& [name, steps] : rows) {
+    MqttCopies copies;
+    for (const auto& [at_ms, hash, retained, topics, copy] : steps) {
+      const auto now = 1h + at_ms * 1ms;
+      if (at_ms < 0) {
+        copies.learn_anew();
+      } else {
+        EXPECT_EQ(copies.is_copy(hash, retained, topics, now), copy) << name << ", " << at_ms << " ms";
+        copies.delivered(now);
+      }
+    }
   }
 }
 

@@ -3,6 +3,7 @@
 #include <sys/time.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -71,6 +72,24 @@ class VirtualTime final : public ITimeSource {
 /// Replaces the clocks; nullptr restores the operating system's. Call it before any thread reads a clock.
 /// `source` is not owned.
 void set_time_source(ITimeSource* source);
+
+/// Returns the steady clock of this process.
+[[nodiscard]] inline std::chrono::nanoseconds steady_now() {
+  return std::chrono::nanoseconds(time_source().steady_ns());
+}
+
+/// Waits for `done` for at most `limit` and returns whether it came true. `lock` is held while `done` is
+/// called.
+template <class Done>
+bool wait_for(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+              std::chrono::nanoseconds limit, Done done) {
+  const auto end = steady_now() + limit;
+  for (bool came = done();; came = done()) {
+    const auto left = end - steady_now();
+    if (came || left.count() <= 0) return came;
+    time_source().wait_ns(condition, lock, left.count());
+  }
+}
 
 class DateTime {
  public:

@@ -6,20 +6,15 @@
 #include <exception>
 #include <functional>
 #include <string_view>
-#include <utility>
 
 #include "platform/base/Logging.h"
+#include "platform/base/Time.h"
 
 namespace ecu::koru::com {
 
 namespace {
 
 constexpr auto LOG = logging::module("koru.com.mqtt");
-
-/// Copies of one message follow each other directly; after this time an identical message is a new one.
-constexpr std::chrono::milliseconds COPY_GAP{1000};
-/// The most topics whose last message a subscription remembers.
-constexpr size_t MAX_SEEN = 1024;
 
 bool same_owner(const std::weak_ptr<ISubscriptionObserver>& held,
                 const MqttSubscriptions::Observer& observer) {
@@ -44,14 +39,14 @@ bool MqttSubscriptions::add(const std::string& filter, const Observer& observer)
   for (const auto& entry : m_all) {
     if (entry->filter == filter && same_owner(entry->observer, observer)) return false;
   }
-  m_one_copy = false;
+  m_copies.learn_anew();
   m_all.push_back(std::make_shared<Subscription>(Subscription{filter, observer, false, {}}));
   return true;
 }
 
 bool MqttSubscriptions::remove(const std::string& filter) {
   const std::lock_guard lock(m_mutex);
-  m_one_copy = false;
+  m_copies.learn_anew();
   return std::erase_if(m_all, [&](const Pointer& entry) {
            if (entry->filter == filter) entry->removed = true;
            return entry->removed;
@@ -76,57 +71,32 @@ std::set<std::string> MqttSubscriptions::filters() const {
 
 void MqttSubscriptions::forget_retained() {
   const std::lock_guard lock(m_mutex);
-  m_one_copy = false;
+  m_copies.learn_anew();
   for (const auto& entry : m_all) entry->seen.clear();
 }
 
 void MqttSubscriptions::dispatch(const std::string& topic, const Message& message) {
-  const size_t hash = hash_of(topic, message);
-  const size_t filters = collect(topic, message, hash);
-  if (!is_copy(message, hash, filters)) {
-    for (const auto& entry : m_matching) call(entry, topic, message);
-  }
-  m_matching.clear();
-  m_last_end = std::chrono::steady_clock::now();
+  for (const auto& entry : receivers(topic, message)) call(entry, topic, message);
+  const std::lock_guard lock(m_mutex);
+  m_copies.delivered(steady_now());
 }
 
-/// Fills m_matching and returns how many different subscribed topics match. A retained message comes once for
-/// every SUBSCRIBE that matches it, whichever subscription caused that. A subscription that got it when it
-/// was published, or after an earlier SUBSCRIBE, does not get it again.
-size_t MqttSubscriptions::collect(const std::string& topic, const Message& message, size_t hash) {
+/// A subscription that got a retained message when it was published, or after an earlier SUBSCRIBE, does not
+/// get it again.
+std::vector<MqttSubscriptions::Pointer> MqttSubscriptions::receivers(const std::string& topic,
+                                                                     const Message& message) {
+  const size_t hash = hash_of(topic, message);
   std::set<std::string_view> filters;
+  std::vector<Pointer> result;
   const std::lock_guard lock(m_mutex);
   for (const auto& entry : m_all) {
     if (!matches(entry->filter, topic)) continue;
     filters.insert(entry->filter);
-    const bool known = replace_seen(*entry, topic, hash) == hash;
-    if (!message.retained || !known) m_matching.push_back(entry);
+    const bool known = entry->seen.repeats(topic, hash);
+    if (!message.retained || !known) result.push_back(entry);
   }
-  return filters.size();
-}
-
-/// Returns the hash of the topic's previous message, if there was one.
-std::optional<size_t> MqttSubscriptions::replace_seen(Subscription& entry, const std::string& topic,
-                                                      size_t hash) {
-  if (entry.seen.size() >= MAX_SEEN) entry.seen.clear();
-  const auto [seen, added] = entry.seen.try_emplace(topic, hash);
-  return added ? std::nullopt : std::optional(std::exchange(seen->second, hash));
-}
-
-/// Some brokers send a message once for each of a client's topics that match, others once in all. Copies
-/// follow each other with the same bytes. If one is missing, this broker sends no copies.
-bool MqttSubscriptions::is_copy(const Message& message, size_t hash, size_t filters) {
-  if (message.retained) return false;
-  const bool same = hash == m_last_hash && std::chrono::steady_clock::now() - m_last_end < COPY_GAP;
-  const std::lock_guard lock(m_mutex);
-  if (m_copies_due > 0 && !same) m_one_copy = true;
-  if (m_copies_due > 0 && same && !m_one_copy) {
-    --m_copies_due;
-    return true;
-  }
-  m_last_hash = hash;
-  m_copies_due = filters > 0 ? filters - 1 : 0;
-  return false;
+  if (m_copies.is_copy(hash, message.retained, filters.size(), steady_now())) result.clear();
+  return result;
 }
 
 void MqttSubscriptions::call(const Pointer& subscription, const std::string& topic, const Message& message) {

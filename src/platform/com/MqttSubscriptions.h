@@ -1,15 +1,13 @@
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "platform/com/MqttCopies.h"
 #include "platform/com/Transport.h"
 
 namespace ecu::koru::com {
@@ -40,26 +38,18 @@ class MqttSubscriptions {
     std::string filter;
     std::weak_ptr<ISubscriptionObserver> observer;
     bool removed = false;
-    std::map<std::string, size_t> seen;  // topic to hash of its last message on this connection
+    MqttSeen seen;  // on this connection
   };
   using Pointer = std::shared_ptr<Subscription>;
 
-  static std::optional<size_t> replace_seen(Subscription& entry, const std::string& topic, size_t hash);
-  size_t collect(const std::string& topic, const Message& message, size_t hash);
-  bool is_copy(const Message& message, size_t hash, size_t filters);
+  std::vector<Pointer> receivers(const std::string& topic, const Message& message);
   void call(const Pointer& subscription, const std::string& topic, const Message& message);
 
   mutable std::mutex m_mutex;
   std::condition_variable m_idle;
   std::vector<Pointer> m_all;
-  Pointer m_current;        // whose observer is being called
-  bool m_one_copy = false;  // this broker sends a message once, not once for each topic that matches
-
-  // On the delivery thread only.
-  std::vector<Pointer> m_matching;
-  size_t m_last_hash = 0;
-  size_t m_copies_due = 0;
-  std::chrono::steady_clock::time_point m_last_end;
+  Pointer m_current;  // whose observer is being called
+  MqttCopies m_copies;
 };
 
 }  // namespace ecu::koru::com
