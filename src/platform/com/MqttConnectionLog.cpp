@@ -1,6 +1,5 @@
 #include "platform/com/MqttConnectionLog.h"
 
-#include <string_view>
 #include <utility>
 
 #include "platform/base/Logging.h"
@@ -13,20 +12,10 @@ constexpr auto LOG = logging::module("koru.com.mqtt");
 
 constexpr size_t MAX_REASONS = 8;  // a hostile peer can invent more
 
-std::string_view error_text(MqttFailure::Kind kind) {
-  switch (kind) {
-    case MqttFailure::Kind::refused:
-      return "The broker refused the login";
-    case MqttFailure::Kind::unanswered:
-      return "The login is not answered";
-    case MqttFailure::Kind::foreign:
-      return "There is no MQTT broker";
-    case MqttFailure::Kind::tls:
-      return "TLS failed";
-    default:
-      return "The broker broke the protocol";
-  }
-}
+/// In the order of MqttFailure::Kind.
+constexpr const char* ERROR_TEXTS[] = {
+    "",           "The login is not answered",    "There is no MQTT broker", "The broker refused the login",
+    "TLS failed", "The broker broke the protocol"};
 
 }  // namespace
 
@@ -45,7 +34,8 @@ void MqttConnectionLog::failed(const MqttFailure& failure) {
   const bool again = std::exchange(m_unanswered, unanswered);
   if (unanswered ? again && !m_was_connected : failure.kind != MqttFailure::Kind::unreachable) {
     if (m_reasons.size() < MAX_REASONS && m_reasons.insert(reason).second) {
-      LOG.error(error_text(failure.kind), ", ", m_peer, ": ", reason, logging::escaped(failure.seen));
+      LOG.error(ERROR_TEXTS[static_cast<size_t>(failure.kind)], ", ", m_peer, ": ", reason,
+                logging::escaped(failure.seen));
     }
   } else if (!m_told) {
     LOG.warning(lost ? "Connection lost to " : "No connection to ", m_peer, ": ", reason, "; trying again");

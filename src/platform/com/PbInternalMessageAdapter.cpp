@@ -23,6 +23,11 @@ void report(logging::Level level, const char* text) noexcept {
   }
 }
 
+Error failed(Error error, const char* text, logging::Level level = logging::Level::ERROR) noexcept {
+  report(level, text);
+  return error;
+}
+
 void fill(uint32_t protocol_type, const google::protobuf::MessageLite& body, Message& out) {
   const uint64_t now_ns = DateTime::time_since_boot_ns();
   const size_t body_length = body.ByteSizeLong();
@@ -72,32 +77,21 @@ bool wrap(uint32_t protocol_type, const google::protobuf::MessageLite& body, Mes
 
 Error unwrap(std::span<const uint8_t> payload, uint32_t& protocol_type,
              google::protobuf::MessageLite& body) noexcept {
-  using logging::Level;
   if (payload.empty()) return Error::MessageTooShort;
-  if (payload.size() < HEADER_LENGTH) {
-    report(Level::ERROR, "Total length is smaller then expected header length");
-    return Error::MessageTooShort;
-  }
+  if (payload.size() < HEADER_LENGTH)
+    return failed(Error::MessageTooShort, "Total length is smaller then expected header length");
   pb::NVXHeader header;
-  if (!parse(payload.first(HEADER_LENGTH), header)) {
-    report(Level::ERROR, "Unable to decode the header.");
-    return Error::HeaderDecodeFailed;
-  }
+  if (!parse(payload.first(HEADER_LENGTH), header))
+    return failed(Error::HeaderDecodeFailed, "Unable to decode the header.");
   const uint64_t word = header.header();
   protocol_type = static_cast<uint32_t>(word & 0xFFFF);
-  if (protocol_type == 0) {
-    report(Level::ERROR, "ProtocolType is set to not used!");
-    return Error::ProtocolTypeNotUsed;
-  }
-  if ((word >> 16 & 0xFFFF) != HEADER_LENGTH) {
-    report(Level::ERROR, "Specified hdr-len does not comply.");
-    return Error::HeaderLengthMismatch;
-  }
+  if (protocol_type == 0) return failed(Error::ProtocolTypeNotUsed, "ProtocolType is set to not used!");
+  if ((word >> 16 & 0xFFFF) != HEADER_LENGTH)
+    return failed(Error::HeaderLengthMismatch, "Specified hdr-len does not comply.");
   const uint64_t length = word >> 32;
   const auto rest = payload.subspan(HEADER_LENGTH);  // the body, and bytes after it that nobody needs
   if (length <= rest.size() && parse(rest.first(static_cast<size_t>(length)), body)) return Error::None;
-  report(Level::EMERG, "Unable to deserialize protobuf");
-  return Error::BodyDecodeFailed;
+  return failed(Error::BodyDecodeFailed, "Unable to deserialize protobuf", logging::Level::EMERG);
 }
 
 }  // namespace ecu::koru::com::envelope
