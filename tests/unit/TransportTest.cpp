@@ -15,7 +15,7 @@
 
 #include "platform/base/Logging.h"
 #include "platform/base/Time.h"
-#include "platform/com/MqttBackoff.h"
+#include "platform/com/MqttConnection.h"
 #include "platform/com/MqttCopies.h"
 #include "platform/com/MqttOutbox.h"
 #include "platform/com/MqttSubscriptions.h"
@@ -235,16 +235,9 @@ TEST(TransportPeers, AreToldApart) {
   const std::string broke = "ERROR koru.com.mqtt: The broker broke the protocol, 127.0.0.1:[^\n]* it sent a ";
   const std::pair<std::string, std::string> rows[] = {
       {"SSH-2.0-x\r\n", "the answer to the login is not MQTT, it begins with \"SSH-2.0-x.x0D.x0A\"\n"},
-      {"\x15\x03\x01"s, "the answer to the login is a TLS alert; its port expects TLS\n"},
       {"", "ERROR koru.com.mqtt: The login is not answered, 127.0.0.1:"},
       {login + "\x34\x06\0\x01t\0\x01x"s, broke + "message with QoS 2"},
       {login + "\xC0\0"s, broke + "PINGREQ"},
-      {login + "\x40\x02\0\x01"s, broke + "PUBACK"},
-      {login + "\x50\x02\0\x01"s, broke + "PUBREC"},
-      {login + "\x62\x02\0\x01"s, broke + "PUBREL"},
-      {login + "\x70\x02\0\x01"s, broke + "PUBCOMP"},
-      {login + "\xD0\0"s, "WARNING koru.com.mqtt: Connection lost to 127.0.0.1:[^\n]* connection was closed"},
-      {"\x20\x02\x00"s, "WARNING koru.com.mqtt: No connection to 127.0.0.1:[^\n]* middle of a packet"},
       {login + "\x30\x10\x00"s,
        "WARNING koru.com.mqtt: Connection lost to 127.0.0.1:[^\n]* middle of a packet"},
   };
@@ -262,11 +255,11 @@ TEST(TransportPeers, AreToldApart) {
   for (const auto& client : clients) client->stop();
   const std::string log = capture.take();
   for (const auto& [answer, record] : rows) EXPECT_THAT(log, testing::ContainsRegex(record));
-  EXPECT_EQ(records(log, "ERROR", "There is no MQTT broker, 127.0.0.1:"), 2U) << log;
+  EXPECT_EQ(records(log, "ERROR", "There is no MQTT broker, 127.0.0.1:"), 1U) << log;
   const size_t refused =
       records(log, "ERROR", "Configuration: client_name = \"" + std::string(200, 'x') + "...\"");
   EXPECT_EQ(refused, peers.size());
-  EXPECT_EQ(records(log, "ERROR"), refused + 3 + records(log, "ERROR", "The broker broke"));
+  EXPECT_EQ(records(log, "ERROR"), refused + 2 + records(log, "ERROR", "The broker broke"));
 }
 
 TEST(TransportSubscriptions, EachObserverGetsARetainedMessageOnceUntilItChanges) {
@@ -320,18 +313,155 @@ TEST(TransportPeers, AreFoundByEitherFamilyOfTheirNamesAddresses) {
   }
 }
 
-TEST(TransportBackoff, DoublesTo30SecondsAndBeginsAgainAfterAGoodConnection) {
-  MqttBackoff backoff;
-  for (const auto& [lasted, first] : {std::pair(0ms, 1s), {10000ms, 1s}, {9999ms, 30s}}) {
-    backoff.lost_after(lasted);
-    for (const auto pause : {1s, 2s, 4s, 8s, 16s, 30s, 30s})
-      EXPECT_EQ(backoff.pause(), std::max(pause, first)) << lasted.count();
+TEST(TransportFailures, AreToldApart) {
+  using Kind = MqttFailure::Kind;
+  const std::string cut = "the connection was closed in the middle of a packet", eof = "unexpected eof";
+  const std::tuple<MqttCourse, Kind, std::string> rows[] = {
+      {{MOSQ_ERR_ERRNO, ECONNREFUSED}, Kind::unreachable, "Connection refused"},
+      {{MOSQ_ERR_EAI, EAI_NONAME}, Kind::unreachable, "Name or service not known"},
+      {{MOSQ_ERR_KEEPALIVE, 0, 0}, Kind::unreachable, "the broker no longer answers"},
+      {{MOSQ_ERR_NO_CONN, 0, 0}, Kind::unreachable, "the connection was closed"},
+      {{MOSQ_ERR_ERRNO, 0}, Kind::unreachable, cut},
+      {{MOSQ_ERR_ERRNO, EPROTO, 0, 0, true}, Kind::unreachable, cut},
+      {{MOSQ_ERR_ERRNO, EPROTO, -1, 0, true}, Kind::foreign, foreign("").reason},
+      {{MOSQ_ERR_PROTOCOL, 0}, Kind::foreign, foreign("").reason},
+      {{MOSQ_ERR_CONN_LOST, 0}, Kind::unanswered, unanswered(false).reason},
+      {{MOSQ_ERR_ERRNO, EPROTO, -1, 0, true, eof}, Kind::unanswered, unanswered(true).reason},
+      {{MOSQ_ERR_ERRNO, EPROTO, 0, 0, true, eof}, Kind::unreachable, "The connection was lost"},
+      {{MOSQ_ERR_CONN_REFUSED, 0, 5}, Kind::refused, "Connection Refused: not authorised"},
+      {{MOSQ_ERR_TLS, 0, -1, 0, true, "bad", "expired"}, Kind::tls, "bad (expired)"},
+      {{MOSQ_ERR_NO_CONN, 0, -1, MOSQ_ERR_TLS, true}, Kind::tls, "A TLS error occurred"},
+      {{MOSQ_ERR_NOMEM, 0, 0}, Kind::protocol, "Out of memory"},
+  };
+  for (const auto& [course, kind, reason] : rows) {
+    EXPECT_EQ(explain(course).kind, kind) << reason;
+    EXPECT_EQ(explain(course).reason, reason);
   }
+  EXPECT_THAT(foreign("\x15\x03").reason, HasSubstr("is a TLS alert; its port expects TLS"));
+  EXPECT_EQ(uninvited_packet("Client me received PUBLISH (d1, q1, r0, m1, 't', ...", "me"), message_with(1));
+  for (const std::string packet : {"PUBACK", "PUBREC", "PUBREL", "PUBCOMP"})
+    EXPECT_EQ(uninvited_packet("Client me received " + packet + " (Mid: 1)", "me"), packet);
+  for (const std::string packet :
+       {"me received PUBLISH (d0, q0", "me received PINGRESP", "you received PUBACK"})
+    EXPECT_EQ(uninvited_packet("Client " + packet, "me"), "") << packet;
+  EXPECT_FALSE(no_answer(false, 10s - 1ns, 8));
+  EXPECT_EQ(no_answer(false, 10s, 8)->kind, Kind::unreachable);
+  EXPECT_EQ(no_answer(false, 0s, 9)->kind, Kind::unanswered);
+}
+
+/// Each connection holds for the next of the given times; an attempt fails if that is 0. After the last one
+/// it calls `end`. Every step writes all messages and brings a retained one twice.
+class FakeLink final : public IMqttLink {
+ public:
+  explicit FakeLink(std::vector<std::chrono::milliseconds> holds) : m_holds(std::move(holds)) {}
+  bool prepare() override { return true; }
+  Failure establish(const std::function<bool()>& /*stopping*/) override {
+    const size_t attempt = m_attempts++;
+    note("attempt");
+    if (attempt == m_holds.size()) end();
+    if (attempt >= m_holds.size() || m_holds[attempt] == 0ms) return LOST;
+    m_lost_at = steady_now() + m_holds[attempt];
+    return {};
+  }
+  Failure step(std::chrono::milliseconds timeout) override {
+    const auto left = m_lost_at - steady_now();
+    time_source().sleep_ns(std::min<std::chrono::nanoseconds>(timeout, left).count());
+    m_notes = {{m_mid}, {}, std::vector(2, std::pair("t"s, text_message("kept", true)))};
+    return left <= timeout ? LOST : Failure();
+  }
+  Notes take_notes() override { return std::exchange(m_notes, {}); }
+  void clean_up() override {}
+  bool unwritten() override { return true; }
+  int publish(const std::string& topic, const Message& /*message*/, int& mid) override {
+    mid = note("publish " + topic);
+    return MOSQ_ERR_SUCCESS;
+  }
+  int subscribe(const std::string& topic) override { return note("subscribe " + topic); }
+  int unsubscribe(const std::string& /*topic*/) override { return 0; }
+  void disconnect() override {}
+
+  [[nodiscard]] size_t attempts() const { return m_attempts; }
+  std::function<void()> end = [] {};
+  std::vector<std::string> log;  // time in ms and request
+
+ private:
+  const Failure LOST = MqttFailure{MqttFailure::Kind::unreachable, "lost"};
+  int note(const std::string& what) {
+    log.push_back(logging::text(steady_now() / 1ms, " ", what));
+    return ++m_mid;
+  }
+
+  const std::vector<std::chrono::milliseconds> m_holds;
+  std::atomic<size_t> m_attempts = 0;
+  std::chrono::nanoseconds m_lost_at{};
+  Notes m_notes;
+  int m_mid = 0;
+};
+
+/// Runs the connection in virtual time until its link's holds are used up. Returns what the link was asked
+/// for.
+std::vector<std::string> log_of(std::vector<std::chrono::milliseconds> holds,
+                                const std::function<void(MqttConnection&)>& prepare) {
+  VirtualTime time(0);
+  set_time_source(&time);
+  auto owned = std::make_unique<FakeLink>(std::move(holds));
+  FakeLink& link = *owned;
+  MqttConnection connection({}, std::move(owned));
+  link.end = [&] { connection.request_stop(); };
+  prepare(connection);
+  connection.run();
+  set_time_source(nullptr);
+  return link.log;
+}
+
+TEST(TransportConnection, IsTriedAgainAfter1SecondDoublingTo30) {
+  const auto attempts = [](std::vector<std::chrono::milliseconds> holds, const std::vector<int>& times_ms) {
+    std::vector<std::string> expected;
+    for (const int time_ms : times_ms) expected.push_back(std::to_string(time_ms) + " attempt");
+    EXPECT_EQ(log_of(std::move(holds), [](auto&) {}), expected);
+  };
+  attempts({0s, 0s, 0s, 0s, 0s, 0s, 0s}, {0, 1000, 3000, 7000, 15000, 31000, 61000, 91000});
+  attempts({0s, 0s, 9999ms, 0s}, {0, 1000, 3000, 16999, 24999});
+  attempts({0s, 0s, 10s, 0s}, {0, 1000, 3000, 14000, 16000});  // begins again after a good connection
+}
+
+TEST(TransportConnection, BringsSubscriptionsAndRetainedMessagesAnew) {
+  std::vector<int> codes;
+  std::shared_ptr<Recorder> observer;
+  const auto log = log_of({1500ms, 1s}, [&](MqttConnection& connection) {
+    observer = std::make_shared<Recorder>([&](const auto&, const auto& message) {
+      for (const auto pause : {0ms, 50ms, 1ms}) {  // old messages keep the last one back
+        time_source().sleep_ns(std::chrono::nanoseconds(pause).count());
+        codes.push_back(connection.publish("fix", message, Delivery::once));
+      }
+    });
+    EXPECT_TRUE(connection.subscribe("t", observer, 0));
+    EXPECT_LT(connection.publish("fix", text_message("lost"), Delivery::once), 0);
+    EXPECT_LT(connection.publish("source", text_message("kept"), Delivery::until_sent), 0);
+  });
+  EXPECT_THAT(log, ElementsAre("0 attempt", "0 subscribe t", "0 publish source", "1000 publish fix",
+                               "1050 publish fix", "2500 attempt", "2500 subscribe t", "3500 publish fix",
+                               "3550 publish fix", "5551 attempt"));
+  EXPECT_THAT(codes, ElementsAre(0, 0, -MOSQ_ERR_NO_CONN, 0, 0, -MOSQ_ERR_NO_CONN));
+  EXPECT_THAT(observer->texts(), ElementsAre("t=kept", "t=kept"));
+}
+
+TEST(TransportConnection, AStopEndsThePauseAtOnce) {
+  auto link = std::make_unique<FakeLink>(std::vector(2, 0ms));
+  const FakeLink& attempted = *link;
+  MqttConnection connection({}, std::move(link));
+  std::thread thread([&] { connection.run(); });
+  EXPECT_TRUE(test::eventually([&] { return attempted.attempts() == 1; }, 500));
+  std::this_thread::sleep_for(20ms);
+  connection.request_stop();
+  EXPECT_TRUE(connection.wait_until_ended(500ms));
+  thread.join();
+  EXPECT_EQ(attempted.attempts(), 1U);
 }
 
 TEST(TransportOutbox, AcceptsNothingBehindOldMessages) {
   MqttOutbox outbox;
-  const MqttOutbox::Time start;
+  const MqttOutbox::Time start{};
   const auto accepts_until = [&](bool blocked, std::chrono::milliseconds last) {
     outbox.set_blocked(blocked);
     return outbox.accepts(start + last) && !outbox.accepts(start + last + 1ms);

@@ -30,7 +30,7 @@ std::thread start_thread(std::shared_ptr<MqttConnection> connection) {
 }  // namespace
 
 MqttClient::MqttClient(const MqttOptions& options)
-    : m_connection(std::make_shared<MqttConnection>(options)) {}
+    : m_connection(std::make_shared<MqttConnection>(options, make_mqtt_link(options))) {}
 
 MqttClient::~MqttClient() {
   stop();
@@ -67,19 +67,6 @@ bool MqttClient::stop() {
     m_thread.join();
   }
   return !m_left_behind;
-}
-
-int MqttClient::publish(const std::string& topic, const Message& message, Delivery delivery) {
-  return m_connection->publish(topic, message, delivery);
-}
-
-bool MqttClient::subscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer,
-                           int qos) {
-  return m_connection->subscribe(topic, observer, qos);
-}
-
-bool MqttClient::unsubscribe(const std::string& topic) {
-  return m_connection->unsubscribe(topic);
 }
 
 std::chrono::milliseconds MqttClient::read_timeout() const {

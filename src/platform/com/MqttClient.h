@@ -26,10 +26,14 @@ class MqttClient final : public ITransportClient {
   bool start() override;
   bool stop() override;
   [[nodiscard]] bool is_connected() const override { return m_connection->is_connected(); }
-  int publish(const std::string& topic, const Message& message, Delivery delivery = Delivery::once) override;
+  int publish(const std::string& topic, const Message& message, Delivery delivery = Delivery::once) override {
+    return m_connection->publish(topic, message, delivery);
+  }
   bool subscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer,
-                 int qos) override;
-  bool unsubscribe(const std::string& topic) override;
+                 int qos) override {
+    return m_connection->subscribe(topic, observer, qos);
+  }
+  bool unsubscribe(const std::string& topic) override { return m_connection->unsubscribe(topic); }
   [[nodiscard]] std::chrono::milliseconds read_timeout() const override;
 
  private:

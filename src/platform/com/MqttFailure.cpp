@@ -3,32 +3,24 @@
 #include <mosquittopp.h>
 #include <netdb.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <string_view>
+#include <iterator>
 
 namespace ecu::koru::com {
 
 namespace {
 
+constexpr std::chrono::milliseconds ANSWER_LIMIT{10000};  // from the look-up's end to the broker's answer
+/// During a TLS handshake the library does not notice that the peer is gone. The peer's last bytes may still
+/// have to be read, so a hang-up counts only after several more steps.
+constexpr int MAX_HANG_UPS = 8;
 constexpr char TLS_ALERT = 0x15;  // the first byte of a TLS server's answer to plain text
 
-bool is_plain_loss(int code) {
-  switch (code) {
-    case MOSQ_ERR_SUCCESS:
-    case MOSQ_ERR_NO_CONN:
-    case MOSQ_ERR_CONN_REFUSED:
-    case MOSQ_ERR_CONN_LOST:
-    case MOSQ_ERR_ERRNO:
-    case MOSQ_ERR_EAI:
-    case MOSQ_ERR_LOOKUP:
-    case MOSQ_ERR_KEEPALIVE:
-    case MOSQ_ERR_TIMEOUT:
-      return true;
-    default:
-      return false;
-  }
-}
+constexpr int PLAIN_LOSSES[] = {MOSQ_ERR_SUCCESS,   MOSQ_ERR_NO_CONN,   MOSQ_ERR_CONN_REFUSED,
+                                MOSQ_ERR_CONN_LOST, MOSQ_ERR_ERRNO,     MOSQ_ERR_EAI,
+                                MOSQ_ERR_LOOKUP,    MOSQ_ERR_KEEPALIVE, MOSQ_ERR_TIMEOUT};
 
 bool breaks_protocol(int code) {
   return code == MOSQ_ERR_PROTOCOL || code == MOSQ_ERR_MALFORMED_PACKET || code == MOSQ_ERR_OVERSIZE_PACKET;
@@ -56,9 +48,9 @@ std::string reason_of(int code, int system_error) {
 
 }  // namespace
 
-MqttFailure explain(MqttError error, const MqttCourse& course) {
+MqttFailure explain(const MqttCourse& course) {
   using Kind = MqttFailure::Kind;
-  auto [code, system_error] = error;
+  int code = course.code;
   if (course.connack > 0) return {Kind::refused, without_stop(mosqpp::connack_string(course.connack))};
   const bool end_of_stream = course.errors.find("unexpected eof") != std::string::npos;
   if (course.tls && !course.errors.empty() && !end_of_stream) {
@@ -68,18 +60,37 @@ MqttFailure explain(MqttError error, const MqttCourse& course) {
   if (end_of_stream) return {Kind::unreachable, reason_of(MOSQ_ERR_CONN_LOST, 0)};
   if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) code = course.disconnect;
   // A broker sends its whole answer to the login in one TLS record, so a partial answer is not a broker's.
-  const bool cut = course.tls && ends_within_packet(code, system_error);
+  const bool cut = course.tls && ends_within_packet(code, course.system_error);
   if (course.connack < 0 && (cut || breaks_protocol(code))) return foreign({});
-  const auto kind = is_plain_loss(code)                                      ? Kind::unreachable
-                    : code == MOSQ_ERR_TLS || code == MOSQ_ERR_TLS_HANDSHAKE ? Kind::tls
-                                                                             : Kind::protocol;
-  return {kind, reason_of(code, system_error)};
+  const auto kind = std::ranges::find(PLAIN_LOSSES, code) != std::end(PLAIN_LOSSES) ? Kind::unreachable
+                    : code == MOSQ_ERR_TLS || code == MOSQ_ERR_TLS_HANDSHAKE        ? Kind::tls
+                                                                                    : Kind::protocol;
+  return {kind, reason_of(code, course.system_error)};
 }
 
 MqttFailure unanswered(bool tls) {
   const char* hint = tls ? "does its port speak TLS?" : "does its port expect TLS?";
   return {MqttFailure::Kind::unanswered,
           std::string("the connection was closed without an answer; is a broker behind it, and ") + hint};
+}
+
+std::string message_with(int qos) {
+  return "message with QoS " + std::to_string(qos);
+}
+
+std::string uninvited_packet(std::string_view line, const std::string& client_name) {
+  const std::string begin = "Client " + client_name + " received ";
+  if (!line.starts_with(begin)) return {};
+  line.remove_prefix(begin.size());
+  constexpr std::string_view MESSAGE = "PUBLISH (d0, q";  // or d1
+  if (line.size() > MESSAGE.size() && line.starts_with("PUBLISH ")) {
+    const int qos = line[MESSAGE.size()] - '0';
+    return qos > 0 ? message_with(qos) : "";
+  }
+  for (const std::string_view name : {"PINGREQ", "PUBACK", "PUBREC", "PUBREL", "PUBCOMP"}) {
+    if (line.starts_with(name)) return std::string(name);
+  }
+  return {};
 }
 
 MqttFailure uninvited(const std::string& packet) {
@@ -93,6 +104,12 @@ MqttFailure foreign(const std::string& seen) {
   }
   return {Kind::foreign, "protocol error, the answer to the login is not MQTT",
           seen.empty() ? seen : ", it begins with \"" + seen + "\""};
+}
+
+std::optional<MqttFailure> no_answer(bool tls, std::chrono::nanoseconds waited, int hang_ups) {
+  if (hang_ups > MAX_HANG_UPS) return unanswered(tls);
+  if (waited < ANSWER_LIMIT) return std::nullopt;
+  return MqttFailure{MqttFailure::Kind::unreachable, "the broker does not answer"};
 }
 
 }  // namespace ecu::koru::com

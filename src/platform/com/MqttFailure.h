@@ -1,6 +1,9 @@
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace ecu::koru::com {
 
@@ -19,25 +22,28 @@ struct MqttFailure {
   std::string seen = {};  ///< bytes from the peer; different ones are not a different reason
 };
 
-/// The result of a call of the client library and the system's error after it.
-struct MqttError {
-  int code;
-  int system_error;
-};
-
-/// Further facts about the connection that failed.
+/// What is known about a connection that failed.
 struct MqttCourse {
-  bool tls;
-  int connack;                ///< the answer to the login; -1: there was none
-  int disconnect;             ///< the library's reason for disconnecting
-  std::string errors;         ///< errors that the library logged
+  int code;            ///< the result of the last call of the client library
+  int system_error;    ///< errno after it
+  int connack = -1;    ///< the answer to the login; -1: there was none
+  int disconnect = 0;  ///< the library's reason for disconnecting
+  bool tls = false;
+  std::string errors = {};    ///< errors that the library logged
   std::string distrust = {};  ///< why the broker's certificate was not trusted
 };
 
-[[nodiscard]] MqttFailure explain(MqttError error, const MqttCourse& course);
+[[nodiscard]] MqttFailure explain(const MqttCourse& course);
 
 /// Returns the failure of a connection that was closed before the login was answered.
 [[nodiscard]] MqttFailure unanswered(bool tls);
+
+/// Returns the name of a packet that the broker must not send to a client with QoS 0, if this line of the
+/// library's debug log reports one; empty otherwise. The library answers such packets by itself and keeps the
+/// answers in memory until the broker reads them. No callback reports these packets, or a message with QoS 2
+/// before the broker releases it.
+[[nodiscard]] std::string uninvited_packet(std::string_view line, const std::string& client_name);
+[[nodiscard]] std::string message_with(int qos);
 
 /// Returns the failure of a broker that sent `packet`, which a client with QoS 0 never gets: a message above
 /// QoS 0, or for example "PINGREQ".
@@ -45,5 +51,9 @@ struct MqttCourse {
 
 /// Returns the failure of an answer that is not MQTT. `seen` holds its first bytes, as far as they are known.
 [[nodiscard]] MqttFailure foreign(const std::string& seen);
+
+/// Returns why to stop waiting for the answer to a login, or nothing. `hang_ups` counts the latest steps in a
+/// row after which the peer had hung up.
+[[nodiscard]] std::optional<MqttFailure> no_answer(bool tls, std::chrono::nanoseconds waited, int hang_ups);
 
 }  // namespace ecu::koru::com

@@ -14,7 +14,7 @@ namespace ecu::koru::com {
 /// the socket, and those that are kept until they are written. State only: no I/O, no clock, no lock.
 class MqttOutbox {
  public:
-  using Time = std::chrono::steady_clock::time_point;
+  using Time = std::chrono::nanoseconds;  // steady clock
 
   /// A fix is a burst of messages within a few milliseconds. A message that is still unwritten after this
   /// time, because the socket is full, does not belong to the present burst.
