@@ -21,33 +21,29 @@ constexpr size_t MAX_PASSWORD_LENGTH = MAX_TEXT_LENGTH;
 // after the name.
 constexpr size_t MAX_CLIENT_NAME_LENGTH = 256;
 
+template <typename... Parts>
+void refuse(const char* key, const std::string& text, const Parts&... why) {
+  LOG.error("Configuration: ", key, " = \"", logging::escaped(text), "\" ", why..., ", the default is used");
+}
+
 /// Leaves `value` unchanged if the key is absent or, after an ERROR record, not a number from 1 to `max`.
 template <typename T>
 void read_number(const config::Configuration& config, const char* key, int64_t max, T& value) {
   const std::string text = config.get(key);
   if (text.empty()) return;
-  if (const auto number = to_int_within_base0(text, 1, max)) {
-    value = T(static_cast<typename std::conditional_t<std::is_integral_v<T>, T, int64_t>>(*number));
-  } else {
-    LOG.error("Configuration: ", key, " = \"", logging::escaped(text), "\" is no number from 1 to ", max,
-              ", the default is used");
-  }
+  const auto number = to_int_within_base0(text, 1, max);
+  if (!number) return refuse(key, text, "is no number from 1 to ", max);
+  value = T(static_cast<typename std::conditional_t<std::is_integral_v<T>, T, int64_t>>(*number));
 }
 
 void read_text(const config::Configuration& config, const char* key, std::string& value,
                size_t max = MAX_TEXT_LENGTH) {
   std::string text = config.get(key);
   if (text.empty()) return;
-  if (text.size() > max) {
-    LOG.error("Configuration: ", key, " = \"", logging::escaped(text), "\" is longer than ", max,
-              " bytes, the default is used");
-    return;
-  }
-  if (mosqpp::validate_utf8(text.c_str(), static_cast<int>(text.size())) != MOSQ_ERR_SUCCESS) {
-    LOG.error("Configuration: ", key, " = \"", logging::escaped(text),
-              "\" is no UTF-8 text, the default is used");
-    return;
-  }
+  if (text.size() > max) return refuse(key, text, "is longer than ", max, " bytes");
+  const int size = static_cast<int>(text.size());
+  if (mosqpp::validate_utf8(text.c_str(), size) != MOSQ_ERR_SUCCESS)
+    return refuse(key, text, "is no UTF-8 text");
   value = std::move(text);
 }
 
@@ -100,14 +96,11 @@ bool check_mqtt_files(const MqttOptions& options) {
   good &= needs("tls_cert", options.tls_cert, "tls_ca", options.tls_ca);
   good &= needs("tls_cert", options.tls_cert, "tls_key", options.tls_key);
   good &= needs("tls_key", options.tls_key, "tls_cert", options.tls_cert);
-  struct Row {
-    const char* key;
-    const std::string& path;
-  };
-  for (const auto& [key, path] : {Row{"password_file", options.password_file}, Row{"tls_ca", options.tls_ca},
-                                  Row{"tls_cert", options.tls_cert}, Row{"tls_key", options.tls_key}}) {
-    if (!path.empty()) good &= readable(key, path);
-  }
+  const std::pair<const char*, const std::string&> files[] = {{"password_file", options.password_file},
+                                                              {"tls_ca", options.tls_ca},
+                                                              {"tls_cert", options.tls_cert},
+                                                              {"tls_key", options.tls_key}};
+  for (const auto& [key, path] : files) good &= path.empty() || readable(key, path);
   return good;
 }
 
