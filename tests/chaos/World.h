@@ -90,6 +90,35 @@ class Bus : Unique {
   std::vector<Fix> m_fixes;
 };
 
+/// Notices when the machine itself does not run this process for a while, which no service can make up for.
+class Stalls : Unique {
+ public:
+  /// Returns how long the process did not run after that time since boot, ns.
+  [[nodiscard]] int64_t since(int64_t boot_ns) const {
+    const std::lock_guard lock(m_mutex);
+    int64_t sum = 0;
+    for (const auto& [end_ns, length_ns] : m_stalls) sum += end_ns > boot_ns ? length_ns : 0;
+    return sum;
+  }
+
+ private:
+  static constexpr int64_t STEP_NS = 20 * MS, STALL_NS = 100 * MS;
+
+  void watch(const std::stop_token& stop) {
+    for (int64_t before = clock_ns(CLOCK_BOOTTIME); !stop.stop_requested();) {
+      std::this_thread::sleep_for(std::chrono::nanoseconds(STEP_NS));
+      const int64_t now = clock_ns(CLOCK_BOOTTIME), late = now - before - STEP_NS;
+      before = now;
+      const std::lock_guard lock(m_mutex);
+      if (late > STALL_NS) m_stalls.emplace_back(now, late);
+    }
+  }
+
+  mutable std::mutex m_mutex;
+  std::vector<std::pair<int64_t, int64_t>> m_stalls;  // end since boot, length
+  std::jthread m_watch{[this](const std::stop_token& stop) { watch(stop); }};
+};
+
 /// A vehicle in which everything can fail: broker, rest of the unit, receiver, system clock, with the service
 /// among them. Each fault is a pair of functions that begin and end it.
 class World : public SatnavdTest {
@@ -226,6 +255,7 @@ class World : public SatnavdTest {
   std::mt19937 random{static_cast<unsigned>(setting("SATNAVD_CHAOS_SEED", 1))};
   std::optional<Bus> bus;
   std::unique_ptr<Process> service;
+  Stalls stalls;
 
  private:
   [[nodiscard]] std::string process() const { return "/proc/" + std::to_string(service->pid()); }
