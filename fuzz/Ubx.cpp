@@ -96,7 +96,7 @@ class Unit final : public IReceiverOwner {
   SerialInput m_input{std::unique_ptr<ITerminalDevice>(m_line)};
 
  public:
-  UbloxConfig config{m_input, ReceiverLines("qrx", "/nowhere"), requests, *this};
+  UbloxConfig config{m_input, ReceiverLines(ReceiverLines::USUAL_LINE, "/nowhere"), requests, *this};
   AntennaSupervision antenna{config, requests, *this, bus};
   UbxReception reception{m_input, config, antenna, *this};
 };

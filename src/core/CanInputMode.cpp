@@ -38,9 +38,8 @@ void CanInputMode::runIcan() {
     const int32_t status = m_gnss_ican_observer->getGnssInfoStatus();
     m_run.reportStatus(m_publisher.isConnected(), true, status);
     sendFrameUsingIcan();
-    if (GnssUtils::debugIt(logflag::CONNECTION)) {
-      LOG.detail("runIcan time_out ", time_out, " gnss_status ", status, " m_comm_retries ", m_comm_retries);
-    }
+    LOG.detail(logflag::CONNECTION, "runIcan time_out ", time_out, " gnss_status ", status,
+               " m_comm_retries ", m_comm_retries);
     publishModuleErrorMessage(*m_transport_client, false);
     m_comm_retries = time_out ? m_comm_retries + 1 : 0;
   }
@@ -61,8 +60,8 @@ void CanInputMode::sendFrameUsingIcan() {
   GnssInfo info = m_gnss_ican_observer->takeGnssInfo();
   if (m_publisher.isConnected()) {
     if (m_run.isRunning()) m_publisher.publishGnssData(info, m_no_sentences);
-  } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
-    LOG.detail("DATA TO PUBLISH BUT NO MQTT ");
+  } else {
+    LOG.detail(logflag::PUBLICATION, "DATA TO PUBLISH BUT NO MQTT ");
   }
 }
 

@@ -49,7 +49,7 @@ ReceiverMode::ReceiverMode(std::shared_ptr<com::ITransportClient> transport, con
       m_publisher(publisher),
       m_input(hardware.input ? std::move(hardware.input) : createInput(unit)),
       m_epoch(*this),
-      m_ublox_config(*m_input, ReceiverLines(unit.hwVersion(), hardware.gpio_root), requests, *this),
+      m_ublox_config(*m_input, ReceiverLines(unit.resetLine(), hardware.gpio_root), requests, *this),
       m_antenna(m_ublox_config, requests, *this, m_transport_client),
       m_ubx_reception(*m_input, m_ublox_config, m_antenna, *this) {}
 
@@ -125,9 +125,7 @@ void ReceiverMode::connectOrWait() {
   publishGnssData();
   sendAndCountFrame();
   ++m_comm_retries;
-  if (GnssUtils::debugIt(logflag::CONNECTION)) {
-    LOG.detail("No communication retrying. Num retries ", m_comm_retries);
-  }
+  LOG.detail(logflag::CONNECTION, "No communication retrying. Num retries ", m_comm_retries);
 }
 
 void ReceiverMode::receive() {
@@ -147,9 +145,7 @@ void ReceiverMode::receive() {
 void ReceiverMode::superviseReceiver() {
   if (isNoCommunication()) {
     ++m_comm_retries;
-    if (GnssUtils::debugIt(logflag::CONNECTION)) {
-      LOG.detail("No communication retrying. Retries ", m_comm_retries);
-    }
+    LOG.detail(logflag::CONNECTION, "No communication retrying. Retries ", m_comm_retries);
     disconnect(CloseReason::SILENT);
     return;
   }
@@ -183,11 +179,10 @@ void ReceiverMode::processUblox() {
   const int length = m_ubx_reception.readUbloxMessage();
   if (length <= 0) return;
   m_last_ublox_time = m_data_time_us;
-  if (GnssUtils::debugIt(logflag::NEW_DATA)) {
-    LOG.detail("VALID UBLOX len ", length, "\n", hexLines(m_input->getBuffer(), length));
-    const int remaining = m_input->getBytesWaiting() - length;
-    if (remaining > 0) LOG.detail("Another message waiting ", remaining);
-  }
+  LOG.detail(logflag::NEW_DATA, "VALID UBLOX len ", length, "\n",
+             [&] { return hexLines(m_input->getBuffer(), length); });
+  const int remaining = m_input->getBytesWaiting() - length;
+  if (remaining > 0) LOG.detail(logflag::NEW_DATA, "Another message waiting ", remaining);
   m_ubx_reception.processUbloxMessage();
 }
 
@@ -212,13 +207,11 @@ void ReceiverMode::sendGpsOnCan() {
   GnssInfo& info = m_epoch.infoSent();
   if (m_publisher.isConnected()) {
     const int32_t status = info.getStatus();
-    if (GnssUtils::debugIt(logflag::CONNECTION)) {
-      LOG.detail("GPSDClient::sendGpsOnCan -  gnss_status ", status);
-    }
+    LOG.detail(logflag::CONNECTION, "GPSDClient::sendGpsOnCan -  gnss_status ", status);
     m_publisher.publishOnCan(info, m_epoch.sentences());
     publishModuleErrorMessage(*m_transport_client, status == 1 && !m_antenna.isRadioSilent());
-  } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
-    LOG.detail("GPSDClient::sendGpsOnCan - DATA TO PUBLISH BUT NO MQTT ");
+  } else {
+    LOG.detail(logflag::PUBLICATION, "GPSDClient::sendGpsOnCan - DATA TO PUBLISH BUT NO MQTT ");
   }
 }
 
@@ -226,8 +219,8 @@ void ReceiverMode::publishGnssData() {
   m_run.reportStatus(m_publisher.isConnected(), m_input->isConnected(), m_epoch.info().getStatus());
   if (m_publisher.isConnected()) {
     m_publisher.publishGnssData(m_epoch.info(), m_epoch.sentences());
-  } else if (GnssUtils::debugIt(logflag::PUBLICATION)) {
-    LOG.detail("GPSDClient::publishGnssData - DATA TO PUBLISH BUT NO MQTT");
+  } else {
+    LOG.detail(logflag::PUBLICATION, "GPSDClient::publishGnssData - DATA TO PUBLISH BUT NO MQTT");
   }
   m_epoch.rotate(m_ublox_config.receiverFlag());
 }

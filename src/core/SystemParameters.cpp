@@ -17,16 +17,15 @@ constexpr double MS_PER_S = 1000.0;
 
 /// Returns the switch that the first value byte sets, or nothing if there is no usable value.
 std::optional<bool> switchOf(const var::SystemParameterMap& parameters, uint32_t id, const char* name) {
-  const bool log = GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS);
   const auto entry = parameters.find(id);
   if (entry == parameters.end()) {
-    if (log) LOG.detail("SysParams ", name, " Not found");
+    LOG.detail(logflag::SYSTEM_PARAMETERS, "SysParams ", name, " Not found");
     return std::nullopt;
   }
   const std::string& value = entry->second.value();
   if ((entry->second.flags() & HAS_OTAID) == 0 || value.empty()) return std::nullopt;
   const auto byte = static_cast<uint8_t>(value[0]);
-  if (log) LOG.detail("SysParams ", name, " = ", byte);
+  LOG.detail(logflag::SYSTEM_PARAMETERS, "SysParams ", name, " = ", byte);
   return byte == 1;
 }
 

@@ -3,10 +3,13 @@
 #include <utility>
 
 #include "input/SPI.h"
+#include "ublox/ReceiverLines.h"
 
 namespace ecu::koru::gpspub {
 
 namespace {
+constexpr const char* N2 = "n2";
+constexpr const char* N2_RESET_LINE = "121";
 constexpr std::string_view SERIAL_DEVICE = "/dev/ttyFP3";
 constexpr std::string_view SIMULATOR_DEVICE = "/dev/ttyUSB0";
 }  // namespace
@@ -22,7 +25,11 @@ std::string Unit::chooseDevice(const std::string& option, bool simulation, const
   if (!option.empty()) return option;
   if (simulation) return std::string(SIMULATOR_DEVICE);
   if (!configured.empty()) return configured;
-  return std::string(hwversion == "n2" ? SPI::DEVICE : SERIAL_DEVICE);
+  return std::string(hwversion == N2 ? SPI::DEVICE : SERIAL_DEVICE);
+}
+
+std::string Unit::resetLine() const {
+  return m_hw_version == N2 ? N2_RESET_LINE : ReceiverLines::USUAL_LINE;
 }
 
 bool Unit::isReceiverOnSpi() const {

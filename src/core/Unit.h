@@ -17,12 +17,13 @@ class Unit {
                                                 const std::string& configured, const std::string& hwversion);
 
   [[nodiscard]] const std::string& hwVariant() const { return m_hw_variant; }
-  [[nodiscard]] const std::string& hwVersion() const { return m_hw_version; }
   [[nodiscard]] bool hasReceiver() const { return m_hw_hasgnss; }
   [[nodiscard]] const std::string& devicePath() const { return m_device_path; }
   [[nodiscard]] bool isReceiverOnSpi() const;
   /// Returns true if the device is not one of the hardware's own.
   [[nodiscard]] bool isDeviceRedirected() const;
+  /// Returns the processor line of the receiver's reset input.
+  [[nodiscard]] std::string resetLine() const;
   /// Returns true if fixes also go to the vehicle's buses, and the unit announces its receiver as a source.
   [[nodiscard]] bool isOnVehicleBuses() const { return m_hw_version == "zpt"; }
   /// Returns true if fixes also go to the unit's own time service.

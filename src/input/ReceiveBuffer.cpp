@@ -43,7 +43,7 @@ void ReceiveBuffer::append(std::span<const unsigned char> bytes) {
 }
 
 void ReceiveBuffer::dump(const char* text) {
-  if (GnssUtils::debugIt(logflag::READS)) LOG.detail(text, hexLines(begin(), m_bytes_waiting));
+  LOG.detail(logflag::READS, text, [&] { return hexLines(begin(), m_bytes_waiting); });
   m_bytes_discarded += m_bytes_waiting;
   clear();
 }
@@ -69,7 +69,7 @@ bool ReceiveBuffer::nextItem(const char* text) {
   removeFramedItem();
   if (m_bytes_waiting < MIN_ITEM_LEN) return false;
   if (frameItem()) return true;
-  if (GnssUtils::debugIt(logflag::READS_PARSED)) LOG.detail(text, m_bytes_waiting);
+  LOG.detail(logflag::READS_PARSED, text, m_bytes_waiting);
   return false;
 }
 
@@ -123,11 +123,10 @@ void ReceiveBuffer::discardUntilSync() {
       GnssUtils::find2CharsInString(bytes, '$', ubx::SYNC_1, static_cast<unsigned>(m_bytes_waiting));
   const bool found = sync != -1;
   const int garbage = found ? sync : m_bytes_waiting;
-  if (GnssUtils::debugIt(logflag::FRAMING)) {
-    LOG.detail(found ? "SerialInput::parseLine() Found SYNC. Discard "
-                     : "SerialInput::parseLine() == -1. No valid SYNC bytes. Discard ",
-               garbage, found ? " bytes " : " ", hexText(bytes, garbage));
-  }
+  LOG.detail(logflag::FRAMING,
+             found ? "SerialInput::parseLine() Found SYNC. Discard "
+                   : "SerialInput::parseLine() == -1. No valid SYNC bytes. Discard ",
+             garbage, found ? " bytes " : " ", [&] { return hexText(bytes, garbage); });
   discard(garbage);
 }
 
@@ -139,18 +138,15 @@ bool ReceiveBuffer::parseForEndOfLine() {
   m_bytes_scanned = i;
   if (i == m_bytes_waiting) return false;
   if (line[i] != LF || line[i - 1] != CR) {
-    if (GnssUtils::debugIt(logflag::FRAMING)) {
-      LOG.detail(line[i] != LF ? "parseForEndOfLine detected corrupt data. Resync for start of message."
-                               : "parseForEndOfLine No CR in message. Resync for start of message.");
-    }
+    LOG.detail(logflag::FRAMING, line[i] != LF
+                                     ? "parseForEndOfLine detected corrupt data. Resync for start of message."
+                                     : "parseForEndOfLine No CR in message. Resync for start of message.");
     discard(1);
     return false;
   }
   line[i] = 0;
-  if (GnssUtils::debugIt(logflag::READS)) {
-    LOG.detail("m_bytes_read set to ", i + 1, " m_bytes_waiting ", m_bytes_waiting, " *char_ptr hex ",
-               logging::hex(line[i], 2));
-  }
+  LOG.detail(logflag::READS, "m_bytes_read set to ", i + 1, " m_bytes_waiting ", m_bytes_waiting,
+             " *char_ptr hex ", logging::hex(line[i], 2));
   setItem(ItemKind::NMEA_LINE, i + 1);
   return true;
 }
@@ -160,22 +156,18 @@ bool ReceiveBuffer::parseUbloxLine() {
   if (held.size() < ubx::OVERHEAD_LEN) return false;
   const int ublox_payload_len = ubx::u16(held, ubx::LENGTH_OFFSET);
   const size_t length = ubx::frameLength(held);
-  const bool log = GnssUtils::debugIt(logflag::FRAMING);
   if (held.size() < length) {
     if (ublox_payload_len <= m_max_ublox_payload) return false;
-    if (log) {
-      LOG.detail("parseUbloxLine ublox_payload_len ", ublox_payload_len,
-                 " too large. Resync for start of message.");
-    }
+    LOG.detail(logflag::FRAMING, "parseUbloxLine ublox_payload_len ", ublox_payload_len,
+               " too large. Resync for start of message.");
   } else {
     if (GnssUtils::isUbloxChecksumCorrect(held.data(), static_cast<unsigned>(length))) {
       setItem(ItemKind::UBX_FRAME, static_cast<int>(length));
       return true;
     }
-    if (log) {
-      LOG.detail("Bad Ublox checksum. ublox_payload_len ", ublox_payload_len, " bytes waiting ",
-                 m_bytes_waiting, " ", hexText(held.data(), m_bytes_waiting));
-    }
+    LOG.detail(logflag::FRAMING, "Bad Ublox checksum. ublox_payload_len ", ublox_payload_len,
+               " bytes waiting ", m_bytes_waiting, " ",
+               [&] { return hexText(held.data(), m_bytes_waiting); });
   }
   discard(ubx::SYNC_LEN);
   return false;

@@ -75,7 +75,7 @@ bool SPI::connect() {
   m_device_gone = false;
   m_received.forgetUnpacedBytes();
   configureGpioTxRdy();
-  if (GnssUtils::debugIt(logflag::CONNECTION)) LOG.detail("SPI connect to ", logging::escaped(m_gnss_device));
+  LOG.detail(logflag::CONNECTION, "SPI connect to ", [&] { return logging::escaped(m_gnss_device); });
   m_fd_serial = m_device->open(m_gnss_device, O_RDWR);
   if (m_fd_serial < 0) {
     const int error = errno;
@@ -167,10 +167,8 @@ bool SPI::waiting(int timeout_us) {
   if (!control && slave_timeout_us > POLL_TRANSFER_US) slave_timeout_us -= POLL_TRANSFER_US;
   bool ret = false;
   for (int i = 0; i < count && !ret && !isDeviceGone(); ++i) ret = waitingSlave(slave_timeout_us);
-  if (GnssUtils::debugIt(logflag::START_UP)) {
-    LOG.detail("SPI::waiting  hasGpioTxRdyControl() ", m_has_gpio_txrdy_control, " count ", count,
-               " slave_timeout_us ", slave_timeout_us, " ret ", ret);
-  }
+  LOG.detail(logflag::START_UP, "SPI::waiting  hasGpioTxRdyControl() ", m_has_gpio_txrdy_control, " count ",
+             count, " slave_timeout_us ", slave_timeout_us, " ret ", ret);
   return ret;
 }
 
@@ -178,10 +176,8 @@ bool SPI::waitingSlave(int slice_us) {
   m_slice_end_ns = nowNs() + slice_us * NS_PER_US;
   const int held = m_received.bytesWaiting();
   if (held != m_received.bytesRead()) {
-    if (GnssUtils::debugIt(logflag::WAITING_HELD)) {
-      LOG.detail("\t\t\tSPI::waitingSlave. Bytes to process ", held - m_received.bytesRead(),
-                 " bytes_waiting ", held);
-    }
+    LOG.detail(logflag::WAITING_HELD, "\t\t\tSPI::waitingSlave. Bytes to process ",
+               held - m_received.bytesRead(), " bytes_waiting ", held);
     return true;
   }
   return m_has_gpio_txrdy_control ? waitTxReady(slice_us) : pollSlave();
@@ -196,17 +192,14 @@ bool SPI::pollSlave() {
   }
   const int64_t SPI_read_time_us = (nowNs() - begin_ns) / NS_PER_US;
   if (isIdle(received(res))) {
-    if (GnssUtils::debugIt(logflag::WAITING)) {
-      LOG.detail("waitingSlave() m_bytes_waiting ", m_received.bytesWaiting(), " and 0xFF. res = ", res);
-    }
+    LOG.detail(logflag::WAITING, "waitingSlave() m_bytes_waiting ", m_received.bytesWaiting(),
+               " and 0xFF. res = ", res);
     sleepRestOfSlice(0);
     return false;
   }
   m_received.append(received(res));
-  if (GnssUtils::debugIt(logflag::START_UP)) {
-    LOG.detail("waitingSlave() GOOD no 0xFF. m_bytes_waiting ", m_received.bytesWaiting(), ". res = ", res,
-               " SPI_read_time_us ", SPI_read_time_us);
-  }
+  LOG.detail(logflag::START_UP, "waitingSlave() GOOD no 0xFF. m_bytes_waiting ", m_received.bytesWaiting(),
+             ". res = ", res, " SPI_read_time_us ", SPI_read_time_us);
   return true;
 }
 
@@ -221,11 +214,10 @@ bool SPI::waitTxReady(int slice_us) {
   }
   const bool ready = level == 0 || ret > 0;
   if (ready) m_line_active_ns = nowNs();
-  if (GnssUtils::debugIt(logflag::WAITING)) {
-    LOG.detail("  SPI select Waiting ret = ", ret, " m_ublox_txrdy_configured = ", m_ublox_txrdy_configured,
-               " hasGpioTxRdyControl = ", m_has_gpio_txrdy_control, " m_fd_gpio_txrdy = ", m_gpio.fd(),
-               " diff_us ", (nowNs() - begin_ns) / NS_PER_US);
-  }
+  LOG.detail(logflag::WAITING, "  SPI select Waiting ret = ", ret,
+             " m_ublox_txrdy_configured = ", m_ublox_txrdy_configured,
+             " hasGpioTxRdyControl = ", m_has_gpio_txrdy_control, " m_fd_gpio_txrdy = ", m_gpio.fd(),
+             " diff_us ", (nowNs() - begin_ns) / NS_PER_US);
   return ready;
 }
 
@@ -263,10 +255,9 @@ bool SPI::read() {
   const bool idle = isIdle(received(res));
   m_received.append(received(res));
   const bool framed = m_received.frameNewBytes(idle ? 0 : res);
-  if (GnssUtils::debugIt(logflag::READS_PARSED)) {
-    LOG.detail(framed ? "SPI parseLine true  m_bytes_waiting " : "SPI parseLine false  m_bytes_waiting ",
-               m_received.bytesWaiting(), " SPI_read_time_us ", SPI_read_time_us);
-  }
+  LOG.detail(logflag::READS_PARSED,
+             framed ? "SPI parseLine true  m_bytes_waiting " : "SPI parseLine false  m_bytes_waiting ",
+             m_received.bytesWaiting(), " SPI_read_time_us ", SPI_read_time_us);
   // A line that says "ready" without data must not make this thread spin.
   if (idle && !framed && m_has_gpio_txrdy_control) sleepRestOfSlice(SHORTEST_PAUSE_NS);
   return framed;
@@ -283,18 +274,17 @@ int SPI::sendBinary(const unsigned char* data, int len) {
   }
   if (res < 0) {
     LOG.error("Error sendBinary m_fd_serial ", m_fd_serial, " errno = ", errno);
-  } else if (GnssUtils::debugIt(logflag::BYTES_SENT)) {
+  } else {
     logSent(data, len, res);
   }
   return res;
 }
 
 void SPI::logSent(const unsigned char* data, int len, int res) {
-  if (len <= MAX_ONE_LINE_DUMP) {
-    LOG.detail("SPI::sendBinary Message res ", res, " len ", len, "    ", hexText(data, len));
-  } else {
-    LOG.detail("SPI sendBinary Message res ", res, " len ", len, "\n", hexLines(data, len));
-  }
+  const bool one_line = len <= MAX_ONE_LINE_DUMP;
+  const auto bytes = [&] { return one_line ? "    " + hexText(data, len) : "\n" + hexLines(data, len); };
+  LOG.detail(logflag::BYTES_SENT, one_line ? "SPI::sendBinary Message res " : "SPI sendBinary Message res ",
+             res, " len ", len, bytes);
 }
 
 /// Leaves the framed item where it is, because its handler may be the sender.

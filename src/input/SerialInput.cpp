@@ -34,8 +34,7 @@ bool SerialInput::connect() {
   disconnect();
   m_device_gone = false;
   m_received.forgetUnpacedBytes();
-  if (GnssUtils::debugIt(logflag::CONNECTION))
-    LOG.detail("connectSerial to ", logging::escaped(m_gnss_device));
+  LOG.detail(logflag::CONNECTION, "connectSerial to ", [&] { return logging::escaped(m_gnss_device); });
   m_fd_serial = m_device->open(m_gnss_device);
   if (m_fd_serial < 0) {
     const int error = errno;
@@ -53,7 +52,7 @@ bool SerialInput::connect() {
 void SerialInput::applyAttributes() {
   termios attributes{};
   bool failed = m_device->getAttributes(m_fd_serial, attributes) != 0;
-  if (GnssUtils::debugIt(logflag::CONNECTION)) logAttributes(attributes);
+  logAttributes(attributes);
   cfmakeraw(&attributes);
   cfsetispeed(&attributes, m_baud.code());
   cfsetospeed(&attributes, m_baud.code());
@@ -69,13 +68,13 @@ void SerialInput::applyAttributes() {
 
 void SerialInput::logAttributes(const termios& attributes) const {
   const termios& t = attributes;
-  LOG.detail("OCTAL OCTAL newtio cflag ", octal(t.c_cflag), " iflag ", octal(t.c_iflag), " oflag ",
-             octal(t.c_oflag), " lflag ", octal(t.c_lflag), " line  ", octal(t.c_line), " c_cc[5] ",
-             octal(t.c_cc[5]), " c_cc[6] ", octal(t.c_cc[6]), " ispeed ", octal(t.c_ispeed), " ospeed ",
-             octal(t.c_ospeed));
-  LOG.detail("HEX c_cc ", hexDumpMessage(t.c_cc, NCCS, 0, 10, true));
-  LOG.detail("cfgetispeed() ", octal(cfgetispeed(&t)), " cfgetspeed() ", octal(cfgetospeed(&t)),
-             " baud rate ", m_baud.bitsPerSecond());
+  LOG.detail(logflag::CONNECTION, "OCTAL OCTAL newtio cflag ", octal(t.c_cflag), " iflag ", octal(t.c_iflag),
+             " oflag ", octal(t.c_oflag), " lflag ", octal(t.c_lflag), " line  ", octal(t.c_line),
+             " c_cc[5] ", octal(t.c_cc[5]), " c_cc[6] ", octal(t.c_cc[6]), " ispeed ", octal(t.c_ispeed),
+             " ospeed ", octal(t.c_ospeed));
+  LOG.detail(logflag::CONNECTION, "HEX c_cc ", hexDumpMessage(t.c_cc, NCCS, 0, 10, true));
+  LOG.detail(logflag::CONNECTION, "cfgetispeed() ", octal(cfgetispeed(&t)), " cfgetspeed() ",
+             octal(cfgetospeed(&t)), " baud rate ", m_baud.bitsPerSecond());
 }
 
 void SerialInput::disconnect() {
@@ -92,13 +91,12 @@ void SerialInput::clearBuffer() {
 bool SerialInput::waiting(int timeout_us) {
   const int unread = m_received.bytesWaiting() - m_received.bytesRead();
   if (m_received.bytesRead() != 0 && unread != 0) {
-    if (GnssUtils::debugIt(logflag::WAITING_HELD))
-      LOG.detail("\t\t\tSerialInput::waiting. Bytes to process ", unread);
+    LOG.detail(logflag::WAITING_HELD, "\t\t\tSerialInput::waiting. Bytes to process ", unread);
     return true;
   }
   const int result = m_device->waitReadable(m_fd_serial, timeout_us);
   if (result < 0 && errno != EINTR) m_device_gone = true;
-  if (GnssUtils::debugIt(logflag::WAITING)) LOG.detail("SerialInput::waiting select result ", result);
+  LOG.detail(logflag::WAITING, "SerialInput::waiting select result ", result);
   return result > 0;
 }
 
@@ -106,17 +104,16 @@ bool SerialInput::read() {
   if (m_received.nextItem("\t\t\tSerialInput read parseLine = false  m_bytes_waiting ")) return true;
   if (m_received.freeBytes() <= 0) m_received.dump("SerialInput::read exceeded INPUT_BUFFER_SIZE. Dumping ");
   if (!waiting(READ_WAIT_US)) {
-    if (GnssUtils::debugIt(logflag::READS)) LOG.detail("No bytes waiting DO NOT READ.");
+    LOG.detail(logflag::READS, "No bytes waiting DO NOT READ.");
     return false;
   }
   const int count = readDevice();
   if (count == 0) return false;
   const bool framed = m_received.frameNewBytes(m_is_terminal ? 0 : count);  // a terminal is paced by its line
-  if (GnssUtils::debugIt(logflag::READS_PARSED)) {
-    LOG.detail(framed ? "SerialInput parseLine true  m_bytes_waiting "
-                      : "SerialInput parseLine false  m_bytes_waiting ",
-               m_received.bytesWaiting());
-  }
+  LOG.detail(logflag::READS_PARSED,
+             framed ? "SerialInput parseLine true  m_bytes_waiting "
+                    : "SerialInput parseLine false  m_bytes_waiting ",
+             m_received.bytesWaiting());
   return framed;
 }
 
@@ -132,8 +129,7 @@ int SerialInput::readDevice() {
     return static_cast<int>(res);
   }
   m_device_gone = res == 0 || (errno != EINTR && errno != EAGAIN);
-  if (GnssUtils::debugIt(logflag::READS))
-    LOG.detail(" res = ", res, " m_bytes_read ", m_received.bytesRead());
+  LOG.detail(logflag::READS, " res = ", res, " m_bytes_read ", m_received.bytesRead());
   return 0;
 }
 
@@ -146,7 +142,7 @@ int SerialInput::sendBinary(const unsigned char* data, int len) {
   } while (res < 0 && errno == EINTR);  // a signal came before the first byte was taken
   if (res < 0) {
     LOG.error("Error sendBinary m_fd_serial ", m_fd_serial, " errno = ", errno);
-  } else if (GnssUtils::debugIt(logflag::BYTES_SENT)) {
+  } else {
     logSent(data, len);
   }
   return static_cast<int>(res);
@@ -154,8 +150,9 @@ int SerialInput::sendBinary(const unsigned char* data, int len) {
 
 void SerialInput::logSent(const unsigned char* data, int len) const {
   const bool one_line = len <= MAX_ONE_LINE_DUMP;
-  LOG.detail(one_line ? "SerialInput::sendBinary Message len  " : "sendBinary Message len ", len,
-             one_line ? "    " + hexText(data, len) : "\n" + hexLines(data, len));
+  const auto bytes = [&] { return one_line ? "    " + hexText(data, len) : "\n" + hexLines(data, len); };
+  LOG.detail(logflag::BYTES_SENT,
+             one_line ? "SerialInput::sendBinary Message len  " : "sendBinary Message len ", len, bytes);
 }
 
 }  // namespace ecu::koru::gpspub

@@ -49,10 +49,8 @@ bool EpochAssembly::validateNmeaMessage(std::span<const unsigned char> line) {
   const auto length = static_cast<unsigned>(line.size());
   const std::string_view text(reinterpret_cast<const char*>(line.data()), line.size());
   if (!GnssUtils::isValidNmeaMessage(line.data(), length)) {
-    if (GnssUtils::debugIt(logflag::NMEA_VALIDATION)) {
-      LOG.detail(" Nmea invalid. message rejected. bytes_read ", length, " ",
-                 logging::escaped(text.substr(0, text.find('\0'))));
-    }
+    LOG.detail(logflag::NMEA_VALIDATION, " Nmea invalid. message rejected. bytes_read ", length, " ",
+               [&] { return logging::escaped(text.substr(0, text.find('\0'))); });
     return false;
   }
   m_nmea_string.assign(text.substr(0, text.find('\0')));
@@ -61,9 +59,8 @@ bool EpochAssembly::validateNmeaMessage(std::span<const unsigned char> line) {
     m_prev_rmc_time = m_rmc_time;
     m_rmc_time = m_data_time_us;
   }
-  if (GnssUtils::debugIt(logflag::NMEA_VALIDATION)) {
-    LOG.detail(" VALID NMEA len ", length, " ", logging::escaped(m_nmea_string));
-  }
+  LOG.detail(logflag::NMEA_VALIDATION, " VALID NMEA len ", length, " ",
+             [&] { return logging::escaped(m_nmea_string); });
   return true;
 }
 
@@ -105,9 +102,7 @@ void EpochAssembly::processNewNmeaString(unsigned baud) {
   if (first) startEpoch(baud);
   keepSentence();
   if (m_GST_received && m_nmea_list.size() >= MIN_COMPLETE_SENTENCES) {
-    if (GnssUtils::debugIt(logflag::CONNECTION)) {
-      LOG.detail("m_GST_received.  m_nmea_list.size() >= 4 so sendFrameAndModuleError");
-    }
+    LOG.detail(logflag::CONNECTION, "m_GST_received.  m_nmea_list.size() >= 4 so sendFrameAndModuleError");
     m_owner.publishGnssData();
     m_complete_published_us = m_data_time_us;
   }
@@ -120,9 +115,7 @@ void EpochAssembly::publishOverdueEpoch() {
       m_nmea_list.size() < MIN_OVERDUE_SENTENCES) {
     return;
   }
-  if (GnssUtils::debugIt(logflag::FRAME_TIMING)) {
-    LOG.detail("Extra data before RMC. frame_sent_diff ", frame_sent_diff);
-  }
+  LOG.detail(logflag::FRAME_TIMING, "Extra data before RMC. frame_sent_diff ", frame_sent_diff);
   m_owner.publishGnssData();
 }
 
@@ -131,9 +124,8 @@ void EpochAssembly::startEpoch(unsigned baud) {
   const auto bytes = static_cast<int64_t>(m_nmea_string.size());
   const int64_t transmission_ms = baud > 0 ? bytes * BITS_PER_BYTE_MS / baud : 0;
   m_gnss_info.m_frame_time = m_data_time_ns - transmission_ms * NS_PER_MS;
-  if (GnssUtils::debugIt(logflag::CONNECTION)) {
-    LOG.detail("Bytes read for start of frame ", bytes, " transmission time ", transmission_ms);
-  }
+  LOG.detail(logflag::CONNECTION, "Bytes read for start of frame ", bytes, " transmission time ",
+             transmission_ms);
 }
 
 void EpochAssembly::keepSentence() {
@@ -157,19 +149,20 @@ bool EpochAssembly::isTimeoutToSendFrame(int64_t now_us) const {
   const int64_t diff1 = now_us - m_frame_sent_time_stamp;
   if (diff1 <= SILENCE_TIMEOUT_US) return false;
   if (m_frame_start_time != 0 && diff1 <= EPOCH_TIMEOUT_US) return false;
-  if (GnssUtils::debugIt(logflag::FRAME_TIMING)) logFrameTimeout(now_us);
+  logFrameTimeout(now_us);
   return true;
 }
 
 void EpochAssembly::logFrameTimeout(int64_t now_us) const {
   const int64_t diff1 = now_us - m_frame_sent_time_stamp;
   if (m_frame_start_time == 0) {
-    LOG.detail("Timeout time since m_frame_sent_time_stamp > 1.0. Time is ", now_us);
+    LOG.detail(logflag::FRAME_TIMING, "Timeout time since m_frame_sent_time_stamp > 1.0. Time is ", now_us);
     return;
   }
-  LOG.detail("Timeout time since m_frame_sent_time_stamp > 1.3. Time is ", now_us, " diff1 ", diff1,
-             " frame_sent_diff ", now_us - m_last_nmea_time, " diff3 ", now_us - m_frame_start_time,
-             " diff4 ", now_us - m_rmc_time, " diff5 ", now_us - m_prev_rmc_time);
+  LOG.detail(logflag::FRAME_TIMING, "Timeout time since m_frame_sent_time_stamp > 1.3. Time is ", now_us,
+             " diff1 ", diff1, " frame_sent_diff ", now_us - m_last_nmea_time, " diff3 ",
+             now_us - m_frame_start_time, " diff4 ", now_us - m_rmc_time, " diff5 ",
+             now_us - m_prev_rmc_time);
 }
 
 bool EpochAssembly::isFrameDue(int64_t now_us, bool more_received) const {

@@ -62,7 +62,7 @@ void GnssObserver::onRadioSilence(const std::string& topic, const com::Message& 
   if (!value) return;
   const bool silence = (*value)[0] == 1;
   m_control.setRadioSilence(silence);
-  if (GnssUtils::debugIt(logflag::RADIO_SILENCE)) LOG.detail("GnssObserver::m_radio_silence = ", silence);
+  LOG.detail(logflag::RADIO_SILENCE, "GnssObserver::m_radio_silence = ", silence);
 }
 
 void GnssObserver::onHwVersion(const std::string& topic, const com::Message& message) {
@@ -104,7 +104,7 @@ void GnssObserver::onParameter(const std::string& topic, const com::Message& mes
     return;
   }
   const auto value = static_cast<uint8_t>(result.body.value()[0]);
-  if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) LOG.detail(row->change_text, value);
+  LOG.detail(logflag::SYSTEM_PARAMETERS, row->change_text, value);
   row->apply(m_control, value == 1);
   if (row->restarts) m_control.restartSequence();
 }

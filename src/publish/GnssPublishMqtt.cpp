@@ -20,21 +20,21 @@ int32_t correctedStatus(const GnssInfo& info, double latitude, double longitude)
 }
 
 void log(const pb::GnssData& data, const GnssInfo& info, double latitude, double longitude, int64_t utc_us) {
-  LOG.detail("Latitude = ", latitude);
-  LOG.detail("Longitude = ", longitude);
-  LOG.detail("Speed = ", info.m_speed);
-  LOG.detail("Heading = ", info.m_course);
-  LOG.detail("Quality = ", info.m_quality_indicator);
-  LOG.detail("Num satellites used = ", info.m_num_satellites);
-  LOG.detail("Altitude = ", info.m_altitude);
-  LOG.detail("Fix = ", info.m_nav_mode);
-  LOG.detail("Status = ", data.status());
-  LOG.detail("UTCTime us ", utc_us);
-  LOG.detail("Timestamp ns ", info.m_frame_time);
-  LOG.detail("Accuracy ", info.m_position_error);
-  LOG.detail("HDOP ", info.m_hdop);
-  LOG.detail("VDOP ", info.m_vdop);
-  LOG.detail("Num NMEA strings ", data.nmea_size());
+  LOG.detail(logflag::PUBLICATION, "Latitude = ", latitude);
+  LOG.detail(logflag::PUBLICATION, "Longitude = ", longitude);
+  LOG.detail(logflag::PUBLICATION, "Speed = ", info.m_speed);
+  LOG.detail(logflag::PUBLICATION, "Heading = ", info.m_course);
+  LOG.detail(logflag::PUBLICATION, "Quality = ", info.m_quality_indicator);
+  LOG.detail(logflag::PUBLICATION, "Num satellites used = ", info.m_num_satellites);
+  LOG.detail(logflag::PUBLICATION, "Altitude = ", info.m_altitude);
+  LOG.detail(logflag::PUBLICATION, "Fix = ", info.m_nav_mode);
+  LOG.detail(logflag::PUBLICATION, "Status = ", data.status());
+  LOG.detail(logflag::PUBLICATION, "UTCTime us ", utc_us);
+  LOG.detail(logflag::PUBLICATION, "Timestamp ns ", info.m_frame_time);
+  LOG.detail(logflag::PUBLICATION, "Accuracy ", info.m_position_error);
+  LOG.detail(logflag::PUBLICATION, "HDOP ", info.m_hdop);
+  LOG.detail(logflag::PUBLICATION, "VDOP ", info.m_vdop);
+  LOG.detail(logflag::PUBLICATION, "Num NMEA strings ", data.nmea_size());
 }
 
 void fillAndLog(pb::GnssData& data, GnssInfo& info, const std::vector<std::string>& sentences) {
@@ -56,7 +56,7 @@ void fillAndLog(pb::GnssData& data, GnssInfo& info, const std::vector<std::strin
   if (!std::isnan(info.m_position_error)) data.set_accuracy(static_cast<float>(info.m_position_error));
   if (!std::isnan(info.m_hdop)) data.set_hdop(static_cast<float>(info.m_hdop));
   if (!std::isnan(info.m_vdop)) data.set_vdop(static_cast<float>(info.m_vdop));
-  if (GnssUtils::debugIt(logflag::PUBLICATION)) log(data, info, latitude, longitude, utc_us);
+  log(data, info, latitude, longitude, utc_us);
 }
 
 }  // namespace

@@ -51,9 +51,8 @@ void fillSignals(rt::SignalGroup& group, std::span<const SignalRow> rows, const 
       logRefused(row, group.topic(), !group.set_signal_scaled_value(row.signal, value));
       continue;
     }
-    if (GnssUtils::debugIt(logflag::PUBLICATION)) {
-      LOG.detail(" ", row.label, " ", pattern(widthInBytes(group, row.signal)));
-    }
+    LOG.detail(logflag::PUBLICATION, " ", row.label, " ",
+               [&] { return pattern(widthInBytes(group, row.signal)); });
     setNotAvailable(group, row.signal);
   }
 }

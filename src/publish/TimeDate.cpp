@@ -29,8 +29,7 @@ constexpr std::array<SignalRow, 2> OFFSET_ROWS{
 
 void setValues(rt::SignalGroup& group, std::span<const SignalRow> rows, const GnssInfo& info) {
   fillSignals(group, rows, info);
-  if (!GnssUtils::debugIt(logflag::SIGNAL_GROUPS)) return;
-  for (const SignalRow& row : rows) LOG.detail(row.label, row.value(info));
+  for (const SignalRow& row : rows) LOG.detail(logflag::SIGNAL_GROUPS, row.label, row.value(info));
 }
 
 void fill(rt::SignalGroup& group, const GnssInfo& info) {
@@ -40,11 +39,9 @@ void fill(rt::SignalGroup& group, const GnssInfo& info) {
                             info.m_local_minute_offset != OFFSET_NOT_AVAILABLE;
     zone_known ? setValues(group, OFFSET_ROWS, info) : fillNotAvailable(group, OFFSET_ROWS);
   } else {
-    if (GnssUtils::debugIt(logflag::SIGNAL_GROUPS)) {
-      LOG.detail(" seconds 0xFF ");
-      LOG.detail(" minutes 0xFF  hours 0xFF  day 0xFF ");
-      LOG.detail(" month 0xFF year 0xFF");
-    }
+    LOG.detail(logflag::SIGNAL_GROUPS, " seconds 0xFF ");
+    LOG.detail(logflag::SIGNAL_GROUPS, " minutes 0xFF  hours 0xFF  day 0xFF ");
+    LOG.detail(logflag::SIGNAL_GROUPS, " month 0xFF year 0xFF");
     fillNotAvailable(group, UTC_ROWS);
     fillNotAvailable(group, OFFSET_ROWS);
   }

@@ -18,6 +18,9 @@ constexpr size_t MON_HW_MIN = 60;
 constexpr size_t A_STATUS = 20;
 constexpr size_t A_POWER = 21;
 
+// The areas that log judgements of the supply.
+constexpr unsigned SUPPLY_FLAGS = logflag::COMMANDS | logflag::RADIO_SILENCE;
+
 constexpr std::string_view OPEN_IS_LOGGED_ON = "QRX7_2_KW4";
 
 /// With this unit's antenna circuit the receiver reports OK for an open antenna, and open for one that is OK.
@@ -103,20 +106,17 @@ void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
   }
   const bool supply_on = (ubx::u16(payload, 0) & SUPPLY_CONTROL) != 0;
   const bool requested = m_requests.radioSilence();
-  const bool log = GnssUtils::debugIt(logflag::COMMANDS | logflag::RADIO_SILENCE);
-  if (log) {
-    LOG.detail("m_cold_start = ", m_state == COLD_START || m_state == SAVING,
-               ". m_antenna_power_enabled = ", supply_on, ". m_save_antenna_config = ", m_state == SAVING,
-               ". m_radio_silence_configured = ", m_radio_silence_configured,
-               ". m_radio_silence requested = ", requested || isRadioSilent());
-  }
+  LOG.detail(SUPPLY_FLAGS, "m_cold_start = ", m_state == COLD_START || m_state == SAVING,
+             ". m_antenna_power_enabled = ", supply_on, ". m_save_antenna_config = ", m_state == SAVING,
+             ". m_radio_silence_configured = ", m_radio_silence_configured,
+             ". m_radio_silence requested = ", requested || isRadioSilent());
   if (m_config.isStopped()) return;
   const Judgement& row =
       judge(m_state, supply_on, m_radio_silence_configured, requested, m_requests.gnssAntennaOn());
   if (row.is_fault) {
     LOG.warning(row.record);
-  } else if (row.record != nullptr && log) {
-    LOG.detail(row.record);
+  } else if (row.record != nullptr) {
+    LOG.detail(SUPPLY_FLAGS, row.record);
   }
   m_state = row.next;
   carryOut(row.action);
@@ -131,23 +131,22 @@ void AntennaSupervision::carryOut(AntennaAction action) {
 }
 
 void AntennaSupervision::enableAntennaPower() {
-  const bool log = GnssUtils::debugIt(logflag::ANTENNA);
   if (m_requests.gnssAntennaOn()) {
-    if (log) LOG.detail("enableAntennaPower()");
+    LOG.detail(logflag::ANTENNA, "enableAntennaPower()");
     m_config.enableAntennaPower();
   } else {
-    if (log) LOG.detail("enableAntennaPower but m_gnss_antenna_on == off so disableAntennaPower()");
+    LOG.detail(logflag::ANTENNA, "enableAntennaPower but m_gnss_antenna_on == off so disableAntennaPower()");
     m_config.disableAntennaPower();
   }
 }
 
 void AntennaSupervision::disableAntennaPower() {
-  if (GnssUtils::debugIt(logflag::ANTENNA)) LOG.detail("disableAntennaPower()");
+  LOG.detail(logflag::ANTENNA, "disableAntennaPower()");
   m_config.disableAntennaPower();
 }
 
 void AntennaSupervision::disableReceiver() {
-  if (GnssUtils::debugIt(logflag::RADIO_SILENCE)) LOG.detail("disableReceiver()");
+  LOG.detail(logflag::RADIO_SILENCE, "disableReceiver()");
   m_config.disableReceiver();
 }
 
@@ -155,14 +154,13 @@ void AntennaSupervision::checkRadioSilence() {
   const bool requested = m_requests.radioSilence();
   const bool is_cold_start = m_state == COLD_START || m_state == SAVING;
   if (!m_radio_silence_configured || is_cold_start || requested == isRadioSilent()) return;
-  const bool log = GnssUtils::debugIt(logflag::RADIO_SILENCE);
-  if (log) LOG.detail("RadioSilence requested state is ", requested);
+  LOG.detail(logflag::RADIO_SILENCE, "RadioSilence requested state is ", requested);
   m_state = requested ? SILENT : WARM;
   if (requested) {
-    if (log) LOG.detail("Apply radio silence");
+    LOG.detail(logflag::RADIO_SILENCE, "Apply radio silence");
     carryOut(SILENCE);
   } else {
-    if (log) LOG.detail("Recover from radio silence");
+    LOG.detail(logflag::RADIO_SILENCE, "Recover from radio silence");
     m_config.hardwareResetUblox();
     m_owner.disconnect(CloseReason::WAKING);
   }
@@ -176,11 +174,9 @@ void AntennaSupervision::process_MON_HW(const UbxFrame& frame) {
   }
   const unsigned received = ubx::u8(payload, A_STATUS);
   const unsigned power = ubx::u8(payload, A_POWER);
-  if (GnssUtils::debugIt(logflag::ANTENNA)) {
-    LOG.detail("Antenna status = ", received,
-               received < STATUS_NAMES.size() ? STATUS_NAMES[received] : " (don't know)",
-               " antenna power = ", power, powerName(power));
-  }
+  LOG.detail(logflag::ANTENNA, "Antenna status = ", received,
+             received < STATUS_NAMES.size() ? STATUS_NAMES[received] : " (don't know)",
+             " antenna power = ", power, powerName(power));
   const unsigned status = remapped(received);
   if (status != m_antenna_status) logStatusChange(status);
   m_antenna_status = status;

@@ -110,10 +110,8 @@ void selectSystems(CFG_GNSS& cfg, uint32_t systems, uint32_t augmentation) {
 
 bool isAugmentationChanged(const CFG_GNSS& cfg, uint32_t requested) {
   const uint32_t enabled = enabledAugmentation(cfg);
-  if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) {
-    LOG.detail("UbloxConfig::isAugmentationChanged augmentation_enabled ", enabled,
-               " m_gnss_augmentation_requested ", requested);
-  }
+  LOG.detail(logflag::SYSTEM_PARAMETERS, "UbloxConfig::isAugmentationChanged augmentation_enabled ", enabled,
+             " m_gnss_augmentation_requested ", requested);
   return enabled != (requested & 0xFF);
 }
 
@@ -123,39 +121,35 @@ std::optional<std::string> selectionFrame(const MON_GNSS& mon, CFG_GNSS& cfg, co
   if (mon.enabled == (requested & 0xFF)) {
     if (!isAugmentationChanged(cfg, augmentation)) return std::nullopt;
   } else {
-    if (GnssUtils::debugIt(logflag::SYSTEM_PARAMETERS)) {
-      LOG.detail("UbloxConfig::checkGnssSystem() enabled gnss system", " 0x", logging::hex(mon.enabled),
-                 " system requested", " 0x", logging::hex(requested));
-    }
+    LOG.detail(logflag::SYSTEM_PARAMETERS, "UbloxConfig::checkGnssSystem() enabled gnss system", " 0x",
+               logging::hex(mon.enabled), " system requested", " 0x", logging::hex(requested));
     LOG.notice("Changing from gnss system 0x", logging::hex(mon.enabled), " to 0x", logging::hex(requested),
                ". Cached Satellite data cleared. Time to first fix may be long.");
   }
-  const bool log = GnssUtils::debugIt(logflag::CONSTELLATIONS);
-  if (log) {
-    LOG.detail("UbloxConfig::checkGnssSystem() m_CFG_GNSS_string.length ", received.size());
-    LOG.detail("m_CFG_GNSS before modification");
-  }
+  LOG.detail(logflag::CONSTELLATIONS, "UbloxConfig::checkGnssSystem() m_CFG_GNSS_string.length ",
+             received.size());
+  LOG.detail(logflag::CONSTELLATIONS, "m_CFG_GNSS before modification");
   print_CFG_GNSS(cfg);
   selectSystems(cfg, requested, augmentation);
-  if (log) LOG.detail("m_CFG_GNSS after modification");
+  LOG.detail(logflag::CONSTELLATIONS, "m_CFG_GNSS after modification");
   print_CFG_GNSS(cfg);
   std::string frame = received;
-  if (!synch_CFG_GNSS_toString(frame, cfg) && log) {
-    LOG.detail("the CFG-GNSS frame is sent with its flags as received");
+  if (!synch_CFG_GNSS_toString(frame, cfg)) {
+    LOG.detail(logflag::CONSTELLATIONS, "the CFG-GNSS frame is sent with its flags as received");
   }
-  if (CFG_GNSS sent; log && parse_CFG_GNSS(frame, sent)) print_CFG_GNSS(sent);
+  if (CFG_GNSS sent; parse_CFG_GNSS(frame, sent)) print_CFG_GNSS(sent);
   return frame;
 }
 
 void print_CFG_GNSS(const CFG_GNSS& cfg) {
-  if (!GnssUtils::debugIt(logflag::CONSTELLATIONS)) return;
-  LOG.detail("msgVer  0x", logging::hex(cfg.msgVer, 2), " numTrkChHw ", cfg.numTrkChHw, " numTrkChUse ",
-             cfg.numTrkChUse, " numConfigBlocks ", cfg.numConfigBlocks);
+  LOG.detail(logflag::CONSTELLATIONS, "msgVer  0x", logging::hex(cfg.msgVer, 2), " numTrkChHw ",
+             cfg.numTrkChHw, " numTrkChUse ", cfg.numTrkChUse, " numConfigBlocks ", cfg.numConfigBlocks);
   for (const auto& block : cfg.blocks) {
-    LOG.detail(
-        "gnssId ", block.gnssId, block.gnssId < NAMES.size() ? NAMES[block.gnssId] : std::string_view(),
-        "\tReserved (minimum) Tracking Channels ", block.resTrkCh, "\tMax Tracking Channels ", block.maxTrkCh,
-        "\tflags  0x", logging::hex(block.flags, 8), (block.flags & ENABLED) != 0 ? " Enabled" : " Disabled");
+    LOG.detail(logflag::CONSTELLATIONS, "gnssId ", block.gnssId,
+               block.gnssId < NAMES.size() ? NAMES[block.gnssId] : std::string_view(),
+               "\tReserved (minimum) Tracking Channels ", block.resTrkCh, "\tMax Tracking Channels ",
+               block.maxTrkCh, "\tflags  0x", logging::hex(block.flags, 8),
+               (block.flags & ENABLED) != 0 ? " Enabled" : " Disabled");
   }
 }
 

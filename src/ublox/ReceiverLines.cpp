@@ -13,8 +13,6 @@ namespace ecu::koru::gpspub {
 
 namespace {
 
-constexpr const char* USUAL_LINE = "197";
-constexpr const char* N2_LINE = "121";
 constexpr int64_t PULSE_NS = 500'000'000;
 
 /// Waits for permission whether or not this process exported the line.
@@ -30,8 +28,8 @@ void writeSetting(GpioLine& line, const std::string& path, const std::string& va
 
 }  // namespace
 
-ReceiverLines::ReceiverLines(const std::string& hw_version, std::string root)
-    : m_reset_line(hw_version == "n2" ? N2_LINE : USUAL_LINE), m_root(std::move(root)) {}
+ReceiverLines::ReceiverLines(std::string reset_line, std::string root)
+    : m_reset_line(std::move(reset_line)), m_root(std::move(root)) {}
 
 void ReceiverLines::configureLinuxGpioControl(const std::string& gpio, const std::string& direction,
                                               const std::string& edge) const {

@@ -12,8 +12,11 @@ namespace ecu::koru::gpspub {
 /// Service thread only. Failures are logged. The pulse is skipped if its line cannot be opened.
 class ReceiverLines {
  public:
-  /// The reset is on line 121 for `hw_version` "n2" and on 197 for all others. `root` holds the GPIO files.
-  explicit ReceiverLines(const std::string& hw_version, std::string root = "/sys/class/gpio");
+  /// The reset input's line on nearly all hardware.
+  static constexpr const char* USUAL_LINE = "197";
+
+  /// `root` holds the GPIO files.
+  ReceiverLines(std::string reset_line, std::string root);
 
   /// Exports one line and sets its direction and edge. A failed step does not stop the next one.
   void configureLinuxGpioControl(const std::string& gpio, const std::string& direction,

@@ -28,10 +28,6 @@ constexpr uint32_t GPS = 0x01;
 constexpr uint32_t SBAS_AND_QZSS = 0x03;
 constexpr size_t MEASUREMENT_PERIOD_OFFSET = 6;  // in the CFG-RATE frame
 
-bool logCommands() {
-  return GnssUtils::debugIt(logflag::COMMANDS);
-}
-
 }  // namespace
 
 UbloxConfig::UbloxConfig(IGnssInput& input, ReceiverLines lines, IReceiverRequests& requests,
@@ -78,10 +74,8 @@ std::string UbloxConfig::getNextCommand(Action action) {
   if (init < CommandSequence::INIT_COMMANDS) {
     m_command = ubx::INIT_COMMANDS[init].frame();
   } else {
-    if (logCommands()) {
-      LOG.detail("UbloxConfig::getNextCommand() m_init_command_idx = ", init,
-                 " m_complex_command_idx = ", complex);
-    }
+    LOG.detail(logflag::COMMANDS, "UbloxConfig::getNextCommand() m_init_command_idx = ", init,
+               " m_complex_command_idx = ", complex);
     m_command = complexCommand(complex);
   }
   return m_command;
@@ -113,7 +107,7 @@ std::string UbloxConfig::complexCommand(unsigned step) {
   if (step == STEP_SELECT_SYSTEMS && checkGnssSystem()) return m_CFG_GNSS_string;
   if (step == STEP_GNSS_POLL) return ubx::GNSS_POLL.frame();
   if (step == STEP_SAVE && m_save_config) {
-    if (logCommands()) LOG.detail("SAVE CONFIG ***********************************************************");
+    LOG.detail(logflag::COMMANDS, "SAVE CONFIG ***********************************************************");
     return ubx::SAVE_CONFIGURATION.frame();
   }
   if (step >= STEP_FIRST_RAW && step <= STEP_LAST_RAW && step - STEP_FIRST_RAW < m_raw_cmd_post.size()) {
@@ -127,10 +121,8 @@ void UbloxConfig::transmit(std::string frame) {
   if (GnssUtils::fixUbloxChecksum(frame)) {
     const auto* const bytes = reinterpret_cast<const unsigned char*>(frame.data());
     const int length = static_cast<int>(frame.size());
-    if (logCommands()) {
-      LOG.detail("UbloxConfig sends m_init_command_idx ", initCommandIdx(), " ",
-                 hexDumpMessage(bytes, length, 0, 0, true));
-    }
+    LOG.detail(logflag::COMMANDS, "UbloxConfig sends m_init_command_idx ", initCommandIdx(), " ",
+               [&] { return hexDumpMessage(bytes, length, 0, 0, true); });
     m_input.sendBinary(bytes, length);
   }
   m_command_sent_time = GnssUtils::getMicrosecDuration(0);
@@ -157,27 +149,28 @@ bool UbloxConfig::isTimeout() const {
 bool UbloxConfig::checkTimeout(bool count_hw_timeouts) {
   if (!isTimeout()) return false;
   const Action action = m_sequence.periodOver(m_input.getLinesReceived(), count_hw_timeouts);
-  if (logCommands()) logTimeout(action);
+  logTimeout(action);
   carryOut(action);
   return true;
 }
 
 void UbloxConfig::logTimeout(Action action) const {
   if (action == Action::RESEND) {
-    LOG.detail("Resending UbloxConfig::checkTimeout() m_timeout_counter ", m_sequence.periodsOver());
+    LOG.detail(logflag::COMMANDS, "Resending UbloxConfig::checkTimeout() m_timeout_counter ",
+               m_sequence.periodsOver());
     return;
   }
-  LOG.detail("UbloxConfig::handleTimeout() m_init_command_idx ", initCommandIdx());
+  LOG.detail(logflag::COMMANDS, "UbloxConfig::handleTimeout() m_init_command_idx ", initCommandIdx());
   if (action == Action::SEND && !isPortConfirmed())
-    LOG.detail("Timeout. But have change in getLinesReceived");
+    LOG.detail(logflag::COMMANDS, "Timeout. But have change in getLinesReceived");
 }
 
 void UbloxConfig::tryOtherBaudRate() {
-  if (logCommands()) LOG.detail("Timeout try other baud rate. getLinesReceived ", m_input.getLinesReceived());
+  LOG.detail(logflag::COMMANDS, "Timeout try other baud rate. getLinesReceived ", m_input.getLinesReceived());
   m_input.tryNextBaudRate();
   m_owner.disconnect(CloseReason::NEXT_RATE);
   m_sequence.forgetLines(m_input.getLinesReceived());
-  if (logCommands()) LOG.detail("m_hw_timeout_counter ", m_sequence.ratesTried());
+  LOG.detail(logflag::COMMANDS, "m_hw_timeout_counter ", m_sequence.ratesTried());
 }
 
 void UbloxConfig::handle_UBX_ACK_NAK_response(const UbxFrame& frame) {

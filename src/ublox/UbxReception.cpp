@@ -51,12 +51,9 @@ std::string textAt(std::span<const uint8_t> payload, size_t at, size_t length) {
 
 constexpr unsigned DISPATCH = logflag::UBX_DISPATCH | logflag::UBX_DISPATCH_2;
 
-bool logDispatch() {
-  return GnssUtils::debugIt(DISPATCH);
-}
-
-void logUnknown(const UbxFrame& frame) {
-  LOG.detail("Ublox CLASS 0x", logging::hex(frame.cls(), 2), " Ublox ID 0x", logging::hex(frame.id(), 2));
+void logUnknown(unsigned flags, const UbxFrame& frame) {
+  LOG.detail(flags, "Ublox CLASS 0x", logging::hex(frame.cls(), 2), " Ublox ID 0x",
+             logging::hex(frame.id(), 2));
 }
 
 /// Logs a warning if the payload is too short.
@@ -91,7 +88,7 @@ void UbxReception::processUbloxMessage() {
     case ubx::MON:
       return processMon(frame);
     default:
-      if (logDispatch()) logUnknown(frame);
+      logUnknown(DISPATCH, frame);
   }
 }
 
@@ -99,57 +96,49 @@ void UbxReception::processNav(const UbxFrame& frame) {
   const auto payload = frame.payload();
   if (frame.id() != ubx::NAV_TIMEUTC || payload.size() < NAV_TIMEUTC_MIN) return;
   const uint8_t valid = ubx::u8(payload, 19);
-  if (logDispatch()) {
-    LOG.detail("NAV-TIMEUTC  valid flags 0x", logging::hex(valid), " sec ", ubx::u8(payload, 18), " year ",
-               ubx::u16(payload, 12), " month ", ubx::u8(payload, 14), " day ", ubx::u8(payload, 15));
-  }
+  LOG.detail(DISPATCH, "NAV-TIMEUTC  valid flags 0x", logging::hex(valid), " sec ", ubx::u8(payload, 18),
+             " year ", ubx::u16(payload, 12), " month ", ubx::u8(payload, 14), " day ", ubx::u8(payload, 15));
   m_timeutc_valid = valid;
   m_owner.setUtcValidFlags(valid);
 }
 
 /// Acknowledgements have a log area of their own, without the messages of every second.
 void UbxReception::processAck(const UbxFrame& frame) {
-  if (GnssUtils::debugIt(DISPATCH | logflag::ACKNOWLEDGEMENTS)) {
-    const auto cls = logging::hex(ubx::u8(frame.payload(), 0), 2);
-    const auto id = logging::hex(ubx::u8(frame.payload(), 1), 2);
-    const unsigned index = m_config.initCommandIdx();
-    if (frame.id() == ubx::ACK_ACK) {
-      LOG.detail("Ublox ACK received on class 0x", cls, " id 0x", id, " init command idx = ", index);
-    } else if (frame.id() == ubx::ACK_NAK) {
-      LOG.detail("Ublox NAK received  on class 0x", cls, " id 0x", id, " init command idx = ", index);
-    } else {
-      logUnknown(frame);
-    }
+  constexpr unsigned FLAGS = DISPATCH | logflag::ACKNOWLEDGEMENTS;
+  if (frame.id() == ubx::ACK_ACK || frame.id() == ubx::ACK_NAK) {
+    LOG.detail(FLAGS, frame.id() == ubx::ACK_ACK ? "Ublox ACK received on" : "Ublox NAK received  on",
+               " class 0x", logging::hex(ubx::u8(frame.payload(), 0), 2), " id 0x",
+               logging::hex(ubx::u8(frame.payload(), 1), 2),
+               " init command idx = ", m_config.initCommandIdx());
+  } else {
+    logUnknown(FLAGS, frame);
   }
   m_config.handle_UBX_ACK_NAK_response(frame);
 }
 
 void UbxReception::processCfg(const UbxFrame& frame) {
   const auto payload = frame.payload();
-  const bool log = logDispatch();
   switch (frame.id()) {
     case ubx::CFG_ANT:
-      if (log) LOG.detail("Ublox CFG-ANT Antenna Control", dump(frame.bytes()));
+      LOG.detail(DISPATCH, "Ublox CFG-ANT Antenna Control", [&] { return dump(frame.bytes()); });
       m_antenna.process_CFG_ANT(frame);
       break;
     case ubx::CFG_GNSS:
-      if (log)
-        LOG.detail("Ublox CFG-GNSS  CLASS 0x06 ID 0x3E. Payload len ", payload.size(), dump(frame.bytes()));
+      LOG.detail(DISPATCH, "Ublox CFG-GNSS  CLASS 0x06 ID 0x3E. Payload len ", payload.size(),
+                 [&] { return dump(frame.bytes()); });
       process_CFG_GNSS(frame);
       break;
     case ubx::CFG_NAV5:
-      if (log) LOG.detail("Ublox CFG-NAV5  CLASS 0x06 ID 0x24. Payload len ", payload.size());
+      LOG.detail(DISPATCH, "Ublox CFG-NAV5  CLASS 0x06 ID 0x24. Payload len ", payload.size());
       process_CFG_NAV5(frame);
       break;
     case ubx::CFG_PRT:
-      if (log) LOG.detail("Ublox CFG-PRT  CLASS 0x06 ID 0x00. Payload len ", payload.size());
+      LOG.detail(DISPATCH, "Ublox CFG-PRT  CLASS 0x06 ID 0x00. Payload len ", payload.size());
       process_CFG_PRT(frame);
       break;
     default:
-      if (log) {
-        LOG.detail("Ublox CFG CLASS 0x06 ID 0x", logging::hex(frame.id(), 2), " Payload len ", payload.size(),
-                   dump(frame.bytes()));
-      }
+      LOG.detail(DISPATCH, "Ublox CFG CLASS 0x06 ID 0x", logging::hex(frame.id(), 2), " Payload len ",
+                 payload.size(), [&] { return dump(frame.bytes()); });
   }
 }
 
@@ -163,10 +152,10 @@ void UbxReception::processMon(const UbxFrame& frame) {
       break;
     case ubx::MON_HW:
       m_antenna.process_MON_HW(frame);
-      if (GnssUtils::debugIt(logflag::FRAMING)) LOG.detail("Ublox MON-HW", dump(frame.bytes()));
+      LOG.detail(logflag::FRAMING, "Ublox MON-HW", [&] { return dump(frame.bytes()); });
       break;
     default:
-      if (logDispatch()) LOG.detail("Ublox MON CLASS 0x0A  ID 0x", logging::hex(frame.id(), 2));
+      LOG.detail(DISPATCH, "Ublox MON CLASS 0x0A  ID 0x", logging::hex(frame.id(), 2));
   }
 }
 
@@ -185,9 +174,8 @@ void UbxReception::process_MON_VER(const UbxFrame& frame) {
 
 void UbxReception::process_CFG_NAV5(const UbxFrame& frame) const {
   if (!isLongEnough(frame, CFG_NAV5_MIN, "CFG-NAV5")) return;
-  if (GnssUtils::debugIt(logflag::UBX_CONFIGURATION)) {
-    LOG.detail("process_CFG-NAV5. payload len ", frame.payload().size(), " Payload ", dump(frame.payload()));
-  }
+  LOG.detail(logflag::UBX_CONFIGURATION, "process_CFG-NAV5. payload len ", frame.payload().size(),
+             " Payload ", [&] { return dump(frame.payload()); });
 }
 
 void UbxReception::process_CFG_PRT(const UbxFrame& frame) {
@@ -199,18 +187,17 @@ void UbxReception::process_CFG_PRT(const UbxFrame& frame) {
   }
   const uint8_t port = ubx::u8(payload, 0);
   const uint32_t rate = ubx::u32(payload, 8);
-  const bool log = GnssUtils::debugIt(logflag::UBX_CONFIGURATION | logflag::CONNECTION);
-  if (log) {
-    LOG.detail("process_CFG-PRT. payload len ", payload.size(), " portID ", port, " baud rate ", rate,
-               " txReadyPinCfg 0x", logging::hex(ubx::u16(payload, 2), 4), dump(frame.bytes()));
-  }
+  LOG.detail(logflag::UBX_CONFIGURATION | logflag::CONNECTION, "process_CFG-PRT. payload len ",
+             payload.size(), " portID ", port, " baud rate ", rate, " txReadyPinCfg 0x",
+             logging::hex(ubx::u16(payload, 2), 4), [&] { return dump(frame.bytes()); });
   m_config.setPortFrame(frame.text());
   if (port == PORT_SPI) {
     m_input.setTxReadyCheck(checkSpiGpioConnection(frame));
     m_config.confirmPort();
   } else if (rate == UbloxConfig::effectiveBaudrate(m_baud_rate)) {
     m_config.confirmPort();
-    if (log) LOG.detail("Baud rate is configured correct. Baud rate ", rate);
+    LOG.detail(logflag::UBX_CONFIGURATION | logflag::CONNECTION,
+               "Baud rate is configured correct. Baud rate ", rate);
   } else if (!m_config.isStopped()) {
     changeBaudRate(rate);
   }
@@ -258,12 +245,11 @@ void UbxReception::process_MON_GNSS(const UbxFrame& frame) {
   if (!isLongEnough(frame, MON_GNSS_MIN, "MON-GNSS")) return;
   const auto payload = frame.payload();
   const MON_GNSS record{payload[0], payload[1], payload[2], payload[3], payload[4]};
-  if (GnssUtils::debugIt(logflag::UBX_CONFIGURATION | logflag::CONSTELLATIONS)) {
-    LOG.detail("version 0x", logging::hex(record.version, 2), ", supported 0x",
-               logging::hex(record.supported, 2), ", defaultGnss 0x", logging::hex(record.defaultGnss, 2),
-               ", enabled 0x", logging::hex(record.enabled, 2), ", num simultaneous = ", record.simultaneous,
-               ", Bits 3,2,1,0 = Galileo,BeiDou,Glonass,GPS");
-  }
+  LOG.detail(logflag::UBX_CONFIGURATION | logflag::CONSTELLATIONS, "version 0x",
+             logging::hex(record.version, 2), ", supported 0x", logging::hex(record.supported, 2),
+             ", defaultGnss 0x", logging::hex(record.defaultGnss, 2), ", enabled 0x",
+             logging::hex(record.enabled, 2), ", num simultaneous = ", record.simultaneous,
+             ", Bits 3,2,1,0 = Galileo,BeiDou,Glonass,GPS");
   m_config.setMonGnss(record);
   m_config.sendNextCommand();
 }

@@ -1,13 +1,11 @@
 #pragma once
 
 #include <atomic>
+#include <type_traits>
 
 #include "platform/base/Logging.h"
 
 namespace ecu::koru::gpspub {
-
-/// The service's own log records.
-inline constexpr logging::Module LOG = logging::module("koru.gpspub");
 
 /// The areas of detailed logging, each one bit of the diagnostic flag word.
 namespace logflag {
@@ -50,11 +48,35 @@ inline void setLogFlags(unsigned flags) {
 [[nodiscard]] inline bool logIt(unsigned flag) {
   return (m_log_flags.load(std::memory_order_relaxed) & flag) != 0;
 }
-/// Returns true if logIt() does and the level admits debug records. Guard costly texts with it.
+/// Returns true if logIt() does and the level admits debug records.
 [[nodiscard]] inline bool debugIt(unsigned flag) {
   return logIt(flag) && logging::enabled(logging::Level::DEBUG);
 }
 
 }  // namespace GnssUtils
+
+/// The service's own log: the levels of logging::Module, and records behind a diagnostic flag.
+class ServiceLog : public logging::Module {
+ public:
+  using Module::Module;
+  /// Writes a DEBUG record if one of the areas in `flags` is switched on. A part that costs something is a
+  /// function without arguments; it is called only if the record is written.
+  template <typename... Parts>
+  void detail(unsigned flags, const Parts&... parts) const {
+    if (GnssUtils::debugIt(flags)) Module::detail(made(parts)...);
+  }
+
+ private:
+  template <typename Part>
+  [[nodiscard]] static decltype(auto) made(const Part& part) {
+    if constexpr (std::is_invocable_v<const Part&>) {
+      return part();
+    } else {
+      return (part);
+    }
+  }
+};
+
+inline constexpr ServiceLog LOG{"koru.gpspub"};
 
 }  // namespace ecu::koru::gpspub

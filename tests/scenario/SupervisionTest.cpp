@@ -167,7 +167,7 @@ TEST(ReceiverLinesOfAUser, WaitForTheirGroup) {
     world.at(0.2, [path] { std::filesystem::permissions(path, perms(0600)); });
   }
   EXPECT_EQ(seteuid(user), 0);
-  gpspub::ReceiverLines("qrx", gpio.path()).configureHardwareResetPin();
+  gpspub::ReceiverLines(gpspub::ReceiverLines::USUAL_LINE, gpio.path()).configureHardwareResetPin();
   EXPECT_EQ(seteuid(before), 0);
   EXPECT_EQ(world.time.now_us(), 200 * MS);
   EXPECT_EQ(text_of(direction), "out");

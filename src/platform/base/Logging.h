@@ -155,8 +155,7 @@ class Module {
   void debug(const Opening& opening, const Parts&... parts) const {
     log(Level::DEBUG, opening, parts...);
   }
-  /// Writes a DEBUG record whose diagnostic flag the caller has checked. There is no limit, because whoever
-  /// set the flag wants every record.
+  /// Writes a DEBUG record without the limit: whoever has switched such records on wants all of them.
   template <typename... Parts>
   void detail(const Parts&... parts) const {
     if (enabled(Level::DEBUG)) write(Level::DEBUG, m_name, text(parts...));
