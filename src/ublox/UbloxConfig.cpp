@@ -148,19 +148,20 @@ bool UbloxConfig::isTimeout() const {
 
 bool UbloxConfig::checkTimeout(bool count_hw_timeouts) {
   if (!isTimeout()) return false;
+  const unsigned init = initCommandIdx();
   const Action action = m_sequence.periodOver(m_input.getLinesReceived(), count_hw_timeouts);
-  logTimeout(action);
+  logTimeout(action, init);
   carryOut(action);
   return true;
 }
 
-void UbloxConfig::logTimeout(Action action) const {
+void UbloxConfig::logTimeout(Action action, unsigned init) const {
   if (action == Action::RESEND) {
     LOG.detail(logflag::COMMANDS, "Resending UbloxConfig::checkTimeout() m_timeout_counter ",
                m_sequence.periodsOver());
     return;
   }
-  LOG.detail(logflag::COMMANDS, "UbloxConfig::handleTimeout() m_init_command_idx ", initCommandIdx());
+  LOG.detail(logflag::COMMANDS, "UbloxConfig::handleTimeout() m_init_command_idx ", init);
   if (action == Action::SEND && !isPortConfirmed())
     LOG.detail(logflag::COMMANDS, "Timeout. But have change in getLinesReceived");
 }

@@ -103,7 +103,7 @@ class UbloxConfig {
   void sendOther(const UbxCommand& command) { sendOther(command.frame()); }
   void transmit(std::string frame);
   void tryOtherBaudRate();
-  void logTimeout(CommandSequence::Action action) const;
+  void logTimeout(CommandSequence::Action action, unsigned init) const;
 
   IGnssInput& m_input;
   const ReceiverLines m_lines;
