@@ -79,7 +79,7 @@ class GPSDClient {
   CanInputMode m_can_input_mode;
   const std::shared_ptr<GnssObserver> m_gnss_observer;
   bool m_observers_unsubscribed = false;
-  unsigned m_gnss_rate_hz = 1;  // nothing uses it yet
+  unsigned m_gnss_rate_hz = 1;  // nothing uses it
 };
 
 }  // namespace ecu::koru::gpspub

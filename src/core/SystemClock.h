@@ -10,7 +10,6 @@ class SystemClock {
  public:
   /// The clock is left alone until this is switched on.
   void enableSetting(bool on) { m_system_time_set = !on; }
-  [[nodiscard]] bool isSet() const { return m_system_time_set; }
 
   /// Uses up the single attempt, even if it fails. Always returns true. `info` is the fix just dated.
   bool checkSetSystemTime(GnssInfo& info);

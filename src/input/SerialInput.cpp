@@ -30,7 +30,7 @@ SerialInput::~SerialInput() {
 }
 
 bool SerialInput::connect() {
-  static unsigned open_failures = 0;
+  static unsigned open_failures = 0;  // of the process: a device that comes and goes is not logged each time
   disconnect();
   m_device_gone = false;
   m_received.forgetUnpacedBytes();

@@ -38,7 +38,9 @@ class GnssIcanObserver final : public com::ISubscriptionObserver {
   /// Returns the record. The same step resets its date, so that no date is used twice, and the release by a
   /// frame that came since timeoutToSendFrame() returned, because its date is in this record.
   [[nodiscard]] GnssInfo takeGnssInfo();
+  /// Nothing uses it.
   void clearInfo();
+  /// Nothing uses it: takeGnssInfo() does the same in one step.
   void setDefault_timedate_var6();
 
   /// Starts anew: forgets everything received before. The first wait is 2 s at most.

@@ -21,7 +21,7 @@ class GnssObserver final : public com::ISubscriptionObserver {
   static inline const std::string& m_topic_gnss_system_beidou = topic::PARAMETER_BEIDOU;
   static inline const std::string& m_topic_gnss_source = topic::GNSS_SOURCE;
   static inline const std::string& m_topic_hw_version = topic::HW_VERSION;
-  static inline const std::string& m_topic_hw_variant = topic::HW_VARIANT;
+  static inline const std::string& m_topic_hw_variant = topic::HW_VARIANT;  // nothing uses it
   static inline const std::string& m_topic_log_config = topic::LOG_CONFIG;
 
   explicit GnssObserver(IGnssControl& control) : m_control(control) {}

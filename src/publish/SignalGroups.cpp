@@ -31,7 +31,7 @@ void setNotAvailable(rt::SignalGroup& group, const char* signal) {
 /// A value that the signal cannot hold (a dilution of 30 in a street canyon) often stays so for minutes, so
 /// only the first is a warning.
 void logRefused(const SignalRow& row, const std::string& topic, bool refused) {
-  static std::set<const SignalRow*> told;
+  static std::set<const SignalRow*> told;  // of all publishers: each row is one signal of the unit
   if (!refused) {
     told.erase(&row);
     return;

@@ -71,7 +71,7 @@ class CommandSequence {
 
   bool m_initialised = false;
   bool m_stopped = false;
-  bool m_port_confirmed = false;
+  bool m_port_confirmed = false;  // m_max_timeouts follows from it
   InFlight m_in_flight = InFlight::SEQUENCE;
   unsigned m_init_command_idx = 0;
   unsigned m_complex_command_idx = 0;

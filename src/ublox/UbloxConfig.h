@@ -66,6 +66,7 @@ class UbloxConfig {
 
   // Each becomes the frame in flight.
   void disableAntennaPower() { sendOther(ubx::DISABLE_ANTENNA_POWER); }
+  /// Nothing uses it.
   void disableAntennaPower2() { sendOther(ubx::DISABLE_ANTENNA_POWER2); }
   void enableAntennaPower() { sendOther(ubx::ENABLE_ANTENNA_POWER); }
   void saveAntennaConfig() { sendOther(ubx::SAVE_ANTENNA_CONFIG); }

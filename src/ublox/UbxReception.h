@@ -25,8 +25,6 @@ class UbxReception {
   /// Dispatches that frame by class and id.
   void processUbloxMessage();
 
-  [[nodiscard]] uint8_t timeUtcValid() const { return m_timeutc_valid; }
-
  private:
   void processNav(const UbxFrame& frame);
   void processAck(const UbxFrame& frame);
@@ -47,7 +45,7 @@ class UbxReception {
   uint32_t m_baud_rate = 9600;
   const unsigned char* m_ublox_message = nullptr;
   int m_ublox_length = 0;
-  uint8_t m_timeutc_valid = 0;  // valid flags of the last NAV-TIMEUTC
+  uint8_t m_timeutc_valid = 0;  // of the last NAV-TIMEUTC; nothing reads it
   bool m_mon_ver_received = false;
 };
 

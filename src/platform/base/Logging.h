@@ -128,10 +128,6 @@ class Module {
     if (enabled(level)) write_limited(opening, level, m_name, text_of(opening, parts...));
   }
   template <typename... Parts>
-  void emerg(const Opening& opening, const Parts&... parts) const {
-    log(Level::EMERG, opening, parts...);
-  }
-  template <typename... Parts>
   void alert(const Opening& opening, const Parts&... parts) const {
     log(Level::ALERT, opening, parts...);
   }

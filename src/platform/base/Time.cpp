@@ -19,11 +19,8 @@ int64_t read_clock(clockid_t id) {
   return static_cast<int64_t>(now.tv_sec) * NS_PER_S + now.tv_nsec;
 }
 
-std::atomic<ITimeSource*>& current() {
-  static SystemTime system_time;
-  static std::atomic<ITimeSource*> source{&system_time};
-  return source;
-}
+constinit SystemTime g_system_time;
+constinit std::atomic<ITimeSource*> g_source{&g_system_time};
 
 }  // namespace
 
@@ -90,12 +87,11 @@ void VirtualTime::advance(int64_t ns) {
 }
 
 ITimeSource& time_source() {
-  return *current().load(std::memory_order_relaxed);
+  return *g_source.load(std::memory_order_relaxed);
 }
 
 void set_time_source(ITimeSource* source) {
-  static SystemTime system_time;
-  current().store(source != nullptr ? source : &system_time);
+  g_source = source != nullptr ? source : &g_system_time;
 }
 
 }  // namespace ecu::koru
