@@ -133,7 +133,7 @@ void ReceiveBuffer::discardUntilSync() {
 bool ReceiveBuffer::parseForEndOfLine() {
   unsigned char* const line = begin();
   int i = m_bytes_scanned;
-  while (i + WORD <= m_bytes_waiting && bytes::notPrintable(bytes::load(line + i)) == 0) i += WORD;
+  while (i + WORD <= m_bytes_waiting && bytes::not_printable(bytes::load(line + i)) == 0) i += WORD;
   while (i < m_bytes_waiting && isLineByte(line[i])) ++i;
   m_bytes_scanned = i;
   if (i == m_bytes_waiting) return false;

@@ -16,7 +16,7 @@ namespace ecu::koru::gpspub {
 namespace {
 
 /// A pseudo-terminal is never made exclusive: it would stay so while its other end has it open.
-bool is_pseudo_terminal(int fd) {
+bool isPseudoTerminal(int fd) {
   constexpr unsigned FIRST_MAJOR = 136;  // UNIX98_PTY_SLAVE_MAJOR, the first of 8
   struct stat status {};
   const unsigned number = fstat(fd, &status) == 0 ? major(status.st_rdev) : 0;
@@ -33,7 +33,7 @@ int TerminalDevice::open(const std::string& path) {
     errno = EBUSY;
     return -1;
   }
-  if (!is_pseudo_terminal(fd))
+  if (!isPseudoTerminal(fd))
     static_cast<void>(::ioctl(fd, TIOCEXCL));  // flock() binds only those who ask for it
   return fd;
 }

@@ -26,7 +26,7 @@ inline constexpr uint64_t LOW_BITS = 0x0101010101010101;
 }
 
 /// Returns the mask of the bytes outside 0x20..0x7E.
-[[nodiscard]] constexpr uint64_t notPrintable(uint64_t word) {
+[[nodiscard]] constexpr uint64_t not_printable(uint64_t word) {
   const uint64_t low = word & ~HIGH_BITS;
   const uint64_t below_20 = ~(low + LOW_BITS * 0x60);
   const uint64_t is_7f = low + LOW_BITS;

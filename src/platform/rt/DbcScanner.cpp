@@ -14,15 +14,15 @@ namespace {
 constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
 constexpr size_t MAX_SHOWN = 40;
 
-bool isLetter(char c) {
+bool is_letter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
 }
 
-bool isDigit(char c) {
+bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
 
-bool isBlank(char c) {
+bool is_blank(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
@@ -37,7 +37,7 @@ void DbcScanner::skip_blanks() {
   while (!at_end()) {
     if (m_text.substr(m_position).starts_with("//")) {
       m_position = std::min(m_text.find('\n', m_position), m_text.size());
-    } else if (isBlank(m_text[m_position])) {
+    } else if (is_blank(m_text[m_position])) {
       if (m_text[m_position++] == '\n') ++m_line;
     } else {
       return;
@@ -55,10 +55,10 @@ std::string_view DbcScanner::take(size_t length) {
 }
 
 std::string_view DbcScanner::peek_word() const {
-  if (at_end() || !isLetter(m_text[m_position])) return {};
+  if (at_end() || !is_letter(m_text[m_position])) return {};
   const auto* const begin = m_text.data() + m_position;
   const auto* const end = std::find_if_not(begin, m_text.data() + m_text.size(),
-                                           [](char c) { return isLetter(c) || isDigit(c); });
+                                           [](char c) { return is_letter(c) || is_digit(c); });
   return {begin, static_cast<size_t>(end - begin)};
 }
 
@@ -133,7 +133,7 @@ void DbcScanner::skip() {
 std::string DbcScanner::shown() const {
   if (at_end()) return "the end of the file";
   const std::string_view rest = m_text.substr(m_position, MAX_SHOWN);
-  const auto* const end = std::find_if(rest.begin(), rest.end(), isBlank);
+  const auto* const end = std::find_if(rest.begin(), rest.end(), is_blank);
   return logging::text("'", logging::escaped(rest.substr(0, static_cast<size_t>(end - rest.begin()))), "'");
 }
 

@@ -17,15 +17,15 @@ constexpr auto LOG = logging::module("koru.rt");
 constexpr std::string_view SYSTEM_PREFIX = "rt/system/";
 constexpr uint16_t PROTOCOL_TYPE = 1;
 
-std::shared_ptr<const SignalDatabase> builtIn() {
+std::shared_ptr<const SignalDatabase> built_in_database() {
   DbcResult result = parse_dbc(BUILTIN_SIGNALS, "built-in");
   if (result.database) return result.database;
   LOG.error("signal database ", result.error.text());
   return std::make_shared<const SignalDatabase>(std::vector<GroupDefinition>());
 }
 
-std::shared_ptr<const GroupDefinition> singleSignal(const std::string& topic, std::string_view name,
-                                                    unsigned bytes, bool raw_bytes) {
+std::shared_ptr<const GroupDefinition> single_signal(const std::string& topic, std::string_view name,
+                                                     unsigned bytes, bool raw_bytes) {
   GroupDefinition group;
   group.name = name;
   group.length = bytes;
@@ -39,21 +39,21 @@ std::shared_ptr<const GroupDefinition> singleSignal(const std::string& topic, st
 }
 
 /// Returns the group of a system topic, which no database needs to hold; null for any other topic.
-std::shared_ptr<const GroupDefinition> systemGroup(const std::string& topic) {
+std::shared_ptr<const GroupDefinition> system_group(const std::string& topic) {
   if (topic == topic::GNSS_TIMESTAMP) {
-    static const auto time_stamp = singleSignal(topic, "timestamp_ns", sizeof(uint64_t), false);
+    static const auto time_stamp = single_signal(topic, "timestamp_ns", sizeof(uint64_t), false);
     return time_stamp;
   }
   if (!topic.starts_with(SYSTEM_PREFIX)) return nullptr;
   const std::string_view name = std::string_view(topic).substr(SYSTEM_PREFIX.size());
   if (name.empty() || name.find('/') != std::string_view::npos) return nullptr;
-  return singleSignal(topic, name, 1, true);
+  return single_signal(topic, name, 1, true);
 }
 
 /// Returns the topics and signals of the built-in groups that this database does not hold, for a record.
 std::string missing(const SignalDatabase& database) {
   std::string result;
-  const std::shared_ptr<const SignalDatabase> built_in = builtIn();
+  const std::shared_ptr<const SignalDatabase> built_in = built_in_database();
   for (const GroupDefinition& wanted : built_in->groups()) {
     for (const std::string& topic : {wanted.tx_topic, wanted.rx_topic}) {
       const GroupDefinition* const group = database.find(topic);
@@ -73,7 +73,7 @@ UnpackResult failure(std::string error) {
 
 }  // namespace
 
-SignalAdapter::SignalAdapter() : SignalAdapter(builtIn()) {}
+SignalAdapter::SignalAdapter() : SignalAdapter(built_in_database()) {}
 
 SignalAdapter& SignalAdapter::instance() {
   static SignalAdapter adapter;
@@ -89,7 +89,7 @@ bool SignalAdapter::load_database(const std::string& path) {
     if (!absent.empty()) LOG.warning("signal database ", logging::escaped(path), " does not hold", absent);
   } else {
     LOG.error("signal database ", result.error.text(), "; the built-in one is used");
-    result.database = builtIn();
+    result.database = built_in_database();
   }
   const std::lock_guard lock(m_mutex);
   m_database.swap(result.database);
@@ -104,7 +104,7 @@ std::shared_ptr<const SignalDatabase> SignalAdapter::database() const {
 std::shared_ptr<const GroupDefinition> SignalAdapter::definition_of(const std::string& topic) const {
   auto in_use = database();
   const GroupDefinition* definition = in_use->find(topic);
-  if (definition == nullptr) return systemGroup(topic);
+  if (definition == nullptr) return system_group(topic);
   return {std::move(in_use), definition};  // keeps the whole database alive
 }
 

@@ -15,7 +15,7 @@ constexpr uint64_t NOT_AVAILABLE_BYTE = 0xFF;
 constexpr uint64_t FIRST_RESERVED_BYTE = 0xFB;
 
 /// Finds the whole number that divided by `divisor` is exactly `value`. Returns false if there is none.
-bool isOver(double value, double divisor, double& dividend) {
+bool is_over(double value, double divisor, double& dividend) {
   dividend = std::round(value * divisor);
   return std::abs(dividend) <= MAX_EXACT && dividend / divisor == value;
 }
@@ -28,7 +28,7 @@ SignalScale::SignalScale(double factor, double offset)
   for (int digits = 0; digits <= MAX_DECIMAL_DIGITS; ++digits) {
     double factor_dividend = 0;
     double offset_dividend = 0;
-    if (isOver(factor, divisor, factor_dividend) && isOver(offset, divisor, offset_dividend)) {
+    if (is_over(factor, divisor, factor_dividend) && is_over(offset, divisor, offset_dividend)) {
       m_factor_dividend = factor_dividend;
       m_offset_dividend = offset_dividend;
       m_divisor = divisor;

@@ -11,7 +11,7 @@ namespace {
 /// Calls `part(byte, shift, done, mask)` for each byte that the bits lie in: `mask` bits at `shift` of that
 /// byte are the value's bits from `done` on.
 template <typename Part>
-void forEachByte(unsigned start_bit, unsigned width, Part part) {
+void for_each_byte(unsigned start_bit, unsigned width, Part part) {
   for (unsigned done = 0; done < width;) {
     const unsigned shift = (start_bit + done) % 8;
     const unsigned count = std::min(8 - shift, width - done);
@@ -20,22 +20,22 @@ void forEachByte(unsigned start_bit, unsigned width, Part part) {
   }
 }
 
-uint64_t readBits(std::span<const uint8_t> bytes, unsigned start_bit, unsigned width) {
+uint64_t read_bits(std::span<const uint8_t> bytes, unsigned start_bit, unsigned width) {
   uint64_t value = 0;
-  forEachByte(start_bit, width, [&](unsigned byte, unsigned shift, unsigned done, unsigned mask) {
+  for_each_byte(start_bit, width, [&](unsigned byte, unsigned shift, unsigned done, unsigned mask) {
     value |= uint64_t{unsigned{bytes[byte]} >> shift & mask} << done;
   });
   return value;
 }
 
-void writeBits(std::span<uint8_t> bytes, unsigned start_bit, unsigned width, uint64_t value) {
-  forEachByte(start_bit, width, [&](unsigned byte, unsigned shift, unsigned done, unsigned mask) {
+void write_bits(std::span<uint8_t> bytes, unsigned start_bit, unsigned width, uint64_t value) {
+  for_each_byte(start_bit, width, [&](unsigned byte, unsigned shift, unsigned done, unsigned mask) {
     const auto bits = static_cast<unsigned>(value >> done & mask);
     bytes[byte] = static_cast<uint8_t>((bytes[byte] & ~(mask << shift)) | bits << shift);
   });
 }
 
-uint64_t fromBytes(std::span<const uint8_t> data) {
+uint64_t from_bytes(std::span<const uint8_t> data) {
   uint64_t value = 0;
   for (size_t i = std::min(data.size(), sizeof value); i-- > 0;) value = value << 8 | data[i];
   return value;
@@ -44,8 +44,8 @@ uint64_t fromBytes(std::span<const uint8_t> data) {
 }  // namespace
 
 uint64_t Signal::raw() const {
-  if (m_group->definition().raw_bytes) return fromBytes(m_group->bytes());
-  return readBits(m_group->bytes(), m_definition->start_bit, m_definition->width);
+  if (m_group->definition().raw_bytes) return from_bytes(m_group->bytes());
+  return read_bits(m_group->bytes(), m_definition->start_bit, m_definition->width);
 }
 
 SignalStatus Signal::status() const {
@@ -102,7 +102,7 @@ bool SignalGroup::set_signal_scaled_value(std::string_view name, double value) {
   const bool is_whole = nearest >= 0 && nearest < 0x1p64;  // false for NaN
   const uint64_t raw = is_whole ? static_cast<uint64_t>(nearest) : 0;
   const bool is_valid_raw = is_whole && raw <= definition->max_valid_raw();
-  writeBits(m_bytes, definition->start_bit, definition->width, is_valid_raw ? raw : definition->max_raw());
+  write_bits(m_bytes, definition->start_bit, definition->width, is_valid_raw ? raw : definition->max_raw());
   return is_valid_raw;
 }
 
@@ -116,9 +116,9 @@ bool SignalGroup::set_signal_data(std::string_view name, std::span<const uint8_t
   }
   if (data.size() != definition->data_bytes()) return false;
   const bool all_ones = std::all_of(data.begin(), data.end(), [](uint8_t byte) { return byte == 0xFF; });
-  const uint64_t raw = all_ones ? definition->max_raw() : fromBytes(data);
+  const uint64_t raw = all_ones ? definition->max_raw() : from_bytes(data);
   if (raw > definition->max_raw()) return false;
-  writeBits(m_bytes, definition->start_bit, definition->width, raw);
+  write_bits(m_bytes, definition->start_bit, definition->width, raw);
   return true;
 }
 
