@@ -203,7 +203,7 @@ TEST_F(SatnavdRoad, AStopSignalEndsItWhateverTheOthersDo) {
        [&](auto&) {
          broker.stop();
          mute = std::make_unique<MuteBroker>(broker.port());
-         EXPECT_TRUE(mute->called() && mute->called()) << "it does not try again";
+         for (int i = 0; i < 2; ++i) EXPECT_TRUE(mute->called()) << "it does not try again";
        }},
   };
   for (const auto& row : rows) {

@@ -39,15 +39,17 @@ TEST(NmeaRecordTest, TranslatesTheCodesOfTheBuses) {
   } rows[] = {{-1, -1, -1, -1, -1, 1, 1}, {0, 0, 1, 0, 0, 2, 2},   {1, 1, 2, 1, 1, 2, 3},
               {2, 2, 3, 2, 2, 2, 3},      {3, -1, -1, 3, 6, 1, 1}, {4, -1, -1, -1, -1, 1, 1}};
   for (const auto& row : rows) {
+    SCOPED_TRACE(row.set);
     GnssInfo info;
     info.setNavModeGnss(row.set);
     info.setQualityIndicatorGnss(row.set);
-    EXPECT_TRUE(info.getNavModeGnss() == row.nav_mode && info.m_nav_mode == row.nav_mode_stored) << row.set;
-    EXPECT_TRUE(info.getQualityIndicatorGnss() == row.quality &&
-                info.m_quality_indicator == row.quality_stored);
-    EXPECT_EQ(info.getStatus(), row.status_undated) << row.set;
+    EXPECT_EQ(info.getNavModeGnss(), row.nav_mode);
+    EXPECT_EQ(info.m_nav_mode, row.nav_mode_stored);
+    EXPECT_EQ(info.getQualityIndicatorGnss(), row.quality);
+    EXPECT_EQ(info.m_quality_indicator, row.quality_stored);
+    EXPECT_EQ(info.getStatus(), row.status_undated);
     info.m_utc_tm.tm_mday = 1;
-    EXPECT_EQ(info.getStatus(), row.status_dated) << row.set;
+    EXPECT_EQ(info.getStatus(), row.status_dated);
     info.setLatitudeDegDec(-48.1173);
     EXPECT_EQ(shown({info.m_latitude, info.getLatitudeDecDeg()}), shown({-4807.038, -48.1173}));
   }
@@ -143,8 +145,10 @@ TEST(NmeaRecordTest, TakesWhatIsWellFormedAndLeavesTheRest) {
                std::invalid_argument);
   EXPECT_EQ(shown({info.m_gga_time, info.m_latitude, info.m_longitude, info.m_altitude, info.m_hdop}),
             shown({92750, 5321.6802, -630.3372, 61.7, NONE}));
-  EXPECT_TRUE(info.m_quality_indicator == 1 && info.m_num_satellites == 8);
-  EXPECT_TRUE(nmeaCount(" +012x") == 12 && nmeaCount("2147483647") == 2147483647);
+  EXPECT_EQ(info.m_quality_indicator, 1);
+  EXPECT_EQ(info.m_num_satellites, 8);
+  EXPECT_EQ(nmeaCount(" +012x"), 12);
+  EXPECT_EQ(nmeaCount("2147483647"), 2147483647);
   for (const auto* no : {"", "-", ".5"}) EXPECT_THROW((void)nmeaCount(no), std::invalid_argument) << no;
   for (const auto* big : {"2147483648", "-1", "99999999999999999999"})
     EXPECT_THROW((void)nmeaCount(big), std::out_of_range) << big;

@@ -84,7 +84,9 @@ TEST(PlatformTest, TheEnvelopeIsThisOnTheWire) {
   com::PbInternalMessageAdapter<pb::RtSignal> adapter(1);
   com::Message message = adapter.serialize(signal).message;
   EXPECT_EQ(message.payload, GOLDEN);
-  EXPECT_TRUE(message.valid && !message.retained && message.timestamp_ns == 0x0102030405060708);
+  EXPECT_TRUE(message.valid);
+  EXPECT_FALSE(message.retained);
+  EXPECT_EQ(message.timestamp_ns, 0x0102030405060708U);
   message.payload.assign(500, 0xEE);  // memory that is used again leaves nothing behind
   EXPECT_TRUE(adapter.serialize(pb::RtSignal(), message));
   EXPECT_EQ(message.payload, changed(5, 0, 18));

@@ -75,7 +75,8 @@ std::string with(const std::string& from, const std::string& to) {
 TEST(SignalsTest, TheBuiltInDatabaseHasTheseMessages) {
   std::vector<uint32_t> ids;
   for (const GroupDefinition& group : SignalAdapter::instance().database()->groups()) {
-    EXPECT_TRUE(group.extended && group.length == 8) << group.tx_topic;
+    EXPECT_TRUE(group.extended) << group.tx_topic;
+    EXPECT_EQ(group.length, 8U) << group.tx_topic;
     ids.push_back(group.can_id);
   }
   EXPECT_THAT(ids, ElementsAre(0x18FEF3FE, 0x18FBF6FE, 0x18FEE8FE, 0x18FEE6FE, 0x18FF21FE));
@@ -85,17 +86,17 @@ TEST(SignalsTest, EveryBitStandsInItsPlace) {
   std::mt19937_64 random(6);
   for (unsigned width = 1; width <= 64; ++width) {
     for (const unsigned start : {0U, 1U, 7U, 13U, 96 - width}) {
+      SCOPED_TRACE(logging::text(start, '|', width));
       OneSignal one(start, width);
       const uint64_t value = random() >> (64 - width);
-      ASSERT_TRUE(one.group.set_signal_data("s", littleEndian(value, (width + 7) / 8)))
-          << start << '|' << width;
+      const Bytes bytes = littleEndian(value, (width + 7) / 8);
+      ASSERT_TRUE(one.group.set_signal_data("s", bytes));
       for (unsigned bit = 0; bit < 96; ++bit) {  // all others are still set
         const bool expected = bit < start || bit >= start + width || (value >> (bit - start) & 1) != 0;
-        ASSERT_EQ((one.group.bytes()[bit / 8] >> bit % 8 & 1) != 0, expected)
-            << start << '|' << width << " bit " << bit;
+        ASSERT_EQ((one.group.bytes()[bit / 8] >> bit % 8 & 1) != 0, expected) << bit;
       }
-      ASSERT_TRUE(one.group.signal("s")->raw() == value &&
-                  one.group.signal("s")->data() == littleEndian(value, (width + 7) / 8));
+      ASSERT_EQ(one.group.signal("s")->raw(), value);
+      ASSERT_EQ(one.group.signal("s")->data(), bytes);
     }
   }
   OneSignal twelve(6, 12);
@@ -174,7 +175,9 @@ TEST(SignalsTest, ValuesAreRoundedToTheNearestRawValue) {
     const auto signal = one.group.signal("s");
     EXPECT_EQ(signal->raw(),
               row.raw != REFUSED ? static_cast<uint64_t>(row.raw) : signal->definition().max_raw());
-    EXPECT_TRUE(row.raw == REFUSED || signal->value_scaled() == row.read) << signal->value_scaled();
+    if (row.raw != REFUSED) {
+      EXPECT_EQ(signal->value_scaled(), row.read);
+    }
   }
 }
 
@@ -182,9 +185,10 @@ TEST(SignalsTest, SystemTopicsHaveOneSignal) {
   const SignalAdapter& adapter = SignalAdapter::instance();
   SignalGroup stamp = adapter.create_sg(topic::GNSS_TIMESTAMP);
   EXPECT_TRUE(stamp.set_signal_data("timestamp_ns", littleEndian(0xFFFFFFFFFFFFFFFE, 8)));
-  EXPECT_TRUE(stamp.signal("timestamp_ns")->status() == VALID && stamp.bytes()[0] == 0xFE);
-  EXPECT_FALSE(stamp.set_signal_data("timestamp_ns", {1}) ||
-               adapter.unpack(stamp.topic(), enveloped({1})).success);
+  EXPECT_EQ(stamp.signal("timestamp_ns")->status(), VALID);
+  EXPECT_EQ(stamp.bytes()[0], 0xFE);
+  EXPECT_FALSE(stamp.set_signal_data("timestamp_ns", {1}));
+  EXPECT_FALSE(adapter.unpack(stamp.topic(), enveloped({1})).success);
 
   SignalGroup raw = adapter.create_sg(topic::HW_VERSION);
   const Bytes longest(64, 'z');
@@ -192,9 +196,11 @@ TEST(SignalsTest, SystemTopicsHaveOneSignal) {
   const auto result = adapter.unpack(raw.topic(), *adapter.pack(raw));
   ASSERT_TRUE(result.success) << result.error;
   EXPECT_EQ(result.group.signal("hw_version")->data(), longest);
-  EXPECT_FALSE(raw.set_signal_data("hw_version", Bytes(65)) || raw.set_signal_data("hw_version", Bytes()));
-  for (const auto* no : {"rt/system/", "rt/system/a/b", "systime/td", ""})
-    EXPECT_FALSE(adapter.create_sg(no).is_valid() || adapter.unpack(no, enveloped({1})).success) << no;
+  for (const size_t size : {0, 65}) EXPECT_FALSE(raw.set_signal_data("hw_version", Bytes(size))) << size;
+  for (const auto* no : {"rt/system/", "rt/system/a/b", "systime/td", ""}) {
+    EXPECT_FALSE(adapter.create_sg(no).is_valid()) << no;
+    EXPECT_FALSE(adapter.unpack(no, enveloped({1})).success) << no;
+  }
 }
 
 TEST(SignalsTest, AFileReplacesTheBuiltInDatabase) {
@@ -214,8 +220,10 @@ TEST(SignalsTest, AFileReplacesTheBuiltInDatabase) {
     EXPECT_THAT(log.take(), HasSubstr(" does not hold rt/j1939can/tx/vp1_local rt/j1939can/rx/vp1_fb "));
   }
   const SignalGroup stamp = adapter.create_sg(topic::GNSS_TIMESTAMP);
-  EXPECT_TRUE(stamp.signal("s") && !adapter.create_sg(topic::VP1_TX).is_valid());
-  EXPECT_TRUE(old.set_signal_scaled_value("latitude", 1) && adapter.pack(old));  // it keeps its definition
+  EXPECT_TRUE(stamp.signal("s"));
+  EXPECT_FALSE(adapter.create_sg(topic::VP1_TX).is_valid());
+  EXPECT_TRUE(old.set_signal_scaled_value("latitude", 1)) << "it keeps its definition";
+  EXPECT_TRUE(adapter.pack(old));
 
   const std::pair<std::string, std::string> bad[] = {
       {folder.write("bad\n.dbc", "BO_ 1 M: 8 A\nSG_ s : x"),
@@ -299,8 +307,13 @@ TEST(DbcReaderTest, WhatIsNotNeededIsPassedOver) {
   ASSERT_NE(result.database, nullptr) << result.error.text();
   ASSERT_EQ(result.database->groups().size(), 1U);
   const GroupDefinition* group = result.database->find("t/\"r\\x");
-  ASSERT_TRUE(group != nullptr && group->tx_topic.empty() && group->signals.size() == 2);
+  ASSERT_NE(group, nullptr);
+  EXPECT_EQ(group->tx_topic, "");
+  EXPECT_EQ(group->signals.size(), 2U);
   const SignalDefinition& a = *group->signal("a");
-  EXPECT_TRUE(a.scale.factor() == 0.5 && a.scale.offset() == -3 && a.unit == "\xB0;//" && a.width == 8);
+  EXPECT_EQ(a.scale.factor(), 0.5);
+  EXPECT_EQ(a.scale.offset(), -3);
+  EXPECT_EQ(a.unit, "\xB0;//");
+  EXPECT_EQ(a.width, 8U);
   EXPECT_EQ(parse_dbc(GOOD, "").error.text(), ": ");
 }

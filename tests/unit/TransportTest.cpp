@@ -130,7 +130,8 @@ class Transport : public testing::Test {
   void SetUp() override {
     ASSERT_TRUE(broker.start());
     client = make_client(broker.port());
-    EXPECT_TRUE(client->connect() && client->start());
+    ASSERT_TRUE(client->connect());
+    ASSERT_TRUE(client->start());
   }
 
   test::Broker broker;
@@ -265,7 +266,8 @@ TEST(TransportPeers, AreToldApart) {
 TEST(TransportSubscriptions, EachObserverGetsARetainedMessageOnceUntilItChanges) {
   const std::array observers{std::make_shared<Recorder>(), std::make_shared<Recorder>()};
   MqttSubscriptions subscriptions;
-  EXPECT_TRUE(subscriptions.add("t", observers[0]) && subscriptions.add("+", observers[1]));
+  EXPECT_TRUE(subscriptions.add("t", observers[0]));
+  EXPECT_TRUE(subscriptions.add("+", observers[1]));
   for (const char text : {'a', 'a', 'b', 'b'}) subscriptions.dispatch("t", text_message({text}, true));
   for (int copy = 0; copy < 2; ++copy) subscriptions.dispatch("t", text_message("c"));  // it changes
   for (const char text : {'c', 'b', 'b'}) subscriptions.dispatch("t", text_message({text}, true));
