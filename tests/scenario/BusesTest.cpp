@@ -5,7 +5,6 @@
 #include <map>
 #include <thread>
 
-#include "platform/com/PbInternalMessageAdapter.h"
 #include "platform/com/Topics.h"
 #include "scenario/World.h"
 
@@ -15,7 +14,7 @@ using namespace ecu::koru;
 using namespace test;
 using namespace testing;
 
-const World::Options WITH_BUSES{.hwversion = "zpt"};
+const World::Options WITH_BUSES{.hwversion = "zpt", .hardware_init = false};
 const World::Options WITHOUT_RECEIVER{.hasgnss = "false"};
 
 /// Returns the output: the ms of each position, "-" if it has no fix, "/n" if it has n sentences instead of 4
@@ -30,13 +29,14 @@ std::string busTraffic(const World& world) {
   int64_t position_ns = 0;
   std::string module_error;
   for (const auto& record : world.bus->records()) {
-    if (record.topic == topic::MODULE_ERROR && valueOf(record.message) != module_error) traffic += " wrong";
+    if (record.topic == topic::MODULE_ERROR && bodyOf(record.message).value() != module_error)
+      traffic += " wrong";
     if (const auto name = names.find(record.topic); name != names.end())
       traffic += name->second + (record.steady_ns == position_ns ? "" : " late");
     if (traffic.ends_with(groups)) traffic.replace(traffic.size() - groups.size(), groups.size(), "*");
     if (record.topic != topic::GNSS_DATA) continue;
     position_ns = record.steady_ns;
-    const auto data = com::PbInternalMessageAdapter<pb::GnssData>(1).deserialize(record.message).body;
+    const auto data = bodyOf<pb::GnssData>(record.message);
     const bool fix = data.status() == 3;
     module_error = std::string(1, data.status() == 1 ? '\1' : '\0');
     traffic += (traffic.empty() ? "" : " ") +
@@ -159,7 +159,6 @@ TEST(Buses, EachSecondGoesOutOnceAndTheBusIsNeverSilentForLong) {
         world.at(static_cast<double>(at_ms) / 1e3,
                  [&, ns = std::stod(bytes.substr(1)) * 1e9] { world.time.sleep_ns(std::llround(ns)); });
     }
-    world.service->disableHardwareInit();
     const std::string expected = tested.expected;
     world.run(std::stod(expected.substr(expected.rfind(' ') + 1)) / 1e3 + 0.2);
     EXPECT_EQ(busTraffic(world), expected) << tested.what;
@@ -190,8 +189,9 @@ TEST(Buses, EachUnitTellsWhatItHas) {
   for (const auto& row : rows) {
     Script script;
     for (int s = 1; s <= 2; ++s) script.add(s * S + 300 * MS, epoch(s));
-    World world(script, {.hasgnss = row.hasgnss, .hwversion = row.hwversion, .connected = false});
-    world.service->disableHardwareInit();
+    World world(
+        script,
+        {.hasgnss = row.hasgnss, .hwversion = row.hwversion, .connected = false, .hardware_init = false});
     peerFix(world, 2.4, 2);
     world.at(2, [&] { world.bus->set_connected(true); });
     const auto published = world.run(2.5);
@@ -199,8 +199,7 @@ TEST(Buses, EachUnitTellsWhatItHas) {
     std::string sends;
     for (const auto& record : world.bus->records()) {
       if (record.topic != topic::GNSS_SOURCE) continue;
-      const auto body = com::PbInternalMessageAdapter<pb::GnssSource>(1).deserialize(record.message).body;
-      EXPECT_EQ(body.source(), pb::GnssSource::LOCAL_RECEIVER);
+      EXPECT_EQ(bodyOf<pb::GnssSource>(record.message).source(), pb::GnssSource::LOCAL_RECEIVER);
       EXPECT_EQ(record.steady_ns, 1'002'000'000'000);
       sends += 'a';
     }
@@ -230,8 +229,7 @@ TEST(Buses, TimeZoneGoesOutWithTheNextFix) {
     const bool on_can = hwversion == std::string("zpt");
     Script script;
     script.add(300 * MS, epoch(0));  // is not trusted yet
-    World world(script, {.hwversion = hwversion});
-    world.service->disableHardwareInit();
+    World world(script, {.hwversion = hwversion, .hardware_init = false});
     for (int s = 0; const auto& row : rows) {
       ++s;
       script.add(s * S, epoch(s));
@@ -241,7 +239,7 @@ TEST(Buses, TimeZoneGoesOutWithTheNextFix) {
       zone.set_summer_time(row.summer);
       zone.set_source(row.source);
       world.at(s - 0.5, [&world, zone] {
-        auto message = com::PbInternalMessageAdapter<Zone>(1).serialize(zone).message;
+        auto message = enveloped(zone);
         world.bus->inject(topic::TIME_ZONE, message);
         message.payload.pop_back();  // broken: the one before holds
         world.bus->inject(topic::TIME_ZONE, message);
@@ -338,7 +336,7 @@ TEST(CanInput, NothingFromBeforeIsANewFix) {
   peerFix(world, 0.5, 1);
   // Retained messages are of an unknown time.
   world.at(0.6, [&] {
-    com::Message kept = enveloped(std::string("\x08\x23\x0C\x03\x5C\x29\xFF\xFF"));
+    com::Message kept = envelopedSignal(std::string("\x08\x23\x0C\x03\x5C\x29\xFF\xFF"));
     kept.retained = true;
     world.bus->inject(topic::TD_RX, kept);
   });

@@ -397,8 +397,7 @@ TEST(ReceiverControl, SilenceOfThreeSecondsIsALossAndOfFifteenWhileTheSequenceWo
     double last_sentence_s, last_ubx_s, allowed_s;
   } rows[] = {{false, 5.3, 0, 3}, {false, 5.3, 9.5, 3}, {true, 400.3, 0, 3}, {true, 20.3, 0, 15}};
   for (const auto& row : rows) {
-    Scene scene;
-    if (!row.hardware_init) scene.service->disableHardwareInit();
+    Scene scene(GOOD, {.hardware_init = row.hardware_init});
     scene.at(row.last_sentence_s + 0.2, [&] {
       scene.epochs = false;
       scene.answers.clear();

@@ -6,7 +6,6 @@
 #include <sstream>
 
 #include "app/ApplyConfiguration.h"
-#include "platform/com/PbInternalMessageAdapter.h"
 #include "platform/com/Topics.h"
 #include "scenario/World.h"
 #include "sim/gnss/Settings.h"
@@ -53,7 +52,7 @@ void start(World& world, const Values& parameters, uint32_t flags = 1) {
     entry.set_flags(flags);
     entry.set_value(value);
   }
-  auto message = com::PbInternalMessageAdapter<pb::SystemParameters>(1).serialize(body).message;
+  auto message = enveloped(body);
   message.retained = true;
   world.bus->inject(topic::SYSTEM_PARAMETERS, message);
   world.service->readSysparams();
@@ -75,9 +74,8 @@ TEST(Parameters, RateOfTheFirstMinutesIsTheDefault) {
       {139'999'999'999, "\2", 9600}, {140'000'000'000, "\2", 38400}, {139'999'999'999, "\1", 38400}};
   for (const auto& [boot_ns, simulation, baud] : rows) {
     Script nothing;
-    World world(nothing);
+    World world(nothing, {.hardware_init = false});
     world.time.boot_offset_ns = boot_ns - world.time.steady_ns();
-    world.service->disableHardwareInit();
     start(world, {{0x2045, simulation}});
     world.run(1);
     EXPECT_EQ(world.terminal.bauds.back(), baud) << boot_ns;
@@ -139,8 +137,7 @@ TEST(Parameters, GnssOffIsLookedAtEveryFiveSecondsAndNothingOldComesOut) {
     SCOPED_TRACE(row.on_ms);
     Script script;
     if (row.off_ms > 0) script.add(1400 * MS, epoch(2, "GST RMC GGA"));  // switched off in mid-epoch
-    World world(script, {.hwversion = "zpt"});
-    world.service->disableHardwareInit();
+    World world(script, {.hwversion = "zpt", .hardware_init = false});
     world.service->enableMqttSystemSelection();
     if (row.off_ms == 0) start(world, {{0xA00F, "\2"}});
     world.injectAt(static_cast<double>(row.off_ms) / 1e3, topic::PARAMETER_GNSS_ON, "\2");

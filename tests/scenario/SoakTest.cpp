@@ -5,7 +5,6 @@
 
 #include <utility>
 
-#include "platform/com/PbInternalMessageAdapter.h"
 #include "platform/com/Topics.h"
 #include "scenario/World.h"
 #include "sim/gnss/Utc.h"
@@ -112,7 +111,7 @@ class Listener final : public com::ISubscriptionObserver {
     return ScenarioTime::START_NS + ((m_drive.uptime_s + second) * S + BURST_US) * 1000;
   }
   void takeFix(const com::Message& message) {
-    const auto fix = com::PbInternalMessageAdapter<pb::GnssData>(1).deserialize(message).body;
+    const auto fix = bodyOf<pb::GnssData>(message);
     ++m_statuses[fix.status()];
     if (fix.status() != 3 && !fix.has_utc_time_us()) return;
     const int64_t second = take(m_mqtt);
@@ -139,8 +138,7 @@ class Listener final : public com::ISubscriptionObserver {
 /// Drives and expects every fix. Returns the bytes in use after the first hour and at the end.
 std::pair<size_t, size_t> drive(const Drive& plan) {
   DrivingReceiver receiver(plan);
-  World world(receiver, {.hwversion = "zpt"});
-  world.service->disableHardwareInit();
+  World world(receiver, {.hwversion = "zpt", .hardware_init = false});
   const auto listener = std::make_shared<Listener>(plan);
   for (const auto& topic : {topic::GNSS_DATA, topic::TD_TX}) world.bus->subscribe(topic, listener, 0);
   world.time.advance_to_us(plan.uptime_s * S);

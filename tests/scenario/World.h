@@ -16,9 +16,9 @@
 #include "input/SerialInput.h"
 #include "platform/base/Time.h"
 #include "platform/com/MemoryTransport.h"
-#include "platform/com/PbInternalMessageAdapter.h"
 #include "platform/com/Topics.h"
 #include "sim/gnss/Receiver.h"
+#include "support/Envelope.h"
 #include "support/Frames.h"
 #include "support/Support.h"
 #include "wire/Stopwatch.h"
@@ -227,18 +227,6 @@ struct Published {
   ecu::koru::pb::GnssData data;
 };
 
-/// Put a signal's bytes into an envelope, and take them out.
-inline ecu::koru::com::Message enveloped(const std::string& value) {
-  ecu::koru::pb::RtSignal body;
-  body.set_value(value);
-  return ecu::koru::com::PbInternalMessageAdapter<ecu::koru::pb::RtSignal>(1).serialize(body).message;
-}
-inline std::string valueOf(const ecu::koru::com::Message& message) {
-  return ecu::koru::com::PbInternalMessageAdapter<ecu::koru::pb::RtSignal>(1)
-      .deserialize(message)
-      .body.value();
-}
-
 class World {
  public:
   struct Options {
@@ -249,6 +237,7 @@ class World {
     int64_t wall_us = 1'400'000'000'000'000;  ///< the system clock at the start, 2014
     bool real_time = false;                   ///< uses the operating system's clocks; `time` stands still
     bool connected = true;                    ///< the broker is there when the service is created
+    bool hardware_init = true;                ///< the service configures the receiver
   };
   using MakeInput = std::function<std::unique_ptr<ecu::koru::gpspub::IGnssInput>(World&)>;
   World(const MakeInput& make_input, const Options& options)
@@ -261,6 +250,7 @@ class World {
         transport, "variant", options.hasgnss, options.hwversion, options.device,
         ecu::koru::gpspub::UnitHardware{make_input(*this), resets.root()});
     service->setBaudRate(options.baud);
+    if (!options.hardware_init) service->disableHardwareInit();
   }  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the service owns its input
   World(ByteSource& source, const Options& options)
       : World(
@@ -297,7 +287,7 @@ class World {
     time.at(static_cast<int64_t>(seconds * S), std::move(action));
   }
   void inject(const std::string& topic, const std::string& value) const {
-    bus->inject(topic, enveloped(value));
+    bus->inject(topic, envelopedSignal(value));
   }
   void injectAt(double seconds, const std::string& topic, const std::string& value) {
     at(seconds, [=, this] { inject(topic, value); });
@@ -308,7 +298,8 @@ class World {
     std::vector<std::string> values;
     for (const auto& record : bus->records()) {
       const double at_s = static_cast<double>(record.steady_ns - ScenarioTime::START_NS) / 1e9;
-      if (record.topic == topic && at_s >= from_s && at_s < to_s) values.push_back(valueOf(record.message));
+      if (record.topic == topic && at_s >= from_s && at_s < to_s)
+        values.push_back(bodyOf(record.message).value());
     }
     return values;
   }

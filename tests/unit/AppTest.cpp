@@ -11,9 +11,8 @@
 #include "input/SerialInput.h"
 #include "platform/com/MemoryTransport.h"
 #include "platform/com/MqttOptions.h"
-#include "platform/com/PbInternalMessageAdapter.h"
 #include "platform/com/Topics.h"
-#include "proto/nvxproto.pb.h"
+#include "support/Envelope.h"
 #include "support/FakeTerminal.h"
 #include "support/LogCapture.h"
 #include "wire/ServiceLog.h"
@@ -60,11 +59,8 @@ struct Configured {
 
   /// Returns what the service follows on the bus: c(onstellations), l(og flags).
   std::string follows() {
-    for (const auto& topic : {topic::PARAMETER_BEIDOU, topic::LOG_CONFIG}) {
-      pb::RtSignal signal;
-      signal.set_value("\1");
-      memory->inject(topic, com::PbInternalMessageAdapter<pb::RtSignal>(1).serialize(signal).message);
-    }
+    for (const auto& topic : {topic::PARAMETER_BEIDOU, topic::LOG_CONFIG})
+      memory->inject(topic, test::envelopedSignal("\1"));
     std::string follows = (service.requests().gnssSystemRequested() & 4) != 0 ? "c" : "";
     return GnssUtils::logFlags() == 1 ? follows + "l" : follows;
   }

@@ -8,10 +8,9 @@
 
 #include "nmea/GnssInfo.h"
 #include "platform/com/MemoryTransport.h"
-#include "platform/com/PbInternalMessageAdapter.h"
-#include "proto/nvxproto.pb.h"
 #include "publish/GnssPublishCAN.h"
 #include "publish/GnssPublishMqtt.h"
+#include "support/Envelope.h"
 #include "support/Frames.h"
 #include "support/LogCapture.h"
 #include "wire/ServiceLog.h"
@@ -99,8 +98,7 @@ TEST(PublishCan, GoldenFrames) {
                         {"rt/system/gnss_timestamp_ns", bytes(golden.stamp)}};
     Sent sent;
     for (const auto& [topic, message, at_ns] : bus->records())
-      sent.emplace_back(topic,
-                        com::PbInternalMessageAdapter<pb::RtSignal>(1).deserialize(message).body.value());
+      sent.emplace_back(topic, test::bodyOf(message).value());
     EXPECT_EQ(sent, expected) << golden.what;
   }
   const std::string text = log.take();
@@ -118,8 +116,7 @@ TEST(PublishTest, AFixAtTheZeroPointIsNone) {
     std::shared_ptr<com::ITransportClient> client = memory;
     std::vector<std::string> no_sentences;
     GnssPublishMqtt().publishFrame(client, info, no_sentences);
-    com::PbInternalMessageAdapter<pb::GnssData> adapter(1);
-    EXPECT_EQ(adapter.deserialize(memory->records().at(0).message).body.status(), status)
+    EXPECT_EQ(test::bodyOf<pb::GnssData>(memory->records().at(0).message).status(), status)
         << latitude << ' ' << longitude;
   }
 }

@@ -5,11 +5,10 @@
 #include <limits>
 #include <random>
 
-#include "platform/com/PbInternalMessageAdapter.h"
 #include "platform/com/Topics.h"
 #include "platform/rt/DbcReader.h"
 #include "platform/rt/Signals.h"
-#include "proto/nvxproto.pb.h"
+#include "support/Envelope.h"
 #include "support/LogCapture.h"
 #include "support/Support.h"
 
@@ -25,12 +24,6 @@ constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
 constexpr double INFINITE = std::numeric_limits<double>::infinity();
 using enum SignalStatus;
 constexpr int64_t REFUSED = -1;
-
-com::Message enveloped(const Bytes& value) {
-  pb::RtSignal body;
-  body.set_value(value.data(), value.size());
-  return com::PbInternalMessageAdapter<pb::RtSignal>(1).serialize(body).message;
-}
 
 Bytes littleEndian(uint64_t value, size_t size) {
   Bytes bytes;
@@ -188,7 +181,7 @@ TEST(SignalsTest, SystemTopicsHaveOneSignal) {
   EXPECT_EQ(stamp.signal("timestamp_ns")->status(), VALID);
   EXPECT_EQ(stamp.bytes()[0], 0xFE);
   EXPECT_FALSE(stamp.set_signal_data("timestamp_ns", {1}));
-  EXPECT_FALSE(adapter.unpack(stamp.topic(), enveloped({1})).success);
+  EXPECT_FALSE(adapter.unpack(stamp.topic(), test::envelopedSignal("\1")).success);
 
   SignalGroup raw = adapter.create_sg(topic::HW_VERSION);
   const Bytes longest(64, 'z');
@@ -199,7 +192,7 @@ TEST(SignalsTest, SystemTopicsHaveOneSignal) {
   for (const size_t size : {0, 65}) EXPECT_FALSE(raw.set_signal_data("hw_version", Bytes(size))) << size;
   for (const auto* no : {"rt/system/", "rt/system/a/b", "systime/td", ""}) {
     EXPECT_FALSE(adapter.create_sg(no).is_valid()) << no;
-    EXPECT_FALSE(adapter.unpack(no, enveloped({1})).success) << no;
+    EXPECT_FALSE(adapter.unpack(no, test::envelopedSignal("\1")).success) << no;
   }
 }
 

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/com/PbInternalMessageAdapter.h"
+#include "support/Envelope.h"
 #include "tools/tap/Fields.h"
 #include "tools/tap/Lines.h"
 
@@ -17,9 +17,7 @@ TEST(TapTest, CannotBeMadeToForgeALine) {
               {"rt/\x1B\n", "\n", "rt/\\x1B\\x0A ["},
               {"rt/x", std::string(1000, 'A'), "4141...\n"}};
   for (const auto& row : rows) {
-    pb::RtSignal body;
-    body.set_value(row.value);
-    const auto message = com::PbInternalMessageAdapter<pb::RtSignal>(1).serialize(body).message;
+    const auto message = test::envelopedSignal(row.value);
     const std::string line = tap::human_line({.topic = row.topic, .payload = message.payload}, true);
     EXPECT_THAT(line, testing::HasSubstr(row.shown));
     EXPECT_EQ(line.find('\n'), line.size() - 1);
