@@ -25,7 +25,6 @@ class Broker {
   }
 
   [[nodiscard]] uint16_t port() const { return m_port; }
-  [[nodiscard]] pid_t pid() const { return m_process ? m_process->pid() : -1; }
   /// Starts it, always on the same port, and waits for it. Returns false if it accepts no connections.
   bool start() {
     const std::string program = "/usr/sbin/mosquitto";  // not in everybody's PATH

@@ -90,8 +90,7 @@ TEST_F(SatnavdRoad, TheBrokerMayDieAndMayFreeze) {
   const auto service = satnavd({}, {"-v", "-d", "0x20001"});
   ASSERT_TRUE(logged(*service, "Num NMEA strings", 2)) << service->err();
 
-  kill(broker.pid(), SIGKILL);
-  broker.stop();
+  broker.kill();
   // Until the service has tried once to come back: when it tries again somebody must listen.
   EXPECT_TRUE(logged(*service, "DATA TO PUBLISH BUT NO MQTT", 7)) << "it does not go on reading";
   const int64_t restart_ns = clock_ns(CLOCK_BOOTTIME);

@@ -232,14 +232,10 @@ TEST_F(Transport, ComesBackWithItsSubscriptionsAndWithWhatWasKept) {
 }
 
 TEST(TransportPeers, AreToldApart) {
-  const std::string login = "\x20\x02\0\0"s;
-  const std::string broke = "ERROR koru.com.mqtt: The broker broke the protocol, 127.0.0.1:[^\n]* it sent a ";
   const std::pair<std::string, std::string> rows[] = {
       {"SSH-2.0-x\r\n", "the answer to the login is not MQTT, it begins with \"SSH-2.0-x.x0D.x0A\"\n"},
       {"", "ERROR koru.com.mqtt: The login is not answered, 127.0.0.1:"},
-      {login + "\x34\x06\0\x01t\0\x01x"s, broke + "message with QoS 2"},
-      {login + "\xC0\0"s, broke + "PINGREQ"},
-      {login + "\x30\x10\x00"s,
+      {"\x20\x02\0\0\x30\x10\x00"s,
        "WARNING koru.com.mqtt: Connection lost to 127.0.0.1:[^\n]* middle of a packet"},
   };
   const std::string too_long(257, 'x');
@@ -260,7 +256,7 @@ TEST(TransportPeers, AreToldApart) {
   const size_t refused =
       records(log, "ERROR", "Configuration: client_name = \"" + std::string(200, 'x') + "...\"");
   EXPECT_EQ(refused, peers.size());
-  EXPECT_EQ(records(log, "ERROR"), refused + 2 + records(log, "ERROR", "The broker broke"));
+  EXPECT_EQ(records(log, "ERROR"), refused + 2);
 }
 
 TEST(TransportSubscriptions, EachObserverGetsARetainedMessageOnceUntilItChanges) {
