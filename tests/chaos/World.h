@@ -159,10 +159,7 @@ class World : public SatnavdTest {
     };
     return {entries("/fd"), entries("/task")};
   }
-  [[nodiscard]] long resident_kib() const {
-    const std::string status = text_of(process() + "/status");
-    return std::stol(status.substr(status.find("VmRSS:") + 6));
-  }
+  [[nodiscard]] long resident_kib() const { return std::stol(status_of(service->pid(), "VmRSS")); }
   /// Returns the difference of the service's clock from the machine's, us.
   [[nodiscard]] int64_t clock_shift_us() const {
     int64_t shift = 0;

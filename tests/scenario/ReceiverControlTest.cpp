@@ -408,10 +408,9 @@ TEST(ReceiverControl, SilenceOfThreeSecondsIsALossAndOfFifteenWhileTheSequenceWo
     const auto s = [&](size_t i) { return static_cast<double>(scene.terminal.opens_us.at(i)) / S; };
     EXPECT_GT(s(1), lost_s);
     EXPECT_LE(s(1), lost_s + 0.1);
-    if (!row.hardware_init) {
-      EXPECT_EQ(s(2), s(1) + 3.1);
-    }
     EXPECT_EQ(scene.sent(s(1), s(2)), row.hardware_init ? "port port port port" : "");  // five periods again
+    if (row.hardware_init) continue;
+    EXPECT_EQ(s(2), s(1) + 3.1);
   }
 }
 

@@ -103,10 +103,7 @@ TEST_F(SatnavdExposure, ABrokerThatSendsWhatNobodyAskedForIsLeft) {
   const auto simulator = receiver({});
   const auto service = satnavd();
   ASSERT_TRUE(Tap(broker).gets(1, VALID));
-  const auto peak_kb = [&] {
-    const std::string status = text_of("/proc/" + std::to_string(service->pid()) + "/status");
-    return std::stol(status.substr(status.find("VmHWM:") + 6));
-  };
+  const auto peak_kb = [&] { return std::stol(status_of(service->pid(), "VmHWM")); };
   const long before_kb = peak_kb();
   broker.kill();
   const int listener = listen_on(broker.port());

@@ -117,10 +117,7 @@ TEST_F(SatnavdStart, WithoutBrokerOrVariableItEndsInTime) {
 TEST_F(SatnavdStart, TheSecondSignalEndsAStartThatHangs) {
   if (SATNAVD_EMULATED) GTEST_SKIP() << "which signals are caught is the emulator's affair";
   const auto catches = [](pid_t pid, int signal) {
-    const std::string caught = "SigCgt:", status = text_of("/proc/" + std::to_string(pid) + "/status");
-    const size_t at = status.find(caught);
-    return at != std::string::npos &&
-           (std::stoull(status.substr(at + caught.size()), nullptr, 16) >> (signal - 1) & 1) != 0;
+    return (std::stoull(status_of(pid, "SigCgt"), nullptr, 16) >> (signal - 1) & 1) != 0;
   };
   const MuteBroker mute;
   for (const int signal : {SIGINT, SIGTERM}) {

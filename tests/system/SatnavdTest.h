@@ -33,6 +33,13 @@ inline int64_t clock_ns(clockid_t clock) {
   return int64_t{now.tv_sec} * S + now.tv_nsec;
 }
 
+/// Returns the text after "name:" in the kernel's status of a process; "0" if there is none.
+inline std::string status_of(pid_t pid, const std::string& name) {
+  const std::string status = text_of("/proc/" + std::to_string(pid) + "/status");
+  const size_t at = status.find(name + ":");
+  return at == std::string::npos ? "0" : status.substr(at + name.size() + 1);
+}
+
 /// Waits until `part` is in the standard error `count` times.
 inline bool logged(const Process& process, const std::string& part, size_t count) {
   return eventually([&] { return occurrences(process.err(), part) >= count; }, PATIENCE_MS);

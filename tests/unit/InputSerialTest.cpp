@@ -7,6 +7,7 @@
 #include "support/FakeTerminal.h"
 #include "support/Frames.h"
 #include "support/LogCapture.h"
+#include "support/VirtualClock.h"
 
 using namespace ecu::koru;
 using namespace ecu::koru::gpspub;
@@ -16,19 +17,16 @@ namespace {
 
 using Items = std::vector<std::string>;
 
-struct Port {
-  VirtualTime time;
+struct Port : test::VirtualClock {
   test::FakeTerminal* line = new test::FakeTerminal;  // owned by the input
   SerialInput input{std::unique_ptr<ITerminalDevice>(line)};
   size_t fed = 0;
   size_t consumed = 0;
 
   Port() {
-    set_time_source(&time);
     input.setGnssDeviceName("/dev/ttyFP3");
     EXPECT_TRUE(input.connect());
   }
-  ~Port() { set_time_source(nullptr); }
 
   /// Returns the items framed until nothing more can be read, and restores the LF that framing overwrites.
   Items feed(std::string_view bytes) {

@@ -5,6 +5,7 @@
 #include "support/FakeSpi.h"
 #include "support/Frames.h"
 #include "support/LogCapture.h"
+#include "support/VirtualClock.h"
 
 using namespace ecu::koru;
 using namespace ecu::koru::gpspub;
@@ -35,16 +36,11 @@ struct ToldReceiver final : test::FakeSpi {
   bool is_line_high() override { return says.empty(); }
 };
 
-struct Bus {
-  VirtualTime time;
+struct Bus : test::VirtualClock {
   ToldReceiver* wire = new ToldReceiver;  // owned by the input
   SPI input{std::unique_ptr<IDeviceFiles>(wire)};
 
-  Bus() {
-    set_time_source(&time);
-    input.setGnssDeviceName(std::string(SPI::DEVICE));
-  }
-  ~Bus() { set_time_source(nullptr); }
+  Bus() { input.setGnssDeviceName(std::string(SPI::DEVICE)); }
   Bus& connected(bool control = false) {
     EXPECT_TRUE(input.connect());
     input.setTxReadyCheck(control);

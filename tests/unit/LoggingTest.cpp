@@ -11,9 +11,9 @@
 
 #include "platform/base/LogOutput.h"
 #include "platform/base/Logging.h"
-#include "platform/base/Time.h"
 #include "support/LocalSocket.h"
 #include "support/LogCapture.h"
+#include "support/VirtualClock.h"
 
 using namespace ecu::koru;
 using namespace std::string_literals;
@@ -34,8 +34,7 @@ int connect(int descriptor, const sockaddr* address, socklen_t length) {
 }
 
 TEST(Logging, RecordsAreOneLineEach) {
-  VirtualTime time(0, 1'795'256'130'123'999);
-  set_time_source(&time);
+  const test::VirtualClock clock(0, 1'795'256'130'123'999);
   constexpr auto LOG = logging::module("koru.test");
   struct Costly {
     mutable int formatted = 0;
@@ -58,7 +57,6 @@ TEST(Logging, RecordsAreOneLineEach) {
   EXPECT_THAT(
       text, EndsWith("\n2026-11-21T10:15:30.123Z NOTICE koru.test: x18446744073709551615 -5 651 0.1 ab 000a."
                      "\n2026-11-21T10:15:30.123Z ALERT koru.test: a\\x0A\\x7F\\xFF~ \n"));
-  set_time_source(nullptr);
 }
 
 TEST(Logging, TextFromOutsideIsCut) {
@@ -72,8 +70,7 @@ TEST(Logging, RecordsThatTheSystemsLogDoesNotTakeAreCounted) {
   const test::TempDir folder;
   g_log_path = folder / "log";
   const test::LocalSocket daemon(g_log_path);
-  VirtualTime time(0, 1'795'256'130'123'999);
-  set_time_source(&time);
+  const test::VirtualClock clock(0, 1'795'256'130'123'999);
   logging::set_log_mode(logging::LogMode::SYSLOG);
   constexpr auto LOG = logging::module("koru.test");
   LOG.info("taken");
@@ -86,7 +83,6 @@ TEST(Logging, RecordsThatTheSystemsLogDoesNotTakeAreCounted) {
   const std::string told = daemon.received();
   LOG.error("taken again");
   logging::set_log_mode(logging::LogMode::STDERR);
-  set_time_source(nullptr);
   EXPECT_THAT(taken, MatchesRegex("<30>Nov 2[0-2] ..:..:30 satnavd: taken"));
   EXPECT_THAT(told, MatchesRegex("<28>Nov 2[0-2] ..:..:30 satnavd: 3 records lost"));
   EXPECT_THAT(daemon.received(), MatchesRegex("<27>.* satnavd: taken again"));
@@ -95,27 +91,25 @@ TEST(Logging, RecordsThatTheSystemsLogDoesNotTakeAreCounted) {
 
 TEST(Logging, AStatementWritesFiftyRecordsInTenSeconds) {
   constexpr auto LOG = logging::module("koru.test");
-  VirtualTime time;
-  set_time_source(&time);
-  const auto begin_ns = time.steady_ns();
+  test::VirtualClock clock;
+  const auto begin_ns = clock.time.steady_ns();
   test::LogCapture log;
   for (int i = 0; i < 60; ++i) {
     LOG.warning("flood ", i);
     LOG.detail("wanted");
     for (const char* text : {"one", "two"}) LOG.error(std::string(text), i);  // one statement
-    time.advance(100'000'000);
+    clock.time.advance(100'000'000);
   }
   LOG.notice("another statement");
-  time.advance(begin_ns + 9'999'999'999 - time.steady_ns());
+  clock.time.advance(begin_ns + 9'999'999'999 - clock.time.steady_ns());
   logging::tell_kept_back();
   LOG.info("before the end of the period");
-  time.advance(1);
+  clock.time.advance(1);
   logging::tell_kept_back();
   logging::tell_kept_back();
   for (int i = 0; i < 51; ++i) LOG.info("flood ", i);
   for (int i = 0; i < 2; ++i) logging::tell_all_kept_back();
   const std::string text = log.take();
-  set_time_source(nullptr);
   const std::pair<const char*, size_t> written[] = {{"WARNING koru.test: flood", 50},
                                                     {"wanted", 60},
                                                     {"ERROR koru.test: ", 50 + 1},
@@ -131,8 +125,7 @@ TEST(Logging, TheSystemsLogNeverWaitsAndIsFoundAgain) {
   const test::TempDir folder;
   const std::string path = folder / "log";
   logging::SyslogOutput output(path);
-  VirtualTime time;
-  set_time_source(&time);
+  test::VirtualClock clock;
   EXPECT_FALSE(output.put("nobody is there"));
   {
     const test::LocalSocket daemon(path);
@@ -147,18 +140,18 @@ TEST(Logging, TheSystemsLogNeverWaitsAndIsFoundAgain) {
     EXPECT_FALSE(output.put(std::string(8'000'000, 'x')));  // longer than any datagram
     while (output.put("d")) continue;
     unlink(path.c_str());
-    time.advance(1'000'000'000);
+    clock.time.advance(1'000'000'000);
     EXPECT_FALSE(output.put("no other socket is there"));
     EXPECT_EQ(daemon.received(), "c");
     EXPECT_TRUE(output.put("the old one is kept"));
     const test::LocalSocket replacing(path);  // while the old one is held, and full
     EXPECT_FALSE(output.put("within the same second"));
-    time.advance(1'000'000'000);
+    clock.time.advance(1'000'000'000);
     EXPECT_TRUE(output.put("found"));
     EXPECT_EQ(replacing.received(), "found");
   }
-  set_time_source(nullptr);
   EXPECT_FALSE(output.put("it has gone"));
+  clock.time.advance(1'000'000'000);
   const test::LocalSocket stream(path, SOCK_STREAM);
   for (const char* record : {"<30>e", "<30>f"}) EXPECT_TRUE(output.put(record));
   EXPECT_EQ(stream.received(), "<30>e\0<30>f\0"s);

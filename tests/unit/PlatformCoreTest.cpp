@@ -5,10 +5,10 @@
 
 #include "platform/base/Configuration.h"
 #include "platform/base/Numbers.h"
-#include "platform/base/Time.h"
 #include "platform/com/PbInternalMessageAdapter.h"
 #include "proto/nvxproto.pb.h"
 #include "support/LogCapture.h"
+#include "support/VirtualClock.h"
 
 using namespace ecu::koru;
 using namespace std::string_literals;
@@ -77,8 +77,7 @@ TEST(PlatformTest, ANumberThatIsTooLargeLeavesNothingBehind) {
 }
 
 TEST(PlatformTest, TheEnvelopeIsThisOnTheWire) {
-  VirtualTime time(0x0102030405060708);
-  set_time_source(&time);
+  const test::VirtualClock clock(0x0102030405060708);
   pb::RtSignal signal;
   signal.set_value("AB");
   com::PbInternalMessageAdapter<pb::RtSignal> adapter(1);
@@ -90,7 +89,6 @@ TEST(PlatformTest, TheEnvelopeIsThisOnTheWire) {
   message.payload.assign(500, 0xEE);  // memory that is used again leaves nothing behind
   EXPECT_TRUE(adapter.serialize(pb::RtSignal(), message));
   EXPECT_EQ(message.payload, changed(5, 0, 18));
-  set_time_source(nullptr);
 }
 
 TEST(PlatformTest, TheEnvelopeRefusesWhatIsNone) {

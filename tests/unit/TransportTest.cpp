@@ -22,6 +22,7 @@
 #include "platform/com/Transport.h"
 #include "support/Broker.h"
 #include "support/LogCapture.h"
+#include "support/VirtualClock.h"
 
 constexpr const char* BOTH_FAMILIES = "both.test";
 
@@ -400,15 +401,13 @@ class FakeLink final : public IMqttLink {
 /// for.
 std::vector<std::string> log_of(std::vector<std::chrono::milliseconds> holds,
                                 const std::function<void(MqttConnection&)>& prepare) {
-  VirtualTime time(0);
-  set_time_source(&time);
+  const test::VirtualClock clock(0);
   auto owned = std::make_unique<FakeLink>(std::move(holds));
   FakeLink& link = *owned;
   MqttConnection connection({}, std::move(owned));
   link.end = [&] { connection.request_stop(); };
   prepare(connection);
   connection.run();
-  set_time_source(nullptr);
   return link.log;
 }
 
