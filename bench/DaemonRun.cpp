@@ -26,7 +26,7 @@ using namespace ecu::koru;
 using std::chrono::milliseconds;
 
 constexpr int PATIENCE_MS = 20'000;
-constexpr milliseconds STEP{100};        // the longest time until a stop is noticed
+constexpr milliseconds STEP{100};        // a stop is noticed within this time
 constexpr milliseconds AFTER_A_FIX{20};  // by then the service waits for the next fix
 constexpr int FIXES_TO_WARM_UP = 5;
 constexpr uint16_t PROTOCOL_TYPE = 1;

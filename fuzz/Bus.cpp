@@ -39,7 +39,7 @@ Refused verdict_of_header(Bytes payload) {
   };
   if (payload.size() < com::envelope::HEADER_LENGTH) return Refused::MessageTooShort;
   if (payload[0] != 0x09 || payload[9] != 0x11)
-    return Refused::None;  // another order of fields: protobuf decides
+    return Refused::None;  // protobuf decides about another order of the fields
   if (number(1, 2) == 0) return Refused::ProtocolTypeNotUsed;
   if (number(3, 2) != com::envelope::HEADER_LENGTH) return Refused::HeaderLengthMismatch;
   if (number(5, 4) > payload.size() - com::envelope::HEADER_LENGTH) return Refused::BodyDecodeFailed;

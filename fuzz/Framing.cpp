@@ -30,7 +30,7 @@ void check_item(ItemKind kind, std::string_view sent) {
     return;
   }
   require(bytes[0] == '$', "an item is a sentence or a UBX message");
-  if (kind == ItemKind::OVER_LONG) {  // handed on as it is, for validation to reject
+  if (kind == ItemKind::OVER_LONG) {  // it is handed on as it is, and validation rejects it
     require(sent.size() > OVER_LONG, "an over-long item is long");
     return;
   }
@@ -80,7 +80,7 @@ struct Port {
   void feed(std::string_view piece) {
     line->incoming += piece;
     sent += piece;
-    // A read takes a byte from the device, drops one or hands one on.
+    // Each read takes a byte from the device, drops a byte or hands one on.
     for (size_t reads = 0; input.waiting(1000); ++reads) {
       require(reads <= 2 * sent.size() + 2, "reading ends");
       ledger.read([&] { return std::string_view(sent).substr(0, sent.size() - line->incoming.size()); });
@@ -93,7 +93,7 @@ struct Wire final : test::FakeSpi {
   std::string says;
   std::string taken;  ///< bytes that the input keeps, not those that it only looks at or drops on purpose
   bool reading = false;
-  unsigned until_failure = 0;  ///< this many more transfers work; 0: all do
+  unsigned until_failure = 0;  ///< this many more transfers work; if 0, all of them do
 
  private:
   static constexpr unsigned char IDLE = 0xFF;
@@ -118,7 +118,7 @@ struct Wire final : test::FakeSpi {
 
 struct SpiBus {
   static constexpr int WAIT_US = 100'000;
-  static constexpr int64_t MAX_PASS_NS = 800'000'000;  // a wait, and what is read before a message goes out
+  static constexpr int64_t MAX_PASS_NS = 800'000'000;  // a wait, and the reads before a message is sent
 
   Wire* wire = new Wire;  // owned by the input
   SPI input{std::unique_ptr<IDeviceFiles>(wire)};
@@ -155,7 +155,7 @@ struct SpiBus {
   void connect() {
     const std::string before = wire->taken;
     require(input.connect(), "the device opens");
-    wire->taken = before;  // what a receiver kept meanwhile is dropped
+    wire->taken = before;  // the bytes that a receiver kept meanwhile are dropped
   }
 };
 

@@ -30,7 +30,7 @@ constexpr std::array<Target, 11> TARGETS{{{"framing", framing},
                                           {"signals", signals},
                                           {"service", service}}};
 
-constexpr size_t MAX_RECORD = 100'000;  // bytes; a dump of the whole receive buffer is the longest
+constexpr size_t MAX_RECORD = 100'000;  // bytes, enough for a dump of the whole receive buffer
 constexpr int64_t BOOT_NS = 1'000'000'000'000;
 constexpr int64_t WALL_US = 1'400'000'000'000'000;  // 2014
 

@@ -16,7 +16,7 @@ using namespace ecu::koru;
 
 namespace {
 
-// The year of the time/date group ends here; that of a sentence ends in 2068.
+// The years of the time/date group end here. Those of a sentence end in 2068.
 constexpr uint64_t END_OF_2235_US = 8'394'105'600'000'000;
 
 void check_fix(const com::Message& message) {

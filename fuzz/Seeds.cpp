@@ -54,7 +54,7 @@ std::vector<std::string> drive(const std::string& faults, int rate_hz, bool no_f
                                               {0x06, 0x13},
                                               {0x06, 0x3E},
                                               {0x06, 0x24},
-                                              {0x06, 0x99},  // refused
+                                              {0x06, 0x99},  // the receiver refuses it
                                               {0x0A, 0x04},
                                               {0x0A, 0x09},
                                               {0x0A, 0x28},
@@ -99,7 +99,7 @@ void add_streams(const Folder& folder, const std::string& name, const std::vecto
   const std::string stream = joined(pieces);
   folder.add("framing", name + "-in-small-pieces", byte(1) + byte(6) + stream);
   folder.add("framing", name + "-in-large-pieces", byte(0) + byte(200) + stream);
-  // Polled, by the line, answered, failing.
+  // Reads by polling, by the line, with answers, and with failures.
   for (const size_t event : {size_t{192}, size_t{193}, size_t{197}, size_t{204}}) {
     std::string events;
     for (size_t at = 0; at < stream.size(); at += 1600)

@@ -126,7 +126,7 @@ void epochs(Bytes bytes) {
     const int64_t now_us = GnssUtils::getMicrosecDuration(0);
     service.epoch.setDataTime(now_us, virtual_time().boot_ns());
     std::string line = test::nmea(framed(input.line()));
-    line.back() = '\0';  // as framing leaves it
+    line.back() = '\0';  // framing leaves it like this
     const std::span whole(reinterpret_cast<const unsigned char*>(line.data()), line.size());
     if (service.epoch.validateNmeaMessage(whole)) service.epoch.processNewNmeaString(38400);
     require(service.epoch.sentences().size() <= 102, "an epoch holds a bounded number of sentences");

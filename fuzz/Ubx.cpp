@@ -18,7 +18,7 @@ using namespace ecu::koru::gpspub;
 
 namespace {
 
-constexpr int64_t MAX_PASS_NS = 700'000'000;  // a reset pulse of 0.5 s and a change of speed
+constexpr int64_t MAX_PASS_NS = 700'000'000;  // a reset pulse takes 0.5 s, and a change of speed some more
 constexpr size_t MAX_SENT_PER_PASS = 4;
 
 struct Kind {

@@ -17,14 +17,14 @@ constexpr long GROWTH_KIB = 3L * 1024;
 /// The output during a fault, after it has taken effect.
 enum class Output { ANY, VALID, STATUS_1, NONE };
 constexpr int64_t EFFECT_NS = 2500 * MS, JUDGED_NS = 4000 * MS;
-constexpr int64_t GOOD_CONNECTION_NS = 10 * S;  // after it the back-off begins anew
+constexpr int64_t GOOD_CONNECTION_NS = 10 * S;  // after such a connection the back-off restarts
 
 struct Fault {
   const char* name;
   void (World::*begin)();
   void (World::*end)();
-  int shortest_ms, longest_ms;  // how long it lasts
-  /// Valid fixes return by then after its end, plus `grows` times its duration (back-off).
+  int shortest_ms, longest_ms;  // how long the fault lasts
+  /// Valid fixes return within this time of its end, plus `grows` times its duration (back-off).
   int promise_ms;
   int grows = 0;
   Output output = Output::ANY;

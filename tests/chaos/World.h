@@ -49,7 +49,7 @@ class Bus : Unique {
       static_cast<Bus*>(self)->receive(*message);
     });
     mosquitto_connect(m_client, "127.0.0.1", port, 60);
-    mosquitto_loop_start(m_client);  // connects again, a second after each loss
+    mosquitto_loop_start(m_client);  // reconnects a second after each loss
   }
   ~Bus() {
     mosquitto_disconnect(m_client);
@@ -74,11 +74,11 @@ class Bus : Unique {
 
  private:
   void receive(const mosquitto_message& message) {
-    constexpr int HEADER = 18, SENT_AT = 10;  // a little-endian stamp, like this machine's
+    constexpr int HEADER = 18, SENT_AT = 10;  // the stamp is little-endian, as this machine is
     const auto* const bytes = static_cast<const char*>(message.payload);
     ecu::koru::pb::GnssData data;
     if (message.payloadlen < HEADER || !data.ParseFromArray(bytes + HEADER, message.payloadlen - HEADER))
-      return;  // not the service's
+      return;  // not a message of the service
     Fix fix{0, static_cast<int64_t>(data.utc_time_us()), data.status()};
     std::memcpy(&fix.sent_ns, bytes + SENT_AT, sizeof fix.sent_ns);
     const std::lock_guard lock(m_mutex);
@@ -132,7 +132,7 @@ class World : public SatnavdTest {
     std::filesystem::create_directory(folder / "gpio197");
     folder.write("gpio197/value", "");
     folder.write("clock", std::string(sizeof(int64_t), '\0'));
-    set_clock_shift_us(1'000'000'000 - clock_ns(CLOCK_REALTIME) / 1000);  // in 1970
+    set_clock_shift_us(1'000'000'000 - clock_ns(CLOCK_REALTIME) / 1000);  // the service starts in 1970
     m_unit = start_unit({"--var", "hwversion=zpt"});
     plug_in();
   }
@@ -257,7 +257,7 @@ class World : public SatnavdTest {
  private:
   [[nodiscard]] std::string process() const { return "/proc/" + std::to_string(service->pid()); }
   void set_clock_shift_us(int64_t shift) const {
-    std::fstream file(m_clock, std::ios::in | std::ios::out | std::ios::binary);  // as it is mapped
+    std::fstream file(m_clock, std::ios::in | std::ios::out | std::ios::binary);  // the file is mapped
     file.write(reinterpret_cast<const char*>(&shift), sizeof shift);
   }
   void start_receiver(Words options) {

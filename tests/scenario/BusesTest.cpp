@@ -91,7 +91,7 @@ TEST(Buses, EachSecondGoesOutOnceAndTheBusIsNeverSilentForLong) {
       {"10 Hz", atRate(10, 12), "300* 400 500 600 700 800 900 1000 1100 1200 1300* 1400"},
       {"4 Hz, first fix of a second lost", atRate(4, 9, 4), "300* 550 800 1050 1550* 1800 2050 2300*"},
       {"two epochs at once", {{300, fix(1) + fix(2)}}, "300* 300*"},
-      // Lost: 1.3 s after the last fix, then every 1.0 s; looked at when a wait of 0.1 s ends.
+      // A fix is lost 1.3 s after the last one, then every 1.0 s. The service checks that every 0.1 s.
       {"missed epoch", {{300, fix(1)}, {1600, "x"}, {1601, "x"}, {2300, fix(3)}}, "300* 1601-* 2300*"},
       {"the same second after a loss", {{300, fix(1)}, {1601, "x"}, {1800, fix(1)}}, "300* 1601-* 1800"},
       {"10 Hz ends in mid-second", atRate(10, 6), "300* 400 500 600 700 800 2200-* 3300-*"},
@@ -106,8 +106,8 @@ TEST(Buses, EachSecondGoesOutOnceAndTheBusIsNeverSilentForLong) {
        {{300, fix(1)}, {1250, fix(1)}, {2300, fix(3)}},
        "300* 1250 2300*"},
       {"a second after a stall", {{300, fix(1)}, {1251, fix(1)}, {2300, fix(3)}}, "300* 1251* 2300*"},
-      // Without its GST an epoch is over 1.3 s after the frame before, but not in its first 0.3 s, with the
-      // next GST, or with the next RMC when 0.95 s have passed and three sentences have come.
+      // An epoch without a GST ends 1.3 s after the previous frame, but not in its own first 0.3 s. It also
+      // ends with the next GST, or with the next RMC after 0.95 s if it has three sentences.
       {"GST lost", {{300, fix(1)}, {1200, epoch(2, no_gst)}, {1600, "x"}, {1601, "x"}}, "300* 1601/3*"},
       {"GST lost, late epoch",
        {{300, fix(1)}, {1400, epoch(2, no_gst)}, {1700, "x"}, {1701, "x"}},
@@ -137,7 +137,7 @@ TEST(Buses, EachSecondGoesOutOnceAndTheBusIsNeverSilentForLong) {
       {"none for too long",
        {{300, fix(1)}, {1290, epoch(2, "RMC")}, {1291, "!1.300"}, {1292, epoch(2, "GGA GSA GST")}},
        "300* 2591/2*"},
-      // Bad bytes cost their sentence. More than 100 sentences are not an epoch.
+      // Bad bytes cost only their sentence. More than 100 sentences are not an epoch.
       {"bad sentences",
        {{300, epoch(1, "RMC") + nmea(bad_satellites + "x,0.9,545.4,M,46.9,M,,") +
                   nmea(bad_satellites + std::string(20, '9') + ",0.9,5.4,M,46.9,M,,") +
@@ -228,7 +228,7 @@ TEST(Buses, TimeZoneGoesOutWithTheNextFix) {
   for (const auto* hwversion : {"zpt", "qrx"}) {
     const bool on_can = hwversion == std::string("zpt");
     Script script;
-    script.add(300 * MS, epoch(0));  // is not trusted yet
+    script.add(300 * MS, epoch(0));  // this fix is not trusted yet
     World world(script, {.hwversion = hwversion, .hardware_init = false});
     for (int s = 0; const auto& row : rows) {
       ++s;
@@ -241,7 +241,7 @@ TEST(Buses, TimeZoneGoesOutWithTheNextFix) {
       world.at(s - 0.5, [&world, zone] {
         auto message = enveloped(zone);
         world.bus->inject(topic::TIME_ZONE, message);
-        message.payload.pop_back();  // broken: the one before holds
+        message.payload.pop_back();  // a broken message changes nothing
         world.bus->inject(topic::TIME_ZONE, message);
       });
     }
@@ -294,11 +294,11 @@ TEST(CanInput, BadGroupCostsItsOwnFields) {
       {topic::VP1_RX, "\x28\x7C\xDA\xFE\x18\x06\x0A\x84", "sanmqd"},  // latitude in error
       {topic::VP1_RX, "\x28\x7C\xDA\x99\xFF\xFF\xFF\xFF", "sanmqd"},  // no longitude
       {topic::VP1_RX, "\x28\x7C\xDA\x99\x18\x06\x0A", "sanmqd"},      // short
-      // speed out of range, not available
+      // The speed is out of range, then not available.
       {topic::VDS_RX, std::string("\x00\x2A\x00\xFB\xFF\xFF\x4B\x5F", 8), "pnmqd"},
       {topic::VDS_RX, std::string("\x00\x2A\xFF\xFF\xFF\xFF\x4B\x5F", 8), "panmqd"},
       {topic::VP2_RX, "\xFF\x0C\x0F\x13\xFF\xFF\xFF\xFF", "psamqd"},  // no satellites
-      // Without a navigation mode there is nothing to be dated.
+      // A fix without a navigation mode has no date.
       {topic::P2C1_RX, "\xFE\x01\xFF\x4B\x5F\x06\xFF\xFF", "psn"},
       {topic::P2C1_RX, "\x02\xFF\xFF\x4B\x5F\x06\xFF\xFF", "psanmd"},
       {topic::TD_RX, "\x04\x23\xFF\x03\x5C\x29\xFF\xFF", "psanmq"},   // no hours
@@ -334,7 +334,7 @@ TEST(CanInput, NothingFromBeforeIsANewFix) {
   Script nothing;
   World world(nothing, WITHOUT_RECEIVER);
   peerFix(world, 0.5, 1);
-  // Retained messages are of an unknown time.
+  // Nobody knows when a retained message was sent.
   world.at(0.6, [&] {
     com::Message kept = envelopedSignal(std::string("\x08\x23\x0C\x03\x5C\x29\xFF\xFF"));
     kept.retained = true;

@@ -111,9 +111,9 @@ struct Scene final : Script, World {
 
   Answers answers;
   bool epochs = true;
-  bool nak = false;                    // whatever has no answer
-  std::map<std::string, int> nakked;   // so many, before one is answered
-  std::map<std::string, int> ignored;  // likewise
+  bool nak = false;                    // refuses frames that have no answer
+  std::map<std::string, int> nakked;   // how many are refused before one is answered
+  std::map<std::string, int> ignored;  // how many are lost before that
 
  private:
   int64_t m_next_epoch_us = 300 * MS;
@@ -153,7 +153,7 @@ TEST(ReceiverControl, NothingThatTheReceiverAnswersStopsPublication) {
   for (const auto& answers : {MUTE, {{"port", port(38400)}}, {{"port", short_answers}}}) {
     for (const bool nak : {false, true}) {
       Scene scene(answers, {.hwversion = "zpt"});
-      scene.nak = nak;  // everything else
+      scene.nak = nak;  // refuses every other frame
       EXPECT_GE(occurrences(cadence(scene.run(300)), ":3/"), 298U);
       const bool trusted = scene.sentOn(topic::VP1_TX).back() != NOT_AVAILABLE;
       EXPECT_EQ(trusted, answers.contains("port") && answers.at("port") == port(38400));
@@ -189,7 +189,7 @@ TEST(ReceiverControl, AResetLineThatIsNotSetUpIsSetUpFirst) {
     const char* hwversion;
     bool has_line_121;
     std::string set_up, line_121;
-    int pulses_of_197;  ///< whose value file each world has
+    int pulses_of_197;  ///< every world has its value file
   } rows[] = {{"n2", false, "121 out none", "", 1},
               {"n2", true, "  ", std::string("0\0001\0", 4), 0},
               {"qrx", true, "  ", "", 1}};
@@ -249,7 +249,7 @@ TEST(ReceiverControl, ChangesOfTheConstellationsRestartTheSequenceOnceWithBothPo
   }
 }
 
-// Needs the thread sanitizer to find most faults: nothing orders the observers' threads and the service's.
+// Nothing orders the observers' threads and the service's. Only the thread sanitizer finds most faults.
 TEST(ReceiverControl, ObserversMayBeCalledFromAnyThreadWhileTheSequenceRuns) {
   Scene scene;
   scene.service->enableLoggingControl();
@@ -292,9 +292,9 @@ TEST(ReceiverControl, SystemsAreSelectedWhereTheyAreNotThoseRequested) {
 }
 
 TEST(ReceiverControl, JudgesTheAntennaByEachAnswer) {
-  // 1, 0: the supply is reported on, off. S, s: radio silence is requested, no longer. P, p: the antenna's
-  // parameter is on, off. B: 0 and S in one pass. -: nothing is to be sent. n: silence is not configured.
-  // After each what is sent at once.
+  // 1, 0: the receiver reports the supply on, off. S, s: radio silence begins, ends. P, p: the antenna's
+  // parameter is on, off. B: 0 and S in one pass. -: the set-up is switched off. n: silence is not
+  // configured. After the colon stand the frames that are sent at once.
   for (const std::string row :
        {"0:on 0:on 1:on", "1:off 0:save 0:on", "1:off 1:save 1:on",  // cold, then warm
         "S: 0:on 0:off,standby,stop 1:off,standby,stop", "S: 1:off 0:save 0:off,standby,stop",
@@ -336,7 +336,7 @@ TEST(ReceiverControl, PublishesTheAntennasStatus) {
   for (char& value = status[20]; value < 6; ++value) scene.comes(1 + value, ubx(0x0A, 0x09, status));
   scene.comes(9, ubx(0x0A, 0x09, std::string(59, '\3')));
   scene.run(10);
-  // 2, 3 and 4: this unit's circuit makes "OK" of an open one, and the other way round.
+  // The values 2, 3 and 4 count. In this unit's circuit "OK" and "open" are exchanged.
   EXPECT_THAT(scene.sentOn(topic::ANTENNA_OPEN_CIRCUIT), ElementsAre(YES, NO, NO));
   EXPECT_THAT(scene.sentOn(topic::ANTENNA_SHORT_CIRCUIT), ElementsAre(NO, YES, NO));
 }
@@ -345,7 +345,7 @@ TEST(ReceiverControl, RadioSilenceEndsWithAPulseOfTheResetLine) {
   Scene scene(GOOD, {.hwversion = "zpt"});
   scene.at(398.5, [&] { scene.epochs = false; });
   scene.injectAt(401, topic::BLACKOUT_MODE, YES);
-  scene.at(411, [&] {  // longer than a lost receiver is missed
+  scene.at(411, [&] {  // by then a lost receiver would be noticed
     EXPECT_EQ(scene.sent(400), "off standby stop");
     EXPECT_THAT(scene.terminal.opens_us, SizeIs(1));
     EXPECT_EQ(scene.resets.pulses(), 0);
@@ -384,7 +384,7 @@ TEST(ReceiverControl, AWrongRateIsSetRightAndTheFixesAreNotTrustedUntilThen) {
                 ElementsAre(0, static_cast<int64_t>(row.at * S) + row.drain_ms * MS));
     EXPECT_EQ(scene.terminal.bauds.back(), row.set);
     EXPECT_THAT(scene.sentOn(topic::VP1_TX, row.at - 5, row.at), Each(Ne(NOT_AVAILABLE)));
-    // The trust of a fix is that of the time at which the one before it left.
+    // A fix is trusted if the receiver was trusted when the previous fix left.
     EXPECT_THAT(scene.sentOn(topic::VP1_TX, row.at + 1, row.at + 3),
                 ElementsAre(NOT_AVAILABLE, NOT_AVAILABLE));
     EXPECT_NE(scene.sentOn(topic::VP1_TX).back(), NOT_AVAILABLE);

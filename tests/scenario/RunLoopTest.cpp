@@ -36,7 +36,7 @@ TEST(RunLoop, UnpluggedDeviceIsReopenedOnceASecondAndNothingOldComesOut) {
   World world(script);
   world.at(1.25, [&] { world.terminal.gone = true; });
   world.at(4.5, [&] { world.terminal.gone = false; });
-  // Of the epoch that was cut off comes what had arrived.
+  // The sentences of the interrupted epoch that had arrived are published.
   EXPECT_EQ(cadence(world.run(5.5)), "300:3/5 1300:3/2 2300:1/0 3300:1/0 4300:1/0 5300:1/0 5300:3/5");
   EXPECT_THAT(world.terminal.opens_us, ElementsAre(0, 1300 * MS, 2300 * MS, 3300 * MS, 4300 * MS, 5300 * MS));
   EXPECT_LT(world.terminal.waits, 200);
@@ -120,7 +120,7 @@ TEST(Parameters, ChangesReachTheReceiver) {
     at += SEQUENCE_S;
     world.at(at - 0.1, [&source, &row] { EXPECT_EQ(told(source), row.second); });
   }
-  world.injectAt(at, topic::HW_VERSION, "QRX7_2_KW4");  // of this version an open circuit is logged
+  world.injectAt(at, topic::HW_VERSION, "QRX7_2_KW4");  // this version logs an open circuit
   world.at(at, [&] { source.receiver.set_antenna(sim::AntennaState::open); });
   LogCapture log("WARNING");
   world.run(at + 10);
@@ -129,7 +129,7 @@ TEST(Parameters, ChangesReachTheReceiver) {
 
 TEST(Parameters, GnssOffIsLookedAtEveryFiveSecondsAndNothingOldComesOut) {
   const struct {
-    int64_t off_ms, on_ms;  ///< off at 0: by the parameter of the start
+    int64_t off_ms, on_ms;  ///< off_ms 0: the parameter at the start switches it off
     int64_t open_ms;        ///< when the device is opened (again)
   } rows[] = {
       {0, 99'999, 99'999}, {0, 4999, 5000}, {0, 5001, 10'000}, {1500, 6499, 6500}, {1500, 6501, 11'500}};
@@ -185,7 +185,7 @@ TEST(Parameters, LogFlagsAreOneToFourBytesTheLowestFirst) {
 
 TEST(SimulatedControl, ConfiguresTheReceiverAtAnyRateAndAgainAfterALossOfPower) {
   constexpr double LOST_S = 450;
-  // Missed, four rates in vain, found at the fifth; rate confirmed, both port polls, CFG-ANT.
+  // The loss is noticed, four rates fail, the fifth is confirmed, both port polls and CFG-ANT follow.
   constexpr double ANTENNA_ON_S = LOST_S + 3 + 4 * 12 + 1 + 15 + 2 * 12 + 2;
   for (const unsigned baud : {9600U, 115200U}) {
     SCOPED_TRACE(baud);
@@ -243,7 +243,7 @@ TEST(RunLoop, SetsTheSystemClockOnceFromTheFirstValidTimeWhenTheFileSaysSo) {
     world.run(2);
     EXPECT_EQ(world.time.clock().set_wall_calls(), row.calls);
     if (row.calls == 0 || row.refused) continue;
-    EXPECT_EQ(world.time.wall().tv_sec, 1'774'269'303);  // 301.5 at 0.3 s, read at 2 s
+    EXPECT_EQ(world.time.wall().tv_sec, 1'774'269'303);  // set to 301.5 at 0.3 s, read at 2 s
   }
 }
 

@@ -33,7 +33,7 @@ struct Drive {
   const char* begin;
   int64_t seconds;
   int64_t uptime_s = 0;
-  bool leap_second = false;  // the day that ends on the way has one
+  bool leap_second = false;  // the day that ends during the drive has one
 
   [[nodiscard]] int64_t utcStart() const { return sim::parse_iso8601(begin).value() / S; }
   /// Returns the first second of the next day, counted from the start.
@@ -94,7 +94,7 @@ class Listener final : public com::ISubscriptionObserver {
     EXPECT_EQ(m_mqtt, m_seconds[Kind::full].size());
     EXPECT_EQ(m_can, m_seconds[Kind::full].size());
     EXPECT_EQ(m_statuses[2], m_seconds[Kind::no_fix].size());
-    // Each second of the silence once, but for the first one's patience.
+    // Each silent second is published once, unless the service still waits for its sentences.
     EXPECT_LE(m_statuses[1], m_seconds[Kind::silent].size());
     EXPECT_GE(m_statuses[1], m_seconds[Kind::silent].size() * 8 / 10);
   }
@@ -122,7 +122,7 @@ class Listener final : public com::ISubscriptionObserver {
                 testing::AllOf(testing::Ge(0), testing::Le(30'000'000)));
   }
   void takeTimeDate(const com::Message& message) {
-    constexpr size_t SECONDS = 20, DAY_OF_MONTH = 24;  // after the envelope
+    constexpr size_t SECONDS = 20, DAY_OF_MONTH = 24;  // offsets in the payload, whose envelope has 18 bytes
     if (message.payload.at(DAY_OF_MONTH) == 0xFF) return;
     const int64_t second = take(m_can);
     const int leap = m_drive.isLeapSecond(second) ? 1 : 0;
@@ -145,7 +145,7 @@ std::pair<size_t, size_t> drive(const Drive& plan) {
   std::pair<size_t, size_t> memory{};
   std::function<void()> each_hour = [&] {
     world.bus->clear_records();
-    world.terminal = {};  // it has noted each open after a silence
+    world.terminal = {};  // the terminal records every open after a silence
     memory.second = mallinfo2().uordblks;
     if (memory.first == 0) memory.first = memory.second;
     world.time.at(world.time.now_us() + HOUR * S, each_hour);
@@ -157,7 +157,7 @@ std::pair<size_t, size_t> drive(const Drive& plan) {
 }
 
 TEST(Soak, EverySecondOfAWeekHasItsFixAndMemoryStays) {
-  // Across the new year and the 2^31st millisecond of the uptime.
+  // The new year and the 2^31st millisecond of the uptime are in this week.
   const Drive week{"2027-12-28T05:00:00Z", 7 * DAY, (int64_t{1} << 31) / 1000 - 3 * DAY};
   const auto [first, last] = drive(week);
   EXPECT_LE(last, first + 16384);
@@ -165,7 +165,7 @@ TEST(Soak, EverySecondOfAWeekHasItsFixAndMemoryStays) {
 
 TEST(Soak, CalendarEdgesAreSecondsLikeOthers) {
   const Drive edges[] = {
-      {"2026-11-30T21:00:00Z", 6 * HOUR, (int64_t{1} << 32) / 1000 - 3 * HOUR},  // uptime 2^32 ms
+      {"2026-11-30T21:00:00Z", 6 * HOUR, (int64_t{1} << 32) / 1000 - 3 * HOUR},  // the uptime passes 2^32 ms
       {"2027-02-28T21:00:00Z", 6 * HOUR},
       {"2024-02-28T21:00:00Z", 30 * HOUR},  // both ends of a leap day
       {"2028-02-28T21:00:00Z", 30 * HOUR},
@@ -173,7 +173,7 @@ TEST(Soak, CalendarEdgesAreSecondsLikeOthers) {
       {"2016-12-31T21:00:00Z", 6 * HOUR, 0, true},
       {"1999-12-31T21:00:00Z", 6 * HOUR},
       {"1970-01-01T00:00:00Z", 6 * HOUR},  // the first day that a fix can have
-      {"2068-12-31T18:00:00Z", 6 * HOUR},  // the last one
+      {"2068-12-31T18:00:00Z", 6 * HOUR},  // the last day
   };
   for (const Drive& edge : edges) {
     SCOPED_TRACE(edge.begin);

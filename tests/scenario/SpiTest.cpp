@@ -78,11 +78,11 @@ TEST(Spi, TheSequenceRunsToItsEndWithAndWithoutTheLine) {
   for (const bool tx_ready : {true, false}) {
     auto options = onSpi();
     if (!tx_ready) options.tx_ready = 0x009A;  // all but the bit that enables it
-    options.power_up_defaults = true;          // no GST
+    options.power_up_defaults = true;          // it sends no GST
     options.antenna_supply = false;
     SpiWorld spi(options);
     LogCapture log("ERROR");
-    for (const double s : {10.0, 12.0, 30.0}) {  // so short that nothing is opened again
+    for (const double s : {10.0, 12.0, 30.0}) {  // too short for the device to be opened again
       spi.world.at(s + 0.03, [&] { spi.wire->transfer_error = EIO; });
       spi.world.at(s + 0.2, [&] { spi.wire->transfer_error = 0; });
     }
@@ -101,7 +101,7 @@ TEST(Spi, TheLineIsUsedOnceItWasSeenIdleAndEveryReadingWorked) {
   for (const std::string readings : {"0000000000", "0000000001", "1111?11111", "1111111111"}) {
     SpiWorld spi;
     spi.wire->readings = readings;
-    spi.world.run(5);  // the answer to the first port poll
+    spi.world.run(5);  // the first port poll is answered by then
     const bool works = readings.find('?') == std::string::npos && readings.find('1') != std::string::npos;
     EXPECT_EQ(spi.wire->line_waits_us.empty(), !works) << readings;
     EXPECT_TRUE(spi.wire->readings.empty());
@@ -109,12 +109,12 @@ TEST(Spi, TheLineIsUsedOnceItWasSeenIdleAndEveryReadingWorked) {
 }
 
 TEST(Spi, FaultsAreToldOnceAndEnd) {
-  constexpr double BEGIN_S = 80, END_S = 110;  // long after the antenna was set
+  constexpr double BEGIN_S = 80, END_S = 110;  // the antenna was set long before
   constexpr double FOREVER = END_S - BEGIN_S;
   const struct {
     void (*begin)(SpiReceiver&);
     double begin_s;
-    double longest_gap_s;  ///< while it lasts
+    double longest_gap_s;  ///< while the fault lasts
     const char* record;    ///< contains this text
     size_t times = 1;      ///< how often it is logged
   } faults[] = {

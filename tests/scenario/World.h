@@ -114,7 +114,7 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
     while (!m_agenda.empty() && START_NS + m_agenda.begin()->first * 1000 <= ns) {
       auto due = m_agenda.extract(m_agenda.begin());
       m_clock.advance(std::max<int64_t>(0, START_NS + due.key() * 1000 - steady_ns()));
-      due.mapped()();  // may itself let time pass
+      due.mapped()();  // the action may itself let time pass
     }
     m_clock.advance(std::max<int64_t>(0, ns - steady_ns()));
   }

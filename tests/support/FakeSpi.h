@@ -24,14 +24,14 @@ class FakeSpi : public ecu::koru::gpspub::IDeviceFiles {
   bool exported = true;
   bool exportable = true;
   bool settable = true;            ///< direction and edge can be opened
-  int64_t settable_after_ns = 0;   ///< permission is denied until so long after the export
-  std::optional<char> line_stuck;  ///< at '0' or '1'; any other character: reading fails
-  std::string readings;            ///< first readings of the line, as above; then its level is read
+  int64_t settable_after_ns = 0;   ///< permission is denied for this long after the export
+  std::optional<char> line_stuck;  ///< '0' or '1'; with any other character reading fails
+  std::string readings;            ///< the first readings of the line, as above, before its level is read
   // While one is not 0, the call fails with it as errno.
   int open_error = 0;
   int transfer_error = 0;
-  // Seen so far.
-  std::vector<uint32_t> transfers;  ///< lengths of the successful ones
+  // Recorded so far.
+  std::vector<uint32_t> transfers;  ///< lengths of the successful transfers
   std::vector<int64_t> opens_ns;
   std::vector<int> line_waits_us;
   std::vector<std::string> written;  ///< to files: "path=bytes"

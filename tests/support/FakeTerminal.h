@@ -27,7 +27,7 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
   int wait_error = 0;
   int read_error = 0;
   int write_error = 0;
-  int interrupted_writes = 0;  ///< so many writes fail with EINTR first
+  int interrupted_writes = 0;  ///< this many writes fail with EINTR first
   int closes = 0;
 
   int open(const std::string& name) override {

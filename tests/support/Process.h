@@ -31,7 +31,7 @@ class Process : Unique {
   /// Starts argv[0], looked up in PATH if it holds no '/', in a folder. A program that does not exist
   /// exits with 127.
   explicit Process(const Words& argv, const std::string& folder = ".") {
-    std::ignore = ::signal(SIGPIPE, SIG_IGN);  // write_stdin() to a child that is gone
+    std::ignore = ::signal(SIGPIPE, SIG_IGN);  // write_stdin() may find the child gone
     // The child starts with default handling, whatever the test set up.
     Words words{"env", "--default-signal=PIPE,HUP,INT,TERM", "--chdir=" + folder};
     words.insert(words.end(), argv.begin(), argv.end());

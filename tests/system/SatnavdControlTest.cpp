@@ -15,7 +15,7 @@ TEST_F(SatnavdControl, UnitN2ReadsItsReceiver) {
   Tap tap(broker);
   std::filesystem::create_directories(folder / "gpio124");
   for (const char* const file : {"direction", "edge"}) folder.write(std::string("gpio124/") + file, "");
-  folder.write("gpio124/value", "0");  // as long as it is low there is something to read
+  folder.write("gpio124/value", "0");  // while it is low, there is something to read
   const auto service = satnavd("disable_hw_init = false\ngnss_device =\n", {},
                                preloaded({"SATNAVD_TEST_SPI=4", "SATNAVD_TEST_GPIO=" + folder / ""}));
   ASSERT_TRUE(service->wait_for_output("checkSpiGpioConnection(). num_errors 0 gpio_values", PATIENCE_MS))

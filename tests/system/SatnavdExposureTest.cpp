@@ -57,7 +57,7 @@ TEST_F(SatnavdExposure, ALocalSocketThatDoesNotReadStopsNothing) {
   flood(publish("system/sysparam/0x0000A01F", "malformed"), 600);
   EXPECT_TRUE(tap.gets(3, VALID));
   while (!daemon.received().empty()) continue;
-  // The count comes before the 10 s of the flood are over, without another record.
+  // The loss is logged before the 10 s of the flood are over, without waiting for another record.
   std::string records;
   EXPECT_TRUE(
       eventually([&] { return (records += daemon.received()).find(" lost") != std::string::npos; }, 5000));
@@ -112,7 +112,7 @@ TEST_F(SatnavdExposure, ABrokerThatSendsWhatNobodyAskedForIsLeft) {
   const std::pair<std::string, std::string> rows[] = {{bytes("3406 000174 0001 78"), "message with QoS 2"},
                                                       {bytes("C000"), "PINGREQ"}};
   for (const auto& [packet, told] : rows) {
-    const int caller = accept(listener, nullptr, nullptr);  // it never reads
+    const int caller = accept(listener, nullptr, nullptr);  // this peer never reads
     std::string stream = bytes("2002 0000");
     while (stream.size() < 2'000'000) stream += packet;
     send(caller, stream.data(), stream.size(), MSG_NOSIGNAL);
@@ -136,7 +136,7 @@ TEST_F(SatnavdExposure, ThePortHasOneOwner) {
   EXPECT_TRUE(tap.gets(3, VALID));
   EXPECT_EQ(occurrences(first->err(), "went away"), 0U);
   first->signal(SIGKILL);
-  EXPECT_TRUE(tap.gets(2, VALID));  // of the second one
+  EXPECT_TRUE(tap.gets(2, VALID));  // from the second service
 }
 
 TEST_F(SatnavdExposure, SecretsThatOthersCanReadAreToldOnce) {

@@ -23,9 +23,9 @@ class SatnavdRoad : public test::SatnavdTest {
 };
 
 struct Recorded {
-  std::string noise;   // after the first sentence
-  Words sentences;     // without dollar and checksum
-  const char* fields;  // of the message, JSON, without the sentences
+  std::string noise;   // it follows the first sentence
+  Words sentences;     // without dollar sign and checksum
+  const char* fields;  // of the message, in JSON, without its sentences
 };
 
 const std::string LONG_RMC =
@@ -33,8 +33,8 @@ const std::string LONG_RMC =
 
 /// Bytes between the sentences of a log that must change nothing.
 const std::string NOISE =
-    "\x01\x02xyz\r\n$GNGGA,123522.00,9,N,9,E,1,12,0.9,1.0,M,46.9,M,,*00\r\n"  // checksum
-    "$GNGGA,123522.00,9,N,9,E,1,12,0.9,1.0,M,46.9,M,,*70\n"                   // no CR
+    "\x01\x02xyz\r\n$GNGGA,123522.00,9,N,9,E,1,12,0.9,1.0,M,46.9,M,,*00\r\n"  // the checksum is wrong
+    "$GNGGA,123522.00,9,N,9,E,1,12,0.9,1.0,M,46.9,M,,*70\n"                   // there is no CR
     "$GNGSA,A\x07,3*00\r\n" +
     nmea("GNGGA,123522.00,,,,,1,x,,,M,,M,,") + nmea("GNGGA,123522.00,,,,,1,99999999999999999999,,,M,,M,,") +
     ubx(0x01, 0x07, "$GNGST,123522.00,9,,,,9,9,9*00\r\n") +
@@ -91,8 +91,8 @@ TEST_F(SatnavdRoad, TheBrokerMayDieAndMayFreeze) {
   ASSERT_TRUE(logged(*service, "Num NMEA strings", 2)) << service->err();
 
   broker.kill();
-  // Until the service has tried once to come back: when it tries again somebody must listen.
-  EXPECT_TRUE(logged(*service, "DATA TO PUBLISH BUT NO MQTT", 7)) << "it does not go on reading";
+  // By then the service has tried to reconnect once. At its next try the broker must listen.
+  EXPECT_TRUE(logged(*service, "DATA TO PUBLISH BUT NO MQTT", 7)) << "the service stopped reading";
   const int64_t restart_ns = clock_ns(CLOCK_BOOTTIME);
   ASSERT_TRUE(broker.start());
   Tap tap(broker);
@@ -103,7 +103,7 @@ TEST_F(SatnavdRoad, TheBrokerMayDieAndMayFreeze) {
 
   broker.freeze();
   const size_t so_far = occurrences(service->err(), "Num NMEA strings");
-  EXPECT_TRUE(logged(*service, "Num NMEA strings", so_far + 4)) << "it does not go on reading";
+  EXPECT_TRUE(logged(*service, "Num NMEA strings", so_far + 4)) << "the service stopped reading";
   broker.thaw();
   EXPECT_TRUE(tap.gets(4, VALID)) << service->err();
 
@@ -113,7 +113,7 @@ TEST_F(SatnavdRoad, TheBrokerMayDieAndMayFreeze) {
   const int64_t off_ns = clock_ns(CLOCK_BOOTTIME);
   EXPECT_FALSE(eventually([&] { return tap.count_since(off_ns, VALID) > 0; }, 1000));
 
-  int64_t before_ns = restart_ns - S / 3;  // the epoch in progress
+  int64_t before_ns = restart_ns - S / 3;  // the epoch in progress is allowed
   for (const auto& fix : tap.fixes()) {
     EXPECT_GT(fix["body"]["timestamp_ns"], before_ns) << "an old fix was delivered";
     before_ns = fix["body"]["timestamp_ns"];
@@ -125,7 +125,7 @@ TEST_F(SatnavdRoad, TheBrokerMayDieAndMayFreeze) {
 
 TEST_F(SatnavdRoad, TheReceiverMayComeLateAndGo) {
   Tap tap(broker);
-  // With a session of its own it gets the port as its controlling terminal, and a hang-up with the port.
+  // In its own session it gets the port as its controlling terminal, and a SIGHUP when the port goes away.
   const auto service = satnavd({}, {}, {"setsid"});
   ASSERT_TRUE(tap.gets(2, NOTHING_KNOWN)) << service->err();
   for (const size_t outages : {1U, 2U}) {
@@ -135,7 +135,7 @@ TEST_F(SatnavdRoad, TheReceiverMayComeLateAndGo) {
     EXPECT_LT(clock_ns(CLOCK_BOOTTIME) - begin_ns, 8 * S);
     simulator->signal(SIGKILL);
     ASSERT_TRUE(simulator->wait_for_exit(PATIENCE_MS));
-    std::filesystem::remove(device);  // the terminal's name may be the next test's
+    std::filesystem::remove(device);  // the next test may get the same terminal
     const int64_t gone_ns = clock_ns(CLOCK_BOOTTIME);
     ASSERT_TRUE(tap.gets(2, NOTHING_KNOWN)) << service->err();
     EXPECT_LE(tap.count_since(gone_ns, NOTHING_KNOWN), (clock_ns(CLOCK_BOOTTIME) - gone_ns) / S + 1);
@@ -202,7 +202,7 @@ TEST_F(SatnavdRoad, AStopSignalEndsItWhateverTheOthersDo) {
        [&](auto&) {
          broker.stop();
          mute = std::make_unique<MuteBroker>(broker.port());
-         for (int i = 0; i < 2; ++i) EXPECT_TRUE(mute->called()) << "it does not try again";
+         for (int i = 0; i < 2; ++i) EXPECT_TRUE(mute->called()) << "the service does not try again";
        }},
   };
   for (const auto& row : rows) {
@@ -230,7 +230,7 @@ TEST_F(SatnavdRoad, HangUpsAndAReaderThatLeavesDoNotEndIt) {
   service->signal(SIGHUP);
   service->signal(SIGPIPE);
   EXPECT_TRUE(tap.gets(2, NOTHING_KNOWN));
-  EXPECT_EQ(occurrences(service->err(), "\n"), 1U) << "somebody still read its log: " << service->err();
+  EXPECT_EQ(occurrences(service->err(), "\n"), 1U) << "more than one line was read: " << service->err();
   expect_end(*service);
 }
 

@@ -51,7 +51,7 @@ TEST(SatnavdOptions, EndWithTheirStatusAndText) {
     Words argv = row.options;
     argv.insert(argv.begin(), program("satnavd"));
     Process satnavd(argv, folder.path());
-    EXPECT_EQ(satnavd.wait_for_exit(5000), row.status);  // without looking for a broker
+    EXPECT_EQ(satnavd.wait_for_exit(5000), row.status);  // it did not wait for a broker
     EXPECT_THAT(satnavd.out(), row.out.empty() ? Matcher<std::string>(IsEmpty()) : HasSubstr(row.out));
     EXPECT_THAT(satnavd.err(), row.err.empty() ? Matcher<std::string>(IsEmpty()) : HasSubstr(row.err));
     if (row.out != USAGE) expect_records(satnavd.err());
@@ -98,7 +98,7 @@ TEST_F(SatnavdStart, WithoutBrokerOrVariableItEndsInTime) {
   } rows[] = {
       {"other=x", "", "hwvariant"},
       {"hwvariant=sim", "", "hwversion"},
-      {"hwversion=qrx", "", "hasgnss"},  // the broker still has the one before
+      {"hwversion=qrx", "", "hasgnss"},  // the broker still retains hwvariant
       {"hasgnss=true", "port = " + std::to_string(free_port()) + "\n", "hwvariant"},
       {"hasgnss=true", "port = " + std::to_string(mute.port) + "\n", "hwvariant"},
   };
@@ -115,7 +115,7 @@ TEST_F(SatnavdStart, WithoutBrokerOrVariableItEndsInTime) {
 }
 
 TEST_F(SatnavdStart, TheSecondSignalEndsAStartThatHangs) {
-  if (SATNAVD_EMULATED) GTEST_SKIP() << "which signals are caught is the emulator's affair";
+  if (SATNAVD_EMULATED) GTEST_SKIP() << "the emulator decides which signals are caught";
   const auto catches = [](pid_t pid, int signal) {
     return (std::stoull(status_of(pid, "SigCgt"), nullptr, 16) >> (signal - 1) & 1) != 0;
   };

@@ -66,7 +66,7 @@ class Doorway {
   /// Expects that no client logged in, and that none spoke plain text to a TLS listener.
   void expect_nothing_told() const {
     EXPECT_THAT(broker.log(), Not(HasSubstr("New client connected")));
-    EXPECT_THAT(broker.log(), Not(HasSubstr("wrong version number")));  // the broker's complaint
+    EXPECT_THAT(broker.log(), Not(HasSubstr("wrong version number")));  // the broker logs this
   }
 
   const uint16_t port = free_port();
@@ -76,7 +76,7 @@ class Doorway {
 using SatnavdTls = test::SatnavdTest;
 
 TEST_F(SatnavdTls, RefusalsAreToldTriedAgainAndNeverLeadToPlainText) {
-  // A service that is at work through a door that suits it, until its connection is led to another one.
+  // Each service first works through a door that suits it. Then its port leads to another door.
   const struct Row {
     const char* name;
     std::string config;
@@ -96,7 +96,7 @@ TEST_F(SatnavdTls, RefusalsAreToldTriedAgainAndNeverLeadToPlainText) {
       {"no client certificate", key("tls_ca", "ours") + login("right"), TLS, MUTUAL, "certificate required"},
       {"wrong password", key("tls_ca", "ours") + presenting("peer") + login("wrong"), OLD_LOGIN, MUTUAL,
        "refused the login"},
-      // A forwarder without a broker closes connections like this too: no reason for an error.
+      // A forwarder without a broker also closes connections like this, so it is not an error.
       {"TLS to a plain port", key("tls_ca", "ours"), TLS, OPEN, "Connection lost", 0},
       {"plain to a TLS port", "", OPEN, TLS, "Connection lost", 0},
   };
@@ -127,7 +127,7 @@ TEST_F(SatnavdTls, RefusalsAreToldTriedAgainAndNeverLeadToPlainText) {
   });
   each([&](const Row& row, Unit& unit) {
     if (row.told.empty()) return;
-    // 1 s after the loss, then 2 s; or more when the broker was slow to start. One was start()'s.
+    // The service tries again after 1 s and after 2 s more. Broker::start() made the other connection.
     ASSERT_TRUE(unit.doorway->sees("connection from 127.0.0.1", 1 + 2)) << unit.doorway->broker.log();
     EXPECT_GT(clock_ns(CLOCK_MONOTONIC) - unit.cut_ns, 2 * S);
     if (!row.config.empty()) unit.doorway->expect_nothing_told();
@@ -164,7 +164,7 @@ TEST_F(SatnavdTls, FilesThatCannotBeUsedPreventTheConnection) {
       {"tls_key =\n", "needs tls_key too"},
   };
   const Doorway doorway(MUTUAL);
-  // Root may read everything unless it has given that up.
+  // Root can read every file unless it gives up its capabilities.
   const Words launcher = geteuid() == 0 ? Words{"setpriv", "--bounding-set=-all"} : Words{};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.config);

@@ -33,7 +33,7 @@ TEST_F(ToolsTest, CommandsReachTheBusOnceAndBrokenOnesChangeNothing) {
   unit->write_stdin("timezone +05:30 summer source=user\nsource can\nlog-config 01000000\nraw systime/td");
   unit->close_stdin();
   ASSERT_TRUE(tap->wait_for_output("systime/td", PATIENCE_MS)) << tap->out();
-  EXPECT_TRUE(unit->running()) << "the end of its input ended it";
+  EXPECT_TRUE(unit->running()) << "it must not end with its input";
   EXPECT_THAT(unit->err(), AllOf(HasSubstr("ecu-sim: blackout: expected on or off, found 'maybe'\n"),
                                  HasSubstr("ecu-sim: unknown command 'launch'\n")));
   for (auto* process : {unit.get(), tap.get()}) expect_end(*process, SIGINT);
@@ -64,7 +64,7 @@ TEST_F(ToolsTest, ABridgeJoinsTwoUnits) {
   const std::string envelope = " 09 0100 1200 0A000000 11 0102030405060708 0A08";
   const auto command = "raw a/rt/oemcan/tx/p2c1_local FF\nraw a/rt/j1939can/tx/vp1_local" + envelope +
                        "949ADC99D0144576\nraw a/rt/oemcan/tx/p2c1_local" + envelope + "030103B46B04FFFF\n";
-  ASSERT_TRUE(eventually(  // until the subscriptions are there
+  ASSERT_TRUE(eventually(  // until the bridge has subscribed
       [&] {
         unit->write_stdin(command);
         return tap.wait_for_output("p2c1_fb", 200);

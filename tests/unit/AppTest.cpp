@@ -24,7 +24,7 @@ using namespace testing;
 namespace {
 
 Options parsed(const std::string& line) {
-  static std::list<std::vector<std::string>> lines;  // getopt remembers where it was
+  static std::list<std::vector<std::string>> lines;  // getopt keeps pointers into the last words
   std::istringstream input("satnavd " + line);
   auto& words =
       lines.emplace_back(std::istream_iterator<std::string>(input), std::istream_iterator<std::string>());
@@ -57,7 +57,7 @@ struct Configured {
     log = capture.take();
   }
 
-  /// Returns what the service follows on the bus: c(onstellations), l(og flags).
+  /// Returns which requests on the bus the service follows: c(onstellations), l(og flags).
   std::string follows() {
     for (const auto& topic : {topic::PARAMETER_BEIDOU, topic::LOG_CONFIG})
       memory->inject(topic, test::envelopedSignal("\1"));

@@ -45,12 +45,12 @@ TEST(CommandSequence, DecidesWhatIsSentNext) {
       {"c" + repeated("a", 22), repeated("S", 22), "COMPLEX 22 0"},
       {"c" + all, sent, "COMPLEX 22 9"},
       {"c" + all + "aannn", sent + "F-RR-", "DONE 0 0"},
-      {all + "a", sent + "F", "DONE 0 0"},  // answers count at any rate
-      // NAKs and periods count for one command.
+      {all + "a", sent + "F", "DONE 0 0"},  // answers also count at an unconfirmed rate
+      // NAKs and periods are counted for each command.
       {"cnnannn", "RRSRRS", "INIT 2 0"},
       {"ctttatttt", "RRRSRRRS", "INIT 2 0"},
       {"ctttottt", "RRRRRR", "INIT 0 0"},
-      // Without the port: the same rate while lines come, else the next one.
+      // While the port is unconfirmed, the rate stays as long as lines arrive, and changes otherwise.
       {"aa" + none, "SSRRRRN", "HUNTING 2 0"},
       {"aaTTTTT", "SSRRRRS", "HUNTING 0 0"},
       {repeated("a", 25) + "TTTTTc" + repeated("a", 22), repeated("S", 25) + "RRRRS" + repeated("S", 22),
@@ -61,7 +61,7 @@ TEST(CommandSequence, DecidesWhatIsSentNext) {
       {repeated(none, 19), repeated("RRRRN", 18) + "RRRRX", "HUNTING 0 0"},
       {repeated(none, 18) + "cu" + none, repeated("RRRRN", 19), "HUNTING 0 0"},
       {repeated(none, 18) + "ttttstt", repeated("RRRRN", 18) + "RRRRNRR", "HUNTING 0 0"},
-      // A restart in every state.
+      // A restart works in every state.
       {"aar", "SS", "HUNTING 0 0"},
       {"pr", "", "HUNTING 0 0"},
       {"caar", "SS", "INIT 0 0"},

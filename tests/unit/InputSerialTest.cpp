@@ -72,31 +72,32 @@ TEST(InputSerialTest, FramesWhatIsWholeAndDropsWhatIsCorrupt) {
     std::string bytes;
     Items items;
     int discarded, held;
-  } rows[] = {{RMC + ACK + ACK + RMC, {RMC, ACK, ACK, RMC}, 0, 0},
-              {"xyz" + RMC + "\r\n\x62" + ACK, {RMC, ACK}, 6, 0},
-              {RMC + "xy", {RMC}, 2, 0},
-              {RMC + "x", {RMC}, 0, 1},  // a single byte waits
-              {"$GPGGA,1\n" + RMC, {RMC}, 9, 0},
-              {"$GP\x80" + RMC, {RMC}, 4, 0},
-              {"$GP\0GA"s + RMC, {RMC}, 6, 0},
-              {"$GPGGA~ \r\n", {"$GPGGA~ \r\n"}, 0, 0},
-              {"$GPGGA\x7F" + RMC, {RMC}, 7, 0},
-              {"$A~ \r\n", {"$A~ \r\n"}, 0, 0},  // too short for the look at eight bytes
-              {"$\x7F\r\n", {}, 4, 0},
-              {"$\x1F\r\n", {}, 4, 0},
-              {"$" + ACK + RMC, {ACK, RMC}, 1, 0},                        // torn
-              {"$GPRM" + RMC, {"$GPRM" + RMC}, 0, 0},                     // for validation to reject
-              {ACK.substr(0, 9) + "\x39" + RMC, {RMC}, 10, 0},            // wrong checksum
-              {"\xB5\x62\x05\x01\x04" + RMC, {RMC}, 5, 0},                // 9220 bytes announced
-              {"\xB5\x62\x0A\x04\x01\x10__" + RMC, {RMC}, 8, 0},          // 4097
-              {"\xB5\x62\x0A\x04\x00\x10__"s + RMC, {}, 0, 8 + RMC_LEN},  // 4096: they may come
-              {big + ACK, {big, ACK}, 0, 0},
-              {endless.substr(0, 4096), {}, 0, 4096},
-              {endless, {endless}, 0, 0},
-              {backlog, Items(60, RMC), 4, 0},
-              {stall + RMC, {}, 0, 1 + RMC_LEN},  // by design
-              {stall + std::string(10238, 'x'), {}, 0, 10239},
-              {stall + std::string(10239, 'x') + RMC, {RMC}, 10240, 0}};  // full: dumped, and reading goes on
+  } rows[] = {
+      {RMC + ACK + ACK + RMC, {RMC, ACK, ACK, RMC}, 0, 0},
+      {"xyz" + RMC + "\r\n\x62" + ACK, {RMC, ACK}, 6, 0},
+      {RMC + "xy", {RMC}, 2, 0},
+      {RMC + "x", {RMC}, 0, 1},  // a single byte has to wait
+      {"$GPGGA,1\n" + RMC, {RMC}, 9, 0},
+      {"$GP\x80" + RMC, {RMC}, 4, 0},
+      {"$GP\0GA"s + RMC, {RMC}, 6, 0},
+      {"$GPGGA~ \r\n", {"$GPGGA~ \r\n"}, 0, 0},
+      {"$GPGGA\x7F" + RMC, {RMC}, 7, 0},
+      {"$A~ \r\n", {"$A~ \r\n"}, 0, 0},  // shorter than the eight bytes checked at once
+      {"$\x7F\r\n", {}, 4, 0},
+      {"$\x1F\r\n", {}, 4, 0},
+      {"$" + ACK + RMC, {ACK, RMC}, 1, 0},                        // a torn line
+      {"$GPRM" + RMC, {"$GPRM" + RMC}, 0, 0},                     // validation rejects it
+      {ACK.substr(0, 9) + "\x39" + RMC, {RMC}, 10, 0},            // the checksum is wrong
+      {"\xB5\x62\x05\x01\x04" + RMC, {RMC}, 5, 0},                // announces 9220 bytes
+      {"\xB5\x62\x0A\x04\x01\x10__" + RMC, {RMC}, 8, 0},          // announces 4097 bytes, too many
+      {"\xB5\x62\x0A\x04\x00\x10__"s + RMC, {}, 0, 8 + RMC_LEN},  // announces 4096 bytes, which may come
+      {big + ACK, {big, ACK}, 0, 0},
+      {endless.substr(0, 4096), {}, 0, 4096},
+      {endless, {endless}, 0, 0},
+      {backlog, Items(60, RMC), 4, 0},
+      {stall + RMC, {}, 0, 1 + RMC_LEN},  // intended: a sync byte alone stops framing
+      {stall + std::string(10238, 'x'), {}, 0, 10239},
+      {stall + std::string(10239, 'x') + RMC, {RMC}, 10240, 0}};  // a full buffer is dumped
   for (const auto& row : rows) {
     Port port;
     SCOPED_TRACE(logging::escaped(row.bytes.substr(0, 80)));
@@ -152,7 +153,7 @@ TEST(InputSerialTest, OpensTheDeviceRawAtItsRate) {
   Port port;
   termios& attributes = port.line->attributes;
   attributes.c_lflag = ICANON | ECHO;
-  // An unknown rate ends the hunt; one that is never hunted reads back as 9600.
+  // An unknown rate ends the hunt. A rate that is not part of the hunt reads back as 9600.
   const std::pair<unsigned, unsigned> rows[] = {{57600, 57600}, {14400, 57600}, {4800, 9600}};
   for (const auto& [baud, reads_back] : rows) {
     port.input.tryNextBaudRate();
@@ -180,7 +181,7 @@ TEST(InputSerialTest, LogsFailuresSparinglyAndSendsWhatASignalInterrupted) {
   EXPECT_THAT(logged, testing::ElementsAre(1, 33));
   port.line->open_error = 0;
   test::LogCapture log("WARNING");
-  port.line->attributes_error = ENOTTY;  // a file: read as it is
+  port.line->attributes_error = ENOTTY;  // a file is read as it is
   for (int i = 0; i < 2; ++i) EXPECT_TRUE(port.input.connect());
   const auto* bytes = reinterpret_cast<const unsigned char*>(ACK.data());
   port.line->interrupted_writes = 2;

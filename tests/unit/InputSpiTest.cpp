@@ -19,7 +19,7 @@ const std::string RMC = test::nmea("GPRMC,123519,A,4807.038,N,01131.000,E,022.4,
 
 /// A receiver that sends `says`. A wait that times out moves the clock.
 struct ToldReceiver final : test::FakeSpi {
-  std::string says;   ///< not clocked out yet
+  std::string says;   ///< bytes that are not clocked out yet
   std::string heard;  ///< bytes other than 0xFF
   int64_t transfer_ns = 0;
 
@@ -92,7 +92,7 @@ TEST(InputSpiTest, IdleBytesAreDataInsideAFrameAndDroppedBetweenItems) {
 TEST(InputSpiTest, FullBufferIsDumpedBeforeATransfer) {
   Bus bus;
   bus.connected();
-  // A sync byte alone stops framing, so that all is kept; 400 free bytes are too few.
+  // A sync byte alone stops framing, so all bytes are kept. The 400 free bytes are too few for a transfer.
   bus.wire->says = std::string(160, 'x') + "\xB5" + std::string(9839, 'x');
   for (int i = 0; i < 25; ++i) EXPECT_FALSE(bus.input.read());
   EXPECT_EQ(bus.input.getBytesWaiting(), 9840);
@@ -105,13 +105,13 @@ TEST(InputSpiTest, FullBufferIsDumpedBeforeATransfer) {
 TEST(InputSpiTest, SetsTheLineUpAndLogsFailuresSparingly) {
   Bus bus;
   bus.wire->exported = false;
-  bus.wire->settable_after_ns = 50 * MS;  // until udev has come round
+  bus.wire->settable_after_ns = 50 * MS;  // udev needs that long
   bus.connected();
   EXPECT_THAT(bus.wire->written,
               ElementsAre(test::FakeSpi::EXPORT + "=124", test::FakeSpi::LINE + "direction=in\0"s,
                           test::FakeSpi::LINE + "edge=falling\0"s));
   bus.connected();
-  EXPECT_EQ(bus.wire->open_files(), 2U);  // the device, the line's value
+  EXPECT_EQ(bus.wire->open_files(), 2U);  // the device and the line's value
   bus.wire->exported = bus.wire->exportable = false;
   bus.wire->open_error = ENODEV;
   std::vector<size_t> logged;
@@ -122,7 +122,7 @@ TEST(InputSpiTest, SetsTheLineUpAndLogsFailuresSparingly) {
     logged.push_back(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')));
   }
   std::vector<size_t> expected(64);
-  expected[0] = 1 + 4;  // the device; export, value, direction and edge of the line
+  expected[0] = 1 + 4;  // the device, and four files of the line
   expected[32] = 1;
   EXPECT_EQ(logged, expected);
 }

@@ -97,7 +97,7 @@ TEST(Logging, AStatementWritesFiftyRecordsInTenSeconds) {
   for (int i = 0; i < 60; ++i) {
     LOG.warning("flood ", i);
     LOG.detail("wanted");
-    for (const char* text : {"one", "two"}) LOG.error(std::string(text), i);  // one statement
+    for (const char* text : {"one", "two"}) LOG.error(std::string(text), i);  // one statement writes both
     clock.time.advance(100'000'000);
   }
   LOG.notice("another statement");
@@ -144,7 +144,7 @@ TEST(Logging, TheSystemsLogNeverWaitsAndIsFoundAgain) {
     EXPECT_FALSE(output.put("no other socket is there"));
     EXPECT_EQ(daemon.received(), "c");
     EXPECT_TRUE(output.put("the old one is kept"));
-    const test::LocalSocket replacing(path);  // while the old one is held, and full
+    const test::LocalSocket replacing(path);  // the old one is still open and full
     EXPECT_FALSE(output.put("within the same second"));
     clock.time.advance(1'000'000'000);
     EXPECT_TRUE(output.put("found"));
@@ -162,7 +162,7 @@ TEST(Logging, AFullPipeOrSocketLosesWholeRecords) {
     int ends[2];
     ASSERT_EQ(is_socket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends) : pipe(ends), 0);
     logging::StreamOutput output(ends[1]);
-    const std::string line = std::string(4998, 'x') + "\n";  // no divisor of what fits
+    const std::string line = std::string(4998, 'x') + "\n";  // what fits is no multiple of its length
     int taken = 0;
     while (taken < 10'000 && output.put(line)) ++taken;
     EXPECT_GT(taken, 5);

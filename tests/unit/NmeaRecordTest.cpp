@@ -56,17 +56,17 @@ TEST(NmeaRecordTest, TranslatesTheCodesOfTheBuses) {
 }
 
 TEST(NmeaRecordTest, DatesAreThoseOfStrptimeInEveryZone) {
-  setenv("TZ", "XST3:30XDT,M3.2.0,M11.1.0", 1);  // half hours, summer time
+  setenv("TZ", "XST3:30XDT,M3.2.0,M11.1.0", 1);  // half an hour, and summer time
   tzset();
   for (int i = 0; i < 31 * 12 * 100; ++i) {
-    char text[80];  // 30 and 31 February too
+    char text[80];  // the dates include 31 February
     const int s = i * 7919 % 86400;
     (void)std::snprintf(text, sizeof text, "%02d%02d%02d:%02d%02d%02d", i % 31 + 1, i / 31 % 12 + 1, i / 372,
                         s / 3600, s / 60 % 60, s % 60);
     std::tm expected{};
     std::tm utc{};
     ASSERT_NE(strptime(text, "%d%m%y:%H%M%S", &expected), nullptr);
-    const bool dated = i / 372 != 69;  // 1969 is not a valid year
+    const bool dated = i / 372 != 69;  // 1969 is too early
     ASSERT_EQ(parseDateTime({text, 6}, {text + 7, 6}, utc), dated) << text;
     if (!dated) continue;
     for (const auto member :
@@ -102,7 +102,7 @@ TEST(NmeaRecordTest, TakesTheDateOfATrustedRmcOnly) {
     EXPECT_EQ(rmc("123519", none).m_utc_tm.tm_mday, 0) << none;
   for (const auto* none : {"240000", "126000", "123562"})
     EXPECT_EQ(rmc(none, "230394").m_utc_tm.tm_mday, 0) << none;
-  // Of a time that has not six digits counts what strptime took before it gave up.
+  // If a time does not have six digits, the part counts that strptime read before it gave up.
   using Odd = std::pair<const char*, int>;
   for (const auto& [time, taken] : {Odd{"12351.500", 123501},
                                     {"1235.5000", 123500},
@@ -124,7 +124,7 @@ TEST(NmeaRecordTest, TakesTheDateOfATrustedRmcOnly) {
 TEST(NmeaRecordTest, TakesWhatIsWellFormedAndLeavesTheRest) {
   const struct {
     std::string sentence;
-    double status, latitude, longitude, speed, course;  // over a record that holds 1.0 in the last four
+    double status, latitude, longitude, speed, course;  // the last four were 1.0 before
   } rmc[] = {{"$GPRMC,1,A,4807.038,N,01131.000,E,022.4,084.4,230394,,", 'A', 4807.038, 1131, 41.4848, 84.4},
              {"$GNRMC,,V,4807.038,S,01131.000,W,10,0,,,,N", 'V', -4807.038, -1131, 18.52, 0},
              {"$GLRMC,,,48O7.038,S,-1131.0,E,,,,,", -1, -1, 1, 1, NONE},

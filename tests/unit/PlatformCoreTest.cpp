@@ -46,7 +46,7 @@ TEST(PlatformTest, ConfigurationReadsKeysAndNamesTheLineThatIsWrong) {
       {"key = a=b # no comment", "a=b # no comment", ""},
       {"# key = 1\n;key=2\n\n\r\n", "38400", ""},
       {"key = 1\nkey = 2\nhost = x", "2", ""},
-      {"key = 1\nkey =", "", ""},  // empty is not absent
+      {"key = 1\nkey =", "", ""},  // an empty value is not an absent one
       {"\nkye = 1\nkye = 2", "38400",
        "WARNING koru.config: configuration line 3: unknown key 'kye' ignored\n", 1},
       {"key=1\nkey 1\n", "1", "line 2: expected 'key = value' or a comment, found 'key 1'\n", 1},
@@ -86,7 +86,7 @@ TEST(PlatformTest, TheEnvelopeIsThisOnTheWire) {
   EXPECT_TRUE(message.valid);
   EXPECT_FALSE(message.retained);
   EXPECT_EQ(message.timestamp_ns, 0x0102030405060708U);
-  message.payload.assign(500, 0xEE);  // memory that is used again leaves nothing behind
+  message.payload.assign(500, 0xEE);  // used memory must not show in the next message
   EXPECT_TRUE(adapter.serialize(pb::RtSignal(), message));
   EXPECT_EQ(message.payload, changed(5, 0, 18));
 }
@@ -99,7 +99,7 @@ TEST(PlatformTest, TheEnvelopeRefusesWhatIsNone) {
     std::string record;
   } rows[] = {{GOLDEN, 0, ""},
               {changed(2, 0x12), 0, ""},
-              {changed(0, 0x09, 23), 0, ""},  // a byte too many
+              {changed(0, 0x09, 23), 0, ""},  // one byte too many
               {changed(5, 0, 18), 0, ""},     // without a body
               {{}, 1, ""},
               {changed(0, 0x09, 17), 1, ": Total length is smaller then expected header length\n"},

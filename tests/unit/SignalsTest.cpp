@@ -84,7 +84,7 @@ TEST(SignalsTest, EveryBitStandsInItsPlace) {
       const uint64_t value = random() >> (64 - width);
       const Bytes bytes = littleEndian(value, (width + 7) / 8);
       ASSERT_TRUE(one.group.set_signal_data("s", bytes));
-      for (unsigned bit = 0; bit < 96; ++bit) {  // all others are still set
+      for (unsigned bit = 0; bit < 96; ++bit) {  // all other bits are still set
         const bool expected = bit < start || bit >= start + width || (value >> (bit - start) & 1) != 0;
         ASSERT_EQ((one.group.bytes()[bit / 8] >> bit % 8 & 1) != 0, expected) << bit;
       }
@@ -123,7 +123,7 @@ TEST(SignalsTest, RawValuesSayWhetherTheyAreValues) {
                                                                        : OUT_OF_RANGE;
         EXPECT_EQ(signal->status(), expected) << row.width << ' ' << raw;
         EXPECT_EQ(std::isnan(signal->value_scaled()), expected != VALID) << row.width << ' ' << raw;
-        if (row.width == 64) continue;  // more than a double can distinguish
+        if (row.width == 64) continue;  // a double cannot tell these apart
         EXPECT_EQ(one.group.set_signal_scaled_value("s", static_cast<double>(raw)), expected == VALID);
         EXPECT_EQ(signal->raw(), expected == VALID ? raw : signal->definition().max_raw());
       }
@@ -137,7 +137,7 @@ TEST(SignalsTest, ValuesAreRoundedToTheNearestRawValue) {
     const char* scale;
     double value;
     int64_t raw;
-    double read = NOT_A_NUMBER;  // of the raw value
+    double read = NOT_A_NUMBER;  // the value that the raw one stands for
   } rows[] = {{32, "(1E-007,-210)", -90, 1'200'000'000, -90},
               {32, "(1e-7,-210)", 211.1081215, 4'211'081'215, 211.1081215},
               {32, "(1e-7,-210)", 211.1081216, REFUSED},
@@ -152,7 +152,7 @@ TEST(SignalsTest, ValuesAreRoundedToTheNearestRawValue) {
               {16, "(0.0078125,-200)", 301.99, 64'255, 301.9921875},
               {8, "(0.1,0.0078125)", 0.3, 3, 0.3078125},
               {8, "(1,0.00000000001)", 7, 7, 7.00000000001},
-              // No decimals of such a factor or offset are exact.
+              // Decimals cannot write these factors and offsets exactly.
               {8, "(0.30000000000000004,0)", 0.9, 3, 3 * 0.30000000000000004},
               {8, "(1,0.30000000000000004)", 3, 3, 3 + 0.30000000000000004},
               {64, "(1,0)", 0x1p62, INT64_MAX / 2 + 1, 0x1p62},
@@ -291,7 +291,7 @@ TEST(DbcReaderTest, WhatIsNotNeededIsPassedOver) {
       "CM_ SG_ 2566845438 a \"two\r\nlines; \\\"quoted\\\" \";\r\nCM_ BU_ A \"\";\r\n"
       "BA_DEF_ SG_ \"S\" ENUM \"BA_\",\"x\";BA_DEF_REL_ BU_SG_REL_ \"R\" INT 0 1;\r\n"
       "BA_DEF_DEF_ \"S\" \"x\";\r\nBA_DEF_DEF_ \"RxTopic\" \"\";\r\nBA_DEF_DEF_ \"TxTopic\" \"\";\r\n"
-      "BA_DEF_DEF_ \"RxTopic\" \"\";\r\n"  // the same again
+      "BA_DEF_DEF_ \"RxTopic\" \"\";\r\n"  // a repeated default
       "BA_ \"S\" SG_ 2566845438 a 1;\r\nBA_ \"N\" 5;\r\nBA_ \"RxTopic\" BO_ 2566845438 \"t/\\\"r\\x\";\r\n"
       "VAL_ 2566845438 a 1 \"on\" 0 \"off\" ;\r\nSIG_GROUP_ 2566845438 G 1 : a b;\r\n"
       "SIG_VALTYPE_ 2000 c : 1;\r\nSG_MUL_VAL_ 2000 c M 0-0;";

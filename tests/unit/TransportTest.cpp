@@ -159,13 +159,13 @@ TEST_F(Transport, DeliversEveryMessageOnceToEverySubscription) {
     const uint64_t before = DateTime::time_since_boot_ns();
     EXPECT_EQ(client->publish("a/b", text_message("1")), 0);
     ASSERT_TRUE(one->got("a/b=1"));
-    std::this_thread::sleep_for(1500ms);  // long enough for the next one not to be a copy
+    std::this_thread::sleep_for(1500ms);  // after that time the next one is not a copy
     for (const char* text : {"1", "2", "2"}) EXPECT_EQ(client->publish("a/b", text_message(text)), 0);
     EXPECT_EQ(client->publish("other", text_message("x")), 0);
     EXPECT_EQ(client->publish("end", text_message("")), 0);
     ASSERT_TRUE(one->got("end="));
     EXPECT_THAT(one->texts(), ElementsAre("a/b=1", "a/b=1", "a/b=2", "a/b=2", "end="));
-    // Three subscriptions of the same observer: each gets each message once, the retained one by two of them.
+    // The observer has three subscriptions. Each message comes once through each that matches its topic.
     for (const auto& [text, times] : Counts{{"a/old=kept", 2}, {"a/b=1", 6}, {"a/b=2", 6}})
       EXPECT_THAT(all->texts(), testing::Contains(text).Times(times));
     EXPECT_TRUE(one->last().valid);
@@ -193,7 +193,7 @@ TEST_F(Transport, UnsubscribesAndRefusesWhatIsInvalid) {
   EXPECT_EQ(client->publish("end", text_message("x")), 0);
   ASSERT_TRUE(observer->got("end=x"));
   EXPECT_THAT(observer->texts(), ElementsAre("end=x"));
-  // The end of the service: many at once, then good-bye. The broker must get them all.
+  // The service ends like this: many requests at once, then the stop. The broker must get them all.
   for (int i = 0; i < 20; ++i) client->unsubscribe("end" + std::to_string(i));
   EXPECT_TRUE(client->stop());
   EXPECT_LT(client->publish("a", text_message("x")), 0);
@@ -249,7 +249,7 @@ TEST(TransportPeers, AreToldApart) {
     EXPECT_TRUE(clients.back()->connect());
     clients.back()->start();
   }
-  std::this_thread::sleep_for(2s);  // two tries of each
+  std::this_thread::sleep_for(2s);  // each client tries twice
   for (const auto& client : clients) client->stop();
   const std::string log = capture.take();
   for (const auto& [answer, record] : rows) EXPECT_THAT(log, testing::ContainsRegex(record));
@@ -266,7 +266,7 @@ TEST(TransportSubscriptions, EachObserverGetsARetainedMessageOnceUntilItChanges)
   EXPECT_TRUE(subscriptions.add("t", observers[0]));
   EXPECT_TRUE(subscriptions.add("+", observers[1]));
   for (const char text : {'a', 'a', 'b', 'b'}) subscriptions.dispatch("t", text_message({text}, true));
-  for (int copy = 0; copy < 2; ++copy) subscriptions.dispatch("t", text_message("c"));  // it changes
+  for (int copy = 0; copy < 2; ++copy) subscriptions.dispatch("t", text_message("c"));  // a change
   for (const char text : {'c', 'b', 'b'}) subscriptions.dispatch("t", text_message({text}, true));
   subscriptions.forget_retained();
   subscriptions.dispatch("t", text_message("b", true));
@@ -275,7 +275,7 @@ TEST(TransportSubscriptions, EachObserverGetsARetainedMessageOnceUntilItChanges)
 }
 
 TEST(TransportCopies, AreToldFromNewMessages) {
-  // at ms, hash, retained, matching topics, is a copy; at -1 the subscriptions change
+  // Time in ms (-1: the subscriptions change), hash, retained, number of matching topics, is a copy.
   using Steps = std::vector<std::tuple<int, size_t, bool, size_t, bool>>;
   constexpr bool RETAINED = true, COPY = true;
   const std::pair<const char*, Steps> rows[] = {
@@ -419,7 +419,7 @@ TEST(TransportConnection, IsTriedAgainAfter1SecondDoublingTo30) {
   };
   attempts({0s, 0s, 0s, 0s, 0s, 0s, 0s}, {0, 1000, 3000, 7000, 15000, 31000, 61000, 91000});
   attempts({0s, 0s, 9999ms, 0s}, {0, 1000, 3000, 16999, 24999});
-  attempts({0s, 0s, 10s, 0s}, {0, 1000, 3000, 14000, 16000});  // begins again after a good connection
+  attempts({0s, 0s, 10s, 0s}, {0, 1000, 3000, 14000, 16000});  // starts again after a good connection
 }
 
 TEST(TransportConnection, BringsSubscriptionsAndRetainedMessagesAnew) {
@@ -427,7 +427,7 @@ TEST(TransportConnection, BringsSubscriptionsAndRetainedMessagesAnew) {
   std::shared_ptr<Recorder> observer;
   const auto log = log_of({1500ms, 1s}, [&](MqttConnection& connection) {
     observer = std::make_shared<Recorder>([&](const auto&, const auto& message) {
-      for (const auto pause : {0ms, 50ms, 1ms}) {  // old messages keep the last one back
+      for (const auto pause : {0ms, 50ms, 1ms}) {  // older messages hold the last one up
         time_source().sleep_ns(std::chrono::nanoseconds(pause).count());
         codes.push_back(connection.publish("fix", message, Delivery::once));
       }
@@ -520,7 +520,7 @@ TEST_F(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
     client->unsubscribe("in");
   });
   const auto result = std::make_shared<Recorder>();
-  const auto late = std::make_shared<Recorder>();  // its turn comes when its topic is unsubscribed
+  const auto late = std::make_shared<Recorder>();  // `echo` unsubscribes its topic before its turn
   auto dying = std::make_shared<Recorder>();
   for (const auto& observer : {thrower, odd, dying, echo, late})
     EXPECT_TRUE(client->subscribe("in", observer, 0));
@@ -531,7 +531,8 @@ TEST_F(Transport, ObserversMayFailPublishUnsubscribeAndDie) {
   EXPECT_EQ(client->publish("in", text_message("2")), 0);
   constexpr size_t LIMIT = 1048576;
   for (const size_t size : {LIMIT + 1, LIMIT}) {
-    const auto big = text_message(std::string(size, 'y'));  // is long under way: the second one has to wait
+    const auto big =
+        text_message(std::string(size, 'y'));  // takes long to send, so the second one has to wait
     EXPECT_TRUE(test::eventually([&] { return client->publish("big", big) == 0; }, 10000));
   }
   EXPECT_TRUE(result->got("big=" + std::string(LIMIT, 'y'), 10000));
@@ -554,7 +555,7 @@ TEST_F(Transport, UnsubscribeWaitsForTheCallback) {
   EXPECT_TRUE(client->subscribe("a", slow, 0));
   EXPECT_EQ(client->publish("a", text_message("")), 0);
   EXPECT_TRUE(test::eventually([&] { return entered.load(); }, 5000));
-  EXPECT_FALSE(client->unsubscribe("b"));  // another topic does not wait
+  EXPECT_FALSE(client->unsubscribe("b"));  // for another topic it does not wait
   EXPECT_FALSE(left);
   EXPECT_TRUE(client->unsubscribe("a"));
   EXPECT_TRUE(left);

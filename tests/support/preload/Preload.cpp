@@ -1,9 +1,9 @@
-// Preloaded into a program, replaces the parts of the system that these variables name.
+// Preloaded into a program, this library replaces the parts of the system that these variables name.
 //   SATNAVD_TEST_GPIO   a folder for the files below /sys/class/gpio; each keeps everything written to it
 //   SATNAVD_TEST_SPI    the simulated receiver on the SPI device, at this rate in Hz
 //   SATNAVD_TEST_LOG    the socket of a log daemon
-//   SATNAVD_TEST_CLOCK  a file that begins with the us by which the system's clock is shifted; setting the
-//                       clock changes them, and never touches the machine's own
+//   SATNAVD_TEST_CLOCK  a file that begins with the shift of the system's clock in us. Setting the clock
+//                       changes that shift, never the machine's own clock.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -92,7 +92,7 @@ extern "C" {
 int open(const char* path, int flags, ...) {
   va_list rest;
   va_start(rest, flags);
-  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): mistaken when it reads several files in one run
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it is mistaken if it checks several files in one run
   const mode_t mode = (flags & (O_CREAT | __O_TMPFILE)) != 0 ? va_arg(rest, mode_t) : 0;
   va_end(rest);
   auto* const real = next<int(const char*, int, ...)>("open");
