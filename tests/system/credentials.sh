@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# credentials.sh FOLDER: two authorities and what they have signed, all with one key, and password files.
+# credentials.sh FOLDER: creates two authorities, the certificates they sign, all with one key, and password files.
 set -euo pipefail
 cd "$1"
 
-# sign NAME AUTHORITY HOST DAYS [USE]
+# sign NAME AUTHORITY HOST DAYS [USE]: makes a certificate that is valid for so many days.
 sign() {
   openssl req -new -subj "/CN=$1" -addext "subjectAltName=$3" -addext "extendedKeyUsage=${5:-serverAuth,clientAuth}" \
     -key key -out request
@@ -23,7 +23,7 @@ openssl x509 -req -in request -signkey key -copy_extensions copy -days -1 -out o
 sign of-old old IP:127.0.0.1 2
 cat ours old >ours-and-old
 
-# Only the authority's own command gives a certificate a later beginning.
+# Only `openssl ca` can make a certificate that becomes valid later.
 printf '%s\n' '[ca]' default_ca=one '[one]' database=index new_certs_dir=. rand_serial=yes policy=any \
   default_md=sha256 copy_extensions=copy '[any]' commonName=supplied >ca.conf
 touch index

@@ -1,5 +1,5 @@
-// node check.js DBC FRAMES: the frames, by "ID#DATA", decoded by a DBC reader from the npm registry, have the values
-// that FRAMES gives them. They are found by their PGN: the service sends with its own source address.
+// node check.js DBC FRAMES: decodes each frame "ID#DATA" with a DBC reader from the npm registry and compares the
+// values with those in FRAMES. A message is found by its PGN, because the service has its own source address.
 const fs = require('fs');
 const { Can, Dbc } = require('candied');
 
