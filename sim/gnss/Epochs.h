@@ -43,10 +43,9 @@ class DriveSource final : public IBurstSource {
   /// Skips the epochs before that time.
   void skip_to(int64_t now_us);
 
+ private:
   /// Returns the fix at that time. Depends only on the time, the options and the systems in use.
   [[nodiscard]] Fix truth_at(int64_t utc_us) const;
-
- private:
   [[nodiscard]] int64_t burst_start_us(int64_t epoch) const;
   [[nodiscard]] int64_t utc_at(int64_t now_us) const {
     return now_us - m_options.start_us + m_options.utc_start_us;

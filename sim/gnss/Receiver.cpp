@@ -334,7 +334,7 @@ int64_t Receiver::next_burst_us() const {
   const int64_t start_us = m_source->next_start_us();
   if (m_options.recording)
     return start_us == INT64_MAX ? INT64_MAX : std::max(start_us, to_us(m_line.free_ns()));
-  if (!navigating()) return INT64_MAX;
+  if (!m_running || !m_navigating) return INT64_MAX;
   return m_new_speed_us == INT64_MAX ? start_us : std::max(start_us, m_new_speed_us);
 }
 
@@ -359,7 +359,6 @@ void Receiver::begin_burst() {
   Burst burst = m_source->take();
   ++m_statistics.epochs;
   if (burst.fix) {
-    m_latest_epoch_us = burst.fix->utc_us;
     m_control.set_fix(*burst.fix);
     if (m_observer != nullptr) m_observer->on_epoch(m_now_us, *burst.fix);
   }
@@ -433,10 +432,6 @@ int64_t Receiver::next_byte_us() const {
 
 int64_t Receiver::run_end_us() const {
   return to_us(m_line.run_end_ns());
-}
-
-std::optional<Fix> Receiver::truth_at(int64_t utc_us) const {
-  return m_drive != nullptr ? std::optional(m_drive->truth_at(utc_us)) : std::nullopt;
 }
 
 Statistics Receiver::statistics() const {

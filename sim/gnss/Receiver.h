@@ -6,7 +6,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -120,19 +119,9 @@ class Receiver {
   void set_mute(bool mute) { m_mute = mute; }
 
   [[nodiscard]] unsigned baud() const { return m_line.baud(); }
-  /// Returns false while the receiver starts and in standby.
-  [[nodiscard]] bool running() const { return m_running; }
-  /// Also returns false between CFG-RST's GNSS stop and start.
-  [[nodiscard]] bool navigating() const { return m_running && m_navigating; }
   /// Returns the settings in use, with unsaved changes.
   [[nodiscard]] const Settings& settings() const { return m_control.settings(); }
 
-  /// Returns the true values at any time of a drive, not rounded, whether or not the receiver runs; empty
-  /// for a recording.
-  [[nodiscard]] std::optional<Fix> truth_at(int64_t utc_us) const;
-  /// Returns the UTC of the latest epoch whose burst has begun, us since 1970; 0 before the first one and
-  /// in a recording.
-  [[nodiscard]] int64_t latest_epoch_us() const { return m_latest_epoch_us; }
   [[nodiscard]] Statistics statistics() const;
 
   /// nullptr: none. It must outlive the receiver or be removed before.
@@ -206,13 +195,12 @@ class Receiver {
   int64_t m_new_speed_us = INT64_MAX;                         // when the line has drained
   int64_t m_start_us = INT64_MAX;                             // when a stopped receiver runs again
 
-  bool m_running = true;
-  bool m_navigating = true;
+  bool m_running = true;     // false while it starts and in standby
+  bool m_navigating = true;  // false between CFG-RST's GNSS stop and start
   bool m_woken_by_host = false;  // from standby
   bool m_mute;
   bool m_tx_ready = false;
   uint64_t m_solutions = 0;  // since the start
-  int64_t m_latest_epoch_us = 0;
 };
 
 }  // namespace ecu::koru::sim

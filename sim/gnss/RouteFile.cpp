@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "sim/gnss/Files.h"
@@ -46,7 +47,8 @@ double number(std::string_view text, const std::string& what, const std::string&
 void add_leg(Route& route, const Sample& from, const Sample& to) {
   if (from.time_s && to.time_s) return route.drive_in(to.point, *to.time_s - *from.time_s);
   if (from.speed_ms && to.speed_ms) return route.drive(to.point, *from.speed_ms, *to.speed_ms);
-  route.drive(to.point, default_route_speed_kmh / 3.6, default_route_speed_kmh / 3.6);
+  constexpr double default_speed_ms = 50.0 / 3.6;  // if the file has neither times nor speeds
+  route.drive(to.point, default_speed_ms, default_speed_ms);
 }
 
 Route build(const std::vector<Sample>& samples, const std::string& file) {
@@ -260,8 +262,6 @@ class Columns {
   bool m_from_header = false;
 };
 
-}  // namespace
-
 Route parse_gpx(std::string_view text, const std::string& name) {
   TagScanner scanner(text, name);
   GpxReader reader(name);
@@ -284,6 +284,8 @@ Route parse_csv(std::string_view text, const std::string& name) {
   if (samples.empty()) throw FileError(name, line, "no point in the file");
   return build(samples, name);
 }
+
+}  // namespace
 
 Route load_route(const std::string& path) {
   const std::string bytes = read_file(path);

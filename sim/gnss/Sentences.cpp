@@ -53,7 +53,9 @@ class Builder {
     return angle(fix.latitude_deg, 2, "N", "S").angle(fix.longitude_deg, 3, "E", "W");
   }
   [[nodiscard]] std::string finish() const {
-    return "$" + m_text + "*" + hex(nmea_checksum(m_text), 2) + "\r\n";
+    uint8_t checksum = 0;
+    for (const char c : m_text) checksum ^= static_cast<uint8_t>(c);
+    return "$" + m_text + "*" + hex(checksum, 2) + "\r\n";
   }
 
  private:
@@ -178,12 +180,6 @@ std::string gst(std::string_view talker, const Fix& fix) {
 
 }  // namespace
 
-uint8_t nmea_checksum(std::string_view between) {
-  uint8_t sum = 0;
-  for (const char c : between) sum ^= static_cast<uint8_t>(c);
-  return sum;
-}
-
 std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options,
                                          const SentenceSet& kinds) {
   const bool single = options.constellations.size() == 1;
@@ -203,14 +199,6 @@ std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& 
   if (wanted(Sentence::gst)) out.push_back(gst(talker, fix));
   if (wanted(Sentence::zda)) out.push_back(zda(talker, fix));
   return out;
-}
-
-std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options) {
-  SentenceSet kinds;
-  for (const Sentence kind : {Sentence::rmc, Sentence::gga, Sentence::gsa, Sentence::gst})
-    kinds.set(static_cast<size_t>(kind));
-  kinds.set(static_cast<size_t>(Sentence::gsv), options.gsv);
-  return epoch_sentences(fix, options, kinds);
 }
 
 }  // namespace ecu::koru::sim

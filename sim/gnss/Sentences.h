@@ -3,7 +3,6 @@
 #include <bitset>
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "sim/gnss/Fix.h"
@@ -23,15 +22,9 @@ struct SentenceOptions {
 enum class Sentence : uint8_t { rmc, vtg, gga, gsa, gsv, gll, grs, gst, zda };
 using SentenceSet = std::bitset<9>;
 
-/// Returns the NMEA 0183 checksum: the exclusive or of the characters between '$' and '*', both excluded.
-[[nodiscard]] uint8_t nmea_checksum(std::string_view between);
-
-/// Returns the burst of one epoch in the order of sending: RMC, GGA, one GSA per constellation, GSV if
-/// wanted, GST. Each ends with CR LF. The talker is GN, or that of the only constellation. Without a fix, the
-/// sentences hold only the time.
-[[nodiscard]] std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options);
-/// Returns only these kinds, in their order. GSA, GSV and GRS are repeated for each constellation.
-/// SentenceOptions::gsv is ignored.
+/// Returns these kinds of sentences of one epoch, in their order. GSA, GSV and GRS are repeated for each
+/// constellation. Each ends with CR LF. The talker is GN, or that of the only constellation. Without a fix,
+/// the sentences hold only the time. SentenceOptions::gsv is ignored.
 [[nodiscard]] std::vector<std::string> epoch_sentences(const Fix& fix, const SentenceOptions& options,
                                                        const SentenceSet& kinds);
 

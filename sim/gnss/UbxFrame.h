@@ -5,7 +5,6 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace ecu::koru::sim {
@@ -44,8 +43,6 @@ class UbxFramer {
   void add(uint8_t byte) { m_bytes.push_back(byte); }
   /// Returns the next frame. After each add(), call it until it returns empty.
   [[nodiscard]] std::optional<Found> next();
-  /// Returns true if it holds the start of a frame.
-  [[nodiscard]] bool waiting() const { return !m_bytes.empty(); }
   void clear() { m_bytes.clear(); }
 
  private:
