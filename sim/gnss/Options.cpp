@@ -122,8 +122,7 @@ int64_t utc_of(const std::string& text) {
 std::vector<Constellation> constellations_of(const std::vector<std::string>& names,
                                              const std::string& option) {
   std::vector<Constellation> result;
-  for (const auto candidate :
-       {Constellation::gps, Constellation::glonass, Constellation::galileo, Constellation::beidou})
+  for (const Constellation candidate : all_constellations)
     if (std::find(names.begin(), names.end(), names_of(candidate).option) != names.end())
       result.push_back(candidate);
   if (result.size() != names.size()) throw std::invalid_argument(option + ": one is given twice");

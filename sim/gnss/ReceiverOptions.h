@@ -42,8 +42,7 @@ struct ReceiverOptions {
   /// detection are on, a good antenna is reported as 4 (open) and an open one as 2 (OK).
   bool antenna_inverted = true;
   /// The systems that the receiver supports. It uses sentences.constellations until CFG-GNSS changes that.
-  std::vector<Constellation> supported{Constellation::gps, Constellation::glonass, Constellation::galileo,
-                                       Constellation::beidou};
+  std::vector<Constellation> supported{all_constellations.begin(), all_constellations.end()};
   uint8_t simultaneous = 3;  ///< the most systems in use at once
 
   /// Plays this instead of driving, with the first epoch at power-on. Only baud, start_us, the replay options

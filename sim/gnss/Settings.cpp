@@ -19,9 +19,6 @@ constexpr std::array<GnssBlock, 7> gnss_blocks{
 constexpr uint8_t sbas_id = 1, qzss_id = 5;
 constexpr uint8_t channels = 32;
 
-constexpr std::array all_constellations{Constellation::gps, Constellation::glonass, Constellation::galileo,
-                                        Constellation::beidou};
-
 bool contains(const std::vector<Constellation>& all, Constellation one) {
   return std::find(all.begin(), all.end(), one) != all.end();
 }
@@ -31,8 +28,7 @@ std::array<uint8_t, 60> gnss_payload(const std::vector<Constellation>& enabled) 
   for (size_t i = 0; i < gnss_blocks.size(); ++i) {
     const GnssBlock& block = gnss_blocks[i];
     bool on = (block.id == sbas_id || block.id == qzss_id) && contains(enabled, Constellation::gps);
-    for (const Constellation constellation : enabled)
-      on = on || numbers_of(constellation).gnss_id == block.id;
+    for (const Constellation constellation : enabled) on = on || names_of(constellation).gnss_id == block.id;
     const std::array<uint8_t, 8> bytes{block.id, block.reserved, block.most, 0, on, 0, 1, block.flags_3};
     std::copy(bytes.begin(), bytes.end(), payload.begin() + 4 + 8 * static_cast<std::ptrdiff_t>(i));
   }
@@ -70,7 +66,7 @@ std::vector<Constellation> Settings::constellations() const {
   std::vector<Constellation> enabled;
   for (const Constellation constellation : all_constellations)
     for (size_t at = 4; at + 8 <= gnss.size(); at += 8)
-      if (gnss[at] == numbers_of(constellation).gnss_id && (gnss[at + 4] & 1U) != 0)
+      if (gnss[at] == names_of(constellation).gnss_id && (gnss[at + 4] & 1U) != 0)
         enabled.push_back(constellation);
   return enabled;
 }
@@ -118,23 +114,9 @@ Settings settings_of_options(const ReceiverOptions& options) {
   return settings;
 }
 
-SystemNumbers numbers_of(Constellation constellation) {
-  switch (constellation) {
-    case Constellation::gps:
-      return {0, 0};
-    case Constellation::glonass:
-      return {6, 1};
-    case Constellation::galileo:
-      return {2, 3};
-    case Constellation::beidou:
-      return {3, 2};
-  }
-  return {};
-}
-
 uint8_t monitor_map(const std::vector<Constellation>& constellations) {
   unsigned map = 0;
-  for (const Constellation constellation : constellations) map |= 1U << numbers_of(constellation).monitor_bit;
+  for (const Constellation constellation : constellations) map |= names_of(constellation).monitor_bit;
   return static_cast<uint8_t>(map);
 }
 

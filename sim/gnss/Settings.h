@@ -62,12 +62,6 @@ void copy_sections(Settings& to, const Settings& from, uint32_t mask);
 /// rate and speed.
 [[nodiscard]] Settings settings_of_options(const ReceiverOptions& options);
 
-/// gnssId in CFG-GNSS and bit number in MON-GNSS.
-struct SystemNumbers {
-  uint8_t gnss_id;
-  uint8_t monitor_bit;
-};
-[[nodiscard]] SystemNumbers numbers_of(Constellation constellation);
 /// Returns the constellations as bits of MON-GNSS.
 [[nodiscard]] uint8_t monitor_map(const std::vector<Constellation>& constellations);
 

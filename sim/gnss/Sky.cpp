@@ -1,6 +1,5 @@
 #include "sim/gnss/Sky.h"
 
-#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -15,10 +14,10 @@ struct Orbits {
 };
 
 constexpr std::array<Orbits, 4> orbits{{
-    {{"gps", "GP", 1}, 2, 10, 3},
-    {{"glonass", "GL", 2}, 66, 8, 3},
-    {{"galileo", "GA", 3}, 301, 7, 4},
-    {{"beidou", "GB", 4}, 406, 7, 4},
+    {{"gps", "GP", 1, 0, 0x01}, 2, 10, 3},
+    {{"glonass", "GL", 2, 6, 0x02}, 66, 8, 3},
+    {{"galileo", "GA", 3, 2, 0x08}, 301, 7, 4},
+    {{"beidou", "GB", 4, 3, 0x04}, 406, 7, 4},
 }};
 
 constexpr int mask_deg = 15;  // lower satellites are in view, but not used

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string_view>
 #include <vector>
@@ -9,6 +10,9 @@
 namespace ecu::koru::sim {
 
 enum class Constellation : uint8_t { gps, glonass, galileo, beidou };
+/// In the order of their sentences.
+inline constexpr std::array all_constellations{Constellation::gps, Constellation::glonass,
+                                               Constellation::galileo, Constellation::beidou};
 
 struct Satellite {
   int number;  ///< NMEA 4.0 number; Galileo from 301, BeiDou from 401
@@ -16,10 +20,13 @@ struct Satellite {
   bool used;
 };
 
+/// A constellation's names and numbers in the protocols.
 struct ConstellationNames {
   std::string_view option;  ///< on the command line
   std::string_view talker;
-  int system_id;  ///< in NMEA 4.10
+  int system_id;         ///< in NMEA 4.10
+  uint8_t gnss_id;       ///< in CFG-GNSS
+  unsigned monitor_bit;  ///< of MON-GNSS
 };
 [[nodiscard]] const ConstellationNames& names_of(Constellation constellation);
 
