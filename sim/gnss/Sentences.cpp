@@ -11,7 +11,8 @@ namespace {
 
 constexpr double kmh_per_knot = 1.852;
 constexpr double geoid_separation_m = 47.6;
-constexpr double no_dop = 99.99;  // means "unknown"
+constexpr double no_dop = 99.99;     // means "unknown"
+constexpr int satellite_slots = 12;  // in GSA and GRS; no more satellites of a system are ever in view
 
 class Builder {
  public:
@@ -115,38 +116,31 @@ int written_number(const Satellite& satellite, NmeaVersion version) {
   return version == NmeaVersion::v4_10 && satellite.number > 300 ? satellite.number % 100 : satellite.number;
 }
 
+/// Returns the satellites of GSA and GRS, in the same order.
+std::vector<Satellite> used_satellites(const Fix& fix, Constellation constellation) {
+  if (!fix.valid) return {};
+  auto satellites = satellites_in_view(constellation, fix.utc_us);
+  std::erase_if(satellites, [](const Satellite& satellite) { return !satellite.used; });
+  return satellites;
+}
+
 std::string gsa(std::string_view talker, const Fix& fix, Constellation constellation, NmeaVersion version) {
-  constexpr int slots = 12;
   Builder out(talker, "GSA");
   out.field("A").field(fix.valid ? "3" : "1");
-  int filled = 0;
-  if (fix.valid) {
-    for (const Satellite& satellite : satellites_in_view(constellation, fix.utc_us)) {
-      if (!satellite.used || filled == slots) continue;
-      out.number(written_number(satellite, version), 2);
-      ++filled;
-    }
-  }
-  out.empty(slots - filled);
+  const auto used = used_satellites(fix, constellation);
+  for (const Satellite& satellite : used) out.number(written_number(satellite, version), 2);
+  out.empty(satellite_slots - static_cast<int>(used.size()));
   for (const double dop : {fix.pdop, fix.hdop, fix.vdop}) out.number(fix.valid ? dop : no_dop, 2);
   if (version == NmeaVersion::v4_10) out.number(names_of(constellation).system_id, 1);
   return out.finish();
 }
 
-/// The residuals are in the order of the satellites in GSA.
 std::string grs(std::string_view talker, const Fix& fix, Constellation constellation, NmeaVersion version) {
-  constexpr int slots = 12;
   Builder out(talker, "GRS");
   out.time(fix.utc_us).field("1");
-  int filled = 0;
-  if (fix.valid) {
-    for (const Satellite& satellite : satellites_in_view(constellation, fix.utc_us)) {
-      if (!satellite.used || filled == slots) continue;
-      out.number((satellite.azimuth_deg % 31 - 15) / 10.0, 1);
-      ++filled;
-    }
-  }
-  out.empty(slots - filled);
+  const auto used = used_satellites(fix, constellation);
+  for (const Satellite& satellite : used) out.number((satellite.azimuth_deg % 31 - 15) / 10.0, 1);
+  out.empty(satellite_slots - static_cast<int>(used.size()));
   if (version == NmeaVersion::v4_10) out.number(names_of(constellation).system_id, 1).field("0");
   return out.finish();
 }
