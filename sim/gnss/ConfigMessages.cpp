@@ -9,8 +9,10 @@ namespace {
 using Payload = std::span<const uint8_t>;
 using Answer = std::optional<std::vector<uint8_t>>;
 
-template <size_t size>
-Answer all_of(const std::array<uint8_t, size>& bytes, Payload query) {
+/// A poll of a message that has no parameters.
+template <auto part>
+Answer answer(const Settings& settings, Payload query) {
+  const auto& bytes = settings.*part;
   return query.empty() ? Answer(std::vector(bytes.begin(), bytes.end())) : std::nullopt;
 }
 
@@ -38,8 +40,7 @@ bool apply_prt(Settings& settings, Payload payload, const Capabilities& /*capabi
   if (payload[0] == Settings::uart1) {
     constexpr uint32_t frame_bits = 0x3CC0;
     if ((number_at(payload, 4, 4) & frame_bits) != 0x08C0) return false;
-    const uint32_t baud = number_at(payload, 8, 4);
-    if (std::find(receiver_bauds.begin(), receiver_bauds.end(), baud) == receiver_bauds.end()) return false;
+    if (!is_receiver_baud(number_at(payload, 8, 4))) return false;
   }
   return take_over(settings.ports[payload[0]], payload);
 }
@@ -64,10 +65,6 @@ bool apply_msg(Settings& settings, Payload payload, const Capabilities& /*capabi
   return true;
 }
 
-Answer answer_rate(const Settings& settings, Payload query) {
-  return all_of(settings.rate, query);
-}
-
 bool apply_rate(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 6) return false;
   constexpr uint32_t fastest_ms = 100, most_cycles = 127, last_time_system = 4;
@@ -76,18 +73,10 @@ bool apply_rate(Settings& settings, Payload payload, const Capabilities& /*capab
   return number_at(payload, 4, 2) <= last_time_system && take_over(settings.rate, payload);
 }
 
-Answer answer_rxm(const Settings& settings, Payload query) {
-  return all_of(settings.rxm, query);
-}
-
 /// Takes continuous and power save mode.
 bool apply_rxm(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 2 || (payload[1] != 0 && payload[1] != 1 && payload[1] != 4)) return false;
   return take_over(settings.rxm, payload);
-}
-
-Answer answer_ant(const Settings& settings, Payload query) {
-  return all_of(settings.antenna, query);
 }
 
 /// The pins change only if their highest bit is set.
@@ -98,19 +87,11 @@ bool apply_ant(Settings& settings, Payload payload, const Capabilities& /*capabi
   return take_over(settings.antenna, reconfigure ? payload : payload.first(flags_size));
 }
 
-Answer answer_nmea(const Settings& settings, Payload query) {
-  return all_of(settings.nmea, query);
-}
-
 /// Also takes the two shorter forms of older receivers. Refuses versions other than 4.0 and 4.10, because the
 /// sentences would not differ from 4.0.
 bool apply_nmea(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 4 && payload.size() != 12 && payload.size() != 20) return false;
   return (payload[1] == 0x40 || payload[1] == 0x41) && take_over(settings.nmea, payload);
-}
-
-Answer answer_nav5(const Settings& settings, Payload query) {
-  return all_of(settings.nav5, query);
 }
 
 /// The bytes of CFG-NAV5 that belong to a bit of its mask.
@@ -143,10 +124,6 @@ bool apply_nav5(Settings& settings, Payload payload, const Capabilities& /*capab
       std::copy_n(payload.begin() + static_cast<std::ptrdiff_t>(field.offset), field.size,
                   settings.nav5.begin() + static_cast<std::ptrdiff_t>(field.offset));
   return true;
-}
-
-Answer answer_gnss(const Settings& settings, Payload query) {
-  return all_of(settings.gnss, query);
 }
 
 /// GPS and Galileo share a band; GLONASS and BeiDou each have their own. This receiver hears two bands at
@@ -189,14 +166,15 @@ bool apply_gnss(Settings& settings, Payload payload, const Capabilities& capabil
   return true;
 }
 
-constexpr std::array<ConfigMessage, 8> config_messages{{{ubx::cfg_prt, answer_prt, apply_prt},
-                                                        {ubx::cfg_msg, answer_msg, apply_msg},
-                                                        {ubx::cfg_rate, answer_rate, apply_rate},
-                                                        {ubx::cfg_rxm, answer_rxm, apply_rxm},
-                                                        {ubx::cfg_ant, answer_ant, apply_ant},
-                                                        {ubx::cfg_nmea, answer_nmea, apply_nmea},
-                                                        {ubx::cfg_nav5, answer_nav5, apply_nav5},
-                                                        {ubx::cfg_gnss, answer_gnss, apply_gnss}}};
+constexpr std::array<ConfigMessage, 8> config_messages{
+    {{ubx::cfg_prt, answer_prt, apply_prt},
+     {ubx::cfg_msg, answer_msg, apply_msg},
+     {ubx::cfg_rate, answer<&Settings::rate>, apply_rate},
+     {ubx::cfg_rxm, answer<&Settings::rxm>, apply_rxm},
+     {ubx::cfg_ant, answer<&Settings::antenna>, apply_ant},
+     {ubx::cfg_nmea, answer<&Settings::nmea>, apply_nmea},
+     {ubx::cfg_nav5, answer<&Settings::nav5>, apply_nav5},
+     {ubx::cfg_gnss, answer<&Settings::gnss>, apply_gnss}}};
 
 }  // namespace
 

@@ -12,39 +12,37 @@
 namespace ecu::koru::sim {
 namespace {
 
+// The errors of these functions are texts to which parse_item() adds the fault's name.
+
 template <typename Number>
-Number parse_number(std::string_view text, std::string_view name) {
+Number parse_number(std::string_view text) {
   Number value{};
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (error != std::errc{} || end != text.data() + text.size())
-    throw std::invalid_argument("fault " + std::string(name) + ": not a number: \"" + std::string(text) +
-                                "\"");
+    throw std::invalid_argument("not a number: \"" + std::string(text) + "\"");
   return value;
 }
 
-double parse_share(std::string_view text, std::string_view name) {
-  const auto share = parse_number<double>(text, name);
-  if (!(share >= 0.0 && share <= 1.0))
-    throw std::invalid_argument("fault " + std::string(name) + ": " + std::string(text) +
-                                " is not within 0 to 1");
-  return share;
+template <double FaultOptions::*fault>
+void parse_share(std::string_view text, FaultOptions& options) {
+  options.*fault = parse_number<double>(text);
+  if (!(options.*fault >= 0.0 && options.*fault <= 1.0))
+    throw std::invalid_argument(std::string(text) + " is not within 0 to 1");
 }
 
 void parse_silence(std::string_view text, FaultOptions& options) {
   const size_t at = text.find('@');
-  if (at == std::string_view::npos) throw std::invalid_argument("fault silence: expected SECONDS@EVERY");
-  options.silence_s = parse_number<double>(text.substr(0, at), "silence");
-  options.silence_every_s = parse_number<double>(text.substr(at + 1), "silence");
+  if (at == std::string_view::npos) throw std::invalid_argument("expected SECONDS@EVERY");
+  options.silence_s = parse_number<double>(text.substr(0, at));
+  options.silence_every_s = parse_number<double>(text.substr(at + 1));
   if (!(options.silence_s > 0 && options.silence_s < options.silence_every_s &&
         options.silence_every_s <= 86'400))
-    throw std::invalid_argument(
-        "fault silence: SECONDS must be above 0 and below EVERY, EVERY at most 86400");
+    throw std::invalid_argument("SECONDS must be above 0 and below EVERY, EVERY at most 86400");
 }
 
-double parse_time(std::string_view text, std::string_view name) {
-  const auto seconds = parse_number<double>(text, name);
-  if (!(seconds >= 0 && seconds <= 1e6))
-    throw std::invalid_argument("fault " + std::string(name) + ": the time is not within 0 to 1000000 s");
+double parse_time(std::string_view text) {
+  const auto seconds = parse_number<double>(text);
+  if (!(seconds >= 0 && seconds <= 1e6)) throw std::invalid_argument("the time is not within 0 to 1000000 s");
   return seconds;
 }
 
@@ -56,28 +54,27 @@ void parse_nak(std::string_view text, FaultOptions& options) {
   unsigned value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
   if (error != std::errc{} || end != text.data() + text.size() || text.size() != 4)
-    throw std::invalid_argument("fault nak: expected class and id such as 0624, or all");
+    throw std::invalid_argument("expected class and id such as 0624, or all");
   options.nak.push_back({static_cast<uint8_t>(value >> 8U), static_cast<uint8_t>(value & 0xFFU)});
 }
 
 void parse_antenna(std::string_view text, FaultOptions& options) {
   const size_t at = std::min(text.find('@'), text.size());
   const auto state = antenna_state_of(text.substr(0, at));
-  if (!state) throw std::invalid_argument("fault antenna: expected ok, open or short, and @SECONDS");
-  options.antenna.push_back({*state, at == text.size() ? 0 : parse_time(text.substr(at + 1), "antenna")});
+  if (!state) throw std::invalid_argument("expected ok, open or short, and @SECONDS");
+  options.antenna.push_back({*state, at == text.size() ? 0 : parse_time(text.substr(at + 1))});
 }
 
 void parse_late(std::string_view text, FaultOptions& options) {
-  constexpr int64_t most_ms = 60'000;
-  const auto late_ms = parse_number<int64_t>(text, "late");
-  if (late_ms < 0 || late_ms > most_ms) throw std::invalid_argument("fault late: not within 0 to 60000 ms");
+  const auto late_ms = parse_number<int64_t>(text);
+  if (late_ms < 0 || late_ms > 60'000) throw std::invalid_argument("not within 0 to 60000 ms");
   options.late_us = late_ms * 1000;
 }
 
 void parse_reset_to(std::string_view text, FaultOptions& options) {
-  options.reset_to = parse_number<unsigned>(text, "reset-to");
-  if (std::find(receiver_bauds.begin(), receiver_bauds.end(), *options.reset_to) == receiver_bauds.end())
-    throw std::invalid_argument("fault reset-to: a receiver does not know this baud rate");
+  options.reset_to = parse_number<unsigned>(text);
+  if (!is_receiver_baud(*options.reset_to))
+    throw std::invalid_argument("a receiver does not know this baud rate");
 }
 
 /// A fault's name, followed by nothing, =VALUE or @TIME.
@@ -87,23 +84,22 @@ struct FaultRow {
   bool repeated;   // may be given more than once
   void (*parse)(std::string_view value, FaultOptions& options);
 };
-constexpr std::array<FaultRow, 14> fault_rows{
-    {{"drop", '=', false, [](auto text, auto& o) { o.drop = parse_share(text, "drop"); }},
-     {"corrupt", '=', false, [](auto text, auto& o) { o.corrupt = parse_share(text, "corrupt"); }},
-     {"split", '=', false, [](auto text, auto& o) { o.split = parse_share(text, "split"); }},
-     {"silence", '=', false, parse_silence},
-     {"seed", '=', false, [](auto text, auto& o) { o.seed = parse_number<uint64_t>(text, "seed"); }},
-     {"mute", 0, false, [](auto, auto& o) { o.mute = true; }},
-     {"nak", '=', true, parse_nak},
-     {"late", '=', false, parse_late},
-     {"lose", '=', false, [](auto text, auto& o) { o.lose = parse_share(text, "lose"); }},
-     {"newer", 0, false, [](auto, auto& o) { o.newer = true; }},
-     {"garbage-ubx", '=', false,
-      [](auto text, auto& o) { o.garbage_ubx = parse_share(text, "garbage-ubx"); }},
-     {"power-cycle", '@', true,
-      [](auto text, auto& o) { o.power_cycles_s.push_back(parse_time(text, "power-cycle")); }},
-     {"reset-to", '=', false, parse_reset_to},
-     {"antenna", '=', true, parse_antenna}}};
+constexpr FaultRow fault_rows[] = {
+    {"drop", '=', false, parse_share<&FaultOptions::drop>},
+    {"corrupt", '=', false, parse_share<&FaultOptions::corrupt>},
+    {"split", '=', false, parse_share<&FaultOptions::split>},
+    {"silence", '=', false, parse_silence},
+    {"seed", '=', false, [](auto text, auto& o) { o.seed = parse_number<uint64_t>(text); }},
+    {"mute", 0, false, [](auto, auto& o) { o.mute = true; }},
+    {"nak", '=', true, parse_nak},
+    {"late", '=', false, parse_late},
+    {"lose", '=', false, parse_share<&FaultOptions::lose>},
+    {"newer", 0, false, [](auto, auto& o) { o.newer = true; }},
+    {"garbage-ubx", '=', false, parse_share<&FaultOptions::garbage_ubx>},
+    {"power-cycle", '@', true, [](auto text, auto& o) { o.power_cycles_s.push_back(parse_time(text)); }},
+    {"reset-to", '=', false, parse_reset_to},
+    {"antenna", '=', true, parse_antenna},
+};
 
 const FaultRow& row_of(std::string_view name) {
   for (const FaultRow& row : fault_rows)
@@ -117,13 +113,18 @@ void parse_item(std::string_view item, std::vector<std::string_view>& seen, Faul
   const size_t name_end = std::min(item.find_first_of("=@"), item.size());
   const FaultRow& row = row_of(item.substr(0, name_end));
   const char separator = name_end == item.size() ? '\0' : item[name_end];
+  const std::string fault = "fault " + std::string(row.name);
   if (separator != row.separator)
-    throw std::invalid_argument("fault " + std::string(row.name) + ": expected " + std::string(row.name) +
+    throw std::invalid_argument(fault + ": expected " + std::string(row.name) +
                                 (row.separator == 0 ? " alone" : row.separator + std::string("VALUE")));
   if (!row.repeated && std::find(seen.begin(), seen.end(), row.name) != seen.end())
-    throw std::invalid_argument("fault " + std::string(row.name) + " is given twice");
+    throw std::invalid_argument(fault + " is given twice");
   seen.push_back(row.name);
-  row.parse(item.substr(std::min(name_end + 1, item.size())), options);
+  try {
+    row.parse(item.substr(std::min(name_end + 1, item.size())), options);
+  } catch (const std::invalid_argument& error) {
+    throw std::invalid_argument(fault + ": " + error.what());
+  }
 }
 
 }  // namespace

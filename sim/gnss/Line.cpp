@@ -1,6 +1,5 @@
 #include "sim/gnss/Line.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace ecu::koru::sim {

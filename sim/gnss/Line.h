@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <deque>
@@ -15,6 +16,9 @@ namespace ecu::koru::sim {
 /// The speeds that a receiver can have.
 inline constexpr std::array<unsigned, 8> receiver_bauds{4800,  9600,   19200,  38400,
                                                         57600, 115200, 230400, 460800};
+[[nodiscard]] constexpr bool is_receiver_baud(unsigned baud) {
+  return std::find(receiver_bauds.begin(), receiver_bauds.end(), baud) != receiver_bauds.end();
+}
 
 /// The serial line from the receiver to the host, and the host's port. A byte takes 10 bits at the line's
 /// speed. All times are ns of the caller's clock.

@@ -32,10 +32,6 @@ void require(bool holds, const char* text) {
   if (!holds) throw std::invalid_argument(text);
 }
 
-bool is_receiver_baud(unsigned baud) {
-  return std::find(receiver_bauds.begin(), receiver_bauds.end(), baud) != receiver_bauds.end();
-}
-
 void check_systems(const ReceiverOptions& options) {
   auto systems = options.sentences.constellations;
   std::sort(systems.begin(), systems.end());
