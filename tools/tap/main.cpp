@@ -29,19 +29,14 @@ struct Options {
 };
 
 constexpr const char* DESCRIPTION =
-    "Shows every message of the unit's bus decoded, one line each: time of arrival (UTC), topic, envelope "
-    "(protocol\n"
-    "type, body length, time stamp in seconds since boot), fields. Of a signal group: its name, every signal "
-    "with\n"
-    "its physical value and unit, or why it has none, and the packed bytes. A message that cannot be decoded "
-    "is shown\n"
-    "with the reason and a hex dump. Ends on Ctrl-C and when nobody reads the output any more.";
+    R"(Shows every message of the unit's bus decoded, one line each: time of arrival (UTC), topic, envelope (protocol
+type, body length, time stamp in seconds since boot), fields. Of a signal group: its name, every signal with
+its physical value and unit, or why it has none, and the packed bytes. A message that cannot be decoded is shown
+with the reason and a hex dump. Ends on Ctrl-C and when nobody reads the output any more.)";
 
 constexpr const char* FOOTER =
-    "Exit status: 0; 1 when the broker cannot be reached, when the signal database cannot be read, when the "
-    "output or\n"
-    "the CAN log cannot be written, or when --count is given and nothing at all arrives; 2 for wrong "
-    "options.";
+    R"(Exit status: 0; 1 when the broker cannot be reached, when the signal database cannot be read, when the output or
+the CAN log cannot be written, or when --count is given and nothing at all arrives; 2 for wrong options.)";
 
 std::string check_filter(const std::string& filter) {
   const bool good = mosquitto_sub_topic_check2(filter.data(), filter.size()) == MOSQ_ERR_SUCCESS;
