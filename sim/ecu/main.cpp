@@ -30,26 +30,19 @@ struct Options {
 constexpr const char* DEFAULTS[] = {"var hwvariant sim", "var hwversion qrx", "var hasgnss true"};
 
 constexpr const char* DESCRIPTION =
-    "Publishes what the rest of the unit would: ECU variables and system parameters (retained), time zone, "
-    "blackout\n"
-    "and hardware version. Without options: a unit with a receiver, hwvariant=sim, hwversion=qrx, "
-    "hasgnss=true, no\n"
-    "system parameter, no time zone. Ends when the broker has it all, or stays with --keep.\n"
-    "With --bridge FROM TO: the vehicle's CAN between two units, each given as HOST[:PORT][/PREFIX], where "
-    "the unit's\n"
-    "topics stand behind PREFIX/ on that broker. Both may be on one broker. Of the other options only "
-    "--config "
-    "and\n"
-    "--client-name go with it. Runs until Ctrl-C and then tells how many frames of each group it carried.";
+    R"(Publishes what the rest of the unit would: ECU variables and system parameters (retained), time zone, blackout
+and hardware version. Without options: a unit with a receiver, hwvariant=sim, hwversion=qrx, hasgnss=true, no
+system parameter, no time zone. Ends when the broker has it all, or stays with --keep.
+With --bridge FROM TO: the vehicle's CAN between two units, each given as HOST[:PORT][/PREFIX], where the unit's
+topics stand behind PREFIX/ on that broker. Both may be on one broker. Of the other options only --config and
+--client-name go with it. Runs until Ctrl-C and then tells how many frames of each group it carried.)";
 
 const std::string FOOTER =
-    "Commands, of --file and with --keep on standard input ('#' begins a comment; a parameter's change is\n"
-    "announced only with --keep; the end of standard input ends only the commands):\n" +
-    sim::command_help() +
-    "Exit status: 0 when everything was published; 1 when the broker cannot be reached or does not take it; "
-    "2 for\n"
-    "wrong options and a broken command in the file. With --bridge 1 also when the signal database cannot be "
-    "used.";
+    R"(Commands, of --file and with --keep on standard input ('#' begins a comment; a parameter's change is
+announced only with --keep; the end of standard input ends only the commands):
+)" + sim::command_help() +
+    R"(Exit status: 0 when everything was published; 1 when the broker cannot be reached or does not take it; 2 for
+wrong options and a broken command in the file. With --bridge 1 also when the signal database cannot be used.)";
 
 void add_repeatable(CLI::App& app, const char* name, std::vector<std::string>& values, const char* help) {
   app.add_option(name, values, help)->type_size(1)->allow_extra_args(false);

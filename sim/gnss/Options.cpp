@@ -21,19 +21,13 @@ constexpr int wrong_options = 2;
 
 constexpr const char* faults_help =
     "FAULT[,...]. Of sentences: drop=P, corrupt=P (one byte becomes another), split=P (a pause of 20 to 150 "
-    "ms in "
-    "the middle) with P the share of the sentences, 0 to 1; silence=SECONDS@EVERY (of every EVERY seconds "
-    "the last "
-    "SECONDS nothing is sent). Of commands: mute (none is heard), nak=CLASSID (hexadecimal, such as 0624; or "
-    "all), "
-    "late=MS, lose=P (answers that are not sent), newer (a generation that refuses CFG-GNSS, CFG-NAV5, "
-    "CFG-NMEA, "
-    "CFG-RXM and CFG-ANT and has no MON-HW), garbage-ubx=P (a random frame with a right checksum behind a "
-    "sentence or "
-    "instead of an answer). At a time: power-cycle@SECONDS, antenna=ok|open|short[@SECONDS]. reset-to=BAUD "
-    "(after a "
-    "power cycle the receiver is as new and has this speed, but for what was saved in its flash). seed=N "
-    "(default 1)";
+    "ms in the middle) with P the share of the sentences, 0 to 1; silence=SECONDS@EVERY (of every EVERY "
+    "seconds the last SECONDS nothing is sent). Of commands: mute (none is heard), nak=CLASSID (hexadecimal, "
+    "such as 0624; or all), late=MS, lose=P (answers that are not sent), newer (a generation that refuses "
+    "CFG-GNSS, CFG-NAV5, CFG-NMEA, CFG-RXM and CFG-ANT and has no MON-HW), garbage-ubx=P (a random frame "
+    "with a right checksum behind a sentence or instead of an answer). At a time: power-cycle@SECONDS, "
+    "antenna=ok|open|short[@SECONDS]. reset-to=BAUD (after a power cycle the receiver is as new and has this "
+    "speed, but for what was saved in its flash). seed=N (default 1)";
 constexpr const char* footer =
     "Commands on standard input, one a line: power-cycle, reset, antenna ok|open|short, mute on|off.";
 
