@@ -10,13 +10,21 @@ namespace {
 
 using Payload = std::span<const uint8_t>;
 
-std::string map_text(uint32_t value, int digits) {
-  return "0x" + hex(value, digits);
+std::string decimal_at(Payload p, size_t offset, size_t width) {
+  return std::to_string(number_at(p, offset, width));
+}
+
+std::string hex_at(Payload p, size_t offset, size_t width) {
+  return "0x" + hex(number_at(p, offset, width), 2 * static_cast<int>(width));
+}
+
+/// Returns the name of the message whose class and id begin the payload.
+std::string message_name(Payload p) {
+  return name_of({static_cast<uint8_t>(number_at(p, 0, 1)), static_cast<uint8_t>(number_at(p, 1, 1))});
 }
 
 std::string acknowledged(Payload p) {
-  return "of " +
-         name_of({static_cast<uint8_t>(number_at(p, 0, 1)), static_cast<uint8_t>(number_at(p, 1, 1))});
+  return "of " + message_name(p);
 }
 
 std::string port(Payload p) {
@@ -24,35 +32,30 @@ std::string port(Payload p) {
   const size_t number = number_at(p, 0, 1);
   std::string name = number < names.size() ? std::string(names.at(number)) : std::to_string(number);
   if (p.size() < 20) return name;
-  return name + " " + std::to_string(number_at(p, 8, 4)) + " baud in " + map_text(number_at(p, 12, 2), 4) +
-         " out " + map_text(number_at(p, 14, 2), 4);
+  return name + " " + decimal_at(p, 8, 4) + " baud in " + hex_at(p, 12, 2) + " out " + hex_at(p, 14, 2);
 }
 
 std::string message_rate(Payload p) {
-  std::string text =
-      name_of({static_cast<uint8_t>(number_at(p, 0, 1)), static_cast<uint8_t>(number_at(p, 1, 1))});
   constexpr size_t uart1 = 3;  // its rate in the long form
-  if (p.size() < 3) return text;
+  if (p.size() < 3) return message_name(p);
   const uint32_t rate = number_at(p, p.size() > uart1 ? uart1 : 2, 1);
-  return text + (rate == 0 ? " off" : " every " + std::to_string(rate));
+  return message_name(p) + (rate == 0 ? " off" : " every " + std::to_string(rate));
 }
 
 std::string solution_rate(Payload p) {
-  return std::to_string(number_at(p, 0, 2)) + " ms x " + std::to_string(number_at(p, 2, 2));
+  return decimal_at(p, 0, 2) + " ms x " + decimal_at(p, 2, 2);
 }
 
 std::string saving(Payload p) {
-  return "clear " + map_text(number_at(p, 0, 4), 8) + " save " + map_text(number_at(p, 4, 4), 8) + " load " +
-         map_text(number_at(p, 8, 4), 8);
+  return "clear " + hex_at(p, 0, 4) + " save " + hex_at(p, 4, 4) + " load " + hex_at(p, 8, 4);
 }
 
 std::string reset(Payload p) {
-  return "mode " + std::to_string(number_at(p, 2, 1));
+  return "mode " + decimal_at(p, 2, 1);
 }
 
 std::string antenna_control(Payload p) {
-  return "flags " + map_text(number_at(p, 0, 2), 4) +
-         ((number_at(p, 0, 1) & 1U) != 0 ? " (supply on)" : " (supply off)");
+  return "flags " + hex_at(p, 0, 2) + ((number_at(p, 0, 1) & 1U) != 0 ? " (supply on)" : " (supply off)");
 }
 
 std::string systems(Payload p) {
@@ -66,7 +69,7 @@ std::string systems(Payload p) {
 }
 
 std::string engine(Payload p) {
-  return "model " + std::to_string(number_at(p, 2, 1)) + " fix mode " + std::to_string(number_at(p, 3, 1));
+  return "model " + decimal_at(p, 2, 1) + " fix mode " + decimal_at(p, 3, 1);
 }
 
 std::string sentence_format(Payload p) {
@@ -85,24 +88,22 @@ std::string hardware(Payload p) {
   constexpr std::array<std::string_view, 5> states{"init", "unknown", "OK", "short", "open"};
   const uint32_t status = number_at(p, 20, 1);
   return "antenna " + std::to_string(status) + " (" +
-         std::string(status < states.size() ? states.at(status) : "?") + ") power " +
-         std::to_string(number_at(p, 21, 1));
+         std::string(status < states.size() ? states.at(status) : "?") + ") power " + decimal_at(p, 21, 1);
 }
 
 std::string monitored_systems(Payload p) {
-  return "supported " + map_text(number_at(p, 1, 1), 2) + " enabled " + map_text(number_at(p, 3, 1), 2);
+  return "supported " + hex_at(p, 1, 1) + " enabled " + hex_at(p, 3, 1);
 }
 
 std::string utc(Payload p) {
-  return zero_padded(number_at(p, 12, 2), 4) + "-" + zero_padded(number_at(p, 14, 1), 2) + "-" +
-         zero_padded(number_at(p, 15, 1), 2) + " " + zero_padded(number_at(p, 16, 1), 2) + ":" +
-         zero_padded(number_at(p, 17, 1), 2) + ":" + zero_padded(number_at(p, 18, 1), 2) + " valid " +
-         map_text(number_at(p, 19, 1), 2);
+  const auto two = [p](size_t offset) { return zero_padded(number_at(p, offset, 1), 2); };
+  return zero_padded(number_at(p, 12, 2), 4) + "-" + two(14) + "-" + two(15) + " " + two(16) + ":" + two(17) +
+         ":" + two(18) + " valid " + hex_at(p, 19, 1);
 }
 
 std::string standby(Payload p) {
   const size_t at = p.size() >= 16 ? 4 : 0;
-  return std::to_string(number_at(p, at, 4)) + " ms flags " + map_text(number_at(p, at + 4, 4), 8);
+  return decimal_at(p, at, 4) + " ms flags " + hex_at(p, at + 4, 4);
 }
 
 struct Row {
@@ -110,32 +111,29 @@ struct Row {
   std::string_view name;
   std::string (*details)(Payload payload);  // nullptr: none
 };
-constexpr std::array<Row, 26> rows{{{ubx::nav_timeutc, "NAV-TIMEUTC", utc},
-                                    {ubx::rxm_pmreq, "RXM-PMREQ", standby},
-                                    {ubx::ack_nak, "ACK-NAK", acknowledged},
-                                    {ubx::ack_ack, "ACK-ACK", acknowledged},
-                                    {ubx::cfg_prt, "CFG-PRT", port},
-                                    {ubx::cfg_msg, "CFG-MSG", message_rate},
-                                    {ubx::cfg_rst, "CFG-RST", reset},
-                                    {ubx::cfg_rate, "CFG-RATE", solution_rate},
-                                    {ubx::cfg_cfg, "CFG-CFG", saving},
-                                    {ubx::cfg_rxm, "CFG-RXM", nullptr},
-                                    {ubx::cfg_ant, "CFG-ANT", antenna_control},
-                                    {ubx::cfg_nmea, "CFG-NMEA", sentence_format},
-                                    {ubx::cfg_nav5, "CFG-NAV5", engine},
-                                    {ubx::cfg_gnss, "CFG-GNSS", systems},
-                                    {ubx::mon_ver, "MON-VER", version},
-                                    {ubx::mon_hw, "MON-HW", hardware},
-                                    {ubx::mon_gnss, "MON-GNSS", monitored_systems},
-                                    {{0xF0, 0x00}, "GGA", nullptr},
-                                    {{0xF0, 0x01}, "GLL", nullptr},
-                                    {{0xF0, 0x02}, "GSA", nullptr},
-                                    {{0xF0, 0x03}, "GSV", nullptr},
-                                    {{0xF0, 0x04}, "RMC", nullptr},
-                                    {{0xF0, 0x05}, "VTG", nullptr},
-                                    {{0xF0, 0x06}, "GRS", nullptr},
-                                    {{0xF0, 0x07}, "GST", nullptr},
-                                    {{0xF0, 0x08}, "ZDA", nullptr}}};
+constexpr Row rows[] = {
+    {ubx::nav_timeutc, "NAV-TIMEUTC", utc},
+    {ubx::rxm_pmreq, "RXM-PMREQ", standby},
+    {ubx::ack_nak, "ACK-NAK", acknowledged},
+    {ubx::ack_ack, "ACK-ACK", acknowledged},
+    {ubx::cfg_prt, "CFG-PRT", port},
+    {ubx::cfg_msg, "CFG-MSG", message_rate},
+    {ubx::cfg_rst, "CFG-RST", reset},
+    {ubx::cfg_rate, "CFG-RATE", solution_rate},
+    {ubx::cfg_cfg, "CFG-CFG", saving},
+    {ubx::cfg_rxm, "CFG-RXM", nullptr},
+    {ubx::cfg_ant, "CFG-ANT", antenna_control},
+    {ubx::cfg_nmea, "CFG-NMEA", sentence_format},
+    {ubx::cfg_nav5, "CFG-NAV5", engine},
+    {ubx::cfg_gnss, "CFG-GNSS", systems},
+    {ubx::mon_ver, "MON-VER", version},
+    {ubx::mon_hw, "MON-HW", hardware},
+    {ubx::mon_gnss, "MON-GNSS", monitored_systems},
+};
+
+/// The sentences, by the id of their messages.
+constexpr std::array<std::string_view, 9> sentences{"GGA", "GLL", "GSA", "GSV", "RMC",
+                                                    "VTG", "GRS", "GST", "ZDA"};
 
 const Row* row_of(UbxId id) {
   for (const Row& row : rows)
@@ -151,8 +149,9 @@ bool is_poll(const UbxFrame& frame) {
 }  // namespace
 
 std::string name_of(UbxId id) {
-  const Row* row = row_of(id);
-  return row != nullptr ? std::string(row->name) : "0x" + hex(id.message_class, 2) + hex(id.id, 2);
+  if (const Row* row = row_of(id)) return std::string(row->name);
+  if (id.message_class == 0xF0 && id.id < sentences.size()) return std::string(sentences.at(id.id));
+  return "0x" + hex(id.message_class, 2) + hex(id.id, 2);
 }
 
 std::string describe(const UbxFrame& frame) {
