@@ -49,6 +49,7 @@ class Line {
 
   /// Sets the host's speed. At 0 it hears nothing.
   void set_host_baud(unsigned baud);
+  [[nodiscard]] unsigned host_baud() const { return m_host_baud; }
   /// Opens or closes the port. Bytes that arrive while it is closed, and unread bytes when it is
   /// closed, are lost.
   void set_open(bool open);

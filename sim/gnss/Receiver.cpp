@@ -67,7 +67,6 @@ Receiver::Receiver(const ReceiverOptions& options)
       m_grid(m_control.settings().grid(m_options.rate_hz)),
       m_faults(options.faults),
       m_line(m_options.recording ? options.baud : m_control.settings().baud()),
-      m_host_baud(m_line.baud()),
       m_now_us(options.start_us),
       m_mute(options.faults.mute) {
   if (m_options.recording) {
@@ -135,14 +134,9 @@ void Receiver::carry_out_next() {
 
 // -- Commands
 
-void Receiver::set_host_baud(unsigned baud) {
-  m_host_baud = baud;
-  m_line.set_host_baud(baud);
-}
-
 void Receiver::write(std::span<const uint8_t> bytes) {
   m_statistics.bytes_from_host += bytes.size();
-  if (m_drive != nullptr) m_from_host.write(bytes, to_ns(m_now_us), m_host_baud);
+  if (m_drive != nullptr) m_from_host.write(bytes, to_ns(m_now_us), m_line.host_baud());
 }
 
 void Receiver::transfer(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) {

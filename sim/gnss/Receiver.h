@@ -103,7 +103,7 @@ class Receiver {
 
   /// Sets the host's line speed. If it differs from the receiver's, each side reads garbage, as a UART would.
   /// At 0 the host reads nothing and its own bytes are lost.
-  void set_host_baud(unsigned baud);
+  void set_host_baud(unsigned baud) { m_line.set_host_baud(baud); }
   /// While false, nobody has the other end open, and bytes to the host are lost. Initially true.
   void set_open(bool open) { m_line.set_open(open); }
 
@@ -182,7 +182,6 @@ class Receiver {
   Faults m_faults;
   Line m_line;
   HostLine m_from_host;
-  unsigned m_host_baud;
   UbxFramer m_framer;
   int64_t m_framer_us = 0;  // when bytes last arrived
   IReceiverObserver* m_observer = nullptr;
@@ -195,8 +194,8 @@ class Receiver {
   int64_t m_new_speed_us = INT64_MAX;                         // when the line has drained
   int64_t m_start_us = INT64_MAX;                             // when a stopped receiver runs again
 
-  bool m_running = true;     // false while it starts and in standby
-  bool m_navigating = true;  // false between CFG-RST's GNSS stop and start
+  bool m_running = true;         // false while it starts and in standby
+  bool m_navigating = true;      // false between CFG-RST's GNSS stop and start
   bool m_woken_by_host = false;  // from standby
   bool m_mute;
   bool m_tx_ready = false;

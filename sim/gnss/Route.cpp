@@ -11,6 +11,9 @@ constexpr double earth_radius_m = 6'371'008.8;
 constexpr double degree = std::numbers::pi / 180.0;
 constexpr double standing_ms = 0.1;  // below this speed a receiver knows no course
 constexpr double same_place_m = 1e-3;
+// Limits of a leg, which reveal a mistyped point.
+constexpr double max_speed_ms = 500.0;
+constexpr double max_leg_m = 10'000'000.0;
 
 struct Vector {
   double x, y, z;
@@ -66,8 +69,7 @@ const RoutePoint& checked(const RoutePoint& p) {
   return p;
 }
 
-}  // namespace
-
+/// Returns the distance of two points on the great circle.
 double distance_m(const RoutePoint& a, const RoutePoint& b) {
   const double half_phi = std::sin((b.latitude_deg - a.latitude_deg) * degree / 2);
   const double half_lambda = std::sin((b.longitude_deg - a.longitude_deg) * degree / 2);
@@ -75,6 +77,8 @@ double distance_m(const RoutePoint& a, const RoutePoint& b) {
                                              std::cos(b.latitude_deg * degree) * half_lambda * half_lambda;
   return 2 * earth_radius_m * std::asin(std::sqrt(std::min(h, 1.0)));
 }
+
+}  // namespace
 
 Route::Route(const RoutePoint& start) : m_start(checked(start)), m_end(start) {}
 

@@ -23,10 +23,6 @@ struct RouteState {
 /// linear in the distance.
 class Route {
  public:
-  /// The limits of a leg, which reveal a mistyped point: m/s and m.
-  static constexpr double max_speed_ms = 500.0;
-  static constexpr double max_leg_m = 10'000'000.0;
-
   /// Stands at `start` until legs are added. Like the functions below, it throws std::invalid_argument if a
   /// point is outside these limits: latitude -90 to 90, longitude -180 to 180, altitude -1000 to 20000 m.
   explicit Route(const RoutePoint& start);
@@ -47,7 +43,6 @@ class Route {
   /// Returns the state `seconds` after the start. At its end the route begins again.
   [[nodiscard]] RouteState at(double seconds) const;
   [[nodiscard]] double duration_s() const;
-  [[nodiscard]] double length_m() const { return m_length_m; }
   [[nodiscard]] const RoutePoint& end() const { return m_end; }
 
  private:
@@ -62,8 +57,5 @@ class Route {
   std::vector<Leg> m_legs;
   double m_length_m = 0;
 };
-
-/// Returns the distance of two points on the great circle, m.
-[[nodiscard]] double distance_m(const RoutePoint& a, const RoutePoint& b);
 
 }  // namespace ecu::koru::sim

@@ -1,11 +1,8 @@
 #include "sim/gnss/Trace.h"
 
-#include "sim/gnss/Files.h"
 #include "sim/gnss/Text.h"
 
 namespace ecu::koru::sim {
-
-Trace::Trace(const std::string& path) : m_file(create_file(path)) {}
 
 void Trace::written(std::span<const uint8_t> bytes, int64_t monotonic_ns) {
   constexpr size_t longest = 1024;  // longer text is not a sentence
@@ -18,10 +15,6 @@ void Trace::written(std::span<const uint8_t> bytes, int64_t monotonic_ns) {
       if (m_sentence.size() > longest) m_sentence.clear();
     }
   }
-}
-
-void Trace::interrupted() {
-  m_sentence.clear();
 }
 
 void Trace::finish(int64_t monotonic_ns) {

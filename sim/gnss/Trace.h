@@ -1,9 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <span>
 #include <string>
+
+#include "sim/gnss/Files.h"
 
 namespace ecu::koru::sim {
 
@@ -13,12 +14,12 @@ namespace ecu::koru::sim {
 class Trace {
  public:
   /// Throws FileError if the file cannot be created.
-  explicit Trace(const std::string& path);
+  explicit Trace(const std::string& path) : m_file(create_file(path)) {}
 
   /// Takes the bytes that went to the host, in order.
   void written(std::span<const uint8_t> bytes, int64_t monotonic_ns);
   /// Drops an incomplete sentence, because the host did not get, or could not read, the bytes that follow.
-  void interrupted();
+  void interrupted() { m_sentence.clear(); }
 
  private:
   void finish(int64_t monotonic_ns);
