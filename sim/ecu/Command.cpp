@@ -66,11 +66,6 @@ uint32_t parameter_id(std::string_view text) {
   return id;
 }
 
-bool on_or_off(std::string_view text) {
-  if (text != "on" && text != "off") refuse("on or off", text);
-  return text == "on";
-}
-
 /// Reads an offset like "+01:00" into hours and minutes, which both get the sign.
 void set_offset(pb::TimeZone& zone, std::string_view text) {
   const bool shape = text.size() == 6 && (text[0] == '+' || text[0] == '-') && text[3] == ':' &&
@@ -126,7 +121,8 @@ Command read_time_zone(std::string_view rest) {
 }
 
 Command read_blackout(std::string_view rest) {
-  return SetBlackout{on_or_off(rest)};
+  if (rest != "on" && rest != "off") refuse("on or off", rest);
+  return SetBlackout{rest == "on"};
 }
 
 Command read_hardware_version(std::string_view rest) {
@@ -141,33 +137,18 @@ Command read_source(std::string_view rest) {
   refuse("local, can or unknown", rest);
 }
 
-Command read_log_flags(std::string_view rest) {
-  return SetLogFlags{hex_bytes(rest)};
-}
-
-SendRaw read_topic_and_bytes(std::string_view rest, bool retained) {
+template <bool retained>
+Command read_raw(std::string_view rest) {
   const std::string_view topic = take_word(rest, " \t");
   if (topic.empty() || topic.find_first_of("+#") != std::string_view::npos)
     refuse("a topic without wildcards", topic);
-  return {.topic = std::string(topic), .payload = hex_bytes(rest), .retained = retained};
+  return SendRaw{.topic = std::string(topic), .payload = hex_bytes(rest), .retained = retained};
 }
 
-Command read_raw(std::string_view rest) {
-  return read_topic_and_bytes(rest, false);
-}
-
-Command read_raw_retained(std::string_view rest) {
-  return read_topic_and_bytes(rest, true);
-}
-
-Command read_help(std::string_view rest) {
+template <typename SessionCommand>
+Command read_alone(std::string_view rest) {
   refuse_more(rest);
-  return ShowHelp{};
-}
-
-Command read_quit(std::string_view rest) {
-  refuse_more(rest);
-  return Quit{};
+  return SessionCommand{};
 }
 
 struct CommandRow {
@@ -184,12 +165,12 @@ constexpr CommandRow COMMANDS[] = {
     {"blackout", "on | off", "radio silence", read_blackout},
     {"hw-version", "TEXT", "hardware version signal, its bytes", read_hardware_version},
     {"source", "local | can | unknown", "GNSS source announcement of another unit", read_source},
-    {"log-config", "HEX", "diagnostics flags, lowest byte first", read_log_flags},
-    {"raw", "TOPIC [HEX]", "any payload, without an envelope", read_raw},
-    {"raw-retained", "TOPIC [HEX]", "the same retained; without bytes the topic is cleared",
-     read_raw_retained},
-    {"help", "", "this list", read_help},
-    {"quit", "", "end", read_quit},
+    {"log-config", "HEX", "diagnostics flags, lowest byte first",
+     [](auto rest) -> Command { return SetLogFlags{hex_bytes(rest)}; }},
+    {"raw", "TOPIC [HEX]", "any payload, without an envelope", read_raw<false>},
+    {"raw-retained", "TOPIC [HEX]", "the same retained; without bytes the topic is cleared", read_raw<true>},
+    {"help", "", "this list", read_alone<ShowHelp>},
+    {"quit", "", "end", read_alone<Quit>},
 };
 
 }  // namespace
