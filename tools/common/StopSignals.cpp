@@ -12,44 +12,39 @@ namespace ecu::koru::tool {
 
 namespace {
 
-int checked(int fd, const char* what) {
-  if (fd < 0) throw std::system_error(errno, std::generic_category(), what);
-  return fd;
-}
-
 int stop_signal_fd() {
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  return checked(signalfd(-1, &signals, SFD_CLOEXEC), "signalfd");
+  return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
 }  // namespace
 
-Event::Event() : m_fd(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")) {}
+Descriptor::Descriptor(int fd, const char* what) : m_fd(fd) {
+  if (fd < 0) throw std::system_error(errno, std::generic_category(), what);
+}
 
-Event::~Event() {
+Descriptor::~Descriptor() {
   ::close(m_fd);
 }
 
+Event::Event() : Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd") {}
+
 void Event::raise() {
   m_raised = true;
-  eventfd_write(m_fd, 1);
+  eventfd_write(fd(), 1);
 }
 
 void Event::clear() {
   eventfd_t count = 0;
-  eventfd_read(m_fd, &count);
+  eventfd_read(fd(), &count);
   m_raised = false;
 }
 
-StopSignals::StopSignals() : m_fd(stop_signal_fd()) {}
-
-StopSignals::~StopSignals() {
-  ::close(m_fd);
-}
+StopSignals::StopSignals() : Descriptor(stop_signal_fd(), "signalfd") {}
 
 void ignore_broken_pipes() {
   (void)std::signal(SIGPIPE, SIG_IGN);

@@ -4,35 +4,37 @@
 
 namespace ecu::koru::tool {
 
-/// A file descriptor that poll() reports as readable after raise(). Any thread may raise it.
-class Event {
+/// Owns a file descriptor to poll() and closes it.
+class Descriptor {
+ public:
+  /// Throws std::system_error with errno and the text `what` if `fd` is negative.
+  Descriptor(int fd, const char* what);
+  ~Descriptor();
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  [[nodiscard]] int fd() const { return m_fd; }
+
+ private:
+  int m_fd;
+};
+
+/// Is readable after raise(). Any thread may raise it.
+class Event : public Descriptor {
  public:
   Event();
-  ~Event();
-  Event(const Event&) = delete;
-  Event& operator=(const Event&) = delete;
   void raise();
   void clear();
   [[nodiscard]] bool raised() const { return m_raised; }
-  [[nodiscard]] int fd() const { return m_fd; }
 
  private:
-  int m_fd;
   std::atomic<bool> m_raised = false;
 };
 
-/// Makes poll() report Ctrl-C and SIGTERM. Create it in the main thread after all other threads, which must
+/// Is readable after Ctrl-C and SIGTERM. Create it in the main thread after all other threads, which must
 /// have blocked the two signals. Before that, a signal ends the process at once.
-class StopSignals {
+class StopSignals : public Descriptor {
  public:
   StopSignals();
-  ~StopSignals();
-  StopSignals(const StopSignals&) = delete;
-  StopSignals& operator=(const StopSignals&) = delete;
-  [[nodiscard]] int fd() const { return m_fd; }
-
- private:
-  int m_fd;
 };
 
 /// Ignores SIGPIPE: if the reader goes away, the write fails and the process goes on.
