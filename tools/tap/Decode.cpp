@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <limits>
-#include <type_traits>
+#include <utility>
 
 #include "platform/base/Logging.h"
 #include "platform/com/PbInternalMessageAdapter.h"
@@ -15,22 +15,25 @@ using com::envelope::HEADER_LENGTH;
 using logging::text;
 
 template <typename T>
-Body make() {
-  return T{};
+Body parse(std::span<const uint8_t> bytes) {
+  T body;
+  const bool good = bytes.size() <= std::numeric_limits<int>::max() &&
+                    body.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()));
+  return good ? Body(std::move(body)) : Body();
 }
 
 constexpr TopicRow TOPICS[] = {
-    {"system/gnss/data", "GnssData", make<pb::GnssData>},
-    {"system/gnss/source", "GnssSource", make<pb::GnssSource>},
-    {"system/gnss/log_config", "RtSignal", make<pb::RtSignal>},
-    {"system/time/timezone", "TimeZone", make<pb::TimeZone>},
-    {"system/sysparams", "SystemParameters", make<pb::SystemParameters>},
-    {"system/sysparam/#", "RtSignal", make<pb::RtSignal>},
-    {"system/var/#", "RtSignal", make<pb::RtSignal>, ValueView::text},
-    {"rt/#", "RtSignal", make<pb::RtSignal>, ValueView::signals},
-    {"systime/td", "RtSignal", make<pb::RtSignal>, ValueView::signals, "rt/j1939can/rx/td_fb"},
+    {"system/gnss/data", "GnssData", parse<pb::GnssData>},
+    {"system/gnss/source", "GnssSource", parse<pb::GnssSource>},
+    {"system/gnss/log_config", "RtSignal", parse<pb::RtSignal>},
+    {"system/time/timezone", "TimeZone", parse<pb::TimeZone>},
+    {"system/sysparams", "SystemParameters", parse<pb::SystemParameters>},
+    {"system/sysparam/#", "RtSignal", parse<pb::RtSignal>},
+    {"system/var/#", "RtSignal", parse<pb::RtSignal>, ValueView::text},
+    {"rt/#", "RtSignal", parse<pb::RtSignal>, ValueView::signals},
+    {"systime/td", "RtSignal", parse<pb::RtSignal>, ValueView::signals, "rt/j1939can/rx/td_fb"},
 };
-constexpr TopicRow OTHER_GROUP = {"", "RtSignal", make<pb::RtSignal>, ValueView::signals};
+constexpr TopicRow OTHER_GROUP = {"", "RtSignal", parse<pb::RtSignal>, ValueView::signals};
 
 bool matches(std::string_view pattern, std::string_view topic) {
   if (!pattern.ends_with('#')) return topic == pattern;
@@ -66,19 +69,6 @@ std::string envelope_problem(const std::optional<Envelope>& envelope, size_t len
   return {};
 }
 
-bool parse(std::span<const uint8_t> bytes, Body& body) {
-  return std::visit(
-      [bytes](auto& message) {
-        if constexpr (std::is_same_v<std::decay_t<decltype(message)>, std::monostate>) {
-          return false;
-        } else {
-          return bytes.size() <= std::numeric_limits<int>::max() &&
-                 message.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()));
-        }
-      },
-      body);
-}
-
 void read_group(std::string_view topic, std::span<const uint8_t> payload, Decoded& out) {
   const std::string group_topic(out.row->group_topic.empty() ? topic : out.row->group_topic);
   const auto& signals = rt::SignalAdapter::instance();
@@ -112,12 +102,11 @@ Decoded decode(std::string_view topic, std::span<const uint8_t> payload) {
     out.problem = "no message type is known for this topic";
     return out;
   }
-  Body body = out.row->make();
-  if (parse(payload.subspan(HEADER_LENGTH, out.envelope->body_length), body)) {
-    out.body = std::move(body);
-    if (out.row->view == ValueView::signals) read_group(topic, payload, out);
-  } else {
+  out.body = out.row->parse(payload.subspan(HEADER_LENGTH, out.envelope->body_length));
+  if (std::holds_alternative<std::monostate>(out.body)) {
     out.problem = text("the body is no ", out.row->type);
+  } else if (out.row->view == ValueView::signals) {
+    read_group(topic, payload, out);
   }
   return out;
 }

@@ -25,9 +25,9 @@ enum class ValueView {
 
 /// The content of a topic's messages: one row of the topic table.
 struct TopicRow {
-  std::string_view pattern;  ///< a topic, or the start of topics followed by '#'
-  std::string_view type;     ///< the body's message type
-  Body (*make)();            ///< an empty body of that type
+  std::string_view pattern;                       ///< a topic, or the start of topics followed by '#'
+  std::string_view type;                          ///< the body's message type
+  Body (*parse)(std::span<const uint8_t> bytes);  ///< reads such a body; monostate if the bytes are none
   ValueView view = ValueView::bytes;
   std::string_view group_topic = {};  ///< topic of the value's signal group; empty: the message's own
 };

@@ -158,6 +158,13 @@ Json fields(const Body& body, ValueView view) {
   return std::visit(ReadFields{view}, body);
 }
 
+std::string decimal(double value, int decimals) {
+  char digits[400];
+  const auto end =
+      std::to_chars(digits, digits + sizeof digits, value, std::chars_format::fixed, decimals).ptr;
+  return {digits, end};
+}
+
 std::string hex_text(std::string_view bytes) {
   static constexpr char DIGITS[] = "0123456789abcdef";
   std::string out;

@@ -21,6 +21,9 @@ using Json = nlohmann::ordered_json;
 /// Fields that the message type does not have come last, as the hex text `unknown_fields`.
 [[nodiscard]] Json fields(const Body& body, ValueView view);
 
+/// Returns a number with fixed decimals, whatever the locale.
+[[nodiscard]] std::string decimal(double value, int decimals);
+
 /// Returns two lower-case digits a byte.
 [[nodiscard]] std::string hex_text(std::string_view bytes);
 [[nodiscard]] std::string hex_text(std::span<const uint8_t> bytes);

@@ -1,7 +1,6 @@
 #include "tools/tap/GroupView.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 
 #include "platform/base/Logging.h"
@@ -51,11 +50,7 @@ int decimals_of(const rt::SignalScale& scale) {
 std::string value_text(const rt::Signal& signal) {
   const auto& scale = signal.definition().scale;
   if (scale.factor() == 1 && scale.offset() == 0) return logging::text(signal.raw());
-  char digits[400];
-  const auto end = std::to_chars(digits, digits + sizeof digits, signal.value_scaled(),
-                                 std::chars_format::fixed, decimals_of(scale))
-                       .ptr;
-  std::string out(digits, end);
+  std::string out = decimal(signal.value_scaled(), decimals_of(scale));
   out.erase(out.find_last_not_of('0') + 1);
   if (out.ends_with('.')) out.pop_back();
   return out == "-0" ? "0" : out;

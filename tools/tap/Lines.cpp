@@ -1,7 +1,6 @@
 #include "tools/tap/Lines.h"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -32,14 +31,6 @@ Json to_json(const Envelope& envelope) {
           {"header_length", envelope.header_length},
           {"body_length", envelope.body_length},
           {"timestamp_ns", envelope.timestamp_ns}};
-}
-
-/// Returns a number with fixed decimals, whatever the locale.
-std::string decimal(double value, int decimals) {
-  char digits[400];
-  const auto end =
-      std::to_chars(digits, digits + sizeof digits, value, std::chars_format::fixed, decimals).ptr;
-  return {digits, end};
 }
 
 std::string ns_as_seconds(uint64_t ns) {

@@ -45,10 +45,9 @@ std::string check_filter(const std::string& filter) {
 
 std::string check_interface(const std::string& name) {
   constexpr size_t MAX_NAME = 15;  // limit of the system's interface names
-  const bool good = !name.empty() && name.size() <= MAX_NAME &&
-                    name.find_first_not_of(
-                        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
-                        "._-") == std::string::npos;
+  constexpr const char* ALLOWED = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
+  const bool good =
+      !name.empty() && name.size() <= MAX_NAME && name.find_first_not_of(ALLOWED) == std::string::npos;
   return good ? std::string() : "not the name of a network interface: " + name;
 }
 
