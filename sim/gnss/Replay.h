@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "sim/gnss/Bursts.h"
+#include "sim/gnss/Epochs.h"
 #include "sim/gnss/ReceiverOptions.h"
 
 namespace ecu::koru::sim {

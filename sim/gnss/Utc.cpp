@@ -5,7 +5,6 @@
 namespace ecu::koru::sim {
 namespace {
 
-using Days = std::chrono::sys_days;
 constexpr int64_t day_us = 86'400 * second_us;
 
 /// Reads fields from the front of a text. `ok` stays false after the first one that does not fit.
@@ -87,7 +86,7 @@ std::optional<int64_t> parse_iso8601(std::string_view text) {
   if (!in.ok || !in.rest.empty() || !date.ok() || hour > 23 || minute > 59 || second > 59)
     return std::nullopt;
   const int64_t of_day = static_cast<int64_t>(hour * 3600 + minute * 60 + second) * second_us + fraction_us;
-  return Days{date}.time_since_epoch().count() * day_us + of_day - offset_us;
+  return std::chrono::sys_days{date}.time_since_epoch().count() * day_us + of_day - offset_us;
 }
 
 }  // namespace ecu::koru::sim
