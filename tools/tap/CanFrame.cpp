@@ -8,6 +8,14 @@ namespace ecu::koru::tap {
 namespace {
 
 constexpr size_t MAX_CLASSIC_LENGTH = 8;
+constexpr uint8_t DEFAULT_SOURCE_ADDRESS = 0x1C;  // a frame on a real bus needs a sender
+
+uint32_t frame_id(const rt::GroupDefinition& group, std::optional<uint8_t> source_address) {
+  if (!group.extended) return group.can_id;
+  const auto own = static_cast<uint8_t>(group.can_id);
+  const uint8_t otherwise = own == ANY_SOURCE_ADDRESS ? DEFAULT_SOURCE_ADDRESS : own;
+  return (group.can_id & ~uint32_t{0xFF}) | source_address.value_or(otherwise);
+}
 
 }  // namespace
 
@@ -15,13 +23,6 @@ std::string can_id_text(uint32_t can_id, bool extended) {
   std::array<char, 16> out{};
   (void)std::snprintf(out.data(), out.size(), "%0*X", extended ? 8 : 3, can_id);
   return out.data();
-}
-
-uint32_t frame_id(const rt::GroupDefinition& group, std::optional<uint8_t> source_address) {
-  if (!group.extended) return group.can_id;
-  const auto own = static_cast<uint8_t>(group.can_id);
-  const uint8_t otherwise = own == ANY_SOURCE_ADDRESS ? DEFAULT_SOURCE_ADDRESS : own;
-  return (group.can_id & ~uint32_t{0xFF}) | source_address.value_or(otherwise);
 }
 
 std::string candump_line(int64_t wall_us, std::string_view interface, const rt::SignalGroup& group,

@@ -20,7 +20,7 @@ class CanLog final : public com::ISubscriptionObserver {
     std::string file;                       ///< replaced if it exists
     std::string interface = "can0";         ///< the name in the lines
     std::string oem_interface = "can1";     ///< the same for groups of the vehicle maker's bus
-    std::optional<uint8_t> source_address;  ///< for every J1939 id; empty: see frame_id()
+    std::optional<uint8_t> source_address;  ///< for every J1939 id; empty: see candump_line()
   };
 
   explicit CanLog(Options options) : m_options(std::move(options)) {}

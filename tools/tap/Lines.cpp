@@ -40,6 +40,22 @@ std::string ns_as_seconds(uint64_t ns) {
   return out;
 }
 
+/// Returns "2026-11-21T10:15:30.123456Z" with 1 to 6 decimals of the second.
+std::string iso_time(int64_t us_since_1970, int digits) {
+  using namespace std::chrono;
+  const sys_time<microseconds> time{microseconds(us_since_1970)};
+  const auto day = floor<days>(time);
+  const year_month_day date(day);
+  const hh_mm_ss clock(time - day);
+  char out[64];
+  const int length =
+      std::snprintf(out, sizeof out, "%04d-%02u-%02uT%02d:%02d:%02d.%06d", static_cast<int>(date.year()),
+                    static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                    static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+                    static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
+  return std::string(out, static_cast<size_t>(length - (6 - digits))) + "Z";
+}
+
 std::string degrees(float value, char positive, char negative) {
   return text(decimal(std::fabs(value), 6), ' ', std::signbit(value) ? negative : positive);
 }
@@ -130,22 +146,6 @@ std::string line_start(const Arrival& arrival, const Decoded& decoded) {
 }
 
 }  // namespace
-
-std::string iso_time(int64_t us_since_1970, int digits) {
-  using namespace std::chrono;
-  const sys_time<microseconds> time{microseconds(us_since_1970)};
-  const auto day = floor<days>(time);
-  const year_month_day date(day);
-  const hh_mm_ss clock(time - day);
-  char out[64];
-  const int length =
-      std::snprintf(out, sizeof out, "%04d-%02u-%02uT%02d:%02d:%02d.%06d", static_cast<int>(date.year()),
-                    static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                    static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                    static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
-  const int kept = length - (digits > 0 ? 6 - digits : 7);
-  return std::string(out, static_cast<size_t>(kept)) + "Z";
-}
 
 int64_t wall_us_of(uint64_t boot_ns) {
   const timeval now = time_source().wall();

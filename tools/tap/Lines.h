@@ -35,7 +35,4 @@ struct Arrival {
 /// Converts a time since boot to the present system clock, us since 1970.
 [[nodiscard]] int64_t wall_us_of(uint64_t boot_ns);
 
-/// Returns "2026-11-21T10:15:30.123456Z" with 0 to 6 decimals of the second.
-[[nodiscard]] std::string iso_time(int64_t us_since_1970, int digits);
-
 }  // namespace ecu::koru::tap
