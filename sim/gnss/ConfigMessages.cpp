@@ -37,9 +37,9 @@ Answer answer_prt(const Settings& settings, Payload query) {
 /// A UART takes only 8 data bits, no parity and one stop bit, at a speed that the line has.
 bool apply_prt(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 20 || !is_port(payload[0])) return false;
-  if (payload[0] == Settings::uart1) {
-    constexpr uint32_t frame_bits = 0x3CC0;
-    if ((number_at(payload, 4, 4) & frame_bits) != 0x08C0) return false;
+  if (payload[0] == Settings::UART1) {
+    constexpr uint32_t FRAME_BITS = 0x3CC0;
+    if ((number_at(payload, 4, 4) & FRAME_BITS) != 0x08C0) return false;
     if (!is_receiver_baud(number_at(payload, 8, 4))) return false;
   }
   return take_over(settings.ports[payload[0]], payload);
@@ -67,10 +67,10 @@ bool apply_msg(Settings& settings, Payload payload, const Capabilities& /*capabi
 
 bool apply_rate(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 6) return false;
-  constexpr uint32_t fastest_ms = 100, most_cycles = 127, last_time_system = 4;
+  constexpr uint32_t FASTEST_MS = 100, MOST_CYCLES = 127, LAST_TIME_SYSTEM = 4;
   const uint32_t cycles = number_at(payload, 2, 2);
-  if (number_at(payload, 0, 2) < fastest_ms || cycles == 0 || cycles > most_cycles) return false;
-  return number_at(payload, 4, 2) <= last_time_system && take_over(settings.rate, payload);
+  if (number_at(payload, 0, 2) < FASTEST_MS || cycles == 0 || cycles > MOST_CYCLES) return false;
+  return number_at(payload, 4, 2) <= LAST_TIME_SYSTEM && take_over(settings.rate, payload);
 }
 
 /// Takes continuous and power save mode.
@@ -82,9 +82,9 @@ bool apply_rxm(Settings& settings, Payload payload, const Capabilities& /*capabi
 /// The pins change only if their highest bit is set.
 bool apply_ant(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 4) return false;
-  constexpr size_t flags_size = 2;
+  constexpr size_t FLAGS_SIZE = 2;
   const bool reconfigure = (payload[3] & 0x80U) != 0;
-  return take_over(settings.antenna, reconfigure ? payload : payload.first(flags_size));
+  return take_over(settings.antenna, reconfigure ? payload : payload.first(FLAGS_SIZE));
 }
 
 /// Also takes the two shorter forms of older receivers. Refuses versions other than 4.0 and 4.10, because the
@@ -99,7 +99,7 @@ struct Nav5Field {
   unsigned mask_bit;
   size_t offset, size;
 };
-constexpr std::array<Nav5Field, 13> nav5_fields{{{0, 2, 1},   // dynamic model
+constexpr std::array<Nav5Field, 13> NAV5_FIELDS{{{0, 2, 1},   // dynamic model
                                                  {1, 12, 1},  // least elevation
                                                  {2, 3, 9},   // mode and altitude of the fix
                                                  {3, 13, 1},  // dead reckoning
@@ -115,11 +115,11 @@ constexpr std::array<Nav5Field, 13> nav5_fields{{{0, 2, 1},   // dynamic model
 
 bool apply_nav5(Settings& settings, Payload payload, const Capabilities& /*capabilities*/) {
   if (payload.size() != 36) return false;
-  constexpr uint8_t last_model = 10, last_mode = 3;
+  constexpr uint8_t LAST_MODEL = 10, LAST_MODE = 3;
   const uint32_t mask = number_at(payload, 0, 2);
-  if ((mask & 1U) != 0 && (payload[2] > last_model || payload[2] == 1)) return false;
-  if ((mask & 4U) != 0 && (payload[3] == 0 || payload[3] > last_mode)) return false;
-  for (const Nav5Field& field : nav5_fields)
+  if ((mask & 1U) != 0 && (payload[2] > LAST_MODEL || payload[2] == 1)) return false;
+  if ((mask & 4U) != 0 && (payload[3] == 0 || payload[3] > LAST_MODE)) return false;
+  for (const Nav5Field& field : NAV5_FIELDS)
     if ((mask >> field.mask_bit & 1U) != 0)
       std::copy_n(payload.begin() + static_cast<std::ptrdiff_t>(field.offset), field.size,
                   settings.nav5.begin() + static_cast<std::ptrdiff_t>(field.offset));
@@ -130,16 +130,16 @@ bool apply_nav5(Settings& settings, Payload payload, const Capabilities& /*capab
 /// once. The augmentation systems need GPS.
 bool is_possible(const Settings& settings, const Capabilities& capabilities) {
   const unsigned systems = monitor_map(settings.constellations());
-  constexpr unsigned gps = 1, glonass = 2, beidou = 4, galileo = 8;
+  constexpr unsigned GPS = 1, GLONASS = 2, BEIDOU = 4, GALILEO = 8;
   if (systems == 0 || (systems & ~static_cast<unsigned>(capabilities.supported_systems)) != 0) return false;
   if (std::popcount(systems) > capabilities.simultaneous) return false;
-  const bool both_bands = (systems & glonass) != 0 && (systems & beidou) != 0;
-  if (both_bands && (systems & (gps | galileo)) != 0) return false;
+  const bool both_bands = (systems & GLONASS) != 0 && (systems & BEIDOU) != 0;
+  if (both_bands && (systems & (GPS | GALILEO)) != 0) return false;
   unsigned reserved = 0;
   for (size_t at = 4; at + 8 <= settings.gnss.size(); at += 8) {
     const uint8_t id = settings.gnss[at];
     if ((settings.gnss[at + 4] & 1U) == 0) continue;
-    if ((id == 1 || id == 4 || id == 5) && (systems & gps) == 0) return false;
+    if ((id == 1 || id == 4 || id == 5) && (systems & GPS) == 0) return false;
     if (settings.gnss[at + 1] > settings.gnss[at + 2]) return false;
     reserved += settings.gnss[at + 1];
   }
@@ -148,17 +148,17 @@ bool is_possible(const Settings& settings, const Capabilities& capabilities) {
 
 /// Blocks of the message replace those of the same systems. Other systems stay as they are.
 bool apply_gnss(Settings& settings, Payload payload, const Capabilities& capabilities) {
-  constexpr size_t header = 4, block = 8;
-  if (payload.size() < header || payload[0] != 0 || payload.size() != header + block * payload[3])
+  constexpr size_t HEADER = 4, BLOCK = 8;
+  if (payload.size() < HEADER || payload[0] != 0 || payload.size() != HEADER + BLOCK * payload[3])
     return false;
   Settings changed = settings;
   auto& gnss = changed.gnss;
   gnss[2] = std::min(payload[2], gnss[1]);
-  for (size_t from = header; from < payload.size(); from += block) {
-    size_t to = header;
-    while (to < gnss.size() && gnss[to] != payload[from]) to += block;
+  for (size_t from = HEADER; from < payload.size(); from += BLOCK) {
+    size_t to = HEADER;
+    while (to < gnss.size() && gnss[to] != payload[from]) to += BLOCK;
     if (to == gnss.size()) return false;
-    std::copy_n(payload.begin() + static_cast<std::ptrdiff_t>(from), block,
+    std::copy_n(payload.begin() + static_cast<std::ptrdiff_t>(from), BLOCK,
                 gnss.begin() + static_cast<std::ptrdiff_t>(to));
   }
   if (!is_possible(changed, capabilities)) return false;
@@ -166,20 +166,20 @@ bool apply_gnss(Settings& settings, Payload payload, const Capabilities& capabil
   return true;
 }
 
-constexpr std::array<ConfigMessage, 8> config_messages{
-    {{ubx::cfg_prt, answer_prt, apply_prt},
-     {ubx::cfg_msg, answer_msg, apply_msg},
-     {ubx::cfg_rate, answer<&Settings::rate>, apply_rate},
-     {ubx::cfg_rxm, answer<&Settings::rxm>, apply_rxm},
-     {ubx::cfg_ant, answer<&Settings::antenna>, apply_ant},
-     {ubx::cfg_nmea, answer<&Settings::nmea>, apply_nmea},
-     {ubx::cfg_nav5, answer<&Settings::nav5>, apply_nav5},
-     {ubx::cfg_gnss, answer<&Settings::gnss>, apply_gnss}}};
+constexpr std::array<ConfigMessage, 8> CONFIG_MESSAGES{
+    {{ubx::CFG_PRT, answer_prt, apply_prt},
+     {ubx::CFG_MSG, answer_msg, apply_msg},
+     {ubx::CFG_RATE, answer<&Settings::rate>, apply_rate},
+     {ubx::CFG_RXM, answer<&Settings::rxm>, apply_rxm},
+     {ubx::CFG_ANT, answer<&Settings::antenna>, apply_ant},
+     {ubx::CFG_NMEA, answer<&Settings::nmea>, apply_nmea},
+     {ubx::CFG_NAV5, answer<&Settings::nav5>, apply_nav5},
+     {ubx::CFG_GNSS, answer<&Settings::gnss>, apply_gnss}}};
 
 }  // namespace
 
 const ConfigMessage* find_config_message(UbxId id) {
-  for (const ConfigMessage& message : config_messages)
+  for (const ConfigMessage& message : CONFIG_MESSAGES)
     if (message.id == id) return &message;
   return nullptr;
 }

@@ -14,7 +14,7 @@ struct Command {
   std::string_view text;
   void (*carry_out)(Receiver& receiver, int64_t now_us);
 };
-constexpr std::array<Command, 7> commands{
+constexpr std::array<Command, 7> COMMANDS{
     {{"power-cycle", [](Receiver& r, int64_t now_us) { r.power_cycle(now_us); }},
      {"reset", [](Receiver& r, int64_t now_us) { r.hardware_reset(now_us); }},
      {"antenna ok", [](Receiver& r, int64_t) { r.set_antenna(AntennaState::ok); }},
@@ -34,14 +34,14 @@ std::string printable(std::string_view text) {
 std::optional<std::string> carry_out(std::string_view line, Receiver& receiver, int64_t now_us) {
   if (line.ends_with('\r')) line.remove_suffix(1);
   if (line.empty()) return std::nullopt;
-  for (const Command& command : commands) {
+  for (const Command& command : COMMANDS) {
     if (command.text != line) continue;
     receiver.advance_to(now_us);
     command.carry_out(receiver, now_us);
     return std::nullopt;
   }
   std::string known;
-  for (const Command& command : commands) known += (known.empty() ? "" : ", ") + std::string(command.text);
+  for (const Command& command : COMMANDS) known += (known.empty() ? "" : ", ") + std::string(command.text);
   return "unknown command \"" + printable(line) + "\"; there are " + known;
 }
 
@@ -51,7 +51,7 @@ Console::Console() {
 }
 
 std::vector<std::string> Console::read_lines() {
-  constexpr size_t longest = 80;
+  constexpr size_t LONGEST = 80;
   std::array<char, 1024> block;
   const ssize_t count = read(m_fd, block.data(), block.size());
   if (count < 0 && errno == EINTR) return {};
@@ -62,7 +62,7 @@ std::vector<std::string> Console::read_lines() {
     if (c == '\n') {
       lines.push_back(std::move(m_rest));
       m_rest.clear();
-    } else if (m_rest.size() < longest) {
+    } else if (m_rest.size() < LONGEST) {
       m_rest += c;
     }
   }

@@ -52,7 +52,7 @@ Fix DriveSource::truth_at(int64_t utc_us) const {
   fix.valid = !m_options.no_fix;
   if (!fix.valid) return fix;
   const RouteState state =
-      m_options.route.at(static_cast<double>(utc_us - m_options.utc_start_us) / second_us);
+      m_options.route.at(static_cast<double>(utc_us - m_options.utc_start_us) / SECOND_US);
   fix.latitude_deg = state.position.latitude_deg;
   fix.longitude_deg = state.position.longitude_deg;
   fix.altitude_m = state.position.altitude_m;

@@ -84,7 +84,7 @@ struct FaultRow {
   bool repeated;   // may be given more than once
   void (*parse)(std::string_view value, FaultOptions& options);
 };
-constexpr FaultRow fault_rows[] = {
+constexpr FaultRow FAULT_ROWS[] = {
     {"drop", '=', false, parse_share<&FaultOptions::drop>},
     {"corrupt", '=', false, parse_share<&FaultOptions::corrupt>},
     {"split", '=', false, parse_share<&FaultOptions::split>},
@@ -102,10 +102,10 @@ constexpr FaultRow fault_rows[] = {
 };
 
 const FaultRow& row_of(std::string_view name) {
-  for (const FaultRow& row : fault_rows)
+  for (const FaultRow& row : FAULT_ROWS)
     if (row.name == name) return row;
   std::string known;
-  for (const FaultRow& row : fault_rows) known.append(known.empty() ? "" : ", ").append(row.name);
+  for (const FaultRow& row : FAULT_ROWS) known.append(known.empty() ? "" : ", ").append(row.name);
   throw std::invalid_argument("unknown fault \"" + std::string(name) + "\"; there are " + known);
 }
 
@@ -159,14 +159,14 @@ Faults::Verdict Faults::apply(std::string& sentence) {
 
 bool Faults::silent_at(int64_t since_power_on_us) const {
   if (m_options.silence_s <= 0) return false;
-  const auto every_us = static_cast<int64_t>(m_options.silence_every_s * second_us);
-  const auto silence_us = static_cast<int64_t>(m_options.silence_s * second_us);
+  const auto every_us = static_cast<int64_t>(m_options.silence_every_s * SECOND_US);
+  const auto silence_us = static_cast<int64_t>(m_options.silence_s * SECOND_US);
   return since_power_on_us % every_us >= every_us - silence_us;
 }
 
 std::optional<UbxFrame> Faults::garbage() {
   // Half of the frames have the id of a message that the host waits for.
-  constexpr std::array<UbxId, 10> plausible{{{0x01, 0x21},
+  constexpr std::array<UbxId, 10> PLAUSIBLE{{{0x01, 0x21},
                                              {0x05, 0x00},
                                              {0x05, 0x01},
                                              {0x06, 0x00},
@@ -178,7 +178,7 @@ std::optional<UbxFrame> Faults::garbage() {
                                              {0x0A, 0x28}}};
   if (!m_ubx_random.hit(m_options.garbage_ubx)) return std::nullopt;
   UbxFrame frame;
-  frame.id = m_ubx_random.hit(0.5) ? plausible.at(m_ubx_random.below(plausible.size()))
+  frame.id = m_ubx_random.hit(0.5) ? PLAUSIBLE.at(m_ubx_random.below(PLAUSIBLE.size()))
                                    : UbxId{static_cast<uint8_t>(m_ubx_random.below(256)),
                                            static_cast<uint8_t>(m_ubx_random.below(256))};
   frame.payload.resize(m_ubx_random.below(m_ubx_random.hit(0.05) ? 1000 : 80));

@@ -6,7 +6,7 @@ namespace ecu::koru::sim {
 
 void HostLine::write(std::span<const uint8_t> bytes, int64_t now_ns, unsigned baud) {
   if (baud == 0) return;
-  for (const uint8_t byte : bytes.first(std::min(bytes.size(), capacity - m_bytes.size())))
+  for (const uint8_t byte : bytes.first(std::min(bytes.size(), CAPACITY - m_bytes.size())))
     m_bytes.push_back({m_bytes.empty() ? now_ns : std::max(now_ns, m_bytes.back().end_ns()), baud, byte});
 }
 

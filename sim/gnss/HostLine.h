@@ -15,7 +15,7 @@ namespace ecu::koru::sim {
 class HostLine {
  public:
   /// The most bytes that wait. Bytes that the host writes beyond that are lost.
-  static constexpr size_t capacity = 65536;
+  static constexpr size_t CAPACITY = 65536;
 
   /// Puts bytes on the line after those already there. `baud` is the host's speed; at 0 the bytes are lost.
   void write(std::span<const uint8_t> bytes, int64_t now_ns, unsigned baud);

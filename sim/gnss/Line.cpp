@@ -4,10 +4,10 @@
 
 namespace ecu::koru::sim {
 
-constexpr size_t port_keeps = 65536;  // bytes that the host has not read yet
+constexpr size_t PORT_KEEPS = 65536;  // bytes that the host has not read yet
 
 int64_t Line::duration_ns(size_t bytes) const {
-  if (m_baud == at_once) return 0;
+  if (m_baud == AT_ONCE) return 0;
   return static_cast<int64_t>(bytes) * 10 * 1'000'000'000 / static_cast<int64_t>(m_baud);
 }
 
@@ -46,7 +46,7 @@ int64_t Line::run_end_ns() const {
 
 void Line::arrive(int64_t start_ns, uint8_t byte) {
   ++m_bytes_sent;
-  if (!m_open || m_host_baud == 0 || available() >= port_keeps) {
+  if (!m_open || m_host_baud == 0 || available() >= PORT_KEEPS) {
     ++m_bytes_lost;
   } else if (m_mistuned) {
     m_mistuned->byte(start_ns, byte, m_arrived);
@@ -95,7 +95,7 @@ size_t Line::read(std::span<uint8_t> out) {
   const size_t count = std::min(out.size(), available());
   if (count > 0) std::memcpy(out.data(), m_arrived.data() + m_read, count);
   m_read += count;
-  if (m_read == m_arrived.size() || m_read >= port_keeps) {
+  if (m_read == m_arrived.size() || m_read >= PORT_KEEPS) {
     m_arrived.erase(0, m_read);
     m_read = 0;
   }

@@ -14,10 +14,10 @@
 namespace ecu::koru::sim {
 
 /// The speeds that a receiver can have.
-inline constexpr std::array<unsigned, 8> receiver_bauds{4800,  9600,   19200,  38400,
+inline constexpr std::array<unsigned, 8> RECEIVER_BAUDS{4800,  9600,   19200,  38400,
                                                         57600, 115200, 230400, 460800};
 [[nodiscard]] constexpr bool is_receiver_baud(unsigned baud) {
-  return std::find(receiver_bauds.begin(), receiver_bauds.end(), baud) != receiver_bauds.end();
+  return std::find(RECEIVER_BAUDS.begin(), RECEIVER_BAUDS.end(), baud) != RECEIVER_BAUDS.end();
 }
 
 /// The serial line from the receiver to the host, and the host's port. A byte takes 10 bits at the line's
@@ -26,7 +26,7 @@ class Line {
  public:
   /// A speed at which bytes take no time. It stands for SPI: the receiver keeps the bytes until the
   /// host fetches them.
-  static constexpr unsigned at_once = 0xFFFFFFFF;
+  static constexpr unsigned AT_ONCE = 0xFFFFFFFF;
 
   explicit Line(unsigned baud) : m_baud(baud), m_host_baud(baud) {}
 

@@ -24,11 +24,11 @@ class MistunedUart {
   void sample(bool high, std::string& out);
   [[nodiscard]] int64_t sample_ns() const;
 
-  static constexpr int waiting = -1;
+  static constexpr int WAITING = -1;
   unsigned m_line_baud, m_uart_baud;
   int64_t m_time_ns = INT64_MIN;  // the line is known until here
   int64_t m_start_ns = 0;         // of the frame being received
-  int m_bit = waiting;            // the next to sample: 0 start, 1 to 8 data, 9 stop
+  int m_bit = WAITING;            // the next to sample: 0 start, 1 to 8 data, 9 stop
   bool m_was_high = true;
   uint8_t m_value = 0;
 };

@@ -17,9 +17,9 @@
 namespace ecu::koru::sim {
 namespace {
 
-constexpr int wrong_options = 2;
+constexpr int WRONG_OPTIONS = 2;
 
-constexpr const char* faults_help =
+constexpr const char* FAULTS_HELP =
     "FAULT[,...]. Of sentences: drop=P, corrupt=P (one byte becomes another), split=P (a pause of 20 to 150 "
     "ms in the middle) with P the share of the sentences, 0 to 1; silence=SECONDS@EVERY (of every EVERY "
     "seconds the last SECONDS nothing is sent). Of commands: mute (none is heard), nak=CLASSID (hexadecimal, "
@@ -28,7 +28,7 @@ constexpr const char* faults_help =
     "with a right checksum behind a sentence or instead of an answer). At a time: power-cycle@SECONDS, "
     "antenna=ok|open|short[@SECONDS]. reset-to=BAUD (after a power cycle the receiver is as new and has this "
     "speed, but for what was saved in its flash). seed=N (default 1)";
-constexpr const char* footer =
+constexpr const char* FOOTER =
     "Commands on standard input, one a line: power-cycle, reset, antenna ok|open|short, mute on|off.";
 
 struct Texts {
@@ -83,7 +83,7 @@ void add_options(CLI::App& app, Texts& texts, ProgramOptions& options) {
       "");
   ReceiverOptions& receiver = options.receiver;
   app.add_option("--baud", receiver.baud, "the receiver's speed; at another one the host reads garbage")
-      ->check(CLI::IsMember(std::set<unsigned>(receiver_bauds.begin(), receiver_bauds.end())))
+      ->check(CLI::IsMember(std::set<unsigned>(RECEIVER_BAUDS.begin(), RECEIVER_BAUDS.end())))
       ->capture_default_str();
   CLI::Option* replay =
       app.add_option("--replay", texts.replay, "plays a recorded byte log from when the host opens the port");
@@ -93,14 +93,14 @@ void add_options(CLI::App& app, Texts& texts, ProgramOptions& options) {
       ->capture_default_str();
   app.add_flag("--loop", receiver.replay_loop, "plays the recording again and again")->needs(replay);
   add_drive_options(app, texts, receiver, replay);
-  app.add_option("--fault", texts.faults, faults_help);
+  app.add_option("--fault", texts.faults, FAULTS_HELP);
   app.add_option("--link", options.link, "makes this symbolic link to the device, removed at the end");
   app.add_option("--sentence-trace", options.trace,
                  "writes a line for each sentence: monotonic time in ns, sentence");
   app.add_option("--trace", options.report.ubx_trace,
                  "writes every UBX frame of both directions, readable, to this file (-: standard output)");
   app.add_flag("--show", options.report.show, "writes the truth of every epoch to standard output");
-  app.footer(footer);
+  app.footer(FOOTER);
   app.add_option("--seconds", options.seconds, "ends by itself after that time")
       ->check(CLI::Range(0.0, 1e9) & not_nan);
 }
@@ -116,7 +116,7 @@ int64_t utc_of(const std::string& text) {
 std::vector<Constellation> constellations_of(const std::vector<std::string>& names,
                                              const std::string& option) {
   std::vector<Constellation> result;
-  for (const Constellation candidate : all_constellations)
+  for (const Constellation candidate : ALL_CONSTELLATIONS)
     if (std::find(names.begin(), names.end(), names_of(candidate).option) != names.end())
       result.push_back(candidate);
   if (result.size() != names.size()) throw std::invalid_argument(option + ": one is given twice");
@@ -157,7 +157,7 @@ ParsedOptions parse_options(int argc, const char* const* argv) {
     return {std::nullopt, app.exit(e)};
   } catch (const std::exception& e) {
     std::cerr << "gnss-sim: " << e.what() << '\n';
-    return {std::nullopt, wrong_options};
+    return {std::nullopt, WRONG_OPTIONS};
   }
 }
 

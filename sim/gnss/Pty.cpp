@@ -20,7 +20,7 @@ struct Speed {
   speed_t code;
   unsigned baud;
 };
-constexpr std::array<Speed, 11> speeds{{{B1200, 1200},
+constexpr std::array<Speed, 11> SPEEDS{{{B1200, 1200},
                                         {B2400, 2400},
                                         {B4800, 4800},
                                         {B9600, 9600},
@@ -50,7 +50,7 @@ void make_raw(int slave, unsigned baud) {
   termios attributes{};
   if (tcgetattr(slave, &attributes) != 0) fail("attributes of the pseudo-terminal");
   cfmakeraw(&attributes);
-  for (const Speed& speed : speeds)
+  for (const Speed& speed : SPEEDS)
     if (speed.baud == baud) cfsetspeed(&attributes, speed.code);
   if (tcsetattr(slave, TCSANOW, &attributes) != 0) fail("attributes of the pseudo-terminal");
 }
@@ -75,7 +75,7 @@ unsigned Pty::host_baud() const {
   termios attributes{};
   if (tcgetattr(descriptor(), &attributes) != 0) return 0;
   const speed_t code = cfgetispeed(&attributes);
-  for (const Speed& speed : speeds)
+  for (const Speed& speed : SPEEDS)
     if (speed.code == code) return speed.baud;
   return 0;
 }

@@ -11,21 +11,21 @@
 namespace ecu::koru::sim {
 namespace {
 
-constexpr int64_t ns_per_us = 1000;
-constexpr int64_t start_time_us = 300'000;       // from power-on until it runs
-constexpr int64_t answer_time_us = 4'000;        // from a command's last byte to the answer
-constexpr uint8_t nothing_to_say = 0xFF;         // filler byte on SPI
-constexpr int64_t longest_pause_us = 1'000'000;  // then an incomplete command is dropped
-constexpr size_t receiver_keeps = 256;           // commands; more are dropped
-constexpr size_t transmitter_keeps = 4096;  // bytes; answers beyond that are dropped, on SPI all messages
+constexpr int64_t NS_PER_US = 1000;
+constexpr int64_t START_TIME_US = 300'000;       // from power-on until it runs
+constexpr int64_t ANSWER_TIME_US = 4'000;        // from a command's last byte to the answer
+constexpr uint8_t NOTHING_TO_SAY = 0xFF;         // filler byte on SPI
+constexpr int64_t LONGEST_PAUSE_US = 1'000'000;  // then an incomplete command is dropped
+constexpr size_t RECEIVER_KEEPS = 256;           // commands; more are dropped
+constexpr size_t TRANSMITTER_KEEPS = 4096;  // bytes; answers beyond that are dropped, on SPI all messages
 
 /// Converts to ns. INT64_MAX stays INT64_MAX, which means never.
 int64_t to_ns(int64_t us) {
-  return us == INT64_MAX ? INT64_MAX : us * ns_per_us;
+  return us == INT64_MAX ? INT64_MAX : us * NS_PER_US;
 }
 /// Converts to us, rounded up. INT64_MAX stays INT64_MAX.
 int64_t to_us(int64_t ns) {
-  return ns == INT64_MAX ? INT64_MAX : (ns + ns_per_us - 1) / ns_per_us;
+  return ns == INT64_MAX ? INT64_MAX : (ns + NS_PER_US - 1) / NS_PER_US;
 }
 
 void require(bool holds, const char* text) {
@@ -56,7 +56,7 @@ const ReceiverOptions& checked(const ReceiverOptions& options) {
 }
 
 int64_t seconds_to_us(double seconds) {
-  return static_cast<int64_t>(seconds * second_us);
+  return static_cast<int64_t>(seconds * SECOND_US);
 }
 
 }  // namespace
@@ -142,26 +142,26 @@ void Receiver::write(std::span<const uint8_t> bytes) {
 void Receiver::transfer(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) {
   update_tx_ready();
   const size_t count = m_line.read(to_host);
-  std::fill(to_host.begin() + static_cast<std::ptrdiff_t>(count), to_host.end(), nothing_to_say);
+  std::fill(to_host.begin() + static_cast<std::ptrdiff_t>(count), to_host.end(), NOTHING_TO_SAY);
   m_statistics.bytes_from_host += from_host.size();
   hear(std::string_view(reinterpret_cast<const char*>(from_host.data()), from_host.size()));
 }
 
 void Receiver::update_tx_ready() {
-  constexpr unsigned threshold_bit = 7;
-  constexpr size_t threshold_unit = 8;
-  const size_t threshold = (m_control.settings().tx_ready() >> threshold_bit) * threshold_unit;
+  constexpr unsigned THRESHOLD_BIT = 7;
+  constexpr size_t THRESHOLD_UNIT = 8;
+  const size_t threshold = (m_control.settings().tx_ready() >> THRESHOLD_BIT) * THRESHOLD_UNIT;
   const size_t pending = m_line.available();
   if (pending == 0) m_tx_ready = false;
   if (pending > 0 && pending >= threshold) m_tx_ready = true;
 }
 
 bool Receiver::tx_ready_level() {
-  constexpr unsigned on = 1, active_low = 2;
+  constexpr unsigned ON = 1, ACTIVE_LOW = 2;
   const uint32_t mode = m_control.settings().tx_ready();
-  if (!m_running || (mode & on) == 0) return true;  // not driven but pulled up
+  if (!m_running || (mode & ON) == 0) return true;  // not driven but pulled up
   update_tx_ready();
-  return m_tx_ready != ((mode & active_low) != 0);
+  return m_tx_ready != ((mode & ACTIVE_LOW) != 0);
 }
 
 int64_t Receiver::next_command_byte_us() const {
@@ -182,11 +182,11 @@ void Receiver::hear() {
 
 void Receiver::hear(std::string_view bytes) {
   if (!m_running) {
-    if (m_woken_by_host) m_start_us = m_now_us + start_time_us;
+    if (m_woken_by_host) m_start_us = m_now_us + START_TIME_US;
     m_woken_by_host = false;
     return;
   }
-  if (m_now_us - m_framer_us > longest_pause_us) m_framer.clear();
+  if (m_now_us - m_framer_us > LONGEST_PAUSE_US) m_framer.clear();
   m_framer_us = m_now_us;
   for (const char byte : bytes) {
     m_framer.add(static_cast<uint8_t>(byte));
@@ -198,14 +198,14 @@ void Receiver::obey(const UbxFramer::Found& command) {
   ++(command.intact ? m_statistics.frames_received : m_statistics.frames_corrupted);
   if (m_observer != nullptr) m_observer->on_command(m_now_us, command.frame, command.intact);
   if (!command.intact || m_mute || !m_control.settings().ubx_in()) return;
-  if (m_answers.size() >= receiver_keeps) {
+  if (m_answers.size() >= RECEIVER_KEEPS) {
     ++m_statistics.frames_lost;
     return;
   }
   const bool answers = m_control.settings().ubx_out();
   Reply reply = m_control.obey(command.frame);
   if (!answers) reply.frames.clear();
-  m_answers.push_back({m_now_us + answer_time_us + m_options.faults.late_us, std::move(reply)});
+  m_answers.push_back({m_now_us + ANSWER_TIME_US + m_options.faults.late_us, std::move(reply)});
 }
 
 void Receiver::send_answer() {
@@ -218,7 +218,7 @@ void Receiver::send_answer() {
 
 void Receiver::send_answer_frame(const UbxFrame& frame) {
   const int64_t now_ns = to_ns(m_now_us);
-  const bool full = m_line.free_ns() > now_ns + m_line.duration_ns(transmitter_keeps);
+  const bool full = m_line.free_ns() > now_ns + m_line.duration_ns(TRANSMITTER_KEEPS);
   if (m_faults.loses_answer() || full || !is_room_for(encode(frame).size())) {
     ++m_statistics.frames_lost;
     return;
@@ -240,7 +240,7 @@ void Receiver::take_effect(const Reply& reply) {
     case Effect::none:
       break;
     case Effect::restart:
-      stop(m_now_us + start_time_us);
+      stop(m_now_us + START_TIME_US);
       break;
     case Effect::stop_navigation:
       m_navigating = false;
@@ -276,19 +276,19 @@ void Receiver::hardware_reset(int64_t now_us) {
   advance_to(now_us);
   if (m_drive == nullptr) return;
   tell("reset by its line");
-  stop(m_now_us + start_time_us);
+  stop(m_now_us + START_TIME_US);
 }
 
 void Receiver::set_antenna(AntennaState state) {
-  constexpr std::array<const char*, 3> names{"antenna ok", "antenna open", "antenna short-circuited"};
-  tell(names.at(static_cast<size_t>(state)));
+  constexpr std::array<const char*, 3> NAMES{"antenna ok", "antenna open", "antenna short-circuited"};
+  tell(NAMES.at(static_cast<size_t>(state)));
   m_control.set_antenna(state);
 }
 
 void Receiver::fail_power() {
   tell("power fails");
   m_control.lose_power();
-  stop(m_now_us + start_time_us);
+  stop(m_now_us + START_TIME_US);
 }
 
 void Receiver::stop(int64_t start_again_us) {
@@ -338,8 +338,8 @@ void Receiver::prepare_drive() {
   DriveSource::Output output;
   output.sentences = {settings.constellations(), settings.nmea_version(), false};
   output.receives = m_control.receives();
-  for (size_t i = 0; i < periodic_messages.size(); ++i)
-    if (const auto sentence = periodic_messages[i].sentence; sentence && settings.nmea_out() && due(i))
+  for (size_t i = 0; i < PERIODIC_MESSAGES.size(); ++i)
+    if (const auto sentence = PERIODIC_MESSAGES[i].sentence; sentence && settings.nmea_out() && due(i))
       output.kinds.set(static_cast<size_t>(*sentence));
   m_drive->set_output(output);
 }
@@ -357,15 +357,15 @@ void Receiver::begin_burst() {
   if (m_faults.silent_at(burst.since_power_on_us)) {
     ++m_statistics.silent_epochs;
   } else {
-    send_periodic(ubx::nav_timeutc, start_ns, deadline_ns);
+    send_periodic(ubx::NAV_TIMEUTC, start_ns, deadline_ns);
     for (std::string& sentence : burst.sentences) send_sentence(sentence, start_ns, deadline_ns);
-    send_periodic(ubx::mon_hw, start_ns, deadline_ns);
+    send_periodic(ubx::MON_HW, start_ns, deadline_ns);
   }
   ++m_solutions;
 }
 
 bool Receiver::is_room_for(size_t bytes) const {
-  return !m_options.spi || m_line.available() + bytes <= transmitter_keeps;
+  return !m_options.spi || m_line.available() + bytes <= TRANSMITTER_KEEPS;
 }
 
 bool Receiver::fits(size_t bytes, int64_t start_ns, int64_t deadline_ns) const {

@@ -42,7 +42,7 @@ struct ReceiverOptions {
   /// detection are on, a good antenna is reported as 4 (open) and an open one as 2 (OK).
   bool antenna_inverted = true;
   /// The systems that the receiver supports. It uses sentences.constellations until CFG-GNSS changes that.
-  std::vector<Constellation> supported{all_constellations.begin(), all_constellations.end()};
+  std::vector<Constellation> supported{ALL_CONSTELLATIONS.begin(), ALL_CONSTELLATIONS.end()};
   uint8_t simultaneous = 3;  ///< the most systems in use at once
 
   /// Plays this instead of driving, with the first epoch at power-on. Only baud, start_us, the replay options
@@ -52,7 +52,7 @@ struct ReceiverOptions {
   bool replay_loop = false;
 
   [[nodiscard]] unsigned power_up_baud() const {
-    if (spi) return Line::at_once;
+    if (spi) return Line::AT_ONCE;
     return power_up_defaults && !recording ? initial_baud : baud;
   }
 };

@@ -14,26 +14,26 @@ bool is_talker_letter(char c) {
 
 /// Returns where the next "$ttRMC," begins at or after `from`; npos if there is none.
 size_t find_rmc(std::string_view bytes, size_t from) {
-  constexpr size_t address = 3;  // '$' and the talker
+  constexpr size_t ADDRESS = 3;  // '$' and the talker
   for (size_t at = from; (at = bytes.find("RMC,", at)) != std::string_view::npos; ++at) {
-    if (at < from + address || bytes[at - 3] != '$') continue;
-    if (is_talker_letter(bytes[at - 2]) && is_talker_letter(bytes[at - 1])) return at - address;
+    if (at < from + ADDRESS || bytes[at - 3] != '$') continue;
+    if (is_talker_letter(bytes[at - 2]) && is_talker_letter(bytes[at - 1])) return at - ADDRESS;
   }
   return std::string_view::npos;
 }
 
 /// Returns the time of day in the RMC sentence that begins at `at`, us; empty if it has none.
 std::optional<int64_t> rmc_time_us(std::string_view bytes, size_t at) {
-  constexpr size_t to_time = 7;  // "$GNRMC,"
-  const std::string_view field = bytes.substr(at + to_time, 16);
+  constexpr size_t TO_TIME = 7;  // "$GNRMC,"
+  const std::string_view field = bytes.substr(at + TO_TIME, 16);
   int64_t value = 0;  // hhmmss
   size_t i = 0;
   for (; i < field.size() && field[i] >= '0' && field[i] <= '9' && i < 6; ++i)
     value = value * 10 + (field[i] - '0');
   if (i != 6) return std::nullopt;
-  int64_t time_us = (value / 10'000 * 3600 + value / 100 % 100 * 60 + value % 100) * second_us;
+  int64_t time_us = (value / 10'000 * 3600 + value / 100 % 100 * 60 + value % 100) * SECOND_US;
   if (i < field.size() && field[i] == '.') {
-    int64_t unit = second_us / 10;
+    int64_t unit = SECOND_US / 10;
     for (++i; i < field.size() && field[i] >= '0' && field[i] <= '9'; ++i, unit /= 10)
       time_us += unit * (field[i] - '0');
   }
@@ -73,14 +73,14 @@ void Recording::cut() {
 }
 
 void Recording::place_in_time() {
-  constexpr int64_t day_us = 86'400 * second_us;
-  constexpr int64_t longest_gap_us = 60 * second_us;  // longer gaps are not plausible
-  int64_t interval_us = second_us;
+  constexpr int64_t DAY_US = 86'400 * SECOND_US;
+  constexpr int64_t LONGEST_GAP_US = 60 * SECOND_US;  // longer gaps are not plausible
+  int64_t interval_us = SECOND_US;
   auto before = rmc_time_us(m_bytes, m_epochs.front().begin);
   for (size_t i = 1; i < m_epochs.size(); ++i) {
     const auto time = rmc_time_us(m_bytes, m_epochs[i].begin);
-    const int64_t step_us = time && before ? (*time - *before + day_us) % day_us : 0;
-    if (step_us > 0 && step_us <= longest_gap_us) interval_us = step_us;
+    const int64_t step_us = time && before ? (*time - *before + DAY_US) % DAY_US : 0;
+    if (step_us > 0 && step_us <= LONGEST_GAP_US) interval_us = step_us;
     m_epochs[i].offset_us = m_epochs[i - 1].offset_us + interval_us;
     before = time;
   }

@@ -21,7 +21,7 @@ Report::Report(const Options& options) : m_show(options.show) {
 void Report::write(int64_t at_us, std::string_view text) {
   if (m_trace == nullptr) return;
   const int64_t since_us = at_us - m_start_us;
-  *m_trace << '+' << since_us / second_us << '.' << zero_padded(since_us % second_us, 6) << ' ' << text
+  *m_trace << '+' << since_us / SECOND_US << '.' << zero_padded(since_us % SECOND_US, 6) << ' ' << text
            << '\n'
            << std::flush;
 }

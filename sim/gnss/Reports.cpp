@@ -17,17 +17,17 @@ void put_text(std::vector<uint8_t>& payload, size_t offset, std::string_view tex
 }  // namespace
 
 UbxFrame version_report(bool newer) {
-  constexpr size_t software = 30, hardware = 10, extension = 30;
-  constexpr std::array<std::string_view, 4> of_this{"FWVER=SPG 3.01", "PROTVER=18.00", "GPS;GLO;GAL;BDS",
+  constexpr size_t SOFTWARE = 30, HARDWARE = 10, EXTENSION = 30;
+  constexpr std::array<std::string_view, 4> OF_THIS{"FWVER=SPG 3.01", "PROTVER=18.00", "GPS;GLO;GAL;BDS",
                                                     "SBAS;IMES;QZSS"};
-  constexpr std::array<std::string_view, 4> of_next{"FWVER=SPG 4.04", "PROTVER=32.01", "GPS;GLO;GAL;BDS",
+  constexpr std::array<std::string_view, 4> OF_NEXT{"FWVER=SPG 4.04", "PROTVER=32.01", "GPS;GLO;GAL;BDS",
                                                     "SBAS;QZSS"};
-  std::vector<uint8_t> payload(software + hardware + extension * of_this.size());
+  std::vector<uint8_t> payload(SOFTWARE + HARDWARE + EXTENSION * OF_THIS.size());
   put_text(payload, 0, newer ? "EXT CORE 4.04 (7f89f7)" : "ROM CORE 3.01 (107888)");
-  put_text(payload, software, newer ? "00190000" : "00080000");
-  for (size_t i = 0; i < of_this.size(); ++i)
-    put_text(payload, software + hardware + extension * i, newer ? of_next[i] : of_this[i]);
-  return {ubx::mon_ver, payload};
+  put_text(payload, SOFTWARE, newer ? "00190000" : "00080000");
+  for (size_t i = 0; i < OF_THIS.size(); ++i)
+    put_text(payload, SOFTWARE + HARDWARE + EXTENSION * i, newer ? OF_NEXT[i] : OF_THIS[i]);
+  return {ubx::MON_VER, payload};
 }
 
 UbxFrame hardware_report(const AntennaReport& antenna) {
@@ -44,31 +44,31 @@ UbxFrame hardware_report(const AntennaReport& antenna) {
   for (uint8_t i = 0; i < 17; ++i) payload[28U + i] = i;
   payload[45] = 7;  // jamming
   put_number(payload, 52, 4, 0x0000FC7F);
-  return {ubx::mon_hw, payload};
+  return {ubx::MON_HW, payload};
 }
 
 UbxFrame systems_report(const Capabilities& capabilities, uint8_t by_default, uint8_t enabled) {
-  constexpr uint8_t version = 1;
-  return {ubx::mon_gnss,
-          {version, capabilities.supported_systems, by_default, enabled, capabilities.simultaneous, 0, 0, 0}};
+  constexpr uint8_t VERSION = 1;
+  return {ubx::MON_GNSS,
+          {VERSION, capabilities.supported_systems, by_default, enabled, capabilities.simultaneous, 0, 0, 0}};
 }
 
 UbxFrame time_report(const Fix& fix) {
-  constexpr int64_t gps_epoch_us = 315'964'800 * second_us;
-  constexpr int64_t leap_us = 18 * second_us, week_us = 604'800 * second_us;
-  constexpr uint32_t unknown = 0xFFFFFFFF;
-  constexpr uint8_t all_valid = 0x37;  // time of week, week and UTC, the standard of the USNO
+  constexpr int64_t GPS_EPOCH_US = 315'964'800 * SECOND_US;
+  constexpr int64_t LEAP_US = 18 * SECOND_US, WEEK_US = 604'800 * SECOND_US;
+  constexpr uint32_t UNKNOWN = 0xFFFFFFFF;
+  constexpr uint8_t ALL_VALID = 0x37;  // time of week, week and UTC, the standard of the USNO
   const CivilTime t = civil_time(fix.utc_us);
   std::vector<uint8_t> payload(20);
-  const int64_t since_week_us = std::max<int64_t>(0, fix.utc_us - gps_epoch_us + leap_us) % week_us;
+  const int64_t since_week_us = std::max<int64_t>(0, fix.utc_us - GPS_EPOCH_US + LEAP_US) % WEEK_US;
   put_number(payload, 0, 4, static_cast<uint32_t>(since_week_us / 1000));
-  put_number(payload, 4, 4, fix.valid ? 25 : unknown);
+  put_number(payload, 4, 4, fix.valid ? 25 : UNKNOWN);
   put_number(payload, 8, 4, t.microsecond * 1000);
   put_number(payload, 12, 2, static_cast<uint32_t>(t.year));
   for (size_t i = 0; const unsigned value : {t.month, t.day, t.hour, t.minute, t.second})
     payload[14 + i++] = static_cast<uint8_t>(value);
-  payload[19] = fix.valid ? all_valid : 0;
-  return {ubx::nav_timeutc, payload};
+  payload[19] = fix.valid ? ALL_VALID : 0;
+  return {ubx::NAV_TIMEUTC, payload};
 }
 
 }  // namespace ecu::koru::sim

@@ -21,10 +21,10 @@ struct Sample {
 };
 
 std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n";
-  const size_t first = text.find_first_not_of(blanks);
+  constexpr std::string_view BLANKS = " \t\r\n";
+  const size_t first = text.find_first_not_of(BLANKS);
   if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+  return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
 }
 
 std::optional<double> to_number(std::string_view text) {
@@ -47,8 +47,8 @@ double number(std::string_view text, const std::string& what, const std::string&
 void add_leg(Route& route, const Sample& from, const Sample& to) {
   if (from.time_s && to.time_s) return route.drive_in(to.point, *to.time_s - *from.time_s);
   if (from.speed_ms && to.speed_ms) return route.drive(to.point, *from.speed_ms, *to.speed_ms);
-  constexpr double default_speed_ms = 50.0 / 3.6;  // if the file has neither times nor speeds
-  route.drive(to.point, default_speed_ms, default_speed_ms);
+  constexpr double DEFAULT_SPEED_MS = 50.0 / 3.6;  // if the file has neither times nor speeds
+  route.drive(to.point, DEFAULT_SPEED_MS, DEFAULT_SPEED_MS);
 }
 
 Route build(const std::vector<Sample>& samples, const std::string& file) {
@@ -227,14 +227,14 @@ class Columns {
   Columns(const std::vector<std::string_view>& fields, const std::string& file, size_t line) : m_file(file) {
     m_from_header = !to_number(fields.front());
     if (!m_from_header) {
-      m_index = {0, 1, 2, fields.size() > 3 ? 3 : none};
+      m_index = {0, 1, 2, fields.size() > 3 ? 3 : NONE};
       return;
     }
-    for (size_t what = 0; what < titles.size(); ++what) {
-      const auto found = std::find(fields.begin(), fields.end(), titles[what]);
-      m_index[what] = found == fields.end() ? none : static_cast<size_t>(found - fields.begin());
+    for (size_t what = 0; what < TITLES.size(); ++what) {
+      const auto found = std::find(fields.begin(), fields.end(), TITLES[what]);
+      m_index[what] = found == fields.end() ? NONE : static_cast<size_t>(found - fields.begin());
     }
-    if (m_index[lat] == none || m_index[lon] == none)
+    if (m_index[lat] == NONE || m_index[lon] == NONE)
       throw FileError(file, line,
                       "neither a point (lat,lon,alt[,speed]) nor a header with the columns lat and lon");
   }
@@ -244,19 +244,19 @@ class Columns {
     const auto field = [&](size_t what) {
       const std::string_view text =
           m_index[what] < fields.size() ? fields[m_index[what]] : std::string_view{};
-      return number(text, "column " + std::string(titles[what]), m_file, line);
+      return number(text, "column " + std::string(TITLES[what]), m_file, line);
     };
     Sample sample;
     sample.line = line;
-    sample.point = {field(lat), field(lon), m_index[alt] == none ? 0.0 : field(alt)};
-    if (m_index[speed] != none) sample.speed_ms = field(speed) / 3.6;
+    sample.point = {field(lat), field(lon), m_index[alt] == NONE ? 0.0 : field(alt)};
+    if (m_index[speed] != NONE) sample.speed_ms = field(speed) / 3.6;
     return sample;
   }
 
  private:
   enum : size_t { lat, lon, alt, speed };
-  static constexpr std::array<std::string_view, 4> titles{"lat", "lon", "alt", "speed"};
-  static constexpr size_t none = SIZE_MAX;
+  static constexpr std::array<std::string_view, 4> TITLES{"lat", "lon", "alt", "speed"};
+  static constexpr size_t NONE = SIZE_MAX;
   const std::string& m_file;
   std::array<size_t, 4> m_index{};
   bool m_from_header = false;

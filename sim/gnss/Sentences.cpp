@@ -9,10 +9,10 @@
 namespace ecu::koru::sim {
 namespace {
 
-constexpr double kmh_per_knot = 1.852;
-constexpr double geoid_separation_m = 47.6;
-constexpr double no_dop = 99.99;     // means "unknown"
-constexpr int satellite_slots = 12;  // in GSA and GRS; no more satellites of a system are ever in view
+constexpr double KMH_PER_KNOT = 1.852;
+constexpr double GEOID_SEPARATION_M = 47.6;
+constexpr double NO_DOP = 99.99;     // means "unknown"
+constexpr int SATELLITE_SLOTS = 12;  // in GSA and GRS; no more satellites of a system are ever in view
 
 class Builder {
  public:
@@ -43,10 +43,10 @@ class Builder {
   }
   /// Degrees and minutes, then the letter of the hemisphere.
   Builder& angle(double degrees, int degree_width, std::string_view positive, std::string_view negative) {
-    constexpr int64_t minute = 100'000;
-    const int64_t total = std::llround(std::abs(degrees) * 60.0 * minute);
-    field(zero_padded(total / (60 * minute), degree_width) + zero_padded(total / minute % 60, 2) + "." +
-          zero_padded(total % minute, 5));
+    constexpr int64_t MINUTE = 100'000;
+    const int64_t total = std::llround(std::abs(degrees) * 60.0 * MINUTE);
+    field(zero_padded(total / (60 * MINUTE), degree_width) + zero_padded(total / MINUTE % 60, 2) + "." +
+          zero_padded(total % MINUTE, 5));
     return field(degrees < 0 ? negative : positive);
   }
   Builder& position(const Fix& fix) {
@@ -72,7 +72,7 @@ std::string rmc(std::string_view talker, const Fix& fix, NmeaVersion version) {
   Builder out(talker, "RMC");
   out.time(fix.utc_us).field(fix.valid ? "A" : "V").position(fix);
   if (fix.valid) {
-    out.number(fix.speed_kmh / kmh_per_knot, 3).field(course(fix));
+    out.number(fix.speed_kmh / KMH_PER_KNOT, 3).field(course(fix));
   } else {
     out.empty(2);
   }
@@ -85,7 +85,7 @@ std::string vtg(std::string_view talker, const Fix& fix) {
   Builder out(talker, "VTG");
   if (!fix.valid) return out.empty(8).field("N").finish();
   out.field(course(fix)).field("T").empty(1).field("M");
-  out.number(fix.speed_kmh / kmh_per_knot, 3).field("N").number(fix.speed_kmh, 3).field("K");
+  out.number(fix.speed_kmh / KMH_PER_KNOT, 3).field("N").number(fix.speed_kmh, 3).field("K");
   return out.field("A").finish();
 }
 
@@ -105,9 +105,9 @@ std::string zda(std::string_view talker, const Fix& fix) {
 std::string gga(std::string_view talker, const Fix& fix) {
   Builder out(talker, "GGA");
   out.time(fix.utc_us).position(fix);
-  if (!fix.valid) return out.field("0").field("00").number(no_dop, 2).empty(6).finish();
+  if (!fix.valid) return out.field("0").field("00").number(NO_DOP, 2).empty(6).finish();
   out.field("1").number(fix.satellites, 2).number(fix.hdop, 2);
-  out.number(fix.altitude_m, 1).field("M").number(geoid_separation_m, 1).field("M");
+  out.number(fix.altitude_m, 1).field("M").number(GEOID_SEPARATION_M, 1).field("M");
   return out.empty(2).finish();
 }
 
@@ -129,8 +129,8 @@ std::string gsa(std::string_view talker, const Fix& fix, Constellation constella
   out.field("A").field(fix.valid ? "3" : "1");
   const auto used = used_satellites(fix, constellation);
   for (const Satellite& satellite : used) out.number(written_number(satellite, version), 2);
-  out.empty(satellite_slots - static_cast<int>(used.size()));
-  for (const double dop : {fix.pdop, fix.hdop, fix.vdop}) out.number(fix.valid ? dop : no_dop, 2);
+  out.empty(SATELLITE_SLOTS - static_cast<int>(used.size()));
+  for (const double dop : {fix.pdop, fix.hdop, fix.vdop}) out.number(fix.valid ? dop : NO_DOP, 2);
   if (version == NmeaVersion::v4_10) out.number(names_of(constellation).system_id, 1);
   return out.finish();
 }
@@ -140,21 +140,21 @@ std::string grs(std::string_view talker, const Fix& fix, Constellation constella
   out.time(fix.utc_us).field("1");
   const auto used = used_satellites(fix, constellation);
   for (const Satellite& satellite : used) out.number((satellite.azimuth_deg % 31 - 15) / 10.0, 1);
-  out.empty(satellite_slots - static_cast<int>(used.size()));
+  out.empty(SATELLITE_SLOTS - static_cast<int>(used.size()));
   if (version == NmeaVersion::v4_10) out.number(names_of(constellation).system_id, 1).field("0");
   return out.finish();
 }
 
 void add_gsv(std::vector<std::string>& out, const Fix& fix, Constellation constellation,
              NmeaVersion version) {
-  constexpr size_t per_sentence = 4;
+  constexpr size_t PER_SENTENCE = 4;
   const auto seen = fix.valid ? satellites_in_view(constellation, fix.utc_us) : std::vector<Satellite>{};
-  const size_t count = std::max<size_t>(1, (seen.size() + per_sentence - 1) / per_sentence);
+  const size_t count = std::max<size_t>(1, (seen.size() + PER_SENTENCE - 1) / PER_SENTENCE);
   for (size_t i = 0; i < count; ++i) {
     Builder sentence(names_of(constellation).talker, "GSV");
     sentence.number(static_cast<int>(count), 1).number(static_cast<int>(i + 1), 1);
     sentence.number(static_cast<int>(seen.size()), 2);
-    for (size_t k = i * per_sentence; k < std::min(seen.size(), (i + 1) * per_sentence); ++k) {
+    for (size_t k = i * PER_SENTENCE; k < std::min(seen.size(), (i + 1) * PER_SENTENCE); ++k) {
       sentence.number(written_number(seen[k], version), 2).number(seen[k].elevation_deg, 2);
       sentence.number(seen[k].azimuth_deg, 3).number(seen[k].cn0_dbhz, 2);
     }

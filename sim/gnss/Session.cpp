@@ -14,10 +14,10 @@
 namespace ecu::koru::sim {
 namespace {
 
-constexpr int64_t chunk_us = 5'000;        // hands over bytes in portions, as a port's driver does
-constexpr int64_t look_us = 10'000;        // how often to check if the terminal is open
-constexpr int64_t settle_us = 100'000;     // from the opening to the first epoch of a recording
-constexpr int64_t overslept_us = 200'000;  // after a longer delay the bytes are lost instead of late
+constexpr int64_t CHUNK_US = 5'000;        // hands over bytes in portions, as a port's driver does
+constexpr int64_t LOOK_US = 10'000;        // how often to check if the terminal is open
+constexpr int64_t SETTLE_US = 100'000;     // from the opening to the first epoch of a recording
+constexpr int64_t OVERSLEPT_US = 200'000;  // after a longer delay the bytes are lost instead of late
 
 int64_t clock_ns(clockid_t clock) {
   timespec now{};
@@ -47,7 +47,7 @@ Session::Session(const ProgramOptions& options)
       m_report(options.report) {
   if (!options.trace.empty()) m_trace.emplace(options.trace);
   if (!options.link.empty()) m_link.emplace(options.link, m_pty.path());
-  if (options.seconds) m_end_us = now_us() + static_cast<int64_t>(*options.seconds * second_us);
+  if (options.seconds) m_end_us = now_us() + static_cast<int64_t>(*options.seconds * SECOND_US);
 }
 
 void Session::run() {
@@ -64,7 +64,7 @@ void Session::run() {
 
 void Session::switch_on() {
   ReceiverOptions options = m_options.receiver;
-  options.start_us = now_us() + (options.recording ? settle_us : 0);
+  options.start_us = now_us() + (options.recording ? SETTLE_US : 0);
   options.utc_start_us = m_options.utc_us.value_or(clock_ns(CLOCK_REALTIME) / 1000);
   m_receiver.emplace(options);
   m_report.set_start(options.start_us);
@@ -77,7 +77,7 @@ bool Session::over() const {
 }
 
 void Session::wait_for_host() {
-  while (!over() && !m_pty.held()) sleep_until(now_us() + look_us);
+  while (!over() && !m_pty.held()) sleep_until(now_us() + LOOK_US);
 }
 
 void Session::look_at_host() {
@@ -95,7 +95,7 @@ void Session::look_at_host() {
 
 void Session::deliver() {
   const int64_t now = now_us();
-  if (m_held && m_wake_us != INT64_MAX && now > m_wake_us + overslept_us) {
+  if (m_held && m_wake_us != INT64_MAX && now > m_wake_us + OVERSLEPT_US) {
     m_receiver->set_open(false);
     m_receiver->advance_to(now);
     m_receiver->set_open(true);
@@ -116,17 +116,17 @@ void Session::hand_over(std::span<const uint8_t> bytes) {
 }
 
 int64_t Session::next_wake_us() const {
-  if (!m_held) return now_us() + look_us;
+  if (!m_held) return now_us() + LOOK_US;
   const int64_t run_end_us = m_receiver->run_end_us();
   const int64_t next_us = m_receiver->next_byte_us();
-  return run_end_us == INT64_MAX ? next_us : std::min(next_us + chunk_us, run_end_us);
+  return run_end_us == INT64_MAX ? next_us : std::min(next_us + CHUNK_US, run_end_us);
 }
 
 void Session::sleep_until(int64_t wake_us) {
   m_wake_us = std::min(wake_us, m_end_us);
   const int64_t rest_us = std::max<int64_t>(0, m_wake_us - now_us());
-  const timespec rest{static_cast<time_t>(rest_us / second_us),
-                      static_cast<long>(rest_us % second_us * 1000)};
+  const timespec rest{static_cast<time_t>(rest_us / SECOND_US),
+                      static_cast<long>(rest_us % SECOND_US * 1000)};
   // A closed terminal is always ready, so ppoll would not sleep.
   std::array<pollfd, 3> ready{{{m_signals.get(), POLLIN, 0},
                                {m_held ? m_pty.descriptor() : -1, POLLIN, 0},
@@ -155,9 +155,9 @@ void Session::hear_console() {
 
 void Session::let_host_finish() {
   // The terminal disappears when the program ends, with the bytes that the host has not read yet.
-  const int64_t patience_us = now_us() + second_us;
+  const int64_t patience_us = now_us() + SECOND_US;
   do {
-    sleep_until(now_us() + look_us);
+    sleep_until(now_us() + LOOK_US);
   } while (!over() && now_us() < patience_us && m_pty.held() && m_pty.unread() > 0);
 }
 

@@ -13,13 +13,13 @@ namespace ecu::koru::sim {
 
 /// Everything that commands can change, as the payload bytes of the messages that read and write it.
 struct Settings {
-  static constexpr size_t uart1 = 1, spi = 4;  ///< port numbers, and indices of `ports`
+  static constexpr size_t UART1 = 1, SPI = 4;  ///< port numbers, and indices of `ports`
   /// The host's port. It is wiring, not a setting.
-  size_t host_port = uart1;
+  size_t host_port = UART1;
   /// By port number: I2C, UART 1, UART 2 (which this receiver does not have), USB, SPI.
   std::array<std::array<uint8_t, 20>, 5> ports{};
   /// By message, then by port: n means sent at every n-th solution, 0 never.
-  std::array<std::array<uint8_t, 6>, periodic_messages.size()> message_rates{};
+  std::array<std::array<uint8_t, 6>, PERIODIC_MESSAGES.size()> message_rates{};
   std::array<uint8_t, 6> rate{};
   std::array<uint8_t, 36> nav5{};
   std::array<uint8_t, 20> nmea{};
@@ -34,7 +34,7 @@ struct Settings {
   [[nodiscard]] bool ubx_in() const { return (ports[host_port][12] & 1U) != 0; }
   [[nodiscard]] bool ubx_out() const { return (ports[host_port][14] & 1U) != 0; }
   [[nodiscard]] bool nmea_out() const { return (ports[host_port][14] & 2U) != 0; }
-  [[nodiscard]] uint32_t tx_ready() const { return number_at(ports[spi], 2, 2); }
+  [[nodiscard]] uint32_t tx_ready() const { return number_at(ports[SPI], 2, 2); }
   /// Returns the epochs. If the settings have the options' rate `rate_hz`, it is exact on average, even if it
   /// does not divide 1000 ms.
   [[nodiscard]] EpochGrid grid(int rate_hz) const;
@@ -46,12 +46,12 @@ struct Settings {
 
 /// The sections of CFG-CFG: bits of its masks.
 namespace section {
-inline constexpr uint32_t ports = 1U << 0U;
-inline constexpr uint32_t messages = 1U << 1U;
-inline constexpr uint32_t navigation = 1U << 3U;
-inline constexpr uint32_t reception = 1U << 4U;
-inline constexpr uint32_t antenna = 1U << 10U;
-inline constexpr uint32_t all = 0xFFFFFFFFU;
+inline constexpr uint32_t PORTS = 1U << 0U;
+inline constexpr uint32_t MESSAGES = 1U << 1U;
+inline constexpr uint32_t NAVIGATION = 1U << 3U;
+inline constexpr uint32_t RECEPTION = 1U << 4U;
+inline constexpr uint32_t ANTENNA = 1U << 10U;
+inline constexpr uint32_t ALL = 0xFFFFFFFFU;
 }  // namespace section
 
 void copy_sections(Settings& to, const Settings& from, uint32_t mask);

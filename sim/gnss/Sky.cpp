@@ -13,22 +13,22 @@ struct Orbits {
   int first_number, in_view, step;  // satellite numbers: the first, how many are in view, step
 };
 
-constexpr std::array<Orbits, 4> orbits{{
+constexpr std::array<Orbits, 4> ORBITS{{
     {{"gps", "GP", 1, 0, 0x01}, 2, 10, 3},
     {{"glonass", "GL", 2, 6, 0x02}, 66, 8, 3},
     {{"galileo", "GA", 3, 2, 0x08}, 301, 7, 4},
     {{"beidou", "GB", 4, 3, 0x04}, 406, 7, 4},
 }};
 
-constexpr int mask_deg = 15;  // lower satellites are in view, but not used
+constexpr int MASK_DEG = 15;  // lower satellites are in view, but not used
 
 const Orbits& orbits_of(Constellation constellation) {
-  return orbits.at(static_cast<size_t>(constellation));
+  return ORBITS.at(static_cast<size_t>(constellation));
 }
 
 double wave(int64_t utc_us, int64_t period_s, double mean, double amplitude) {
   const auto phase =
-      static_cast<double>(utc_us % (period_s * second_us)) / static_cast<double>(period_s * second_us);
+      static_cast<double>(utc_us % (period_s * SECOND_US)) / static_cast<double>(period_s * SECOND_US);
   return mean + amplitude * std::sin(2 * std::numbers::pi * phase);
 }
 
@@ -40,13 +40,13 @@ const ConstellationNames& names_of(Constellation constellation) {
 
 std::vector<Satellite> satellites_in_view(Constellation constellation, int64_t utc_us) {
   const Orbits& orbit = orbits_of(constellation);
-  const auto minutes = static_cast<int>(utc_us / (60 * second_us) % (int64_t{75} * 360));
+  const auto minutes = static_cast<int>(utc_us / (60 * SECOND_US) % (int64_t{75} * 360));
   std::vector<Satellite> seen;
   for (int i = 0; i < orbit.in_view; ++i) {
     const int elevation = 8 + (i * 29 + minutes) % 75;
     const int azimuth = (i * 67 + minutes / 2) % 360;
     seen.push_back(
-        {orbit.first_number + i * orbit.step, elevation, azimuth, 24 + elevation / 4, elevation >= mask_deg});
+        {orbit.first_number + i * orbit.step, elevation, azimuth, 24 + elevation / 4, elevation >= MASK_DEG});
   }
   return seen;
 }

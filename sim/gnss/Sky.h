@@ -11,7 +11,7 @@ namespace ecu::koru::sim {
 
 enum class Constellation : uint8_t { gps, glonass, galileo, beidou };
 /// In the order of their sentences.
-inline constexpr std::array all_constellations{Constellation::gps, Constellation::glonass,
+inline constexpr std::array ALL_CONSTELLATIONS{Constellation::gps, Constellation::glonass,
                                                Constellation::galileo, Constellation::beidou};
 
 struct Satellite {

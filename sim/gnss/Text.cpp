@@ -27,9 +27,9 @@ std::string decimal(double value, int decimals, int integer_width) {
 }
 
 std::string hex(uint32_t value, int digits) {
-  constexpr std::string_view letters = "0123456789ABCDEF";
+  constexpr std::string_view LETTERS = "0123456789ABCDEF";
   std::string text(static_cast<size_t>(digits), '0');
-  for (auto at = text.rbegin(); at != text.rend(); ++at, value >>= 4U) *at = letters[value & 0xFU];
+  for (auto at = text.rbegin(); at != text.rend(); ++at, value >>= 4U) *at = LETTERS[value & 0xFU];
   return text;
 }
 

@@ -5,14 +5,14 @@
 namespace ecu::koru::sim {
 
 void Trace::written(std::span<const uint8_t> bytes, int64_t monotonic_ns) {
-  constexpr size_t longest = 1024;  // longer text is not a sentence
+  constexpr size_t LONGEST = 1024;  // longer text is not a sentence
   for (const uint8_t byte : bytes) {
     if (byte == '$') {
       m_sentence = '$';
     } else if (!m_sentence.empty()) {
       m_sentence.push_back(static_cast<char>(byte));
       if (byte == '\n') finish(monotonic_ns);
-      if (m_sentence.size() > longest) m_sentence.clear();
+      if (m_sentence.size() > LONGEST) m_sentence.clear();
     }
   }
 }

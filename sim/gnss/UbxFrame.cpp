@@ -5,10 +5,10 @@
 namespace ecu::koru::sim {
 namespace {
 
-constexpr uint8_t sync_1 = 0xB5;
-constexpr uint8_t sync_2 = 0x62;
-constexpr size_t header_size = 6;  // sync, class, id, length
-constexpr size_t frame_overhead = header_size + 2;
+constexpr uint8_t SYNC_1 = 0xB5;
+constexpr uint8_t SYNC_2 = 0x62;
+constexpr size_t HEADER_SIZE = 6;  // sync, class, id, length
+constexpr size_t FRAME_OVERHEAD = HEADER_SIZE + 2;
 
 struct Checksum {
   uint8_t a = 0, b = 0;
@@ -27,7 +27,7 @@ bool checksum_fits(std::span<const uint8_t> frame) {
 }  // namespace
 
 std::string encode(const UbxFrame& frame) {
-  std::vector<uint8_t> bytes{sync_1, sync_2, frame.id.message_class, frame.id.id, 0, 0};
+  std::vector<uint8_t> bytes{SYNC_1, SYNC_2, frame.id.message_class, frame.id.id, 0, 0};
   put_number(bytes, 4, 2, static_cast<uint32_t>(frame.payload.size()));
   bytes.insert(bytes.end(), frame.payload.begin(), frame.payload.end());
   Checksum sum;
@@ -50,8 +50,8 @@ void put_number(std::span<uint8_t> bytes, size_t offset, size_t width, uint32_t 
 
 void UbxFramer::skip_to_sync() {
   auto at = m_bytes.begin();
-  while ((at = std::find(at, m_bytes.end(), sync_1)) != m_bytes.end()) {
-    if (at + 1 == m_bytes.end() || at[1] == sync_2) break;
+  while ((at = std::find(at, m_bytes.end(), SYNC_1)) != m_bytes.end()) {
+    if (at + 1 == m_bytes.end() || at[1] == SYNC_2) break;
     ++at;
   }
   m_bytes.erase(m_bytes.begin(), at);
@@ -60,16 +60,16 @@ void UbxFramer::skip_to_sync() {
 std::optional<UbxFramer::Found> UbxFramer::next() {
   while (true) {
     skip_to_sync();
-    if (m_bytes.size() < header_size) return std::nullopt;
+    if (m_bytes.size() < HEADER_SIZE) return std::nullopt;
     const size_t length = number_at(m_bytes, 4, 2);
-    if (length > max_payload) {
+    if (length > MAX_PAYLOAD) {
       m_bytes.erase(m_bytes.begin());
       continue;
     }
-    const size_t size = length + frame_overhead;
+    const size_t size = length + FRAME_OVERHEAD;
     if (m_bytes.size() < size) return std::nullopt;
     const auto end = m_bytes.begin() + static_cast<std::ptrdiff_t>(size);
-    Found found{{{m_bytes[2], m_bytes[3]}, {m_bytes.begin() + header_size, end - 2}},
+    Found found{{{m_bytes[2], m_bytes[3]}, {m_bytes.begin() + HEADER_SIZE, end - 2}},
                 checksum_fits(std::span(m_bytes).first(size))};
     m_bytes.erase(m_bytes.begin(), found.intact ? end : m_bytes.begin() + 1);
     return found;

@@ -33,7 +33,7 @@ void put_number(std::span<uint8_t> bytes, size_t offset, size_t width, uint32_t 
 class UbxFramer {
  public:
   /// A longer frame is not a command.
-  static constexpr size_t max_payload = 512;
+  static constexpr size_t MAX_PAYLOAD = 512;
 
   struct Found {
     UbxFrame frame;

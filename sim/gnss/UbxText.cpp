@@ -28,17 +28,17 @@ std::string acknowledged(Payload p) {
 }
 
 std::string port(Payload p) {
-  constexpr std::array<std::string_view, 5> names{"I2C", "UART1", "UART2", "USB", "SPI"};
+  constexpr std::array<std::string_view, 5> NAMES{"I2C", "UART1", "UART2", "USB", "SPI"};
   const size_t number = number_at(p, 0, 1);
-  std::string name = number < names.size() ? std::string(names.at(number)) : std::to_string(number);
+  std::string name = number < NAMES.size() ? std::string(NAMES.at(number)) : std::to_string(number);
   if (p.size() < 20) return name;
   return name + " " + decimal_at(p, 8, 4) + " baud in " + hex_at(p, 12, 2) + " out " + hex_at(p, 14, 2);
 }
 
 std::string message_rate(Payload p) {
-  constexpr size_t uart1 = 3;  // its rate in the long form
+  constexpr size_t UART1 = 3;  // its rate in the long form
   if (p.size() < 3) return message_name(p);
-  const uint32_t rate = number_at(p, p.size() > uart1 ? uart1 : 2, 1);
+  const uint32_t rate = number_at(p, p.size() > UART1 ? UART1 : 2, 1);
   return message_name(p) + (rate == 0 ? " off" : " every " + std::to_string(rate));
 }
 
@@ -59,12 +59,12 @@ std::string antenna_control(Payload p) {
 }
 
 std::string systems(Payload p) {
-  constexpr std::array<std::string_view, 7> names{"GPS",  "SBAS", "Galileo", "BeiDou",
+  constexpr std::array<std::string_view, 7> NAMES{"GPS",  "SBAS", "Galileo", "BeiDou",
                                                   "IMES", "QZSS", "GLONASS"};
   std::string text = "enabled";
   for (size_t at = 4; at + 8 <= p.size(); at += 8)
     if ((p[at + 4] & 1U) != 0)
-      text += " " + (p[at] < names.size() ? std::string(names.at(p[at])) : std::to_string(p[at]));
+      text += " " + (p[at] < NAMES.size() ? std::string(NAMES.at(p[at])) : std::to_string(p[at]));
   return text;
 }
 
@@ -85,10 +85,10 @@ std::string version(Payload p) {
 }
 
 std::string hardware(Payload p) {
-  constexpr std::array<std::string_view, 5> states{"init", "unknown", "OK", "short", "open"};
+  constexpr std::array<std::string_view, 5> STATES{"init", "unknown", "OK", "short", "open"};
   const uint32_t status = number_at(p, 20, 1);
   return "antenna " + std::to_string(status) + " (" +
-         std::string(status < states.size() ? states.at(status) : "?") + ") power " + decimal_at(p, 21, 1);
+         std::string(status < STATES.size() ? STATES.at(status) : "?") + ") power " + decimal_at(p, 21, 1);
 }
 
 std::string monitored_systems(Payload p) {
@@ -111,46 +111,46 @@ struct Row {
   std::string_view name;
   std::string (*details)(Payload payload);  // nullptr: none
 };
-constexpr Row rows[] = {
-    {ubx::nav_timeutc, "NAV-TIMEUTC", utc},
-    {ubx::rxm_pmreq, "RXM-PMREQ", standby},
-    {ubx::ack_nak, "ACK-NAK", acknowledged},
-    {ubx::ack_ack, "ACK-ACK", acknowledged},
-    {ubx::cfg_prt, "CFG-PRT", port},
-    {ubx::cfg_msg, "CFG-MSG", message_rate},
-    {ubx::cfg_rst, "CFG-RST", reset},
-    {ubx::cfg_rate, "CFG-RATE", solution_rate},
-    {ubx::cfg_cfg, "CFG-CFG", saving},
-    {ubx::cfg_rxm, "CFG-RXM", nullptr},
-    {ubx::cfg_ant, "CFG-ANT", antenna_control},
-    {ubx::cfg_nmea, "CFG-NMEA", sentence_format},
-    {ubx::cfg_nav5, "CFG-NAV5", engine},
-    {ubx::cfg_gnss, "CFG-GNSS", systems},
-    {ubx::mon_ver, "MON-VER", version},
-    {ubx::mon_hw, "MON-HW", hardware},
-    {ubx::mon_gnss, "MON-GNSS", monitored_systems},
+constexpr Row ROWS[] = {
+    {ubx::NAV_TIMEUTC, "NAV-TIMEUTC", utc},
+    {ubx::RXM_PMREQ, "RXM-PMREQ", standby},
+    {ubx::ACK_NAK, "ACK-NAK", acknowledged},
+    {ubx::ACK_ACK, "ACK-ACK", acknowledged},
+    {ubx::CFG_PRT, "CFG-PRT", port},
+    {ubx::CFG_MSG, "CFG-MSG", message_rate},
+    {ubx::CFG_RST, "CFG-RST", reset},
+    {ubx::CFG_RATE, "CFG-RATE", solution_rate},
+    {ubx::CFG_CFG, "CFG-CFG", saving},
+    {ubx::CFG_RXM, "CFG-RXM", nullptr},
+    {ubx::CFG_ANT, "CFG-ANT", antenna_control},
+    {ubx::CFG_NMEA, "CFG-NMEA", sentence_format},
+    {ubx::CFG_NAV5, "CFG-NAV5", engine},
+    {ubx::CFG_GNSS, "CFG-GNSS", systems},
+    {ubx::MON_VER, "MON-VER", version},
+    {ubx::MON_HW, "MON-HW", hardware},
+    {ubx::MON_GNSS, "MON-GNSS", monitored_systems},
 };
 
 /// The sentences, by the id of their messages.
-constexpr std::array<std::string_view, 9> sentences{"GGA", "GLL", "GSA", "GSV", "RMC",
+constexpr std::array<std::string_view, 9> SENTENCES{"GGA", "GLL", "GSA", "GSV", "RMC",
                                                     "VTG", "GRS", "GST", "ZDA"};
 
 const Row* row_of(UbxId id) {
-  for (const Row& row : rows)
+  for (const Row& row : ROWS)
     if (row.id == id) return &row;
   return nullptr;
 }
 
 bool is_poll(const UbxFrame& frame) {
   const size_t size = frame.payload.size();
-  return size == 0 || (size == 1 && frame.id == ubx::cfg_prt) || (size == 2 && frame.id == ubx::cfg_msg);
+  return size == 0 || (size == 1 && frame.id == ubx::CFG_PRT) || (size == 2 && frame.id == ubx::CFG_MSG);
 }
 
 }  // namespace
 
 std::string name_of(UbxId id) {
   if (const Row* row = row_of(id)) return std::string(row->name);
-  if (id.message_class == 0xF0 && id.id < sentences.size()) return std::string(sentences.at(id.id));
+  if (id.message_class == 0xF0 && id.id < SENTENCES.size()) return std::string(SENTENCES.at(id.id));
   return "0x" + hex(id.message_class, 2) + hex(id.id, 2);
 }
 

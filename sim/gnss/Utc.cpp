@@ -5,7 +5,7 @@
 namespace ecu::koru::sim {
 namespace {
 
-constexpr int64_t day_us = 86'400 * second_us;
+constexpr int64_t DAY_US = 86'400 * SECOND_US;
 
 /// Reads fields from the front of a text. `ok` stays false after the first one that does not fit.
 struct Reader {
@@ -48,7 +48,7 @@ int64_t read_offset_us(Reader& in) {
   in.expect(":");
   const unsigned minutes = in.digits(2);
   if (hours > 14 || minutes > 59) in.ok = false;
-  const int64_t offset = static_cast<int64_t>(hours * 3600 + minutes * 60) * second_us;
+  const int64_t offset = static_cast<int64_t>(hours * 3600 + minutes * 60) * SECOND_US;
   return west ? -offset : offset;
 }
 
@@ -85,8 +85,8 @@ std::optional<int64_t> parse_iso8601(std::string_view text) {
   const int64_t offset_us = read_offset_us(in);
   if (!in.ok || !in.rest.empty() || !date.ok() || hour > 23 || minute > 59 || second > 59)
     return std::nullopt;
-  const int64_t of_day = static_cast<int64_t>(hour * 3600 + minute * 60 + second) * second_us + fraction_us;
-  return std::chrono::sys_days{date}.time_since_epoch().count() * day_us + of_day - offset_us;
+  const int64_t of_day = static_cast<int64_t>(hour * 3600 + minute * 60 + second) * SECOND_US + fraction_us;
+  return std::chrono::sys_days{date}.time_since_epoch().count() * DAY_US + of_day - offset_us;
 }
 
 }  // namespace ecu::koru::sim

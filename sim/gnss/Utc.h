@@ -6,7 +6,7 @@
 
 namespace ecu::koru::sim {
 
-inline constexpr int64_t second_us = 1'000'000;
+inline constexpr int64_t SECOND_US = 1'000'000;
 
 /// A UTC calendar time without leap seconds.
 struct CivilTime {
