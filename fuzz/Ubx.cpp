@@ -83,9 +83,10 @@ class Unit final : public IReceiverOwner {
   }
 
   void setUtcValidFlags(uint8_t /*flags*/) override {}
-  void disconnect(CloseReason /*reason*/) override {
+  void disconnect(CloseReason reason) override {
     m_input.disconnect();
-    m_input.clearBuffer();
+    if (reason == CloseReason::CHANGING_RATE) config.unconfirmPort();
+    if (reason == CloseReason::NEXT_RATE) m_input.clearBuffer();
   }
 
   BusRequests requests;

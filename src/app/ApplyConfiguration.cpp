@@ -40,7 +40,7 @@ bool isTrue(const std::string& text) {
 /// Warns of a text that may be meant as true but is not taken as true.
 void warnUnlessTruthValue(const char* key, const std::string& text, const char* taken) {
   if (isTrue(text) || text == "false" || text == "0" || text.empty()) return;
-  LOG.warning(key, " = \"", logging::escaped(text), "\" is none of true, 1, false and 0, ", taken);
+  LOG.warning(key, " = \"", logging::escaped(text), "\" is not true, 1, false or 0; ", taken);
 }
 
 std::string rawCommandKey(int index) {

@@ -17,8 +17,9 @@ void applyLogMode(const config::Configuration& config);
 /// Loads "signal_database", the file whose signal groups replace the built-in ones.
 void applySignalDatabase(const config::Configuration& config);
 
-/// Applies options and file to the service. An option beats the file, and the file beats the default. A value
-/// that cannot be used is logged and skipped.
+/// Applies the options and the file to the service. An option beats the file, and the file beats the default.
+/// The key "gnss_system" has no effect: only the option sets the systems. A value that cannot be used is
+/// logged and skipped.
 void applyConfiguration(const Options& options, const config::Configuration& config, GPSDClient& service);
 
 }  // namespace ecu::koru::gpspub

@@ -114,31 +114,30 @@ int parse_opts(int argc, char** argv, Options& options) {
 }
 
 void usage() {
-  std::cout << "Usage: satnavd [OPTION]\n"
-               "\n"
-               "Options:\n"
-               "\n"
-               "  -c, --config CONFIG     provide a satnavd configuration file\n"
-               "  -v, --verbose           set verbose logging.\n"
-               "  --log-stdout            Set logging to STDOUT instead of syslog.\n"
-               "  -l, --loglevel          Enforces the loglevel and overrides the LOG_LEVEL.\n"
-               "        Possibles values: EMERG, ALERT, CRITICAL, ERROR, WARNING, NOTICE, INFO, DEBUG\n"
-               "        Default: "
-            << logging::level_name(logging::DEFAULT_LEVEL)
-            << "\n"
-               "  --disable-hw-init       Disable hw initialisation. For simulated input.\n"
-               "  -g, --gnssdevice        com path to connect to gnss. e.g. /dev/ttyFP3 or /dev/ttyUSB0\n"
-               "  -s, --gnsssystem        Bit mapped which gnss system to use.\n"
-               "                          GPS              0x01\n"
-               "                          GLONASS          0x02\n"
-               "                          GALILEO          0x08\n"
-               "                          GPS AND GLONASS  0x03 supported by gnss hardware.\n"
-               "  -a, --gnssaugmentation  Bit mapped which augmentation system to use.\n"
-               "                          SBAS             0x01\n"
-               "                          QZSS             0x02\n"
-               "                          IMES             0x04\n"
-               "  --help                  show this help\n"
-            << std::endl;
+  std::cout << R"(Usage: satnavd [OPTION]
+
+Options:
+
+  -c, --config CONFIG     provide a satnavd configuration file
+  -v, --verbose           set verbose logging.
+  --log-stdout            Set logging to STDOUT instead of syslog.
+  -l, --loglevel          Enforces the loglevel and overrides the LOG_LEVEL.
+        Possibles values: EMERG, ALERT, CRITICAL, ERROR, WARNING, NOTICE, INFO, DEBUG
+        Default: )"
+            << logging::level_name(logging::DEFAULT_LEVEL) << R"(
+  --disable-hw-init       Disable hw initialisation. For simulated input.
+  -g, --gnssdevice        com path to connect to gnss. e.g. /dev/ttyFP3 or /dev/ttyUSB0
+  -s, --gnsssystem        Bit mapped which gnss system to use.
+                          GPS              0x01
+                          GLONASS          0x02
+                          GALILEO          0x08
+                          GPS AND GLONASS  0x03 supported by gnss hardware.
+  -a, --gnssaugmentation  Bit mapped which augmentation system to use.
+                          SBAS             0x01
+                          QZSS             0x02
+                          IMES             0x04
+  --help                  show this help
+)" << std::endl;
 }
 
 std::string satnavdConfigpath() {

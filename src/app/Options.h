@@ -9,7 +9,7 @@ namespace ecu::koru::gpspub {
 struct Options {
   std::string log_level;      // -l, -v
   std::string device;         // -g
-  std::string config_path;    // -c; unused: the search order of the file is fixed
+  std::string config_path;    // -c; ignored: satnavdConfigpath() alone chooses the file
   uint32_t gnss_system = 0;   // -s; 0: not given
   uint32_t augmentation = 0;  // -a; 0: not given
   uint32_t baud_rate = 0;     // -b; 0: not given

@@ -62,8 +62,8 @@ void onStopSignal(int signal) {
   for (const int each : STOP_SIGNALS) setAction(each, SIG_DFL);
 }
 
-/// Opens those of the descriptors 0 to 2 that are closed. Otherwise a socket or the port would get one, and
-/// log records would go there.
+/// Opens those of the descriptors 0 to 2 that are closed. Otherwise a socket or the serial port could get
+/// that number, and log records would be written to it.
 void keepStandardDescriptors() {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDWR) != fd) std::_Exit(EXIT_FAILURE);
@@ -121,7 +121,7 @@ void logBanner() {
   if (GnssUtils::debugIt(gpspub::logflag::START_UP)) LOG.debug("log flags ", GnssUtils::logFlags());
 }
 
-/// The heap would keep the space of a large set of parameters for good.
+/// Returns to the system the memory that a large set of parameters needed; the heap would keep it for good.
 void returnFreeMemory() {
   malloc_trim(0);
 }

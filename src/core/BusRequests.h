@@ -10,7 +10,7 @@
 
 namespace ecu::koru::gpspub {
 
-/// What the bus asks of the service. The system parameters fill it at the start, the observer from then on;
+/// The bus's requests to the service. The system parameters fill it at the start, the observer from then on;
 /// the service and receiver control read it. Any thread may call everything; setGnssOn() is also safe in a
 /// signal handler.
 class BusRequests final : public IGnssControl, public IReceiverRequests {

@@ -56,7 +56,7 @@ void CanInputMode::unsubscribeIcanMessages() {
 }
 
 void CanInputMode::sendFrameUsingIcan() {
-  // Dates are not queued while the broker is away.
+  // Take the record even without a broker, so that its date is not published late.
   GnssInfo info = m_gnss_ican_observer->takeGnssInfo();
   if (m_publisher.isConnected()) {
     if (m_run.isRunning()) m_publisher.publishGnssData(info, m_no_sentences);

@@ -12,7 +12,7 @@
 
 namespace ecu::koru::gpspub {
 
-/// CAN-input mode: publishes the position of another unit again. Owned by the service. Service thread.
+/// CAN-input mode: republishes the position that another unit sends. Owned by the service. Service thread.
 class CanInputMode {
  public:
   CanInputMode(std::shared_ptr<com::ITransportClient> transport, const RunControl& run,

@@ -43,7 +43,7 @@ GPSDClient::GPSDClient(std::shared_ptr<com::ITransportClient>& transportClient, 
   subscribeObservers();
 }
 
-/// No observer may be called after this.
+/// Unsubscribes everything, because no observer may be called once the service is gone.
 GPSDClient::~GPSDClient() {
   unsubscribeAll();
 }

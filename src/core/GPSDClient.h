@@ -32,7 +32,8 @@ class GPSDClient {
 
   /// Runs the service and returns after stop().
   void run();
-  /// Ends run(). Every wait of the service ends within 200 ms.
+  /// Ends run(). The service's idle waits end within 200 ms; a reset pulse, catching up on SPI and the wait
+  /// for a GPIO file may take 0.5 s.
   void stop() { m_run.stop(); }
 
   /// Closes the receiver's device.
@@ -66,7 +67,7 @@ class GPSDClient {
 
  private:
   void subscribeObservers();
-  /// Unsubscribes the topics that end with run(), in their order.
+  /// Unsubscribes the topics that are needed only while run() runs, in the order of subscription.
   void unsubscribeObservers();
   void unsubscribeAll();
 

@@ -19,7 +19,7 @@ namespace {
 constexpr int READ_TIMEOUT_US = 100'000;
 constexpr int64_t FRAME_US = 1'000'000;
 constexpr int64_t REOPEN_US = 1'000'000;
-// A receiver that has just powered up talks at its default rate.
+// For the first 140 s after boot, the receiver is expected at its power-up rate.
 constexpr int64_t POWER_UP_NS = 139'999'999'999;
 constexpr unsigned POWER_UP_BAUD = 9600;
 constexpr unsigned USUAL_BAUD = 38400;
@@ -61,13 +61,14 @@ bool ReceiverMode::connect() {
 }
 
 void ReceiverMode::disconnect(CloseReason reason) {
+  using enum CloseReason;
   m_input->disconnect();
   // Bytes that have not formed an item by now never will, and those read at a wrong rate are garbage. A stray
   // sync byte among them must not hold up framing.
-  if (reason != CloseReason::DEVICE_GONE && reason != CloseReason::WAKING) m_input->clearBuffer();
-  if (reason == CloseReason::NEXT_RATE) return;
+  if (reason == MODE_ENDS || reason == SILENT || reason == NEXT_RATE) m_input->clearBuffer();
+  if (reason == NEXT_RATE) return;
   m_ublox_config.unconfirmPort();
-  m_ublox_config.restart();
+  if (reason != CHANGING_RATE) m_ublox_config.restart();
 }
 
 bool ReceiverMode::setBaudRate(uint32_t baud) {
@@ -164,7 +165,7 @@ bool ReceiverMode::readNewData(int timeout_us) {
   return m_input->isConnected() && m_input->waiting(timeout_us) && m_input->read();
 }
 
-/// An over-long line is for validation to reject.
+/// An over-long line also goes to validation, which rejects it.
 void ReceiverMode::processNewData() {
   const int length = m_input->getMessageLength();
   m_bytes_received += static_cast<uint32_t>(length);
@@ -237,8 +238,9 @@ bool ReceiverMode::isNoCommunication() const {
   return threshold != NEVER && GnssUtils::getMicrosecDuration(0) - latest > threshold;
 }
 
-/// A sequence that is still looking for the receiver hunts the baud rate by its own time-outs. On a confirmed
-/// port the receiver gets time to answer a command that is sent again.
+/// Returns how long the receiver may be silent, or NEVER for any time. The sequence's own time-outs apply
+/// while it looks for the baud rate. On a confirmed port the receiver gets time to answer a command that is
+/// sent again.
 int64_t ReceiverMode::noCommunicationThreshold() const {
   if (m_ublox_config.isInitialised() || m_ublox_config.isStopped()) return m_frame_period_us;
   return m_ublox_config.isPortConfirmed() ? SEQUENCE_SILENCE_US : NEVER;

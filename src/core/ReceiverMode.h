@@ -18,14 +18,14 @@
 
 namespace ecu::koru::gpspub {
 
-/// Stand-ins for the unit's own hardware.
+/// Replacements for the unit's own hardware, for tests.
 struct UnitHardware {
   std::unique_ptr<IGnssInput> input = nullptr;  ///< null: the one that the device path selects
   std::string gpio_root = "/sys/class/gpio";    ///< folder of the processor lines
 };
 
-/// Receiver mode: takes the bytes of the unit's own receiver to finished fixes, and configures and supervises
-/// the receiver. Owned by the service. Service thread.
+/// Receiver mode: turns the bytes of the unit's own receiver into fixes, and configures and supervises the
+/// receiver. Owned by the service. Service thread.
 class ReceiverMode final : private IEpochOwner, private IReceiverOwner {
  public:
   ReceiverMode(std::shared_ptr<com::ITransportClient> transport, const Unit& unit, BusRequests& requests,
@@ -94,7 +94,7 @@ class ReceiverMode final : private IEpochOwner, private IReceiverOwner {
   int64_t m_data_time_us = 0;
   int64_t m_connect_time_us = 0;
   int64_t m_last_ublox_time = 0;
-  int64_t m_earliest_open_us = 0;  // after an unexpected close, opens are a second apart
+  int64_t m_earliest_open_us = 0;  // no open before: 1 s after that of a device that went away
 
   bool m_device_gone_logged = false;
   bool m_disable_hw_init = false;

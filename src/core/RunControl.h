@@ -30,11 +30,12 @@ class RunControl {
   /// Returns true while a mode is to go on. Any thread.
   [[nodiscard]] bool inMode() const { return isRunning() && isGnssOn(); }
 
-  /// On every pass, reports progress and logs how many records were kept back.
+  /// Call it at the start of every pass. Reports progress and logs how many records were kept back.
   void passBegins() const;
   /// Sleeps, but at most until stop().
   void waitWhileRunning(int64_t us) const;
-  /// Reports the state of the position about to be published. `gnss_status` is that of its record.
+  /// Reports the state of the position about to be published. `gnss_status` is GnssInfo::getStatus()
+  /// of that position.
   void reportStatus(bool has_broker, bool has_receiver, int32_t gnss_status) const;
 
  private:

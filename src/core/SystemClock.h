@@ -11,7 +11,8 @@ class SystemClock {
   /// The clock is left alone until this is switched on.
   void enableSetting(bool on) { m_system_time_set = !on; }
 
-  /// Uses up the single attempt, even if it fails. Always returns true. `info` is the fix just dated.
+  /// Sets the clock from `info`, the fix just dated, unless the clock is plausible already. Acts only once,
+  /// even if that fails. Always returns true.
   bool checkSetSystemTime(GnssInfo& info);
 
  private:

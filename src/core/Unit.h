@@ -5,7 +5,8 @@
 
 namespace ecu::koru::gpspub {
 
-/// What this unit is and therefore does, from its ECU variables and the path of its receiver's device.
+/// Describes this unit and decides what follows from it: from its ECU variables and the path of its
+/// receiver's device.
 class Unit {
  public:
   /// The unit has a receiver of its own if `hasgnss` is "true".

@@ -28,7 +28,7 @@ class EpochAssembly {
  public:
   explicit EpochAssembly(IEpochOwner& owner);
 
-  /// Sets when the data processed next was read: on stopwatch 0 and in nanoseconds since boot.
+  /// Sets the time at which the next data was read, as stopwatch 0 shows it and in nanoseconds since boot.
   void setDataTime(int64_t data_time_us, int64_t data_time_ns);
 
   /// Checks one framed line (NUL in place of its LF) and takes it over. Returns false if it is rejected.
@@ -48,7 +48,7 @@ class EpochAssembly {
   [[nodiscard]] bool isFrameDue(int64_t now_us, bool more_received) const;
   /// Notes that a frame was sent now; `utc` is the time of its record.
   void frameSent(int64_t now_us, const std::tm& utc);
-  /// Makes sure that the published fix never leaves.
+  /// Withholds the published fix from the vehicle's buses.
   void holdBack() { m_frame_published = false; }
 
   /// Ends the epoch: copies the live record to the published one, drops the sentences, clears the live one.
@@ -92,7 +92,7 @@ class EpochAssembly {
   bool m_frame_published = false;
   uint8_t m_frame_second = 0xFF;
   int64_t m_sent_utc_second = -1;        // of the dated frame that left last
-  int64_t m_complete_published_us = -1;  // time of the last publication, -1 unless its epoch was complete
+  int64_t m_complete_published_us = -1;  // when the last epoch was published if it was complete, else -1
 };
 
 }  // namespace ecu::koru::gpspub

@@ -5,8 +5,9 @@
 
 namespace ecu::koru::gpspub {
 
-/// One fix of a navigation epoch. Every field holds a value from a sentence of that epoch or its invalid
-/// marker: NaN for reals, -1 for counts and codes unless stated. A plain value; one thread at a time.
+/// One fix. A field holds a value from the epoch's sentences or, in CAN-input mode, from the bus; otherwise
+/// its invalid marker: NaN for reals, -1 for counts and codes unless stated. A plain value; one thread at a
+/// time.
 class GnssInfo {
  public:
   GnssInfo();
@@ -18,7 +19,7 @@ class GnssInfo {
   /// outlive an epoch.
   void clear();
 
-  /// Returns 3 if valid and dated, 2 if valid without a date or a warning ('V'), 1 if no status was seen.
+  /// Returns 3 if valid and dated; 2 if valid but undated, or if the status is a warning ('V'); otherwise 1.
   [[nodiscard]] int32_t getStatus() const;
 
   /// Decimal degrees, north and east positive; NaN if not available.

@@ -7,9 +7,9 @@
 namespace ecu::koru::gpspub {
 
 /// Parses "ddmmyy" and "hhmmss" as strptime reads "%d%m%y:%H%M%S" (years 70-99 are 1970-1999, 00-68 are
-/// 2000-2068), including week day and day of year. If the time does not have six digits, the fields that
-/// strptime read before it gave up count. Returns false and leaves `out` unchanged if this is not a date or
-/// one of 1969.
+/// 2000-2068), including week day and day of year. If the time does not have six digits, the fields before
+/// the first unreadable one are used. Returns false and leaves `out` unchanged if this is not a date, or is a
+/// date in 1969.
 [[nodiscard]] bool parseDateTime(std::string_view date, std::string_view time, std::tm& out);
 
 /// Returns true if each field is in its own range (at most 31 days in a month, 62 seconds in a minute).

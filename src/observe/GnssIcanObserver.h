@@ -35,8 +35,9 @@ class GnssIcanObserver final : public com::ISubscriptionObserver {
 
   [[nodiscard]] GnssInfo getGnssInfo() const;
   [[nodiscard]] int32_t getGnssInfoStatus() const;
-  /// Returns the record. The same step resets its date, so that no date is used twice, and the release by a
-  /// frame that came since timeoutToSendFrame() returned, because its date is in this record.
+  /// Returns the record and, in the same step, clears its date, so that no date is used twice. Also cancels
+  /// the release by a frame that came after timeoutToSendFrame() returned, because the record already holds
+  /// its date.
   [[nodiscard]] GnssInfo takeGnssInfo();
   /// Nothing uses it.
   void clearInfo();
@@ -45,8 +46,8 @@ class GnssIcanObserver final : public com::ISubscriptionObserver {
 
   /// Starts anew: forgets everything received before. The first wait is 2 s at most.
   void restart();
-  /// Waits for a time/date frame; one that came since the last call ends the wait at once. Returns true if it
-  /// is too late. The next wait is then 999 ms at most, otherwise 1.7 s.
+  /// Waits for a time/date frame; one that came since the last call ends the wait at once. Returns true if
+  /// none came in time; the next wait is then at most 999 ms, otherwise 1.7 s.
   [[nodiscard]] bool timeoutToSendFrame();
 
  private:

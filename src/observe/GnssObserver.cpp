@@ -85,7 +85,7 @@ void GnssObserver::onGnssSource(const std::string& topic, const com::Message& me
   }
 }
 
-/// Handles the topics whose body is a pb::RtSignal.
+/// Handles the parameters and the log flags, and logs any other topic.
 void GnssObserver::onParameter(const std::string& topic, const com::Message& message) {
   const auto* const row = std::find_if(GNSS_PARAMETERS.begin(), GNSS_PARAMETERS.end(),
                                        [&](const GnssParameter& each) { return each.topic == topic; });

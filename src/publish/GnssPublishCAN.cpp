@@ -15,13 +15,13 @@ namespace {
 
 constexpr int32_t STATUS_DATED_FIX = 3;
 
-/// The field or getter, in a dated fix only.
+/// Returns the field or the getter's result, or "not available" unless the fix is dated.
 template <auto VALUE>
 double ofFix(const GnssInfo& info) {
   return info.getStatus() == STATUS_DATED_FIX ? std::invoke(VALUE, info) : SIGNAL_NOT_AVAILABLE;
 }
 
-/// The field or getter, unless it is -1.
+/// Returns the field or the getter's result, or "not available" if it is -1.
 template <auto VALUE>
 double code(const GnssInfo& info) {
   const int32_t value = std::invoke(VALUE, info);

@@ -12,8 +12,8 @@
 
 namespace ecu::koru::gpspub {
 
-// The way of every signal group to the bus: create, fill, pack, publish. Each step logs its own failure.
-// Service thread only.
+// Every signal group is created, filled, packed and published by these functions. Each step logs its own
+// failure. Service thread only.
 
 /// The source of one signal's value.
 struct SignalRow {

@@ -3,10 +3,11 @@
 namespace ecu::koru::gpspub {
 
 /// Decides what is sent next to configure the receiver (the init list, then the complex steps) and when
-/// another baud rate is tried. It knows neither clock, input nor frames.
+/// another baud rate is tried. It knows nothing of clocks, inputs or frames.
 ///
 /// One command is in flight at a time. It ends with an answer, after three NAKs, or when its answer periods
-/// are over: four with a confirmed port, five without.
+/// are over: four with a confirmed port, five without. At each further baud rate the first of the five is
+/// already over when the port opens.
 class CommandSequence {
  public:
   static constexpr unsigned INIT_COMMANDS = 22;
@@ -71,7 +72,7 @@ class CommandSequence {
 
   bool m_initialised = false;
   bool m_stopped = false;
-  bool m_port_confirmed = false;  // m_max_timeouts follows from it
+  bool m_port_confirmed = false;  // also decides the number of answer periods (m_max_timeouts)
   InFlight m_in_flight = InFlight::SEQUENCE;
   unsigned m_init_command_idx = 0;
   unsigned m_complex_command_idx = 0;

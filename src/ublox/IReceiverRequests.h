@@ -5,7 +5,7 @@
 
 namespace ecu::koru::gpspub {
 
-/// What the vehicle asks of the receiver at the moment. Any thread.
+/// The vehicle's present requests to the receiver. Any thread.
 class IReceiverRequests {
  public:
   virtual ~IReceiverRequests() = default;

@@ -56,7 +56,7 @@ void ReceiverLines::hardwareResetUblox() const {
   if (line->fd() < 1) {  // 0 is standard input, which is a failure too
     configureHardwareResetPin();
     line->closeValue();
-    line = &usual;  // on every variant
+    line = &usual;  // the fallback on every hardware
     if (line->openValue(O_WRONLY) < 1) {
       LOG.error("Can not open hardwareResetUblox gpio. fd = ", line->fd());
       return;

@@ -9,7 +9,8 @@ namespace ecu::koru::gpspub {
 
 /// The receiver's reset input on a processor line, driven through the sysfs GPIO files.
 ///
-/// Service thread only. Failures are logged. The pulse is skipped if its line cannot be opened.
+/// Service thread only. Failures are logged. If the unit's line cannot be opened, the usual one is
+/// pulsed instead; the pulse is skipped only if that fails too.
 class ReceiverLines {
  public:
   /// The reset input's line on nearly all hardware.

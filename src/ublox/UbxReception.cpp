@@ -102,7 +102,8 @@ void UbxReception::processNav(const UbxFrame& frame) {
   m_owner.setUtcValidFlags(valid);
 }
 
-/// Acknowledgements have a log area of their own, without the messages of every second.
+/// Acknowledgements also have a log area of their own, so that they can be logged without the messages that
+/// come every second.
 void UbxReception::processAck(const UbxFrame& frame) {
   constexpr unsigned FLAGS = DISPATCH | logflag::ACKNOWLEDGEMENTS;
   if (frame.id() == ubx::ACK_ACK || frame.id() == ubx::ACK_NAK) {
@@ -211,10 +212,9 @@ void UbxReception::changeBaudRate(uint32_t reported) {
   const uint32_t drain_ms =
       reported == 0 ? DRAIN_UNKNOWN_MS : std::min(DRAIN_MS_BAUD / reported + 1, DRAIN_MAX_MS);
   time_source().sleep_ns(int64_t{drain_ms} * NS_PER_MS);
-  m_config.unconfirmPort();
+  m_owner.disconnect(CloseReason::CHANGING_RATE);
   // Nothing else would ask for the rate again, and fixes would stay untrusted.
   if (m_config.isInitialised()) m_config.restart();
-  m_input.disconnect();
 }
 
 /// The line must have been seen idle at least once: one stuck low always says "ready".

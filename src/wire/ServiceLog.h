@@ -55,12 +55,13 @@ inline void setLogFlags(unsigned flags) {
 
 }  // namespace GnssUtils
 
-/// The service's own log: the levels of logging::Module, and records behind a diagnostic flag.
+/// The service's own log: the levels of logging::Module, and records that a diagnostic flag switches
+/// on.
 class ServiceLog : public logging::Module {
  public:
   using Module::Module;
-  /// Writes a DEBUG record if one of the areas in `flags` is switched on. A part that costs something is a
-  /// function without arguments; it is called only if the record is written.
+  /// Writes a DEBUG record if one of the areas in `flags` is switched on. Pass an expensive
+  /// part as a function without arguments; it is called only if the record is written.
   template <typename... Parts>
   void detail(unsigned flags, const Parts&... parts) const {
     if (GnssUtils::debugIt(flags)) Module::detail(made(parts)...);
