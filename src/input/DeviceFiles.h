@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 struct spi_ioc_transfer;
@@ -29,15 +30,7 @@ class IDeviceFiles {
   virtual int transfer(int fd, spi_ioc_transfer& record) = 0;
 };
 
-class DeviceFiles final : public IDeviceFiles {
- public:
-  int open(const std::string& path, int flags) override;
-  int close(int fd) override;
-  ssize_t read(int fd, void* data, size_t max) override;
-  ssize_t write(int fd, const void* data, size_t len) override;
-  off_t rewind(int fd) override;
-  int waitException(int fd, int timeout_us) override;
-  int transfer(int fd, spi_ioc_transfer& record) override;
-};
+/// Returns the files of the operating system.
+[[nodiscard]] std::unique_ptr<IDeviceFiles> makeDeviceFiles();
 
 }  // namespace ecu::koru::gpspub

@@ -50,7 +50,7 @@ bool isIdle(std::span<const unsigned char> bytes) {
 
 }  // namespace
 
-SPI::SPI() : SPI(std::make_unique<DeviceFiles>()) {
+SPI::SPI() : SPI(makeDeviceFiles()) {
   (void)::prctl(PR_SET_TIMERSLACK, TIMER_SLACK_NS);
 }
 

@@ -15,7 +15,7 @@ namespace ecu::koru::gpspub {
 /// The receiver on a serial port. Owned by the service, service thread only.
 class SerialInput final : public IGnssInput {
  public:
-  explicit SerialInput(std::unique_ptr<ITerminalDevice> device = std::make_unique<TerminalDevice>());
+  explicit SerialInput(std::unique_ptr<ITerminalDevice> device = makeTerminalDevice());
   ~SerialInput() override;
   SerialInput(const SerialInput&) = delete;
   SerialInput& operator=(const SerialInput&) = delete;

@@ -23,59 +23,56 @@ bool isPseudoTerminal(int fd) {
   return number >= FIRST_MAJOR && number < FIRST_MAJOR + 8;
 }
 
+class TerminalDevice final : public ITerminalDevice {
+ public:
+  int open(const std::string& path) override {
+    const int fd = ::open(path.c_str(), O_RDWR);
+    if (fd < 0) return fd;
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+      ::close(fd);
+      errno = EBUSY;
+      return -1;
+    }
+    if (!isPseudoTerminal(fd))
+      static_cast<void>(::ioctl(fd, TIOCEXCL));  // flock() binds only those who ask for it
+    return fd;
+  }
+
+  int close(int fd) override {
+    static_cast<void>(::ioctl(fd, TIOCNXCL));  // it would stay exclusive while anybody else has it open
+    return ::close(fd);
+  }
+
+  ssize_t read(int fd, void* data, size_t max) override { return ::read(fd, data, max); }
+  ssize_t write(int fd, const void* data, size_t len) override { return ::write(fd, data, len); }
+  int waitReadable(int fd, int timeout_us) override { return selectOne(fd, SelectFor::READING, timeout_us); }
+
+  bool isWritable(int fd) override {
+    const int ready = selectOne(fd, SelectFor::WRITING, 0);
+    if (ready == 0) errno = EAGAIN;
+    return ready > 0;
+  }
+
+  int bytesReadable(int fd) override {
+    int bytes = 0;
+    return ::ioctl(fd, FIONREAD, &bytes) == 0 ? bytes : -1;
+  }
+
+  void dropInput(int fd) override {
+    static_cast<void>(::ioctl(fd, TCFLSH, TCIFLUSH));  // only a terminal has this queue
+  }
+
+  int getAttributes(int fd, termios& attributes) override { return ::tcgetattr(fd, &attributes); }
+
+  int setAttributes(int fd, const termios& attributes) override {
+    return ::tcsetattr(fd, TCSANOW, &attributes);
+  }
+};
+
 }  // namespace
 
-int TerminalDevice::open(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDWR);
-  if (fd < 0) return fd;
-  if (::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-    ::close(fd);
-    errno = EBUSY;
-    return -1;
-  }
-  if (!isPseudoTerminal(fd))
-    static_cast<void>(::ioctl(fd, TIOCEXCL));  // flock() binds only those who ask for it
-  return fd;
-}
-
-int TerminalDevice::close(int fd) {
-  static_cast<void>(::ioctl(fd, TIOCNXCL));  // it would stay exclusive while anybody else has it open
-  return ::close(fd);
-}
-
-ssize_t TerminalDevice::read(int fd, void* data, size_t max) {
-  return ::read(fd, data, max);
-}
-
-ssize_t TerminalDevice::write(int fd, const void* data, size_t len) {
-  return ::write(fd, data, len);
-}
-
-int TerminalDevice::waitReadable(int fd, int timeout_us) {
-  return selectOne(fd, SelectFor::READING, timeout_us);
-}
-
-bool TerminalDevice::isWritable(int fd) {
-  const int ready = selectOne(fd, SelectFor::WRITING, 0);
-  if (ready == 0) errno = EAGAIN;
-  return ready > 0;
-}
-
-int TerminalDevice::bytesReadable(int fd) {
-  int bytes = 0;
-  return ::ioctl(fd, FIONREAD, &bytes) == 0 ? bytes : -1;
-}
-
-void TerminalDevice::dropInput(int fd) {
-  static_cast<void>(::ioctl(fd, TCFLSH, TCIFLUSH));  // only a terminal has this queue
-}
-
-int TerminalDevice::getAttributes(int fd, termios& attributes) {
-  return ::tcgetattr(fd, &attributes);
-}
-
-int TerminalDevice::setAttributes(int fd, const termios& attributes) {
-  return ::tcsetattr(fd, TCSANOW, &attributes);
+std::unique_ptr<ITerminalDevice> makeTerminalDevice() {
+  return std::make_unique<TerminalDevice>();
 }
 
 }  // namespace ecu::koru::gpspub

@@ -4,6 +4,7 @@
 #include <termios.h>
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 namespace ecu::koru::gpspub {
@@ -31,18 +32,7 @@ class ITerminalDevice {
   virtual int setAttributes(int fd, const termios& attributes) = 0;
 };
 
-class TerminalDevice final : public ITerminalDevice {
- public:
-  int open(const std::string& path) override;
-  int close(int fd) override;
-  ssize_t read(int fd, void* data, size_t max) override;
-  ssize_t write(int fd, const void* data, size_t len) override;
-  int waitReadable(int fd, int timeout_us) override;
-  bool isWritable(int fd) override;
-  int bytesReadable(int fd) override;
-  void dropInput(int fd) override;
-  int getAttributes(int fd, termios& attributes) override;
-  int setAttributes(int fd, const termios& attributes) override;
-};
+/// Returns the device of the operating system.
+[[nodiscard]] std::unique_ptr<ITerminalDevice> makeTerminalDevice();
 
 }  // namespace ecu::koru::gpspub

@@ -27,7 +27,7 @@ class ReceiverLines {
   void hardwareResetUblox() const;
 
  private:
-  std::unique_ptr<IDeviceFiles> m_files = std::make_unique<DeviceFiles>();
+  std::unique_ptr<IDeviceFiles> m_files = makeDeviceFiles();
   const std::string m_reset_line;
   const std::string m_root;
 };
