@@ -67,9 +67,4 @@ int GpioLine::level() {
   return level == '0' || level == '1' ? level - '0' : -1;
 }
 
-/// The driver takes the digit with its terminating NUL.
-ssize_t GpioLine::setLevel(bool high) {
-  return m_files.write(m_fd_value, high ? "1" : "0", 2);
-}
-
 }  // namespace ecu::koru::gpspub

@@ -38,8 +38,8 @@ class GpioLine {
   [[nodiscard]] int level();
   /// Waits for an edge, see IDeviceFiles::waitException().
   [[nodiscard]] int waitForEdge(int timeout_us) { return m_files.waitException(m_fd_value, timeout_us); }
-  /// Returns the number of bytes written, or -1.
-  ssize_t setLevel(bool high);
+  /// Returns the number of bytes written, or -1. The driver takes the digit with its terminating NUL.
+  ssize_t setLevel(bool high) { return m_files.write(m_fd_value, high ? "1" : "0", 2); }
   [[nodiscard]] const std::string& valuePath() const { return m_gpio_value_path; }
 
  private:

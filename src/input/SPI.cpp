@@ -93,14 +93,7 @@ bool SPI::connect() {
 void SPI::disconnect() {
   setTxReadyCheck(false);
   if (isDeviceGone()) m_drop_device_input = true;
-  if (m_fd_serial == -1) return;
-  m_device->close(m_fd_serial);
-  m_fd_serial = -1;
-}
-
-void SPI::clearBuffer() {
-  m_received.clear();
-  m_drop_device_input = true;
+  if (m_fd_serial != -1) m_device->close(std::exchange(m_fd_serial, -1));
 }
 
 void SPI::dropDeviceInput() {
@@ -333,10 +326,6 @@ void SPI::readFailed(int res) {
     }
   }
   sleepRestOfSlice(SHORTEST_PAUSE_NS);
-}
-
-std::span<const unsigned char> SPI::received(int len) const {
-  return std::span(m_rx_buffer).first(static_cast<size_t>(len));
 }
 
 }  // namespace ecu::koru::gpspub

@@ -9,15 +9,13 @@
 #include <string_view>
 #include <vector>
 
-#include "input/BaudRate.h"
+#include "input/BufferedInput.h"
 #include "input/GpioLine.h"
-#include "input/IGnssInput.h"
-#include "input/ReceiveBuffer.h"
 
 namespace ecu::koru::gpspub {
 
 /// The receiver on the SPI bus (spidev). The host clocks every byte. The receiver sends 0xFF while it has no
-/// data, and framing drops these bytes between items.
+/// data, and framing drops these bytes between items. The baud rate has no effect.
 ///
 /// Without TX-ready control, waiting() polls with short transfers. With it, waiting() waits for the line on
 /// which the receiver announces data (GPIO 124, active low, read through sysfs). Control is off until
@@ -26,7 +24,7 @@ namespace ecu::koru::gpspub {
 ///
 /// A read failure is logged once, and the thread sleeps for the rest of the slice. After a second of nothing
 /// but failures the device counts as gone. Owned by the service, service thread only.
-class SPI final : public IGnssInput {
+class SPI final : public BufferedInput {
  public:
   /// The path of a receiver on this bus.
   static constexpr std::string_view DEVICE = "/dev/spidev2.0";
@@ -43,27 +41,12 @@ class SPI final : public IGnssInput {
   void disconnect() override;
   [[nodiscard]] bool waiting(int timeout_us) override;
   [[nodiscard]] bool read() override;
-  [[nodiscard]] int getMessageLength() override { return m_received.bytesRead(); }
-  [[nodiscard]] unsigned char* getBuffer() override { return m_received.begin(); }
   /// Reads the receiver's pending bytes first, because those clocked in with the message are lost.
   int sendBinary(const unsigned char* data, int len) override;
-  void setGnssDeviceName(const std::string& name) override { m_gnss_device = name; }
-  // The baud rate has no effect on this bus.
-  bool setBaudRate(unsigned int baud) override { return m_baud.set(baud); }
-  void tryNextBaudRate() override { m_baud.tryNext(); }
-  [[nodiscard]] unsigned int getBaudRate() override { return m_baud.hunted(); }
-  [[nodiscard]] bool isConnected() override { return m_fd_serial != -1; }
-  [[nodiscard]] int getLinesReceived() override { return m_received.numLines(); }
-  void setLinesReceived(int lines) override { m_received.setNumLines(lines); }
   /// Receiver control switches this on if the receiver uses the line and the line works.
   void setTxReadyCheck(bool on) override;
   /// Returns the line's level, or -1 if it cannot be read.
   [[nodiscard]] int readGpioTxRdyPin() override { return m_gpio.level(); }
-  [[nodiscard]] ItemKind getItemKind() override { return m_received.itemKind(); }
-  [[nodiscard]] int getBytesWaiting() override { return m_received.bytesWaiting(); }
-  [[nodiscard]] long long bytesDiscarded() const { return m_received.bytesDiscarded(); }
-  void clearBuffer() override;
-  [[nodiscard]] bool isDeviceGone() override { return m_device_gone || m_received.isFlooded(); }
 
  private:
   void configureGpioTxRdy();
@@ -85,19 +68,15 @@ class SPI final : public IGnssInput {
   void readFailed(int res);
   void readAhead();
   static void logSent(const unsigned char* data, int len, int res);
-  [[nodiscard]] std::span<const unsigned char> received(int len) const;
+  [[nodiscard]] std::span<const unsigned char> received(int len) const {
+    return std::span(m_rx_buffer).first(static_cast<size_t>(len));
+  }
 
   static constexpr int m_spi_buffer_size = 4096;
   static constexpr int m_spi_block = 400;
   static constexpr int m_gpio_number = 124;
 
   const std::unique_ptr<IDeviceFiles> m_device;
-  std::string m_gnss_device;
-  int m_fd_serial = -1;
-  ReceiveBuffer m_received;
-  BaudRate m_baud;
-  bool m_device_gone = false;
-  bool m_drop_device_input = false;  // the receiver goes on collecting bytes
   std::vector<unsigned char> m_tx_buffer;
   std::vector<unsigned char> m_rx_buffer;
   spi_ioc_transfer m_transfer{};          // the driver's defaults but for buffers and length

@@ -23,12 +23,6 @@ std::string octal(unsigned value) {
 
 }  // namespace
 
-SerialInput::SerialInput(std::unique_ptr<ITerminalDevice> device) : m_device(std::move(device)) {}
-
-SerialInput::~SerialInput() {
-  SerialInput::disconnect();
-}
-
 bool SerialInput::connect() {
   static unsigned open_failures = 0;  // of the process: a device that comes and goes is not logged each time
   disconnect();
@@ -78,14 +72,7 @@ void SerialInput::logAttributes(const termios& attributes) const {
 }
 
 void SerialInput::disconnect() {
-  if (m_fd_serial == -1) return;
-  m_device->close(m_fd_serial);
-  m_fd_serial = -1;
-}
-
-void SerialInput::clearBuffer() {
-  m_received.clear();
-  m_drop_device_input = true;
+  if (m_fd_serial != -1) m_device->close(std::exchange(m_fd_serial, -1));
 }
 
 bool SerialInput::waiting(int timeout_us) {
