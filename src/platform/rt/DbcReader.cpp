@@ -30,6 +30,13 @@ constexpr size_t MAX_TOPIC = 1000;
 constexpr std::string_view TX_TOPIC = "TxTopic";
 constexpr std::string_view RX_TOPIC = "RxTopic";
 
+/// The statements that end with a semicolon and say nothing about groups.
+constexpr std::array<std::string_view, 20> SKIPPED_KEYWORDS{
+    "BA_DEF_",          "BA_DEF_DEF_REL_", "BA_DEF_REL_",   "BA_DEF_SGTYPE_", "BA_REL_",
+    "BA_SGTYPE_",       "BO_TX_BU_",       "CAT_",          "CAT_DEF_",       "CM_",
+    "ENVVAR_DATA_",     "EV_DATA_",        "SGTYPE_",       "SGTYPE_VAL_",    "SG_MUL_VAL_",
+    "SIGTYPE_VALTYPE_", "SIG_GROUP_",      "SIG_TYPE_REF_", "VAL_",           "VAL_TABLE_"};
+
 /// A topic and the number of the line that sets it, or 0 if none does.
 struct TopicText {
   std::string text;
@@ -50,7 +57,6 @@ struct Draft {
   void refuse(unsigned at, const std::string& reason) {
     if (!problem) problem.emplace(at, reason);
   }
-  [[nodiscard]] bool has_topic() const { return !tx.text.empty() || !rx.text.empty(); }
 };
 
 std::string Draft::place(const SignalDefinition& signal) {
@@ -81,7 +87,8 @@ class DbcParser {
     Handler handler;
     bool within_others;  // the keyword also names a kind of object
   };
-  static const std::array<Statement, 30> STATEMENTS;
+  static const std::array<Statement, 10> STATEMENTS;
+  static const Statement SKIPPED;
   static const Statement* statement(std::string_view keyword);
 
   void skip_to_semicolon();
@@ -111,7 +118,7 @@ class DbcParser {
   bool m_in_message = false;  // signals may follow
 };
 
-const std::array<DbcParser::Statement, 30> DbcParser::STATEMENTS{
+const std::array<DbcParser::Statement, 10> DbcParser::STATEMENTS{
     {{"BO_", &DbcParser::message, true},
      {"SG_", &DbcParser::signal, true},
      {"BA_", &DbcParser::attribute, false},
@@ -121,32 +128,14 @@ const std::array<DbcParser::Statement, 30> DbcParser::STATEMENTS{
      {"VERSION", &DbcParser::version, false},
      {"BS_", &DbcParser::skip_to_statement, false},
      {"BU_", &DbcParser::skip_to_statement, true},
-     {"EV_", &DbcParser::skip_to_semicolon, true},
-     {"CM_", &DbcParser::skip_to_semicolon, false},
-     {"VAL_", &DbcParser::skip_to_semicolon, false},
-     {"VAL_TABLE_", &DbcParser::skip_to_semicolon, false},
-     {"BA_DEF_", &DbcParser::skip_to_semicolon, false},
-     {"BA_DEF_REL_", &DbcParser::skip_to_semicolon, false},
-     {"BA_DEF_DEF_REL_", &DbcParser::skip_to_semicolon, false},
-     {"BA_DEF_SGTYPE_", &DbcParser::skip_to_semicolon, false},
-     {"BA_REL_", &DbcParser::skip_to_semicolon, false},
-     {"BA_SGTYPE_", &DbcParser::skip_to_semicolon, false},
-     {"BO_TX_BU_", &DbcParser::skip_to_semicolon, false},
-     {"CAT_", &DbcParser::skip_to_semicolon, false},
-     {"CAT_DEF_", &DbcParser::skip_to_semicolon, false},
-     {"ENVVAR_DATA_", &DbcParser::skip_to_semicolon, false},
-     {"EV_DATA_", &DbcParser::skip_to_semicolon, false},
-     {"SG_MUL_VAL_", &DbcParser::skip_to_semicolon, false},
-     {"SGTYPE_", &DbcParser::skip_to_semicolon, false},
-     {"SGTYPE_VAL_", &DbcParser::skip_to_semicolon, false},
-     {"SIG_GROUP_", &DbcParser::skip_to_semicolon, false},
-     {"SIG_TYPE_REF_", &DbcParser::skip_to_semicolon, false},
-     {"SIGTYPE_VALTYPE_", &DbcParser::skip_to_semicolon, false}}};
+     {"EV_", &DbcParser::skip_to_semicolon, true}}};
+
+const DbcParser::Statement DbcParser::SKIPPED{"", &DbcParser::skip_to_semicolon, false};
 
 const DbcParser::Statement* DbcParser::statement(std::string_view keyword) {
-  const auto* const found = std::find_if(STATEMENTS.begin(), STATEMENTS.end(),
-                                         [=](const Statement& each) { return each.keyword == keyword; });
-  return found != STATEMENTS.end() ? found : nullptr;
+  const auto* const found = std::ranges::find(STATEMENTS, keyword, &Statement::keyword);
+  if (found != STATEMENTS.end()) return found;
+  return std::ranges::find(SKIPPED_KEYWORDS, keyword) != SKIPPED_KEYWORDS.end() ? &SKIPPED : nullptr;
 }
 
 std::shared_ptr<const SignalDatabase> DbcParser::parse() {
@@ -270,10 +259,7 @@ std::string DbcParser::layout(SignalDefinition& signal) {
 /// BA_ "TxTopic" BO_ 2566845438 "topic";
 void DbcParser::attribute() {
   const std::string name = m_in.string("an attribute's name in quotes");
-  if (name != TX_TOPIC && name != RX_TOPIC) {
-    skip_to_semicolon();
-    return;
-  }
+  if (name != TX_TOPIC && name != RX_TOPIC) return skip_to_semicolon();
   if (m_in.peek_word() != "BO_") m_in.fail_expected("BO_");
   m_in.skip();
   const uint32_t id = m_in.whole_number("a message id");
@@ -341,7 +327,7 @@ std::shared_ptr<const SignalDatabase> DbcParser::finish() {
   for (Draft& draft : m_drafts) {
     finish_topic(draft, draft.tx, m_tx_default);
     finish_topic(draft, draft.rx, m_rx_default);
-    if (!draft.has_topic()) continue;
+    if (draft.tx.text.empty() && draft.rx.text.empty()) continue;
     if (draft.group.signals.empty()) {
       draft.refuse(draft.line, logging::text("message ", draft.group.name, " has a topic and no signal"));
     }
@@ -365,6 +351,11 @@ std::string read_file(const std::string& path) {
   std::string text = read_text(file, MAX_DBC_SIZE + 1);
   if (!file.is_open() || file.bad()) throw DbcProblem(0, "the file cannot be read");
   return text;
+}
+
+std::shared_ptr<const SignalDatabase> parsed(std::string_view text) {
+  if (text.size() > MAX_DBC_SIZE) throw DbcProblem(0, "the file is longer than 1 MiB");
+  return DbcParser(text).parse();
 }
 
 /// Calls `read` and turns what it throws into the error.
@@ -392,19 +383,11 @@ std::string DbcError::text() const {
 }
 
 DbcResult parse_dbc(std::string_view text, std::string_view file_name) noexcept {
-  return guarded(file_name, [=] {
-    if (text.size() > MAX_DBC_SIZE) throw DbcProblem(0, "the file is longer than 1 MiB");
-    return DbcParser(text).parse();
-  });
+  return guarded(file_name, [=] { return parsed(text); });
 }
 
 DbcResult load_dbc(const std::string& path) noexcept {
-  std::string text;
-  const DbcResult read = guarded(path, [&]() -> std::shared_ptr<const SignalDatabase> {
-    text = read_file(path);
-    return nullptr;
-  });
-  return read.error.reason.empty() ? parse_dbc(text, path) : read;
+  return guarded(path, [&] { return parsed(read_file(path)); });
 }
 
 }  // namespace ecu::koru::rt

@@ -38,10 +38,6 @@ SignalScale::SignalScale(double factor, double offset)
   }
 }
 
-double SignalScale::physical(uint64_t raw) const {
-  return (static_cast<double>(raw) * m_factor_dividend + m_offset_dividend) / m_divisor;
-}
-
 double SignalScale::nearest_raw(double physical) const {
   return std::round((physical * m_divisor - m_offset_dividend) / m_factor_dividend);
 }
@@ -61,8 +57,7 @@ SignalStatus SignalDefinition::status(uint64_t raw) const {
 }
 
 const SignalDefinition* GroupDefinition::signal(std::string_view signal_name) const {
-  const auto found = std::find_if(signals.begin(), signals.end(),
-                                  [=](const SignalDefinition& each) { return each.name == signal_name; });
+  const auto found = std::ranges::find(signals, signal_name, &SignalDefinition::name);
   return found != signals.end() ? &*found : nullptr;
 }
 

@@ -30,7 +30,9 @@ class SignalScale {
 
   [[nodiscard]] double factor() const { return m_factor; }
   [[nodiscard]] double offset() const { return m_offset; }
-  [[nodiscard]] double physical(uint64_t raw) const;
+  [[nodiscard]] double physical(uint64_t raw) const {
+    return (static_cast<double>(raw) * m_factor_dividend + m_offset_dividend) / m_divisor;
+  }
   /// Returns the nearest whole raw value; halves round away from 0. Not limited to any width; NaN gives NaN.
   [[nodiscard]] double nearest_raw(double physical) const;
 

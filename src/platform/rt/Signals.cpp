@@ -48,10 +48,6 @@ uint64_t Signal::raw() const {
   return read_bits(m_group->bytes(), m_definition->start_bit, m_definition->width);
 }
 
-SignalStatus Signal::status() const {
-  return m_definition->status(raw());
-}
-
 double Signal::value_scaled() const {
   const uint64_t value = raw();
   if (m_definition->status(value) != SignalStatus::VALID) return std::numeric_limits<double>::quiet_NaN();

@@ -30,7 +30,7 @@ class Signal {
   /// Returns the signal's own bits or, for a raw system signal, the first 8 bytes, lowest first.
   [[nodiscard]] uint64_t raw() const;
   /// A raw system signal and a time stamp are always VALID.
-  [[nodiscard]] SignalStatus status() const;
+  [[nodiscard]] SignalStatus status() const { return m_definition->status(raw()); }
   /// Returns the physical value, or NaN if the status is not VALID.
   [[nodiscard]] double value_scaled() const;
   /// Returns the raw value's (width + 7) / 8 bytes, lowest first; all bytes of a raw system signal.
