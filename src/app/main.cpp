@@ -92,7 +92,7 @@ bool readConfiguration(std::unique_ptr<config::Configuration>& config) {
   return true;
 }
 
-std::string readMandatory(var::IVarClient& variables, const std::string& name) {
+std::string readMandatory(var::VarClient& variables, const std::string& name) {
   std::string value = variables.get(name);
   if (value.empty()) {
     LOG.alert("Failed to get mandatory ECU variable '" + name + "' from ECU. Application exiting!");
@@ -101,13 +101,13 @@ std::string readMandatory(var::IVarClient& variables, const std::string& name) {
 }
 
 /// Returns false if one is missing.
-bool readMandatoryVariables(var::IVarClient& variables, MandatoryVariables& out) {
+bool readMandatoryVariables(var::VarClient& variables, MandatoryVariables& out) {
   return !(out.hwvariant = readMandatory(variables, "hwvariant")).empty() &&
          !(out.hwversion = readMandatory(variables, "hwversion")).empty() &&
          !(out.hasgnss = readMandatory(variables, "hasgnss")).empty();
 }
 
-bool readSimulationSwitch(var::ISysparamsClient& parameters) {
+bool readSimulationSwitch(var::SysparamsClient& parameters) {
   const auto entry = parameters.get(ACTIVATE_EHORIZON_SIM);
   if (!entry) return false;
   const std::string& value = entry->value();

@@ -52,54 +52,33 @@ std::optional<Body> read_retained(com::ITransportClient& transport, const std::s
   return std::nullopt;
 }
 
-class VarClient final : public IVarClient {
- public:
-  explicit VarClient(std::shared_ptr<com::ITransportClient> transport) : m_transport(std::move(transport)) {}
-
-  std::string get(const std::string& name) override {
-    const auto body = read_retained<pb::RtSignal>(*m_transport, topic::VARIABLE_PREFIX + name);
-    return body ? body->value() : std::string();
-  }
-
- private:
-  std::shared_ptr<com::ITransportClient> m_transport;
-};
-
-class SysparamsClient final : public ISysparamsClient {
- public:
-  explicit SysparamsClient(std::shared_ptr<com::ITransportClient> transport)
-      : m_transport(std::move(transport)) {}
-
-  std::optional<pb::SystemParameterEntry> get(uint32_t id) override {
-    const auto& all = fetched();
-    const auto found = all.find(id);
-    return found == all.end() ? std::nullopt : std::optional(found->second);
-  }
-
-  const SystemParameterMap& get_all() override { return fetched(); }
-
- private:
-  const SystemParameterMap& fetched() {
-    if (!m_parameters) {
-      m_parameters.emplace();
-      auto body = read_retained<pb::SystemParameters>(*m_transport, topic::SYSTEM_PARAMETERS);
-      if (!body) return *m_parameters;
-      for (auto& [id, entry] : *body->mutable_entries()) m_parameters->try_emplace(id, std::move(entry));
-    }
-    return *m_parameters;
-  }
-
-  std::shared_ptr<com::ITransportClient> m_transport;
-  std::optional<SystemParameterMap> m_parameters;
-};
-
 }  // namespace
 
-std::unique_ptr<IVarClient> create_var_client(std::shared_ptr<com::ITransportClient> transport) {
+std::string VarClient::get(const std::string& name) {
+  const auto body = read_retained<pb::RtSignal>(*m_transport, topic::VARIABLE_PREFIX + name);
+  return body ? body->value() : std::string();
+}
+
+std::optional<pb::SystemParameterEntry> SysparamsClient::get(uint32_t id) {
+  const auto& all = get_all();
+  const auto found = all.find(id);
+  return found == all.end() ? std::nullopt : std::optional(found->second);
+}
+
+const SystemParameterMap& SysparamsClient::get_all() {
+  if (m_parameters) return *m_parameters;
+  m_parameters.emplace();
+  auto body = read_retained<pb::SystemParameters>(*m_transport, topic::SYSTEM_PARAMETERS);
+  if (!body) return *m_parameters;
+  for (auto& [id, entry] : *body->mutable_entries()) m_parameters->try_emplace(id, std::move(entry));
+  return *m_parameters;
+}
+
+std::unique_ptr<VarClient> create_var_client(std::shared_ptr<com::ITransportClient> transport) {
   return std::make_unique<VarClient>(std::move(transport));
 }
 
-std::unique_ptr<ISysparamsClient> create_sysparams_client(std::shared_ptr<com::ITransportClient> transport) {
+std::unique_ptr<SysparamsClient> create_sysparams_client(std::shared_ptr<com::ITransportClient> transport) {
   return std::make_unique<SysparamsClient>(std::move(transport));
 }
 
