@@ -74,4 +74,10 @@ std::chrono::milliseconds MqttClient::read_timeout() const {
   return m_prepared ? m_connection->options().var_timeout : std::chrono::milliseconds(0);
 }
 
+std::shared_ptr<ITransportClient> create_client(std::unique_ptr<config::Configuration>& config,
+                                                TransportType type) {
+  if (!config || type != TransportType::MQTT) return nullptr;
+  return std::make_shared<MqttClient>(read_mqtt_options(*config));
+}
+
 }  // namespace ecu::koru::com

@@ -27,10 +27,6 @@ void MqttOutbox::clear() {
   for (auto& [topic, kept] : m_kept) kept.mid = 0;
 }
 
-void MqttOutbox::keep(const std::string& topic, const Message& message) {
-  m_kept[topic] = {message, 0};
-}
-
 bool MqttOutbox::on_its_way(const std::string& topic) const {
   const auto kept = m_kept.find(topic);
   return kept != m_kept.end() && kept->second.mid > 0;

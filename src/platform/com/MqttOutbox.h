@@ -38,7 +38,7 @@ class MqttOutbox {
   void clear();
 
   /// Keeps the newest message of the topic until it is written.
-  void keep(const std::string& topic, const Message& message);
+  void keep(const std::string& topic, const Message& message) { m_kept[topic] = {message, 0}; }
   /// Returns true while the library holds the topic's kept message.
   [[nodiscard]] bool on_its_way(const std::string& topic) const;
   /// Offers every kept message that is not on its way to `send`. `send` returns the library's number of the
