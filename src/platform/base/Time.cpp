@@ -19,43 +19,32 @@ int64_t read_clock(clockid_t id) {
   return static_cast<int64_t>(now.tv_sec) * NS_PER_S + now.tv_nsec;
 }
 
+class SystemTime final : public ITimeSource {
+ public:
+  [[nodiscard]] int64_t steady_ns() const override { return read_clock(CLOCK_MONOTONIC); }
+  [[nodiscard]] int64_t boot_ns() const override { return read_clock(CLOCK_BOOTTIME); }
+  void sleep_ns(int64_t ns) override {
+    if (ns <= 0) return;
+    timespec wait{};
+    wait.tv_sec = static_cast<time_t>(ns / NS_PER_S);
+    wait.tv_nsec = static_cast<long>(ns % NS_PER_S);
+    nanosleep(&wait, nullptr);
+  }
+  void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override {
+    condition.wait_for(lock, std::chrono::nanoseconds(ns));
+  }
+  [[nodiscard]] timeval wall() const override {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    return now;
+  }
+  [[nodiscard]] bool set_wall(const timeval& now) override { return settimeofday(&now, nullptr) == 0; }
+};
+
 constinit SystemTime g_system_time;
 constinit std::atomic<ITimeSource*> g_source{&g_system_time};
 
 }  // namespace
-
-int64_t SystemTime::steady_ns() const {
-  return read_clock(CLOCK_MONOTONIC);
-}
-
-int64_t SystemTime::boot_ns() const {
-  return read_clock(CLOCK_BOOTTIME);
-}
-
-void SystemTime::sleep_ns(int64_t ns) {
-  if (ns <= 0) return;
-  timespec wait{};
-  wait.tv_sec = static_cast<time_t>(ns / NS_PER_S);
-  wait.tv_nsec = static_cast<long>(ns % NS_PER_S);
-  nanosleep(&wait, nullptr);
-}
-
-void SystemTime::wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) {
-  condition.wait_for(lock, std::chrono::nanoseconds(ns));
-}
-
-timeval SystemTime::wall() const {
-  timeval now{};
-  gettimeofday(&now, nullptr);
-  return now;
-}
-
-bool SystemTime::set_wall(const timeval& now) {
-  return settimeofday(&now, nullptr) == 0;
-}
-
-VirtualTime::VirtualTime(int64_t boot_ns, int64_t wall_us)
-    : m_now_ns(boot_ns), m_wall_offset_us(wall_us - boot_ns / 1000) {}
 
 timeval VirtualTime::wall() const {
   const int64_t us = m_now_ns.load() / 1000 + m_wall_offset_us.load();

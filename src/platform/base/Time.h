@@ -29,23 +29,13 @@ class ITimeSource {
   [[nodiscard]] virtual bool set_wall(const timeval& now) = 0;
 };
 
-/// The clocks of the operating system.
-class SystemTime final : public ITimeSource {
- public:
-  [[nodiscard]] int64_t steady_ns() const override;
-  [[nodiscard]] int64_t boot_ns() const override;
-  void sleep_ns(int64_t ns) override;
-  void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override;
-  [[nodiscard]] timeval wall() const override;
-  [[nodiscard]] bool set_wall(const timeval& now) override;
-};
-
 /// The test version: time stands still until it is moved, and sleeping moves it. Several threads may read it;
 /// one thread at a time may move it.
 class VirtualTime final : public ITimeSource {
  public:
   /// Starts at `boot_ns` since boot; the system clock starts at `wall_us` microseconds since 1970.
-  explicit VirtualTime(int64_t boot_ns = 1'000'000'000'000, int64_t wall_us = 0);
+  explicit VirtualTime(int64_t boot_ns = 1'000'000'000'000, int64_t wall_us = 0)
+      : m_now_ns(boot_ns), m_wall_offset_us(wall_us - boot_ns / 1000) {}
   [[nodiscard]] int64_t steady_ns() const override { return m_now_ns.load(); }
   [[nodiscard]] int64_t boot_ns() const override { return m_now_ns.load(); }
   void sleep_ns(int64_t ns) override { advance(ns); }
@@ -67,7 +57,7 @@ class VirtualTime final : public ITimeSource {
   int m_set_calls = 0;
 };
 
-/// Returns the clocks of this process: SystemTime unless a test has replaced it.
+/// Returns the clocks of this process: the operating system's unless a test has replaced them.
 [[nodiscard]] ITimeSource& time_source();
 /// Replaces the clocks; nullptr restores the operating system's. Call it before any thread reads a clock.
 /// `source` is not owned.
