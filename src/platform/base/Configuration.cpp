@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <iterator>
+#include <utility>
 
 #include "platform/base/Logging.h"
 #include "platform/base/ReadText.h"
@@ -63,27 +63,18 @@ std::string Configuration::get(const std::string& key) const {
 }
 
 void Configuration::read_line(std::string_view line, unsigned number) {
+  const auto refuse = [&](std::string why) { m_problems.push_back({number, std::move(why)}); };
   if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-  if (line.find('\0') != std::string_view::npos) {
-    m_problems.push_back({number, "expected text without NUL bytes"});
-    return;
-  }
+  if (line.find('\0') != std::string_view::npos) return refuse("expected text without NUL bytes");
   const std::string_view content = trimmed(line);
   if (content.empty() || content.front() == '#' || content.front() == ';') return;
   const auto equals = content.find('=');
-  if (equals == std::string_view::npos) {
-    m_problems.push_back({number, "expected 'key = value' or a comment, found " + shown(content)});
-    return;
-  }
+  if (equals == std::string_view::npos)
+    return refuse("expected 'key = value' or a comment, found " + shown(content));
   const std::string_view key = trimmed(content.substr(0, equals));
-  if (key.empty()) {
-    m_problems.push_back({number, "expected a key before '='"});
-    return;
-  }
-  if (key.find_first_of(BLANKS) != std::string_view::npos) {
-    m_problems.push_back({number, "expected a key without blanks, found " + shown(key)});
-    return;
-  }
+  if (key.empty()) return refuse("expected a key before '='");
+  if (key.find_first_of(BLANKS) != std::string_view::npos)
+    return refuse("expected a key without blanks, found " + shown(key));
   m_values[std::string(key)] = {std::string(unquoted(trimmed(content.substr(equals + 1)))), number};
 }
 

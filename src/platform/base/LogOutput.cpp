@@ -81,10 +81,6 @@ bool StreamOutput::put(std::string_view record) {
 
 // -- The system's log
 
-SyslogOutput::~SyslogOutput() {
-  close();
-}
-
 bool SyslogOutput::put(std::string_view record) {
   for (int tries = 0; tries < 2; ++tries) {
     if (m_socket < 0 && !connect()) return false;

@@ -43,7 +43,7 @@ class StreamOutput final : public LogOutput {
 class SyslogOutput final : public LogOutput {
  public:
   explicit SyslogOutput(std::string path) : m_path(std::move(path)) {}
-  ~SyslogOutput() override;
+  ~SyslogOutput() override { close(); }
   SyslogOutput(const SyslogOutput&) = delete;
   SyslogOutput& operator=(const SyslogOutput&) = delete;
 

@@ -125,7 +125,7 @@ class Module {
 
   template <typename... Parts>
   void log(Level level, const Opening& opening, const Parts&... parts) const {
-    if (enabled(level)) write_limited(opening, level, m_name, text_of(opening, parts...));
+    if (enabled(level)) write_limited(opening, level, m_name, text(opening.text(), parts...));
   }
   template <typename... Parts>
   void alert(const Opening& opening, const Parts&... parts) const {
@@ -158,11 +158,6 @@ class Module {
   }
 
  private:
-  template <typename... Parts>
-  [[nodiscard]] static std::string text_of(const Opening& opening, const Parts&... parts) {
-    return text(opening.text(), parts...);
-  }
-
   std::string_view m_name;
 };
 

@@ -8,18 +8,6 @@
 
 namespace ecu::koru {
 
-namespace {
-
-std::optional<int64_t> whole_text(std::string_view text, int base, int64_t min, int64_t max) {
-  int64_t value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
-  if (error != std::errc{} || end != text.data() + text.size() || value < min || value > max)
-    return std::nullopt;
-  return value;
-}
-
-}  // namespace
-
 uint32_t to_u32_base0(const std::string& text) {
   const auto start = text.find_first_not_of(" \t\n\v\f\r");
   const bool negative = start != std::string::npos && text[start] == '-';
@@ -32,8 +20,12 @@ uint32_t to_u32_base0(const std::string& text) {
   return static_cast<uint32_t>(value);
 }
 
-std::optional<int64_t> to_int_within(std::string_view text, int64_t min, int64_t max) {
-  return whole_text(text, 10, min, max);
+std::optional<int64_t> to_int_within(std::string_view text, int64_t min, int64_t max, int base) {
+  int64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+  if (error != std::errc{} || end != text.data() + text.size() || value < min || value > max)
+    return std::nullopt;
+  return value;
 }
 
 std::optional<int64_t> to_int_within_base0(std::string_view text, int64_t min, int64_t max) {
@@ -45,7 +37,7 @@ std::optional<int64_t> to_int_within_base0(std::string_view text, int64_t min, i
     base = 8;
   }
   if (text.starts_with('-')) return std::nullopt;
-  return whole_text(text, base, min, max);
+  return to_int_within(text, min, max, base);
 }
 
 }  // namespace ecu::koru

@@ -13,8 +13,9 @@ namespace ecu::koru {
 /// std::out_of_range if the magnitude is above 0xFFFFFFFF.
 [[nodiscard]] uint32_t to_u32_base0(const std::string& text);
 
-/// Returns the whole text as a decimal number, or nothing if it is not a number from `min` to `max`.
-[[nodiscard]] std::optional<int64_t> to_int_within(std::string_view text, int64_t min, int64_t max);
+/// Returns the whole text as a number, or nothing if it is not a number from `min` to `max`.
+[[nodiscard]] std::optional<int64_t> to_int_within(std::string_view text, int64_t min, int64_t max,
+                                                   int base = 10);
 
 /// Does the same for a number without a sign, in the same bases as to_u32_base0().
 [[nodiscard]] std::optional<int64_t> to_int_within_base0(std::string_view text, int64_t min, int64_t max);
