@@ -69,7 +69,7 @@ struct Configured {
 }  // namespace
 
 TEST(AppTest, AnOptionBeatsTheFileAndTheFileTheDefault) {
-  const std::string other = " is none of true, 1, false and 0, it is taken as false";
+  const std::string other = " is not true, 1, false or 0; it is taken as false";
   const std::string silence = "radio_silence_configured = true";
   const std::vector<unsigned> no_change = {38400, 3, 3, 0x40, 0};
   const std::string options = "-b 57600 --gnsssystem 0xA --gnssaugmentation=2 -d 8 --disable-hw-init";
