@@ -107,10 +107,11 @@ void UbxReception::processNav(const UbxFrame& frame) {
 void UbxReception::processAck(const UbxFrame& frame) {
   constexpr unsigned FLAGS = DISPATCH | logflag::ACKNOWLEDGEMENTS;
   if (frame.id() == ubx::ACK_ACK || frame.id() == ubx::ACK_NAK) {
-    LOG.detail(FLAGS, frame.id() == ubx::ACK_ACK ? "Ublox ACK received on" : "Ublox NAK received  on",
-               " class 0x", logging::hex(ubx::u8(frame.payload(), 0), 2), " id 0x",
-               logging::hex(ubx::u8(frame.payload(), 1), 2),
-               " init command idx = ", m_config.initCommandIdx());
+    LOG.detail(
+        FLAGS,
+        frame.id() == ubx::ACK_ACK ? "Ublox ACK received on class 0x" : "Ublox NAK received  on class 0x",
+        logging::hex(ubx::u8(frame.payload(), 0), 2), " id 0x", logging::hex(ubx::u8(frame.payload(), 1), 2),
+        " init command idx = ", m_config.initCommandIdx());
   } else {
     logUnknown(FLAGS, frame);
   }
