@@ -414,6 +414,7 @@ std::vector<std::string> log_of(std::vector<std::chrono::milliseconds> holds,
 TEST(TransportConnection, IsTriedAgainAfter1SecondDoublingTo30) {
   const auto attempts = [](std::vector<std::chrono::milliseconds> holds, const std::vector<int>& times_ms) {
     std::vector<std::string> expected;
+    expected.reserve(times_ms.size());
     for (const int time_ms : times_ms) expected.push_back(std::to_string(time_ms) + " attempt");
     EXPECT_EQ(log_of(std::move(holds), [](auto&) {}), expected);
   };
