@@ -17,7 +17,7 @@ namespace {
       logging::text("expected HOST[:PORT][/PREFIX], found '", logging::escaped(text), "': ", what));
 }
 
-/// Removes the host from the front and returns it; empty if there is none.
+/// Removes the host from the front and returns it; empty if the text names no host.
 std::string take_host(std::string_view& rest) {
   const bool bracketed = rest.starts_with('[');
   if (bracketed) rest.remove_prefix(1);

@@ -13,7 +13,7 @@ class LineBuffer {
  public:
   void add(std::string_view bytes) { m_bytes.append(bytes); }
 
-  /// Returns the next whole line without its line feed; empty if there is none yet. After each add(),
+  /// Returns the next whole line without its line feed; empty if no line is complete. After each add(),
   /// call it until it returns empty. Throws BadCommand once for each line that is too long, after its
   /// end has arrived.
   [[nodiscard]] std::optional<std::string> next() {

@@ -12,7 +12,7 @@ bool is_talker_letter(char c) {
   return c >= 'A' && c <= 'Z';
 }
 
-/// Returns where the next "$ttRMC," begins at or after `from`; npos if there is none.
+/// Returns where the next "$ttRMC," begins at or after `from`; npos if no further one follows.
 size_t find_rmc(std::string_view bytes, size_t from) {
   constexpr size_t ADDRESS = 3;  // '$' and the talker
   for (size_t at = from; (at = bytes.find("RMC,", at)) != std::string_view::npos; ++at) {

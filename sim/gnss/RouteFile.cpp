@@ -146,7 +146,7 @@ class TagScanner {
   size_t m_line = 1;
 };
 
-/// Returns the value of an attribute; empty if there is none.
+/// Returns the value of an attribute; empty if the attribute is absent.
 std::string_view attribute(std::string_view attributes, std::string_view name) {
   while (true) {
     const size_t equals = attributes.find('=');

@@ -48,7 +48,7 @@ class ReceiveBuffer {
   [[nodiscard]] ItemKind itemKind() const { return m_item_kind; }
   /// Returns the start of the bytes held, where the framed item begins.
   [[nodiscard]] unsigned char* begin() { return m_buffer.get() + m_front; }
-  /// Returns the length of the framed item, or 0 if there is none.
+  /// Returns the length of the framed item, or 0 before an item is framed.
   [[nodiscard]] int bytesRead() const { return m_bytes_read; }
   /// Returns how many bytes are held, including the framed item.
   [[nodiscard]] int bytesWaiting() const { return m_bytes_waiting; }

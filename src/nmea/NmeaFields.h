@@ -28,7 +28,7 @@ class NmeaFields {
 /// equally exact way.
 [[nodiscard]] double nmeaNumber(std::string_view text);
 
-/// Returns the decimal number at the start of the text. Throws std::invalid_argument if there is none and
+/// Returns the decimal number at the start of the text. Throws std::invalid_argument without a number and
 /// std::out_of_range if it is negative or above the range of int32_t.
 [[nodiscard]] int32_t nmeaCount(std::string_view text);
 

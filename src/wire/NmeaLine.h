@@ -10,7 +10,7 @@ void calcNmeaChecksum(const unsigned char* buf, unsigned len, unsigned char* hi,
 /// Returns true for a line of at least 8 bytes with the right checksum. Its last two bytes do not matter.
 [[nodiscard]] bool isValidNmeaMessage(const unsigned char* buf, unsigned len);
 
-/// Returns the index of the first of the two bytes in [0, len), or -1 if there is none.
+/// Returns the index of the first of the two bytes in [0, len), or -1 if neither occurs.
 [[nodiscard]] int find2CharsInString(const unsigned char* buf, unsigned char c1, unsigned char c2,
                                      unsigned len);
 

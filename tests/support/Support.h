@@ -105,7 +105,7 @@ inline int socket_after(int (*call)(int, const sockaddr*, socklen_t), uint16_t p
   return {address, static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size() + (is_path ? 1 : 0))};
 }
 
-/// Returns the content of a file; empty if there is none.
+/// Returns the content of a file; empty if the file cannot be read.
 [[nodiscard]] inline std::string text_of(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};

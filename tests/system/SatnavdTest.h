@@ -33,7 +33,7 @@ inline int64_t clock_ns(clockid_t clock) {
   return int64_t{now.tv_sec} * S + now.tv_nsec;
 }
 
-/// Returns the text after "name:" in the kernel's status of a process; "0" if there is none.
+/// Returns the text after "name:" in the kernel's status of a process; "0" if the line is absent.
 inline std::string status_of(pid_t pid, const std::string& name) {
   const std::string status = text_of("/proc/" + std::to_string(pid) + "/status");
   const size_t at = status.find(name + ":");

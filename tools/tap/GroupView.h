@@ -11,7 +11,7 @@ namespace ecu::koru::tap {
 /// Returns {"name", "can_id", "signals"}. `can_id` is in hex as in the signal database, and left out if the
 /// group has none. `signals` holds for each signal, by name:
 ///   value   the physical value, whole numbers exactly; null if it is not valid or more than 8 raw bytes
-///   unit    left out if there is none
+///   unit    left out if the signal has no unit
 ///   status  "valid", "not available", "error", "out of range"
 ///   raw     the raw value's bytes in hex, lowest first
 [[nodiscard]] Json group_json(const rt::SignalGroup& group);

@@ -14,7 +14,7 @@ constexpr uint64_t ERROR_BYTE = 0xFE;                // the highest byte of a ra
 constexpr uint64_t NOT_AVAILABLE_BYTE = 0xFF;
 constexpr uint64_t FIRST_RESERVED_BYTE = 0xFB;
 
-/// Finds the whole number that divided by `divisor` is exactly `value`. Returns false if there is none.
+/// Finds the whole number that divided by `divisor` is exactly `value`. Returns false if no number does that.
 bool is_over(double value, double divisor, double& dividend) {
   dividend = std::round(value * divisor);
   return std::abs(dividend) <= MAX_EXACT && dividend / divisor == value;

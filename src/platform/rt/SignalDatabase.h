@@ -39,7 +39,7 @@ class SignalScale {
  private:
   double m_factor = 1;
   double m_offset = 0;
-  // Whole numbers over m_divisor or, if there are none, factor and offset themselves over 1.
+  // Factor and offset as fractions of whole numbers; if that is not possible, themselves over 1.
   double m_factor_dividend = 1;
   double m_offset_dividend = 0;
   double m_divisor = 1;
