@@ -80,7 +80,7 @@ class Faults {
   [[nodiscard]] bool silent_at(int64_t since_power_on_us) const;
 
   [[nodiscard]] bool loses_answer() { return m_ubx_random.hit(m_options.lose); }
-  /// Returns the random frame that follows the sentence or replaces the answer; empty if nothing is to be sent.
+  /// Returns the random frame that follows the sentence or replaces the answer; empty if nothing does.
   [[nodiscard]] std::optional<UbxFrame> garbage();
 
  private:

@@ -14,7 +14,7 @@ enum class AntennaState {
   COLD_START,  ///< no CFG-ANT answer has been judged since the start
   SAVING,      ///< still the cold start: the next answer saves the setting that was just sent
   WARM,        ///< the cold start is over
-  SILENT       ///< the cold start is over, and radio silence is applied
+  SILENT       ///< the cold start is over and radio silence is applied; stands for m_radio_silence_applied
 };
 
 enum class AntennaAction { NOTHING, SAVE, ENABLE, DISABLE, SILENCE, NEXT_COMMAND };

@@ -100,7 +100,7 @@ inline constexpr UbxCommand RECEIVER_STANDBY{"RXM-PMREQ standby", RXM, RXM_PMREQ
 /// navBbrMask hot start, resetMode controlled GNSS stop.
 inline constexpr UbxCommand GNSS_STOP{"CFG-RST stop", CFG, CFG_RST, {0x16, 0x74},  0x00, 0x00,  0x08,  0x00};
 
-/// Sent in this order whenever the receiver is configured.
+/// The list m_init_commands, sent in this order whenever the receiver is configured.
 inline constexpr std::array INIT_COMMANDS{
     PORT_POLL,      // the port and its rate
     PORT_POLL,      // again, after a change of rate
