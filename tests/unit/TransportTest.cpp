@@ -449,7 +449,7 @@ TEST(TransportConnection, AStopEndsThePauseAtOnce) {
   const FakeLink& attempted = *link;
   MqttConnection connection({}, std::move(link));
   std::thread thread([&] { connection.run(); });
-  EXPECT_TRUE(test::eventually([&] { return attempted.attempts() == 1; }, 500));
+  EXPECT_TRUE(test::eventually([&] { return attempted.attempts() == 1; }, 5000));
   std::this_thread::sleep_for(20ms);
   connection.request_stop();
   EXPECT_TRUE(connection.wait_until_ended(500ms));
