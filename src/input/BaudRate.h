@@ -9,7 +9,7 @@ class BaudRate {
  public:
   /// Returns false if the speed is not supported; the last one set then holds.
   bool set(unsigned bits_per_second);
-  /// Moves on to the next speed of the hunting order, which has no end.
+  /// Moves on to the next speed of the hunting order; the first one follows the last.
   void tryNext();
   [[nodiscard]] speed_t code() const { return m_baud_current; }
   [[nodiscard]] unsigned bitsPerSecond() const;

@@ -24,7 +24,8 @@ class IDeviceFiles {
   /// Calls lseek() to the beginning. Returns 0 or -1.
   virtual off_t rewind(int fd) = 0;
   /// Waits with select() for an exceptional condition, at most `timeout_us` (below a second). Returns 1 if
-  /// there is one, 0 on time-out, -1 on error. On a line's value file it is an edge since the last read.
+  /// there is one, 0 on time-out, -1 on error. For a GPIO value file, the condition is an edge since the last
+  /// read.
   virtual int waitException(int fd, int timeout_us) = 0;
   /// Makes one full-duplex transfer on an SPI device (SPI_IOC_MESSAGE(1)). Returns the number of bytes or -1.
   virtual int transfer(int fd, spi_ioc_transfer& record) = 0;

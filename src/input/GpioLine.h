@@ -8,7 +8,7 @@
 
 namespace ecu::koru::gpspub {
 
-/// A line of the processor, used through its sysfs files. It logs nothing: its user words the failures, whose
+/// A line of the processor, used through its sysfs files. It logs nothing: the caller logs a failure, whose
 /// reason is in errno. Service thread only.
 class GpioLine {
  public:
@@ -22,7 +22,7 @@ class GpioLine {
 
   [[nodiscard]] Result exportLine();
   /// A line that was just exported belongs to root until a udev rule gives it to the service's group. For
-  /// the next 0.5 s its files are waited for.
+  /// the next 0.5 s, opening its files is retried.
   void beginPermissionWait();
   /// Writes to one of the line's files.
   [[nodiscard]] Result writeSetting(const std::string& path, std::string_view value);

@@ -4,7 +4,8 @@
 
 namespace ecu::koru::gpspub {
 
-/// Framing says once what an item is. An over-long item is all bytes held: a "$" without the end of its line.
+/// The kind of the framed item. OVER_LONG means all bytes held: a "$" whose line has not ended within the
+/// longest length.
 enum class ItemKind { NONE, NMEA_LINE, UBX_FRAME, OVER_LONG };
 
 /// The source of the receiver's bytes. It owns one receive buffer. read() fills it and frames at most one
@@ -35,7 +36,8 @@ class IGnssInput {
   virtual void tryNextBaudRate() = 0;
   /// Returns the speed in bit/s, but 9600 for 4800.
   [[nodiscard]] virtual unsigned int getBaudRate() = 0;
-  /// Returns the items framed, counted on from setLinesReceived().
+  /// Returns how many items were framed, UBX frames too, starting from the number given to
+  /// setLinesReceived().
   [[nodiscard]] virtual int getLinesReceived() = 0;
   virtual void setLinesReceived(int lines) = 0;
   virtual void setTxReadyCheck(bool /*on*/) {}

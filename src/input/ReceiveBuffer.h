@@ -11,8 +11,8 @@ namespace ecu::koru::gpspub {
 ///
 /// The byte stream mixes NMEA lines ("$" ... CR LF) and UBX frames. One item at a time is framed in place;
 /// corrupt bytes are dropped from the front and counted. In a framed NMEA line the LF is overwritten with
-/// NUL. A first sync byte of UBX that the second does not follow stops framing until the buffer overflows or
-/// is cleared; the receiver never sends one outside a UBX header. Owned by its input, service thread only.
+/// NUL. A first UBX sync byte without the second stops framing until the buffer overflows or is cleared. The
+/// receiver never sends that byte outside a UBX header. Owned by its input, service thread only.
 class ReceiveBuffer {
  public:
   static constexpr int INPUT_BUFFER_SIZE = 10240;
@@ -38,10 +38,10 @@ class ReceiveBuffer {
   /// Removes the framed item and tries to frame the next one from the bytes held. `text` begins the log
   /// record of a failure.
   [[nodiscard]] bool nextItem(const char* text);
-  /// Tries to frame an item after bytes were added, `unpaced_bytes` of them by a source without a pace of its
-  /// own.
+  /// Tries to frame an item after bytes were added. `unpaced_bytes` of them came from a source that can
+  /// deliver without limit (a file, or an SPI bus that floats).
   [[nodiscard]] bool frameNewBytes(int unpaced_bytes);
-  /// Returns true if so many unpaced bytes came without an item that their source is no receiver.
+  /// Returns true if so many unpaced bytes came without an item that the source cannot be a receiver.
   [[nodiscard]] bool isFlooded() const { return m_unframed_bytes > MAX_UNFRAMED; }
   void forgetUnpacedBytes() { m_unframed_bytes = 0; }
 

@@ -34,8 +34,8 @@ void set_log_mode(LogMode mode);
 
 [[nodiscard]] bool enabled(Level level);
 
-/// Identifies the statement that logs a record by its place in the sources, for the limit of 50 records in 10
-/// s. Made where a record is logged, from the record's first part.
+/// Identifies the statement that logs a record by its place in the sources, for the limit of 50 records
+/// in 10 s. Made where a record is logged, from the record's first part.
 class Opening {
  public:
   template <typename T>

@@ -22,13 +22,13 @@ class ServiceManager {
   ServiceManager& operator=(const ServiceManager&) = delete;
 
   /// Reads NOTIFY_SOCKET ("/path" or "@abstract"), WATCHDOG_USEC (microseconds) and WATCHDOG_PID (the process
-  /// to watch). A value that cannot be used logs a WARNING; all reports are then off or, for a watchdog
-  /// value, the watchdog.
+  /// to watch). A value that cannot be used logs a WARNING. A bad NOTIFY_SOCKET switches all reports off; a
+  /// bad watchdog value switches only the watchdog off.
   [[nodiscard]] static std::unique_ptr<ServiceManager> from_environment();
 
   /// Reports that the start is over.
   void ready();
-  /// Call it after each pass of the run loop. Feeds the watchdog, at most three times in its interval.
+  /// Call it in each pass of the run loop. Feeds the watchdog, at most three times in its interval.
   void progress();
   /// Sets the line for the administrator. progress() sends it if it has changed, at most once a second.
   /// `text` must outlive this object.

@@ -10,9 +10,9 @@
 namespace ecu::koru::com {
 
 /// The transport over MQTT 3.1.1: clean session, keep-alive 30 s, publications with QoS 0. Owns the delivery
-/// thread. While there is no connection, it tries again after 1 s, 2 s, and so on up to 30 s. At shutdown the
-/// thread is given about a second. If a name look-up or an observer holds it for longer, it is left behind
-/// with the objects that it needs.
+/// thread. While there is no connection, it tries again after 1 s, 2 s, 4 s and so on, up to 30 s. At
+/// shutdown the thread is given about a second. If a name look-up or an observer holds it for longer, it is
+/// left behind with the objects that it needs.
 ///
 /// A message that matches several subscribed topics is handed once to each subscription, whether the broker
 /// sends one copy or several. Until the broker has shown which it does, an identical message within a second

@@ -9,9 +9,9 @@
 
 namespace ecu::koru::com {
 
-/// Recognises copies. Some brokers send a message once for each of a client's topics that match, others once
-/// in all. Copies follow each other with the same bytes. If one is missing, this broker sends no copies.
-/// State only: no clock, no lock.
+/// Recognises copies. Some brokers send a message once for each matching subscription of a client, others
+/// only once. Copies follow each other directly, with the same bytes. If an expected copy does not come, the
+/// broker is taken to send none. Holds state only, and uses neither clock nor lock.
 class MqttCopies {
  public:
   using Time = std::chrono::nanoseconds;  // steady clock

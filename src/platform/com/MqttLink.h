@@ -17,7 +17,7 @@ namespace ecu::koru::com {
 /// The client library as MqttConnection sees it: one login to the broker at a time, driven step by step.
 ///
 /// Only the delivery thread drives it. Other threads may only send, and only while MqttConnection is
-/// connected and under its lock. Such calls only queue and wake, so none of them meets a reconnect.
+/// connected and under its lock. Such calls only queue and wake, so none can run during a reconnect.
 class IMqttLink {
  public:
   /// Notes of the library's callbacks.
@@ -40,7 +40,7 @@ class IMqttLink {
   [[nodiscard]] virtual Failure step(std::chrono::milliseconds timeout) = 0;
   /// Returns the notes since the last call.
   [[nodiscard]] virtual Notes take_notes() = 0;
-  /// Drops what a failed connection must not leave to the next one.
+  /// Drops state of a failed connection that would harm the next one.
   virtual void clean_up() = 0;
 
   /// Returns true if the library holds unwritten bytes.

@@ -2,8 +2,8 @@
 
 #include <string>
 
-/// All topic names of the service. They are strings because the transport takes strings and a
-/// fix allocates nothing.
+/// All topic names of the service. They are std::string objects because the transport takes such objects, and
+/// making one for each message would allocate.
 namespace ecu::koru::topic {
 
 // Published.
