@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <vector>
 
@@ -16,15 +15,13 @@ struct DaemonRate {
 struct DaemonResult {
   size_t driven = 0;              ///< epochs that the receiver sent during the measurement
   std::vector<double> delays_ms;  ///< one for each fix that the subscriber got, ascending
-  double processor_us = 0;        ///< per fix, all threads of the service
-  double wake_ups = 0;            ///< per fix, all threads of the service
+  Load per_fix;                   ///< of the service
   ProcessFigures end;             ///< of the service, at the end
 };
 
-/// Runs the service of this build with a simulated receiver and a private broker. After the first fixes have
-/// arrived, measures it for `seconds`. A fix's delay is the time from the write of the last byte of its GST
-/// sentence to its arrival at a subscriber. Throws std::runtime_error with the reason if that fails, and soon
-/// after `stop` becomes true. Needs mosqpp::lib_init().
-[[nodiscard]] DaemonResult measureDaemon(const DaemonRate& rate, int seconds, const std::atomic<bool>& stop);
+/// Runs the service with a simulated receiver in its own process. After the first fixes have arrived,
+/// measures it for `seconds`. A fix's delay is the time from the write of the last byte of its GST sentence
+/// to its arrival at a subscriber. Throws like ServiceRun.
+[[nodiscard]] DaemonResult measureDaemon(const DaemonRate& rate, int seconds);
 
 }  // namespace bench

@@ -54,6 +54,11 @@ ProcessFigures readFigures(pid_t pid) {
   return figures;
 }
 
+Load loadBetween(const ProcessFigures& first, const ProcessFigures& last, double count) {
+  return {static_cast<double>(last.processor_ns - first.processor_ns) / 1000 / count,
+          static_cast<double>(last.wake_ups - first.wake_ups) / count};
+}
+
 double wakeUpCost_us() {
   constexpr int wake_ups = 100;
   const fs::path count = "/proc/thread-self/schedstat";

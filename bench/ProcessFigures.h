@@ -18,6 +18,15 @@ struct ProcessFigures {
 /// Throws std::runtime_error if the process is gone or the kernel lacks one of the counts.
 [[nodiscard]] ProcessFigures readFigures(pid_t pid);
 
+/// What a process uses of the machine per fix or per second, in all its threads.
+struct Load {
+  double processor_us = 0;
+  double wake_ups = 0;
+};
+
+/// Divides what was used between two readings by the number of fixes or seconds between them.
+[[nodiscard]] Load loadBetween(const ProcessFigures& first, const ProcessFigures& last, double count);
+
 /// Returns the present processor time of one wake-up on this machine, us, from a thread that only sleeps.
 /// Takes half a second.
 [[nodiscard]] double wakeUpCost_us();
