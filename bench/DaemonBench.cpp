@@ -1,4 +1,5 @@
-// Measures the running service: a fix's delay and processor time, and the memory in use.
+// Measures the running service: a fix's delay, processor time and wake-ups with and without fixes, memory,
+// and gpsd beside it.
 
 #include <mosquittopp.h>
 
@@ -8,6 +9,7 @@
 #include <iostream>
 
 #include "bench/DaemonTables.h"
+#include "bench/Gpsd.h"
 #include "bench/Stop.h"
 #include "tools/common/Options.h"
 
@@ -16,15 +18,22 @@ namespace {
 void measureAll(int seconds) {
   bench::catchStopSignals();
   bench::printRates(seconds);
+  bench::printLoads(seconds, bench::Gpsd::isInstalled());
+  if (!bench::Gpsd::isInstalled())
+    std::printf(
+        "\ngpsd is not installed: scripts/bench --peer installs it and measures it beside satnavd.\n");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   int seconds = 25;
-  CLI::App app("Measures the service of this build against a simulated receiver at 1, 4 and 10 Hz.",
-               "satnavd_daemon_bench");
-  app.add_option("--seconds", seconds, "How long at each rate")
+  CLI::App app(
+      "Measures the service of this build against a simulated receiver at 1, 4 and 10 Hz, on a feed beside "
+      "gpsd "
+      "if that is installed, and without a receiver.",
+      "satnavd_daemon_bench");
+  app.add_option("--seconds", seconds, "How long in each case")
       ->check(CLI::Range(2, 3600))
       ->capture_default_str();
   if (const auto status = ecu::koru::tool::parse_options(app, argc, argv)) return *status;

@@ -2,8 +2,14 @@
 
 namespace bench {
 
-/// Measures delay, load and memory of the service behind the simulated receiver for `seconds` at each of several
-/// rates, and writes a table to standard output, a row at a time. Throws like ServiceRun.
+/// Measure the service for `seconds` in each case and write a table to standard output, a row at a time.
+/// Throw like ServiceRun.
+
+/// Delay, load and memory behind the simulated receiver's program at several rates.
 void printRates(int seconds);
+
+/// Load with and without a fix: one feed at 1 Hz in one piece, in pieces and silent, with a peer beside the
+/// service if `with_peer`; then the states without a receiver.
+void printLoads(int seconds, bool with_peer);
 
 }  // namespace bench
