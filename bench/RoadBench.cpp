@@ -88,14 +88,13 @@ class MemoryTerminal final : public gpspub::ITerminalDevice {
   int setAttributes(int, const termios&) override { return 0; }
   bool isWritable(int) override { return true; }
   int bytesReadable(int) override { return static_cast<int>(m_drive.ends[m_epoch] - m_at); }
-  int waitReadable(int, int timeout_us) override {
+  int waitReadable(int, int timeout_us, WakeUp*) override {
     if (m_at < m_drive.ends[m_epoch]) return 1;
     if (m_epoch + 1 == m_drive.ends.size()) {
       m_service->stop();
       m_time.advance(int64_t{timeout_us} * 1000);
       return 0;
     }
-    if (timeout_us < 1000) return 0;  // SerialInput::read() asks once more before it gives up
     ++m_epoch;
     m_time.advance(1'000'000'000);
     return 1;
@@ -122,6 +121,7 @@ class CountingTransport final : public com::ITransportClient {
   bool start() override { return true; }
   bool stop() override { return true; }
   [[nodiscard]] bool is_connected() const override { return true; }
+  void on_connection_change(std::function<void()>) override {}
   int publish(const std::string&, const com::Message& message, com::Delivery) override {
     ++messages;
     bytes += static_cast<long>(message.payload.size());
@@ -188,7 +188,7 @@ class ChunkTerminal final : public gpspub::ITerminalDevice {
   int setAttributes(int, const termios&) override { return 0; }
   bool isWritable(int) override { return true; }
   int bytesReadable(int) override { return 256; }
-  int waitReadable(int, int) override { return m_at < m_bytes.size() ? 1 : 0; }
+  int waitReadable(int, int, WakeUp*) override { return m_at < m_bytes.size() ? 1 : 0; }
   ssize_t read(int, void* data, size_t max) override {
     const size_t count = std::min(max, m_bytes.size() - m_at);
     std::memcpy(data, m_bytes.data() + m_at, count);

@@ -169,6 +169,14 @@ void observers(Bytes bytes) {
   }
 }
 
+struct FrameWait final : IFrameWait {
+  bool waitForFrame(int64_t ns) override {
+    virtual_time().sleep_ns(ns);
+    return true;
+  }
+  void wake() override {}
+};
+
 /// Input: frames of another unit, each the group's number and the message. The last number waits for the next
 /// fix and publishes it.
 void can_input(Bytes bytes) {
@@ -179,7 +187,8 @@ void can_input(Bytes bytes) {
   GnssPublishMqtt mqtt;
   GnssPublishSystime systime;
   std::vector<std::string> no_sentences;
-  GnssIcanObserver observer;
+  FrameWait wait;
+  GnssIcanObserver observer(wait);
   while (!input.empty()) {
     const size_t number = input.byte() % (TOPICS.size() + 1);
     if (number < TOPICS.size()) {

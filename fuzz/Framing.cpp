@@ -110,7 +110,7 @@ struct Wire final : test::FakeSpi {
     if (idle(from_host) && (reading || !idle(to_host))) taken.append(to_host.begin(), to_host.end());
   }
   bool is_line_high() override { return says.empty(); }
-  bool waitForEdge(int timeout_us) override {
+  bool waitForEdge(int timeout_us, ecu::koru::WakeUp* /*wake*/) override {
     virtual_time().advance(int64_t{timeout_us} * 1000);
     return false;
   }

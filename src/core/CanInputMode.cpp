@@ -21,12 +21,12 @@ const std::array<std::reference_wrapper<const std::string>, 5> ICAN_TOPICS{
 
 }  // namespace
 
-CanInputMode::CanInputMode(std::shared_ptr<com::ITransportClient> transport, const RunControl& run,
+CanInputMode::CanInputMode(std::shared_ptr<com::ITransportClient> transport, RunControl& run,
                            FixPublisher& publisher)
     : m_transport_client(std::move(transport)),
       m_run(run),
       m_publisher(publisher),
-      m_gnss_ican_observer(std::make_shared<GnssIcanObserver>([&run] { return run.inMode(); })) {}
+      m_gnss_ican_observer(std::make_shared<GnssIcanObserver>(run)) {}
 
 void CanInputMode::runIcan() {
   m_gnss_ican_observer->restart();
@@ -36,7 +36,7 @@ void CanInputMode::runIcan() {
     const bool time_out = m_gnss_ican_observer->timeoutToSendFrame();
     if (!m_run.inMode()) break;
     const int32_t status = m_gnss_ican_observer->getGnssInfoStatus();
-    m_run.reportStatus(m_publisher.isConnected(), true, status);
+    m_run.reportPosition(true, status);
     sendFrameUsingIcan();
     LOG.detail(logflag::CONNECTION, "runIcan time_out ", time_out, " gnss_status ", status,
                " m_comm_retries ", m_comm_retries);

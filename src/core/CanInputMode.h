@@ -15,8 +15,7 @@ namespace ecu::koru::gpspub {
 /// CAN-input mode: republishes the position that another unit sends. Owned by the service. Service thread.
 class CanInputMode {
  public:
-  CanInputMode(std::shared_ptr<com::ITransportClient> transport, const RunControl& run,
-               FixPublisher& publisher);
+  CanInputMode(std::shared_ptr<com::ITransportClient> transport, RunControl& run, FixPublisher& publisher);
 
   /// Returns after GNSS is switched off or the service is stopped.
   void runIcan();
@@ -27,7 +26,7 @@ class CanInputMode {
   void sendFrameUsingIcan();
 
   const std::shared_ptr<com::ITransportClient> m_transport_client;
-  const RunControl& m_run;
+  RunControl& m_run;
   FixPublisher& m_publisher;
   const std::shared_ptr<GnssIcanObserver> m_gnss_ican_observer;
   std::vector<std::string> m_no_sentences;

@@ -9,6 +9,7 @@
 #include "platform/com/Topics.h"
 #include "platform/var/Variables.h"
 #include "wire/ServiceLog.h"
+#include "wire/Stopwatch.h"
 
 namespace ecu::koru::gpspub {
 
@@ -34,7 +35,7 @@ GPSDClient::GPSDClient(std::shared_ptr<com::ITransportClient>& transportClient, 
                        const std::string& devicePath, UnitHardware hardware)
     : m_transport_client(transportClient),
       m_unit(hwvariant, hasgnss, hwversion, devicePath),
-      m_run(m_requests),
+      m_run(m_requests, transportClient),
       m_publisher(transportClient, m_unit),
       m_receiver_mode(transportClient, m_unit, m_requests, m_run, m_publisher, std::move(hardware)),
       m_can_input_mode(transportClient, m_run, m_publisher),
@@ -52,9 +53,10 @@ void GPSDClient::run() {
   m_run.serviceManager().ready();
   while (m_run.isRunning()) {
     if (!m_run.isGnssOn()) {
-      m_run.serviceManager().status("GNSS is switched off");
+      m_run.reportGnssOff();
       LOG.notice("otaid_GNSSOn configured as OFF. satnavd sends no messages to MQTT.");
-      m_run.waitWhileRunning(GNSS_OFF_WAIT_US);
+      m_run.waitUntil(GnssUtils::getMicrosecDuration(0) + GNSS_OFF_WAIT_US,
+                      [this] { return !m_run.isRunning() || m_run.isGnssOn(); });
     } else if (!m_unit.hasReceiver()) {
       LOG.notice("m_hw_variant == ", logging::escaped(m_unit.hwVariant()), " and m_hw_hasgnss == ", "false",
                  ". satnavd gets gnss data from ican.");

@@ -16,7 +16,7 @@ namespace ecu::koru::gpspub {
 
 namespace {
 
-constexpr int READ_TIMEOUT_US = 100'000;
+constexpr int64_t LONGEST_WAIT_US = 999'999;  // waiting() takes less than a second
 constexpr int64_t FRAME_US = 1'000'000;
 constexpr int64_t REOPEN_US = 1'000'000;
 // For the first 140 s after boot, the receiver is expected at its power-up rate.
@@ -24,7 +24,6 @@ constexpr int64_t POWER_UP_NS = 139'999'999'999;
 constexpr unsigned POWER_UP_BAUD = 9600;
 constexpr unsigned USUAL_BAUD = 38400;
 constexpr int64_t SEQUENCE_SILENCE_US = 15'000'000;
-constexpr int64_t NEVER = 0;
 
 std::unique_ptr<IGnssInput> createInput(const Unit& unit) {
   std::unique_ptr<IGnssInput> input;
@@ -40,7 +39,7 @@ std::unique_ptr<IGnssInput> createInput(const Unit& unit) {
 }  // namespace
 
 ReceiverMode::ReceiverMode(std::shared_ptr<com::ITransportClient> transport, const Unit& unit,
-                           BusRequests& requests, const RunControl& run, FixPublisher& publisher,
+                           BusRequests& requests, RunControl& run, FixPublisher& publisher,
                            UnitHardware hardware)
     : m_transport_client(std::move(transport)),
       m_unit(unit),
@@ -51,7 +50,9 @@ ReceiverMode::ReceiverMode(std::shared_ptr<com::ITransportClient> transport, con
       m_epoch(*this),
       m_ublox_config(*m_input, ReceiverLines(unit.resetLine(), hardware.gpio_root), requests, *this),
       m_antenna(m_ublox_config, requests, *this, m_transport_client),
-      m_ubx_reception(*m_input, m_ublox_config, m_antenna, *this) {}
+      m_ubx_reception(*m_input, m_ublox_config, m_antenna, *this) {
+  m_input->setWakeUp(requests.wakeUp());
+}
 
 // -- The device
 
@@ -66,6 +67,7 @@ void ReceiverMode::disconnect(CloseReason reason) {
   // Bytes that have not formed an item by now never will, and those read at a wrong rate are garbage. A stray
   // sync byte among them must not hold up framing.
   if (reason == MODE_ENDS || reason == SILENT || reason == NEXT_RATE) m_input->clearBuffer();
+  if (reason == MODE_ENDS) m_ublox_config.lines().releaseReset();
   if (reason == NEXT_RATE) return;
   m_ublox_config.unconfirmPort();
   if (reason != CHANGING_RATE) m_ublox_config.restart();
@@ -118,11 +120,12 @@ void ReceiverMode::leaveReceiverLoop() {
   m_epoch.reset(GnssUtils::getMicrosecDuration(0));
 }
 
-/// Tries to connect once a second, and publishes meanwhile that there is no fix.
+/// Tries to connect once a second, and publishes meanwhile that there is no fix. A receiver whose reset line
+/// is low is left alone.
 void ReceiverMode::connectOrWait() {
-  if (GnssUtils::getMicrosecDuration(0) >= m_earliest_open_us && connect()) return;
-  timeoutToSendFrame();
-  if (!m_run.inMode()) return;
+  m_ublox_config.lines().checkReset();
+  if (mayOpen() && connect()) return;
+  if (!timeoutToSendFrame()) return;
   publishGnssData();
   sendAndCountFrame();
   ++m_comm_retries;
@@ -131,7 +134,8 @@ void ReceiverMode::connectOrWait() {
 
 void ReceiverMode::receive() {
   bool more_received = false;
-  if (readNewData(READ_TIMEOUT_US)) {
+  const int64_t wait_us = nextDeadline() - GnssUtils::getMicrosecDuration(0);
+  if (readNewData(static_cast<int>(std::clamp<int64_t>(wait_us, 0, LONGEST_WAIT_US)))) {
     m_data_time_us = GnssUtils::getMicrosecDuration(0);
     m_epoch.setDataTime(m_data_time_us, time_source().boot_ns());
     processNewData();
@@ -151,7 +155,7 @@ void ReceiverMode::superviseReceiver() {
     return;
   }
   if (!m_disable_hw_init) checkUbloxInitialisation();
-  m_antenna.checkRadioSilence();
+  if (m_input->isConnected()) m_antenna.checkRadioSilence();
 }
 
 /// Keeps the command sequence going. The hardware is not reset during radio silence.
@@ -217,7 +221,7 @@ void ReceiverMode::sendGpsOnCan() {
 }
 
 void ReceiverMode::publishGnssData() {
-  m_run.reportStatus(m_publisher.isConnected(), m_input->isConnected(), m_epoch.info().getStatus());
+  m_run.reportPosition(m_input->isConnected(), m_epoch.info().getStatus());
   if (m_publisher.isConnected()) {
     m_publisher.publishGnssData(m_epoch.info(), m_epoch.sentences());
   } else {
@@ -226,24 +230,36 @@ void ReceiverMode::publishGnssData() {
   m_epoch.rotate(m_ublox_config.receiverFlag());
 }
 
-/// Waits until a second after the last frame was sent.
-void ReceiverMode::timeoutToSendFrame() {
-  m_run.waitWhileRunning(m_epoch.frameSentTimeStamp() + FRAME_US - GnssUtils::getMicrosecDuration(0));
+/// Returns when the device may be opened.
+int64_t ReceiverMode::openDue() {
+  const int64_t reset_due = m_ublox_config.lines().resetDue();
+  return reset_due == NEVER ? m_earliest_open_us : std::max(m_earliest_open_us, reset_due);
+}
+
+/// Waits until a second after the last frame was sent, or until the device may be opened again. Returns true
+/// if a frame is due.
+bool ReceiverMode::timeoutToSendFrame() {
+  const int64_t frame_due = m_epoch.frameSentTimeStamp() + FRAME_US;
+  m_run.waitUntil(mayOpen() ? frame_due : std::min(frame_due, openDue()), [this] { return !m_run.inMode(); });
+  return m_run.inMode() && GnssUtils::getMicrosecDuration(0) >= frame_due;
+}
+
+/// Returns when something is to be done even if no byte comes until then.
+int64_t ReceiverMode::nextDeadline() const {
+  return std::min({m_epoch.frameDue(false), m_ublox_config.answerDue(), noCommunicationDue(), m_run.reportDue()});
 }
 
 bool ReceiverMode::isNoCommunication() const {
-  if (m_antenna.isRadioSilent()) return false;
-  const int64_t threshold = noCommunicationThreshold();
-  const int64_t latest = std::max({m_epoch.lastNmeaTime(), m_last_ublox_time, m_connect_time_us});
-  return threshold != NEVER && GnssUtils::getMicrosecDuration(0) - latest > threshold;
+  return GnssUtils::getMicrosecDuration(0) >= noCommunicationDue();
 }
 
-/// Returns how long the receiver may be silent, or NEVER for any time. The sequence's own time-outs apply
-/// while it looks for the baud rate. On a confirmed port the receiver gets time to answer a command that is
-/// sent again.
-int64_t ReceiverMode::noCommunicationThreshold() const {
-  if (m_ublox_config.isInitialised() || m_ublox_config.isStopped()) return m_frame_period_us;
-  return m_ublox_config.isPortConfirmed() ? SEQUENCE_SILENCE_US : NEVER;
+/// Returns when a receiver that stays silent counts as lost. The sequence's own time-outs apply while it looks
+/// for the baud rate. On a confirmed port the receiver gets time to answer a command that is sent again.
+int64_t ReceiverMode::noCommunicationDue() const {
+  const bool has_settled = m_ublox_config.isInitialised() || m_ublox_config.isStopped();
+  if (m_antenna.isRadioSilent() || (!has_settled && !m_ublox_config.isPortConfirmed())) return NEVER;
+  const int64_t threshold = has_settled ? m_frame_period_us : SEQUENCE_SILENCE_US;
+  return std::max({m_epoch.lastNmeaTime(), m_last_ublox_time, m_connect_time_us}) + threshold + 1;
 }
 
 void ReceiverMode::deviceGone() {

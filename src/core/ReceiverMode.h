@@ -15,6 +15,7 @@
 #include "ublox/IReceiverOwner.h"
 #include "ublox/UbloxConfig.h"
 #include "ublox/UbxReception.h"
+#include "wire/Stopwatch.h"
 
 namespace ecu::koru::gpspub {
 
@@ -29,7 +30,7 @@ struct UnitHardware {
 class ReceiverMode final : private IEpochOwner, private IReceiverOwner {
  public:
   ReceiverMode(std::shared_ptr<com::ITransportClient> transport, const Unit& unit, BusRequests& requests,
-               const RunControl& run, FixPublisher& publisher, UnitHardware hardware);
+               RunControl& run, FixPublisher& publisher, UnitHardware hardware);
 
   /// Returns after GNSS is switched off or the service is stopped.
   void runUblox();
@@ -61,9 +62,12 @@ class ReceiverMode final : private IEpochOwner, private IReceiverOwner {
   void sendFrameIfDue(bool more_received);
   void sendGpsOnCan();
   void sendAndCountFrame();
-  void timeoutToSendFrame();
+  [[nodiscard]] int64_t openDue();
+  [[nodiscard]] bool mayOpen() { return GnssUtils::getMicrosecDuration(0) >= openDue(); }
+  [[nodiscard]] bool timeoutToSendFrame();
+  [[nodiscard]] int64_t nextDeadline() const;
   [[nodiscard]] bool isNoCommunication() const;
-  [[nodiscard]] int64_t noCommunicationThreshold() const;
+  [[nodiscard]] int64_t noCommunicationDue() const;
   void superviseReceiver();
   void checkUbloxInitialisation();
   void deviceGone();
@@ -78,7 +82,7 @@ class ReceiverMode final : private IEpochOwner, private IReceiverOwner {
   const std::shared_ptr<com::ITransportClient> m_transport_client;
   const Unit& m_unit;
   const BusRequests& m_requests;
-  const RunControl& m_run;
+  RunControl& m_run;
   FixPublisher& m_publisher;
 
   const std::unique_ptr<IGnssInput> m_input;

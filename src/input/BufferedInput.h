@@ -24,6 +24,7 @@ class BufferedInput : public IGnssInput {
   [[nodiscard]] ItemKind getItemKind() final { return m_received.itemKind(); }
   [[nodiscard]] int getBytesWaiting() final { return m_received.bytesWaiting(); }
   [[nodiscard]] long long bytesDiscarded() const { return m_received.bytesDiscarded(); }
+  void setWakeUp(WakeUp& wake) final { m_wake = &wake; }
   [[nodiscard]] bool isDeviceGone() final { return m_device_gone || m_received.isFlooded(); }
   void clearBuffer() final {
     m_received.clear();
@@ -32,6 +33,7 @@ class BufferedInput : public IGnssInput {
 
  protected:
   std::string m_gnss_device;
+  WakeUp* m_wake = nullptr;  // null: nothing ends a wait early
   int m_fd_serial = -1;
   ReceiveBuffer m_received;
   BaudRate m_baud;

@@ -35,8 +35,8 @@ class DeviceFiles final : public IDeviceFiles {
 
   off_t rewind(int fd) override { return ::lseek(fd, 0, SEEK_SET); }
 
-  int waitException(int fd, int timeout_us) override {
-    return selectOne(fd, SelectFor::EXCEPTION, timeout_us);
+  int waitException(int fd, int timeout_us, WakeUp* wake) override {
+    return selectOne(fd, SelectFor::EXCEPTION, timeout_us, wake);
   }
 
   int transfer(int fd, spi_ioc_transfer& record) override {

@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/base/WakeUp.h"
+
 struct spi_ioc_transfer;
 
 namespace ecu::koru::gpspub {
@@ -23,10 +25,10 @@ class IDeviceFiles {
   virtual ssize_t write(int fd, const void* data, size_t len) = 0;
   /// Calls lseek() to the beginning. Returns 0 or -1.
   virtual off_t rewind(int fd) = 0;
-  /// Waits with select() for an exceptional condition, at most `timeout_us` (below a second). Returns 1 if
-  /// there is one, 0 on time-out, -1 on error. For a GPIO value file, the condition is an edge since the last
-  /// read.
-  virtual int waitException(int fd, int timeout_us) = 0;
+  /// Waits with select() for an exceptional condition, at most `timeout_us` (below a second) or until `wake`
+  /// (may be null) ends it. Returns 1 if there is one, 0 if not, -1 on error. For a GPIO value file, the
+  /// condition is an edge since the last read.
+  virtual int waitException(int fd, int timeout_us, WakeUp* wake) = 0;
   /// Makes one full-duplex transfer on an SPI device (SPI_IOC_MESSAGE(1)). Returns the number of bytes or -1.
   virtual int transfer(int fd, spi_ioc_transfer& record) = 0;
 };

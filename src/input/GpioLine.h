@@ -37,7 +37,9 @@ class GpioLine {
   /// Returns the line's level, or -1 if it cannot be read.
   [[nodiscard]] int level();
   /// Waits for an edge, see IDeviceFiles::waitException().
-  [[nodiscard]] int waitForEdge(int timeout_us) { return m_files.waitException(m_fd_value, timeout_us); }
+  [[nodiscard]] int waitForEdge(int timeout_us, WakeUp* wake) {
+    return m_files.waitException(m_fd_value, timeout_us, wake);
+  }
   /// Returns the number of bytes written, or -1. The driver takes the digit with its terminating NUL.
   ssize_t setLevel(bool high) { return m_files.write(m_fd_value, high ? "1" : "0", 2); }
   [[nodiscard]] const std::string& valuePath() const { return m_gpio_value_path; }

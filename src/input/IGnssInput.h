@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "platform/base/WakeUp.h"
+
 namespace ecu::koru::gpspub {
 
 /// The kind of the framed item. OVER_LONG means all bytes held: a "$" whose line has not ended within the
@@ -18,7 +20,8 @@ class IGnssInput {
   [[nodiscard]] virtual bool connect() = 0;
   /// Closes the device. The buffer keeps its bytes.
   virtual void disconnect() = 0;
-  /// Returns true if there is something to read() within `timeout_us` (less than a second).
+  /// Returns true if there is something to read() within `timeout_us` (less than a second). Returns early,
+  /// with false, when woken.
   [[nodiscard]] virtual bool waiting(int timeout_us) = 0;
   /// Returns true if it framed an item.
   [[nodiscard]] virtual bool read() = 0;
@@ -41,6 +44,8 @@ class IGnssInput {
   [[nodiscard]] virtual int getLinesReceived() = 0;
   virtual void setLinesReceived(int lines) = 0;
   virtual void setTxReadyCheck(bool /*on*/) {}
+  /// From now on `wake` ends waiting(). It must outlive the input.
+  virtual void setWakeUp(WakeUp& /*wake*/) {}
   [[nodiscard]] virtual int readGpioTxRdyPin() { return 0; }
 
   /// Returns what was framed. A UBX frame is complete and has the right checksum.

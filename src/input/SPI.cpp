@@ -1,7 +1,6 @@
 #include "input/SPI.h"
 
 #include <fcntl.h>
-#include <sys/prctl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -18,7 +17,6 @@ namespace {
 
 constexpr unsigned char IDLE = 0xFF;
 constexpr int POLL_LEN = 8;
-constexpr int LONGEST_SLICE_US = 10'000;  // with TX-ready control
 constexpr int LONGEST_POLL_SLICE_US = 100'000;
 constexpr int POLL_TRANSFER_US = 8'000;  // part of a slice kept for the transfer
 constexpr unsigned FAILURES_PER_LOG = 32;
@@ -26,8 +24,8 @@ constexpr int MAX_ONE_LINE_DUMP = 30;
 /// A receiver keeps far fewer while nobody reads.
 constexpr int MAX_OLD_BLOCKS = 40;
 
-constexpr unsigned long TIMER_SLACK_NS = 1'000'000;
 constexpr int64_t NS_PER_US = 1'000;
+/// After a failure or an idle block; with TX-ready control there are no slices to wait for.
 constexpr int64_t SHORTEST_PAUSE_NS = 10'000'000;
 constexpr int64_t GONE_NS = 1'000'000'000;
 constexpr int64_t FAILURE_FORGOTTEN_NS = 10'000'000'000;
@@ -49,10 +47,6 @@ bool isIdle(std::span<const unsigned char> bytes) {
 }
 
 }  // namespace
-
-SPI::SPI() : SPI(makeDeviceFiles()) {
-  (void)::prctl(PR_SET_TIMERSLACK, TIMER_SLACK_NS);
-}
 
 SPI::SPI(std::unique_ptr<IDeviceFiles> device)
     : m_device(std::move(device)),
@@ -155,18 +149,19 @@ void SPI::setTxReadyCheck(bool on) {
 bool SPI::waiting(int timeout_us) {
   if (timeout_us <= 0) return false;
   const bool control = m_has_gpio_txrdy_control;
-  const int count = (timeout_us - 1) / (control ? LONGEST_SLICE_US : LONGEST_POLL_SLICE_US) + 1;
+  const int count = control ? 1 : (timeout_us - 1) / LONGEST_POLL_SLICE_US + 1;
   int slave_timeout_us = timeout_us / count;
   if (!control && slave_timeout_us > POLL_TRANSFER_US) slave_timeout_us -= POLL_TRANSFER_US;
+  m_woken = false;
   bool ret = false;
-  for (int i = 0; i < count && !ret && !isDeviceGone(); ++i) ret = waitingSlave(slave_timeout_us);
+  for (int i = 0; i < count && !ret && !m_woken && !isDeviceGone(); ++i) ret = waitingSlave(slave_timeout_us);
   LOG.detail(logflag::START_UP, "SPI::waiting  hasGpioTxRdyControl() ", m_has_gpio_txrdy_control, " count ",
              count, " slave_timeout_us ", slave_timeout_us, " ret ", ret);
   return ret;
 }
 
 bool SPI::waitingSlave(int slice_us) {
-  m_slice_end_ns = nowNs() + slice_us * NS_PER_US;
+  m_slice_end_ns = m_has_gpio_txrdy_control ? 0 : nowNs() + slice_us * NS_PER_US;
   const int held = m_received.bytesWaiting();
   if (held != m_received.bytesRead()) {
     LOG.detail(logflag::WAITING_HELD, "\t\t\tSPI::waitingSlave. Bytes to process ",
@@ -199,8 +194,10 @@ bool SPI::pollSlave() {
 bool SPI::waitTxReady(int slice_us) {
   const int64_t begin_ns = nowNs();
   const int level = readGpioTxRdyPin();
-  if (level > 0 && begin_ns - m_line_active_ns >= LINE_SILENT_NS) return probeSilentLine();
-  const int ret = level > 0 ? m_gpio.waitForEdge(slice_us) : level;
+  const int64_t until_probe_ns = m_line_active_ns + LINE_SILENT_NS - begin_ns;
+  if (level > 0 && until_probe_ns <= 0) return probeSilentLine();
+  const auto until_probe_us = static_cast<int>((until_probe_ns + NS_PER_US - 1) / NS_PER_US);
+  const int ret = level > 0 ? m_gpio.waitForEdge(std::min(slice_us, until_probe_us), m_wake) : level;
   if (ret < 0 && (level < 0 || errno != EINTR)) {
     loseLine("it cannot be read");
     return false;
@@ -214,7 +211,7 @@ bool SPI::waitTxReady(int slice_us) {
   return ready;
 }
 
-/// Polls in one slice every two seconds, so that a line stuck high does not stop the fixes.
+/// Polls every two seconds, so that a line stuck high does not stop the fixes.
 bool SPI::probeSilentLine() {
   m_line_active_ns = nowNs();
   if (!pollSlave()) return false;
@@ -229,7 +226,12 @@ void SPI::loseLine(const char* why) {
 }
 
 void SPI::sleepRestOfSlice(int64_t at_least_ns) {
-  time_source().sleep_ns(std::max(m_slice_end_ns - nowNs(), at_least_ns));
+  const int64_t left_ns = std::max(m_slice_end_ns - nowNs(), at_least_ns);
+  if (m_wake != nullptr) {
+    m_woken = time_source().wait_ns(*m_wake, left_ns);
+  } else {
+    time_source().sleep_ns(left_ns);
+  }
 }
 
 // -- Reading and sending

@@ -17,21 +17,20 @@ namespace ecu::koru::gpspub {
 /// The receiver on the SPI bus (spidev). The host clocks every byte. The receiver sends 0xFF while it has no
 /// data, and framing drops these bytes between items. The baud rate has no effect.
 ///
-/// Without TX-ready control, waiting() polls with short transfers. With it, waiting() waits for the line on
-/// which the receiver announces data (GPIO 124, active low, read through sysfs). Control is off until
+/// Without TX-ready control, waiting() polls with short transfers. With it, waiting() sleeps until the
+/// receiver announces data on the line (GPIO 124, active low, read through sysfs). Control is off until
 /// setTxReadyCheck() and again after every disconnect(). It also goes off if the line can no longer be read,
 /// or announces nothing for two seconds while the receiver has data.
 ///
-/// A read failure is logged once, and the thread sleeps for the rest of the slice. After a second of nothing
+/// A read failure is logged once, and the thread pauses: for 10 ms or for the rest of the polling slice. After a second of nothing
 /// but failures the device counts as gone. Owned by the service, service thread only.
 class SPI final : public BufferedInput {
  public:
   /// The path of a receiver on this bus.
   static constexpr std::string_view DEVICE = "/dev/spidev2.0";
 
-  /// Uses the real bus. Lets waits and sleeps of its thread, the service's, end up to a millisecond late.
-  /// With the kernel's usual slack, slices of 10 ms would wake the service more than 100 times a second.
-  SPI();
+  /// Uses the real bus.
+  SPI() : SPI(makeDeviceFiles()) {}
   explicit SPI(std::unique_ptr<IDeviceFiles> device);
   ~SPI() override;
   SPI(const SPI&) = delete;
@@ -86,7 +85,8 @@ class SPI final : public BufferedInput {
 
   bool m_gpio_failure_logged = false;  // the last set-up failed
   int64_t m_line_active_ns = 0;        // last announcement, probe or switch of control
-  int64_t m_slice_end_ns = 0;
+  int64_t m_slice_end_ns = 0;  // without TX-ready control
+  bool m_woken = false;        // during the present waiting()
   int64_t m_first_failure_ns = 0;  // start of an unbroken run; 0: the last transfer worked
   int64_t m_last_failure_ns = 0;
   bool m_failure_told = false;

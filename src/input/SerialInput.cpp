@@ -12,7 +12,6 @@ namespace ecu::koru::gpspub {
 
 namespace {
 
-constexpr int READ_WAIT_US = 100;
 constexpr unsigned OPEN_FAILURES_PER_LOG = 32;
 constexpr int MAX_ONE_LINE_DUMP = 30;
 
@@ -72,6 +71,7 @@ void SerialInput::logAttributes(const termios& attributes) const {
 }
 
 void SerialInput::disconnect() {
+  m_readable = false;
   if (m_fd_serial != -1) m_device->close(std::exchange(m_fd_serial, -1));
 }
 
@@ -81,16 +81,17 @@ bool SerialInput::waiting(int timeout_us) {
     LOG.detail(logflag::WAITING_HELD, "\t\t\tSerialInput::waiting. Bytes to process ", unread);
     return true;
   }
-  const int result = m_device->waitReadable(m_fd_serial, timeout_us);
+  const int result = m_device->waitReadable(m_fd_serial, timeout_us, m_wake);
   if (result < 0 && errno != EINTR) m_device_gone = true;
   LOG.detail(logflag::WAITING, "SerialInput::waiting select result ", result);
-  return result > 0;
+  m_readable = result > 0;
+  return m_readable;
 }
 
 bool SerialInput::read() {
   if (m_received.nextItem("\t\t\tSerialInput read parseLine = false  m_bytes_waiting ")) return true;
   if (m_received.freeBytes() <= 0) m_received.dump("SerialInput::read exceeded INPUT_BUFFER_SIZE. Dumping ");
-  if (!waiting(READ_WAIT_US)) {
+  if (!std::exchange(m_readable, false)) {
     LOG.detail(logflag::READS, "No bytes waiting DO NOT READ.");
     return false;
   }

@@ -34,6 +34,7 @@ class SerialInput final : public BufferedInput {
   const std::unique_ptr<ITerminalDevice> m_device;
   bool m_attributes_failure_logged = false;
   bool m_is_terminal = true;
+  bool m_readable = false;  // waiting() found bytes to read
 };
 
 }  // namespace ecu::koru::gpspub

@@ -45,7 +45,9 @@ class TerminalDevice final : public ITerminalDevice {
 
   ssize_t read(int fd, void* data, size_t max) override { return ::read(fd, data, max); }
   ssize_t write(int fd, const void* data, size_t len) override { return ::write(fd, data, len); }
-  int waitReadable(int fd, int timeout_us) override { return selectOne(fd, SelectFor::READING, timeout_us); }
+  int waitReadable(int fd, int timeout_us, WakeUp* wake) override {
+    return selectOne(fd, SelectFor::READING, timeout_us, wake);
+  }
 
   bool isWritable(int fd) override {
     const int ready = selectOne(fd, SelectFor::WRITING, 0);

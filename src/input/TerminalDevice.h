@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/base/WakeUp.h"
+
 namespace ecu::koru::gpspub {
 
 /// The seam to the terminal device. Each operation but open() and close() is one operating-system call with
@@ -19,8 +21,9 @@ class ITerminalDevice {
   virtual int close(int fd) = 0;
   virtual ssize_t read(int fd, void* data, size_t max) = 0;
   virtual ssize_t write(int fd, const void* data, size_t len) = 0;
-  /// Calls select() for up to `timeout_us` (below 1 s). Returns 1 if readable, 0 on time-out, -1 on error.
-  virtual int waitReadable(int fd, int timeout_us) = 0;
+  /// Calls select() for up to `timeout_us` (below 1 s), or until `wake` (may be null) ends it. Returns 1 if
+  /// readable, 0 if not, -1 on error.
+  virtual int waitReadable(int fd, int timeout_us, WakeUp* wake) = 0;
   /// Asks select() without waiting. If the line takes nothing now, errno is EAGAIN.
   virtual bool isWritable(int fd) = 0;
   /// Returns how many bytes can be read at once (FIONREAD), or -1.

@@ -1,5 +1,6 @@
 #include "nmea/EpochAssembly.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -146,11 +147,14 @@ void EpochAssembly::dropSentences() {
 bool EpochAssembly::isTimeoutToSendFrame(int64_t now_us) const {
   const auto published_second = static_cast<uint8_t>(m_gnss_info_sent.m_utc_tm.tm_sec);
   if (m_frame_published && published_second != m_frame_second) return true;
-  const int64_t diff1 = now_us - m_frame_sent_time_stamp;
-  if (diff1 <= SILENCE_TIMEOUT_US) return false;
-  if (m_frame_start_time != 0 && diff1 <= EPOCH_TIMEOUT_US) return false;
+  if (now_us < frameTimeout()) return false;
   logFrameTimeout(now_us);
   return true;
+}
+
+/// Returns when the frame times out, published or not.
+int64_t EpochAssembly::frameTimeout() const {
+  return m_frame_sent_time_stamp + (m_frame_start_time != 0 ? EPOCH_TIMEOUT_US : SILENCE_TIMEOUT_US) + 1;
 }
 
 void EpochAssembly::logFrameTimeout(int64_t now_us) const {
@@ -171,11 +175,17 @@ bool EpochAssembly::isFrameDue(int64_t now_us, bool more_received) const {
     const bool new_second = second != -1 && second != m_sent_utc_second;
     return new_second || now_us - m_frame_sent_time_stamp > FRAME_GAP_US;
   }
-  const int64_t burst_us = more_received ? EPOCH_TIMEOUT_US : BURST_US;
-  const bool patient = m_frame_start_time != 0 ? now_us - m_frame_start_time <= burst_us
-                                               : m_complete_published_us != -1 &&
-                                                     now_us - m_complete_published_us <= EPOCH_TIMEOUT_US;
-  return !patient && isTimeoutToSendFrame(now_us);
+  return now_us >= frameDue(more_received) && isTimeoutToSendFrame(now_us);
+}
+
+int64_t EpochAssembly::frameDue(bool more_received) const {
+  int64_t patience_ends = 0;
+  if (m_frame_start_time != 0) {
+    patience_ends = m_frame_start_time + (more_received ? EPOCH_TIMEOUT_US : BURST_US) + 1;
+  } else if (m_complete_published_us != -1) {
+    patience_ends = m_complete_published_us + EPOCH_TIMEOUT_US + 1;
+  }
+  return std::max(patience_ends, frameTimeout());
 }
 
 void EpochAssembly::frameSent(int64_t now_us, const std::tm& utc) {

@@ -21,7 +21,6 @@ constexpr int64_t NS_PER_MS = 1'000'000;
 constexpr int64_t FIRST_PERIOD_MS = 2000;
 constexpr int64_t PERIOD_MS = 1700;     // while time/date frames come
 constexpr int64_t OWN_PERIOD_MS = 999;  // without them
-constexpr int64_t SLICE_NS = 100 * NS_PER_MS;
 constexpr size_t MAX_SIGNALS = 6;
 constexpr double US_PER_S = 1e6;
 
@@ -99,8 +98,8 @@ const std::array<GnssIcanObserver::Group, 5>& GnssIcanObserver::groups() {
   return GROUPS;
 }
 
-GnssIcanObserver::GnssIcanObserver(std::function<bool()> keepWaiting)
-    : m_keep_waiting(std::move(keepWaiting)),
+GnssIcanObserver::GnssIcanObserver(IFrameWait& wait)
+    : m_wait(wait),
       m_send_period_ms(FIRST_PERIOD_MS),
       m_last_wake_ns(time_source().steady_ns()) {}
 
@@ -119,7 +118,7 @@ void GnssIcanObserver::message(const std::string& topic, const com::Message& mes
       m_released = true;
     }
   }
-  if (is_time_date) m_wake.notify_all();
+  if (is_time_date) m_wait.wake();
 }
 
 void GnssIcanObserver::unpack(const Group& group, const com::Message& message) {
@@ -285,9 +284,10 @@ bool GnssIcanObserver::timeoutToSendFrame() {
   std::unique_lock lock(m_mutex);
   const int64_t deadline = m_last_wake_ns + m_send_period_ms * NS_PER_MS;
   int64_t now = time_source().steady_ns();
-  while (!m_released && now < deadline && m_keep_waiting()) {
-    time_source().wait_ns(m_wake, lock, std::min(deadline - now, SLICE_NS));
-    now = time_source().steady_ns();
+  for (bool waits = true; waits && !m_released && now < deadline; now = time_source().steady_ns()) {
+    lock.unlock();
+    waits = m_wait.waitForFrame(deadline - now);
+    lock.lock();
   }
   m_released = false;
   m_deadline_passed = now >= deadline;

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <array>
-#include <condition_variable>
 #include <cstdint>
-#include <functional>
 #include <mutex>
 #include <span>
 #include <string>
@@ -15,14 +13,24 @@
 
 namespace ecu::koru::gpspub {
 
+/// The wait of the service thread for the next frame.
+class IFrameWait {
+ public:
+  virtual ~IFrameWait() = default;
+  /// Waits for wake(), for at most `ns`; may return early. Returns false when waiting is to end. Service thread.
+  [[nodiscard]] virtual bool waitForFrame(int64_t ns) = 0;
+  /// Ends the present wait, or the next one. Any thread.
+  virtual void wake() = 0;
+};
+
 /// Rebuilds the fix of another unit from the signal groups that come over CAN, and paces its publication: the
 /// time/date group comes last and releases the fix.
 ///
 /// message() runs on the delivery thread, everything else on the service thread.
 class GnssIcanObserver final : public com::ISubscriptionObserver {
  public:
-  /// timeoutToSendFrame() calls `keepWaiting` ten times a second and returns once it is false.
-  explicit GnssIcanObserver(std::function<bool()> keepWaiting = [] { return true; });
+  /// `wait` must outlive the observer.
+  explicit GnssIcanObserver(IFrameWait& wait);
 
   static inline const std::string& topic_vp1_base = topic::VP1_RX;
   static inline const std::string& topic_p2c1_base = topic::P2C1_RX;
@@ -73,13 +81,12 @@ class GnssIcanObserver final : public com::ISubscriptionObserver {
   void complain(const Group& group, const std::string& text);
   bool& complained(const Group& group);
 
-  const std::function<bool()> m_keep_waiting;
+  IFrameWait& m_wait;
   // Guards everything below. There is only one, because a date and its release are stored together and taken
   // together. Otherwise a release could find its date already taken.
   mutable std::mutex m_mutex;
   GnssInfo m_gnss_info;
   std::array<bool, 5> m_complained{};  // already warned of a group that stays bad
-  std::condition_variable m_wake;
   bool m_released = false;
   int64_t m_send_period_ms;
   bool m_deadline_passed = true;

@@ -5,15 +5,14 @@
 #include <cerrno>
 #include <utility>
 
-#include "input/GpioLine.h"
-#include "platform/base/Time.h"
 #include "wire/ServiceLog.h"
+#include "wire/Stopwatch.h"
 
 namespace ecu::koru::gpspub {
 
 namespace {
 
-constexpr int64_t PULSE_NS = 500'000'000;
+constexpr int64_t PULSE_US = 500'000;
 
 /// Waits for permission whether or not this process exported the line.
 void writeSetting(GpioLine& line, const std::string& path, const std::string& value) {
@@ -48,23 +47,31 @@ void ReceiverLines::configureHardwareResetPin() const {
   configureLinuxGpioControl(m_reset_line, "out", "none");
 }
 
-void ReceiverLines::hardwareResetUblox() const {
-  GpioLine own(*m_files, m_reset_line, m_root);
-  GpioLine usual(*m_files, USUAL_LINE, m_root);
-  GpioLine* line = &own;
+void ReceiverLines::hardwareResetUblox() {
+  releaseReset();
+  auto line = std::make_unique<GpioLine>(*m_files, m_reset_line, m_root);
   LOG.notice("hardwareResetUblox fd = ", line->openValue(O_WRONLY));
   if (line->fd() < 1) {  // 0 is standard input, which is a failure too
     configureHardwareResetPin();
-    line->closeValue();
-    line = &usual;  // the fallback on every hardware
+    line = std::make_unique<GpioLine>(*m_files, USUAL_LINE, m_root);  // the fallback on every hardware
     if (line->openValue(O_WRONLY) < 1) {
       LOG.error("Can not open hardwareResetUblox gpio. fd = ", line->fd());
       return;
     }
   }
   LOG.notice("hardwareResetUblox res = ", line->setLevel(false));
-  time_source().sleep_ns(PULSE_NS);
-  LOG.notice("hardwareResetUblox res = ", line->setLevel(true));
+  m_low_line = std::move(line);
+  m_reset_due = GnssUtils::getMicrosecDuration(0) + PULSE_US;
+}
+
+void ReceiverLines::checkReset() {
+  if (GnssUtils::getMicrosecDuration(0) >= resetDue()) releaseReset();
+}
+
+void ReceiverLines::releaseReset() {
+  if (!m_low_line) return;
+  LOG.notice("hardwareResetUblox res = ", m_low_line->setLevel(true));
+  m_low_line.reset();
 }
 
 }  // namespace ecu::koru::gpspub

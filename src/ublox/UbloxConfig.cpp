@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/base/Time.h"
 #include "wire/HexDump.h"
 #include "wire/ServiceLog.h"
 #include "wire/Stopwatch.h"
@@ -144,6 +145,10 @@ void UbloxConfig::sendOther(std::string frame, bool is_rate) {
 
 bool UbloxConfig::isTimeout() const {
   return GnssUtils::getMicrosecDuration(0) - m_command_sent_time > ANSWER_US;
+}
+
+int64_t UbloxConfig::answerDue() const {
+  return hasCommandToSend() ? m_command_sent_time + ANSWER_US + 1 : NEVER;
 }
 
 bool UbloxConfig::checkTimeout(bool count_hw_timeouts) {

@@ -43,6 +43,8 @@ class UbloxConfig {
   void sendCommand();
   /// Returns true if the last transmission was more than 3 s ago.
   [[nodiscard]] bool isTimeout() const;
+  /// Returns when checkTimeout() is to be called next, or NEVER if nothing is to be sent.
+  [[nodiscard]] int64_t answerDue() const;
   /// Resends or gives up on the frame in flight and returns true if isTimeout(). Without `count_hw_timeouts`
   /// the reset line is not pulsed.
   bool checkTimeout(bool count_hw_timeouts);
@@ -82,9 +84,11 @@ class UbloxConfig {
   void configureSPI_TxReady();
   /// Sends standby, then GNSS stop.
   void disableReceiver();
-  void hardwareResetUblox() const {
+  /// Begins a pulse of the receiver's reset line.
+  void hardwareResetUblox() {
     if (!isStopped()) m_lines.hardwareResetUblox();
   }
+  [[nodiscard]] ReceiverLines& lines() { return m_lines; }
 
   // -- Answers of the receiver
 
@@ -107,7 +111,7 @@ class UbloxConfig {
   void logTimeout(CommandSequence::Action action, unsigned init) const;
 
   IGnssInput& m_input;
-  const ReceiverLines m_lines;
+  ReceiverLines m_lines;
   IReceiverRequests& m_requests;
   IReceiverOwner& m_owner;
 

@@ -30,10 +30,11 @@ class SpiReceiver final : public FakeSpi {
     receiver.advance_to(m_time.now_us());
     return receiver.tx_ready_level();
   }
-  bool waitForEdge(int timeout_us) override {
+  bool waitForEdge(int timeout_us, WakeUp* wake) override {
     const int64_t end = m_time.now_us() + timeout_us;
-    while (is_line_high() && m_time.now_us() < end)
-      m_time.advance_to_us(std::clamp(receiver.next_byte_us(), m_time.now_us() + 1, end));
+    while (is_line_high() && !wake->pending() && m_time.now_us() < end)
+      m_time.step_towards_us(std::clamp(receiver.next_byte_us(), m_time.now_us() + 1, end));
+    if (wake->pending()) wake->clear();
     return !is_line_high();
   }
 

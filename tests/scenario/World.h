@@ -98,6 +98,13 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
     advance_to_ns(m_agenda.empty() ? end : std::min(end, START_NS + m_agenda.begin()->first * 1000));
     lock.lock();
   }
+  bool wait_ns(ecu::koru::WakeUp& wake, int64_t ns) override {
+    const int64_t end_us = now_us() + ns / 1000;
+    while (!wake.pending() && now_us() < end_us) step_towards_us(end_us);
+    const bool woken = wake.pending();
+    if (woken) wake.clear();
+    return woken;
+  }
   [[nodiscard]] timeval wall() const override { return m_clock.wall(); }
   [[nodiscard]] bool set_wall(const timeval& now) override { return m_clock.set_wall(now); }
 
@@ -105,6 +112,10 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
   void at(int64_t us, std::function<void()> action) { m_agenda.emplace(us, std::move(action)); }
   /// Carries out the points of the agenda on the way.
   void advance_to_us(int64_t us) { advance_to_ns(START_NS + us * 1000); }
+  /// Stops at the next point of the agenda.
+  void step_towards_us(int64_t us) {
+    advance_to_us(m_agenda.empty() ? us : std::min(us, std::max(m_agenda.begin()->first, now_us())));
+  }
   [[nodiscard]] ecu::koru::VirtualTime& clock() { return m_clock; }
 
   int64_t boot_offset_ns = 0;  ///< by how much the time since boot exceeds the steady clock
@@ -165,14 +176,15 @@ class ScenarioTerminal final : public ecu::koru::gpspub::ITerminalDevice {
     m_state.sent.push_back({m_time.now_us(), std::string(static_cast<const char*>(data), len)});
     return static_cast<ssize_t>(len);
   }
-  int waitReadable(int /*fd*/, int timeout_us) override {
+  int waitReadable(int /*fd*/, int timeout_us, ecu::koru::WakeUp* wake) override {
     ++m_state.waits;
     const int64_t end = m_time.now_us() + timeout_us;
     for (;;) {
       m_source.advance_to(m_time.now_us());
       if (m_state.gone || m_source.available() > 0) return 1;
       if (m_time.now_us() >= end) return 0;
-      m_time.advance_to_us(std::clamp(m_source.next_byte_us(), m_time.now_us() + 1, end));
+      if (wake->pending()) return wake->clear(), 0;
+      m_time.step_towards_us(std::clamp(m_source.next_byte_us(), m_time.now_us() + 1, end));
     }
   }
   bool isWritable(int /*fd*/) override { return true; }

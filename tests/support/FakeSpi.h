@@ -66,10 +66,10 @@ class FakeSpi : public ecu::koru::gpspub::IDeviceFiles {
     if (!std::exchange(exported, true)) m_exported_ns = ecu::koru::time_source().steady_ns();
     return static_cast<ssize_t>(len);
   }
-  int waitException(int fd, int timeout_us) override {
+  int waitException(int fd, int timeout_us, ecu::koru::WakeUp* wake) override {
     line_waits_us.push_back(timeout_us);
     if (m_open[fd] != LINE + "value") return failed(EBADF);
-    return (line_stuck ? FakeSpi::waitForEdge(timeout_us) : waitForEdge(timeout_us)) ? 1 : 0;
+    return (line_stuck ? FakeSpi::waitForEdge(timeout_us, wake) : waitForEdge(timeout_us, wake)) ? 1 : 0;
   }
   int transfer(int fd, spi_ioc_transfer& record) override {
     const int error = m_open[fd] != ecu::koru::gpspub::SPI::DEVICE ? EBADF : transfer_error;
@@ -86,8 +86,8 @@ class FakeSpi : public ecu::koru::gpspub::IDeviceFiles {
  protected:
   virtual void exchange(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) = 0;
   virtual bool is_line_high() = 0;
-  /// Lets time pass. Returns true at the falling edge, false after the time-out.
-  virtual bool waitForEdge(int timeout_us) {
+  /// Lets time pass. Returns true at the falling edge, false after the time-out or when woken.
+  virtual bool waitForEdge(int timeout_us, ecu::koru::WakeUp* /*wake*/) {
     ecu::koru::time_source().sleep_ns(int64_t{timeout_us} * 1000);
     return false;
   }

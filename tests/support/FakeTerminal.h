@@ -35,7 +35,7 @@ struct FakeTerminal final : ecu::koru::gpspub::ITerminalDevice {
     return open_error == 0 ? FD : failed(open_error);
   }
   int close(int /*fd*/) override { return ++closes, 0; }
-  int waitReadable(int fd, int timeout_us) override {
+  int waitReadable(int fd, int timeout_us, ecu::koru::WakeUp* /*wake*/) override {
     if (fd != FD || wait_error != 0) return failed(wait_error != 0 ? wait_error : EBADF);
     if (!incoming.empty() || hung_up || read_error != 0) return 1;
     ecu::koru::time_source().sleep_ns(int64_t{timeout_us} * 1000);

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +20,7 @@ constexpr auto LOG = logging::module("koru.manager");
 
 constexpr int64_t NS_PER_US = 1000;
 constexpr int64_t NS_PER_S = 1'000'000'000;
+constexpr int64_t RETRY_NS = 100'000'000;
 constexpr int64_t FEEDINGS = 3;
 constexpr int64_t MAX_WATCHDOG_US = std::numeric_limits<int64_t>::max() / NS_PER_US;
 
@@ -80,9 +82,11 @@ bool ServiceManager::open(std::string_view socket) {
   return m_socket >= 0;
 }
 
-bool ServiceManager::send(std::string_view text) const {
-  return sendto(m_socket, text.data(), text.size(), MSG_NOSIGNAL,
-                reinterpret_cast<const sockaddr*>(&m_address), m_address_length) >= 0;
+bool ServiceManager::send(std::string_view text) {
+  const bool sent = sendto(m_socket, text.data(), text.size(), MSG_NOSIGNAL,
+                           reinterpret_cast<const sockaddr*>(&m_address), m_address_length) >= 0;
+  if (!sent) m_retry_ns = time_source().steady_ns() + RETRY_NS;
+  return sent;
 }
 
 void ServiceManager::ready() {
@@ -100,6 +104,14 @@ void ServiceManager::progress() {
     m_told_status = m_status;
     m_next_status_ns = now + NS_PER_S;
   }
+}
+
+int64_t ServiceManager::due_ns() const {
+  if (m_socket < 0) return NEVER;
+  int64_t due_ns = m_ready_due ? 0 : NEVER;
+  if (m_watchdog_ns > 0) due_ns = std::min(due_ns, m_next_feeding_ns);
+  if (m_status != m_told_status) due_ns = std::min(due_ns, m_next_status_ns);
+  return std::max(due_ns, m_retry_ns);
 }
 
 void ServiceManager::stopping() {

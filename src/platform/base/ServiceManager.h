@@ -30,6 +30,8 @@ class ServiceManager {
   void ready();
   /// Call it in each pass of the run loop. Feeds the watchdog, at most three times in its interval.
   void progress();
+  /// Returns when progress() is to be called next (steady clock, ns), or NEVER.
+  [[nodiscard]] int64_t due_ns() const;
   /// Sets the line for the administrator. progress() sends it if it has changed, at most once a second.
   /// `text` must outlive this object.
   void status(std::string_view text) { m_status = text; }
@@ -38,7 +40,7 @@ class ServiceManager {
 
  private:
   [[nodiscard]] bool open(std::string_view socket);
-  bool send(std::string_view text) const;
+  bool send(std::string_view text);
 
   int m_socket = -1;
   sockaddr_un m_address{};
@@ -46,6 +48,7 @@ class ServiceManager {
   int64_t m_watchdog_ns = 0;  // between two feedings; 0: no watchdog
   int64_t m_next_feeding_ns = 0;
   int64_t m_next_status_ns = 0;
+  int64_t m_retry_ns = 0;  // after a message that the manager did not accept
   bool m_ready_due = false;
   std::string_view m_status;
   std::string_view m_told_status;

@@ -1,8 +1,13 @@
 #include "platform/base/Time.h"
 
+#include <poll.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <ctime>
+
+#include "platform/base/WakeUp.h"
 
 namespace ecu::koru {
 
@@ -12,6 +17,13 @@ static_assert(sizeof(time_t) == 8, "dates do not end in 2038, on no target");
 
 constexpr int64_t NS_PER_S = 1'000'000'000;
 constexpr int64_t US_PER_S = 1'000'000;
+
+timespec to_timespec(int64_t ns) {
+  timespec time{};
+  time.tv_sec = static_cast<time_t>(ns / NS_PER_S);
+  time.tv_nsec = static_cast<long>(ns % NS_PER_S);
+  return time;
+}
 
 int64_t read_clock(clockid_t id) {
   timespec now{};
@@ -25,13 +37,18 @@ class SystemTime final : public ITimeSource {
   [[nodiscard]] int64_t boot_ns() const override { return read_clock(CLOCK_BOOTTIME); }
   void sleep_ns(int64_t ns) override {
     if (ns <= 0) return;
-    timespec wait{};
-    wait.tv_sec = static_cast<time_t>(ns / NS_PER_S);
-    wait.tv_nsec = static_cast<long>(ns % NS_PER_S);
+    const timespec wait = to_timespec(ns);
     nanosleep(&wait, nullptr);
   }
   void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override {
     condition.wait_for(lock, std::chrono::nanoseconds(ns));
+  }
+  bool wait_ns(WakeUp& wake, int64_t ns) override {
+    pollfd watched{wake.fd(), POLLIN, 0};
+    const timespec wait = to_timespec(std::max<int64_t>(ns, 0));
+    if (ppoll(&watched, 1, &wait, nullptr) != 1) return false;
+    wake.clear();
+    return true;
   }
   [[nodiscard]] timeval wall() const override {
     timeval now{};
@@ -69,6 +86,15 @@ void VirtualTime::wait_ns(std::condition_variable& /*condition*/, std::unique_lo
   lock.unlock();
   sleep_ns(ns);
   lock.lock();
+}
+
+bool VirtualTime::wait_ns(WakeUp& wake, int64_t ns) {
+  if (!wake.pending()) {
+    sleep_ns(ns);
+    return false;
+  }
+  wake.clear();
+  return true;
 }
 
 void VirtualTime::advance(int64_t ns) {

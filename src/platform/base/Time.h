@@ -6,9 +6,15 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <limits>
 #include <mutex>
 
 namespace ecu::koru {
+
+class WakeUp;
+
+/// A time that does not come, for what is not due.
+inline constexpr int64_t NEVER = std::numeric_limits<int64_t>::max();
 
 /// The seam to every clock and to sleeping. All times are 64-bit nanoseconds on every target.
 class ITimeSource {
@@ -23,6 +29,8 @@ class ITimeSource {
   /// Waits for the condition for at most `ns`; may return early without it. `lock` is held before and after.
   virtual void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                        int64_t ns) = 0;
+  /// Waits for `wake` and clears it, for at most `ns`; a signal may end it early. Returns true if woken.
+  virtual bool wait_ns(WakeUp& wake, int64_t ns) = 0;
   /// Returns the system clock (gettimeofday), UTC.
   [[nodiscard]] virtual timeval wall() const = 0;
   /// Sets the system clock (settimeofday). Returns false, with the reason in errno, if that is refused.
@@ -41,6 +49,7 @@ class VirtualTime final : public ITimeSource {
   void sleep_ns(int64_t ns) override { advance(ns); }
   /// Releases the lock while it sleeps, as a real wait does.
   void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override;
+  bool wait_ns(WakeUp& wake, int64_t ns) override;
   [[nodiscard]] timeval wall() const override;
   [[nodiscard]] bool set_wall(const timeval& now) override;
 

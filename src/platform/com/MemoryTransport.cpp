@@ -9,6 +9,11 @@ bool MemoryTransport::is_connected() const {
   return m_connected;
 }
 
+void MemoryTransport::on_connection_change(std::function<void()> observer) {
+  const std::lock_guard lock(m_mutex);
+  m_connection_observer = std::move(observer);
+}
+
 int MemoryTransport::publish(const std::string& topic, const Message& message, Delivery delivery) {
   {
     const std::lock_guard lock(m_mutex);
@@ -51,7 +56,7 @@ void MemoryTransport::set_connected(bool connected) {
   std::map<std::string, Message> kept;
   {
     const std::lock_guard lock(m_mutex);
-    m_connected = connected;
+    if (std::exchange(m_connected, connected) != connected && m_connection_observer) m_connection_observer();
     if (connected) kept.swap(m_kept);
   }
   for (const auto& [topic, message] : kept) publish(topic, message);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -24,6 +25,7 @@ class MemoryTransport final : public ITransportClient {
   bool start() override { return is_connected(); }
   bool stop() override { return true; }
   [[nodiscard]] bool is_connected() const override;
+  void on_connection_change(std::function<void()> observer) override;
   int publish(const std::string& topic, const Message& message, Delivery delivery = Delivery::once) override;
   bool subscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer,
                  int qos) override;
@@ -47,6 +49,7 @@ class MemoryTransport final : public ITransportClient {
 
   mutable std::mutex m_mutex;
   bool m_connected = true;
+  std::function<void()> m_connection_observer;
   std::vector<Record> m_records;
   std::map<std::string, Message> m_retained;
   std::map<std::string, Message> m_kept;

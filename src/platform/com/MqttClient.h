@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "platform/com/MqttConnection.h"
 #include "platform/com/Transport.h"
@@ -26,6 +28,9 @@ class MqttClient final : public ITransportClient {
   bool start() override;
   bool stop() override;
   [[nodiscard]] bool is_connected() const override { return m_connection->is_connected(); }
+  void on_connection_change(std::function<void()> observer) override {
+    m_connection->on_connection_change(std::move(observer));
+  }
   int publish(const std::string& topic, const Message& message, Delivery delivery = Delivery::once) override {
     return m_connection->publish(topic, message, delivery);
   }

@@ -131,7 +131,7 @@ void MqttConnection::set_connected() {
     m_link->disconnect();
     return;
   }
-  m_connected = true;
+  change_connected(true);
   for (const auto& topic : m_subscriptions.filters()) send_subscribe(topic);
   send_kept();
   m_changed.notify_all();
@@ -140,7 +140,7 @@ void MqttConnection::set_connected() {
 void MqttConnection::set_lost() {
   m_subscriptions.forget_retained();
   const std::lock_guard lock(m_mutex);
-  m_connected = false;
+  change_connected(false);
   m_dropping = false;
   m_outbox.clear();
   m_subscribing.clear();
@@ -155,7 +155,7 @@ void MqttConnection::request_stop() {
   if (m_stopping) return;
   m_stopping = true;
   if (m_connected) m_link->disconnect();  // queued after the rest; wakes the delivery thread
-  m_connected = false;
+  change_connected(false);
   m_changed.notify_all();
 }
 
@@ -178,6 +178,15 @@ void MqttConnection::wait_until_unsubscribed(milliseconds timeout) {
 bool MqttConnection::is_connected() const {
   const std::lock_guard lock(m_mutex);
   return m_connected;
+}
+
+void MqttConnection::on_connection_change(std::function<void()> observer) {
+  const std::lock_guard lock(m_mutex);
+  m_connection_observer = std::move(observer);
+}
+
+void MqttConnection::change_connected(bool connected) {
+  if (std::exchange(m_connected, connected) != connected && m_connection_observer) m_connection_observer();
 }
 
 bool MqttConnection::on_delivery_thread() const {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -38,6 +39,7 @@ class MqttConnection final {
   [[nodiscard]] bool wait_until_connected(std::chrono::milliseconds timeout);
 
   [[nodiscard]] bool is_connected() const;
+  void on_connection_change(std::function<void()> observer);
   [[nodiscard]] bool on_delivery_thread() const;
   [[nodiscard]] const MqttOptions& options() const { return m_options; }
 
@@ -55,6 +57,7 @@ class MqttConnection final {
   void set_lost();
 
   // Under m_mutex.
+  void change_connected(bool connected);
   void send_kept();
   void send_subscribe(const std::string& topic);
 
@@ -66,6 +69,7 @@ class MqttConnection final {
   mutable std::mutex m_mutex;
   std::condition_variable m_changed;
   bool m_connected = false;
+  std::function<void()> m_connection_observer;  // may be empty
   bool m_stopping = false;
   bool m_ended = false;
   bool m_dropping = false;  // messages are refused because old ones are unwritten

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -52,6 +53,9 @@ class ITransportClient {
   virtual bool stop() = 0;
 
   [[nodiscard]] virtual bool is_connected() const = 0;
+  /// Calls `observer` on the delivery thread whenever is_connected() changes, until another one is set. An
+  /// empty one ends that: when this returns, the one before is no longer called. It must not call the client.
+  virtual void on_connection_change(std::function<void()> observer) = 0;
 
   /// Returns 0, or a negative number if the message could not be sent (now). Never waits.
   virtual int publish(const std::string& topic, const Message& message,
