@@ -16,7 +16,7 @@ using std::chrono::milliseconds;
 
 constexpr auto LOG = logging::module("koru.com.mqtt");
 
-constexpr milliseconds SERVING_STEP{1000};  // publish() and request_stop() end it early
+constexpr milliseconds SERVING_STEP{5000};  // how late a sign of life may be
 constexpr milliseconds GOODBYE_STEP{100};
 constexpr milliseconds GOODBYE_LIMIT{500};
 constexpr milliseconds FIRST_PAUSE{1000};  // before the next attempt to connect; then doubled each time
@@ -56,7 +56,7 @@ void MqttConnection::run() {
   while (!stopping()) {
     auto failure = m_link->establish([this] { return stopping(); });
     if (!failure) {
-      process_notes();
+      process(m_link->take_notes());
       set_connected();
       const auto connected = steady_now();
       failure = serve();
@@ -83,14 +83,23 @@ std::optional<MqttFailure> MqttConnection::serve() {
       return failure;
     }
   }
+  {
+    const std::lock_guard lock(m_mutex);
+    m_link->disconnect();  // queued after the rest
+  }
   const auto end = steady_now() + GOODBYE_LIMIT;
   while (steady_now() < end && !step(GOODBYE_STEP)) continue;
   return {};
 }
 
 std::optional<MqttFailure> MqttConnection::step(milliseconds timeout) {
-  auto failure = m_link->step(timeout);
-  process_notes();
+  m_link->wait(timeout);
+  std::unique_lock lock(m_mutex);
+  auto failure = m_link->work();
+  auto notes = m_link->take_notes();
+  note_written();
+  lock.unlock();
+  process(std::move(notes));
   return failure;
 }
 
@@ -99,14 +108,11 @@ bool MqttConnection::stopping() const {
   return m_stopping;
 }
 
-void MqttConnection::process_notes() {
-  const auto notes = m_link->take_notes();
+void MqttConnection::process(IMqttLink::Notes notes) {
   bool relieved = false;
   std::vector<std::string> refused;
   {
     const std::lock_guard lock(m_mutex);
-    for (const int mid : notes.written) m_outbox.written(mid);
-    m_outbox.set_blocked(m_link->unwritten());
     relieved = m_dropping && m_outbox.empty();
     if (relieved) m_dropping = false;
     if (m_connected) send_kept();
@@ -128,7 +134,6 @@ void MqttConnection::set_connected() {
   m_log.connected();
   const std::lock_guard lock(m_mutex);
   if (m_stopping) {
-    m_link->disconnect();
     return;
   }
   change_connected(true);
@@ -154,8 +159,8 @@ void MqttConnection::request_stop() {
   const std::lock_guard lock(m_mutex);
   if (m_stopping) return;
   m_stopping = true;
-  if (m_connected) m_link->disconnect();  // queued after the rest; wakes the delivery thread
   change_connected(false);
+  m_link->wake();
   m_changed.notify_all();
 }
 
@@ -202,13 +207,16 @@ int MqttConnection::publish(const std::string& topic, const Message& message, De
       if (!can_be_sent(topic, message)) return -MOSQ_ERR_INVAL;
       m_outbox.keep(topic, message);
       if (m_connected) send_kept();
-      return m_outbox.on_its_way(topic) ? 0 : -MOSQ_ERR_NO_CONN;
+      const bool on_its_way = m_outbox.on_its_way(topic);
+      note_written();
+      return on_its_way ? 0 : -MOSQ_ERR_NO_CONN;
     }
     const auto now = steady_now();
     if (m_connected && m_outbox.accepts(now)) {
       int mid = 0;
       code = m_link->publish(topic, message, mid);
       if (code == MOSQ_ERR_SUCCESS) m_outbox.taken(mid, now);
+      note_written();
     } else if (m_connected) {
       dropping_begins = !std::exchange(m_dropping, true);
     }
@@ -224,6 +232,12 @@ void MqttConnection::send_kept() {
   });
 }
 
+/// Leaves to the delivery thread what the socket did not take.
+void MqttConnection::note_written() {
+  if (const int mid = m_link->take_written(); mid != 0) m_outbox.written(mid);
+  if (m_link->unwritten() && !on_delivery_thread()) m_link->wake();
+}
+
 void MqttConnection::send_subscribe(const std::string& topic) {
   if (const int mid = m_link->subscribe(topic); mid != 0) m_subscribing[mid] = topic;
 }
@@ -233,6 +247,7 @@ bool MqttConnection::subscribe(const std::string& topic, const MqttSubscriptions
   if (!observer || qos != 0 || !can_be_subscribed(topic)) return false;
   const std::lock_guard lock(m_mutex);
   if (m_subscriptions.add(topic, observer) && m_connected) send_subscribe(topic);
+  note_written();
   return true;
 }
 
@@ -243,6 +258,7 @@ bool MqttConnection::unsubscribe(const std::string& topic) {
     known = m_subscriptions.remove(topic);
     if (m_connected && can_be_subscribed(topic)) {
       if (const int mid = m_link->unsubscribe(topic); mid != 0) m_unsubscribing.insert(mid);
+      note_written();
     }
   }
   if (!on_delivery_thread()) m_subscriptions.wait_until_idle(topic);

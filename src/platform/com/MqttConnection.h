@@ -52,13 +52,14 @@ class MqttConnection final {
   std::optional<MqttFailure> serve();
   std::optional<MqttFailure> step(std::chrono::milliseconds timeout);
   [[nodiscard]] bool stopping() const;
-  void process_notes();
+  void process(IMqttLink::Notes notes);
   void set_connected();
   void set_lost();
 
   // Under m_mutex.
   void change_connected(bool connected);
   void send_kept();
+  void note_written();
   void send_subscribe(const std::string& topic);
 
   const MqttOptions m_options;

@@ -16,6 +16,7 @@
 
 #include "platform/base/Logging.h"
 #include "platform/base/Time.h"
+#include "platform/base/WakeUp.h"
 #include "platform/com/TlsContext.h"
 
 namespace ecu::koru::com {
@@ -84,7 +85,10 @@ class MqttLink final : public IMqttLink, private mosqpp::mosquittopp {
 
   [[nodiscard]] bool prepare() override;
   [[nodiscard]] Failure establish(const std::function<bool()>& stopping) override;
-  [[nodiscard]] Failure step(milliseconds timeout) override;
+  void wait(milliseconds timeout) override;
+  void wake() override { m_wake.wake(); }
+  [[nodiscard]] Failure work() override;
+  [[nodiscard]] int take_written() override { return std::exchange(m_written, 0); }
   [[nodiscard]] Notes take_notes() override { return std::exchange(m_notes, {}); }
   void clean_up() override;
 
@@ -101,10 +105,10 @@ class MqttLink final : public IMqttLink, private mosqpp::mosquittopp {
   void disconnect() override { mosquittopp::disconnect(); }
 
  private:
-  // The library calls these within loop(), and on_log() elsewhere too.
+  // The library calls these while it works, on_publish() and on_log() also while it takes a request.
   void on_connect(int code) override { m_connack = code; }
   void on_disconnect(int code) override { m_disconnect = code; }
-  void on_publish(int mid) override { m_notes.written.push_back(mid); }
+  void on_publish(int mid) override { m_written = mid; }
   void on_subscribe(int mid, int count, const int* granted) override {
     m_notes.answers.emplace_back(mid, count > 0 && granted[0] < REFUSED_SUBSCRIPTION);
   }
@@ -115,6 +119,8 @@ class MqttLink final : public IMqttLink, private mosqpp::mosquittopp {
   [[nodiscard]] bool equip();
   [[nodiscard]] Failure attempt(const char* bind_address, const std::function<bool()>& stopping);
   [[nodiscard]] Failure step_to_first_byte(bool& answering);
+  [[nodiscard]] Failure step(milliseconds timeout);
+  [[nodiscard]] Failure checked(int code);
   [[nodiscard]] Failure open(const char* bind_address);
   void abandon();
   [[nodiscard]] MqttFailure explained(int code, int system_error) const;
@@ -130,6 +136,8 @@ class MqttLink final : public IMqttLink, private mosqpp::mosquittopp {
   std::string m_uninvited;            // packet that the broker must not send; empty: none
   std::string m_errors;               // errors that the library logged
   Notes m_notes;
+  int m_written = 0;  // number of the last message written; 0: none since take_written()
+  WakeUp m_wake;
 };
 
 bool MqttLink::prepare() {
@@ -144,7 +152,6 @@ bool MqttLink::prepare() {
 }
 
 bool MqttLink::equip() {
-  threaded_set(true);  // calls from other threads only queue and wake; loop() writes
   int code = MOSQ_ERR_SUCCESS;
   if (!m_options.username.empty()) {
     code = username_pw_set(m_options.username.c_str(), m_password ? m_password->c_str() : nullptr);
@@ -204,6 +211,7 @@ IMqttLink::Failure MqttLink::open(const char* bind_address) {
   if (m_tls) m_tls->forget_distrust();
   m_errors.clear();
   m_notes = {};
+  m_written = 0;
   if (!m_equipped) m_equipped = equip();
   if (!m_equipped) return MqttFailure{MqttFailure::Kind::unreachable, "there are no credentials or no TLS"};
   errno = 0;
@@ -220,9 +228,31 @@ void MqttLink::abandon() {
   for (int tries = 0; tries < 3 && socket() >= 0; ++tries) loop(0, 1);
 }
 
+/// Lets the library wait and work during a login.
 IMqttLink::Failure MqttLink::step(milliseconds timeout) {
   errno = 0;
-  const int code = loop(static_cast<int>(timeout.count()), 1);
+  return checked(loop(static_cast<int>(timeout.count()), 1));
+}
+
+/// Unlike the library's own wait, this one does not end each time another thread sends a message.
+void MqttLink::wait(milliseconds timeout) {
+  if (socket() < 0) return;
+  std::array<pollfd, 2> watched{
+      {{socket(), static_cast<short>(want_write() ? POLLIN | POLLOUT : POLLIN), 0}, {m_wake.fd(), POLLIN, 0}}};
+  poll(watched.data(), watched.size(), static_cast<int>(timeout.count()));
+  if (watched[1].revents != 0) m_wake.clear();
+}
+
+IMqttLink::Failure MqttLink::work() {
+  errno = 0;
+  int code = loop_read();
+  if (code == MOSQ_ERR_SUCCESS && want_write()) code = loop_write();
+  if (code == MOSQ_ERR_SUCCESS) code = loop_misc();
+  return checked(code);
+}
+
+/// `code` is the library's, of a call that may have left the system's reason in errno.
+IMqttLink::Failure MqttLink::checked(int code) {
   const int system_error = errno;
   if (!m_uninvited.empty()) return uninvited(m_uninvited);
   if (code == MOSQ_ERR_SUCCESS && socket() >= 0) return {};

@@ -16,13 +16,13 @@ namespace ecu::koru::com {
 
 /// The client library as MqttConnection sees it: one login to the broker at a time, driven step by step.
 ///
-/// Only the delivery thread drives it. Other threads may only send, and only while MqttConnection is
-/// connected and under its lock. Such calls only queue and wake, so none can run during a reconnect.
+/// Only the delivery thread drives it. Other threads may only send and wake. They send while MqttConnection is
+/// connected and under its lock, so that none can run during a reconnect. A request is written to the socket
+/// at once, as far as that takes it; work() writes the rest.
 class IMqttLink {
  public:
   /// Notes of the library's callbacks.
   struct Notes {
-    std::vector<int> written;                   // mids
     std::vector<std::pair<int, bool>> answers;  // to (un)subscriptions: mid, granted
     std::vector<std::pair<std::string, Message>> received;
   };
@@ -36,10 +36,16 @@ class IMqttLink {
   [[nodiscard]] virtual bool prepare() = 0;
   /// Logs in to the broker. Gives up, with any failure, soon after `stopping` returns true.
   [[nodiscard]] virtual Failure establish(const std::function<bool()>& stopping) = 0;
-  /// Lets the library work for at most `timeout`. Fails if the connection is gone or must be given up.
-  [[nodiscard]] virtual Failure step(std::chrono::milliseconds timeout) = 0;
+  /// Waits until work() has something to do, for at most `timeout`. Called without the lock.
+  virtual void wait(std::chrono::milliseconds timeout) = 0;
+  /// Ends the present wait(), or the next one. Any thread.
+  virtual void wake() = 0;
+  /// Reads and writes without waiting, under the lock. Fails if the connection is gone or must be given up.
+  [[nodiscard]] virtual Failure work() = 0;
   /// Returns the notes since the last call.
   [[nodiscard]] virtual Notes take_notes() = 0;
+  /// Returns the number of the message that was written last if one was written since the last call, else 0.
+  [[nodiscard]] virtual int take_written() = 0;
   /// Drops state of a failed connection that would harm the next one.
   virtual void clean_up() = 0;
 

@@ -4,8 +4,7 @@ namespace ecu::koru::com {
 
 bool MqttOutbox::accepts(Time now) const {
   if (m_count == 0) return true;
-  const auto limit = m_blocked ? BLOCKED_LIMIT : UNTRIED_LIMIT;
-  return m_count < CAPACITY && now - m_entries[m_first].since <= limit;
+  return m_count < CAPACITY && now - m_entries[m_first].since <= BLOCKED_LIMIT;
 }
 
 void MqttOutbox::taken(int mid, Time now) {
@@ -23,7 +22,6 @@ void MqttOutbox::written(int mid) {
 
 void MqttOutbox::clear() {
   m_count = 0;
-  m_blocked = false;
   for (auto& [topic, kept] : m_kept) kept.mid = 0;
 }
 

@@ -19,9 +19,6 @@ class MqttOutbox {
   /// A fix is a burst of messages within a few milliseconds. A message that is still unwritten after this
   /// time, because the socket is full, does not belong to the present burst.
   static constexpr std::chrono::milliseconds BLOCKED_LIMIT{50};
-  /// The same limit while nobody tries the socket: the delivery thread gets no processor time, or an
-  /// observer holds it.
-  static constexpr std::chrono::milliseconds UNTRIED_LIMIT{1000};
   /// The most messages that the library may hold at a time.
   static constexpr size_t CAPACITY = 256;
 
@@ -31,8 +28,6 @@ class MqttOutbox {
   void taken(int mid, Time now);
   /// Notes that the library has written the message `mid`, and so all that it took before.
   void written(int mid);
-  /// Notes whether the library was left with unwritten bytes after it last tried the socket.
-  void set_blocked(bool blocked) { m_blocked = blocked; }
   [[nodiscard]] bool empty() const { return m_count == 0; }
   /// Forgets all unwritten messages of a lost connection, except those that are kept.
   void clear();
@@ -58,7 +53,6 @@ class MqttOutbox {
   std::array<Entry, CAPACITY> m_entries{};  // a ring
   size_t m_first = 0;
   size_t m_count = 0;
-  bool m_blocked = false;
   std::map<std::string, Kept> m_kept;
 };
 
