@@ -37,6 +37,7 @@ void CanInputMode::runIcan() {
     if (!m_run.inMode()) break;
     const int32_t status = m_gnss_ican_observer->getGnssInfoStatus();
     m_run.reportPosition(true, status);
+    const com::Burst burst(*m_transport_client);
     sendFrameUsingIcan();
     LOG.detail(logflag::CONNECTION, "runIcan time_out ", time_out, " gnss_status ", status,
                " m_comm_retries ", m_comm_retries);

@@ -126,6 +126,7 @@ void ReceiverMode::connectOrWait() {
   m_ublox_config.lines().checkReset();
   if (mayOpen() && connect()) return;
   if (!timeoutToSendFrame()) return;
+  const com::Burst burst(*m_transport_client);
   publishGnssData();
   sendAndCountFrame();
   ++m_comm_retries;
@@ -133,9 +134,15 @@ void ReceiverMode::connectOrWait() {
 }
 
 void ReceiverMode::receive() {
-  bool more_received = false;
   const int64_t wait_us = nextDeadline() - GnssUtils::getMicrosecDuration(0);
-  if (readNewData(static_cast<int>(std::clamp<int64_t>(wait_us, 0, LONGEST_WAIT_US)))) {
+  processAndPublish(readNewData(static_cast<int>(std::clamp<int64_t>(wait_us, 0, LONGEST_WAIT_US))));
+  if (m_input->isConnected()) superviseReceiver();
+}
+
+void ReceiverMode::processAndPublish(bool has_data) {
+  const com::Burst burst(*m_transport_client);
+  bool more_received = false;
+  if (has_data) {
     m_data_time_us = GnssUtils::getMicrosecDuration(0);
     m_epoch.setDataTime(m_data_time_us, time_source().boot_ns());
     processNewData();
@@ -144,7 +151,6 @@ void ReceiverMode::receive() {
     deviceGone();
   }
   sendFrameIfDue(more_received);
-  if (m_input->isConnected()) superviseReceiver();
 }
 
 void ReceiverMode::superviseReceiver() {

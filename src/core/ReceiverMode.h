@@ -56,6 +56,7 @@ class ReceiverMode final : private IEpochOwner, private IReceiverOwner {
   void leaveReceiverLoop();
   void connectOrWait();
   void receive();
+  void processAndPublish(bool has_data);
   [[nodiscard]] bool readNewData(int timeout_us);
   void processNewData();
   void processUblox();

@@ -380,6 +380,7 @@ class FakeLink final : public IMqttLink {
     mid = note("publish " + topic);
     return MOSQ_ERR_SUCCESS;
   }
+  void cork(bool on) override { note(on ? "cork" : "uncork"); }
   int subscribe(const std::string& topic) override { return note("subscribe " + topic); }
   int unsubscribe(const std::string& /*topic*/) override { return 0; }
   void disconnect() override {}

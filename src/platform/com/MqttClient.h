@@ -34,6 +34,8 @@ class MqttClient final : public ITransportClient {
   int publish(const std::string& topic, const Message& message, Delivery delivery = Delivery::once) override {
     return m_connection->publish(topic, message, delivery);
   }
+  void begin_burst() override { m_connection->begin_burst(); }
+  void end_burst() override { m_connection->end_burst(); }
   bool subscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer,
                  int qos) override {
     return m_connection->subscribe(topic, observer, qos);

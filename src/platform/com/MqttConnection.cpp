@@ -146,6 +146,7 @@ void MqttConnection::set_lost() {
   m_subscriptions.forget_retained();
   const std::lock_guard lock(m_mutex);
   change_connected(false);
+  m_corked = false;
   m_dropping = false;
   m_outbox.clear();
   m_subscribing.clear();
@@ -214,6 +215,7 @@ int MqttConnection::publish(const std::string& topic, const Message& message, De
     const auto now = steady_now();
     if (m_connected && m_outbox.accepts(now)) {
       int mid = 0;
+      if (m_in_burst && !std::exchange(m_corked, true)) m_link->cork(true);
       code = m_link->publish(topic, message, mid);
       if (code == MOSQ_ERR_SUCCESS) m_outbox.taken(mid, now);
       note_written();
@@ -223,6 +225,17 @@ int MqttConnection::publish(const std::string& topic, const Message& message, De
   }
   if (dropping_begins) LOG.warning("The broker takes no more messages: they are dropped");
   return -code;
+}
+
+void MqttConnection::begin_burst() {
+  const std::lock_guard lock(m_mutex);
+  m_in_burst = true;
+}
+
+void MqttConnection::end_burst() {
+  const std::lock_guard lock(m_mutex);
+  m_in_burst = false;
+  if (std::exchange(m_corked, false)) m_link->cork(false);
 }
 
 void MqttConnection::send_kept() {

@@ -44,6 +44,8 @@ class MqttConnection final {
   [[nodiscard]] const MqttOptions& options() const { return m_options; }
 
   int publish(const std::string& topic, const Message& message, Delivery delivery);
+  void begin_burst();
+  void end_burst();
   bool subscribe(const std::string& topic, const MqttSubscriptions::Observer& observer, int qos);
   bool unsubscribe(const std::string& topic);
 
@@ -73,6 +75,8 @@ class MqttConnection final {
   std::function<void()> m_connection_observer;  // may be empty
   bool m_stopping = false;
   bool m_ended = false;
+  bool m_in_burst = false;
+  bool m_corked = false;
   bool m_dropping = false;  // messages are refused because old ones are unwritten
   MqttOutbox m_outbox;
   std::map<int, std::string> m_subscribing;  // mid to topic, until the broker answers

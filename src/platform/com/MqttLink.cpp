@@ -94,6 +94,10 @@ class MqttLink final : public IMqttLink, private mosqpp::mosquittopp {
 
   [[nodiscard]] bool unwritten() override { return want_write(); }
   [[nodiscard]] int publish(const std::string& topic, const Message& message, int& mid) override;
+  void cork(bool on) override {
+    const int value = on ? 1 : 0;
+    setsockopt(socket(), IPPROTO_TCP, TCP_CORK, &value, sizeof value);
+  }
   [[nodiscard]] int subscribe(const std::string& topic) override {
     int mid = 0;
     return mosquittopp::subscribe(&mid, topic.c_str(), 0) == MOSQ_ERR_SUCCESS ? mid : 0;

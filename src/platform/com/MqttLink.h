@@ -53,6 +53,8 @@ class IMqttLink {
   [[nodiscard]] virtual bool unwritten() = 0;
   /// Returns the library's code, and the message's number in `mid`.
   [[nodiscard]] virtual int publish(const std::string& topic, const Message& message, int& mid) = 0;
+  /// While on, the socket collects messages; switching it off sends them.
+  virtual void cork(bool on) = 0;
   /// These return the request's mid; 0 if it cannot be sent.
   [[nodiscard]] virtual int subscribe(const std::string& topic) = 0;
   [[nodiscard]] virtual int unsubscribe(const std::string& topic) = 0;

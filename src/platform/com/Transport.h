@@ -61,6 +61,10 @@ class ITransportClient {
   virtual int publish(const std::string& topic, const Message& message,
                       Delivery delivery = Delivery::once) = 0;
 
+  /// The messages published from now on leave together, at end_burst(). It must follow within a millisecond.
+  virtual void begin_burst() {}
+  virtual void end_burst() {}
+
   /// Hands the messages of `topic` (MQTT wildcards allowed) to `observer`, also after each reconnect. Holds
   /// the observer weakly. Subscribing the same topic and observer twice makes one subscription. Returns false
   /// for an invalid topic, a null observer or any QoS but 0: a broker that sends more breaks the protocol.
@@ -72,6 +76,18 @@ class ITransportClient {
 
   /// Returns how long to wait for a retained variable.
   [[nodiscard]] virtual std::chrono::milliseconds read_timeout() const = 0;
+};
+
+/// Sends the messages that are published during its life in one piece, which costs less than one at a time.
+class Burst {
+ public:
+  explicit Burst(ITransportClient& client) : m_client(client) { m_client.begin_burst(); }
+  ~Burst() { m_client.end_burst(); }
+  Burst(const Burst&) = delete;
+  Burst& operator=(const Burst&) = delete;
+
+ private:
+  ITransportClient& m_client;
 };
 
 /// Creates a client of the given type from the keys host, port, client_name, username, password_file, tls_ca,
