@@ -347,6 +347,7 @@ TEST(ReceiverControl, RadioSilenceEndsWithAPulseOfTheResetLine) {
   scene.injectAt(401, topic::BLACKOUT_MODE, YES);
   scene.at(411, [&] {  // by then a lost receiver would be noticed
     EXPECT_EQ(scene.sent(400), "off standby stop");
+    EXPECT_EQ(scene.terminal.sent.back().at_us, 401 * S) << "the request does not wait for anything";
     EXPECT_THAT(scene.terminal.opens_us, SizeIs(1));
     EXPECT_EQ(scene.resets.pulses(), 0);
     scene.epochs = true;

@@ -42,6 +42,36 @@ TEST(RunLoop, UnpluggedDeviceIsReopenedOnceASecondAndNothingOldComesOut) {
   EXPECT_LT(world.terminal.waits, 20);
 }
 
+TEST(RunLoop, SleepsUntilSomethingIsDueAndStopsAtOnce) {
+  const double seconds = 100.0123;
+  const struct {
+    std::string what, hasgnss, gnss_on;
+    bool has_device, hardware_init;
+    size_t epochs;  ///< in one piece each
+    long waits;     ///< at most
+    // A wait for input takes less than a second, and a silent frame a little more: two waits.
+  } rows[] = {{"silent line", "true", "\1", true, false, 0, 210},
+              {"receiving", "true", "\1", true, false, 100, 210},
+              {"hunting", "true", "\1", true, true, 0, 210},
+              {"no device", "true", "\1", false, false, 0, 110},
+              {"CAN input", "false", "\1", true, false, 0, 110},
+              {"GNSS off", "true", "\2", true, false, 0, 25}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    Script script;
+    for (size_t i = 0; i < row.epochs; ++i)
+      script.add((300 + 1000 * static_cast<int64_t>(i)) * MS, epoch(static_cast<int>(i % 60)));
+    World world(script, {.hasgnss = row.hasgnss, .hwversion = "zpt", .hardware_init = row.hardware_init});
+    world.terminal.missing = !row.has_device;
+    world.service->enableMqttSystemSelection();
+    world.inject(topic::PARAMETER_GNSS_ON, row.gnss_on);
+    world.run(seconds);
+    EXPECT_EQ(world.time.now_us(), static_cast<int64_t>(seconds * S));
+    EXPECT_LE(world.terminal.waits + world.time.waits, row.waits);
+    EXPECT_GE(world.terminal.waits + world.time.waits, row.waits / 2);
+  }
+}
+
 using Values = std::map<uint32_t, std::string>;
 
 /// Retains system parameters on the bus at the start. `flags` 1: they have an over-the-air id.

@@ -89,6 +89,22 @@ TEST_F(Supervision, EveryModeFeedsAndTellsItsStatus) {
   }
 }
 
+TEST_F(Supervision, TheBrokersReturnIsToldAtOnceInEveryMode) {
+  for (const char* const hasgnss : {"true", "false"}) {
+    heard.clear();
+    Script script;
+    World world(script, {.hasgnss = hasgnss});
+    world.at(5.13, [&] { world.bus->set_connected(false); });
+    world.at(7.57, [&] { world.bus->set_connected(true); });
+    run(world, 12, 12 * S);
+    std::vector<int64_t> told_us;
+    for (const auto& [at_us, text] : heard) {
+      if (text.starts_with("STATUS=")) told_us.push_back(at_us);
+    }
+    EXPECT_THAT(told_us, ElementsAre(_, 5140 * MS, 7580 * MS));  // looked at every 10 ms
+  }
+}
+
 TEST_F(Supervision, AStuckPassFeedsNothing) {
   Script script;
   World world(script);

@@ -99,6 +99,7 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
     lock.lock();
   }
   bool wait_ns(ecu::koru::WakeUp& wake, int64_t ns) override {
+    ++waits;
     const int64_t end_us = now_us() + ns / 1000;
     while (!wake.pending() && now_us() < end_us) step_towards_us(end_us);
     const bool woken = wake.pending();
@@ -118,6 +119,7 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
   }
   [[nodiscard]] ecu::koru::VirtualTime& clock() { return m_clock; }
 
+  long waits = 0;              ///< for a wake-up, of the service without an open device
   int64_t boot_offset_ns = 0;  ///< by how much the time since boot exceeds the steady clock
 
  private:
