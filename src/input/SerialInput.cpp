@@ -105,20 +105,24 @@ bool SerialInput::read() {
   return framed;
 }
 
-/// Reads only the bytes that are there: a longer read would wait for the gap that ends a burst (VTIME).
-/// Returns the number of bytes read.
+/// Reads only the bytes that are there: a longer read would wait for the gap that ends a burst (VTIME). The
+/// kernel may hand them over in pieces of 64. Returns the number of bytes read.
 int SerialInput::readDevice() {
   const int there = m_device->bytesReadable(m_fd_serial);
   const auto tail = m_received.freeTail();
   const size_t max = there > 0 ? std::min(static_cast<size_t>(there), tail.size()) : tail.size();
-  const ssize_t res = m_device->read(m_fd_serial, tail.data(), max);
-  if (res > 0) {
-    m_received.add(static_cast<int>(res));
-    return static_cast<int>(res);
+  size_t count = 0;
+  ssize_t res = 0;
+  do {
+    res = m_device->read(m_fd_serial, tail.data() + count, max - count);
+    if (res > 0) count += static_cast<size_t>(res);
+  } while (res > 0 && there > 0 && count < max);
+  if (res <= 0) {
+    m_device_gone = res == 0 || (errno != EINTR && errno != EAGAIN);
+    LOG.detail(logflag::READS, " res = ", res, " m_bytes_read ", m_received.bytesRead());
   }
-  m_device_gone = res == 0 || (errno != EINTR && errno != EAGAIN);
-  LOG.detail(logflag::READS, " res = ", res, " m_bytes_read ", m_received.bytesRead());
-  return 0;
+  m_received.add(static_cast<int>(count));
+  return static_cast<int>(count);
 }
 
 int SerialInput::sendBinary(const unsigned char* data, int len) {
