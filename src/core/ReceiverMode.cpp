@@ -252,15 +252,16 @@ bool ReceiverMode::timeoutToSendFrame() {
 
 /// Returns when something is to be done even if no byte comes until then.
 int64_t ReceiverMode::nextDeadline() const {
-  return std::min({m_epoch.frameDue(false), m_ublox_config.answerDue(), noCommunicationDue(), m_run.reportDue()});
+  return std::min(
+      {m_epoch.frameDue(false), m_ublox_config.answerDue(), noCommunicationDue(), m_run.reportDue()});
 }
 
 bool ReceiverMode::isNoCommunication() const {
   return GnssUtils::getMicrosecDuration(0) >= noCommunicationDue();
 }
 
-/// Returns when a receiver that stays silent counts as lost. The sequence's own time-outs apply while it looks
-/// for the baud rate. On a confirmed port the receiver gets time to answer a command that is sent again.
+/// Returns when a silent receiver counts as lost. The sequence's own time-outs apply while it looks for the
+/// baud rate. On a confirmed port the receiver gets time to answer a command that is sent again.
 int64_t ReceiverMode::noCommunicationDue() const {
   const bool has_settled = m_ublox_config.isInitialised() || m_ublox_config.isStopped();
   if (m_antenna.isRadioSilent() || (!has_settled && !m_ublox_config.isPortConfirmed())) return NEVER;

@@ -22,8 +22,10 @@ namespace ecu::koru::gpspub {
 /// setTxReadyCheck() and again after every disconnect(). It also goes off if the line can no longer be read,
 /// or announces nothing for two seconds while the receiver has data.
 ///
-/// A read failure is logged once, and the thread pauses: for 10 ms or for the rest of the polling slice. After a second of nothing
-/// but failures the device counts as gone. Owned by the service, service thread only.
+/// A read failure is logged once. The thread then pauses for 10 ms or for the rest of the polling slice.
+/// After a second of nothing but failures the device counts as gone.
+///
+/// Owned by the service, service thread only.
 class SPI final : public BufferedInput {
  public:
   /// The path of a receiver on this bus.
@@ -85,9 +87,9 @@ class SPI final : public BufferedInput {
 
   bool m_gpio_failure_logged = false;  // the last set-up failed
   int64_t m_line_active_ns = 0;        // last announcement, probe or switch of control
-  int64_t m_slice_end_ns = 0;  // without TX-ready control
-  bool m_woken = false;        // during the present waiting()
-  int64_t m_first_failure_ns = 0;  // start of an unbroken run; 0: the last transfer worked
+  int64_t m_slice_end_ns = 0;          // without TX-ready control
+  bool m_woken = false;                // during the present waiting()
+  int64_t m_first_failure_ns = 0;      // start of an unbroken run; 0: the last transfer worked
   int64_t m_last_failure_ns = 0;
   bool m_failure_told = false;
 };

@@ -46,8 +46,7 @@ class EpochAssembly {
   /// 0.3 s of the first sentence of an epoch in progress. This becomes 1.3 s while received data waits to be
   /// processed (`more_received`), so that a service that got no processor time does not cut the epoch short.
   [[nodiscard]] bool isFrameDue(int64_t now_us, bool more_received) const;
-  /// Returns the time from which isFrameDue() is true if no sentence comes until then. Only without a published
-  /// fix.
+  /// Returns the time from which isFrameDue() is true if nothing is published and no sentence comes.
   [[nodiscard]] int64_t frameDue(bool more_received) const;
   /// Notes that a frame was sent now; `utc` is the time of its record.
   void frameSent(int64_t now_us, const std::tm& utc);

@@ -99,9 +99,7 @@ const std::array<GnssIcanObserver::Group, 5>& GnssIcanObserver::groups() {
 }
 
 GnssIcanObserver::GnssIcanObserver(IFrameWait& wait)
-    : m_wait(wait),
-      m_send_period_ms(FIRST_PERIOD_MS),
-      m_last_wake_ns(time_source().steady_ns()) {}
+    : m_wait(wait), m_send_period_ms(FIRST_PERIOD_MS), m_last_wake_ns(time_source().steady_ns()) {}
 
 // -- Messages from the bus
 

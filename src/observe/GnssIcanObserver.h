@@ -17,7 +17,7 @@ namespace ecu::koru::gpspub {
 class IFrameWait {
  public:
   virtual ~IFrameWait() = default;
-  /// Waits for wake(), for at most `ns`; may return early. Returns false when waiting is to end. Service thread.
+  /// Waits for wake(), at most for `ns`; may return early. Returns false if the mode ends. Service thread.
   [[nodiscard]] virtual bool waitForFrame(int64_t ns) = 0;
   /// Ends the present wait, or the next one. Any thread.
   virtual void wake() = 0;

@@ -24,10 +24,12 @@ struct Epochs final : IEpochOwner {
     char step = 0;
     for (int64_t ms = 0; words >> step >> ms;) {
       epoch.setDataTime(ms * 1000, 0);
-      if (step == 'r' || step == 'c') take("GNRMC,123501.00,A,4807.03800,N,01131.00000,E,22.400,84.40,230326,,,A");
+      if (step == 'r' || step == 'c')
+        take("GNRMC,123501.00,A,4807.03800,N,01131.00000,E,22.400,84.40,230326,,,A");
       if (step == 'c') {
-        for (const char* const body : {"GNGSA,A,3,,,,,,,,,,,,,1.9,1.1,1.5", "GNGSA,A,3,,,,,,,,,,,,,1.9,1.1,1.5",
-                                       "GNGST,123501.00,1.5,,,,2.5,3.1,4.0"})
+        for (const char* const body :
+             {"GNGSA,A,3,,,,,,,,,,,,,1.9,1.1,1.5", "GNGSA,A,3,,,,,,,,,,,,,1.9,1.1,1.5",
+              "GNGST,123501.00,1.5,,,,2.5,3.1,4.0"})
           take(body);
       }
       if (step == 's') epoch.frameSent(ms * 1000, epoch.infoSent().m_utc_tm);
@@ -39,7 +41,8 @@ struct Epochs final : IEpochOwner {
   void take(const std::string& body) {
     std::string line = test::nmea(body);
     line.back() = '\0';
-    ASSERT_TRUE(epoch.validateNmeaMessage({reinterpret_cast<const unsigned char*>(line.data()), line.size()}));
+    ASSERT_TRUE(
+        epoch.validateNmeaMessage({reinterpret_cast<const unsigned char*>(line.data()), line.size()}));
     epoch.processNewNmeaString(38400);
   }
 

@@ -241,8 +241,8 @@ IMqttLink::Failure MqttLink::step(milliseconds timeout) {
 /// Unlike the library's own wait, this one does not end each time another thread sends a message.
 void MqttLink::wait(milliseconds timeout) {
   if (socket() < 0) return;
-  std::array<pollfd, 2> watched{
-      {{socket(), static_cast<short>(want_write() ? POLLIN | POLLOUT : POLLIN), 0}, {m_wake.fd(), POLLIN, 0}}};
+  std::array<pollfd, 2> watched{{{socket(), static_cast<short>(want_write() ? POLLIN | POLLOUT : POLLIN), 0},
+                                 {m_wake.fd(), POLLIN, 0}}};
   poll(watched.data(), watched.size(), static_cast<int>(timeout.count()));
   if (watched[1].revents != 0) m_wake.clear();
 }

@@ -16,9 +16,9 @@ namespace ecu::koru::com {
 
 /// The client library as MqttConnection sees it: one login to the broker at a time, driven step by step.
 ///
-/// Only the delivery thread drives it. Other threads may only send and wake. They send while MqttConnection is
-/// connected and under its lock, so that none can run during a reconnect. A request is written to the socket
-/// at once, as far as that takes it; work() writes the rest.
+/// Only the delivery thread drives it. Other threads may only send and wake. They send while MqttConnection
+/// is connected and under its lock, so that none can run during a reconnect. A request is written to the
+/// socket at once, as far as that takes it; work() writes the rest.
 class IMqttLink {
  public:
   /// Notes of the library's callbacks.
