@@ -109,6 +109,17 @@ TEST(Spi, TheLineIsUsedOnceItWasSeenIdleAndEveryReadingWorked) {
   }
 }
 
+TEST(Spi, AnIdleReceiverWithTheLineIsLeftAlone) {
+  SpiWorld spi;
+  size_t waits = 0, transfers = 0;
+  spi.world.injectAt(80, topic::BLACKOUT_MODE, std::string(1, '\1'));  // the antenna was set long before
+  spi.world.at(90, [&] { waits = spi.wire->line_waits_us.size(), transfers = spi.wire->transfers.size(); });
+  spi.world.run(190);
+  EXPECT_LE(spi.wire->line_waits_us.size() - waits, 250U);  // a silent frame a second, a probe every two
+  EXPECT_LE(spi.wire->transfers.size() - transfers, 150U);  // the probe, and commands without an answer
+  EXPECT_GE(spi.wire->transfers.size() - transfers, 50U);
+}
+
 TEST(Spi, FaultsAreToldOnceAndEnd) {
   constexpr double BEGIN_S = 80, END_S = 110;  // the antenna was set long before
   constexpr double FOREVER = END_S - BEGIN_S;
