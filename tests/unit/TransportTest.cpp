@@ -451,6 +451,23 @@ TEST(TransportConnection, BringsSubscriptionsAndRetainedMessagesAnew) {
   EXPECT_THAT(observer->texts(), ElementsAre("t=kept", "t=kept"));
 }
 
+TEST(TransportConnection, CollectsTheMessagesOfABurst) {
+  std::shared_ptr<Recorder> observer;
+  const auto log = log_of({1s}, [&](MqttConnection& connection) {
+    observer = std::make_shared<Recorder>([&](const auto&, const auto& message) {
+      for (const size_t count : {0, 2}) {
+        connection.begin_burst();
+        for (size_t i = 0; i < count; ++i) connection.publish("fix", message, Delivery::once);
+        connection.end_burst();
+      }
+      connection.publish("late", message, Delivery::once);
+    });
+    EXPECT_TRUE(connection.subscribe("t", observer, 0));
+  });
+  EXPECT_THAT(log, ElementsAre("0 attempt", "0 subscribe t", "1000 cork", "1000 publish fix",
+                               "1000 publish fix", "1000 uncork", "1000 publish late", "2000 attempt"));
+}
+
 TEST(TransportConnection, AStopEndsThePauseAtOnce) {
   auto link = std::make_unique<FakeLink>(std::vector(2, 0ms));
   const FakeLink& attempted = *link;

@@ -133,9 +133,7 @@ void MqttConnection::process(IMqttLink::Notes notes) {
 void MqttConnection::set_connected() {
   m_log.connected();
   const std::lock_guard lock(m_mutex);
-  if (m_stopping) {
-    return;
-  }
+  if (m_stopping) return;
   change_connected(true);
   for (const auto& topic : m_subscriptions.filters()) send_subscribe(topic);
   send_kept();
@@ -208,9 +206,7 @@ int MqttConnection::publish(const std::string& topic, const Message& message, De
       if (!can_be_sent(topic, message)) return -MOSQ_ERR_INVAL;
       m_outbox.keep(topic, message);
       if (m_connected) send_kept();
-      const bool on_its_way = m_outbox.on_its_way(topic);
-      note_written();
-      return on_its_way ? 0 : -MOSQ_ERR_NO_CONN;
+      return m_outbox.is_waiting(topic) ? -MOSQ_ERR_NO_CONN : 0;
     }
     const auto now = steady_now();
     if (m_connected && m_outbox.accepts(now)) {
@@ -243,9 +239,10 @@ void MqttConnection::send_kept() {
     int mid = 0;
     return m_link->publish(topic, message, mid) == MOSQ_ERR_SUCCESS ? mid : 0;
   });
+  note_written();
 }
 
-/// Leaves to the delivery thread what the socket did not take.
+/// Keeps account of what was written, and leaves to the delivery thread what the socket did not take.
 void MqttConnection::note_written() {
   if (const int mid = m_link->take_written(); mid != 0) m_outbox.written(mid);
   if (m_link->unwritten() && !on_delivery_thread()) m_link->wake();

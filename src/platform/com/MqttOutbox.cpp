@@ -25,9 +25,9 @@ void MqttOutbox::clear() {
   for (auto& [topic, kept] : m_kept) kept.mid = 0;
 }
 
-bool MqttOutbox::on_its_way(const std::string& topic) const {
+bool MqttOutbox::is_waiting(const std::string& topic) const {
   const auto kept = m_kept.find(topic);
-  return kept != m_kept.end() && kept->second.mid > 0;
+  return kept != m_kept.end() && kept->second.mid == 0;
 }
 
 void MqttOutbox::send_kept(Time now, const std::function<int(const std::string&, const Message&)>& send) {

@@ -34,8 +34,8 @@ class MqttOutbox {
 
   /// Keeps the newest message of the topic until it is written.
   void keep(const std::string& topic, const Message& message) { m_kept[topic] = {message, 0}; }
-  /// Returns true while the library holds the topic's kept message.
-  [[nodiscard]] bool on_its_way(const std::string& topic) const;
+  /// Returns true if the topic has a kept message that the library has not taken.
+  [[nodiscard]] bool is_waiting(const std::string& topic) const;
   /// Offers every kept message that is not on its way to `send`. `send` returns the library's number of the
   /// message, 0 if it was not taken, or a negative number if it never will be and is to be forgotten.
   void send_kept(Time now, const std::function<int(const std::string& topic, const Message&)>& send);
