@@ -9,6 +9,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -82,8 +83,8 @@ void registerSignalHandler() {
   for (const int each : STOP_SIGNALS) setAction(each, onStopSignal);
 }
 
-bool readConfiguration(std::unique_ptr<config::Configuration>& config) {
-  std::ifstream file(gpspub::satnavdConfigpath());
+bool readConfiguration(const std::string& path, std::unique_ptr<config::Configuration>& config) {
+  std::ifstream file(path);
   if (!file.is_open()) {
     LOG.error("Failed to find configuration file. Exiting!");
     return false;
@@ -116,8 +117,14 @@ bool readSimulationSwitch(var::SysparamsClient& parameters) {
   return !value.empty() && value[0] == 1;
 }
 
-void logBanner() {
+void logBanner(const gpspub::Options& options, const std::string& config_path) {
   LOG.notice(gpspub::versionBanner());
+  LOG.info("The configuration is that of ",
+           logging::escaped(std::filesystem::absolute(config_path).string()));
+  if (!options.config_path.empty()) {
+    LOG.warning("-c ", logging::escaped(options.config_path), " has no effect: the configuration is always ",
+                "satnavd.conf of the working directory or else /etc/satnavd/satnavd.conf");
+  }
   if (GnssUtils::debugIt(gpspub::logflag::START_UP)) LOG.debug("log flags ", GnssUtils::logFlags());
 }
 
@@ -157,7 +164,8 @@ int main(int argc, char** argv) {
   mosqpp::lib_init();
 
   auto config = std::make_unique<config::Configuration>();
-  if (!readConfiguration(config)) return STATUS_NO_CONFIGURATION;
+  const std::string config_path = gpspub::satnavdConfigpath();
+  if (!readConfiguration(config_path, config)) return STATUS_NO_CONFIGURATION;
   registerSignalHandler();
   gpspub::registerKeys(*config);
   if (!config->verify()) return EXIT_FAILURE;
@@ -188,7 +196,7 @@ int main(int argc, char** argv) {
   if (options.debug_flags != DEFAULT_DEBUG_FLAGS) service->enableLoggingControl();
   gpspub::applyConfiguration(options, *config, *service);
   service->setServiceManager(ServiceManager::from_environment());
-  logBanner();
+  logBanner(options, config_path);
   returnFreeMemory();
 
   service->run();

@@ -1,5 +1,6 @@
 #include "ublox/UbloxConfig.h"
 
+#include <array>
 #include <utility>
 
 #include "platform/base/Time.h"
@@ -25,6 +26,9 @@ constexpr unsigned STEP_FIRST_RAW = 4;
 constexpr unsigned STEP_LAST_RAW = 8;
 constexpr unsigned STEP_NAVIGATION_RATE = 9;
 
+constexpr std::array<std::string_view, STEP_LAST_RAW - STEP_FIRST_RAW + 1> RAW_NAMES{
+    "raw command 1", "raw command 2", "raw command 3", "raw command 4", "raw command 5"};
+
 constexpr uint32_t GPS = 0x01;
 constexpr uint32_t SBAS_AND_QZSS = 0x03;
 constexpr size_t MEASUREMENT_PERIOD_OFFSET = 6;  // in the CFG-RATE frame
@@ -38,7 +42,7 @@ UbloxConfig::UbloxConfig(IGnssInput& input, ReceiverLines lines, IReceiverReques
       m_requests(requests),
       m_owner(owner),
       m_navigation_rate(ubx::NAVIGATION_RATE.frame()),
-      m_command(ubx::INIT_COMMANDS[0].frame()) {}
+      m_command(ubx::INIT_COMMANDS[0]) {}
 
 // -- Configured settings
 
@@ -69,17 +73,19 @@ std::string UbloxConfig::getNextCommand(Action action) {
   if (action == Action::FINISH) {
     LOG.info("UbloxConfig::getNextCommand() m_init_command_idx = ", CommandSequence::INIT_COMMANDS,
              ". Now initialised");
-    m_command = ubx::INIT_COMMANDS[0].frame();
+    logRefused();
+    m_refused.clear();
+    m_command = ubx::INIT_COMMANDS[0];
     return {};
   }
   if (init < CommandSequence::INIT_COMMANDS) {
-    m_command = ubx::INIT_COMMANDS[init].frame();
+    m_command = ubx::INIT_COMMANDS[init];
   } else {
     LOG.detail(logflag::COMMANDS, "UbloxConfig::getNextCommand() m_init_command_idx = ", init,
                " m_complex_command_idx = ", complex);
     m_command = complexCommand(complex);
   }
-  return m_command;
+  return m_command.frame;
 }
 
 void UbloxConfig::carryOut(Action action) {
@@ -104,18 +110,18 @@ void UbloxConfig::carryOut(Action action) {
 }
 
 /// A step without a command of its own polls MON-GNSS, whose answer advances the sequence at once.
-std::string UbloxConfig::complexCommand(unsigned step) {
-  if (step == STEP_SELECT_SYSTEMS && checkGnssSystem()) return m_CFG_GNSS_string;
-  if (step == STEP_GNSS_POLL) return ubx::GNSS_POLL.frame();
+UbloxConfig::Command UbloxConfig::complexCommand(unsigned step) {
+  if (step == STEP_SELECT_SYSTEMS && checkGnssSystem()) return {"CFG-GNSS", m_CFG_GNSS_string};
+  if (step == STEP_GNSS_POLL) return ubx::GNSS_POLL;
   if (step == STEP_SAVE && m_save_config) {
     LOG.detail(logflag::COMMANDS, "SAVE CONFIG ***********************************************************");
-    return ubx::SAVE_CONFIGURATION.frame();
+    return ubx::SAVE_CONFIGURATION;
   }
   if (step >= STEP_FIRST_RAW && step <= STEP_LAST_RAW && step - STEP_FIRST_RAW < m_raw_cmd_post.size()) {
-    return m_raw_cmd_post[step - STEP_FIRST_RAW];
+    return {RAW_NAMES[step - STEP_FIRST_RAW], m_raw_cmd_post[step - STEP_FIRST_RAW]};
   }
-  if (step == STEP_NAVIGATION_RATE) return m_navigation_rate;
-  return ubx::MON_GNSS_POLL.frame();
+  if (step == STEP_NAVIGATION_RATE) return {ubx::NAVIGATION_RATE.name, m_navigation_rate};
+  return ubx::MON_GNSS_POLL;
 }
 
 void UbloxConfig::transmit(std::string frame) {
@@ -134,12 +140,12 @@ void UbloxConfig::sendNextCommand() {
 }
 
 void UbloxConfig::sendCommand() {
-  if (!isStopped()) transmit(m_command);
+  if (!isStopped()) transmit(m_command.frame);
 }
 
-void UbloxConfig::sendOther(std::string frame, bool is_rate) {
+void UbloxConfig::sendOther(Command command, bool is_rate) {
   m_sequence.otherCommand(is_rate);
-  m_command = std::move(frame);
+  m_command = std::move(command);
   sendCommand();
 }
 
@@ -183,11 +189,22 @@ void UbloxConfig::handle_UBX_ACK_NAK_response(const UbxFrame& frame) {
   if (frame.id() != ubx::ACK_NAK || isStopped()) return;
   const unsigned init = m_sequence.initCommandIdx();
   const unsigned complex = m_sequence.complexCommandIdx();
+  const bool is_initialised = isInitialised();
   const Action action = m_sequence.refused();
   if (action != Action::RESEND) {
-    LOG.warning("NAK_RETRIES exceeded. m_init_command_idx ", init, " m_complex_command_idx ", complex);
+    LOG.warning("NAK_RETRIES exceeded. m_init_command_idx ", init, " m_complex_command_idx ", complex,
+                ". The receiver refuses ", m_command.name);
+    if (!is_initialised) m_refused.push_back(m_command.name);
   }
   carryOut(action);
+}
+
+/// Logs which commands the receiver refused in the sequence that is now complete.
+void UbloxConfig::logRefused() const {
+  if (m_refused.empty()) return;
+  std::string names;
+  for (const auto name : m_refused) names.append(names.empty() ? "" : ", ").append(name);
+  LOG.warning("The receiver is configured, but it refused ", m_refused.size(), " of the commands: ", names);
 }
 
 void UbloxConfig::takeRestart() {
@@ -200,7 +217,8 @@ void UbloxConfig::takeRestart() {
 void UbloxConfig::restart() {
   if (isStopped()) return;
   m_sequence.restart();
-  m_command = ubx::INIT_COMMANDS[0].frame();
+  m_refused.clear();
+  m_command = ubx::INIT_COMMANDS[0];
 }
 
 // -- Single commands
@@ -232,7 +250,7 @@ void UbloxConfig::configureBaudrate(uint32_t effective) {
 }
 
 void UbloxConfig::configureSPI_TxReady() {
-  sendOther(m_CFG_PRT_string);
+  sendOther({"CFG-PRT", m_CFG_PRT_string});
 }
 
 void UbloxConfig::disableReceiver() {

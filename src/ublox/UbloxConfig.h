@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "input/IGnssInput.h"
@@ -72,11 +74,11 @@ class UbloxConfig {
   void disableAntennaPower2() { sendOther(ubx::DISABLE_ANTENNA_POWER2); }
   void enableAntennaPower() { sendOther(ubx::ENABLE_ANTENNA_POWER); }
   void saveAntennaConfig() { sendOther(ubx::SAVE_ANTENNA_CONFIG); }
-  void configureBaudrate9600() { sendOther(ubx::BAUDRATE_9600.frame(), true); }
-  void configureBaudrate19200() { sendOther(ubx::BAUDRATE_19200.frame(), true); }
-  void configureBaudrate38400() { sendOther(ubx::BAUDRATE_38400.frame(), true); }
-  void configureBaudrate57600() { sendOther(ubx::BAUDRATE_57600.frame(), true); }
-  void configureBaudrate115200() { sendOther(ubx::BAUDRATE_115200.frame(), true); }
+  void configureBaudrate9600() { sendOther(ubx::BAUDRATE_9600, true); }
+  void configureBaudrate19200() { sendOther(ubx::BAUDRATE_19200, true); }
+  void configureBaudrate38400() { sendOther(ubx::BAUDRATE_38400, true); }
+  void configureBaudrate57600() { sendOther(ubx::BAUDRATE_57600, true); }
+  void configureBaudrate115200() { sendOther(ubx::BAUDRATE_115200, true); }
   /// Returns the rate that the receiver gets for a configured one; 19200 for those without a command.
   [[nodiscard]] static uint32_t effectiveBaudrate(uint32_t configured);
   void configureBaudrate(uint32_t effective);
@@ -100,15 +102,24 @@ class UbloxConfig {
   [[nodiscard]] bool checkGnssSystem();
 
  private:
+  /// A frame and what a record calls it.
+  struct Command {
+    Command(std::string_view its_name, std::string its_frame) : name(its_name), frame(std::move(its_frame)) {}
+    Command(const UbxCommand& command)  // NOLINT(google-explicit-constructor): it is the same thing
+        : Command(command.name, command.frame()) {}
+    std::string_view name;
+    std::string frame;
+  };
+
   void carryOut(CommandSequence::Action action);
   /// Puts the frame of a SEND in flight and returns it; empty for FINISH.
   [[nodiscard]] std::string getNextCommand(CommandSequence::Action action);
-  [[nodiscard]] std::string complexCommand(unsigned step);
-  void sendOther(std::string frame, bool is_rate = false);
-  void sendOther(const UbxCommand& command) { sendOther(command.frame()); }
+  [[nodiscard]] Command complexCommand(unsigned step);
+  void sendOther(Command command, bool is_rate = false);
   void transmit(std::string frame);
   void tryOtherBaudRate();
   void logTimeout(CommandSequence::Action action, unsigned init) const;
+  void logRefused() const;
 
   IGnssInput& m_input;
   ReceiverLines m_lines;
@@ -122,8 +133,9 @@ class UbloxConfig {
   bool m_save_config = false;  // nothing sets it: the step is dormant
 
   CommandSequence m_sequence;
-  int64_t m_command_sent_time = 0;  // us
-  std::string m_command;            // in flight
+  int64_t m_command_sent_time = 0;          // us
+  Command m_command;                        // in flight
+  std::vector<std::string_view> m_refused;  // commands of the present sequence
 
   std::string m_CFG_PRT_string;  // last frame received
   std::string m_CFG_GNSS_received;

@@ -227,6 +227,16 @@ TEST(ReceiverControl, ThreeNaksOrFourPeriodsEndACommandAndNoOtherCounts) {
   }
 }
 
+TEST(ReceiverControl, RefusedCommandsAreNamed) {
+  Scene scene(GOOD);
+  scene.nakked = {{"06110000", 3}, {"0608E80301000100", 3}};
+  LogCapture log("WARNING");
+  scene.run(400);
+  const std::string text = log.take();
+  EXPECT_THAT(text, HasSubstr("m_complex_command_idx 0. The receiver refuses CFG-RXM continuous\n"));
+  EXPECT_EQ(occurrences(text, "it refused 2 of the commands: CFG-RXM continuous, CFG-RATE\n"), 1U) << text;
+}
+
 TEST(ReceiverControl, LeavesTheConstellationsOfAReceiverThatDoesNotTellWhatItCan) {
   Scene scene(GOOD);
   scene.answers.erase("capable");

@@ -77,6 +77,8 @@ TEST_F(SatnavdStart, OptionsBeatTheFileAndTheFileTheDefaults) {
       {"01", "", {"-g", "/nowhere"}, "sim active. Hardware port redirected to /nowhere. P", "USB0"},
       {"01", "gnss_device = /nowhere\n", {}, "port redirected to /dev/ttyUSB0. Prob", "/nowhere"},
       {"00", "gnss_device = /nowhere\n", {}, "Hardware port redirected to /nowhere. Prob", "USB0"},
+      {"00", "", {}, "INFO koru.gpspub: The configuration is that of /", "has no effect"},
+      {"00", "", {"-c", "mine"}, "WARNING koru.gpspub: -c mine has no effect: ", "USB0"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.config + PrintToString(row.options));
