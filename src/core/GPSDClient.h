@@ -32,8 +32,8 @@ class GPSDClient {
 
   /// Runs the service and returns after stop().
   void run();
-  /// Ends run(). The service's waits end at once. Only catching up on SPI and the wait for a GPIO file may
-  /// take 0.5 s, and the pause after a change of baud rate 0.1 s.
+  /// Ends run(). The service's waits end at once. Only a reset pulse, catching up on SPI and the wait for
+  /// a GPIO file may take 0.5 s, and the pause after a change of baud rate 0.1 s.
   void stop() { m_run.stop(); }
 
   /// Closes the receiver's device.

@@ -16,6 +16,7 @@ namespace ecu::koru::gpspub {
 
 namespace {
 
+constexpr int64_t SHORTEST_WAIT_US = 1;       // held bytes come before a deadline that has passed
 constexpr int64_t LONGEST_WAIT_US = 999'999;  // waiting() takes less than a second
 constexpr int64_t FRAME_US = 1'000'000;
 constexpr int64_t REOPEN_US = 1'000'000;
@@ -67,7 +68,7 @@ void ReceiverMode::disconnect(CloseReason reason) {
   // Bytes that have not formed an item by now never will, and those read at a wrong rate are garbage. A stray
   // sync byte among them must not hold up framing.
   if (reason == MODE_ENDS || reason == SILENT || reason == NEXT_RATE) m_input->clearBuffer();
-  if (reason == MODE_ENDS) m_ublox_config.lines().releaseReset();
+  if (reason == MODE_ENDS) m_ublox_config.lines().finishReset();
   if (reason == NEXT_RATE) return;
   m_ublox_config.unconfirmPort();
   if (reason != CHANGING_RATE) m_ublox_config.restart();
@@ -123,9 +124,15 @@ void ReceiverMode::leaveReceiverLoop() {
 /// Tries to connect once a second, and publishes meanwhile that there is no fix. A receiver whose reset line
 /// is low is left alone.
 void ReceiverMode::connectOrWait() {
-  m_ublox_config.lines().checkReset();
-  if (mayOpen() && connect()) return;
-  if (!timeoutToSendFrame()) return;
+  const int64_t now = GnssUtils::getMicrosecDuration(0);
+  m_ublox_config.lines().checkReset(now);
+  const int64_t reset_due = m_ublox_config.lines().resetDue();
+  const int64_t open_due = reset_due != NEVER ? reset_due : m_earliest_open_us;
+  if (now >= open_due && connect()) {
+    m_run.wake();  // for requests that came while it was closed
+    return;
+  }
+  if (!timeoutToSendFrame(now >= open_due ? NEVER : open_due)) return;
   const com::Burst burst(*m_transport_client);
   publishGnssData();
   sendAndCountFrame();
@@ -135,7 +142,7 @@ void ReceiverMode::connectOrWait() {
 
 void ReceiverMode::receive() {
   const int64_t wait_us = nextDeadline() - GnssUtils::getMicrosecDuration(0);
-  processAndPublish(readNewData(static_cast<int>(std::clamp<int64_t>(wait_us, 0, LONGEST_WAIT_US))));
+  processAndPublish(readNewData(static_cast<int>(std::clamp(wait_us, SHORTEST_WAIT_US, LONGEST_WAIT_US))));
   if (m_input->isConnected()) superviseReceiver();
 }
 
@@ -236,17 +243,11 @@ void ReceiverMode::publishGnssData() {
   m_epoch.rotate(m_ublox_config.receiverFlag());
 }
 
-/// Returns when the device may be opened.
-int64_t ReceiverMode::openDue() {
-  const int64_t reset_due = m_ublox_config.lines().resetDue();
-  return reset_due == NEVER ? m_earliest_open_us : std::max(m_earliest_open_us, reset_due);
-}
-
-/// Waits until a second after the last frame was sent, or until the device may be opened again. Returns true
-/// if a frame is due.
-bool ReceiverMode::timeoutToSendFrame() {
+/// Waits until a second after the last frame was sent, or until `open_due`, when the device is to be opened.
+/// Returns true if a frame is due.
+bool ReceiverMode::timeoutToSendFrame(int64_t open_due) {
   const int64_t frame_due = m_epoch.frameSentTimeStamp() + FRAME_US;
-  m_run.waitUntil(mayOpen() ? frame_due : std::min(frame_due, openDue()), [this] { return !m_run.inMode(); });
+  m_run.waitUntil(std::min(frame_due, open_due), [this] { return !m_run.inMode(); });
   return m_run.inMode() && GnssUtils::getMicrosecDuration(0) >= frame_due;
 }
 

@@ -15,7 +15,6 @@
 #include "ublox/IReceiverOwner.h"
 #include "ublox/UbloxConfig.h"
 #include "ublox/UbxReception.h"
-#include "wire/Stopwatch.h"
 
 namespace ecu::koru::gpspub {
 
@@ -63,9 +62,7 @@ class ReceiverMode final : private IEpochOwner, private IReceiverOwner {
   void sendFrameIfDue(bool more_received);
   void sendGpsOnCan();
   void sendAndCountFrame();
-  [[nodiscard]] int64_t openDue();
-  [[nodiscard]] bool mayOpen() { return GnssUtils::getMicrosecDuration(0) >= openDue(); }
-  [[nodiscard]] bool timeoutToSendFrame();
+  [[nodiscard]] bool timeoutToSendFrame(int64_t open_due);
   [[nodiscard]] int64_t nextDeadline() const;
   [[nodiscard]] bool isNoCommunication() const;
   [[nodiscard]] int64_t noCommunicationDue() const;

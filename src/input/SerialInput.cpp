@@ -91,10 +91,11 @@ bool SerialInput::waiting(int timeout_us) {
 bool SerialInput::read() {
   if (m_received.nextItem("\t\t\tSerialInput read parseLine = false  m_bytes_waiting ")) return true;
   if (m_received.freeBytes() <= 0) m_received.dump("SerialInput::read exceeded INPUT_BUFFER_SIZE. Dumping ");
-  if (!std::exchange(m_readable, false)) {
+  if (!m_readable && !waiting(0)) {
     LOG.detail(logflag::READS, "No bytes waiting DO NOT READ.");
     return false;
   }
+  m_readable = false;
   const int count = readDevice();
   if (count == 0) return false;
   const bool framed = m_received.frameNewBytes(m_is_terminal ? 0 : count);  // a terminal is paced by its line

@@ -48,7 +48,7 @@ void ReceiverLines::configureHardwareResetPin() const {
 }
 
 void ReceiverLines::hardwareResetUblox() {
-  releaseReset();
+  if (m_low_line) return;  // a pulse is under way
   auto line = std::make_unique<GpioLine>(*m_files, m_reset_line, m_root);
   LOG.notice("hardwareResetUblox fd = ", line->openValue(O_WRONLY));
   if (line->fd() < 1) {  // 0 is standard input, which is a failure too
@@ -64,12 +64,17 @@ void ReceiverLines::hardwareResetUblox() {
   m_reset_due = GnssUtils::getMicrosecDuration(0) + PULSE_US;
 }
 
-void ReceiverLines::checkReset() {
-  if (GnssUtils::getMicrosecDuration(0) >= resetDue()) releaseReset();
+void ReceiverLines::checkReset(int64_t now_us) {
+  if (now_us >= resetDue()) releaseReset();
+}
+
+void ReceiverLines::finishReset() {
+  if (!m_low_line) return;
+  time_source().sleep_ns((m_reset_due - GnssUtils::getMicrosecDuration(0)) * 1000);
+  releaseReset();
 }
 
 void ReceiverLines::releaseReset() {
-  if (!m_low_line) return;
   LOG.notice("hardwareResetUblox res = ", m_low_line->setLevel(true));
   m_low_line.reset();
 }

@@ -21,7 +21,7 @@ class ReceiverLines {
 
   /// `root` holds the GPIO files.
   ReceiverLines(std::string reset_line, std::string root);
-  ~ReceiverLines() { releaseReset(); }
+  ~ReceiverLines() { finishReset(); }
   ReceiverLines(ReceiverLines&&) = default;
   ReceiverLines& operator=(ReceiverLines&&) = delete;
 
@@ -31,14 +31,16 @@ class ReceiverLines {
   void configureHardwareResetPin() const;
   /// Pulls the line low. It goes high again 500 ms later, in checkReset().
   void hardwareResetUblox();
-  /// Ends the pulse if it is over.
-  void checkReset();
-  /// Ends the pulse at once.
-  void releaseReset();
+  /// Ends the pulse if it is over at `now_us`.
+  void checkReset(int64_t now_us);
+  /// Waits for the end of the pulse: a shorter one might not reset the receiver.
+  void finishReset();
   /// Returns when the pulse is over (us), or NEVER if there is none.
   [[nodiscard]] int64_t resetDue() const { return m_low_line ? m_reset_due : NEVER; }
 
  private:
+  void releaseReset();
+
   std::unique_ptr<IDeviceFiles> m_files = makeDeviceFiles();
   const std::string m_reset_line;
   const std::string m_root;

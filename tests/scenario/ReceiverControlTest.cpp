@@ -375,6 +375,23 @@ TEST(ReceiverControl, RadioSilenceEndsWithAPulseOfTheResetLine) {
   EXPECT_THAT(scene.sentOn(topic::MODULE_ERROR, 401.1, 411), AllOf(SizeIs(10), Each(NO)));
 }
 
+TEST(ReceiverControl, APulseIsNeverCutShortAndARequestDuringItIsNotLost) {
+  for (const bool stops : {true, false}) {
+    Scene scene(GOOD, {.hwversion = "zpt"});
+    scene.injectAt(401, topic::BLACKOUT_MODE, YES);
+    scene.injectAt(411, topic::BLACKOUT_MODE, NO);
+    scene.injectAt(411.1, topic::BLACKOUT_MODE, YES);
+    scene.run(stops ? 411.2 : 412);
+    EXPECT_EQ(scene.resets.pulses(), 1);
+    if (stops) {
+      EXPECT_EQ(scene.time.now_us(), 411'500 * MS);
+    } else {
+      EXPECT_EQ(scene.terminal.sent.back().at_us, 411'500 * MS);
+      EXPECT_EQ(scene.sent(411), "port off standby stop");
+    }
+  }
+}
+
 TEST(ReceiverControl, AWrongRateIsSetRightAndTheFixesAreNotTrustedUntilThen) {
   const struct {
     unsigned configured, reported, set;

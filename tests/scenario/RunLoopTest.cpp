@@ -51,8 +51,8 @@ TEST(RunLoop, SleepsUntilSomethingIsDueAndStopsAtOnce) {
     long waits;     ///< at most
     // A wait for input takes less than a second, and a silent frame a little more: two waits.
   } rows[] = {
-      {"silent line", "true", "\1", true, false, 0, 210}, {"receiving", "true", "\1", true, false, 100, 210},
-      {"hunting", "true", "\1", true, true, 0, 210},      {"no device", "true", "\1", false, false, 0, 110},
+      {"silent line", "true", "\1", true, false, 0, 240}, {"receiving", "true", "\1", true, false, 100, 210},
+      {"hunting", "true", "\1", true, true, 0, 240},      {"no device", "true", "\1", false, false, 0, 110},
       {"CAN input", "false", "\1", true, false, 0, 110},  {"GNSS off", "true", "\2", true, false, 0, 25}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);

@@ -19,12 +19,15 @@ class SpiReceiver final : public FakeSpi {
  public:
   SpiReceiver(ScenarioTime& time, const sim::ReceiverOptions& options) : receiver(options), m_time(time) {}
   sim::Receiver receiver;
+  int64_t stall_us = 0;  ///< how long the service gets no processor time, after half an epoch
 
  private:
   void exchange(std::span<const uint8_t> from_host, std::span<uint8_t> to_host) override {
     receiver.advance_to(m_time.now_us());
     receiver.transfer(from_host, to_host);
     m_time.advance_to_us(m_time.now_us() + US_PER_BYTE * static_cast<int64_t>(to_host.size()));
+    m_blocks = to_host.size() > 8 && to_host[0] != 0xFF ? m_blocks + 1 : 0;
+    if (m_blocks == 2) m_time.advance_to_us(m_time.now_us() + std::exchange(stall_us, 0));
   }
   bool is_line_high() override {
     receiver.advance_to(m_time.now_us());
@@ -39,6 +42,7 @@ class SpiReceiver final : public FakeSpi {
   }
 
   ScenarioTime& m_time;
+  int m_blocks = 0;  // with data, one after the other
 };
 
 sim::ReceiverOptions onSpi() {
@@ -118,6 +122,16 @@ TEST(Spi, AnIdleReceiverWithTheLineIsLeftAlone) {
   EXPECT_LE(spi.wire->line_waits_us.size() - waits, 250U);  // a silent frame a second, a probe every two
   EXPECT_LE(spi.wire->transfers.size() - transfers, 150U);  // the probe, and commands without an answer
   EXPECT_GE(spi.wire->transfers.size() - transfers, 50U);
+}
+
+TEST(Spi, NoEpochIsCutShortForWantOfProcessorTime) {
+  for (const int64_t stall_ms : {350, 450, 600}) {
+    SpiWorld spi;
+    spi.world.at(100.5, [&] { spi.wire->stall_us = stall_ms * MS; });
+    const auto published = spi.world.run(105);
+    EXPECT_THAT(cadence({published.end() - 5, published.end()}), testing::Not(testing::HasSubstr(":1/")))
+        << stall_ms;
+  }
 }
 
 TEST(Spi, FaultsAreToldOnceAndEnd) {

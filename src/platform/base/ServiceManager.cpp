@@ -20,7 +20,7 @@ constexpr auto LOG = logging::module("koru.manager");
 
 constexpr int64_t NS_PER_US = 1000;
 constexpr int64_t NS_PER_S = 1'000'000'000;
-constexpr int64_t RETRY_NS = 100'000'000;
+constexpr int64_t RETRY_NS = NS_PER_S;
 constexpr int64_t FEEDINGS = 3;
 constexpr int64_t MAX_WATCHDOG_US = std::numeric_limits<int64_t>::max() / NS_PER_US;
 

@@ -179,18 +179,13 @@ void MqttConnection::wait_until_unsubscribed(milliseconds timeout) {
   wait_for(m_changed, lock, timeout, [this] { return m_unsubscribing.empty(); });
 }
 
-bool MqttConnection::is_connected() const {
-  const std::lock_guard lock(m_mutex);
-  return m_connected;
-}
-
 void MqttConnection::on_connection_change(std::function<void()> observer) {
   const std::lock_guard lock(m_mutex);
   m_connection_observer = std::move(observer);
 }
 
 void MqttConnection::change_connected(bool connected) {
-  if (std::exchange(m_connected, connected) != connected && m_connection_observer) m_connection_observer();
+  if (m_connected.exchange(connected) != connected && m_connection_observer) m_connection_observer();
 }
 
 bool MqttConnection::on_delivery_thread() const {
@@ -211,7 +206,7 @@ int MqttConnection::publish(const std::string& topic, const Message& message, De
     const auto now = steady_now();
     if (m_connected && m_outbox.accepts(now)) {
       int mid = 0;
-      if (m_in_burst && !std::exchange(m_corked, true)) m_link->cork(true);
+      if (m_in_burst && !m_corked.exchange(true)) m_link->cork(true);
       code = m_link->publish(topic, message, mid);
       if (code == MOSQ_ERR_SUCCESS) m_outbox.taken(mid, now);
       note_written();
@@ -223,15 +218,11 @@ int MqttConnection::publish(const std::string& topic, const Message& message, De
   return -code;
 }
 
-void MqttConnection::begin_burst() {
-  const std::lock_guard lock(m_mutex);
-  m_in_burst = true;
-}
-
 void MqttConnection::end_burst() {
-  const std::lock_guard lock(m_mutex);
   m_in_burst = false;
-  if (std::exchange(m_corked, false)) m_link->cork(false);
+  if (!m_corked) return;
+  const std::lock_guard lock(m_mutex);
+  if (m_corked.exchange(false)) m_link->cork(false);
 }
 
 void MqttConnection::send_kept() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -38,13 +39,13 @@ class MqttConnection final {
   /// Waits for the connection and returns true if there is one. request_stop() ends the wait early.
   [[nodiscard]] bool wait_until_connected(std::chrono::milliseconds timeout);
 
-  [[nodiscard]] bool is_connected() const;
+  [[nodiscard]] bool is_connected() const { return m_connected; }
   void on_connection_change(std::function<void()> observer);
   [[nodiscard]] bool on_delivery_thread() const;
   [[nodiscard]] const MqttOptions& options() const { return m_options; }
 
   int publish(const std::string& topic, const Message& message, Delivery delivery);
-  void begin_burst();
+  void begin_burst() { m_in_burst = true; }
   void end_burst();
   bool subscribe(const std::string& topic, const MqttSubscriptions::Observer& observer, int qos);
   bool unsubscribe(const std::string& topic);
@@ -71,13 +72,13 @@ class MqttConnection final {
 
   mutable std::mutex m_mutex;
   std::condition_variable m_changed;
-  bool m_connected = false;
+  std::atomic<bool> m_connected{false};         // changed under the lock
   std::function<void()> m_connection_observer;  // may be empty
   bool m_stopping = false;
   bool m_ended = false;
-  bool m_in_burst = false;
-  bool m_corked = false;
-  bool m_dropping = false;  // messages are refused because old ones are unwritten
+  std::atomic<bool> m_in_burst{false};
+  std::atomic<bool> m_corked{false};  // changed under the lock
+  bool m_dropping = false;            // messages are refused because old ones are unwritten
   MqttOutbox m_outbox;
   std::map<int, std::string> m_subscribing;  // mid to topic, until the broker answers
   std::set<int> m_unsubscribing;             // mids, likewise

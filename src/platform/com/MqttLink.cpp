@@ -100,10 +100,12 @@ class MqttLink final : public IMqttLink, private mosqpp::mosquittopp {
   }
   [[nodiscard]] int subscribe(const std::string& topic) override {
     int mid = 0;
+    ++m_requests;
     return mosquittopp::subscribe(&mid, topic.c_str(), 0) == MOSQ_ERR_SUCCESS ? mid : 0;
   }
   [[nodiscard]] int unsubscribe(const std::string& topic) override {
     int mid = 0;
+    ++m_requests;
     return mosquittopp::unsubscribe(&mid, topic.c_str()) == MOSQ_ERR_SUCCESS ? mid : 0;
   }
   void disconnect() override { mosquittopp::disconnect(); }
@@ -140,7 +142,8 @@ class MqttLink final : public IMqttLink, private mosqpp::mosquittopp {
   std::string m_uninvited;            // packet that the broker must not send; empty: none
   std::string m_errors;               // errors that the library logged
   Notes m_notes;
-  int m_written = 0;  // number of the last message written; 0: none since take_written()
+  int m_requests = 0;  // since work()
+  int m_written = 0;   // number of the last message written; 0: none since take_written()
   WakeUp m_wake;
 };
 
@@ -215,7 +218,7 @@ IMqttLink::Failure MqttLink::open(const char* bind_address) {
   if (m_tls) m_tls->forget_distrust();
   m_errors.clear();
   m_notes = {};
-  m_written = 0;
+  m_requests = m_written = 0;
   if (!m_equipped) m_equipped = equip();
   if (!m_equipped) return MqttFailure{MqttFailure::Kind::unreachable, "there are no credentials or no TLS"};
   errno = 0;
@@ -232,7 +235,7 @@ void MqttLink::abandon() {
   for (int tries = 0; tries < 3 && socket() >= 0; ++tries) loop(0, 1);
 }
 
-/// Lets the library wait and work during a login.
+/// Lets the library wait, and work.
 IMqttLink::Failure MqttLink::step(milliseconds timeout) {
   errno = 0;
   return checked(loop(static_cast<int>(timeout.count()), 1));
@@ -247,12 +250,12 @@ void MqttLink::wait(milliseconds timeout) {
   if (watched[1].revents != 0) m_wake.clear();
 }
 
+/// Each request leaves a byte in a socket pair of the library, which ends its own wait; loop() takes one out.
 IMqttLink::Failure MqttLink::work() {
-  errno = 0;
-  int code = loop_read();
-  if (code == MOSQ_ERR_SUCCESS && want_write()) code = loop_write();
-  if (code == MOSQ_ERR_SUCCESS) code = loop_misc();
-  return checked(code);
+  Failure failure = step(milliseconds(0));
+  for (int left = std::exchange(m_requests, 0) - 1; left > 0 && !failure; --left)
+    failure = step(milliseconds(0));
+  return failure;
 }
 
 /// `code` is the library's, of a call that may have left the system's reason in errno.
@@ -303,6 +306,7 @@ void MqttLink::on_log(int level, const char* text) {
 
 int MqttLink::publish(const std::string& topic, const Message& message, int& mid) {
   if (message.payload.size() > MAX_PAYLOAD) return MOSQ_ERR_PAYLOAD_SIZE;
+  ++m_requests;
   return mosquittopp::publish(&mid, topic.c_str(), static_cast<int>(message.payload.size()),
                               message.payload.data(), 0, message.retained);
 }

@@ -14,10 +14,11 @@ void MqttOutbox::taken(int mid, Time now) {
 
 void MqttOutbox::written(int mid) {
   for (bool found = false; m_count > 0 && !found; --m_count) {
-    found = m_entries[m_first].mid == mid;
+    const int each = m_entries[m_first].mid;
+    found = each == mid;
     m_first = (m_first + 1) % CAPACITY;
+    std::erase_if(m_kept, [each](const auto& kept) { return kept.second.mid == each; });
   }
-  std::erase_if(m_kept, [mid](const auto& kept) { return kept.second.mid == mid; });
 }
 
 void MqttOutbox::clear() {

@@ -57,7 +57,8 @@ class ITransportClient {
   /// empty one ends that: when this returns, the one before is no longer called. It must not call the client.
   virtual void on_connection_change(std::function<void()> observer) = 0;
 
-  /// Returns 0, or a negative number if the message could not be sent (now). Never waits.
+  /// Returns 0, or a negative number if the message could not be sent (now). Never waits for the broker, only
+  /// until the delivery thread has taken in what the broker has sent of a packet.
   virtual int publish(const std::string& topic, const Message& message,
                       Delivery delivery = Delivery::once) = 0;
 
