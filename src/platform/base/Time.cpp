@@ -1,6 +1,6 @@
 #include "platform/base/Time.h"
 
-#include <poll.h>
+#include <sys/select.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -17,11 +17,12 @@ static_assert(sizeof(time_t) == 8, "dates do not end in 2038, on no target");
 
 constexpr int64_t NS_PER_S = 1'000'000'000;
 constexpr int64_t US_PER_S = 1'000'000;
+constexpr int64_t NS_PER_US = 1000;
 
-timespec to_timespec(int64_t ns) {
-  timespec time{};
-  time.tv_sec = static_cast<time_t>(ns / NS_PER_S);
-  time.tv_nsec = static_cast<long>(ns % NS_PER_S);
+timeval to_timeval(int64_t us) {
+  timeval time{};
+  time.tv_sec = static_cast<time_t>(us / US_PER_S);
+  time.tv_usec = static_cast<suseconds_t>(us % US_PER_S);
   return time;
 }
 
@@ -37,16 +38,22 @@ class SystemTime final : public ITimeSource {
   [[nodiscard]] int64_t boot_ns() const override { return read_clock(CLOCK_BOOTTIME); }
   void sleep_ns(int64_t ns) override {
     if (ns <= 0) return;
-    const timespec wait = to_timespec(ns);
+    timespec wait{};
+    wait.tv_sec = static_cast<time_t>(ns / NS_PER_S);
+    wait.tv_nsec = static_cast<long>(ns % NS_PER_S);
     nanosleep(&wait, nullptr);
   }
   void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override {
     condition.wait_for(lock, std::chrono::nanoseconds(ns));
   }
+  /// Calls select(): with 64-bit times on a 32-bit target, glibc 2.36 hands a checked ppoll() to the system
+  /// call that takes 32-bit times, and no wait is longer than 0 s.
   bool wait_ns(WakeUp& wake, int64_t ns) override {
-    pollfd watched{wake.fd(), POLLIN, 0};
-    const timespec wait = to_timespec(std::max<int64_t>(ns, 0));
-    if (ppoll(&watched, 1, &wait, nullptr) != 1) return false;
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(wake.fd(), &readable);
+    timeval wait = to_timeval((std::max<int64_t>(ns, 0) + NS_PER_US - 1) / NS_PER_US);
+    if (select(wake.fd() + 1, &readable, nullptr, nullptr, &wait) != 1) return false;
     wake.clear();
     return true;
   }
@@ -64,11 +71,7 @@ constinit std::atomic<ITimeSource*> g_source{&g_system_time};
 }  // namespace
 
 timeval VirtualTime::wall() const {
-  const int64_t us = m_now_ns.load() / 1000 + m_wall_offset_us.load();
-  timeval now{};
-  now.tv_sec = static_cast<time_t>(us / US_PER_S);
-  now.tv_usec = static_cast<suseconds_t>(us % US_PER_S);
-  return now;
+  return to_timeval(m_now_ns.load() / NS_PER_US + m_wall_offset_us.load());
 }
 
 bool VirtualTime::set_wall(const timeval& now) {

@@ -1,6 +1,7 @@
 #include "platform/base/WakeUp.h"
 
 #include <sys/eventfd.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,6 +17,10 @@ static_assert(std::atomic<bool>::is_always_lock_free, "signal handlers call wake
 int open_event() {
   const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (fd < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+  if (fd >= FD_SETSIZE) {
+    close(fd);
+    throw std::system_error(EMFILE, std::generic_category(), "eventfd for select()");
+  }
   return fd;
 }
 
