@@ -7,41 +7,25 @@
 #include <string>
 
 #include "bench/ServiceRun.h"
+#include "bench/SimulatedReceiver.h"
 #include "bench/Stop.h"
 
 namespace bench {
 
 namespace {
 
-constexpr int PATIENCE_MS = 20'000;
 constexpr int FIXES_TO_WARM_UP = 5;
 
-/// The simulated receiver on a device that has a fixed name. It notes when it sent each sentence.
-class SimulatedReceiver {
- public:
-  explicit SimulatedReceiver(const DaemonRate& rate)
-      : m_process({test::program("gnss-sim"), "--rate", std::to_string(rate.hz), "--baud",
-                   std::to_string(rate.baud), "--gsv", "off", "--link", device(), "--sentence-trace",
-                   m_folder / "trace"}) {
-    if (!m_process.wait_for_output("\n", PATIENCE_MS))
-      throw std::runtime_error("gnss-sim: " + m_process.err());
+/// Returns when the receiver sent each GST sentence.
+std::vector<Sighting> sentBy(const SimulatedReceiver& receiver) {
+  std::vector<Sighting> result;
+  std::ifstream trace(receiver.trace());
+  Sighting line;
+  while (trace >> line.at_ns >> line.gst) {
+    if (isGst(line.gst)) result.push_back(line);
   }
-
-  [[nodiscard]] std::string device() const { return m_folder / "receiver"; }
-  [[nodiscard]] std::vector<Sighting> sent() const {
-    std::vector<Sighting> result;
-    std::ifstream trace(m_folder / "trace");
-    Sighting line;
-    while (trace >> line.at_ns >> line.gst) {
-      if (isGst(line.gst)) result.push_back(line);
-    }
-    return result;
-  }
-
- private:
-  test::TempDir m_folder;
-  test::Process m_process;
-};
+  return result;
+}
 
 /// Sets the delays of the fixes in [from, to), and how many the receiver sent in that time.
 void compare(const std::vector<Sighting>& sent, const std::vector<Sighting>& arrivals, size_t from, size_t to,
@@ -62,7 +46,7 @@ void compare(const std::vector<Sighting>& sent, const std::vector<Sighting>& arr
 }  // namespace
 
 DaemonResult measureDaemon(const DaemonRate& rate, int seconds) {
-  const SimulatedReceiver receiver(rate);
+  const SimulatedReceiver receiver({"--rate", std::to_string(rate.hz), "--baud", std::to_string(rate.baud)});
   const ServiceRun service({.device = receiver.device(), .baud = rate.baud});
   struct Point {
     size_t fixes;
@@ -78,7 +62,7 @@ DaemonResult measureDaemon(const DaemonRate& rate, int seconds) {
   const Point last = next_point();
 
   DaemonResult result;
-  compare(receiver.sent(), service.fixes(), first.fixes, last.fixes, result);
+  compare(sentBy(receiver), service.fixes(), first.fixes, last.fixes, result);
   result.per_fix = loadBetween(first.figures, last.figures, static_cast<double>(last.fixes - first.fixes));
   result.end = last.figures;
   return result;
