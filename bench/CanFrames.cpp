@@ -29,7 +29,7 @@ double constant(const std::tm& /*utc*/) {
 const std::array<SignalRow, 19> ROWS{{
     {topic::VP1_RX, "latitude", constant<57>},
     {topic::VP1_RX, "longitude", constant<12>},
-    {topic::P2C1_RX, "navmodegnss_base", constant<3>},
+    {topic::P2C1_RX, "navmodegnss_base", constant<2>},  // 3D
     {topic::P2C1_RX, "qualityindicatorgnss_base", constant<1>},
     {topic::P2C1_RX, "vehposwgs84altitudegnss_base", constant<20>},
     {topic::P2C1_RX, "vehposprecisiongnss_base", constant<2>},
