@@ -3,7 +3,6 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -42,12 +41,6 @@ double quantile(const std::vector<double>& ascending, double share) {
 
 double mib(int64_t kib) {
   return static_cast<double>(kib) / 1024;
-}
-
-std::string loadAverage() {
-  std::string load;
-  std::ifstream("/proc/loadavg") >> load;
-  return load;
 }
 
 // -- Behind the simulated receiver

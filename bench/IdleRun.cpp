@@ -27,11 +27,11 @@ IdleResult measureIdle(const IdleState& state, int seconds) {
     restUntil(second);
   };
   pass(WARM_UP_S);
-  const size_t published = service.published();
+  const size_t published = service.publications().size();
   const ProcessFigures first = service.figures();
   pass(seconds);
   const ProcessFigures last = service.figures();
-  return {service.published() - published, loadBetween(first, last, seconds)};
+  return {service.publications().size() - published, loadBetween(first, last, seconds)};
 }
 
 }  // namespace bench

@@ -59,6 +59,12 @@ Load loadBetween(const ProcessFigures& first, const ProcessFigures& last, double
           static_cast<double>(last.wake_ups - first.wake_ups) / count};
 }
 
+std::string loadAverage() {
+  std::string load;
+  std::ifstream("/proc/loadavg") >> load;
+  return load;
+}
+
 double wakeUpCost_us() {
   constexpr int wake_ups = 100;
   const fs::path count = "/proc/thread-self/schedstat";

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <string>
 
 namespace bench {
 
@@ -26,6 +27,9 @@ struct Load {
 
 /// Divides what was used between two readings by the number of fixes or seconds between them.
 [[nodiscard]] Load loadBetween(const ProcessFigures& first, const ProcessFigures& last, double count);
+
+/// Returns the machine's load of the last minute, as text.
+[[nodiscard]] std::string loadAverage();
 
 /// Returns the present processor time of one wake-up on this machine, us, from a thread that only sleeps.
 /// Takes half a second.

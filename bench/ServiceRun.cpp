@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "bench/Stop.h"
+#include "platform/base/Logging.h"
 #include "platform/base/Time.h"
 #include "platform/com/PbInternalMessageAdapter.h"
 #include "proto/nvxproto.pb.h"
@@ -24,6 +25,14 @@ constexpr milliseconds STEP{100};        // a stop is noticed within this time
 constexpr milliseconds AFTER_A_FIX{20};  // by then the service waits for the next fix
 constexpr uint16_t PROTOCOL_TYPE = 1;
 
+/// Returns the time in the envelope.
+int64_t stampOf(const com::Message& message) {
+  pb::NVXHeader header;
+  if (!header.ParseFromArray(message.payload.data(), static_cast<int>(com::envelope::HEADER_LENGTH)))
+    throw std::runtime_error("a message without an envelope");
+  return static_cast<int64_t>(header.timestamp_ns());
+}
+
 }  // namespace
 
 bool isGst(std::string_view sentence) {
@@ -39,15 +48,15 @@ class ServiceRun::Subscriber final : public com::ISubscriptionObserver {
     const auto& sentences = position.body.nmea();
     const auto gst = std::find_if(sentences.begin(), sentences.end(), isGst);
     const std::lock_guard lock(m_mutex);
-    ++m_published;
+    m_publications.push_back({position.body.status(), stampOf(message)});
     if (gst == sentences.end()) return;
     m_fixes.push_back({gst->substr(0, gst->find('\r')), now_ns});
     m_arrived.notify_all();
   }
 
-  [[nodiscard]] size_t published() const {
+  [[nodiscard]] std::vector<Publication> publications() const {
     const std::lock_guard lock(m_mutex);
-    return m_published;
+    return m_publications;
   }
   [[nodiscard]] std::vector<Sighting> fixes() const {
     const std::lock_guard lock(m_mutex);
@@ -62,7 +71,7 @@ class ServiceRun::Subscriber final : public com::ISubscriptionObserver {
  private:
   mutable std::mutex m_mutex;
   std::condition_variable m_arrived;
-  size_t m_published = 0;
+  std::vector<Publication> m_publications;
   std::vector<Sighting> m_fixes;
 };
 
@@ -86,17 +95,20 @@ void ServiceRun::startUnit(const test::Words& options) const {
 
 void ServiceRun::subscribe(const std::string& topic) {
   m_bus = tool::BusConnection::create({.program = "daemon-bench", .port = m_broker.port()});
+  logging::configure_logging("ERROR");  // some measurements interrupt the connection
   if (!m_bus || !m_bus->open() || !bus().subscribe(topic, m_subscriber, 0)) {
     throw std::runtime_error("no subscription at the broker");
   }
 }
 
 void ServiceRun::startService(const ServiceOptions& options) {
-  m_folder.write("satnavd.conf",
-                 "port = " + std::to_string(m_broker.port()) +
-                     "\nlogmode = STDERR\ndisable_hw_init = true\ngnss_device = " + options.device + "\n");
-  m_service = std::make_unique<test::Process>(
-      test::Words{test::program("satnavd"), "-b", std::to_string(options.baud)}, m_folder.path());
+  m_folder.write("satnavd.conf", "port = " + std::to_string(m_broker.port()) +
+                                     "\nlogmode = STDERR\ndisable_hw_init = true\ngnss_device = " +
+                                     options.device + "\n" + options.config);
+  test::Words words{test::program("satnavd"), "-b", std::to_string(options.baud)};
+  if (!options.notify_socket.empty())
+    words.insert(words.begin(), {"env", "NOTIFY_SOCKET=" + options.notify_socket});
+  m_service = std::make_unique<test::Process>(words, m_folder.path());
 }
 
 void ServiceRun::awaitFix() const {
@@ -115,8 +127,8 @@ ProcessFigures ServiceRun::figures() const {
   return readFigures(m_service->pid());
 }
 
-size_t ServiceRun::published() const {
-  return m_subscriber->published();
+std::vector<Publication> ServiceRun::publications() const {
+  return m_subscriber->publications();
 }
 
 std::vector<Sighting> ServiceRun::fixes() const {

@@ -24,11 +24,19 @@ struct Sighting {
 
 [[nodiscard]] bool isGst(std::string_view sentence);
 
+/// A position that the service published.
+struct Publication {
+  int status;
+  int64_t at_ns;  ///< since boot, by the service's own stamp
+};
+
 struct ServiceOptions {
   std::string device;
   unsigned baud = 38400;
   test::Words unit{};                                      ///< further options of ecu-sim
   std::string subscription = ecu::koru::topic::GNSS_DATA;  ///< of the subscriber
+  std::string config{};                                    ///< further lines of the service's configuration
+  std::string notify_socket{};                             ///< of the service manager; empty: none
 };
 
 /// The running service of this build among what it needs: a private broker, the state of the rest of the
@@ -46,13 +54,15 @@ class ServiceRun {
   void awaitFix() const;
 
   [[nodiscard]] ProcessFigures figures() const;
-  /// Returns how many positions have arrived at the subscriber, with or without a fix.
-  [[nodiscard]] size_t published() const;
+  /// Returns all positions that have arrived at the subscriber, with or without a fix.
+  [[nodiscard]] std::vector<Publication> publications() const;
   [[nodiscard]] std::vector<Sighting> fixes() const;
   /// Returns what the service wrote, for the text of a failure.
   [[nodiscard]] std::string said() const { return m_service->out() + m_service->err(); }
   /// Returns the subscriber's connection to the bus.
   [[nodiscard]] ecu::koru::com::ITransportClient& bus() const { return m_bus->transport(); }
+  [[nodiscard]] test::Broker& broker() { return m_broker; }
+  [[nodiscard]] test::Process& process() { return *m_service; }
 
  private:
   class Subscriber;
