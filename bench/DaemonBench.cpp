@@ -1,5 +1,5 @@
 // Measures the running service: a fix's delay, processor time and wake-ups with and without fixes, memory,
-// and gpsd beside it.
+// gpsd beside it, and how soon the service reacts.
 
 #include <mosquittopp.h>
 
@@ -19,6 +19,7 @@ void measureAll(int seconds) {
   bench::catchStopSignals();
   bench::printRates(seconds);
   bench::printLoads(seconds, bench::Gpsd::isInstalled());
+  bench::printReactions();
   if (!bench::Gpsd::isInstalled())
     std::printf(
         "\ngpsd is not installed: scripts/bench --peer installs it and measures it beside satnavd.\n");

@@ -12,4 +12,8 @@ void printRates(int seconds);
 /// service if `with_peer`; then the states without a receiver.
 void printLoads(int seconds, bool with_peer);
 
+/// How soon the service reacts in each of its states, and how late what its time-outs trigger leaves. Takes
+/// the time that it needs.
+void printReactions();
+
 }  // namespace bench
