@@ -96,10 +96,10 @@ std::optional<MqttFailure> MqttConnection::step(milliseconds timeout) {
   m_link->wait(timeout);
   std::unique_lock lock(m_mutex);
   auto failure = m_link->work();
-  auto notes = m_link->take_notes();
+  const auto notes = m_link->take_notes();
   note_written();
   lock.unlock();
-  process(std::move(notes));
+  process(notes);
   return failure;
 }
 
@@ -108,7 +108,7 @@ bool MqttConnection::stopping() const {
   return m_stopping;
 }
 
-void MqttConnection::process(IMqttLink::Notes notes) {
+void MqttConnection::process(const IMqttLink::Notes& notes) {
   bool relieved = false;
   std::vector<std::string> refused;
   {

@@ -55,7 +55,7 @@ class MqttConnection final {
   std::optional<MqttFailure> serve();
   std::optional<MqttFailure> step(std::chrono::milliseconds timeout);
   [[nodiscard]] bool stopping() const;
-  void process(IMqttLink::Notes notes);
+  void process(const IMqttLink::Notes& notes);
   void set_connected();
   void set_lost();
 
