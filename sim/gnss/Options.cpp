@@ -9,6 +9,7 @@
 #include <set>
 
 #include "sim/gnss/Files.h"
+#include "sim/gnss/LineEnds.h"
 #include "sim/gnss/Receiver.h"
 #include "sim/gnss/Replay.h"
 #include "sim/gnss/RouteFile.h"
@@ -33,6 +34,7 @@ constexpr const char* FOOTER =
 
 struct Texts {
   std::string route, utc, faults, replay, gsv = "auto", nmea = "4.0";
+  bool crlf = false;
   std::string antenna = "ok", supply = "on";
   std::vector<std::string> systems{"gps", "glonass"};
   std::vector<std::string> supported{"gps", "glonass", "galileo", "beidou"};
@@ -92,6 +94,7 @@ void add_options(CLI::App& app, Texts& texts, ProgramOptions& options) {
       ->needs(replay)
       ->capture_default_str();
   app.add_flag("--loop", receiver.replay_loop, "plays the recording again and again")->needs(replay);
+  app.add_flag("--crlf", texts.crlf, "plays NMEA lines that end with LF alone with CR LF")->needs(replay);
   add_drive_options(app, texts, receiver, replay);
   app.add_option("--fault", texts.faults, FAULTS_HELP);
   app.add_option("--link", options.link, "makes this symbolic link to the device, removed at the end");
@@ -123,12 +126,25 @@ std::vector<Constellation> constellations_of(const std::vector<std::string>& nam
   return result;
 }
 
+/// Reports lines that an editor or a mail program has changed, because no host can take them for sentences.
+std::shared_ptr<const Recording> load_recording(const std::string& path, bool crlf) {
+  std::string bytes = read_file(path);
+  const LineEnds ends = find_line_ends(bytes);
+  if (crlf) {
+    bytes = with_crlf(bytes, ends);
+  } else if (!ends.without_cr.empty()) {
+    std::cerr << "gnss-sim: " << path << ": " << ends.without_cr.size() << " of " << ends.lines
+              << " lines end with LF alone, which no receiver sends; --crlf plays them with CR LF\n";
+  }
+  return std::make_shared<const Recording>(std::move(bytes), path);
+}
+
 void interpret(const Texts& texts, ProgramOptions& options) {
   ReceiverOptions& receiver = options.receiver;
   if (!texts.utc.empty()) options.utc_us = utc_of(texts.utc);
   if (!texts.faults.empty()) receiver.faults = parse_faults(texts.faults);
   if (!texts.route.empty()) receiver.route = load_route(texts.route);
-  if (!texts.replay.empty()) receiver.recording = Recording::load(texts.replay);
+  if (!texts.replay.empty()) receiver.recording = load_recording(texts.replay, texts.crlf);
   SentenceOptions& sentences = receiver.sentences;
   sentences.version = texts.nmea == "4.10" ? NmeaVersion::v4_10 : NmeaVersion::v4_0;
   const bool automatic = receiver.rate_hz == 1 && receiver.baud >= 9600;

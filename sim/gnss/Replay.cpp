@@ -61,10 +61,6 @@ Recording::Recording(std::string bytes, const std::string& name) : m_bytes(std::
   m_epochs.front().begin = 0;
 }
 
-std::shared_ptr<const Recording> Recording::load(const std::string& path) {
-  return std::make_shared<const Recording>(read_file(path), path);
-}
-
 void Recording::cut() {
   for (size_t at = find_rmc(m_bytes, 0); at != std::string::npos; at = find_rmc(m_bytes, at + 1)) {
     if (!m_epochs.empty()) m_epochs.back().end = at;

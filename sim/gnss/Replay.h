@@ -20,7 +20,6 @@ class Recording {
 
   /// `name` is for the error text. Throws FileError if the bytes hold no RMC sentence.
   Recording(std::string bytes, const std::string& name);
-  [[nodiscard]] static std::shared_ptr<const Recording> load(const std::string& path);
 
   [[nodiscard]] const std::vector<Epoch>& epochs() const { return m_epochs; }
   [[nodiscard]] std::string_view bytes_of(const Epoch& epoch) const {

@@ -36,6 +36,13 @@ std::string encode(const UbxFrame& frame) {
   return {bytes.begin(), bytes.end()};
 }
 
+size_t intact_frame_size(std::string_view bytes) {
+  if (bytes.size() < FRAME_OVERHEAD || !bytes.starts_with("\xB5\x62")) return 0;
+  const std::span all(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+  const size_t size = number_at(all, 4, 2) + FRAME_OVERHEAD;
+  return size <= all.size() && checksum_fits(all.first(size)) ? size : 0;
+}
+
 uint32_t number_at(std::span<const uint8_t> bytes, size_t offset, size_t width) {
   uint32_t value = 0;
   for (size_t i = 0; i < width && offset + i < bytes.size(); ++i)

@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ecu::koru::sim {
@@ -22,6 +23,10 @@ struct UbxFrame {
 
 /// Returns the bytes on the wire, with the checksum. The payload may have at most 65535 bytes.
 [[nodiscard]] std::string encode(const UbxFrame& frame);
+
+/// Returns the size on the wire of the frame that `bytes` begin with; 0 if there is none, it is not complete
+/// or its checksum is wrong.
+[[nodiscard]] size_t intact_frame_size(std::string_view bytes);
 
 /// Returns the little-endian number of `width` bytes (1 to 4) at `offset`. Bytes beyond the end count as 0.
 [[nodiscard]] uint32_t number_at(std::span<const uint8_t> bytes, size_t offset, size_t width);

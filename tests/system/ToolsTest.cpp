@@ -1,3 +1,4 @@
+#include "support/Frames.h"
 #include "system/SatnavdTest.h"
 
 using namespace test;
@@ -17,6 +18,17 @@ std::vector<json> json_lines(const std::string& text) {
 std::string summary(const json& line) {
   return line.value("topic", "") + (line.value("retained", false) ? " retained " : " ") +
          line.value("body", json(line.value("error", ""))).dump();
+}
+
+/// Returns all that a terminal sends until its other end closes.
+std::string read_to_end(const std::string& path) {
+  const int port = open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC);
+  std::string text;
+  char piece[256];
+  for (ssize_t count; (count = read(port, piece, sizeof piece)) > 0;)
+    text.append(piece, static_cast<size_t>(count));
+  close(port);
+  return text;
 }
 
 using ToolsTest = test::SatnavdTest;
@@ -80,6 +92,28 @@ TEST_F(ToolsTest, ABridgeJoinsTwoUnits) {
               ContainsRegex("P2C1 [^ ]* -> [^ ]*: [1-9] carried, 0 lost, 0 dropped, [1-9] malformed\n"));
 }
 
+TEST_F(ToolsTest, ARecordingThatLostItsCrIsPlayedAsItIsOrRepaired) {
+  const std::string cut = "$GNRMC,123520.00,V,,,,,,,230326,,,N,V*6",
+                    whole = nmea("GNGGA,123520.00,,,,,0,,,,M,,M,,"),
+                    other = ubx(0x01, 0x07, "$GNTXT\n$GNTXT\r\n") + "$GN\x07\n\n", tail = "$GNGST";
+  const auto recording = [&](const std::string& end) { return cut + end + other + whole + cut + end + tail; };
+  const auto log = folder.write("log", recording("\n"));
+  const struct {
+    Words options;
+    std::string end;
+    Matcher<std::string> said;
+  } rows[] = {{{}, "\n", HasSubstr("gnss-sim: " + log + ": 2 of 3 lines end with LF alone, which no")},
+              {{"--crlf"}, "\r\n", Not(HasSubstr("LF alone"))}};
+  for (const auto& row : rows) {
+    Words options{"--replay", log, "--speed", "10", "--seconds", "20"};
+    options.insert(options.end(), row.options.begin(), row.options.end());
+    const auto simulator = receiver(options);
+    EXPECT_EQ(read_to_end(device), recording(row.end));
+    EXPECT_EQ(simulator->wait_for_exit(PATIENCE_MS), 0);
+    EXPECT_THAT(simulator->err(), row.said);
+  }
+}
+
 TEST_F(ToolsTest, WrongOptionsAreExplained) {
   const auto unit = folder.write("unit.txt", "var a b\nvar\n");
   const auto database = folder.write("bad.dbc", "BO_ 1 X: 8 Y\nSG_\n");
@@ -99,6 +133,7 @@ TEST_F(ToolsTest, WrongOptionsAreExplained) {
       {{"gnss-sim", "--fault", "drop=1.5"}, 2, "fault drop: 1.5 is not within 0 to 1"},
       {{"gnss-sim", "--route", route}, 2, "route.csv:2: column lon is not a number: ten"},
       {{"gnss-sim", "--link", unit}, 2, "unit.txt: File exists"},
+      {{"gnss-sim", "--crlf"}, 2, "--crlf requires --replay"},
       {{"satnav-tap", "--config", nobody}, 1, "satnav-tap: no connection to the broker at 127.0.0.1:"},
       {{"ecu-sim", "--config", nobody}, 1, "ecu-sim: no connection to the broker at 127.0.0.1:"},
   };
