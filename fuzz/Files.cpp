@@ -55,10 +55,11 @@ void check_applied(const config::Configuration& config) {
   std::shared_ptr<com::ITransportClient> bus = std::make_shared<com::MemoryTransport>();
   UnitHardware hardware{std::make_unique<SerialInput>(std::make_unique<test::FakeTerminal>()), "/nowhere"};
   GPSDClient service(bus, "variant", "true", "zpt", "/dev/ttyFP3", std::move(hardware));
-  applyConfiguration(Options(), config, service);
+  const Settings settings = readSettings(config);
+  applyConfiguration(Options(), settings, service);
   const auto& raw = service.ubloxConfig().rawCmdPost();
   require(raw.size() <= 5, "there are five raw commands");
-  applyLogMode(config);
+  applyLogMode(settings);
 }
 
 void check_group(const rt::GroupDefinition& group) {

@@ -46,6 +46,7 @@ inline constexpr size_t LENGTH_OFFSET = 4;
 inline constexpr size_t HEADER_LEN = 6;
 inline constexpr size_t CHECKSUM_LEN = 2;
 inline constexpr size_t OVERHEAD_LEN = HEADER_LEN + CHECKSUM_LEN;
+inline constexpr size_t MAX_PAYLOAD = 4096;  // a longer one counts as corrupt
 
 // These return a little-endian number at an offset of a payload. Bytes beyond its end read as 0, so that a
 // length that was not checked cannot reach foreign memory.

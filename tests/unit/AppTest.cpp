@@ -53,7 +53,7 @@ struct Configured {
     config::set_config_from_input(config, file);
     registerKeys(*config);
     EXPECT_TRUE(config->verify());
-    applyConfiguration(parsed(command_line), *config, service);
+    applyConfiguration(parsed(command_line), readSettings(*config), service);
     log = capture.take();
   }
 

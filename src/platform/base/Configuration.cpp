@@ -1,7 +1,6 @@
 #include "platform/base/Configuration.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "platform/base/Logging.h"
@@ -17,11 +16,6 @@ constexpr std::string_view BLANKS = " \t\v\f";
 constexpr size_t MAX_TEXT = 1 << 20;
 constexpr size_t MAX_REPORTED = 20;
 constexpr size_t MAX_SHOWN = 80;
-
-// The keys that the platform itself reads; the service registers its own.
-constexpr std::array<std::string_view, 11> PLATFORM_KEYS{
-    "host",     "port",    "client_name",        "username",       "password_file",  "tls_ca",
-    "tls_cert", "tls_key", "connect_timeout_ms", "var_timeout_ms", "signal_database"};
 
 std::string_view trimmed(std::string_view text) {
   const auto first = text.find_first_not_of(BLANKS);
@@ -43,17 +37,27 @@ std::string shown(std::string_view text) {
 }  // namespace
 
 bool Configuration::verify() const {
-  for (size_t i = 0; i < std::min(m_problems.size(), MAX_REPORTED); ++i) {
-    LOG.error("configuration line ", m_problems[i].line, ": ", m_problems[i].text);
+  for (size_t i = 0; i < std::min(m_faulty_lines.size(), MAX_REPORTED); ++i) {
+    LOG.error("configuration line ", m_faulty_lines[i].line, ": ", m_faulty_lines[i].text);
   }
-  if (m_problems.size() > MAX_REPORTED)
-    LOG.error("", m_problems.size() - MAX_REPORTED, " more lines like these");
+  if (m_faulty_lines.size() > MAX_REPORTED)
+    LOG.error("", m_faulty_lines.size() - MAX_REPORTED, " more lines like these");
+  for (const auto& [line, key] : unknown_keys())
+    LOG.warning("configuration line ", line, ": unknown key ", shown(key), " ignored");
+  return m_faulty_lines.empty();
+}
+
+std::vector<Configuration::LineNote> Configuration::unknown_keys() const {
+  std::vector<LineNote> unknown;
   for (const auto& [key, value] : m_values) {
-    const bool known = m_optional_keys.contains(key) || m_defaults.contains(key) ||
-                       std::find(PLATFORM_KEYS.begin(), PLATFORM_KEYS.end(), key) != PLATFORM_KEYS.end();
-    if (!known) LOG.warning("configuration line ", value.line, ": unknown key ", shown(key), " ignored");
+    if (!m_optional_keys.contains(key) && !m_defaults.contains(key)) unknown.push_back({value.line, key});
   }
-  return m_problems.empty();
+  return unknown;
+}
+
+unsigned Configuration::line(const std::string& key) const {
+  const auto value = m_values.find(key);
+  return value == m_values.end() ? 0 : value->second.line;
 }
 
 std::string Configuration::get(const std::string& key) const {
@@ -63,7 +67,7 @@ std::string Configuration::get(const std::string& key) const {
 }
 
 void Configuration::read_line(std::string_view line, unsigned number) {
-  const auto refuse = [&](std::string why) { m_problems.push_back({number, std::move(why)}); };
+  const auto refuse = [&](std::string why) { m_faulty_lines.push_back({number, std::move(why)}); };
   if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
   if (line.find('\0') != std::string_view::npos) return refuse("expected text without NUL bytes");
   const std::string_view content = trimmed(line);
@@ -75,12 +79,15 @@ void Configuration::read_line(std::string_view line, unsigned number) {
   if (key.empty()) return refuse("expected a key before '='");
   if (key.find_first_of(BLANKS) != std::string_view::npos)
     return refuse("expected a key without blanks, found " + shown(key));
-  m_values[std::string(key)] = {std::string(unquoted(trimmed(content.substr(equals + 1)))), number};
+  Value& value = m_values[std::string(key)];
+  if (value.line != 0) m_overridden_lines.push_back({value.line, std::string(key)});
+  value = {std::string(unquoted(trimmed(content.substr(equals + 1)))), number};
 }
 
 void set_config_from_input(std::unique_ptr<Configuration>& config, std::istream& input) {
   config->m_values.clear();
-  config->m_problems.clear();
+  config->m_faulty_lines.clear();
+  config->m_overridden_lines.clear();
   const std::string text = read_text(input, MAX_TEXT + 1);
   unsigned number = 0;
   for (size_t start = 0; start < text.size();) {
@@ -88,7 +95,7 @@ void set_config_from_input(std::unique_ptr<Configuration>& config, std::istream&
     config->read_line(std::string_view(text).substr(start, end - start), ++number);
     start = end + 1;
   }
-  if (text.size() > MAX_TEXT) config->m_problems.push_back({number, "expected at most 1 MiB of text"});
+  if (text.size() > MAX_TEXT) config->m_faulty_lines.push_back({number, "expected at most 1 MiB of text"});
 }
 
 }  // namespace ecu::koru::config

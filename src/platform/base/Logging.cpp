@@ -130,12 +130,20 @@ std::string_view level_name(Level level) {
   return LEVEL_NAMES[static_cast<size_t>(level)];
 }
 
+bool is_level(std::string_view name) {
+  return std::ranges::find(LEVEL_NAMES, name) != LEVEL_NAMES.end();
+}
+
+std::string unknown_level(std::string_view name) {
+  return text("log level '", escaped(name),
+              "' does not exist; expected EMERG, ALERT, CRITICAL, ERROR, WARNING, NOTICE, INFO or DEBUG");
+}
+
 bool configure_logging(const std::string& level) {
   if (level.empty()) return true;
   const auto found = std::find(LEVEL_NAMES.begin(), LEVEL_NAMES.end(), level);
   if (found == LEVEL_NAMES.end()) {
-    LOG.error("log level '", escaped(level),
-              "' does not exist; expected EMERG, ALERT, CRITICAL, ERROR, WARNING, NOTICE, INFO or DEBUG");
+    LOG.error(unknown_level(level));
     return false;
   }
   g_level = static_cast<Level>(found - LEVEL_NAMES.begin());

@@ -23,6 +23,11 @@ inline constexpr Level DEFAULT_LEVEL = Level::INFO;
 /// Returns the level's name as the command line and the configuration spell it ("WARNING").
 [[nodiscard]] std::string_view level_name(Level level);
 
+/// Returns the record about a level name that does not exist.
+[[nodiscard]] std::string unknown_level(std::string_view name);
+/// Returns true if a level has this name.
+[[nodiscard]] bool is_level(std::string_view name);
+
 /// Sets the level by its name; an empty name changes nothing. If the name is unknown, logs an ERROR, keeps
 /// the level and returns false.
 bool configure_logging(const std::string& level);

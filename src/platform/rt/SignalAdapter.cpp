@@ -80,19 +80,32 @@ SignalAdapter& SignalAdapter::instance() {
   return adapter;
 }
 
-bool SignalAdapter::load_database(const std::string& path) {
+DatabaseReading read_database(const std::string& path) {
   DbcResult result = load_dbc(path);
-  const bool loaded = result.database != nullptr;
-  if (loaded) {
-    LOG.info("signal database ", logging::escaped(path), ", groups: ", result.database->groups().size());
-    const std::string absent = missing(*result.database);
-    if (!absent.empty()) LOG.warning("signal database ", logging::escaped(path), " does not hold", absent);
-  } else {
-    LOG.error("signal database ", result.error.text(), "; the built-in one is used");
-    result.database = built_in_database();
+  const auto finding = [](logging::Level level, std::string record, std::string taken) {
+    return config::Finding{"signal_database", level, std::move(record), std::move(taken)};
+  };
+  if (!result.database) {
+    return {nullptr,
+            finding(logging::Level::ERROR,
+                    logging::text("signal database ", result.error.text(), "; the built-in one is used"),
+                    "the built-in one")};
   }
+  const std::string absent = missing(*result.database);
+  if (absent.empty()) return {std::move(result.database), std::nullopt};
+  return {std::move(result.database),
+          finding(logging::Level::WARNING,
+                  logging::text("signal database ", logging::escaped(path), " does not hold", absent), {})};
+}
+
+bool SignalAdapter::load_database(const std::string& path) {
+  auto [database, finding] = read_database(path);
+  const bool loaded = database != nullptr;
+  if (loaded) LOG.info("signal database ", logging::escaped(path), ", groups: ", database->groups().size());
+  if (finding) config::log(LOG, *finding);
+  if (!loaded) database = built_in_database();
   const std::lock_guard lock(m_mutex);
-  m_database.swap(result.database);
+  m_database.swap(database);
   return loaded;
 }
 

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/base/Keys.h"
 #include "platform/com/Transport.h"
 #include "platform/rt/SignalDatabase.h"
 
@@ -95,6 +96,15 @@ struct UnpackResult {
   SignalGroup group;
   std::string error;  ///< why it failed
 };
+
+/// A file's database, null if it cannot be used, and what is wrong with it.
+struct DatabaseReading {
+  std::shared_ptr<const SignalDatabase> database;
+  std::optional<config::Finding> finding;
+};
+/// Reads a DBC file for the key "signal_database". One that lacks groups or signals of the built-in database
+/// can be used all the same.
+[[nodiscard]] DatabaseReading read_database(const std::string& path);
 
 /// Knows the groups of all topics: those of the signal database, "rt/system/gnss_timestamp_ns" with the one
 /// 64-bit signal "timestamp_ns", and any other "rt/system/NAME" with one raw signal NAME of 1 to 64 bytes.
