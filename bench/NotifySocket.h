@@ -14,7 +14,7 @@ class NotifySocket {
 
   /// Returns the value for NOTIFY_SOCKET.
   [[nodiscard]] const std::string& name() const { return m_name; }
-  /// Returns the reports since the last call, such as "STATUS=no fix". Never waits.
+  /// Returns the reports since the last call, such as "STATUS=starting". Never waits.
   [[nodiscard]] std::vector<std::string> take() const;
 
  private:

@@ -174,7 +174,8 @@ bool ReactionRun::hasReacted(Event event) {
     case Event::GNSS_ON:
       return m_watch ? count(Act::OPENED) > 0 : modesBegun() > m_modes_begun;
     case Event::BROKER_BACK:
-      return isReported([](auto report) { return report.starts_with("STATUS=") && report != NO_BROKER; });
+      return isReported(
+          [](auto report) { return report.starts_with("STATUS=") && !report.starts_with(NO_BROKER); });
   }
   return false;
 }
@@ -184,7 +185,7 @@ bool ReactionRun::isReported(const std::function<bool(std::string_view)>& matche
 }
 
 bool ReactionRun::isReported(std::string_view report) const {
-  return isReported([&](std::string_view each) { return each == report; });
+  return isReported([&](std::string_view each) { return each.starts_with(report); });
 }
 
 size_t ReactionRun::count(Act act) const {

@@ -32,7 +32,7 @@ enum class Device {
 struct ReactionState {
   const char* name;
   Device device;
-  std::string begins;         ///< the report that shows it
+  std::string begins;         ///< how the report begins that shows it
   std::vector<Event> events;  ///< in the order in which they are measured; STOP is the last one
   test::Words unit{};         ///< options of ecu-sim
   std::string config{};       ///< further lines of the service's configuration

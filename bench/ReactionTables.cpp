@@ -38,8 +38,8 @@ const std::vector<ReactionState>& states() {
   // The first fix, after 24 s, shows that the antenna's supervision is at work.
   static const std::vector<ReactionState> states{
       {"receiving at 1 Hz", Device::RECEIVER, "STATUS=valid fix", always, unit},
-      {"silent line", Device::SILENT, "STATUS=no fix", always, unit},
-      {"searching the receiver", Device::SILENT, "STATUS=no fix", always, unit, control},
+      {"silent line", Device::SILENT, "STATUS=no valid fix", always, unit},
+      {"searching the receiver", Device::SILENT, "STATUS=searching the receiver", always, unit, control},
       {"configuring the receiver",
        Device::ANTENNA_OFF,
        "STATUS=valid fix",
@@ -53,7 +53,7 @@ const std::vector<ReactionState>& states() {
        unit,
        control,
        true},
-      {"no device", Device::NONE, "STATUS=no receiver", always, unit, debug},
+      {"no device", Device::NONE, "STATUS=no valid fix", always, unit, debug},
       {"GNSS switched off",
        Device::SILENT,
        "STATUS=GNSS is switched off",
@@ -61,7 +61,7 @@ const std::vector<ReactionState>& states() {
        {"--var", "hwversion=zpt", "--param", "0xA00F=00"}},
       {"CAN input, frames once a second", Device::NONE, "STATUS=valid fix", always, no_receiver, "", false,
        true},
-      {"CAN input, no frames", Device::NONE, "STATUS=no fix", always, no_receiver}};
+      {"CAN input, no frames", Device::NONE, "STATUS=no valid fix", always, no_receiver}};
   return states;
 }
 

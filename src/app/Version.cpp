@@ -4,6 +4,10 @@
 
 namespace ecu::koru::gpspub {
 
+std::string versionText() {
+  return SATNAVD_VERSION_TEXT;
+}
+
 std::string versionBanner() {
   return "satnavd version: " SATNAVD_VERSION_TEXT " compiled " __DATE__ " at " __TIME__;
 }

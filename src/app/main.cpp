@@ -169,10 +169,14 @@ int main(int argc, char** argv) {
   registerSignalHandler();
   gpspub::registerKeys(*config);
   if (!config->verify()) return EXIT_FAILURE;
-  if (!options.log_to_stdout) gpspub::applyLogMode(*config);
-  gpspub::applySignalDatabase(*config);
+  const gpspub::Settings settings = gpspub::readSettings(*config);
+  if (!options.log_to_stdout) gpspub::applyLogMode(settings);
+  gpspub::applySignalDatabase(settings);
 
   auto transport = com::create_client(config, com::TransportType::MQTT);
+  const std::string health_topic = gpspub::healthTopic(settings);
+  if (!health_topic.empty())
+    transport->set_last_will(health_topic, gpspub::healthLastWill(gpspub::versionText()));
   transport->connect();
   transport->start();
 
@@ -187,15 +191,16 @@ int main(int argc, char** argv) {
   const bool simulation = readSimulationSwitch(*parameters);
   parameters.reset();  // it may hold many of them
   const std::string device =
-      gpspub::Unit::chooseDevice(options.device, simulation, config->get("gnss_device"), unit.hwversion);
+      gpspub::Unit::chooseDevice(options.device, simulation, settings.gnss_device, unit.hwversion);
 
   auto service =
       std::make_unique<GPSDClient>(transport, unit.hwvariant, unit.hasgnss, unit.hwversion, device);
   service->readSysparams();
   stopCell() = service.get();
   if (options.debug_flags != DEFAULT_DEBUG_FLAGS) service->enableLoggingControl();
-  gpspub::applyConfiguration(options, *config, *service);
+  gpspub::applyConfiguration(options, settings, *service);
   service->setServiceManager(ServiceManager::from_environment());
+  service->setHealthTopic(health_topic, gpspub::versionText());
   logBanner(options, config_path);
   returnFreeMemory();
 

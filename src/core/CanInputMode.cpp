@@ -30,19 +30,21 @@ CanInputMode::CanInputMode(std::shared_ptr<com::ITransportClient> transport, Run
 
 void CanInputMode::runIcan() {
   m_gnss_ican_observer->restart();
+  m_facts = {.source = FixFacts::Source::CAN};
   subscribeIcanMessages();
   while (m_run.inMode()) {
-    m_run.passBegins();
+    m_run.reports().passBegins();
     const bool time_out = m_gnss_ican_observer->timeoutToSendFrame();
     if (!m_run.inMode()) break;
     const int32_t status = m_gnss_ican_observer->getGnssInfoStatus();
-    m_run.reportPosition(true, status);
     const com::Burst burst(*m_transport_client);
     sendFrameUsingIcan();
     LOG.detail(logflag::CONNECTION, "runIcan time_out ", time_out, " gnss_status ", status,
                " m_comm_retries ", m_comm_retries);
     publishModuleErrorMessage(*m_transport_client, false);
     m_comm_retries = time_out ? m_comm_retries + 1 : 0;
+    m_facts.frames_come = !time_out;
+    m_run.reports().look();
   }
 }
 
@@ -59,9 +61,12 @@ void CanInputMode::unsubscribeIcanMessages() {
 void CanInputMode::sendFrameUsingIcan() {
   // Take the record even without a broker, so that its date is not published late.
   GnssInfo info = m_gnss_ican_observer->takeGnssInfo();
+  m_facts.takePosition(info);
+  if (m_facts.status == FixFacts::VALID_STATUS) ++m_fixes;
   if (m_publisher.isConnected()) {
     if (m_run.isRunning()) m_publisher.publishGnssData(info, m_no_sentences);
   } else {
+    ++m_unsent;
     LOG.detail(logflag::PUBLICATION, "DATA TO PUBLISH BUT NO MQTT ");
   }
 }

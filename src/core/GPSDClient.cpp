@@ -50,22 +50,24 @@ GPSDClient::~GPSDClient() {
 }
 
 void GPSDClient::run() {
-  m_run.serviceManager().ready();
+  m_run.reports().begins();
   while (m_run.isRunning()) {
     if (!m_run.isGnssOn()) {
-      m_run.reportGnssOff();
+      m_run.reports().gnssIsOff();
       LOG.notice("otaid_GNSSOn configured as OFF. satnavd sends no messages to MQTT.");
       m_run.waitUntil(GnssUtils::getMicrosecDuration(0) + GNSS_OFF_WAIT_US,
                       [this] { return !m_run.isRunning() || m_run.isGnssOn(); });
     } else if (!m_unit.hasReceiver()) {
       LOG.notice("m_hw_variant == ", logging::escaped(m_unit.hwVariant()), " and m_hw_hasgnss == ", "false",
                  ". satnavd gets gnss data from ican.");
+      m_run.reports().modeBegins(m_can_input_mode);
       m_can_input_mode.runIcan();
     } else {
+      m_run.reports().modeBegins(m_receiver_mode);
       m_receiver_mode.runUblox();
     }
   }
-  m_run.serviceManager().stopping();
+  m_run.reports().ends();
   unsubscribeObservers();
 }
 

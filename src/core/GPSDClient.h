@@ -59,7 +59,11 @@ class GPSDClient {
   void setRadioSilenceConfigured(bool on) { m_receiver_mode.antenna().setRadioSilenceConfigured(on); }
   /// run() reports its start, its progress and its end to `manager`, which is not null.
   void setServiceManager(std::unique_ptr<ServiceManager> manager) {
-    m_run.setServiceManager(std::move(manager));
+    m_run.reports().setServiceManager(std::move(manager));
+  }
+  /// run() publishes the state of the service on `topic`; `version` is part of it.
+  void setHealthTopic(std::string topic, std::string version) {
+    m_run.reports().setHealthTopic(std::move(topic), std::move(version));
   }
   [[nodiscard]] bool simulation() const { return m_receiver_mode.simulation(); }
   [[nodiscard]] UbloxConfig& ubloxConfig() { return m_receiver_mode.ubloxConfig(); }

@@ -1,6 +1,7 @@
 #include "core/ReceiverMode.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include "input/SPI.h"
@@ -24,6 +25,8 @@ constexpr int64_t REOPEN_US = 1'000'000;
 constexpr int64_t POWER_UP_NS = 139'999'999'999;
 constexpr unsigned POWER_UP_BAUD = 9600;
 constexpr unsigned USUAL_BAUD = 38400;
+constexpr int64_t ABOUT_TO_US = 500'000;      // what happens so soon is reported as happening
+constexpr int64_t LAST_FIXES_US = 5'000'000;  // a receiver may still give some without its antenna
 constexpr int64_t SEQUENCE_SILENCE_US = 15'000'000;
 
 std::unique_ptr<IGnssInput> createInput(const Unit& unit) {
@@ -59,12 +62,15 @@ ReceiverMode::ReceiverMode(std::shared_ptr<com::ITransportClient> transport, con
 
 bool ReceiverMode::connect() {
   m_connect_time_us = GnssUtils::getMicrosecDuration(0);
-  return m_input->connect();
+  const bool connected = m_input->connect();
+  m_watch.opened(connected ? 0 : errno);
+  return connected;
 }
 
 void ReceiverMode::disconnect(CloseReason reason) {
   using enum CloseReason;
   m_input->disconnect();
+  m_watch.closed(reason, GnssUtils::getMicrosecDuration(0), m_ublox_config.naks());
   // Bytes that have not formed an item by now never will, and those read at a wrong rate are garbage. A stray
   // sync byte among them must not hold up framing.
   if (reason == MODE_ENDS || reason == SILENT || reason == NEXT_RATE) m_input->clearBuffer();
@@ -91,7 +97,7 @@ void ReceiverMode::runUblox() {
   logInputWarnings();
   enterReceiverLoop();
   while (m_run.inMode()) {
-    m_run.passBegins();
+    m_run.reports().passBegins();
     if (m_input->isConnected()) {
       receive();
     } else {
@@ -113,7 +119,9 @@ void ReceiverMode::logInputWarnings() const {
 
 void ReceiverMode::enterReceiverLoop() {
   if (time_source().boot_ns() <= POWER_UP_NS && !m_simulation) m_input->setBaudRate(POWER_UP_BAUD);
-  m_epoch.reset(GnssUtils::getMicrosecDuration(0));
+  const int64_t now = GnssUtils::getMicrosecDuration(0);
+  m_watch.begins(now, received(), m_ublox_config.naks());
+  m_epoch.reset(now);
 }
 
 void ReceiverMode::leaveReceiverLoop() {
@@ -179,7 +187,10 @@ void ReceiverMode::checkUbloxInitialisation() {
 }
 
 bool ReceiverMode::readNewData(int timeout_us) {
-  return m_input->isConnected() && m_input->waiting(timeout_us) && m_input->read();
+  if (!m_input->isConnected() || !m_input->waiting(timeout_us)) return false;
+  const bool has_item = m_input->read();
+  m_watch.received(m_input->getCounts().bytes_received, GnssUtils::getMicrosecDuration(0));
+  return has_item;
 }
 
 /// An over-long line also goes to validation, which rejects it.
@@ -196,6 +207,7 @@ void ReceiverMode::processNewData() {
 void ReceiverMode::processUblox() {
   const int length = m_ubx_reception.readUbloxMessage();
   if (length <= 0) return;
+  ++m_frames_received;
   m_last_ublox_time = m_data_time_us;
   LOG.detail(logflag::NEW_DATA, "VALID UBLOX len ", length, "\n",
              [&] { return hexLines(m_input->getBuffer(), length); });
@@ -234,13 +246,15 @@ void ReceiverMode::sendGpsOnCan() {
 }
 
 void ReceiverMode::publishGnssData() {
-  m_run.reportPosition(m_input->isConnected(), m_epoch.info().getStatus());
+  m_watch.published(m_epoch.info(), GnssUtils::getMicrosecDuration(0), received());
   if (m_publisher.isConnected()) {
     m_publisher.publishGnssData(m_epoch.info(), m_epoch.sentences());
   } else {
+    ++m_unsent;
     LOG.detail(logflag::PUBLICATION, "GPSDClient::publishGnssData - DATA TO PUBLISH BUT NO MQTT");
   }
   m_epoch.rotate(m_ublox_config.receiverFlag());
+  m_run.reports().look();
 }
 
 /// Waits until a second after the last frame was sent, or until `open_due`, when the device is to be opened.
@@ -254,7 +268,7 @@ bool ReceiverMode::timeoutToSendFrame(int64_t open_due) {
 /// Returns when something is to be done even if no byte comes until then.
 int64_t ReceiverMode::nextDeadline() const {
   return std::min(
-      {m_epoch.frameDue(false), m_ublox_config.answerDue(), noCommunicationDue(), m_run.reportDue()});
+      {m_epoch.frameDue(false), m_ublox_config.answerDue(), noCommunicationDue(), m_run.reports().due()});
 }
 
 bool ReceiverMode::isNoCommunication() const {
@@ -279,6 +293,54 @@ void ReceiverMode::deviceGone() {
   }
   m_earliest_open_us = m_connect_time_us + REOPEN_US;
   disconnect(CloseReason::DEVICE_GONE);
+}
+
+// -- For the reports
+
+Reception ReceiverMode::received() const {
+  const EpochCounts& epochs = m_epoch.counts();
+  return {m_input->getCounts().bytes_received, epochs.sentences, epochs.rejected, epochs.rmc,
+          m_frames_received};
+}
+
+FixFacts ReceiverMode::fixFacts() const {
+  const int64_t now = GnssUtils::getMicrosecDuration(0);
+  const bool is_asked = !m_ublox_config.isStopped() && !m_ublox_config.isPortConfirmed();
+  FixFacts facts = m_watch.facts(now, is_asked, m_ublox_config.naks());
+  facts.device = m_unit.devicePath();
+  facts.is_on_spi = m_unit.isReceiverOnSpi();
+  facts.radio_silent = m_antenna.isRadioSilent();
+  facts.reopens = facts.reopens || noCommunicationDue() - now <= ABOUT_TO_US;
+  facts.is_sought = is_asked && !facts.is_on_spi;
+  facts.baud = m_input->getBaudRate();
+  facts.antenna_on = m_requests.gnssAntennaOn();
+  facts.antenna_status = m_antenna.status();
+  const int64_t supply_off = m_antenna.supplyOffTime();
+  const bool has_recovered = supply_off != NEVER && m_watch.lastValid() - supply_off >= LAST_FIXES_US;
+  if (supply_off != NEVER && !has_recovered) facts.supply_off_us = now - supply_off;
+  return facts;
+}
+
+void ReceiverMode::fillHealth(pb::GnssHealth& health) const {
+  const InputCounts input = m_input->getCounts();
+  const EpochCounts& epochs = m_epoch.counts();
+  health.set_fixes(m_watch.fixes());
+  health.set_incomplete_epochs(epochs.incomplete);
+  health.set_bytes_received(input.bytes_received);
+  health.set_bytes_dropped(input.bytes_discarded);
+  health.set_bad_sentences(epochs.rejected);
+  health.set_bad_frames(input.bad_ubx_checksums);
+  health.set_reopenings(m_watch.opens() > 0 ? m_watch.opens() - 1 : 0);
+  if (!m_unit.isReceiverOnSpi()) health.set_baud_rate(m_input->getBaudRate());
+  health.set_naks(m_ublox_config.naks());
+  if (m_ublox_config.naks() > 0) health.set_last_refused(std::string(m_ublox_config.lastRefused()));
+  health.set_wanted_systems(m_requests.gnssSystemRequested());
+  if (const auto enabled = m_ublox_config.enabledSystems()) health.set_enabled_systems(*enabled);
+  health.set_antenna_status(m_antenna.status());
+  if (!m_ubx_reception.softwareVersion().empty())
+    health.set_receiver_software(m_ubx_reception.softwareVersion());
+  health.set_messages_dropped(m_unsent);
+  health.set_sequence_step(m_ublox_config.stepName());
 }
 
 }  // namespace ecu::koru::gpspub

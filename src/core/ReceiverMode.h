@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/FixPublisher.h"
+#include "core/ReceiverWatch.h"
 #include "core/RunControl.h"
 #include "core/SystemClock.h"
 #include "core/Unit.h"
@@ -26,7 +27,7 @@ struct UnitHardware {
 
 /// Receiver mode: turns the bytes of the unit's own receiver into fixes, and configures and supervises the
 /// receiver. Owned by the service. Service thread.
-class ReceiverMode final : private IEpochOwner, private IReceiverOwner {
+class ReceiverMode final : public IReportedMode, private IEpochOwner, private IReceiverOwner {
  public:
   ReceiverMode(std::shared_ptr<com::ITransportClient> transport, const Unit& unit, BusRequests& requests,
                RunControl& run, FixPublisher& publisher, UnitHardware hardware);
@@ -37,6 +38,10 @@ class ReceiverMode final : private IEpochOwner, private IReceiverOwner {
   bool connect();
   [[nodiscard]] bool isConnected() { return m_input->isConnected(); }
   void disconnect(CloseReason reason) override;
+
+  // IReportedMode
+  [[nodiscard]] FixFacts fixFacts() const override;
+  void fillHealth(pb::GnssHealth& health) const override;
 
   // Settings, before runUblox().
   /// Sets the rate in bit/s, in the input too. Returns false if the input does not support it.
@@ -57,6 +62,7 @@ class ReceiverMode final : private IEpochOwner, private IReceiverOwner {
   void receive();
   void processAndPublish(bool has_data);
   [[nodiscard]] bool readNewData(int timeout_us);
+  [[nodiscard]] Reception received() const;
   void processNewData();
   void processUblox();
   void sendFrameIfDue(bool more_received);
@@ -92,6 +98,10 @@ class ReceiverMode final : private IEpochOwner, private IReceiverOwner {
 
   const int64_t m_frame_period_us = 3'000'000;
   uint32_t m_bytes_received = 0;
+
+  uint64_t m_frames_received = 0;
+  uint64_t m_unsent = 0;  // positions, for want of a broker
+  ReceiverWatch m_watch;
   // Stopwatch 0, us.
   int64_t m_data_time_us = 0;
   int64_t m_connect_time_us = 0;

@@ -24,10 +24,11 @@ class BufferedInput : public IGnssInput {
   [[nodiscard]] ItemKind getItemKind() final { return m_received.itemKind(); }
   [[nodiscard]] int getBytesWaiting() final { return m_received.bytesWaiting(); }
   [[nodiscard]] long long bytesDiscarded() const { return m_received.bytesDiscarded(); }
+  [[nodiscard]] InputCounts getCounts() final { return m_received.counts(); }
   void setWakeUp(WakeUp& wake) final { m_wake = &wake; }
   [[nodiscard]] bool isDeviceGone() final { return m_device_gone || m_received.isFlooded(); }
   void clearBuffer() final {
-    m_received.clear();
+    m_received.drop();
     m_drop_device_input = true;
   }
 

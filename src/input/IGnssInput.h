@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "platform/base/WakeUp.h"
@@ -10,13 +11,21 @@ namespace ecu::koru::gpspub {
 /// longest length.
 enum class ItemKind { NONE, NMEA_LINE, UBX_FRAME, OVER_LONG };
 
+/// What has passed through an input since it was made.
+struct InputCounts {
+  uint64_t bytes_received = 0;     ///< on SPI with the fill bytes of its blocks
+  uint64_t bytes_discarded = 0;    ///< of those, what was dropped because it belonged to no item
+  uint64_t bad_ubx_checksums = 0;  ///< frames whose checksum was wrong
+};
+
 /// The source of the receiver's bytes. It owns one receive buffer. read() fills it and frames at most one
 /// NMEA line or UBX message, which stays valid until the next read(). Service thread only.
 class IGnssInput {
  public:
   virtual ~IGnssInput() = default;
 
-  /// Opens the device. Returns false if it cannot be opened. Only some of the failures are logged.
+  /// Opens the device. Returns false if it cannot be opened; errno then says why. Only some of the failures
+  /// are logged.
   [[nodiscard]] virtual bool connect() = 0;
   /// Closes the device. The buffer keeps its bytes.
   virtual void disconnect() = 0;
@@ -52,6 +61,7 @@ class IGnssInput {
   [[nodiscard]] virtual ItemKind getItemKind() = 0;
   /// Returns the bytes held in the buffer, including the framed item.
   [[nodiscard]] virtual int getBytesWaiting() = 0;
+  [[nodiscard]] virtual InputCounts getCounts() = 0;
   /// Empties the buffer. The next connect() also drops the bytes that the device has received.
   virtual void clearBuffer() = 0;
   /// Returns true if waiting() or read() found that the device went away (unplugged, hung up, end of file),

@@ -39,12 +39,19 @@ void ReceiveBuffer::append(std::span<const unsigned char> bytes) {
   if (static_cast<size_t>(freeBytesAtTheEnd()) < fitting.size()) (void)freeTail();
   std::copy(fitting.begin(), fitting.end(), begin() + m_bytes_waiting);
   add(static_cast<int>(fitting.size()));
-  m_bytes_discarded += static_cast<long long>(bytes.size() - fitting.size());
+  const auto lost = static_cast<long long>(bytes.size() - fitting.size());
+  m_bytes_received += lost;
+  m_bytes_discarded += lost;
 }
 
 void ReceiveBuffer::dump(const char* text) {
   LOG.detail(logflag::READS, text, [&] { return hexLines(begin(), m_bytes_waiting); });
   m_bytes_discarded += m_bytes_waiting;
+  clear();
+}
+
+void ReceiveBuffer::drop() {
+  m_bytes_discarded += m_bytes_waiting - m_bytes_read;
   clear();
 }
 
@@ -165,6 +172,7 @@ bool ReceiveBuffer::parseUbloxLine() {
       setItem(ItemKind::UBX_FRAME, static_cast<int>(length));
       return true;
     }
+    ++m_bad_ubx_checksums;
     LOG.detail(logflag::FRAMING, "Bad Ublox checksum. ublox_payload_len ", ublox_payload_len,
                " bytes waiting ", m_bytes_waiting, " ",
                [&] { return hexText(held.data(), m_bytes_waiting); });

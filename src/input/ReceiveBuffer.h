@@ -4,6 +4,7 @@
 #include <span>
 
 #include "input/IGnssInput.h"
+#include "wire/UbxFrame.h"
 
 namespace ecu::koru::gpspub {
 
@@ -22,7 +23,10 @@ class ReceiveBuffer {
   /// Makes the free end of the buffer as long as possible and returns it. A device reads straight into it.
   [[nodiscard]] std::span<unsigned char> freeTail();
   /// Adds the first bytes of the free end to those held.
-  void add(int bytes) { m_bytes_waiting += bytes; }
+  void add(int bytes) {
+    m_bytes_waiting += bytes;
+    m_bytes_received += bytes;
+  }
   /// Appends to the bytes already held, which move only if they must. Bytes that do not fit are dropped.
   void append(std::span<const unsigned char> bytes);
   [[nodiscard]] int freeBytes() const { return m_buffer_size - m_bytes_waiting; }
@@ -30,8 +34,8 @@ class ReceiveBuffer {
   [[nodiscard]] int freeBytesAtTheEnd() const { return freeBytes() - m_front; }
   /// Drops and counts all bytes. `text` begins the log record.
   void dump(const char* text);
-  /// Drops all bytes, uncounted.
-  void clear();
+  /// Drops all bytes and counts those that are in no item.
+  void drop();
 
   // -- Items out
 
@@ -54,6 +58,10 @@ class ReceiveBuffer {
   [[nodiscard]] int bytesWaiting() const { return m_bytes_waiting; }
   /// Returns the bytes dropped since construction, by resynchronisation or overflow.
   [[nodiscard]] long long bytesDiscarded() const { return m_bytes_discarded; }
+  [[nodiscard]] InputCounts counts() const {
+    return {static_cast<uint64_t>(m_bytes_received), static_cast<uint64_t>(m_bytes_discarded),
+            m_bad_ubx_checksums};
+  }
   [[nodiscard]] int numLines() const { return m_num_lines; }
   void setNumLines(int lines) { m_num_lines = lines; }
 
@@ -69,18 +77,21 @@ class ReceiveBuffer {
   [[nodiscard]] bool parseUbloxLine();
   void setItem(ItemKind kind, int length);
   void discardUntilSync();
+  void clear();
   void discard(int bytes);
 
   std::unique_ptr<unsigned char[]> m_buffer = std::make_unique<unsigned char[]>(INPUT_BUFFER_SIZE);
   int m_buffer_size = INPUT_BUFFER_SIZE;
   int m_max_nmea_len = 4096;
-  int m_max_ublox_payload = 4096;
+  int m_max_ublox_payload = static_cast<int>(ubx::MAX_PAYLOAD);
   int m_front = 0;          // where the held bytes begin; freeTail() moves them down
   int m_bytes_waiting = 0;  // bytes held, the framed item included
   int m_bytes_read = 0;     // length of the framed item, removed by nextItem()
   ItemKind m_item_kind = ItemKind::NONE;
   int m_bytes_scanned = 0;  // bytes of the incomplete front line without LF
+  long long m_bytes_received = 0;
   long long m_bytes_discarded = 0;
+  uint64_t m_bad_ubx_checksums = 0;
   int m_unframed_bytes = 0;  // unpaced bytes since the last item
   int m_num_lines = 0;       // items framed
 };

@@ -78,6 +78,7 @@ bool SPI::connect() {
       LOG.error("Error to open SPI serial device ", logging::escaped(m_gnss_device), " errno = ", error, " ",
                 std::strerror(error));
     }
+    errno = error;
     return false;
   }
   if (std::exchange(m_drop_device_input, false)) dropDeviceInput();

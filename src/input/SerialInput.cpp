@@ -35,6 +35,7 @@ bool SerialInput::connect() {
     if (open_failures++ % OPEN_FAILURES_PER_LOG == 0) {
       LOG.error("Error to open serial device ", logging::escaped(m_gnss_device), " errno = ", error);
     }
+    errno = error;
     return false;
   }
   applyAttributes();

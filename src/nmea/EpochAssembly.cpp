@@ -50,13 +50,16 @@ bool EpochAssembly::validateNmeaMessage(std::span<const unsigned char> line) {
   const auto length = static_cast<unsigned>(line.size());
   const std::string_view text(reinterpret_cast<const char*>(line.data()), line.size());
   if (!GnssUtils::isValidNmeaMessage(line.data(), length)) {
+    ++m_counts.rejected;
     LOG.detail(logflag::NMEA_VALIDATION, " Nmea invalid. message rejected. bytes_read ", length, " ",
                [&] { return logging::escaped(text.substr(0, text.find('\0'))); });
     return false;
   }
+  ++m_counts.sentences;
   m_nmea_string.assign(text.substr(0, text.find('\0')));
   m_nmea_string.push_back('\n');
   if (sentenceType(m_nmea_string) == "RMC") {
+    ++m_counts.rmc;
     m_prev_rmc_time = m_rmc_time;
     m_rmc_time = m_data_time_us;
   }
@@ -102,11 +105,15 @@ void EpochAssembly::processNewNmeaString(unsigned baud) {
   const bool first = m_frame_start_time == 0;
   if (first) startEpoch(baud);
   keepSentence();
-  if (m_GST_received && m_nmea_list.size() >= MIN_COMPLETE_SENTENCES) {
+  if (isComplete()) {
     LOG.detail(logflag::CONNECTION, "m_GST_received.  m_nmea_list.size() >= 4 so sendFrameAndModuleError");
     m_owner.publishGnssData();
     m_complete_published_us = m_data_time_us;
   }
+}
+
+bool EpochAssembly::isComplete() const {
+  return m_GST_received && m_nmea_list.size() >= MIN_COMPLETE_SENTENCES;
 }
 
 /// Publishes the previous epoch if it never got its GST although this RMC begins a new one.
@@ -196,6 +203,7 @@ void EpochAssembly::frameSent(int64_t now_us, const std::tm& utc) {
 }
 
 void EpochAssembly::rotate(uint8_t receiver_flag) {
+  if (m_frame_start_time != 0) ++(isComplete() ? m_counts.complete : m_counts.incomplete);
   dropSentences();
   m_GST_received = false;
   m_RMC_received = false;

@@ -20,6 +20,15 @@ class IEpochOwner {
   virtual void checkSetSystemTime() = 0;
 };
 
+/// What the epoch assembly has taken in and given out since it was made.
+struct EpochCounts {
+  uint64_t sentences = 0;  ///< well formed, with a right checksum
+  uint64_t rejected = 0;   ///< lines that are not
+  uint64_t rmc = 0;        ///< RMC sentences
+  uint64_t complete = 0;   ///< epochs that ended with their GST
+  uint64_t incomplete = 0;
+};
+
 /// Collects the sentences of one navigation epoch into one fix, decides when the epoch is complete, and knows
 /// when the run loop must close a frame whose last sentence never came.
 ///
@@ -58,6 +67,7 @@ class EpochAssembly {
   /// Forgets everything that was collected and published, so that old data never becomes a new fix.
   void reset(int64_t now_us);
 
+  [[nodiscard]] const EpochCounts& counts() const { return m_counts; }
   [[nodiscard]] GnssInfo& info() { return m_gnss_info; }
   [[nodiscard]] GnssInfo& infoSent() { return m_gnss_info_sent; }
   [[nodiscard]] std::vector<std::string>& sentences() { return m_nmea_list; }
@@ -69,6 +79,7 @@ class EpochAssembly {
   void parseNmeaString();
   void publishOverdueEpoch();
   void startEpoch(unsigned baud);
+  [[nodiscard]] bool isComplete() const;
   void keepSentence();
   void dropSentences();
   [[nodiscard]] int64_t frameTimeout() const;
@@ -94,7 +105,8 @@ class EpochAssembly {
   int64_t m_frame_sent_time_stamp = 0;
   bool m_frame_published = false;
   uint8_t m_frame_second = 0xFF;
-  int64_t m_sent_utc_second = -1;        // of the dated frame that left last
+  int64_t m_sent_utc_second = -1;  // of the dated frame that left last
+  EpochCounts m_counts;
   int64_t m_complete_published_us = -1;  // when the last epoch was published if it was complete, else -1
 };
 

@@ -13,12 +13,6 @@ namespace {
 
 constexpr uint16_t PROTOCOL_TYPE = 1;
 
-/// A fix at 0 N 0 E means that the receiver has none.
-int32_t correctedStatus(const GnssInfo& info, double latitude, double longitude) {
-  const int32_t status = info.getStatus();
-  return status == 3 && latitude == 0.0 && longitude == 0.0 ? 2 : status;
-}
-
 void log(const pb::GnssData& data, const GnssInfo& info, double latitude, double longitude, int64_t utc_us) {
   LOG.detail(logflag::PUBLICATION, "Latitude = ", latitude);
   LOG.detail(logflag::PUBLICATION, "Longitude = ", longitude);
@@ -48,7 +42,7 @@ void fillAndLog(pb::GnssData& data, GnssInfo& info, const std::vector<std::strin
   if (info.m_num_satellites != -1) data.set_num_satellites(info.m_num_satellites);
   if (info.m_quality_indicator != -1) data.set_quality(info.m_quality_indicator);
   for (const std::string& sentence : sentences) data.add_nmea(sentence);
-  data.set_status(correctedStatus(info, latitude, longitude));
+  data.set_status(publishedStatus(info));
   if (info.m_nav_mode != -1) data.set_fix(static_cast<uint32_t>(info.m_nav_mode));
   if (!std::isnan(info.m_altitude)) data.set_altitude(static_cast<float>(info.m_altitude));
   if (utc_us != -1) data.set_utc_time_us(static_cast<uint64_t>(utc_us));
@@ -60,6 +54,11 @@ void fillAndLog(pb::GnssData& data, GnssInfo& info, const std::vector<std::strin
 }
 
 }  // namespace
+
+int32_t publishedStatus(const GnssInfo& info) {
+  const int32_t status = info.getStatus();
+  return status == 3 && info.m_latitude == 0.0 && info.m_longitude == 0.0 ? 2 : status;
+}
 
 void GnssPublishMqtt::publishFrame(std::shared_ptr<com::ITransportClient>& client, GnssInfo& info,
                                    std::vector<std::string>& nmeaSentences) {

@@ -7,6 +7,7 @@
 
 #include "publish/StatusSignals.h"
 #include "wire/ServiceLog.h"
+#include "wire/Stopwatch.h"
 
 namespace ecu::koru::gpspub {
 
@@ -118,6 +119,8 @@ void AntennaSupervision::process_CFG_ANT(const UbxFrame& frame) {
   } else if (row.record != nullptr) {
     LOG.detail(SUPPLY_FLAGS, row.record);
   }
+  if (row.state == COLD_START && row.action == DISABLE)
+    m_supply_off_at_us = GnssUtils::getMicrosecDuration(0);
   m_state = row.next;
   carryOut(row.action);
 }

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
+#include "platform/base/Time.h"
 #include "platform/com/Transport.h"
 #include "ublox/IReceiverOwner.h"
 #include "ublox/IReceiverRequests.h"
@@ -35,6 +37,10 @@ class AntennaSupervision {
   void checkRadioSilence();
   /// Returns true while radio silence is applied: the receiver is silent on purpose.
   [[nodiscard]] bool isRadioSilent() const { return m_state == AntennaState::SILENT; }
+  /// Returns the status that the receiver reported last: ANTENNA_OK and the like, or 0.
+  [[nodiscard]] unsigned status() const { return m_antenna_status; }
+  /// Returns when the supply was switched off because it was on at cold start (stopwatch 0, us), or NEVER.
+  [[nodiscard]] int64_t supplyOffTime() const { return m_supply_off_at_us; }
 
  private:
   void enableAntennaPower();
@@ -50,6 +56,7 @@ class AntennaSupervision {
 
   AntennaState m_state = AntennaState::COLD_START;
   bool m_radio_silence_configured = true;  // no configuration clears it
+  int64_t m_supply_off_at_us = NEVER;      // stopwatch 0
   unsigned m_antenna_status = 0;           // 2 OK, 3 short circuit, 4 open circuit
 };
 

@@ -190,6 +190,8 @@ void UbloxConfig::handle_UBX_ACK_NAK_response(const UbxFrame& frame) {
   const unsigned init = m_sequence.initCommandIdx();
   const unsigned complex = m_sequence.complexCommandIdx();
   const bool is_initialised = isInitialised();
+  ++m_naks;
+  m_last_refused = m_command.name;
   const Action action = m_sequence.refused();
   if (action != Action::RESEND) {
     LOG.warning("NAK_RETRIES exceeded. m_init_command_idx ", init, " m_complex_command_idx ", complex,
@@ -219,6 +221,24 @@ void UbloxConfig::restart() {
   m_sequence.restart();
   m_refused.clear();
   m_command = ubx::INIT_COMMANDS[0];
+}
+
+// -- For the reports
+
+std::optional<uint8_t> UbloxConfig::enabledSystems() const {
+  return m_MON_GNSS.supported != 0 ? std::optional(m_MON_GNSS.enabled) : std::nullopt;
+}
+
+std::string UbloxConfig::stepName() const {
+  using enum CommandSequence::State;
+  const CommandSequence::State state = m_sequence.state();
+  if (state == HUNTING) return "searching the receiver's baud rate";
+  if (state == CHANGING_RATE) return "changing the receiver's baud rate";
+  if (state == DONE) return "done";
+  if (state == OFF) return "switched off";
+  const unsigned number = m_sequence.initCommandIdx() + m_sequence.complexCommandIdx() + 1;
+  return logging::text("command ", number, " of ",
+                       CommandSequence::INIT_COMMANDS + CommandSequence::COMPLEX_STEPS, ": ", m_command.name);
 }
 
 // -- Single commands

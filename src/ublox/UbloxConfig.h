@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -65,6 +66,17 @@ class UbloxConfig {
   void unconfirmPort() { m_sequence.unconfirmPort(); }
   /// Returns 1 if a fix can be trusted: the port is confirmed, or receiver control is switched off.
   [[nodiscard]] uint8_t receiverFlag() const { return isStopped() || isPortConfirmed() ? 1 : 0; }
+
+  // -- For the reports
+
+  [[nodiscard]] unsigned ratesTried() const { return m_sequence.ratesTried(); }
+  /// Returns the refusals (ACK-NAK) since the start, and the command that the last of them was for.
+  [[nodiscard]] uint64_t naks() const { return m_naks; }
+  [[nodiscard]] std::string_view lastRefused() const { return m_last_refused; }
+  /// Returns the systems that the receiver uses (MON_GNSS), or nothing before it has reported them.
+  [[nodiscard]] std::optional<uint8_t> enabledSystems() const;
+  /// Returns what the sequence is at, such as "done" or "command 5 of 32: CFG-RATE".
+  [[nodiscard]] std::string stepName() const;
 
   // -- Single commands
 
@@ -136,6 +148,8 @@ class UbloxConfig {
   int64_t m_command_sent_time = 0;          // us
   Command m_command;                        // in flight
   std::vector<std::string_view> m_refused;  // commands of the present sequence
+  uint64_t m_naks = 0;
+  std::string_view m_last_refused;
 
   std::string m_CFG_PRT_string;  // last frame received
   std::string m_CFG_GNSS_received;

@@ -168,7 +168,8 @@ void UbxReception::process_MON_VER(const UbxFrame& frame) {
   for (size_t at = MON_VER_MIN; at + MON_VER_EXTENSION_LEN <= payload.size(); at += MON_VER_EXTENSION_LEN) {
     extensions += ", " + textAt(payload, at, MON_VER_EXTENSION_LEN);
   }
-  LOG.info("Ublox Gnss: swVersion ", logging::escaped(textAt(payload, 0, MON_VER_SW_LEN)), ", hwVersion ",
+  m_software_version = logging::escaped(textAt(payload, 0, MON_VER_SW_LEN));
+  LOG.info("Ublox Gnss: swVersion ", m_software_version, ", hwVersion ",
            logging::escaped(textAt(payload, MON_VER_SW_LEN, MON_VER_HW_LEN)),
            logging::escaped(extensions, logging::MAX_OUTSIDE_TEXT - MON_VER_MIN));
   m_mon_ver_received = true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "input/IGnssInput.h"
 #include "ublox/AntennaSupervision.h"
@@ -24,6 +25,8 @@ class UbxReception {
   [[nodiscard]] int readUbloxMessage();
   /// Dispatches that frame by class and id.
   void processUbloxMessage();
+  /// Returns the receiver's software version as MON-VER gives it, escaped; empty before that.
+  [[nodiscard]] const std::string& softwareVersion() const { return m_software_version; }
 
  private:
   void processNav(const UbxFrame& frame);
@@ -47,6 +50,7 @@ class UbxReception {
   int m_ublox_length = 0;
   uint8_t m_timeutc_valid = 0;  // of the last NAV-TIMEUTC; nothing reads it
   bool m_mon_ver_received = false;
+  std::string m_software_version;
 };
 
 }  // namespace ecu::koru::gpspub

@@ -264,7 +264,7 @@ TEST(RunLoop, SetsTheSystemClockOnceFromTheFirstValidTimeWhenTheFileSaysSo) {
     std::istringstream file(row.file);
     config::set_config_from_input(config, file);
     gpspub::registerKeys(*config);
-    gpspub::applyConfiguration({}, *config, *world.service);
+    gpspub::applyConfiguration({}, gpspub::readSettings(*config), *world.service);
     world.time.clock().refuse_set_wall(row.refused);
     world.run(2);
     EXPECT_EQ(world.time.clock().set_wall_calls(), row.calls);

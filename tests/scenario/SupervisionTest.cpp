@@ -55,11 +55,18 @@ class Supervision : public testing::Test {
 TEST_F(Supervision, EveryModeFeedsAndTellsItsStatus) {
   const struct {
     std::string hasgnss, lacks, status;
-  } rows[] = {{"true", "", "no fix, valid fix, fix with a warning, no fix"},
-              {"true", "device", "no receiver"},
-              {"true", "broker", "no broker"},
-              {"true", "switch", "GNSS is switched off"},
-              {"false", "", "no fix"}};
+  } rows[] = {
+      {"true", "",
+       "starting, valid fix after 2 s (9 satellites, 3.1 m), "
+       "no valid fix: the receiver has been silent for 2 s"},
+      {"true", "device",
+       "starting, no valid fix: /dev/ttyFP3 cannot be opened: No such file or directory; trying again every "
+       "second"},
+      {"true", "broker",
+       "no broker; starting, no broker; valid fix after 2 s (9 satellites, 3.1 m), no broker; no valid fix: "
+       "the receiver has been silent for 2 s"},
+      {"true", "switch", "GNSS is switched off"},
+      {"false", "", "starting, no valid fix: no time and date arrive over CAN"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.status);
     heard.clear();
@@ -101,7 +108,7 @@ TEST_F(Supervision, TheBrokersReturnIsToldAtOnceInEveryMode) {
     for (const auto& [at_us, text] : heard) {
       if (text.starts_with("STATUS=")) told_us.push_back(at_us);
     }
-    EXPECT_THAT(told_us, ElementsAre(_, 5140 * MS, 7580 * MS));  // looked at every 10 ms
+    EXPECT_THAT(told_us, ElementsAre(0, 2010 * MS, 5140 * MS, 7580 * MS));  // looked at every 10 ms
   }
 }
 

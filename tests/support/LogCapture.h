@@ -24,6 +24,11 @@ class LogCapture {
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
 
+  /// Returns the records so far.
+  [[nodiscard]] static std::string so_far() {
+    const std::lock_guard lock(s_mutex);
+    return s_records;
+  }
   /// Returns all records, ends the capture and restores the default level.
   std::string take() {
     ecu::koru::logging::configure_logging("INFO");

@@ -123,6 +123,36 @@ TEST_F(SatnavdRoad, TheBrokerMayDieAndMayFreeze) {
   expect_end(*service);
 }
 
+// What the log and the health topic say is tested in virtual time; here a real broker has the last word.
+TEST_F(SatnavdRoad, TheHealthTopicTellsHowItEnds) {
+  const std::string topic = "system/gnss/health", config = "health_topic = " + topic + "\n";
+  publish_unit();
+  const auto simulator = receiver({"--no-fix"});
+  const auto silent_one = satnavd("health_topic = a/#\n");
+  EXPECT_TRUE(logged(*silent_one, "health_topic = \"a/#\" is not a topic to publish on", 1));
+  EXPECT_TRUE(logged(*silent_one, "Hardware port redirected", 1));
+  expect_end(*silent_one);
+  Tap tap(broker, topic);
+  const auto tells = [&](const char* state) {
+    return eventually([&] { return !tap.fixes().empty() && tap.fixes().back()["body"]["state"] == state; },
+                      PATIENCE_MS);
+  };
+  const auto killed = satnavd(config);
+  EXPECT_TRUE(tells("NO_FIX")) << killed->err();
+  EXPECT_EQ(tap.fixes().back()["body"]["reason"], "no valid fix: 0 satellites");
+  EXPECT_EQ(occurrences(killed->err(), "INFO koru.gpspub: no valid fix: 0 satellites\n"), 1U);
+  killed->signal(SIGKILL);
+  EXPECT_TRUE(tells("GONE"));
+
+  const auto stopped = satnavd(config);
+  EXPECT_TRUE(tells("STARTING")) << stopped->err();
+  expect_end(*stopped);
+  EXPECT_TRUE(tells("STOPPED"));
+  Tap late(broker, topic);
+  EXPECT_TRUE(eventually([&] { return late.fixes().size() == 1; }, PATIENCE_MS));
+  EXPECT_EQ(late.fixes().back()["body"]["state"], "STOPPED");
+}
+
 TEST_F(SatnavdRoad, TheReceiverMayComeLateAndGo) {
   Tap tap(broker);
   // In its own session it gets the port as its controlling terminal, and a SIGHUP when the port goes away.
@@ -153,9 +183,9 @@ TEST_F(SatnavdRoad, ADeviceThatIsNoReceiverCostsNothing) {
       {folder / "missing", "errno = 2\n"},
       {folder.path(), "errno = 21\n"},
       {folder / "fifo", "does not take serial port settings"},
-      {"/dev/null", "went away"},
-      {"/dev/zero", "went away"},
-      {folder.write("file", std::string(3000, 'x')), "went away"},
+      {"/dev/null", "went away; trying to open it"},
+      {"/dev/zero", "went away; trying to open it"},
+      {folder.write("file", std::string(3000, 'x')), "went away; trying to open it"},
   };
   std::vector<std::unique_ptr<Process>> services;
   std::vector<int64_t> cpu_ns;

@@ -79,16 +79,16 @@ inline int terminal(const std::string& link, int flags = 0) {
   return master;
 }
 
-/// Runs satnav-tap for fixes. It has subscribed when the constructor returns.
+/// Runs satnav-tap for fixes, or for another topic. It has subscribed when the constructor returns.
 class Tap {
  public:
-  explicit Tap(const Broker& broker)
-      : m_process(tool({"satnav-tap", "--json", "--topic", "system/gnss/data"}, broker)) {
+  explicit Tap(const Broker& broker, const std::string& topic = "system/gnss/data")
+      : m_process(tool({"satnav-tap", "--json", "--topic", topic}, broker)) {
     const std::string name = "SUBSCRIBE from satnav-tap-" + std::to_string(m_process.pid());
     EXPECT_TRUE(eventually([&] { return broker.log().find(name) != std::string::npos; }, PATIENCE_MS));
   }
 
-  /// Returns all fixes so far, oldest first.
+  /// Returns all messages so far, oldest first.
   const std::vector<nlohmann::json>& fixes() {
     const std::string text = m_process.out();
     for (size_t end; (end = text.find('\n', m_parsed)) != std::string::npos; m_parsed = end + 1) {
@@ -136,7 +136,7 @@ class SatnavdTest : public testing::Test {
   [[nodiscard]] std::unique_ptr<Process> receiver(Words options) const {
     options.insert(options.begin(), {program("gnss-sim"), "--link", device});
     auto simulator = std::make_unique<Process>(options);
-    EXPECT_TRUE(simulator->wait_for_output("\n", PATIENCE_MS)) << simulator->err();
+    EXPECT_TRUE(simulator->wait_for_output("/dev/pts/", PATIENCE_MS)) << simulator->err();
     return simulator;
   }
   /// Starts the service in a new folder. `config` is added to a configuration for the test's broker and

@@ -25,6 +25,7 @@ Body parse(std::span<const uint8_t> bytes) {
 constexpr TopicRow TOPICS[] = {
     {"system/gnss/data", "GnssData", parse<pb::GnssData>},
     {"system/gnss/source", "GnssSource", parse<pb::GnssSource>},
+    {"system/gnss/health", "GnssHealth", parse<pb::GnssHealth>},
     {"system/gnss/log_config", "RtSignal", parse<pb::RtSignal>},
     {"system/time/timezone", "TimeZone", parse<pb::TimeZone>},
     {"system/sysparams", "SystemParameters", parse<pb::SystemParameters>},

@@ -13,8 +13,8 @@
 /// Decodes the messages of the bus, and signal groups with the signal database in use. For any thread.
 namespace ecu::koru::tap {
 
-using Body = std::variant<std::monostate, pb::RtSignal, pb::GnssData, pb::GnssSource, pb::TimeZone,
-                          pb::SystemParameters>;
+using Body = std::variant<std::monostate, pb::RtSignal, pb::GnssData, pb::GnssSource, pb::GnssHealth,
+                          pb::TimeZone, pb::SystemParameters>;
 
 /// How the value bytes of a pb::RtSignal are shown.
 enum class ValueView {

@@ -32,6 +32,9 @@ Json to_json(float value) {
 Json to_json(pb::GnssSource::Source value) {
   return pb::GnssSource::Source_Name(value);
 }
+Json to_json(pb::GnssHealth::State value) {
+  return pb::GnssHealth::State_Name(value);
+}
 Json to_json(pb::TimeZone::Source value) {
   return pb::TimeZone::Source_Name(value);
 }
@@ -48,6 +51,12 @@ template <auto Has, auto Get, typename T>
 std::optional<Json> field(const T& message) {
   if (!(message.*Has)()) return std::nullopt;
   return to_json((message.*Get)());
+}
+
+template <auto Has, auto Get, typename T>
+std::optional<Json> text_field(const T& message) {
+  if (!(message.*Has)()) return std::nullopt;
+  return safe_text((message.*Get)());
 }
 
 std::optional<Json> text_value(const pb::RtSignal& message) {
@@ -72,6 +81,7 @@ std::string parameter_id(uint32_t id) {
 std::optional<Json> entries(const pb::SystemParameters& message);
 
 using Fix = pb::GnssData;
+using Health = pb::GnssHealth;
 using Zone = pb::TimeZone;
 using Entry = pb::SystemParameterEntry;
 
@@ -113,6 +123,32 @@ constexpr FieldRow<Fix> GNSS_DATA[] = {
     {"vdop", field<&Fix::has_vdop, &Fix::vdop>},
 };
 
+constexpr FieldRow<Health> GNSS_HEALTH[] = {
+    {"state", field<&Health::has_state, &Health::state>},
+    {"reason", text_field<&Health::has_reason, &Health::reason>},
+    {"valid_fix_age_ms", field<&Health::has_valid_fix_age_ms, &Health::valid_fix_age_ms>},
+    {"fixes", field<&Health::has_fixes, &Health::fixes>},
+    {"incomplete_epochs", field<&Health::has_incomplete_epochs, &Health::incomplete_epochs>},
+    {"bytes_received", field<&Health::has_bytes_received, &Health::bytes_received>},
+    {"bytes_dropped", field<&Health::has_bytes_dropped, &Health::bytes_dropped>},
+    {"bad_sentences", field<&Health::has_bad_sentences, &Health::bad_sentences>},
+    {"bad_frames", field<&Health::has_bad_frames, &Health::bad_frames>},
+    {"reopenings", field<&Health::has_reopenings, &Health::reopenings>},
+    {"naks", field<&Health::has_naks, &Health::naks>},
+    {"last_refused", text_field<&Health::has_last_refused, &Health::last_refused>},
+    {"baud_rate", field<&Health::has_baud_rate, &Health::baud_rate>},
+    {"wanted_systems", field<&Health::has_wanted_systems, &Health::wanted_systems>},
+    {"enabled_systems", field<&Health::has_enabled_systems, &Health::enabled_systems>},
+    {"antenna_status", field<&Health::has_antenna_status, &Health::antenna_status>},
+    {"receiver_software", text_field<&Health::has_receiver_software, &Health::receiver_software>},
+    {"sequence_step", text_field<&Health::has_sequence_step, &Health::sequence_step>},
+    {"messages_sent", field<&Health::has_messages_sent, &Health::messages_sent>},
+    {"messages_dropped", field<&Health::has_messages_dropped, &Health::messages_dropped>},
+    {"reconnects", field<&Health::has_reconnects, &Health::reconnects>},
+    {"version", text_field<&Health::has_version, &Health::version>},
+    {"uptime_ms", field<&Health::has_uptime_ms, &Health::uptime_ms>},
+};
+
 template <typename T>
 Json read_rows(std::span<const FieldRow<std::type_identity_t<T>>> rows, const T& message) {
   Json out = Json::object();
@@ -147,6 +183,7 @@ struct ReadFields {
     return view == ValueView::text ? read_rows(RT_SIGNAL_TEXT, body) : read_rows(RT_SIGNAL, body);
   }
   Json operator()(const pb::GnssData& body) const { return read_rows(GNSS_DATA, body); }
+  Json operator()(const pb::GnssHealth& body) const { return read_rows(GNSS_HEALTH, body); }
   Json operator()(const pb::GnssSource& body) const { return read_rows(GNSS_SOURCE, body); }
   Json operator()(const pb::TimeZone& body) const { return read_rows(TIME_ZONE, body); }
   Json operator()(const pb::SystemParameters& body) const { return read_rows(PARAMETERS, body); }

@@ -100,7 +100,7 @@ void ServiceManager::progress() {
   if (m_ready_due && send("READY=1")) m_ready_due = false;
   if (m_watchdog_ns > 0 && now >= m_next_feeding_ns && send("WATCHDOG=1"))
     m_next_feeding_ns = now + m_watchdog_ns;
-  if (m_status != m_told_status && now >= m_next_status_ns && send("STATUS=" + std::string(m_status))) {
+  if (m_status != m_told_status && now >= m_next_status_ns && send("STATUS=" + m_status)) {
     m_told_status = m_status;
     m_next_status_ns = now + NS_PER_S;
   }

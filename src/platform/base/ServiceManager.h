@@ -33,8 +33,9 @@ class ServiceManager {
   /// Returns when progress() is to be called next (steady clock, ns), or NEVER.
   [[nodiscard]] int64_t due_ns() const;
   /// Sets the line for the administrator. progress() sends it if it has changed, at most once a second.
-  /// `text` must outlive this object.
-  void status(std::string_view text) { m_status = text; }
+  void status(std::string_view text) {
+    if (m_status != text) m_status = text;
+  }
   /// Reports, without repetition, that the end has begun.
   void stopping();
 
@@ -50,8 +51,8 @@ class ServiceManager {
   int64_t m_next_status_ns = 0;
   int64_t m_retry_ns = 0;  // after a message that the manager did not accept
   bool m_ready_due = false;
-  std::string_view m_status;
-  std::string_view m_told_status;
+  std::string m_status;
+  std::string m_told_status;
 };
 
 }  // namespace ecu::koru

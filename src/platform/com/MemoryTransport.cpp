@@ -19,8 +19,10 @@ int MemoryTransport::publish(const std::string& topic, const Message& message, D
     const std::lock_guard lock(m_mutex);
     if (!m_connected) {
       if (delivery == Delivery::until_sent) m_kept[topic] = message;
+      ++m_counts.dropped;
       return -1;
     }
+    ++m_counts.sent;
     m_records.push_back({topic, message, time_source().steady_ns()});
     if (message.retained) m_retained[topic] = message;
   }
@@ -52,11 +54,18 @@ bool MemoryTransport::unsubscribe(const std::string& topic) {
   return m_observers.erase(topic) > 0;
 }
 
+TransportCounts MemoryTransport::counts() const {
+  const std::lock_guard lock(m_mutex);
+  return m_counts;
+}
+
 void MemoryTransport::set_connected(bool connected) {
   std::map<std::string, Message> kept;
   {
     const std::lock_guard lock(m_mutex);
-    if (std::exchange(m_connected, connected) != connected && m_connection_observer) m_connection_observer();
+    const bool changed = std::exchange(m_connected, connected) != connected;
+    m_counts.reconnects += changed && connected ? 1 : 0;
+    if (changed && m_connection_observer) m_connection_observer();
     if (connected) kept.swap(m_kept);
   }
   for (const auto& [topic, message] : kept) publish(topic, message);

@@ -30,6 +30,7 @@ class MemoryTransport final : public ITransportClient {
   bool subscribe(const std::string& topic, const std::shared_ptr<ISubscriptionObserver>& observer,
                  int qos) override;
   bool unsubscribe(const std::string& topic) override;
+  [[nodiscard]] TransportCounts counts() const override;
   [[nodiscard]] std::chrono::milliseconds read_timeout() const override {
     return std::chrono::milliseconds(0);
   }
@@ -51,6 +52,7 @@ class MemoryTransport final : public ITransportClient {
   bool m_connected = true;
   std::function<void()> m_connection_observer;
   std::vector<Record> m_records;
+  TransportCounts m_counts;
   std::map<std::string, Message> m_retained;
   std::map<std::string, Message> m_kept;
   std::multimap<std::string, std::weak_ptr<ISubscriptionObserver>> m_observers;

@@ -24,6 +24,9 @@ class MqttClient final : public ITransportClient {
   explicit MqttClient(const MqttOptions& options);
   ~MqttClient() override;
 
+  void set_last_will(const std::string& topic, const Message& message) override {
+    m_connection->set_last_will(topic, message);
+  }
   bool connect() override;
   bool start() override;
   bool stop() override;
@@ -40,6 +43,7 @@ class MqttClient final : public ITransportClient {
                  int qos) override {
     return m_connection->subscribe(topic, observer, qos);
   }
+  [[nodiscard]] TransportCounts counts() const override { return m_connection->counts(); }
   bool unsubscribe(const std::string& topic) override { return m_connection->unsubscribe(topic); }
   [[nodiscard]] std::chrono::milliseconds read_timeout() const override;
 

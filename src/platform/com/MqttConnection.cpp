@@ -33,8 +33,7 @@ bool is_text(const std::string& topic) {
 }
 
 bool can_be_sent(const std::string& topic, const Message& message) {
-  return message.payload.size() <= IMqttLink::MAX_PAYLOAD && is_text(topic) &&
-         mosquitto_pub_topic_check(topic.c_str()) == MOSQ_ERR_SUCCESS;
+  return message.payload.size() <= IMqttLink::MAX_PAYLOAD && is_publish_topic(topic);
 }
 
 bool can_be_subscribed(const std::string& topic) {
@@ -42,6 +41,10 @@ bool can_be_subscribed(const std::string& topic) {
 }
 
 }  // namespace
+
+bool is_publish_topic(const std::string& topic) {
+  return is_text(topic) && mosquitto_pub_topic_check(topic.c_str()) == MOSQ_ERR_SUCCESS;
+}
 
 MqttConnection::MqttConnection(MqttOptions options, std::unique_ptr<IMqttLink> link)
     : m_options(std::move(options)),
@@ -135,6 +138,7 @@ void MqttConnection::set_connected() {
   const std::lock_guard lock(m_mutex);
   if (m_stopping) return;
   change_connected(true);
+  ++m_connections;
   for (const auto& topic : m_subscriptions.filters()) send_subscribe(topic);
   send_kept();
   m_changed.notify_all();
@@ -188,6 +192,11 @@ void MqttConnection::change_connected(bool connected) {
   if (m_connected.exchange(connected) != connected && m_connection_observer) m_connection_observer();
 }
 
+TransportCounts MqttConnection::counts() const {
+  const std::lock_guard lock(m_mutex);
+  return {m_sent, m_dropped, m_connections > 0 ? m_connections - 1 : 0};
+}
+
 bool MqttConnection::on_delivery_thread() const {
   return t_delivering == this;
 }
@@ -208,11 +217,15 @@ int MqttConnection::publish(const std::string& topic, const Message& message, De
       int mid = 0;
       if (m_in_burst && !m_corked.exchange(true)) m_link->cork(true);
       code = m_link->publish(topic, message, mid);
-      if (code == MOSQ_ERR_SUCCESS) m_outbox.taken(mid, now);
+      if (code == MOSQ_ERR_SUCCESS) {
+        m_outbox.taken(mid, now);
+        ++m_sent;
+      }
       note_written();
     } else if (m_connected) {
       dropping_begins = !std::exchange(m_dropping, true);
     }
+    m_dropped += code != MOSQ_ERR_SUCCESS ? 1 : 0;
   }
   if (dropping_begins) LOG.warning("The broker takes no more messages: they are dropped");
   return -code;
@@ -228,7 +241,9 @@ void MqttConnection::end_burst() {
 void MqttConnection::send_kept() {
   m_outbox.send_kept(steady_now(), [this](const std::string& topic, const Message& message) {
     int mid = 0;
-    return m_link->publish(topic, message, mid) == MOSQ_ERR_SUCCESS ? mid : 0;
+    if (m_link->publish(topic, message, mid) != MOSQ_ERR_SUCCESS) return 0;
+    ++m_sent;
+    return mid;
   });
   note_written();
 }

@@ -26,6 +26,10 @@ class MqttConnection final {
  public:
   MqttConnection(MqttOptions options, std::unique_ptr<IMqttLink> link);
 
+  /// Before prepare().
+  void set_last_will(const std::string& topic, const Message& message) {
+    m_link->set_last_will(topic, message);
+  }
   [[nodiscard]] bool prepare() { return m_link->prepare(); }
   /// The body of the delivery thread; returns soon after request_stop().
   void run();
@@ -42,6 +46,7 @@ class MqttConnection final {
   [[nodiscard]] bool is_connected() const { return m_connected; }
   void on_connection_change(std::function<void()> observer);
   [[nodiscard]] bool on_delivery_thread() const;
+  [[nodiscard]] TransportCounts counts() const;
   [[nodiscard]] const MqttOptions& options() const { return m_options; }
 
   int publish(const std::string& topic, const Message& message, Delivery delivery);
@@ -80,6 +85,9 @@ class MqttConnection final {
   std::atomic<bool> m_corked{false};  // changed under the lock
   bool m_dropping = false;            // messages are refused because old ones are unwritten
   MqttOutbox m_outbox;
+  uint64_t m_sent = 0;
+  uint64_t m_dropped = 0;
+  uint64_t m_connections = 0;
   std::map<int, std::string> m_subscribing;  // mid to topic, until the broker answers
   std::set<int> m_unsubscribing;             // mids, likewise
 };

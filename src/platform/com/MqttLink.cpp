@@ -83,6 +83,7 @@ class MqttLink final : public IMqttLink, private mosqpp::mosquittopp {
   explicit MqttLink(const MqttOptions& options)
       : mosquittopp(options.client_name.c_str(), true), m_options(options) {}
 
+  void set_last_will(const std::string& topic, const Message& message) override;
   [[nodiscard]] bool prepare() override;
   [[nodiscard]] Failure establish(const std::function<bool()>& stopping) override;
   void wait(milliseconds timeout) override;
@@ -146,6 +147,12 @@ class MqttLink final : public IMqttLink, private mosqpp::mosquittopp {
   int m_written = 0;   // number of the last message written; 0: none since take_written()
   WakeUp m_wake;
 };
+
+void MqttLink::set_last_will(const std::string& topic, const Message& message) {
+  const int code = will_set(topic.c_str(), static_cast<int>(message.payload.size()), message.payload.data(),
+                            0, message.retained);
+  if (code != MOSQ_ERR_SUCCESS) LOG.error("No last will: ", mosqpp::strerror(code));
+}
 
 bool MqttLink::prepare() {
   if (!check_mqtt_files(m_options)) return false;

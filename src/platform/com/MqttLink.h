@@ -32,6 +32,8 @@ class IMqttLink {
   static constexpr size_t MAX_PAYLOAD = 268'435'455 - 65'537;
 
   virtual ~IMqttLink() = default;
+  /// Has the broker publish `message` if the connection ends without disconnect(). Before prepare().
+  virtual void set_last_will(const std::string& /*topic*/, const Message& /*message*/) {}
   /// Reads the files and gives the library credentials and TLS. On failure logs it and returns false.
   [[nodiscard]] virtual bool prepare() = 0;
   /// Logs in to the broker. Gives up, with any failure, soon after `stopping` returns true.

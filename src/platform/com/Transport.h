@@ -28,6 +28,13 @@ class ISubscriptionObserver {
   virtual void message(const std::string& topic, const Message& message) = 0;
 };
 
+/// What has been published since the client was created.
+struct TransportCounts {
+  uint64_t sent = 0;        ///< messages taken by the client library
+  uint64_t dropped = 0;     ///< messages that publish() refused
+  uint64_t reconnects = 0;  ///< connections after the first
+};
+
 enum class TransportType : int { MQTT = 0 };
 
 /// The fate of a message that cannot be sent now.
@@ -41,6 +48,8 @@ class ITransportClient {
  public:
   virtual ~ITransportClient() = default;
 
+  /// Has the broker publish `message` on `topic` if the connection ends without stop(). Before connect().
+  virtual void set_last_will(const std::string& /*topic*/, const Message& /*message*/) {}
   /// Prepares credentials and TLS. If that fails, for example because a file cannot be used, logs an ERROR
   /// and returns false; there will be no connection then.
   virtual bool connect() = 0;
@@ -75,6 +84,8 @@ class ITransportClient {
   /// such an observer called it. Returns false if nobody had subscribed the topic.
   virtual bool unsubscribe(const std::string& topic) = 0;
 
+  [[nodiscard]] virtual TransportCounts counts() const { return {}; }
+
   /// Returns how long to wait for a retained variable.
   [[nodiscard]] virtual std::chrono::milliseconds read_timeout() const = 0;
 };
@@ -90,6 +101,9 @@ class Burst {
  private:
   ITransportClient& m_client;
 };
+
+/// Returns true if messages can be published on `topic`: valid UTF-8 text without wildcards.
+[[nodiscard]] bool is_publish_topic(const std::string& topic);
 
 /// Creates a client of the given type from the keys host, port, client_name, username, password_file, tls_ca,
 /// tls_cert, tls_key, connect_timeout_ms and var_timeout_ms. For a value that makes no sense, logs an ERROR
