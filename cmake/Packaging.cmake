@@ -30,6 +30,7 @@ endfunction()
 
 satnavd_install_program(satnavd ${CMAKE_INSTALL_SBINDIR} 8 satnavd)
 satnavd_install_program(satnav-tap ${CMAKE_INSTALL_BINDIR} 1 satnavd)
+satnavd_install_program(satnav-check ${CMAKE_INSTALL_BINDIR} 1 satnavd)
 satnavd_install_program(gnss-sim ${CMAKE_INSTALL_BINDIR} 1 sim)
 satnavd_install_program(ecu-sim ${CMAKE_INSTALL_BINDIR} 1 sim)
 
@@ -100,7 +101,8 @@ Reads a u-blox receiver on a serial port, assembles one fix per navigation
 epoch and publishes it over MQTT and as CAN signal groups. Configures and
 supervises the receiver.
 
-satnav-tap, the viewer of the bus, is included.")
+satnav-tap, the viewer of the bus, and satnav-check, which looks for mistakes
+in the configuration and on the unit, are included.")
 
 set(CPACK_DEBIAN_SIM_PACKAGE_NAME satnavd-sim)
 set(CPACK_DEBIAN_SIM_DESCRIPTION "simulated receiver and control unit for satnavd
