@@ -58,7 +58,7 @@ TEST(CheckTest, FindsTwentyMistakesAtOnce) {
       {"raw_cmd_post[1] = 2447505156542A31", "it is sent as it is", "does not begin with B5 62"},
       {"raw_cmd_post[2] = B56206080100FFFF", "it is sent as it is",
        "says 1 bytes of payload, but there are 0"},
-      {"raw_cmd_post[3] = B56206080110" + std::string(2 * (4097 + 2), '0'), "it is sent as it is",
+      {"raw_cmd_post[3] = B56206080110" + std::string(2UL * (4097 + 2), '0'), "it is sent as it is",
        "too long"},
       {"signal_database = " + database, "the built-in one", "bad.dbc line 2: expected a signal name"},
       {"tls_ca = /no/such/file", "no connection is made", "cannot be read or is empty"},
