@@ -8,7 +8,6 @@
 
 #include "tools/tap/CanFrame.h"
 #include "tools/tap/Decode.h"
-#include "tools/tap/Lines.h"
 
 namespace ecu::koru::tap {
 
@@ -32,7 +31,7 @@ bool CanLog::open() {
   return m_fd >= 0;
 }
 
-std::vector<std::string> CanLog::topics() {
+std::vector<std::string> CanLog::topics() const {
   std::vector<std::string> out;
   for (const auto& group : rt::SignalAdapter::instance().database()->groups()) {
     for (const auto& topic : {group.tx_topic, group.rx_topic}) {
@@ -42,12 +41,17 @@ std::vector<std::string> CanLog::topics() {
   return out;
 }
 
-void CanLog::message(const std::string& topic, const com::Message& message) {
-  if (message.retained || m_failed.raised()) return;
-  const Decoded decoded = decode(topic, message.payload);
+void CanLog::take(const Arrival& arrival) {
+  if (arrival.retained) return;
+  const Decoded decoded = decode(arrival.topic, arrival.payload);
   if (!decoded.group.is_valid()) return;
-  const auto& interface = topic.starts_with(OEM_TOPICS) ? m_options.oem_interface : m_options.interface;
-  write(candump_line(wall_us_of(message.timestamp_ns), interface, decoded.group, m_options.source_address));
+  const auto& interface =
+      arrival.topic.starts_with(OEM_TOPICS) ? m_options.oem_interface : m_options.interface;
+  write(candump_line(arrival.wall_us, interface, decoded.group, m_options.source_address));
+}
+
+std::string CanLog::problem() const {
+  return m_error != 0 ? cannot_write(m_options.file, m_error) : std::string();
 }
 
 void CanLog::write(std::string_view line) {
@@ -56,7 +60,7 @@ void CanLog::write(std::string_view line) {
     if (written < 0 && errno == EINTR) continue;
     if (written <= 0) {
       m_error = written < 0 ? errno : ENOSPC;
-      m_failed.raise();
+      finish();
       return;
     }
     line.remove_prefix(static_cast<size_t>(written));

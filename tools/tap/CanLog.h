@@ -6,15 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/com/Transport.h"
-#include "tools/common/StopSignals.h"
+#include "tools/tap/Output.h"
 
 namespace ecu::koru::tap {
 
 /// Writes every signal group that travels as a CAN frame to a candump-style log, each line at once. Leaves
-/// out retained messages, which are old, and groups that cannot be unpacked. message() runs on the
-/// transport's delivery thread.
-class CanLog final : public com::ISubscriptionObserver {
+/// out retained messages, which are old, and groups that cannot be unpacked.
+class CanLog final : public Output {
  public:
   struct Options {
     std::string file;                       ///< replaced if it exists
@@ -28,25 +26,19 @@ class CanLog final : public com::ISubscriptionObserver {
   CanLog(const CanLog&) = delete;
   CanLog& operator=(const CanLog&) = delete;
 
-  /// Creates the file. Returns false if that fails; error() then says why.
-  [[nodiscard]] bool open();
-  /// Returns the topics to subscribe to: every topic of the signal database in use.
-  [[nodiscard]] static std::vector<std::string> topics();
-
-  void message(const std::string& topic, const com::Message& message) override;
-
-  /// Is raised if a line could not be written. Nothing is written after that.
-  [[nodiscard]] const tool::Event& failed() const { return m_failed; }
-  /// Returns the errno of a failure to create or write the file; 0 if there was none.
-  [[nodiscard]] int error() const { return m_error; }
+  /// Returns every topic of the signal database in use.
+  [[nodiscard]] std::vector<std::string> topics() const override;
+  /// Creates the file.
+  [[nodiscard]] bool open() override;
+  void take(const Arrival& arrival) override;
+  [[nodiscard]] std::string problem() const override;
 
  private:
   void write(std::string_view line);
 
   const Options m_options;
   int m_fd = -1;
-  tool::Event m_failed;
-  std::atomic<int> m_error = 0;
+  std::atomic<int> m_error = 0;  // errno of a failure to create or write the file
 };
 
 }  // namespace ecu::koru::tap

@@ -1,21 +1,10 @@
 #pragma once
 
-#include <cstdint>
-#include <span>
 #include <string>
-#include <string_view>
 
-#include "tools/tap/Decode.h"
+#include "tools/tap/Arrival.h"
 
 namespace ecu::koru::tap {
-
-struct Arrival {
-  std::string_view topic;
-  std::span<const uint8_t> payload;
-  int64_t wall_us = 0;   ///< system clock, since 1970
-  uint64_t boot_ns = 0;  ///< since boot
-  bool retained = false;
-};
 
 /// Returns one JSON object, pure ASCII, without a line feed:
 ///   time        of arrival, "2026-11-21T10:15:30.123456Z"
@@ -31,8 +20,5 @@ struct Arrival {
 /// shown with units, a signal group as group_text(). A hex dump of the first 256 bytes follows a message that
 /// cannot be decoded. With `sentences`, the sentences of a fix follow it, one indented line each.
 [[nodiscard]] std::string human_line(const Arrival& arrival, bool sentences);
-
-/// Converts a time since boot to the present system clock, us since 1970.
-[[nodiscard]] int64_t wall_us_of(uint64_t boot_ns);
 
 }  // namespace ecu::koru::tap

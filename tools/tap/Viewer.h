@@ -3,40 +3,36 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <vector>
 
-#include "platform/com/Transport.h"
-#include "tools/common/StopSignals.h"
+#include "tools/tap/Output.h"
 
 namespace ecu::koru::tap {
 
-/// Writes every received message to standard output, each flushed. message() runs on the transport's delivery
-/// thread: a slow reader of the output slows the delivery down, and the broker drops messages, so that no
-/// queue grows here.
-class Viewer final : public com::ISubscriptionObserver {
+/// Writes every message to standard output, each flushed. A slow reader of the output slows the delivery
+/// down, and the broker drops messages, so that no queue grows here.
+class Viewer final : public Output {
  public:
-  struct Style {
+  struct Options {
+    std::vector<std::string> topics{"system/#", "rt/#", "systime/#"};
     bool json = false;
     bool sentences = false;
     uint64_t count = 0;  ///< ends after that many messages; 0: never
   };
 
-  explicit Viewer(const Style& style) : m_style(style) {}
+  explicit Viewer(Options options) : m_options(std::move(options)) {}
 
-  void message(const std::string& topic, const com::Message& message) override;
+  [[nodiscard]] std::vector<std::string> topics() const override { return m_options.topics; }
+  void take(const Arrival& arrival) override;
+  [[nodiscard]] std::string problem() const override;
 
-  /// Is raised after the last message of the count, or if the output cannot be written.
-  [[nodiscard]] const tool::Event& finished() const { return m_finished; }
+  /// Returns how many messages were written.
   [[nodiscard]] uint64_t seen() const { return m_seen; }
-  /// Returns the errno of a failed write; 0 if there was none or only the reader went away.
-  [[nodiscard]] int write_error() const { return m_write_error; }
 
  private:
-  const Style m_style;
-  tool::Event m_finished;
+  const Options m_options;
   std::atomic<uint64_t> m_seen = 0;
-  std::atomic<int> m_write_error = 0;
-  uint64_t m_last_ns = 0;  // arrival of the newest message
-  std::string m_last_topic;
+  std::atomic<int> m_write_error = 0;  // an errno; 0 if only the reader went away
 };
 
 }  // namespace ecu::koru::tap

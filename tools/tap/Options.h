@@ -1,0 +1,24 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "tools/common/BusConnection.h"
+#include "tools/tap/CanLog.h"
+#include "tools/tap/Viewer.h"
+
+namespace ecu::koru::tap {
+
+/// The command line of satnav-tap: where the messages come from, and one part for each output.
+struct Options {
+  tool::BusOptions bus{.program = "satnav-tap"};
+  std::string signal_database;
+  double seconds = 0;  ///< ends after so many; 0: no limit
+  Viewer::Options viewer;
+  CanLog::Options can_log;
+};
+
+/// Adds every option. `options` must outlive `app`.
+void add_options(CLI::App& app, Options& options);
+
+}  // namespace ecu::koru::tap
