@@ -99,6 +99,7 @@ Command read_variable(std::string_view rest) {
 Command read_parameter(std::string_view rest) {
   const uint32_t id = parameter_id(take_word(rest, " \t="));
   const std::string_view value = take_word(rest, " \t:");
+  if (value.empty()) refuse("bytes in hex after the parameter id", value);
   if (!rest.empty() && rest != "nootaid") refuse("nootaid or nothing", rest);
   return SetParameter{.id = id, .value = hex_bytes(value), .has_otaid = rest.empty()};
 }

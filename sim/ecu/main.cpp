@@ -3,6 +3,7 @@
 #include <iostream>
 #include <optional>
 
+#include "platform/base/Logging.h"
 #include "sim/ecu/BridgeSession.h"
 #include "sim/ecu/Session.h"
 #include "tools/common/Options.h"
@@ -44,15 +45,25 @@ announced only with --keep; the end of standard input ends only the commands):
     R"(Exit status: 0 when everything was published; 1 when the broker cannot be reached or does not take it; 2 for
 wrong options and a broken command in the file. With --bridge 1 also when the signal database cannot be used.)";
 
-void add_repeatable(CLI::App& app, const char* name, std::vector<std::string>& values, const char* help) {
-  app.add_option(name, values, help)->type_size(1)->allow_extra_args(false);
+/// Adds a repeatable option whose values look like `form`, such as "NAME=TEXT".
+void add_repeatable(CLI::App& app, const char* name, std::vector<std::string>& values,
+                    const std::string& form, const std::string& help) {
+  const auto check = [form](const std::string& text) {
+    return text.find('=') == std::string::npos
+               ? "expected " + form + ", found '" + logging::escaped(text) + "'"
+               : std::string();
+  };
+  app.add_option(name, values, form + ": " + help)
+      ->check(CLI::Validator(check, ""))
+      ->type_size(1)
+      ->allow_extra_args(false);
 }
 
 void add_options(CLI::App& app, Options& options) {
   tool::add_bus_options(app, options.bus);
-  add_repeatable(app, "--var", options.variables, "NAME=TEXT: an ECU variable, repeatable");
-  add_repeatable(app, "--param", options.parameters,
-                 "ID=HEX[:nootaid]: a system parameter's value bytes, like 0xA00F=01, repeatable");
+  add_repeatable(app, "--var", options.variables, "NAME=TEXT", "an ECU variable, repeatable");
+  add_repeatable(app, "--param", options.parameters, "ID=HEX[:nootaid]",
+                 "a system parameter's value bytes, like 0xA00F=01, repeatable");
   app.add_option("--timezone", options.time_zone,
                  "+HH:MM[,summer][,source=user], or none: the zone is not known");
   app.add_option("--blackout", options.blackout, "on or off: radio silence");

@@ -27,6 +27,7 @@ bool read_file(std::unique_ptr<Configuration>& config, const BusOptions& options
   logging::configure_logging("ERROR");
   const bool good = config->verify();
   logging::configure_logging("WARNING");
+  if (!good) std::cerr << options.program << ": " << options.config_file << " is not a configuration\n";
   return good;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "VersionText.h"
 #include "platform/rt/DbcReader.h"
 #include "platform/rt/Signals.h"
 
@@ -20,6 +21,14 @@ std::string check_client_name(const std::string& name) {
                     (name.empty() ||
                      mosquitto_validate_utf8(name.data(), static_cast<int>(name.size())) == MOSQ_ERR_SUCCESS);
   return good ? std::string() : "not a text in UTF-8 of at most 65535 bytes";
+}
+
+std::string complaint(const CLI::App& app, std::string_view text) {
+  return app.get_name() + ": " + std::string(text) + "\nRun with --help for more information.\n";
+}
+
+std::string failure_text(const CLI::App* app, const CLI::Error& error) {
+  return complaint(*app, error.what());
 }
 
 }  // namespace
@@ -61,6 +70,8 @@ bool use_signal_database(const CLI::App& app, const std::string& file) {
 }
 
 std::optional<int> parse_options(CLI::App& app, int argc, char** argv) {
+  app.set_version_flag("--version", app.get_name() + " " + SATNAVD_VERSION_TEXT, "Print the version and end");
+  app.failure_message(failure_text);
   try {
     app.parse(argc, argv);
     return std::nullopt;
@@ -70,7 +81,7 @@ std::optional<int> parse_options(CLI::App& app, int argc, char** argv) {
 }
 
 int wrong_options(const CLI::App& app, std::string_view text) {
-  std::cerr << app.get_name() << ": " << text << "\nRun with --help for more information.\n";
+  std::cerr << complaint(app, text);
   return EXIT_WRONG_OPTIONS;
 }
 
