@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <stdexcept>
 
 namespace ecu::koru::sim {
 namespace {
@@ -23,10 +24,29 @@ constexpr std::array<Command, 7> COMMANDS{
      {"mute on", [](Receiver& r, int64_t) { r.set_mute(true); }},
      {"mute off", [](Receiver& r, int64_t) { r.set_mute(false); }}}};
 
+struct ShareCommand {
+  std::string_view name;  // the share follows
+  double FaultOptions::*fault;
+};
+constexpr std::array<ShareCommand, 2> SHARE_COMMANDS{
+    {{"drop ", &FaultOptions::drop}, {"corrupt ", &FaultOptions::corrupt}}};
+
 std::string printable(std::string_view text) {
   std::string result;
   for (const char c : text) result += c >= 0x20 && c < 0x7F ? c : '?';
   return result;
+}
+
+std::optional<std::string> set_share(const ShareCommand& command, std::string_view line, Receiver& receiver,
+                                     int64_t now_us) {
+  try {
+    const double share = parse_share(line.substr(command.name.size()));
+    receiver.advance_to(now_us);
+    receiver.set_fault(command.fault, share);
+    return std::nullopt;
+  } catch (const std::invalid_argument& error) {
+    return "command \"" + printable(line) + "\": " + error.what();
+  }
 }
 
 }  // namespace
@@ -40,8 +60,12 @@ std::optional<std::string> carry_out(std::string_view line, Receiver& receiver, 
     command.carry_out(receiver, now_us);
     return std::nullopt;
   }
+  for (const ShareCommand& command : SHARE_COMMANDS)
+    if (line.starts_with(command.name)) return set_share(command, line, receiver, now_us);
   std::string known;
-  for (const Command& command : COMMANDS) known += (known.empty() ? "" : ", ") + std::string(command.text);
+  for (const Command& command : COMMANDS) known += std::string(command.text) + ", ";
+  for (const ShareCommand& command : SHARE_COMMANDS) known += std::string(command.name) + "P, ";
+  known.resize(known.size() - 2);
   return "unknown command \"" + printable(line) + "\"; there are " + known;
 }
 

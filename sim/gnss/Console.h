@@ -10,8 +10,8 @@
 
 namespace ecu::koru::sim {
 
-/// Carries out "power-cycle", "reset", "antenna ok|open|short" or "mute on|off" at that time. Ignores an
-/// empty line. Returns an error text for the user if the line is anything else.
+/// Carries out "power-cycle", "reset", "antenna ok|open|short", "mute on|off", "drop P" or "corrupt P" at
+/// that time. Ignores an empty line. Returns an error text for the user if the line is anything else.
 [[nodiscard]] std::optional<std::string> carry_out(std::string_view line, Receiver& receiver, int64_t now_us);
 
 class Console {

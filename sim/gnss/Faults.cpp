@@ -24,10 +24,8 @@ Number parse_number(std::string_view text) {
 }
 
 template <double FaultOptions::*fault>
-void parse_share(std::string_view text, FaultOptions& options) {
-  options.*fault = parse_number<double>(text);
-  if (!(options.*fault >= 0.0 && options.*fault <= 1.0))
-    throw std::invalid_argument(std::string(text) + " is not within 0 to 1");
+void read_share(std::string_view text, FaultOptions& options) {
+  options.*fault = parse_share(text);
 }
 
 void parse_silence(std::string_view text, FaultOptions& options) {
@@ -85,17 +83,17 @@ struct FaultRow {
   void (*parse)(std::string_view value, FaultOptions& options);
 };
 constexpr FaultRow FAULT_ROWS[] = {
-    {"drop", '=', false, parse_share<&FaultOptions::drop>},
-    {"corrupt", '=', false, parse_share<&FaultOptions::corrupt>},
-    {"split", '=', false, parse_share<&FaultOptions::split>},
+    {"drop", '=', false, read_share<&FaultOptions::drop>},
+    {"corrupt", '=', false, read_share<&FaultOptions::corrupt>},
+    {"split", '=', false, read_share<&FaultOptions::split>},
     {"silence", '=', false, parse_silence},
     {"seed", '=', false, [](auto text, auto& o) { o.seed = parse_number<uint64_t>(text); }},
     {"mute", 0, false, [](auto, auto& o) { o.mute = true; }},
     {"nak", '=', true, parse_nak},
     {"late", '=', false, parse_late},
-    {"lose", '=', false, parse_share<&FaultOptions::lose>},
+    {"lose", '=', false, read_share<&FaultOptions::lose>},
     {"newer", 0, false, [](auto, auto& o) { o.newer = true; }},
-    {"garbage-ubx", '=', false, parse_share<&FaultOptions::garbage_ubx>},
+    {"garbage-ubx", '=', false, read_share<&FaultOptions::garbage_ubx>},
     {"power-cycle", '@', true, [](auto text, auto& o) { o.power_cycles_s.push_back(parse_time(text)); }},
     {"reset-to", '=', false, parse_reset_to},
     {"antenna", '=', true, parse_antenna},
@@ -128,6 +126,12 @@ void parse_item(std::string_view item, std::vector<std::string_view>& seen, Faul
 }
 
 }  // namespace
+
+double parse_share(std::string_view text) {
+  const auto share = parse_number<double>(text);
+  if (share >= 0.0 && share <= 1.0) return share;
+  throw std::invalid_argument(std::string(text) + " is not within 0 to 1");
+}
 
 FaultOptions parse_faults(std::string_view text) {
   FaultOptions options;

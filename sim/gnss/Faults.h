@@ -48,6 +48,9 @@ struct FaultOptions {
 /// with a text for the user if a fault is unknown, given twice or out of range.
 [[nodiscard]] FaultOptions parse_faults(std::string_view text);
 
+/// Returns a share of 0 to 1. Throws std::invalid_argument with a text for the user otherwise.
+[[nodiscard]] double parse_share(std::string_view text);
+
 /// Random numbers. A seed gives the same numbers on every machine and compiler.
 class Random {
  public:
@@ -67,6 +70,9 @@ class Faults {
  public:
   explicit Faults(const FaultOptions& options)
       : m_options(options), m_random(options.seed), m_ubx_random(~options.seed) {}
+
+  /// Changes a fault's share, 0 to 1, from the next decision on.
+  void set_share(double FaultOptions::*fault, double share) { m_options.*fault = share; }
 
   struct Verdict {
     bool dropped = false;

@@ -8,6 +8,7 @@
 #include <map>
 #include <set>
 
+#include "VersionText.h"
 #include "sim/gnss/Files.h"
 #include "sim/gnss/LineEnds.h"
 #include "sim/gnss/Receiver.h"
@@ -30,7 +31,8 @@ constexpr const char* FAULTS_HELP =
     "antenna=ok|open|short[@SECONDS]. reset-to=BAUD (after a power cycle the receiver is as new and has this "
     "speed, but for what was saved in its flash). seed=N (default 1)";
 constexpr const char* FOOTER =
-    "Commands on standard input, one a line: power-cycle, reset, antenna ok|open|short, mute on|off.";
+    "Commands on standard input, one a line: power-cycle, reset, antenna ok|open|short, mute on|off, "
+    "drop P, corrupt P (P: the share of the sentences from now on, 0 to 1).";
 
 struct Texts {
   std::string route, utc, faults, replay, gsv = "auto", nmea = "4.0";
@@ -45,7 +47,9 @@ void add_drive_options(CLI::App& app, Texts& texts, ReceiverOptions& receiver, C
     return app.add_option(name, value, help)->excludes(replay);
   };
   add("--route", texts.route,
-      "GPX (trkpt) or CSV (lat,lon,alt[,speed km/h]) file to drive, instead of the built-in one");
+      "GPX (trkpt) or CSV (lat,lon,alt[,speed km/h]) file to drive, instead of the built-in one: with its "
+      "times or speeds, without them at 50 km/h; then straight back to its start at the mean speed, and "
+      "again");
   add("--rate", receiver.rate_hz, "epochs a second")->check(CLI::Range(1, 10))->capture_default_str();
   add("--utc", texts.utc, "UTC at the start, such as 2026-11-21T10:15:30Z (default: the machine's)");
   app.add_flag("--no-fix", receiver.no_fix, "no satellites: the sentences hold the time only")
@@ -126,6 +130,12 @@ std::vector<Constellation> constellations_of(const std::vector<std::string>& nam
   return result;
 }
 
+Route reported_route(const std::string& path) {
+  const LoadedRoute loaded = load_route(path);
+  std::cerr << "gnss-sim: " << path << ": " << loaded.drive << '\n';
+  return loaded.route;
+}
+
 /// Reports lines that an editor or a mail program has changed, because no host can take them for sentences.
 std::shared_ptr<const Recording> load_recording(const std::string& path, bool crlf) {
   std::string bytes = read_file(path);
@@ -143,7 +153,7 @@ void interpret(const Texts& texts, ProgramOptions& options) {
   ReceiverOptions& receiver = options.receiver;
   if (!texts.utc.empty()) options.utc_us = utc_of(texts.utc);
   if (!texts.faults.empty()) receiver.faults = parse_faults(texts.faults);
-  if (!texts.route.empty()) receiver.route = load_route(texts.route);
+  if (!texts.route.empty()) receiver.route = reported_route(texts.route);
   if (!texts.replay.empty()) receiver.recording = load_recording(texts.replay, texts.crlf);
   SentenceOptions& sentences = receiver.sentences;
   sentences.version = texts.nmea == "4.10" ? NmeaVersion::v4_10 : NmeaVersion::v4_0;
@@ -162,6 +172,8 @@ ParsedOptions parse_options(int argc, const char* const* argv) {
   Texts texts;
   CLI::App app("A simulated satellite receiver behind a pseudo-terminal. Prints the device's path first.",
                "gnss-sim");
+  app.set_version_flag("--version", std::string("gnss-sim ") + SATNAVD_VERSION_TEXT,
+                       "prints the version and ends");
   add_options(app, texts, options);
   try {
     app.parse(argc, argv);

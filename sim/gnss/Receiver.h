@@ -118,6 +118,9 @@ class Receiver {
   /// While true, commands are ignored. Takes effect at the present time.
   void set_mute(bool mute) { m_mute = mute; }
 
+  /// Changes the share of a fault of sentences from the next burst on, also in a recording.
+  void set_fault(double FaultOptions::*fault, double share) { m_faults.set_share(fault, share); }
+
   [[nodiscard]] unsigned baud() const { return m_line.baud(); }
   /// Returns the settings in use, with unsaved changes.
   [[nodiscard]] const Settings& settings() const { return m_control.settings(); }

@@ -43,6 +43,7 @@ class Route {
   /// Returns the state `seconds` after the start. At its end the route begins again.
   [[nodiscard]] RouteState at(double seconds) const;
   [[nodiscard]] double duration_s() const;
+  [[nodiscard]] double length_m() const { return m_length_m; }
   [[nodiscard]] const RoutePoint& end() const { return m_end; }
 
  private:

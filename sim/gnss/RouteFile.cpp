@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "sim/gnss/Files.h"
+#include "sim/gnss/Text.h"
 #include "sim/gnss/Utc.h"
 
 namespace ecu::koru::sim {
@@ -44,14 +45,29 @@ double number(std::string_view text, const std::string& what, const std::string&
   return *value;
 }
 
+constexpr double DEFAULT_SPEED_MS = 50.0 / 3.6;  // if the file has neither times nor speeds
+
 void add_leg(Route& route, const Sample& from, const Sample& to) {
   if (from.time_s && to.time_s) return route.drive_in(to.point, *to.time_s - *from.time_s);
   if (from.speed_ms && to.speed_ms) return route.drive(to.point, *from.speed_ms, *to.speed_ms);
-  constexpr double DEFAULT_SPEED_MS = 50.0 / 3.6;  // if the file has neither times nor speeds
   route.drive(to.point, DEFAULT_SPEED_MS, DEFAULT_SPEED_MS);
 }
 
-Route build(const std::vector<Sample>& samples, const std::string& file) {
+/// Describes a route that is not closed yet.
+std::string describe(const Route& there, const Route& closed, const Sample& sample) {
+  if (there.length_m() <= 0) return "one place, where the vehicle stands";
+  const auto km = [](double metres) { return decimal(metres / 1000, 2) + " km"; };
+  const std::string pace = sample.time_s     ? "with the file's times"
+                           : sample.speed_ms ? "with the file's speeds"
+                                             : "at " + decimal(DEFAULT_SPEED_MS * 3.6, 0) + " km/h";
+  std::string text = km(there.length_m()) + " in " + decimal(there.duration_s(), 1) + " s " + pace;
+  if (const double back_m = closed.length_m() - there.length_m(); back_m > 0)
+    text += ", then straight back to the start, " + km(back_m) + " at the mean speed of " +
+            decimal(there.length_m() / there.duration_s() * 3.6, 1) + " km/h";
+  return text + "; again and again";
+}
+
+LoadedRoute build(const std::vector<Sample>& samples, const std::string& file) {
   size_t line = samples.front().line;
   try {
     Route route(samples.front().point);
@@ -59,8 +75,9 @@ Route build(const std::vector<Sample>& samples, const std::string& file) {
       line = samples[i].line;
       add_leg(route, samples[i - 1], samples[i]);
     }
+    const Route there = route;
     route.close();
-    return route;
+    return {route, describe(there, route, samples.front())};
   } catch (const std::invalid_argument& e) {
     throw FileError(file, line, e.what());
   }
@@ -170,7 +187,7 @@ class GpxReader {
       if (!tag.closing) begin(tag);
       if (tag.closing || tag.empty) finish(tag.line);
     } else if (m_inside && tag.closing && tag.name == "ele") {
-      m_current.point.altitude_m = number(tag.text_before, "the elevation", m_file, tag.line);
+      read_elevation(tag);
     } else if (m_inside && tag.closing && tag.name == "time") {
       read_time(tag);
     }
@@ -191,6 +208,12 @@ class GpxReader {
     m_current.point = {number(attribute(tag.attributes, "lat"), "attribute lat", m_file, tag.line),
                        number(attribute(tag.attributes, "lon"), "attribute lon", m_file, tag.line), altitude};
   }
+  void read_elevation(const TagScanner::Tag& tag) {
+    m_current.point.altitude_m = number(tag.text_before, "the elevation", m_file, tag.line);
+    if (!m_has_elevation)
+      for (Sample& earlier : m_samples) earlier.point.altitude_m = m_current.point.altitude_m;
+    m_has_elevation = true;
+  }
   void read_time(const TagScanner::Tag& tag) {
     const auto time_us = parse_iso8601(trimmed(tag.text_before));
     if (!time_us) throw FileError(m_file, tag.line, "not a time: " + std::string(trimmed(tag.text_before)));
@@ -208,6 +231,7 @@ class GpxReader {
   std::vector<Sample> m_samples;
   Sample m_current;
   bool m_inside = false;
+  bool m_has_elevation = false;  // a point has had one
 };
 
 std::vector<std::string_view> split(std::string_view text, char separator) {
@@ -262,14 +286,14 @@ class Columns {
   bool m_from_header = false;
 };
 
-Route parse_gpx(std::string_view text, const std::string& name) {
+LoadedRoute parse_gpx(std::string_view text, const std::string& name) {
   TagScanner scanner(text, name);
   GpxReader reader(name);
   while (const auto tag = scanner.next()) reader.on_tag(*tag);
   return build(reader.take(scanner.line()), name);
 }
 
-Route parse_csv(std::string_view text, const std::string& name) {
+LoadedRoute parse_csv(std::string_view text, const std::string& name) {
   std::vector<Sample> samples;
   std::optional<Columns> columns;
   size_t line = 0;
@@ -287,7 +311,7 @@ Route parse_csv(std::string_view text, const std::string& name) {
 
 }  // namespace
 
-Route load_route(const std::string& path) {
+LoadedRoute load_route(const std::string& path) {
   const std::string bytes = read_file(path);
   std::string_view text = bytes;
   if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);

@@ -114,6 +114,28 @@ TEST_F(ToolsTest, ARecordingThatLostItsCrIsPlayedAsItIsOrRepaired) {
   }
 }
 
+TEST_F(ToolsTest, ARouteIsDescribedAndItsFaultsCanBeSwitched) {
+  const auto route = folder.write("route.gpx",
+                                  R"(<gpx><trkpt lat="48" lon="10"/><trkpt lat="48.01" lon="10"><ele>500</ele>
+                                     </trkpt></gpx>)");
+  const auto simulator = receiver(
+      {"--rate", "10", "--route", route, "--show", "--fault", "drop=1", "--utc", "2026-11-21T10:15:30Z"});
+  EXPECT_THAT(simulator->err(),
+              HasSubstr("route.gpx: 1.11 km in 80.1 s at 50.0 km/h, then straight back to the "
+                        "start, 1.11 km at the mean speed of 50.0 km/h; again and again\n"));
+  const int port = open(device.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+  ASSERT_TRUE(simulator->wait_for_output("10:15:31.500Z", PATIENCE_MS));
+  EXPECT_THAT(simulator->out(), HasSubstr(" 500.0 m accuracy")) << "the elevation before the first one";
+  std::string heard(4096, '\0');
+  EXPECT_LT(read(port, heard.data(), heard.size()), 0);
+  simulator->write_stdin("drop 1.5\ncorrupt 1\ndrop 0\n");
+  ASSERT_TRUE(eventually([&] { return read(port, heard.data(), heard.size()) > 0; }, PATIENCE_MS));
+  close(port);
+  expect_end(*simulator);
+  EXPECT_THAT(simulator->err(), AllOf(HasSubstr("gnss-sim: command \"drop 1.5\": 1.5 is not within 0 to 1\n"),
+                                      ContainsRegex("[0-9]+ dropped, [1-9][0-9]* corrupted, 0 split")));
+}
+
 TEST_F(ToolsTest, WrongOptionsAreExplained) {
   const auto unit = folder.write("unit.txt", "var a b\nvar\n");
   const auto database = folder.write("bad.dbc", "BO_ 1 X: 8 Y\nSG_\n");
@@ -129,6 +151,11 @@ TEST_F(ToolsTest, WrongOptionsAreExplained) {
       {{"satnav-tap", "--signal-database", database}, 1, "satnav-tap: signal database "},
       {{"satnav-tap", "--can-log", "/no/folder/file"}, 1, "cannot write /no/folder/file: No such file"},
       {{"ecu-sim", "--bridge", "localhost", "localhost:0"}, 2, "expected HOST[:PORT][/PREFIX]"},
+      {{"ecu-sim", "--var", "hasgnss"}, 2, "ecu-sim: --var: expected NAME=TEXT, found 'hasgnss'"},
+      {{"ecu-sim", "--param", "0xA00F"}, 2, "ecu-sim: --param: expected ID=HEX[:nootaid], found '0xA00F'"},
+      {{"ecu-sim", "--param", "0xA00F=:nootaid"}, 2, "ecu-sim: param: expected bytes in hex after the"},
+      {{"satnav-check", "--nonsense"}, 2, "satnav-check: The following argument was not expected"},
+      {{"satnav-tap", "--config", route}, 2, "route.csv is not a configuration"},
       {{"ecu-sim", "--file", unit}, 2, "unit.txt line 2: var: expected a variable's name"},
       {{"gnss-sim", "--fault", "drop=1.5"}, 2, "fault drop: 1.5 is not within 0 to 1"},
       {{"gnss-sim", "--route", route}, 2, "route.csv:2: column lon is not a number: ten"},
