@@ -1,5 +1,5 @@
 # Defines what is installed where, and the Debian packages that cpack makes of it: `satnavd` for the unit, `satnavd-sim`
-# with the simulators for a bench.
+# with the simulators for a bench, `satnavd-dev` for those who write or debug other programs of the bus.
 include(GNUInstallDirs)
 
 set(packaging ${CMAKE_SOURCE_DIR}/packaging)
@@ -43,9 +43,24 @@ install(FILES ${packaging}/satnavd.udev DESTINATION ${SATNAVD_UDEV_DIR} RENAME 6
 install(FILES ${packaging}/satnavd.sysusers DESTINATION lib/sysusers.d RENAME satnavd.conf COMPONENT satnavd)
 install(DIRECTORY ${packaging}/examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/satnavd COMPONENT satnavd)
 
-set(CPACK_COMPONENTS_ALL satnavd sim)
+satnavd_install_gzip(${packaging}/man/satnavd-bus.7 ${CMAKE_INSTALL_MANDIR}/man7 satnavd-bus.7 satnavd)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/satnavd COMPONENT satnavd
+        FILES_MATCHING PATTERN "*.md")
+
+install(FILES ${CMAKE_SOURCE_DIR}/src/proto/nvxproto.proto ${CMAKE_SOURCE_DIR}/signals/satnavd.dbc
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/satnavd-dev COMPONENT dev)
+include(CMakePackageConfigHelpers)
+write_basic_package_version_file(${packaging_made}/satnavdConfigVersion.cmake COMPATIBILITY SameMajorVersion
+                                 ARCH_INDEPENDENT)
+install(FILES ${packaging}/dev/satnavdConfig.cmake ${packaging_made}/satnavdConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/cmake/satnavd COMPONENT dev)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/satnavd-dev COMPONENT dev
+        USE_SOURCE_PERMISSIONS PATTERN ".*" EXCLUDE PATTERN "__pycache__" EXCLUDE)
+
+set(CPACK_COMPONENTS_ALL satnavd sim dev)
 set(package_of_satnavd satnavd)
 set(package_of_sim satnavd-sim)
+set(package_of_dev satnavd-dev)
 foreach(component ${CPACK_COMPONENTS_ALL})
   set(doc ${CMAKE_INSTALL_DATADIR}/doc/${package_of_${component}})
   install(FILES ${packaging}/deb/copyright DESTINATION ${doc} COMPONENT ${component})
@@ -109,6 +124,14 @@ set(CPACK_DEBIAN_SIM_DESCRIPTION "simulated receiver and control unit for satnav
 gnss-sim is a satellite receiver behind a pseudo-terminal, with faults on
 request; ecu-sim publishes what the rest of the unit would and joins two
 units as the vehicle's CAN does. For a bench, not for the vehicle.")
+
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME satnavd-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS "protobuf-compiler")
+set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "cmake, g++, libmosquitto-dev, libprotobuf-dev, pkg-config, python3-paho-mqtt, python3-protobuf, tshark | wireshark")
+set(CPACK_DEBIAN_DEV_DESCRIPTION "messages of satnavd for other programs on its bus
+The protobuf messages, the signal database (DBC), a CMake package, and
+examples in C++ and Python that read the fixes.")
 
 # The libraries for a cross build: dpkg-shlibdeps looks them up in the package database of the build machine, which
 # knows none of the target's. scripts/check-package checks that this list names the same ones.
