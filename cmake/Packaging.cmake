@@ -15,7 +15,7 @@ function(satnavd_install_gzip source destination name component)
     COMMAND ${CMAKE_COMMAND} -E make_directory ${packaging_made}/${component}
     COMMAND gzip -9nc ${source} > ${made}
     DEPENDS ${source} VERBATIM)
-  set_property(GLOBAL APPEND PROPERTY satnavd_gzipped ${made})
+  set_property(GLOBAL APPEND PROPERTY satnavd_packaged ${made})
   install(FILES ${made} DESTINATION ${destination} COMPONENT ${component})
 endfunction()
 
@@ -57,6 +57,21 @@ install(FILES ${packaging}/dev/satnavdConfig.cmake ${packaging_made}/satnavdConf
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/satnavd-dev COMPONENT dev
         USE_SOURCE_PERMISSIONS PATTERN ".*" EXCLUDE PATTERN "__pycache__" EXCLUDE)
 
+# Wireshark looks for scripts in this folder, which has the architecture in its name.
+set(plugin ${packaging_made}/dev/satnavd.lua)
+set(descriptors ${packaging_made}/dev/nvxproto.desc)
+add_custom_command(OUTPUT ${plugin}
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${packaging_made}/dev
+  COMMAND protobuf::protoc -I ${CMAKE_SOURCE_DIR}/src/proto --descriptor_set_out=${descriptors} nvxproto.proto
+  COMMAND ${CMAKE_COMMAND} -D DESCRIPTORS_FILE=${descriptors} -D DATABASE_FILE=${CMAKE_SOURCE_DIR}/signals/satnavd.dbc
+          -D TEMPLATE=${packaging}/wireshark/satnavd.lua.in -D OUTPUT=${plugin}
+          -P ${CMAKE_SOURCE_DIR}/cmake/WiresharkPlugin.cmake
+  DEPENDS ${packaging}/wireshark/satnavd.lua.in ${CMAKE_SOURCE_DIR}/cmake/WiresharkPlugin.cmake
+          ${CMAKE_SOURCE_DIR}/src/proto/nvxproto.proto ${CMAKE_SOURCE_DIR}/signals/satnavd.dbc
+  VERBATIM)
+set_property(GLOBAL APPEND PROPERTY satnavd_packaged ${plugin})
+install(FILES ${plugin} DESTINATION lib/${CMAKE_LIBRARY_ARCHITECTURE}/wireshark/plugins COMPONENT dev)
+
 set(CPACK_COMPONENTS_ALL satnavd sim dev)
 set(package_of_satnavd satnavd)
 set(package_of_sim satnavd-sim)
@@ -67,8 +82,8 @@ foreach(component ${CPACK_COMPONENTS_ALL})
   satnavd_install_gzip(${packaging}/deb/changelog ${doc} changelog ${component})
 endforeach()
 
-get_property(gzipped GLOBAL PROPERTY satnavd_gzipped)
-add_custom_target(satnavd_packaging ALL DEPENDS ${gzipped})
+get_property(packaged GLOBAL PROPERTY satnavd_packaged)
+add_custom_target(satnavd_packaging ALL DEPENDS ${packaged})
 
 # Sets `result` to Debian's name of the architecture that the compiler builds for.
 function(debian_architecture result)
@@ -130,8 +145,8 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS "protobuf-compiler")
 set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "cmake, g++, libmosquitto-dev, libprotobuf-dev, pkg-config, python3-paho-mqtt, python3-protobuf, tshark | wireshark")
 set(CPACK_DEBIAN_DEV_DESCRIPTION "messages of satnavd for other programs on its bus
-The protobuf messages, the signal database (DBC), a CMake package, and
-examples in C++ and Python that read the fixes.")
+The protobuf messages, the signal database (DBC), a CMake package, examples in
+C++ and Python that read the fixes, and a dissector for Wireshark.")
 
 # The libraries for a cross build: dpkg-shlibdeps looks them up in the package database of the build machine, which
 # knows none of the target's. scripts/check-package checks that this list names the same ones.

@@ -88,6 +88,8 @@ class Tap {
     EXPECT_TRUE(eventually([&] { return broker.log().find(name) != std::string::npos; }, PATIENCE_MS));
   }
 
+  /// Returns everything that it has printed.
+  [[nodiscard]] std::string text() const { return m_process.out(); }
   /// Returns all messages so far, oldest first.
   const std::vector<nlohmann::json>& fixes() {
     const std::string text = m_process.out();
