@@ -67,11 +67,14 @@ const std::vector<Column> COLUMNS = {
     {"_ws.expert.message", "", "/error"},
 };
 
-/// Returns a number with so many decimals as both programs print, anything else as it is.
+/// Returns a number as both programs print it, anything else as it is.
 std::string normalised(const std::string& text) {
   char* end = nullptr;
   const double number = std::strtod(text.c_str(), &end);
-  return text.empty() || *end != '\0' ? text : std::to_string(std::llround(number * 1e4));
+  if (text.empty() || *end != '\0') return text;
+  std::ostringstream out;
+  out << std::setprecision(20) << (number == std::floor(number) ? number : static_cast<float>(number));
+  return out.str();
 }
 
 /// Returns the values of a column that satnav-tap has shown.
