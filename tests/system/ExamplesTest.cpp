@@ -16,8 +16,8 @@ std::string newest(Tap& tap) {
   if (last == messages.rend()) return {};
   const json& fix = (*last)["body"];
   char line[100];
-  std::snprintf(line, sizeof line, "%.3f %.6f %.6f %.1f km/h\n", fix["utc_time_us"].get<double>() / 1e6,
-                fix["latitude"].get<float>(), fix["longitude"].get<float>(), fix["speed"].get<float>());
+  (void)std::snprintf(line, sizeof line, "%.3f %.6f %.6f %.1f km/h\n", fix["utc_time_us"].get<double>() / 1e6,
+                      fix["latitude"].get<float>(), fix["longitude"].get<float>(), fix["speed"].get<float>());
   return line;
 }
 
@@ -31,7 +31,7 @@ TEST_F(ExamplesTest, PrintTheFixesAndSurviveCorruptMessages) {
   Tap tap(broker);
   const Words address{"127.0.0.1", std::to_string(broker.port())};
   Process cpp({EXAMPLE_CPP, address[0], address[1]});
-  Process python({"env", "PYTHONDONTWRITEBYTECODE=1", "PYTHONPATH=" EXAMPLE_PYTHON_MESSAGES,
+  Process python({"env", "PYTHONDONTWRITEBYTECODE=1", std::string("PYTHONPATH=") + EXAMPLE_PYTHON_MESSAGES,
                   "/usr/bin/python3", EXAMPLE_PYTHON, address[0], address[1]});
   const auto all_subscribed = [&] { return occurrences(broker.log(), "Received SUBSCRIBE from auto-") == 2; };
   ASSERT_TRUE(eventually(all_subscribed, PATIENCE_MS)) << cpp.err() << python.err();

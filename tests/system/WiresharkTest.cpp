@@ -92,7 +92,8 @@ Words shown(const std::string& output, const Column& column) {
 
 /// Returns the values of each column that tshark finds in a capture.
 std::vector<Words> dissected(const std::string& capture) {
-  Words command{"tshark", "-r", capture, "-X", "lua_script:" DISSECTOR, "-T", "fields", "-E", "aggregator=|"};
+  Words command{"tshark", "-r",     capture, "-X",          std::string("lua_script:") + DISSECTOR,
+                "-T",     "fields", "-E",    "aggregator=|"};
   for (const auto& column : COLUMNS) command.insert(command.end(), {"-e", column.field});
   Process tshark(command);
   EXPECT_EQ(tshark.wait_for_exit(PATIENCE_MS), 0) << tshark.err();
