@@ -1,7 +1,6 @@
 #include "tools/tap/Lines.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 
@@ -9,6 +8,7 @@
 #include "platform/base/Time.h"
 #include "tools/tap/Fields.h"
 #include "tools/tap/GroupView.h"
+#include "tools/tap/IsoTime.h"
 
 namespace ecu::koru::tap {
 
@@ -40,29 +40,12 @@ std::string ns_as_seconds(uint64_t ns) {
   return out;
 }
 
-/// Returns "2026-11-21T10:15:30.123456Z" with 1 to 6 decimals of the second.
-std::string iso_time(int64_t us_since_1970, int digits) {
-  using namespace std::chrono;
-  const sys_time<microseconds> time{microseconds(us_since_1970)};
-  const auto day = floor<days>(time);
-  const year_month_day date(day);
-  const hh_mm_ss clock(time - day);
-  char out[64];
-  const int length =
-      std::snprintf(out, sizeof out, "%04d-%02u-%02uT%02d:%02d:%02d.%06d", static_cast<int>(date.year()),
-                    static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                    static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                    static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
-  return std::string(out, static_cast<size_t>(length - (6 - digits))) + "Z";
-}
-
 std::string degrees(float value, char positive, char negative) {
   return text(decimal(std::fabs(value), 6), ' ', std::signbit(value) ? negative : positive);
 }
 
 std::string utc(uint64_t us) {
-  constexpr uint64_t YEAR_10000_US = 253'402'300'800'000'000;
-  return us < YEAR_10000_US ? iso_time(static_cast<int64_t>(us), 3) : text("utc ", us, " us");
+  return us < uint64_t{YEAR_10000_US} ? iso_time(static_cast<int64_t>(us), 3) : text("utc ", us, " us");
 }
 
 /// Returns "time  position  speed  course  ..." of a fix. Absent fields are left out.
