@@ -164,7 +164,10 @@ TEST_F(SatnavdExposure, WhatTheToolsWriteIsForTheirOwner) {
   const std::string can_log = folder.write("can", ""), trace = folder / "trace",
                     sentences = folder.write("sentences", "");
   const auto simulator = receiver({"--baud", "57600", "--trace", trace, "--sentence-trace", sentences});
-  const Process tap(tool({"satnav-tap", "--can-log", can_log}, broker));
+  Process cautious({program("satnav-tap"), "--can-log", can_log});
+  EXPECT_EQ(cautious.wait_for_exit(PATIENCE_MS), 1);
+  EXPECT_THAT(cautious.err(), HasSubstr("cannot write " + can_log + ": File exists; --force replaces it\n"));
+  const Process tap(tool({"satnav-tap", "--force", "--can-log", can_log}, broker));
   const auto service = satnavd("disable_hw_init = false\nbaud_rate = 57600\n");
   for (const auto& file : {can_log, trace, sentences}) {
     EXPECT_TRUE(eventually([&] { return !text_of(file).empty(); }, PATIENCE_MS)) << file;
@@ -176,9 +179,13 @@ TEST_F(SatnavdExposure, WhatTheToolsWriteIsForTheirOwner) {
   const auto is_asked = [&] { return text_of(trace).find(" host> CFG-PRT") != std::string::npos; };
   EXPECT_TRUE(eventually(is_asked, PATIENCE_MS)) << service->err();
   std::filesystem::create_symlink(folder / "target", folder / "link");
-  for (const Words& argv :
-       {Words{"satnav-tap", "--can-log"}, {"gnss-sim", "--trace"}, {"gnss-sim", "--sentence-trace"}}) {
-    Process refused({program(argv[0]), argv[1], folder / "link"});
+  for (const Words& argv : {Words{"satnav-tap", "--force", "--can-log"},
+                            {"gnss-sim", "--trace"},
+                            {"gnss-sim", "--sentence-trace"}}) {
+    Words refusing{argv};
+    refusing[0] = program(argv[0]);
+    refusing.push_back(folder / "link");
+    Process refused(refusing);
     EXPECT_NE(refused.wait_for_exit(PATIENCE_MS), 0);
     EXPECT_THAT(refused.err(), HasSubstr("symbolic links"));
   }

@@ -76,6 +76,7 @@ void add_options(CLI::App& app, Options& options) {
       ->check(CLI::Range(0.001, 1e9) & tool::not_nan());
   tool::add_signal_database_option(app, options.signal_database);
   add_can_log_options(app, options.can_log);
+  app.add_flag("--force", options.force, "Replace files that exist already");
 }
 
 }  // namespace ecu::koru::tap

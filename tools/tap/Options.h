@@ -14,6 +14,7 @@ struct Options {
   tool::BusOptions bus{.program = "satnav-tap"};
   std::string signal_database;
   double seconds = 0;  ///< ends after so many; 0: no limit
+  bool force = false;  ///< files that exist are replaced
   Viewer::Options viewer;
   CanLog::Options can_log;
 };

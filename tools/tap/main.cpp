@@ -81,7 +81,8 @@ int run(const CLI::App& app, const tap::Options& options) {
   const auto viewer = std::make_shared<tap::Viewer>(options.viewer);
   // The viewer comes last: then every shown message is in the log even if --count ends the program.
   Outputs outputs;
-  if (!options.can_log.file.empty()) outputs.push_back(std::make_shared<tap::CanLog>(options.can_log));
+  if (!options.can_log.file.empty())
+    outputs.push_back(std::make_shared<tap::CanLog>(options.can_log, options.force));
   outputs.push_back(viewer);
 
   const auto bus = tool::BusConnection::create(options.bus);

@@ -1,0 +1,65 @@
+#include "tools/tap/OutputFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "tools/tap/Output.h"
+
+namespace ecu::koru::tap {
+
+OutputFile::~OutputFile() {
+  if (m_fd >= 0) ::close(m_fd);
+}
+
+bool OutputFile::open() {
+  constexpr mode_t OWNER_ONLY = 0600;
+  const int how = m_replace ? O_TRUNC | O_NOFOLLOW : O_EXCL;  // the latter does not follow links either
+  m_fd = ::open(m_name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | how, OWNER_ONLY);
+  if (m_fd < 0) m_error = errno;
+  struct stat status {};
+  if (m_fd >= 0 && ::fstat(m_fd, &status) == 0 && S_ISREG(status.st_mode))
+    static_cast<void>(::fchmod(m_fd, OWNER_ONLY));  // the file may have existed already
+  return m_fd >= 0;
+}
+
+bool OutputFile::append(std::string_view lasting, std::string_view tail) {
+  if (m_error != 0) return false;
+  const off_t begin = ::lseek(m_fd, -static_cast<off_t>(m_tail.size()), SEEK_CUR);
+  if (begin < 0 && !m_tail.empty()) {
+    m_error = errno;  // a pipe takes lines, but not what is overwritten later
+    return false;
+  }
+  m_error = write(std::string(lasting).append(tail));
+  if (m_error == 0) {
+    m_tail = tail;
+  } else if (begin >= 0) {
+    restore(begin);
+  }
+  return m_error == 0;
+}
+
+std::string OutputFile::problem() const {
+  if (m_error == 0) return {};
+  return cannot_write(m_name, m_error) + (m_error == EEXIST ? "; --force replaces it" : "");
+}
+
+int OutputFile::write(std::string_view text) const {
+  while (!text.empty()) {
+    const ssize_t written = ::write(m_fd, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return written < 0 ? errno : ENOSPC;
+    text.remove_prefix(static_cast<size_t>(written));
+  }
+  return 0;
+}
+
+void OutputFile::restore(off_t end) const {
+  // There is room for the tail: it was there before. Nothing else helps if this fails, as on /dev/full.
+  [[maybe_unused]] const bool restored = ::lseek(m_fd, end, SEEK_SET) == end && write(m_tail) == 0 &&
+                                         ::ftruncate(m_fd, end + static_cast<off_t>(m_tail.size())) == 0;
+}
+
+}  // namespace ecu::koru::tap
