@@ -76,6 +76,8 @@ void add_options(CLI::App& app, Options& options) {
       ->check(CLI::Range(0.001, 1e9) & tool::not_nan());
   tool::add_signal_database_option(app, options.signal_database);
   add_can_log_options(app, options.can_log);
+  add_nmea_options(app, options.nmea);
+  add_export_options(app, options.exports);
   app.add_flag("--force", options.force, "Replace files that exist already");
 }
 

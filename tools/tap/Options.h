@@ -5,6 +5,8 @@
 
 #include "tools/common/BusConnection.h"
 #include "tools/tap/CanLog.h"
+#include "tools/tap/Export.h"
+#include "tools/tap/NmeaOptions.h"
 #include "tools/tap/Viewer.h"
 
 namespace ecu::koru::tap {
@@ -17,6 +19,8 @@ struct Options {
   bool force = false;  ///< files that exist are replaced
   Viewer::Options viewer;
   CanLog::Options can_log;
+  NmeaOptions nmea;
+  ExportOptions exports;
 };
 
 /// Adds every option. `options` must outlive `app`.

@@ -83,7 +83,10 @@ int run(const CLI::App& app, const tap::Options& options) {
   Outputs outputs;
   if (!options.can_log.file.empty())
     outputs.push_back(std::make_shared<tap::CanLog>(options.can_log, options.force));
-  outputs.push_back(viewer);
+  for (const auto& [format, file] : options.exports)
+    outputs.push_back(std::make_shared<tap::Export>(format, file, options.force));
+  for (const auto& output : tap::make_nmea_outputs(options.nmea)) outputs.push_back(output);
+  if (!options.nmea.print) outputs.push_back(viewer);
 
   const auto bus = tool::BusConnection::create(options.bus);
   if (bus == nullptr) return tool::EXIT_WRONG_OPTIONS;

@@ -1,0 +1,56 @@
+#include "tools/tap/Export.h"
+
+#include <set>
+
+#include "tools/common/Options.h"
+#include "tools/tap/Decode.h"
+#include "tools/tap/Sentences.h"
+
+namespace ecu::koru::tap {
+
+namespace {
+
+void refuse_same_file_twice(const ExportOptions& options) {
+  std::set<std::string> files;
+  for (const auto& [format, file] : options) {
+    if (!files.insert(file).second)
+      throw CLI::ValidationError("--export", "two exports to the same file: " + file);
+  }
+}
+
+}  // namespace
+
+void add_export_options(CLI::App& app, ExportOptions& options) {
+  const auto keep = [&options](const ExportOptions& given) {
+    refuse_same_file_twice(given);
+    options = given;
+  };
+  app.add_option_function<ExportOptions>(
+         "--export", keep,
+         "Write the valid fixes to a file as a track, repeatable: csv, gpx or kml, and the file's name")
+      ->type_name("FORMAT FILE")
+      ->check(CLI::IsMember(track_formats()).application_index(0))
+      ->check(tool::file_name().application_index(1))
+      ->allow_extra_args(false);
+}
+
+std::vector<std::string> Export::topics() const {
+  return {std::string(FIX_TOPIC)};
+}
+
+bool Export::open() {
+  const Piece start = m_format->begin();
+  return m_file.open() && m_file.append(start.lasting, start.tail);
+}
+
+void Export::take(const Arrival& arrival) {
+  if (arrival.retained) return;
+  const Decoded decoded = decode(arrival.topic, arrival.payload);
+  const auto* const data = std::get_if<pb::GnssData>(&decoded.body);
+  const auto fix = data != nullptr ? valid_fix(*data) : std::nullopt;
+  if (!fix) return;
+  const Piece piece = m_format->add(*fix, m_segments.number(*fix, arrival.boot_ns));
+  if (!m_file.append(piece.lasting, piece.tail)) finish();
+}
+
+}  // namespace ecu::koru::tap

@@ -1,0 +1,140 @@
+#include "tools/tap/Fix.h"
+
+#include <charconv>
+#include <cmath>
+#include <utility>
+
+#include "tools/tap/Fields.h"
+#include "tools/tap/IsoTime.h"
+#include "tools/tap/Sentences.h"
+
+namespace ecu::koru::tap {
+
+namespace {
+
+constexpr int VALID_AND_DATED = 3;  // GnssData.status
+
+std::optional<double> number(std::string_view text) {
+  double value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  const bool good = error == std::errc{} && end == text.data() + text.size() && std::isfinite(value);
+  return good ? std::optional(value) : std::nullopt;
+}
+
+std::optional<double> finite(bool present, float value) {
+  return present && std::isfinite(value) ? std::optional<double>(value) : std::nullopt;
+}
+
+/// Reads "4818.30056","N". `degree_digits`: before the minutes.
+std::optional<double> degrees(std::string_view text, std::string_view side, size_t degree_digits) {
+  if (text.size() < degree_digits + 2 || (side != "N" && side != "S" && side != "E" && side != "W"))
+    return std::nullopt;
+  const auto whole = number(text.substr(0, degree_digits));
+  const auto minutes = number(text.substr(degree_digits));
+  if (!whole || !minutes) return std::nullopt;
+  const double value = *whole + *minutes / 60;
+  return side == "S" || side == "W" ? -value : value;
+}
+
+/// Returns latitude and longitude of the GGA sentence; empty if there is none.
+std::optional<std::pair<double, double>> position_of_gga(const pb::GnssData& data) {
+  const auto gga = find_sentence(data, "GGA");
+  if (gga.size() < 6) return std::nullopt;
+  const auto latitude = degrees(gga[2], gga[3], 2);
+  const auto longitude = degrees(gga[4], gga[5], 3);
+  return latitude && longitude ? std::optional(std::pair(*latitude, *longitude)) : std::nullopt;
+}
+
+/// Returns latitude and longitude: the exact ones of the sentence, unless they are not those of the message.
+std::pair<double, double> position(const pb::GnssData& data) {
+  constexpr double SAME_DEG = 1e-4;  // several times the step of a float near 180
+  const std::pair<double, double> sent = {data.latitude(), data.longitude()};
+  const auto exact = position_of_gga(data);
+  const bool same = exact && std::fabs(exact->first - sent.first) < SAME_DEG &&
+                    std::fabs(exact->second - sent.second) < SAME_DEG;
+  return same ? *exact : sent;
+}
+
+std::optional<double> pdop(const pb::GnssData& data) {
+  constexpr size_t PDOP = 15;  // after mode, fix and twelve satellites
+  const auto gsa = find_sentence(data, "GSA");
+  return gsa.size() > PDOP ? number(gsa[PDOP]) : std::nullopt;
+}
+
+std::string_view kind(const pb::GnssData& data) {
+  constexpr std::string_view BY_QUALITY[] = {"", "", "dgps", "", "dgps", "dgps"};  // 4 and 5: RTK
+  constexpr std::string_view BY_DIMENSIONS[] = {"", "", "2d", "3d"};
+  constexpr int ESTIMATED = 6;
+  const auto quality = static_cast<size_t>(data.quality());
+  if (quality < std::size(BY_QUALITY) && !BY_QUALITY[quality].empty()) return BY_QUALITY[quality];
+  const bool known = data.quality() < ESTIMATED && data.fix() < std::size(BY_DIMENSIONS);
+  return known ? BY_DIMENSIONS[data.fix()] : std::string_view();
+}
+
+bool is_dated_and_on_earth(const pb::GnssData& data) {
+  return data.status() == VALID_AND_DATED && data.has_utc_time_us() &&
+         data.utc_time_us() < uint64_t{YEAR_10000_US} && data.has_latitude() && data.has_longitude() &&
+         std::fabs(data.latitude()) <= 90 && std::fabs(data.longitude()) <= 180;
+}
+
+template <std::optional<double> Fix::*MEMBER, int DECIMALS>
+std::string decimal_text(const Fix& fix) {
+  const auto& value = fix.*MEMBER;
+  return value ? decimal(*value, DECIMALS) : std::string();
+}
+
+template <std::optional<int> Fix::*MEMBER>
+std::string whole_text(const Fix& fix) {
+  const auto& value = fix.*MEMBER;
+  return value ? std::to_string(*value) : std::string();
+}
+
+constexpr Property PROPERTIES[] = {
+    {"altitude_m", decimal_text<&Fix::altitude_m, 1>},
+    {"speed_kmh", decimal_text<&Fix::speed_kmh, 2>},
+    {"course_deg", decimal_text<&Fix::course_deg, 2>},
+    {"fix", [](const Fix& fix) { return std::string(fix.kind); }},
+    {"quality", whole_text<&Fix::quality>},
+    {"satellites", whole_text<&Fix::satellites>},
+    {"accuracy_m", decimal_text<&Fix::accuracy_m, 1>},
+    {"hdop", decimal_text<&Fix::hdop, 2>},
+    {"vdop", decimal_text<&Fix::vdop, 2>},
+    {"pdop", decimal_text<&Fix::pdop, 2>},
+};
+
+}  // namespace
+
+std::optional<Fix> valid_fix(const pb::GnssData& data) {
+  if (!is_dated_and_on_earth(data)) return std::nullopt;
+  constexpr double LAST_EAST_DEG = 180 - 5e-8;  // from here on it would be written as 180
+  const auto [latitude, longitude] = position(data);
+  return Fix{.utc_us = static_cast<int64_t>(data.utc_time_us()),
+             .latitude_deg = latitude,
+             .longitude_deg = longitude < LAST_EAST_DEG ? longitude : -180,
+             .altitude_m = finite(data.has_altitude(), data.altitude()),
+             .speed_kmh = finite(data.has_speed(), data.speed()),
+             .course_deg = finite(data.has_heading(), data.heading()),
+             .accuracy_m = finite(data.has_accuracy(), data.accuracy()),
+             .hdop = finite(data.has_hdop(), data.hdop()),
+             .vdop = finite(data.has_vdop(), data.vdop()),
+             .pdop = pdop(data),
+             .satellites = data.has_num_satellites() && data.num_satellites() >= 0
+                               ? std::optional<int>(data.num_satellites())
+                               : std::nullopt,
+             .quality = data.has_quality() ? std::optional<int>(data.quality()) : std::nullopt,
+             .kind = kind(data)};
+}
+
+std::span<const Property> properties() {
+  return PROPERTIES;
+}
+
+unsigned Segments::number(const Fix& fix, uint64_t boot_ns) {
+  const bool went_back = boot_ns < m_boot_ns || fix.utc_us < m_utc_us;
+  if (m_number == 0 || went_back || boot_ns - m_boot_ns > GAP_NS) ++m_number;
+  m_boot_ns = boot_ns;
+  m_utc_us = fix.utc_us;
+  return m_number;
+}
+
+}  // namespace ecu::koru::tap
