@@ -15,14 +15,14 @@ struct Fix {
   int64_t utc_us = 0;  ///< since 1970
   double latitude_deg = 0;
   double longitude_deg = 0;  ///< -180 to below 180
-  std::optional<double> altitude_m;
-  std::optional<double> speed_kmh;
-  std::optional<double> course_deg;
-  std::optional<double> accuracy_m;
-  std::optional<double> hdop, vdop, pdop;
-  std::optional<int> satellites;  ///< used in the solution
-  std::optional<int> quality;     ///< of the GGA sentence
-  std::string_view kind;          ///< "2d", "3d", "dgps" for a corrected one, or empty if it is not known
+  std::optional<double> altitude_m = {};
+  std::optional<double> speed_kmh = {};
+  std::optional<double> course_deg = {};
+  std::optional<double> accuracy_m = {};
+  std::optional<double> hdop = {}, vdop = {}, pdop = {};
+  std::optional<int> satellites = {};  ///< used in the solution
+  std::optional<int> quality = {};     ///< of the GGA sentence
+  std::string_view kind = {};  ///< "2d", "3d", "dgps" for a corrected one, or empty if it is not known
 };
 
 /// Returns the fix of a message; empty if it is not valid and dated, or if a number of it makes no sense.

@@ -33,8 +33,8 @@ void add_nmea_options(CLI::App& app, NmeaOptions& options) {
 
 std::vector<std::shared_ptr<Output>> make_nmea_outputs(const NmeaOptions& options) {
   std::vector<std::shared_ptr<Output>> out;
-  if (options.tcp) out.push_back(std::make_shared<NmeaServer>(*options.tcp));
   if (!options.terminal_link.empty()) out.push_back(std::make_shared<NmeaTerminal>(options.terminal_link));
+  if (options.tcp) out.push_back(std::make_shared<NmeaServer>(*options.tcp));
   if (options.print) out.push_back(std::make_shared<NmeaPrinter>());
   return out;
 }
