@@ -22,7 +22,8 @@ with the reason and a hex dump. Ends on Ctrl-C and when nobody reads the output 
 
 constexpr const char* FOOTER =
     R"(Exit status: 0; 1 when the broker cannot be reached, when the signal database cannot be read, when the output or
-the CAN log cannot be written, or when --count is given and nothing at all arrives; 2 for wrong options.)";
+a file cannot be written, when the port or link cannot be had, or when --count is given and nothing at all arrives;
+2 for wrong options.)";
 
 /// Serves the outputs until one of them takes no more, the time is over, the reader of standard output goes
 /// away or a signal comes.
