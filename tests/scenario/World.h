@@ -107,6 +107,7 @@ class ScenarioTime final : public ecu::koru::ITimeSource {
     return woken;
   }
   [[nodiscard]] timeval wall() const override { return m_clock.wall(); }
+  [[nodiscard]] int64_t wall_ns() const override { return m_clock.wall_ns(); }
   [[nodiscard]] bool set_wall(const timeval& now) override { return m_clock.set_wall(now); }
 
   [[nodiscard]] int64_t now_us() const { return (steady_ns() - START_NS) / 1000; }

@@ -62,6 +62,7 @@ class SystemTime final : public ITimeSource {
     gettimeofday(&now, nullptr);
     return now;
   }
+  [[nodiscard]] int64_t wall_ns() const override { return read_clock(CLOCK_REALTIME); }
   [[nodiscard]] bool set_wall(const timeval& now) override { return settimeofday(&now, nullptr) == 0; }
 };
 

@@ -33,6 +33,8 @@ class ITimeSource {
   virtual bool wait_ns(WakeUp& wake, int64_t ns) = 0;
   /// Returns the system clock (gettimeofday), UTC.
   [[nodiscard]] virtual timeval wall() const = 0;
+  /// Returns the system clock (CLOCK_REALTIME), UTC, ns since 1970.
+  [[nodiscard]] virtual int64_t wall_ns() const = 0;
   /// Sets the system clock (settimeofday). Returns false, with the reason in errno, if that is refused.
   [[nodiscard]] virtual bool set_wall(const timeval& now) = 0;
 };
@@ -51,6 +53,7 @@ class VirtualTime final : public ITimeSource {
   void wait_ns(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, int64_t ns) override;
   bool wait_ns(WakeUp& wake, int64_t ns) override;
   [[nodiscard]] timeval wall() const override;
+  [[nodiscard]] int64_t wall_ns() const override { return m_now_ns.load() + m_wall_offset_us.load() * 1000; }
   [[nodiscard]] bool set_wall(const timeval& now) override;
 
   void advance(int64_t ns);
