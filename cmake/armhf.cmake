@@ -12,8 +12,10 @@ endif()
 
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 # The baseline that every machine of Debian's armhf has. time_t and off_t have 64 bits, so dates do not end in 2038. The
-# sysroot's libraries may differ in this, as none of their interfaces used here passes either type.
+# sysroot's libraries differ in this. Of their interfaces used here only libpcap's passes such a type: files that include
+# it get these options.
 set(CMAKE_CXX_FLAGS_INIT "-march=armv7-a+fp -mfloat-abi=hard -mthumb -D_TIME_BITS=64 -D_FILE_OFFSET_BITS=64")
+set(SATNAVD_LIBRARY_TIME -U_TIME_BITS)
 
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -32,8 +32,9 @@ void BaudRate::tryNext() {
   m_baud_current = BAUD_RATES[next < NUM_HUNTED ? next : 0].code;
 }
 
-unsigned BaudRate::bitsPerSecond() const {
-  return std::ranges::find(BAUD_RATES, m_baud_current, &Baud::code)->bits_per_second;
+unsigned BaudRate::bitsPerSecond(speed_t code) {
+  const auto* const rate = std::ranges::find(BAUD_RATES, code, &Baud::code);
+  return rate != BAUD_RATES.end() ? rate->bits_per_second : 0;
 }
 
 }  // namespace ecu::koru::gpspub

@@ -12,7 +12,9 @@ class BaudRate {
   /// Moves on to the next speed of the hunting order; the first one follows the last.
   void tryNext();
   [[nodiscard]] speed_t code() const { return m_baud_current; }
-  [[nodiscard]] unsigned bitsPerSecond() const;
+  [[nodiscard]] unsigned bitsPerSecond() const { return bitsPerSecond(m_baud_current); }
+  /// Returns the speed of a code in bit/s; 0 if it is not supported.
+  [[nodiscard]] static unsigned bitsPerSecond(speed_t code);
   /// Returns the speed in bit/s, but 9600 for 4800, which has no place in the hunting order.
   [[nodiscard]] unsigned hunted() const { return m_baud_current == B4800 ? 9600 : bitsPerSecond(); }
 

@@ -15,7 +15,6 @@ namespace ecu::koru::gpspub {
 
 namespace {
 
-constexpr unsigned char IDLE = 0xFF;
 constexpr int POLL_LEN = 8;
 constexpr int LONGEST_POLL_SLICE_US = 100'000;
 constexpr int POLL_TRANSFER_US = 8'000;  // part of a slice kept for the transfer
@@ -43,15 +42,15 @@ int64_t nowNs() {
 }
 
 bool isIdle(std::span<const unsigned char> bytes) {
-  return std::all_of(bytes.begin(), bytes.end(), [](unsigned char byte) { return byte == IDLE; });
+  return std::all_of(bytes.begin(), bytes.end(), [](unsigned char byte) { return byte == SPI::FILL; });
 }
 
 }  // namespace
 
 SPI::SPI(std::unique_ptr<IDeviceFiles> device)
     : m_device(std::move(device)),
-      m_tx_buffer(static_cast<size_t>(m_spi_buffer_size), IDLE),
-      m_rx_buffer(static_cast<size_t>(m_spi_buffer_size), IDLE) {
+      m_tx_buffer(static_cast<size_t>(m_spi_buffer_size), FILL),
+      m_rx_buffer(static_cast<size_t>(m_spi_buffer_size), FILL) {
   m_transfer.tx_buf = reinterpret_cast<uintptr_t>(m_tx_buffer.data());
   m_transfer.rx_buf = reinterpret_cast<uintptr_t>(m_rx_buffer.data());
 }
@@ -294,7 +293,7 @@ void SPI::readAhead() {
 }
 
 int SPI::clockIn(int len) {
-  std::fill_n(m_tx_buffer.begin(), len, IDLE);
+  std::fill_n(m_tx_buffer.begin(), len, FILL);
   return transfer(len);
 }
 

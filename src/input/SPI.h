@@ -30,6 +30,8 @@ class SPI final : public BufferedInput {
  public:
   /// The path of a receiver on this bus.
   static constexpr std::string_view DEVICE = "/dev/spidev2.0";
+  /// Both ends send this byte while they have nothing to say.
+  static constexpr unsigned char FILL = 0xFF;
 
   /// Uses the real bus.
   SPI() : SPI(makeDeviceFiles()) {}

@@ -1,0 +1,169 @@
+#include "input/LinkRecorder.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "platform/base/Time.h"
+#include "wire/ServiceLog.h"
+
+namespace ecu::koru::gpspub {
+
+namespace {
+
+using linkrecord::EventKind;
+using linkrecord::Status;
+
+constexpr int64_t NS_PER_US = 1'000;
+constexpr int64_t LONGEST_HELD_NS = 1'000'000'000;
+constexpr mode_t OWNER_ONLY = 0600;
+
+std::span<const uint8_t> bytesOf(std::string_view text) {
+  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+/// The callers' failures are in errno while they record.
+class KeepErrno {
+ public:
+  KeepErrno() = default;
+  ~KeepErrno() { errno = m_errno; }
+  KeepErrno(const KeepErrno&) = delete;
+  KeepErrno& operator=(const KeepErrno&) = delete;
+
+ private:
+  const int m_errno = errno;
+};
+
+/// Returns true for a pcap file with times in ns, in this machine's byte order. So no other file than a
+/// recording is ever moved away, whatever the key names.
+bool isRecording(const std::string& path) {
+  constexpr uint32_t MAGIC = 0xA1B23C4D;
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) return false;
+  uint32_t magic = 0;
+  const bool is_recording = ::read(fd, &magic, sizeof magic) == sizeof magic && magic == MAGIC;
+  ::close(fd);
+  return is_recording;
+}
+
+/// Moves a recording that is there to "PATH.1". Returns the reason if the path must not be written.
+std::string moveAway(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0 || S_ISCHR(status.st_mode)) return {};
+  if (!S_ISREG(status.st_mode)) return "it is not a regular file";
+  if (status.st_size == 0) return {};
+  if (!isRecording(path)) return "it exists and is not a recording";
+  return std::rename(path.c_str(), (path + ".1").c_str()) == 0 ? std::string() : std::strerror(errno);
+}
+
+/// Opens a file that is only its owner's. Returns null with the reason in errno.
+std::FILE* create(const std::string& path) {
+  constexpr int FLAGS = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  const int fd = ::open(path.c_str(), FLAGS, OWNER_ONLY);
+  if (fd < 0) return nullptr;
+  struct stat status {};
+  if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
+    static_cast<void>(::fchmod(fd, OWNER_ONLY));  // an empty file may have been there already
+  std::FILE* const file = ::fdopen(fd, "wb");
+  if (file == nullptr) ::close(fd);
+  return file;
+}
+
+}  // namespace
+
+LinkRecorder::~LinkRecorder() {
+  if (m_file && !m_file->flush()) fail(std::strerror(errno));
+}
+
+void LinkRecorder::opened(unsigned baud) {
+  record(Status{Status::Kind::OPENED, baud});
+  m_is_open = true;
+  m_baud = baud;
+}
+
+void LinkRecorder::rateSet(unsigned baud) {
+  if (baud == m_baud) return;
+  record(Status{Status::Kind::RATE, baud});
+  m_baud = baud;
+}
+
+void LinkRecorder::closed() {
+  m_is_open = false;
+  record(Status{Status::Kind::CLOSED});
+}
+
+void LinkRecorder::record(const Status& status) {
+  record(EventKind::STATUS_CHANGE, bytesOf(linkrecord::textOf(status)));
+}
+
+void LinkRecorder::record(EventKind kind, std::span<const uint8_t> payload) {
+  if (m_failed) return;
+  const KeepErrno keep_errno;
+  if (!m_file) {
+    m_begin_ns = m_flushed_ns = time_source().steady_ns();
+    if (!begin()) return;
+    LOG.info("records the receiver's link in ", logging::escaped(m_options.path));
+  }
+  if (makeRoom(payload.size()) && write(kind, payload)) static_cast<void>(flush(time_source().steady_ns()));
+}
+
+bool LinkRecorder::begin() {
+  m_bytes = PcapFile::FILE_HEADER_LEN;
+  std::string problem = moveAway(m_options.path);
+  if (problem.empty()) {
+    if (std::FILE* const file = create(m_options.path))
+      m_file = PcapFile::begin(file, linkrecord::LINK_TYPE, problem);
+    else
+      problem = std::strerror(errno);
+  }
+  if (!m_file) fail(problem);
+  return m_file != nullptr;
+}
+
+/// Begins a new file if the event does not fit into this one. The new one begins with the port's state.
+bool LinkRecorder::makeRoom(size_t payload_len) {
+  if (m_bytes + PcapFile::PACKET_HEADER_LEN + linkrecord::HEADER_LEN + payload_len <= m_options.max_bytes)
+    return true;
+  if (!m_file->flush()) {
+    fail(std::strerror(errno));
+    return false;
+  }
+  m_file.reset();
+  if (!begin()) return false;
+  if (!m_is_open) return true;
+  const Status state{m_baud == 0 ? Status::Kind::OPENED : Status::Kind::RATE, m_baud};
+  return write(EventKind::STATUS_CHANGE, bytesOf(linkrecord::textOf(state)));
+}
+
+bool LinkRecorder::write(EventKind kind, std::span<const uint8_t> payload) {
+  const int64_t since_begin_us = (time_source().steady_ns() - m_begin_ns) / NS_PER_US;
+  const auto header = linkrecord::makeHeader(kind, since_begin_us);
+  m_packet.assign(header.begin(), header.end());
+  m_packet.insert(m_packet.end(), payload.begin(), payload.end());
+  m_bytes += PcapFile::PACKET_HEADER_LEN + m_packet.size();
+  if (m_file->add(time_source().wall_ns(), m_packet)) return true;
+  fail(std::strerror(errno));
+  return false;
+}
+
+bool LinkRecorder::flush(int64_t now_ns) {
+  if (now_ns - m_flushed_ns < LONGEST_HELD_NS) return true;
+  m_flushed_ns = now_ns;
+  if (m_file->flush()) return true;
+  fail(std::strerror(errno));
+  return false;
+}
+
+void LinkRecorder::fail(const std::string& reason) {
+  LOG.warning("the receiver's link is not recorded in ", logging::escaped(m_options.path), ": ",
+              logging::escaped(reason), "; the service goes on without it");
+  m_failed = true;
+  m_file.reset();
+}
+
+}  // namespace ecu::koru::gpspub

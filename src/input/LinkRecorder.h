@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "input/PcapFile.h"
+#include "wire/LinkRecord.h"
+
+namespace ecu::koru::gpspub {
+
+/// Records the receiver's link in a file for its owner alone, in the format of wire/LinkRecord.h. The first
+/// event begins the file. A recording that is there already becomes "FILE.1", and so does a file that has
+/// reached the limit; an older "FILE.1" is replaced. A device file (/dev/full) is written as it is.
+///
+/// A failure ends the recording with one WARNING, and the service goes on. Each call leaves errno as it was.
+/// Bytes reach the file when stdio's buffer is full, with the first event after a second, and at the end.
+///
+/// Shared by the devices of an input. Service thread only.
+class LinkRecorder {
+ public:
+  struct Options {
+    std::string path;
+    uint64_t max_bytes = 0;  ///< of each of the two files
+  };
+  explicit LinkRecorder(Options options) : m_options(std::move(options)) {}
+  ~LinkRecorder();
+  LinkRecorder(const LinkRecorder&) = delete;
+  LinkRecorder& operator=(const LinkRecorder&) = delete;
+
+  /// The port was opened at a rate in bit/s; 0: it has no rate.
+  void opened(unsigned baud);
+  /// The rate of the open port was set.
+  void rateSet(unsigned baud);
+  void closed();
+  void received(std::span<const uint8_t> bytes) { record(linkrecord::EventKind::DATA_RX_START, bytes); }
+  void sent(std::span<const uint8_t> bytes) { record(linkrecord::EventKind::DATA_TX_START, bytes); }
+
+ private:
+  void record(const linkrecord::Status& status);
+  void record(linkrecord::EventKind kind, std::span<const uint8_t> payload);
+  [[nodiscard]] bool begin();
+  [[nodiscard]] bool makeRoom(size_t payload_len);
+  [[nodiscard]] bool write(linkrecord::EventKind kind, std::span<const uint8_t> payload);
+  [[nodiscard]] bool flush(int64_t now_ns);
+  void fail(const std::string& reason);
+
+  const Options m_options;
+  std::unique_ptr<PcapFile> m_file;  // null before the first event and after a failure
+  std::vector<uint8_t> m_packet;     // used again for each event
+  uint64_t m_bytes = 0;              // in the file
+  int64_t m_begin_ns = 0;            // of the recording, steady
+  int64_t m_flushed_ns = 0;
+  bool m_failed = false;
+  bool m_is_open = false;  // the port
+  unsigned m_baud = 0;
+};
+
+}  // namespace ecu::koru::gpspub
