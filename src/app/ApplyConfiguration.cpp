@@ -4,12 +4,15 @@
 #include <utility>
 #include <vector>
 
+#include "input/LinkRecorder.h"
 #include "platform/rt/Signals.h"
 #include "wire/ServiceLog.h"
 
 namespace ecu::koru::gpspub {
 
 namespace {
+
+constexpr uint64_t MIB = 1U << 20U;
 
 /// Logs what was found about a key. Call it only if the file's value is used.
 void logFindings(const Settings& settings, std::string_view key) {
@@ -123,6 +126,15 @@ void applySignalDatabase(const Settings& settings) {
 std::string healthTopic(const Settings& settings) {
   logFindings(settings, "health_topic");
   return settings.health_topic;
+}
+
+UnitHardware unitHardware(const Settings& settings) {
+  UnitHardware hardware;
+  if (settings.record_link.empty()) return hardware;
+  logFindings(settings, "record_link_size");
+  hardware.recorder = std::make_shared<LinkRecorder>(
+      LinkRecorder::Options{settings.record_link, uint64_t{settings.record_link_size} * MIB});
+  return hardware;
 }
 
 void applyConfiguration(const Options& options, const Settings& settings, GPSDClient& service) {

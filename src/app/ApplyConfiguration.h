@@ -18,6 +18,9 @@ void applySignalDatabase(const Settings& settings);
 /// ERROR record, not a topic.
 [[nodiscard]] std::string healthTopic(const Settings& settings);
 
+/// Returns the unit's own hardware, whose link is recorded if "record_link" names a file.
+[[nodiscard]] UnitHardware unitHardware(const Settings& settings);
+
 /// Applies the options and the file to the service. An option beats the file, and the file beats the default.
 /// The key "gnss_system" has no effect: only the option sets the systems. A value that cannot be used is
 /// logged and skipped.

@@ -22,6 +22,8 @@ using Found = std::optional<Finding>;
 using Key = config::Key<Settings>;
 
 constexpr uint32_t DEFAULT_BAUD_RATE = 38400;
+constexpr int64_t DEFAULT_RECORD_MIB = 64;
+constexpr int64_t MAX_RECORD_MIB = 2000;  // so that every tool can read the file
 
 bool isTrue(const std::string& text) {
   return text == "true" || text == "1";
@@ -112,6 +114,16 @@ Found readHealthTopic(std::string_view key, const std::string& text, Settings& s
           key, " = \"", logging::escaped(text),
           "\" is not a topic to publish on, or it is taken; the state of the service is not published"),
       "none"};
+}
+
+Found readRecordSize(std::string_view key, const std::string& text, Settings& settings) {
+  const auto size = to_int_within_base0(text, 1, MAX_RECORD_MIB);
+  settings.record_link_size = static_cast<uint32_t>(size.value_or(DEFAULT_RECORD_MIB));
+  if (size) return std::nullopt;
+  return Finding{key, Level::WARNING,
+                 logging::text(key, " = \"", logging::escaped(text), "\" is not a number from 1 to ",
+                               MAX_RECORD_MIB, "; ", DEFAULT_RECORD_MIB, " MiB are used"),
+                 std::to_string(DEFAULT_RECORD_MIB)};
 }
 
 Found readLogMode(std::string_view /*key*/, const std::string& text, Settings& settings) {
@@ -213,6 +225,8 @@ constexpr std::array KEYS{
     text<&Settings::signal_database>("signal_database", "a DBC file"),
     Key{"health_topic", "a topic of its own, without + and #", readHealthTopic,
         shown<&Settings::health_topic>},
+    text<&Settings::record_link>("record_link", "a file in a folder that the service may write"),
+    Key{"record_link_size", "1 to 2000 (MiB)", readRecordSize, shown<&Settings::record_link_size>, "64"},
 };
 
 }  // namespace

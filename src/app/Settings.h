@@ -36,6 +36,8 @@ struct Settings {
   std::array<std::string, RAW_COMMANDS> raw_cmd_post;  ///< bytes; empty: none
   std::string signal_database;                         ///< empty: the built-in one
   std::string health_topic;                            ///< empty: none
+  std::string record_link;                             ///< file; empty: nothing is recorded
+  uint32_t record_link_size = 0;                       ///< MiB
 
   std::vector<config::Finding> findings;  ///< in the order of the table
 };

@@ -193,8 +193,8 @@ int main(int argc, char** argv) {
   const std::string device =
       gpspub::Unit::chooseDevice(options.device, simulation, settings.gnss_device, unit.hwversion);
 
-  auto service =
-      std::make_unique<GPSDClient>(transport, unit.hwvariant, unit.hasgnss, unit.hwversion, device);
+  auto service = std::make_unique<GPSDClient>(transport, unit.hwvariant, unit.hasgnss, unit.hwversion, device,
+                                              gpspub::unitHardware(settings));
   service->readSysparams();
   stopCell() = service.get();
   if (options.debug_flags != DEFAULT_DEBUG_FLAGS) service->enableLoggingControl();

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "input/RecordedDevices.h"
 #include "input/SPI.h"
 #include "input/SerialInput.h"
 #include "nmea/GnssInfo.h"
@@ -29,12 +30,12 @@ constexpr int64_t ABOUT_TO_US = 500'000;      // what happens so soon is reporte
 constexpr int64_t LAST_FIXES_US = 5'000'000;  // a receiver may still give some without its antenna
 constexpr int64_t SEQUENCE_SILENCE_US = 15'000'000;
 
-std::unique_ptr<IGnssInput> createInput(const Unit& unit) {
+std::unique_ptr<IGnssInput> createInput(const Unit& unit, const std::shared_ptr<LinkRecorder>& recorder) {
   std::unique_ptr<IGnssInput> input;
   if (unit.isReceiverOnSpi()) {
-    input = std::make_unique<SPI>();
+    input = std::make_unique<SPI>(recorded(makeDeviceFiles(), recorder));
   } else {
-    input = std::make_unique<SerialInput>();
+    input = std::make_unique<SerialInput>(recorded(makeTerminalDevice(), recorder));
   }
   input->setGnssDeviceName(unit.devicePath());
   return input;
@@ -50,7 +51,7 @@ ReceiverMode::ReceiverMode(std::shared_ptr<com::ITransportClient> transport, con
       m_requests(requests),
       m_run(run),
       m_publisher(publisher),
-      m_input(hardware.input ? std::move(hardware.input) : createInput(unit)),
+      m_input(hardware.input ? std::move(hardware.input) : createInput(unit, hardware.recorder)),
       m_epoch(*this),
       m_ublox_config(*m_input, ReceiverLines(unit.resetLine(), hardware.gpio_root), requests, *this),
       m_antenna(m_ublox_config, requests, *this, m_transport_client),

@@ -10,6 +10,7 @@
 #include "core/SystemClock.h"
 #include "core/Unit.h"
 #include "input/IGnssInput.h"
+#include "input/LinkRecorder.h"
 #include "nmea/EpochAssembly.h"
 #include "platform/com/Transport.h"
 #include "ublox/AntennaSupervision.h"
@@ -19,10 +20,11 @@
 
 namespace ecu::koru::gpspub {
 
-/// Replacements for the unit's own hardware, for tests.
+/// How the unit's own hardware is reached. Tests replace its parts.
 struct UnitHardware {
-  std::unique_ptr<IGnssInput> input = nullptr;  ///< null: the one that the device path selects
-  std::string gpio_root = "/sys/class/gpio";    ///< folder of the processor lines
+  std::unique_ptr<IGnssInput> input = nullptr;       ///< null: the one that the device path selects
+  std::string gpio_root = "/sys/class/gpio";         ///< folder of the processor lines
+  std::shared_ptr<LinkRecorder> recorder = nullptr;  ///< records the selected input; null: nothing does
 };
 
 /// Receiver mode: turns the bytes of the unit's own receiver into fixes, and configures and supervises the
