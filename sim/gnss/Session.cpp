@@ -1,14 +1,13 @@
 #include "sim/gnss/Session.h"
 
 #include <poll.h>
-#include <signal.h>
-#include <sys/signalfd.h>
 #include <time.h>
 
 #include <algorithm>
 #include <array>
 #include <iostream>
 
+#include "sim/gnss/Machine.h"
 #include "sim/gnss/Utc.h"
 
 namespace ecu::koru::sim {
@@ -18,25 +17,6 @@ constexpr int64_t CHUNK_US = 5'000;        // hands over bytes in portions, as a
 constexpr int64_t LOOK_US = 10'000;        // how often to check if the terminal is open
 constexpr int64_t SETTLE_US = 100'000;     // from the opening to the first epoch of a recording
 constexpr int64_t OVERSLEPT_US = 200'000;  // after a longer delay the bytes are lost instead of late
-
-int64_t clock_ns(clockid_t clock) {
-  timespec now{};
-  clock_gettime(clock, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
-}
-
-int64_t now_us() {
-  return clock_ns(CLOCK_MONOTONIC) / 1000;
-}
-
-/// Blocks the signals that end the program. The descriptor becomes readable after one of them.
-Descriptor block_signals() {
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, signal);
-  sigprocmask(SIG_BLOCK, &set, nullptr);
-  return {signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC), "signalfd"};
-}
 
 }  // namespace
 
