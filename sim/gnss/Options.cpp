@@ -91,8 +91,9 @@ void add_options(CLI::App& app, Texts& texts, ProgramOptions& options) {
   app.add_option("--baud", receiver.baud, "the receiver's speed; at another one the host reads garbage")
       ->check(CLI::IsMember(std::set<unsigned>(RECEIVER_BAUDS.begin(), RECEIVER_BAUDS.end())))
       ->capture_default_str();
-  CLI::Option* replay =
-      app.add_option("--replay", texts.replay, "plays a recorded byte log from when the host opens the port");
+  CLI::Option* replay = app.add_option(
+      "--replay", texts.replay,
+      "plays a recorded byte log, or the recording of a link (pcap), from when the host opens the port");
   app.add_option("--speed", receiver.replay_speed, "how much faster the recording is played")
       ->check(CLI::Range(0.01, 1000.0) & not_nan)
       ->needs(replay)
@@ -149,7 +150,29 @@ std::shared_ptr<const Recording> load_recording(const std::string& path, bool cr
   return std::make_shared<const Recording>(std::move(bytes), path);
 }
 
-void interpret(const Texts& texts, ProgramOptions& options) {
+/// Throws if an option is given that has no meaning for the recording of a link.
+void check_alone(const CLI::App& app) {
+  for (const CLI::Option* const option : app.get_options()) {
+    const std::string name = option->get_name();
+    if (option->count() > 0 && name != "--replay" && name != "--link" && name != "--seconds")
+      throw std::invalid_argument(name +
+                                  " does not go with the recording of a link, which is played as it is");
+  }
+}
+
+std::shared_ptr<const LinkRecording> load_link(const std::string& path) {
+  auto recording = std::make_shared<const LinkRecording>(load_link_recording(path));
+  if (!recording->note.empty())
+    std::cerr << "gnss-sim: " << path << ": " << recording->note << "; it is played up to there\n";
+  return recording;
+}
+
+void interpret(const CLI::App& app, const Texts& texts, ProgramOptions& options) {
+  if (!texts.replay.empty() && is_capture_file(texts.replay)) {
+    check_alone(app);
+    options.link_recording = load_link(texts.replay);
+    return;
+  }
   ReceiverOptions& receiver = options.receiver;
   if (!texts.utc.empty()) options.utc_us = utc_of(texts.utc);
   if (!texts.faults.empty()) receiver.faults = parse_faults(texts.faults);
@@ -177,7 +200,7 @@ ParsedOptions parse_options(int argc, const char* const* argv) {
   add_options(app, texts, options);
   try {
     app.parse(argc, argv);
-    interpret(texts, options);
+    interpret(app, texts, options);
     if (app.count("--baud") > 0) options.receiver.initial_baud = options.receiver.baud;
     (void)Receiver(options.receiver);  // throws if options contradict each other
     return {options, 0};

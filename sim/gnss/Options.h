@@ -1,8 +1,10 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "sim/gnss/LinkRecording.h"
 #include "sim/gnss/ReceiverOptions.h"
 #include "sim/gnss/Report.h"
 
@@ -15,6 +17,8 @@ struct ProgramOptions {
   std::string link;               ///< empty: none
   std::string trace;              ///< empty: none
   Report::Options report;
+  /// Plays this instead of a receiver; then only `link` and `seconds` apply.
+  std::shared_ptr<const LinkRecording> link_recording;
   std::optional<double> seconds;  ///< after which the program ends by itself
 };
 

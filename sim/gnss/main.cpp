@@ -1,18 +1,33 @@
 #include <csignal>
 #include <iostream>
 
+#include "sim/gnss/LinkSession.h"
 #include "sim/gnss/Session.h"
 
+namespace {
+
+namespace sim = ecu::koru::sim;
+
+template <class SomeSession>
+void run(const sim::ProgramOptions& options) {
+  SomeSession session(options);
+  std::cout << session.path() << std::endl;  // flushed, because the starting program waits for it
+  session.run();
+  session.print_statistics();
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-  namespace sim = ecu::koru::sim;
   (void)std::signal(SIGPIPE, SIG_IGN);
   const sim::ParsedOptions parsed = sim::parse_options(argc, argv);
   if (!parsed.options) return parsed.exit_status;
   try {
-    sim::Session session(*parsed.options);
-    std::cout << session.path() << std::endl;  // flushed, because the starting program waits for it
-    session.run();
-    session.print_statistics();
+    if (parsed.options->link_recording) {
+      run<sim::LinkSession>(*parsed.options);
+    } else {
+      run<sim::Session>(*parsed.options);
+    }
     return 0;
   } catch (const std::exception& e) {
     std::cerr << "gnss-sim: " << e.what() << '\n';
