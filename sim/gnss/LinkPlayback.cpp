@@ -49,6 +49,10 @@ std::string LinkPlayback::advance_to(int64_t now_us, bool held, unsigned host_ba
   return out;
 }
 
+void LinkPlayback::hear(std::string_view bytes) {
+  if (!finished() || !heard_all()) m_comparison.hear(bytes);
+}
+
 void LinkPlayback::pass_time(int64_t now_us, bool held) {
   const int64_t passed_us = m_begun ? now_us - m_now_us : 0;
   m_now_us = now_us;

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,8 +44,9 @@ class LinkPlayback {
 
   /// Lets time pass. `held`: the host has the port open, at `host_baud`. Returns the bytes that are due.
   [[nodiscard]] std::string advance_to(int64_t now_us, bool held, unsigned host_baud);
-  /// Takes bytes from the host.
-  void hear(std::string_view bytes) { m_comparison.hear(bytes); }
+  /// Takes bytes from the host. After the end of the recording only the frames that are still missing count:
+  /// the recorded host stopped there.
+  void hear(std::string_view bytes);
   /// Returns when advance_to() is to be called next unless the host does something.
   [[nodiscard]] int64_t next_us() const;
   [[nodiscard]] bool finished() const { return m_next == m_recording.events.size(); }
@@ -59,6 +59,7 @@ class LinkPlayback {
  private:
   using Event = LinkRecording::Event;
 
+  [[nodiscard]] bool heard_all() const { return m_comparison.next() == m_frames.back(); }
   [[nodiscard]] HostComparison make_comparison();
   void note_difference(const HostComparison::Difference& difference);
   void pass_time(int64_t now_us, bool held);

@@ -51,13 +51,10 @@ bool isRecording(const std::string& path) {
   return is_recording;
 }
 
-/// Moves a recording that is there to "PATH.1". Returns the reason if the path must not be written.
+/// Moves a recording that is there to "PATH.1". Returns the reason if that fails.
 std::string moveAway(const std::string& path) {
   struct stat status {};
-  if (::lstat(path.c_str(), &status) != 0 || S_ISCHR(status.st_mode)) return {};
-  if (!S_ISREG(status.st_mode)) return "it is not a regular file";
-  if (status.st_size == 0) return {};
-  if (!isRecording(path)) return "it exists and is not a recording";
+  if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0) return {};
   return std::rename(path.c_str(), (path + ".1").c_str()) == 0 ? std::string() : std::strerror(errno);
 }
 
@@ -78,6 +75,13 @@ std::FILE* create(const std::string& path) {
 
 LinkRecorder::~LinkRecorder() {
   if (m_file && !m_file->flush()) fail(std::strerror(errno));
+}
+
+std::string LinkRecorder::refusal(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0 || S_ISCHR(status.st_mode)) return {};
+  if (!S_ISREG(status.st_mode)) return "it is not a regular file";
+  return status.st_size == 0 || isRecording(path) ? std::string() : "it exists and is not a recording";
 }
 
 void LinkRecorder::opened(unsigned baud) {
@@ -114,7 +118,8 @@ void LinkRecorder::record(EventKind kind, std::span<const uint8_t> payload) {
 
 bool LinkRecorder::begin() {
   m_bytes = PcapFile::FILE_HEADER_LEN;
-  std::string problem = moveAway(m_options.path);
+  std::string problem = refusal(m_options.path);
+  if (problem.empty()) problem = moveAway(m_options.path);
   if (problem.empty()) {
     if (std::FILE* const file = create(m_options.path))
       m_file = PcapFile::begin(file, linkrecord::LINK_TYPE, problem);

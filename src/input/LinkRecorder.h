@@ -31,6 +31,10 @@ class LinkRecorder {
   LinkRecorder(const LinkRecorder&) = delete;
   LinkRecorder& operator=(const LinkRecorder&) = delete;
 
+  /// Returns why nothing may be recorded at a path: what is there is neither a recording nor a device. Empty
+  /// if the path can be used.
+  [[nodiscard]] static std::string refusal(const std::string& path);
+
   /// The port was opened at a rate in bit/s; 0: it has no rate.
   void opened(unsigned baud);
   /// The rate of the open port was set.

@@ -61,6 +61,8 @@ TEST(CheckTest, FindsTwentyMistakesAtOnce) {
       {"raw_cmd_post[3] = B56206080110" + std::string(2UL * (4097 + 2), '0'), "it is sent as it is",
        "too long"},
       {"signal_database = " + database, "the built-in one", "bad.dbc line 2: expected a signal name"},
+      {"record_link = /no/folder/link.pcap", "nothing is recorded", "cannot be found: No such file"},
+      {"record_link_size = 0", "64", "is not a number from 1 to 2000"},
       {"tls_ca = /no/such/file", "no connection is made", "cannot be read or is empty"},
       {"username = u\npassword_file = " + password, "the value all the same", "can be read by everybody"},
   };
@@ -72,21 +74,21 @@ TEST(CheckTest, FindsTwentyMistakesAtOnce) {
   ASSERT_EQ(report["findings"].size(), std::size(rows)) << report.dump(1);
   for (size_t i = 0; i < std::size(rows); ++i) {
     const json& finding = report["findings"][i];
-    EXPECT_EQ(finding["line"], i < 19 ? i + 1 : 21);
+    EXPECT_EQ(finding["line"], i < 21 ? i + 1 : 23);
     EXPECT_EQ(finding["taken"], rows[i].taken) << finding;
     EXPECT_THAT(finding["problem"], HasSubstr(rows[i].problem));
   }
   EXPECT_EQ(report["starts"], true);
   EXPECT_EQ(report["settings"]["baud_rate"], json({{"value", "19200"}, {"source", "in place of line 7"}}));
   EXPECT_EQ(report["settings"]["raw_cmd_post[4]"],
-            json({{"value", "B562060800000000"}, {"source", "line 23, sent with the right checksum"}}));
-  EXPECT_EQ(report["settings"]["client_name"], json({{"value", "unit"}, {"source", "line 24"}}));
+            json({{"value", "B562060800000000"}, {"source", "line 25, sent with the right checksum"}}));
+  EXPECT_EQ(report["settings"]["client_name"], json({{"value", "unit"}, {"source", "line 26"}}));
 
   Process people({program("satnav-check")}, folder.path());
   EXPECT_THAT(
       ended(people, 1).out(),
       AllOf(
-          HasSubstr("/satnavd.conf: 20 findings\n"),
+          HasSubstr("/satnavd.conf: 22 findings\n"),
           HasSubstr("line 7  baud_rate = 14400\n    baud rate not supported 14400 [the service logs this at "
                     "ERROR]\n    taken:    19200\n    allowed:  4800, "),
           Not(HasSubstr("hunter2"))));
@@ -103,7 +105,7 @@ TEST(CheckTest, SaysWhatCannotStartAndWhatCannotBeChecked) {
 
   const json installed = checked({"--config", INSTALLED_CONFIGURATION}, 0);
   EXPECT_EQ(installed["settings"]["gnss_device"]["source"], "the unit's hardware");
-  EXPECT_EQ(installed["settings"].size(), 28);
+  EXPECT_EQ(installed["settings"].size(), 30);
   for (const Words& options : std::initializer_list<Words>{
            {"--config", "/no/file"}, {"--config", folder.path()}, {"--lively"}, {"x"}}) {
     Words argv{program("satnav-check")};

@@ -3,15 +3,21 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <numeric>
 #include <optional>
 #include <utility>
 
+#include "input/LinkRecorder.h"
 #include "platform/base/Numbers.h"
 #include "wire/UbxFrame.h"
 
@@ -26,6 +32,8 @@ using Findings = std::vector<OwnFinding>;
 
 constexpr uint32_t AUGMENTATIONS = 0x7;
 constexpr std::string_view RAW_COMMAND = "raw_cmd_post[";
+constexpr const char* NO_RECORDING = "nothing is recorded";
+constexpr unsigned MIB_BITS = 20;
 
 bool was_found(const Settings& settings, std::string_view key) {
   return std::ranges::find(settings.findings, key, &config::Finding::key) != settings.findings.end();
@@ -69,11 +77,35 @@ void check_host(Findings& findings, const com::MqttOptions& broker) {
 
 void check_paths(Findings& findings, const Configuration& config) {
   for (const char* key :
-       {"gnss_device", "signal_database", "password_file", "tls_ca", "tls_cert", "tls_key"}) {
+       {"gnss_device", "signal_database", "record_link", "password_file", "tls_ca", "tls_cert", "tls_key"}) {
     if (const std::string path = config.get(key); !path.empty() && path.front() != '/')
       findings.push_back({key, "this path is relative",
                           "the file in the service's working folder, which is / in the packaged unit"});
   }
+}
+
+/// Looks whether a recording can be written as this user, with all the room that it may take.
+void check_recording(Findings& findings, const Settings& settings) {
+  const std::string& path = settings.record_link;
+  if (path.empty()) return;
+  const auto find = [&](std::string problem, std::string taken) {
+    findings.push_back({"record_link", std::move(problem), std::move(taken)});
+  };
+  const auto parent = std::filesystem::path(path).parent_path();
+  const std::string folder = parent.empty() ? "." : parent.string();
+  struct statvfs room {};
+  if (::statvfs(folder.c_str(), &room) != 0)
+    return find("the folder of this file cannot be found: " + logging::text(std::strerror(errno)),
+                NO_RECORDING);
+  if (::access(folder.c_str(), W_OK) != 0)
+    return find("the folder of this file is not writable for the user who checks it", NO_RECORDING);
+  if (const std::string refusal = gpspub::LinkRecorder::refusal(path); !refusal.empty())
+    return find("this file cannot be used: " + refusal, NO_RECORDING);
+  const uint64_t free_mib = uint64_t{room.f_bavail} * room.f_frsize >> MIB_BITS;
+  if (free_mib < 2 * uint64_t{settings.record_link_size})
+    find(logging::text("up to 2 x ", settings.record_link_size, " MiB are recorded, but only ", free_mib,
+                       " MiB are free there"),
+         "the recording ends when the disk is full");
 }
 
 std::span<const uint8_t> bytes_of(const std::string& text) {
@@ -173,6 +205,7 @@ std::vector<OwnFinding> own_findings(const Configuration& config, const Settings
   check_gnss_system(findings, config);
   check_raw_commands(findings, settings);
   check_paths(findings, config);
+  check_recording(findings, settings);
   check_host(findings, broker);
   check_tls(findings, broker);
   return findings;
