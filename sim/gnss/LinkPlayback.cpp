@@ -34,8 +34,7 @@ void LinkPlayback::note_difference(const HostComparison::Difference& difference)
   constexpr size_t MOST_SAID = 20;
   const std::string text = text_of(difference);
   if (m_statistics.first_difference.empty()) m_statistics.first_difference = text;
-  if (m_comparison.differences() <= MOST_SAID)
-    m_say("the host sends something else than in the recording " + text);
+  if (m_comparison.differences() <= MOST_SAID) m_say("the host differs from the recording " + text);
   if (m_comparison.differences() == MOST_SAID) m_say("further differences are only counted");
 }
 

@@ -108,12 +108,13 @@ void LinkRecorder::record(const Status& status) {
 void LinkRecorder::record(EventKind kind, std::span<const uint8_t> payload) {
   if (m_failed) return;
   const KeepErrno keep_errno;
+  const int64_t now_ns = time_source().steady_ns();
   if (!m_file) {
-    m_begin_ns = m_flushed_ns = time_source().steady_ns();
+    m_begin_ns = m_flushed_ns = now_ns;
     if (!begin()) return;
     LOG.info("records the receiver's link in ", logging::escaped(m_options.path));
   }
-  if (makeRoom(payload.size()) && write(kind, payload)) static_cast<void>(flush(time_source().steady_ns()));
+  if (makeRoom(now_ns, payload.size()) && write(now_ns, kind, payload)) flush(now_ns);
 }
 
 bool LinkRecorder::begin() {
@@ -131,7 +132,7 @@ bool LinkRecorder::begin() {
 }
 
 /// Begins a new file if the event does not fit into this one. The new one begins with the port's state.
-bool LinkRecorder::makeRoom(size_t payload_len) {
+bool LinkRecorder::makeRoom(int64_t now_ns, size_t payload_len) {
   if (m_bytes + PcapFile::PACKET_HEADER_LEN + linkrecord::HEADER_LEN + payload_len <= m_options.max_bytes)
     return true;
   if (!m_file->flush()) {
@@ -142,11 +143,11 @@ bool LinkRecorder::makeRoom(size_t payload_len) {
   if (!begin()) return false;
   if (!m_is_open) return true;
   const Status state{m_baud == 0 ? Status::Kind::OPENED : Status::Kind::RATE, m_baud};
-  return write(EventKind::STATUS_CHANGE, bytesOf(linkrecord::textOf(state)));
+  return write(now_ns, EventKind::STATUS_CHANGE, bytesOf(linkrecord::textOf(state)));
 }
 
-bool LinkRecorder::write(EventKind kind, std::span<const uint8_t> payload) {
-  const int64_t since_begin_us = (time_source().steady_ns() - m_begin_ns) / NS_PER_US;
+bool LinkRecorder::write(int64_t now_ns, EventKind kind, std::span<const uint8_t> payload) {
+  const int64_t since_begin_us = (now_ns - m_begin_ns) / NS_PER_US;
   const auto header = linkrecord::makeHeader(kind, since_begin_us);
   m_packet.assign(header.begin(), header.end());
   m_packet.insert(m_packet.end(), payload.begin(), payload.end());
@@ -156,12 +157,10 @@ bool LinkRecorder::write(EventKind kind, std::span<const uint8_t> payload) {
   return false;
 }
 
-bool LinkRecorder::flush(int64_t now_ns) {
-  if (now_ns - m_flushed_ns < LONGEST_HELD_NS) return true;
+void LinkRecorder::flush(int64_t now_ns) {
+  if (now_ns - m_flushed_ns < LONGEST_HELD_NS) return;
   m_flushed_ns = now_ns;
-  if (m_file->flush()) return true;
-  fail(std::strerror(errno));
-  return false;
+  if (!m_file->flush()) fail(std::strerror(errno));
 }
 
 void LinkRecorder::fail(const std::string& reason) {

@@ -47,9 +47,9 @@ class LinkRecorder {
   void record(const linkrecord::Status& status);
   void record(linkrecord::EventKind kind, std::span<const uint8_t> payload);
   [[nodiscard]] bool begin();
-  [[nodiscard]] bool makeRoom(size_t payload_len);
-  [[nodiscard]] bool write(linkrecord::EventKind kind, std::span<const uint8_t> payload);
-  [[nodiscard]] bool flush(int64_t now_ns);
+  [[nodiscard]] bool makeRoom(int64_t now_ns, size_t payload_len);
+  [[nodiscard]] bool write(int64_t now_ns, linkrecord::EventKind kind, std::span<const uint8_t> payload);
+  void flush(int64_t now_ns);
   void fail(const std::string& reason);
 
   const Options m_options;

@@ -136,7 +136,7 @@ TEST(LinkPlaybackTest, EachFrameThatDiffersIsOneDifference) {
     desk.playback.finish();
     std::vector<std::string> expected;
     for (const auto& difference : row.differences)
-      expected.push_back("the host sends something else than in the recording " + difference);
+      expected.push_back("the host differs from the recording " + difference);
     EXPECT_EQ(desk.said, expected);
     EXPECT_EQ(desk.playback.comparison().differences(), expected.size());
   }
