@@ -22,6 +22,7 @@ using linkrecord::Status;
 constexpr int64_t NS_PER_US = 1'000;
 constexpr int64_t LONGEST_HELD_NS = 1'000'000'000;
 constexpr mode_t OWNER_ONLY = 0600;
+constexpr size_t BUFFER_BYTES = 32768;  // more than a second brings, so that there is one write a second
 
 std::span<const uint8_t> bytesOf(std::string_view text) {
   return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
@@ -67,7 +68,11 @@ std::FILE* create(const std::string& path) {
   if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
     static_cast<void>(::fchmod(fd, OWNER_ONLY));  // an empty file may have been there already
   std::FILE* const file = ::fdopen(fd, "wb");
-  if (file == nullptr) ::close(fd);
+  if (file == nullptr) {
+    ::close(fd);
+  } else {
+    static_cast<void>(std::setvbuf(file, nullptr, _IOFBF, BUFFER_BYTES));
+  }
   return file;
 }
 
