@@ -25,6 +25,7 @@ constexpr size_t DATA_OFFSET = 12;
 constexpr uint8_t STATUS_CHANGE = 0;
 constexpr uint8_t DATA_TX_START = 1;
 constexpr uint8_t DATA_RX_START = 2;
+static_assert(sizeof(pcap_pkthdr) == 2 * sizeof(long) + 8, "the header as the distribution's libpcap has it");
 
 int64_t number_in(std::string_view bytes) {
   int64_t value = 0;

@@ -15,6 +15,7 @@ namespace {
 constexpr const char* LIBRARY = "libpcap.so.0.8";  // Debian's soname
 constexpr int LONGEST_PACKET = 65535;
 constexpr int64_t NS_PER_S = 1'000'000'000;
+static_assert(sizeof(pcap_pkthdr) == 2 * sizeof(long) + 8, "the header as the distribution's libpcap has it");
 
 }  // namespace
 
