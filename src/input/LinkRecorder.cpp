@@ -79,7 +79,7 @@ std::FILE* create(const std::string& path) {
 }  // namespace
 
 LinkRecorder::~LinkRecorder() {
-  if (m_file && !m_file->flush()) fail(std::strerror(errno));
+  if (m_file) static_cast<void>(writeHeld(m_written_ns));
 }
 
 std::string LinkRecorder::refusal(const std::string& path) {
@@ -115,11 +115,14 @@ void LinkRecorder::record(EventKind kind, std::span<const uint8_t> payload) {
   const KeepErrno keep_errno;
   const int64_t now_ns = time_source().steady_ns();
   if (!m_file) {
-    m_begin_ns = m_flushed_ns = now_ns;
+    m_begin_ns = m_written_ns = now_ns;
     if (!begin()) return;
     LOG.info("records the receiver's link in ", logging::escaped(m_options.path));
   }
-  if (makeRoom(now_ns, payload.size()) && write(now_ns, kind, payload)) flush(now_ns);
+  if (!makeRoom(now_ns, payload.size())) return;
+  hold(now_ns, kind, payload);
+  if (now_ns - m_written_ns >= LONGEST_HELD_NS || m_held_bytes.size() >= BUFFER_BYTES)
+    static_cast<void>(writeHeld(now_ns));
 }
 
 bool LinkRecorder::begin() {
@@ -140,32 +143,36 @@ bool LinkRecorder::begin() {
 bool LinkRecorder::makeRoom(int64_t now_ns, size_t payload_len) {
   if (m_bytes + PcapFile::PACKET_HEADER_LEN + linkrecord::HEADER_LEN + payload_len <= m_options.max_bytes)
     return true;
-  if (!m_file->flush()) {
-    fail(std::strerror(errno));
-    return false;
-  }
+  if (!writeHeld(now_ns)) return false;
   m_file.reset();
   if (!begin()) return false;
-  if (!m_is_open) return true;
   const Status state{m_baud == 0 ? Status::Kind::OPENED : Status::Kind::RATE, m_baud};
-  return write(now_ns, EventKind::STATUS_CHANGE, bytesOf(linkrecord::textOf(state)));
+  if (m_is_open) hold(now_ns, EventKind::STATUS_CHANGE, bytesOf(linkrecord::textOf(state)));
+  return true;
 }
 
-bool LinkRecorder::write(int64_t now_ns, EventKind kind, std::span<const uint8_t> payload) {
-  const int64_t since_begin_us = (now_ns - m_begin_ns) / NS_PER_US;
-  const auto header = linkrecord::makeHeader(kind, since_begin_us);
-  m_packet.assign(header.begin(), header.end());
-  m_packet.insert(m_packet.end(), payload.begin(), payload.end());
-  m_bytes += PcapFile::PACKET_HEADER_LEN + m_packet.size();
-  if (m_file->add(time_source().wall_ns(), m_packet)) return true;
-  fail(std::strerror(errno));
-  return false;
+void LinkRecorder::hold(int64_t now_ns, EventKind kind, std::span<const uint8_t> payload) {
+  const auto header = linkrecord::makeHeader(kind, (now_ns - m_begin_ns) / NS_PER_US);
+  m_held.push_back({time_source().wall_ns(), header.size() + payload.size()});
+  m_held_bytes.insert(m_held_bytes.end(), header.begin(), header.end());
+  m_held_bytes.insert(m_held_bytes.end(), payload.begin(), payload.end());
+  m_bytes += PcapFile::PACKET_HEADER_LEN + header.size() + payload.size();
 }
 
-void LinkRecorder::flush(int64_t now_ns) {
-  if (now_ns - m_flushed_ns < LONGEST_HELD_NS) return;
-  m_flushed_ns = now_ns;
-  if (!m_file->flush()) fail(std::strerror(errno));
+/// Returns false after a failure.
+bool LinkRecorder::writeHeld(int64_t now_ns) {
+  m_written_ns = now_ns;
+  std::span<const uint8_t> rest = m_held_bytes;
+  bool written = true;
+  for (auto held = m_held.begin(); written && held != m_held.end(); ++held) {
+    written = m_file->add(held->wall_ns, rest.first(held->len));
+    rest = rest.subspan(held->len);
+  }
+  written = written && m_file->flush();
+  if (!written) fail(std::strerror(errno));
+  m_held.clear();
+  m_held_bytes.clear();
+  return written;
 }
 
 void LinkRecorder::fail(const std::string& reason) {

@@ -17,7 +17,8 @@ namespace ecu::koru::gpspub {
 /// reached the limit; an older "FILE.1" is replaced. A device file (/dev/full) is written as it is.
 ///
 /// A failure ends the recording with one WARNING, and the service goes on. Each call leaves errno as it was.
-/// Bytes reach the file when stdio's buffer is full, with the first event after a second, and at the end.
+/// Events are held and written together, with the first event after a second, when they fill 32 KiB, and at
+/// the end: libpcap costs much more when it is called for each piece, between long waits.
 ///
 /// Shared by the devices of an input. Service thread only.
 class LinkRecorder {
@@ -48,16 +49,23 @@ class LinkRecorder {
   void record(linkrecord::EventKind kind, std::span<const uint8_t> payload);
   [[nodiscard]] bool begin();
   [[nodiscard]] bool makeRoom(int64_t now_ns, size_t payload_len);
-  [[nodiscard]] bool write(int64_t now_ns, linkrecord::EventKind kind, std::span<const uint8_t> payload);
-  void flush(int64_t now_ns);
+  void hold(int64_t now_ns, linkrecord::EventKind kind, std::span<const uint8_t> payload);
+  [[nodiscard]] bool writeHeld(int64_t now_ns);
   void fail(const std::string& reason);
+
+  /// An event that is not in the file yet. Its bytes follow those of the one before in m_held_bytes.
+  struct Held {
+    int64_t wall_ns;
+    size_t len;
+  };
 
   const Options m_options;
   std::unique_ptr<PcapFile> m_file;  // null before the first event and after a failure
-  std::vector<uint8_t> m_packet;     // used again for each event
-  uint64_t m_bytes = 0;              // in the file
-  int64_t m_begin_ns = 0;            // of the recording, steady
-  int64_t m_flushed_ns = 0;
+  std::vector<Held> m_held;
+  std::vector<uint8_t> m_held_bytes;
+  uint64_t m_bytes = 0;      // of the file, with the held events
+  int64_t m_begin_ns = 0;    // of the recording, steady
+  int64_t m_written_ns = 0;  // when the held events were written last, steady
   bool m_failed = false;
   bool m_is_open = false;  // the port
   unsigned m_baud = 0;
