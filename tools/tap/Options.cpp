@@ -78,6 +78,7 @@ void add_options(CLI::App& app, Options& options) {
   add_can_log_options(app, options.can_log);
   add_nmea_options(app, options.nmea);
   add_export_options(app, options.exports);
+  add_recording_options(app, options.recording);
   app.add_flag("--force", options.force, "Replace files that exist already");
 }
 

@@ -7,6 +7,7 @@
 #include "tools/tap/CanLog.h"
 #include "tools/tap/Export.h"
 #include "tools/tap/NmeaOptions.h"
+#include "tools/tap/RecordingOptions.h"
 #include "tools/tap/Viewer.h"
 
 namespace ecu::koru::tap {
@@ -21,6 +22,7 @@ struct Options {
   CanLog::Options can_log;
   NmeaOptions nmea;
   ExportOptions exports;
+  RecordingOptions recording;
 };
 
 /// Adds every option. `options` must outlive `app`.

@@ -1,5 +1,8 @@
 #include "tools/tap/Output.h"
 
+#include <mosquitto.h>
+
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <thread>
@@ -17,6 +20,18 @@ void Output::message(const std::string& topic, const com::Message& message) {
         .wall_us = wall_us_of(message.timestamp_ns),
         .boot_ns = message.timestamp_ns,
         .retained = message.retained});
+}
+
+void Output::deliver(const Arrival& arrival) {
+  const std::string topic(arrival.topic);
+  const auto filters = topics();
+  const bool wanted = std::any_of(filters.begin(), filters.end(), [&](const auto& filter) {
+    bool matches = false;
+    return mosquitto_topic_matches_sub(filter.c_str(), topic.c_str(), &matches) == MOSQ_ERR_SUCCESS &&
+           matches;
+  });
+  const std::lock_guard lock(m_taking);
+  if (wanted && !m_ended && !m_finished.raised()) take(arrival);
 }
 
 bool Output::end() {

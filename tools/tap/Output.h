@@ -11,6 +11,7 @@
 #include "platform/com/Transport.h"
 #include "tools/common/StopSignals.h"
 #include "tools/tap/Arrival.h"
+#include "tools/tap/Recording.h"
 
 namespace ecu::koru::tap {
 
@@ -25,6 +26,9 @@ class Output : public com::ISubscriptionObserver {
   [[nodiscard]] virtual std::vector<std::string> topics() const = 0;
   /// Opens files and sockets. Returns false if that fails; problem() then says why.
   [[nodiscard]] virtual bool open() { return true; }
+  /// Called once before the first message. `live`: the messages come from the bus, and time goes on between
+  /// them; otherwise they come from a recording.
+  virtual void begin(const Beginning& /*beginning*/, bool /*live*/) {}
   /// Takes a message that matches topics(), once. Not called any more once finished() is raised.
   virtual void take(const Arrival& arrival) = 0;
   /// Writes what comes after the last message. Called on the main thread after end(), also after a failure.
@@ -38,6 +42,10 @@ class Output : public com::ISubscriptionObserver {
   /// without a cause.
   virtual void serve() {}
 
+  /// Returns true if a recording is played at its own speed unless another one is asked for, because someone
+  /// watches.
+  [[nodiscard]] virtual bool needs_pace() const { return false; }
+
   /// Is raised when it takes no more messages: it has all it wanted, failed, or its reader went away.
   [[nodiscard]] const tool::Event& finished() const { return m_finished; }
   /// Returns what failed, for "satnav-tap: ..."; empty if nothing did. Valid after finished() or open().
@@ -46,6 +54,8 @@ class Output : public com::ISubscriptionObserver {
   /// Takes a message of the bus, and leaves out the further copies that come because it matches several
   /// filters.
   void message(const std::string& topic, const com::Message& message) final;
+  /// Takes a message of a recording, if it matches topics().
+  void deliver(const Arrival& arrival);
   /// No take() follows. Returns false if one is still under way after a second, because a reader does not
   /// read.
   [[nodiscard]] bool end();

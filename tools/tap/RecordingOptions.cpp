@@ -1,0 +1,156 @@
+#include "tools/tap/RecordingOptions.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <string_view>
+
+#include "platform/com/Transport.h"
+#include "tools/common/Options.h"
+
+namespace ecu::koru::tap {
+
+namespace {
+
+constexpr double SLOWEST = 0.01;
+constexpr double FASTEST = 1000;
+
+/// Reads the whole text as a number of that size at most, whatever the locale.
+template <typename T>
+std::optional<T> number(std::string_view text, T smallest, T largest) {
+  T value{};
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  const bool good = error == std::errc{} && stop == text.data() + text.size();
+  return good && value >= smallest && value <= largest ? std::optional(value) : std::nullopt;
+}
+
+Position position(const std::string& text) {
+  const size_t comma = text.find(',');
+  if (comma != std::string::npos) {
+    const auto latitude = number(std::string_view(text).substr(0, comma), -90.0, 90.0);
+    const auto longitude = number(std::string_view(text).substr(comma + 1), -180.0, 180.0);
+    if (latitude && longitude) return {*latitude, *longitude};
+  }
+  throw CLI::ValidationError("--reference", "not a position such as 48.137154,11.576120: " + text);
+}
+
+/// Reads "9100", "0.0.0.0:9100" or "[::]:9100".
+void read_address(const std::string& text, RecordingOptions& options) {
+  const size_t colon = text.rfind(':');
+  std::string address = colon == std::string::npos ? options.metrics_address : text.substr(0, colon);
+  if (address.starts_with('[') && address.ends_with(']')) address = address.substr(1, address.size() - 2);
+  const auto port =
+      number(std::string_view(text).substr(colon == std::string::npos ? 0 : colon + 1), 1, 65535);
+  if (!port || address.empty())
+    throw CLI::ValidationError("--prometheus", "not a port such as 9100 or 0.0.0.0:9100: " + text);
+  options.metrics_address = address;
+  options.metrics_port = *port;
+}
+
+std::string check_topic(const std::string& topic) {
+  return com::is_publish_topic(topic) ? std::string() : "not an MQTT topic: " + topic;
+}
+
+void add_files(CLI::App& app, RecordingOptions& options) {
+  app.add_option("--record", options.record,
+                 "Keep the messages, whatever is shown, in a file for --read and --replay")
+      ->check(tool::file_name());
+  app.add_option("--read", options.read, "Take the messages from a recording instead of the bus")
+      ->check(tool::file_name());
+  app.add_option("--replay", options.replay, "Publish the messages of a recording on the bus of a bench")
+      ->check(tool::file_name());
+  app.add_option(
+         "--speed", options.speed,
+         "Speed of playing relative to the recording [--replay: 1; --read: as fast as possible, but 1 where "
+         "the pace matters]")
+      ->check(CLI::Range(SLOWEST, FASTEST) & tool::not_nan());
+  app.add_flag("--loop", options.loop, "Replay again and again");
+}
+
+void add_figures(CLI::App& app, RecordingOptions& options) {
+  app.add_flag(
+      "--summary", options.summary,
+      "At the end, write what the run amounts to instead of showing the messages; with --json as JSON");
+  app.add_option_function<std::string>(
+         "--prometheus", [&options](const std::string& text) { read_address(text, options); },
+         "Serve the same figures and the service's health at /metrics instead of showing the messages "
+         "[address 127.0.0.1]")
+      ->type_name("[ADDRESS:]PORT");
+  app.add_option_function<std::string>(
+         "--reference", [&options](const std::string& text) { options.reference = position(text); },
+         "The true position, for the scatter [the mean of all positions]")
+      ->type_name("LAT,LON");
+  app.add_option("--health-topic", options.health_topic,
+                 "The service's health_topic, for --prometheus [system/gnss/health]")
+      ->check(CLI::Validator(check_topic, "TOPIC"));
+}
+
+constexpr std::array<std::string_view, 4> BUS_OPTIONS = {"--host", "--port", "--config", "--client-name"};
+constexpr std::array<std::string_view, 4> REPLAY_OPTIONS = {"--replay", "--speed", "--loop", "--seconds"};
+
+/// The first option needs one of the others.
+struct Requirement {
+  const char* option;
+  std::array<const char*, 2> any_of;
+  const char* said;
+};
+constexpr Requirement REQUIREMENTS[] = {
+    {"--speed", {"--read", "--replay"}, "--speed requires --read or --replay"},
+    {"--loop", {"--replay", "--replay"}, "--loop requires --replay"},
+    {"--reference", {"--summary", "--prometheus"}, "--reference requires --summary or --prometheus"},
+    {"--health-topic", {"--prometheus", "--prometheus"}, "--health-topic requires --prometheus"}};
+
+/// The two options exclude each other.
+struct Exclusion {
+  const char* option;
+  const char* other;
+};
+constexpr Exclusion EXCLUSIONS[] = {{"--summary", "--count"},
+                                    {"--summary", "--sentences"},
+                                    {"--prometheus", "--count"},
+                                    {"--prometheus", "--sentences"}};
+
+template <size_t N>
+bool is_among(const std::array<std::string_view, N>& names, const std::string& name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+bool given(const CLI::App& app, const char* option) {
+  return app.count(option) > 0;
+}
+
+/// Returns the name of a given option that cannot go with --read or --replay; empty if there is none.
+std::string misplaced(const CLI::App& app, bool replay) {
+  for (const auto* const option : app.get_options()) {
+    if (option->count() == 0) continue;
+    const std::string name = option->get_name();
+    const bool for_bus = is_among(BUS_OPTIONS, name);
+    if (replay ? !for_bus && !is_among(REPLAY_OPTIONS, name) : for_bus) return name;
+  }
+  return {};
+}
+
+}  // namespace
+
+void add_recording_options(CLI::App& app, RecordingOptions& options) {
+  add_files(app, options);
+  add_figures(app, options);
+}
+
+std::string recording_conflict(const CLI::App& app) {
+  for (const char* const mode : {"--replay", "--read"}) {
+    if (!given(app, mode)) continue;
+    if (const auto name = misplaced(app, std::string_view(mode) == "--replay"); !name.empty())
+      return std::string(mode) + " excludes " + name;
+  }
+  for (const auto& row : REQUIREMENTS) {
+    if (given(app, row.option) && !given(app, row.any_of[0]) && !given(app, row.any_of[1])) return row.said;
+  }
+  for (const auto& row : EXCLUSIONS) {
+    if (given(app, row.option) && given(app, row.other))
+      return std::string(row.option) + " excludes " + row.other;
+  }
+  return {};
+}
+
+}  // namespace ecu::koru::tap

@@ -1,0 +1,28 @@
+#include "tools/tap/RecordingOutputs.h"
+
+#include "tools/tap/MetricsServer.h"
+#include "tools/tap/Recorder.h"
+#include "tools/tap/Summary.h"
+
+namespace ecu::koru::tap {
+
+std::vector<std::shared_ptr<Output>> make_recording_outputs(const RecordingOptions& options,
+                                                            const Viewer::Options& viewer, bool force) {
+  std::vector<std::shared_ptr<Output>> outputs;
+  if (!options.record.empty())
+    outputs.push_back(std::make_shared<Recorder>(
+        Recorder::Options{.file = options.record, .replace = force, .topics = viewer.topics}));
+  if (options.summary)
+    outputs.push_back(std::make_shared<Summary>(
+        Summary::Options{.json = viewer.json, .reference = options.reference, .topics = viewer.topics}));
+  if (options.metrics_port != 0)
+    outputs.push_back(
+        std::make_shared<MetricsServer>(MetricsServer::Options{.address = options.metrics_address,
+                                                               .port = options.metrics_port,
+                                                               .health_topic = options.health_topic,
+                                                               .reference = options.reference,
+                                                               .topics = viewer.topics}));
+  return outputs;
+}
+
+}  // namespace ecu::koru::tap
