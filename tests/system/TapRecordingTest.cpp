@@ -27,7 +27,8 @@ std::string drive() {
   for (int i = 0; i < EPOCHS; ++i) {
     const bool fix = i < FIRST_WITHOUT_FIX || i >= FIRST_WITHOUT_FIX + WITHOUT_FIX;
     const int second = 36000 + i;
-    const std::string time = digits("%06.0f", second / 3600 * 10000 + second / 60 % 60 * 100 + second % 60);
+    const int clock = second / 3600 * 10000 + second / 60 % 60 * 100 + second % 60;
+    const std::string time = digits("%06.0f", clock);
     const std::string place =
         digits("%.4f,N,0", 4808.2292 + i * 0.003) + digits("%.4f,E,", 1134.5672 + i * 0.005);
     out +=
@@ -349,7 +350,7 @@ TEST_F(MetricsTest, ServesSeveralClientsAndSilentOnes) {
 
 // Prometheus' own program checks names, units and form.
 TEST_F(MetricsTest, PassPromtool) {
-  if (std::system("command -v promtool > /dev/null") != 0) GTEST_SKIP() << "promtool is not installed";
+  if (!std::filesystem::exists("/usr/bin/promtool")) GTEST_SKIP() << "promtool is not installed";
   const auto response = get(port, "/metrics");
   Process promtool({"promtool", "check", "metrics"});
   promtool.write_stdin(response.substr(response.find("\r\n\r\n") + 4));

@@ -114,7 +114,8 @@ TEST(TapFiguresTest, WithoutAReferenceTheMeanIsTaken) {
 TEST(TapFiguresTest, AWeekIsSampledEvenly) {
   Scatter scatter;
   constexpr int COUNT = 7 * 86400;
-  for (int i = 0; i < COUNT; ++i) scatter.add({static_cast<double>(i * 7919LL % COUNT) * 1e-7, 0});  // evenly up to 0.06 degrees
+  for (int i = 0; i < COUNT; ++i)
+    scatter.add({static_cast<double>(i * 7919LL % COUNT) * 1e-7, 0});  // evenly up to 0.06 degrees
   const double whole_m = distance_m({0, 0}, {COUNT * 1e-7, 0});
   EXPECT_EQ(scatter.count(), static_cast<uint64_t>(COUNT));
   EXPECT_NEAR(scatter.radius_m({0, 0}, 0.5).value() / whole_m, 0.5, 0.02);
