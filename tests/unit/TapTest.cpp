@@ -4,6 +4,7 @@
 #include "support/Envelope.h"
 #include "tools/tap/Fields.h"
 #include "tools/tap/Lines.h"
+#include "tools/tap/ValueTexts.h"
 
 using namespace ecu::koru;
 
@@ -23,4 +24,32 @@ TEST(TapTest, CannotBeMadeToForgeALine) {
     EXPECT_EQ(line.find('\n'), line.size() - 1);
     EXPECT_EQ(line.find('\x1B'), std::string::npos);
   }
+}
+
+TEST(TapTest, ValuesHaveTheTextsOfTheSignalDatabase) {
+  const struct {
+    std::string_view what, tables;
+    unsigned char raw;
+    std::string_view shown;
+  } rows[] = {
+      {"a text", R"(NS_ : VAL_ CM_ BS_: VAL_ 2566857214 navmodegnss_base 2 "3D" 1 "2D" ;)", 2, "3D"},
+      {"not in the table", R"(VAL_ 2566857214 navmodegnss_base 1 "2D" ;)", 2, ""},
+      {"of another message", R"(VAL_ 1 navmodegnss_base 2 "3D" ;)", 2, ""},
+      {"not available", R"(VAL_ 2566857214 navmodegnss_base 255 "none" ;)", 255, ""},
+      {"malformed tables before it",
+       R"(VAL_ 5 x -1 "a" ; VAL_ env 2 "b" ; VAL_ 2566857214 navmodegnss_base 2 "3D" "x" ; VAL_ 4 "open)", 2,
+       "3D"},
+  };
+  for (const auto& row : rows) {
+    auto group = rt::SignalAdapter::instance().create_sg("rt/oemcan/tx/p2c1_local");
+    ASSERT_TRUE(group.set_signal_data("navmodegnss_base", {row.raw}));
+    EXPECT_EQ(tap::ValueTexts(row.tables).find(group, *group.signal("navmodegnss_base")), row.shown)
+        << row.what;
+  }
+  const auto message = test::envelopedSignal("\x02\x03\x01\xB4\x6B\x04\xFF\xFF");
+  const tap::Arrival arrival{.topic = "rt/oemcan/tx/p2c1_local", .payload = message.payload};
+  EXPECT_THAT(tap::human_line(arrival, false),
+              testing::HasSubstr(
+                  "navmodegnss_base 3D  qualityindicatorgnss_base dead reckoning  summertimegps_base on "));
+  EXPECT_THAT(tap::json_line(arrival), testing::HasSubstr(R"("value":2,"status":"valid","text":"3D")"));
 }

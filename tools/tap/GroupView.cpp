@@ -5,6 +5,7 @@
 
 #include "platform/base/Logging.h"
 #include "tools/tap/CanFrame.h"
+#include "tools/tap/ValueTexts.h"
 
 namespace ecu::koru::tap {
 
@@ -47,7 +48,7 @@ int decimals_of(const rt::SignalScale& scale) {
 }
 
 /// Returns the value rounded to decimals_of() its scale, without trailing zeros.
-std::string value_text(const rt::Signal& signal) {
+std::string number_text(const rt::Signal& signal) {
   const auto& scale = signal.definition().scale;
   if (scale.factor() == 1 && scale.offset() == 0) return logging::text(signal.raw());
   std::string out = decimal(signal.value_scaled(), decimals_of(scale));
@@ -56,18 +57,10 @@ std::string value_text(const rt::Signal& signal) {
   return out == "-0" ? "0" : out;
 }
 
-std::string signal_text(const rt::Signal& signal) {
-  const SignalStatus status = signal.status();
-  if (status != SignalStatus::VALID) return signal.name() + " " + status_text(status);
-  std::string out = signal.name() + " " + value_text(signal);
-  if (!signal.unit().empty()) out += " " + signal.unit();
-  return out;
-}
-
-/// Returns "hw_version 7631 "v1"".
+/// Returns "7631 "v1"".
 std::string raw_bytes_text(const rt::SignalGroup& group) {
   const auto bytes = group.bytes();
-  std::string out = group.definition().name + " " + hex_text(bytes);
+  std::string out = hex_text(bytes);
   const bool is_text = bytes.size() > 1 && std::all_of(bytes.begin(), bytes.end(),
                                                        [](uint8_t b) { return b >= 0x20 && b <= 0x7E; });
   if (is_text) out.append(" \"").append(bytes.begin(), bytes.end()).append("\"");
@@ -88,19 +81,33 @@ Json group_json(const rt::SignalGroup& group) {
     each["value"] = value_json(group, signal);
     if (!signal.unit().empty()) each["unit"] = safe_text(signal.unit());
     each["status"] = status_text(signal.status());
+    if (const auto text = ValueTexts::in_use().find(group, signal); !text.empty())
+      each["text"] = safe_text(text);
     each["raw"] = hex_text(signal.data());
   }
   return out;
 }
 
+std::string value_text(const rt::SignalGroup& group, const rt::Signal& signal) {
+  if (group.definition().raw_bytes) return logging::escaped(raw_bytes_text(group));
+  const SignalStatus status = signal.status();
+  if (status != SignalStatus::VALID) return status_text(status);
+  const std::string_view text = ValueTexts::in_use().find(group, signal);
+  std::string out = text.empty() ? number_text(signal) : std::string(text);
+  if (!signal.unit().empty()) out += " " + signal.unit();
+  return logging::escaped(out);
+}
+
 std::string group_text(const rt::SignalGroup& group) {
   const auto& definition = group.definition();
-  if (definition.raw_bytes) return logging::escaped(raw_bytes_text(group));
   std::string out;
   const auto signals = group.signals();
-  if (signals.size() != 1 || signals[0].name() != definition.name) out.append(definition.name).append("  ");
-  for (const rt::Signal& signal : signals) out.append(signal_text(signal)).append("  ");
-  return logging::escaped(out) + "raw " + hex_text(group.bytes());
+  if (signals.size() != 1 || signals[0].name() != definition.name)
+    out.append(logging::escaped(definition.name)).append("  ");
+  for (const rt::Signal& signal : signals)
+    out.append(logging::escaped(signal.name())).append(" ").append(value_text(group, signal)).append("  ");
+  if (definition.raw_bytes) return out.substr(0, out.size() - 2);
+  return out + "raw " + hex_text(group.bytes());
 }
 
 }  // namespace ecu::koru::tap

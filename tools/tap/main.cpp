@@ -3,6 +3,7 @@
 #include "tools/tap/Options.h"
 #include "tools/tap/RecordingOutputs.h"
 #include "tools/tap/Run.h"
+#include "tools/tap/ValueTexts.h"
 
 namespace {
 
@@ -37,6 +38,7 @@ int run(const CLI::App& app, const tap::Options& options) {
   const auto bus = tool::BusConnection::create(options.bus);
   if (bus == nullptr) return tool::EXIT_WRONG_OPTIONS;
   if (!tool::use_signal_database(app, options.signal_database)) return tool::EXIT_FAILED;
+  tap::ValueTexts::use(options.signal_database);
   bool good = false;
   if (!recording.read.empty()) {
     good = tap::run_recording(recording, outputs, options.seconds);
