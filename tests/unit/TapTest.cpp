@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "support/Envelope.h"
+#include "tools/tap/Changes.h"
 #include "tools/tap/Fields.h"
 #include "tools/tap/Lines.h"
 #include "tools/tap/ValueTexts.h"
@@ -52,4 +53,67 @@ TEST(TapTest, ValuesHaveTheTextsOfTheSignalDatabase) {
               testing::HasSubstr(
                   "navmodegnss_base 3D  qualityindicatorgnss_base dead reckoning  summertimegps_base on "));
   EXPECT_THAT(tap::json_line(arrival), testing::HasSubstr(R"("value":2,"status":"valid","text":"3D")"));
+}
+
+TEST(TapTest, OnlyTheTimeIsNoChange) {
+  pb::GnssData fix;
+  fix.set_latitude(48);
+  fix.set_status(3);
+  pb::GnssHealth health;
+  health.set_state(pb::GnssHealth::VALID);
+  const auto with = [](auto body, const auto& change) {
+    change(body);
+    return test::enveloped(body);
+  };
+  const struct {
+    std::string_view what, topic;
+    com::Message before, after;
+    bool differs;
+  } rows[] = {
+      {"times of a fix", "system/gnss/data", test::enveloped(fix),
+       with(fix,
+            [](auto& f) {
+              f.set_utc_time_us(5);
+              f.set_timestamp_ns(5);
+              f.add_nmea("$");
+            }),
+       false},
+      {"position", "system/gnss/data", test::enveloped(fix), with(fix, [](auto& f) { f.set_latitude(49); }),
+       true},
+      {"a field is gone", "system/gnss/data", test::enveloped(fix),
+       with(fix, [](auto& f) { f.clear_status(); }), true},
+      {"ages", "system/gnss/health", test::enveloped(health),
+       with(health, [](auto& h) { h.set_uptime_ms(9); }), false},
+      {"counts", "system/gnss/health", test::enveloped(health), with(health, [](auto& h) { h.set_fixes(9); }),
+       true},
+      {"the clock", "systime/td", test::envelopedSignal("\x01\x02\x03\x04\x05\x06\x7D\x7E"),
+       test::envelopedSignal("\x02\x02\x03\x04\x05\x06\x7D\x7E"), false},
+      {"the zone", "systime/td", test::envelopedSignal("\x01\x02\x03\x04\x05\x06\x7D\x7E"),
+       test::envelopedSignal("\x01\x02\x03\x04\x05\x06\x7D\x7F"), true},
+      {"not decodable", "a/b", {.payload = {1, 2}}, {.payload = {1, 3}}, true},
+      {"not decodable, the same", "a/b", {.payload = {1, 2}}, {.payload = {1, 2}}, false},
+  };
+  for (const auto& row : rows) {
+    tap::Changes changes;
+    EXPECT_TRUE(changes.differs({.topic = row.topic, .payload = row.before.payload})) << row.what;
+    EXPECT_TRUE(changes.differs({.topic = "other", .payload = row.after.payload})) << row.what;
+    EXPECT_EQ(changes.differs({.topic = row.topic, .payload = row.after.payload}), row.differs) << row.what;
+  }
+}
+
+TEST(TapTest, LinesFitTheTerminal) {
+  const struct {
+    std::string_view line;
+    size_t width;
+    std::string_view shown;
+  } rows[] = {
+      {"a  b\n", 0, "a  b\n"},
+      {"latitude 48.1 deg  longitude 11.5 deg\nnext\n", 37, "latitude 48.1 deg  longitude 11.5 deg\nnext\n"},
+      {"latitude 48.1 deg  longitude 11.5 deg  raw 00\n", 36,
+       "latitude 48.1 deg\n    longitude 11.5 deg  raw 00\n"},
+      {"a  latitude not available here\n", 26, "a  latitude not available\n    here\n"},
+      {"0123456789012345678901234567890123456789\n", 20,
+       "01234567890123456789\n    0123456789012345\n    6789\n"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(tap::wrapped(row.line, row.width), row.shown) << row.line;
 }

@@ -128,12 +128,43 @@ std::string line_start(const Arrival& arrival, const Decoded& decoded) {
   return out.append(arrival.retained ? ", retained] " : "] ");
 }
 
+/// Returns where to break a line that is too long: before the last field, or else the last word, of its
+/// second half; otherwise in the middle of a word.
+size_t break_of(std::string_view line, size_t width) {
+  for (const std::string_view gap : {"  ", " "}) {
+    const size_t at = line.rfind(gap, width);
+    if (at != std::string_view::npos && at >= width / 3) return at;
+  }
+  return width;
+}
+
+void append_wrapped(std::string& out, std::string line, size_t width) {
+  while (line.size() > width) {
+    const size_t at = break_of(line, width);
+    out.append(line, 0, at).append("\n");
+    line.replace(0, std::min(line.find_first_not_of(' ', at), line.size()), INDENT);
+  }
+  out.append(line).append("\n");
+}
+
 }  // namespace
 
 int64_t wall_us_of(uint64_t boot_ns) {
   const timeval now = time_source().wall();
   const int64_t age_us = (time_source().boot_ns() - static_cast<int64_t>(boot_ns)) / 1000;
   return int64_t{now.tv_sec} * 1'000'000 + now.tv_usec - age_us;
+}
+
+std::string wrapped(std::string_view lines, size_t width) {
+  constexpr size_t MIN_WIDTH = 20;
+  if (width < MIN_WIDTH) return std::string(lines);
+  std::string out;
+  while (!lines.empty()) {
+    const size_t end = lines.find('\n');
+    append_wrapped(out, std::string(lines.substr(0, end)), width);
+    lines.remove_prefix(end == std::string_view::npos ? lines.size() : end + 1);
+  }
+  return out;
 }
 
 std::string json_line(const Arrival& arrival) {

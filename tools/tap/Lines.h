@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "tools/tap/Arrival.h"
 
@@ -20,5 +21,9 @@ namespace ecu::koru::tap {
 /// shown with units, a signal group as group_text(). A hex dump of the first 256 bytes follows a message that
 /// cannot be decoded. With `sentences`, the sentences of a fix follow it, one indented line each.
 [[nodiscard]] std::string human_line(const Arrival& arrival, bool sentences);
+
+/// Breaks the lines of an ASCII text at blanks, between the fields if that leaves no great gap, so that none
+/// is longer than `width`. The rest of a line is indented. A width of 0 or less than 20 changes nothing.
+[[nodiscard]] std::string wrapped(std::string_view lines, size_t width);
 
 }  // namespace ecu::koru::tap

@@ -43,6 +43,8 @@ void add_viewer_options(CLI::App& app, Viewer::Options& options) {
   app.add_flag("--json", options.json,
                "One JSON object a line: time, arrival_ns, topic, retained, envelope, type, body, group");
   app.add_flag("--sentences", options.sentences, "Show the NMEA sentences of each fix below its line");
+  app.add_flag("--changes", options.changes,
+               "Show only messages whose content, time stamps apart, differs from their topic's last one");
   app.add_option("--count", options.count, "End after so many messages")->check(CLI::Range(1, INT32_MAX));
 }
 

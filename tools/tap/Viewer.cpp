@@ -1,5 +1,8 @@
 #include "tools/tap/Viewer.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 
@@ -7,9 +10,21 @@
 
 namespace ecu::koru::tap {
 
+namespace {
+
+/// Returns the columns of the terminal that is standard output; 0 if it is none.
+size_t terminal_width() {
+  winsize size{};
+  return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+}  // namespace
+
 void Viewer::take(const Arrival& arrival) {
-  const std::string line =
-      m_options.json ? json_line(arrival) + "\n" : human_line(arrival, m_options.sentences);
+  if (m_options.changes && !m_changes.differs(arrival)) return;
+  const std::string line = m_options.json
+                               ? json_line(arrival) + "\n"
+                               : wrapped(human_line(arrival, m_options.sentences), terminal_width());
   errno = 0;
   const bool written =
       std::fwrite(line.data(), 1, line.size(), stdout) == line.size() && std::fflush(stdout) == 0;

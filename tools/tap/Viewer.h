@@ -5,19 +5,22 @@
 #include <string>
 #include <vector>
 
+#include "tools/tap/Changes.h"
 #include "tools/tap/Output.h"
 
 namespace ecu::koru::tap {
 
 /// Writes every message to standard output, each flushed. A slow reader of the output slows the delivery
-/// down, and the broker drops messages, so that no queue grows here.
+/// down, and the broker drops messages, so that no queue grows here. On a terminal, lines are broken to its
+/// width.
 class Viewer final : public Output {
  public:
   struct Options {
     std::vector<std::string> topics{"system/#", "rt/#", "systime/#"};
     bool json = false;
     bool sentences = false;
-    uint64_t count = 0;  ///< ends after that many messages; 0: never
+    bool changes = false;  ///< only messages whose content differs from their topic's last one
+    uint64_t count = 0;    ///< ends after that many messages; 0: never
   };
 
   explicit Viewer(Options options) : m_options(std::move(options)) {}
@@ -31,6 +34,7 @@ class Viewer final : public Output {
 
  private:
   const Options m_options;
+  Changes m_changes;
   std::atomic<uint64_t> m_seen = 0;
   std::atomic<int> m_write_error = 0;  // an errno; 0 if only the reader went away
 };
