@@ -150,6 +150,8 @@ TEST_F(ToolsTest, WrongOptionsAreExplained) {
       {{"satnav-tap", "--topic", "a/#/b"}, 2, "not an MQTT topic filter: a/#/b"},
       {{"satnav-tap", "--signal-database", database}, 1, "satnav-tap: signal database "},
       {{"satnav-tap", "--can-log", "/no/folder/file"}, 1, "cannot write /no/folder/file: No such file"},
+      {{"satnav-tap", "--live", "--json"}, 2, "--json excludes --live"},
+      {{"satnav-tap", "--live"}, 1, "satnav-tap: --live needs a terminal as standard output"},
       {{"ecu-sim", "--bridge", "localhost", "localhost:0"}, 2, "expected HOST[:PORT][/PREFIX]"},
       {{"ecu-sim", "--var", "hasgnss"}, 2, "ecu-sim: --var: expected NAME=TEXT, found 'hasgnss'"},
       {{"ecu-sim", "--param", "0xA00F"}, 2, "ecu-sim: --param: expected ID=HEX[:nootaid], found '0xA00F'"},

@@ -34,12 +34,14 @@ class BusConnection {
   int close(int status);
 
   [[nodiscard]] com::ITransportClient& transport() { return *m_transport; }
+  /// Returns "HOST:PORT".
+  [[nodiscard]] const std::string& broker() const { return m_broker; }
 
  private:
   BusConnection(std::string program, std::unique_ptr<config::Configuration> config);
 
   std::string m_program;
-  std::string m_broker;  // "HOST:PORT", for messages
+  std::string m_broker;
   std::unique_ptr<config::Configuration> m_config;
   std::shared_ptr<com::ITransportClient> m_transport;
   bool m_started = false;

@@ -12,6 +12,21 @@
 
 namespace ecu::koru::tap {
 
+std::string iso_time(int64_t us_since_1970, int digits) {
+  using namespace std::chrono;
+  const sys_time<microseconds> time{microseconds(us_since_1970)};
+  const auto day = floor<days>(time);
+  const year_month_day date(day);
+  const hh_mm_ss clock(time - day);
+  char out[64];
+  const int length =
+      std::snprintf(out, sizeof out, "%04d-%02u-%02uT%02d:%02d:%02d.%06d", static_cast<int>(date.year()),
+                    static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                    static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+                    static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
+  return std::string(out, static_cast<size_t>(length - (6 - digits))) + "Z";
+}
+
 namespace {
 
 using logging::text;
@@ -128,8 +143,8 @@ std::string line_start(const Arrival& arrival, const Decoded& decoded) {
   return out.append(arrival.retained ? ", retained] " : "] ");
 }
 
-/// Returns where to break a line that is too long: before the last field, or else the last word, of its
-/// second half; otherwise in the middle of a word.
+/// Returns where to break a line that is too long: between fields, otherwise between words, otherwise
+/// anywhere. Not where little would be left before it.
 size_t break_of(std::string_view line, size_t width) {
   for (const std::string_view gap : {"  ", " "}) {
     const size_t at = line.rfind(gap, width);

@@ -74,6 +74,7 @@ void add_can_log_options(CLI::App& app, CanLog::Options& options) {
 void add_options(CLI::App& app, Options& options) {
   tool::add_bus_options(app, options.bus);
   add_viewer_options(app, options.viewer);
+  live::add_live_options(app, options.live);
   app.add_option("--seconds", options.seconds, "End after so many seconds")
       ->check(CLI::Range(0.001, 1e9) & tool::not_nan());
   tool::add_signal_database_option(app, options.signal_database);

@@ -9,6 +9,7 @@
 #include "tools/tap/NmeaOptions.h"
 #include "tools/tap/RecordingOptions.h"
 #include "tools/tap/Viewer.h"
+#include "tools/tap/live/LiveOptions.h"
 
 namespace ecu::koru::tap {
 
@@ -19,6 +20,7 @@ struct Options {
   double seconds = 0;  ///< ends after so many; 0: no limit
   bool force = false;  ///< files that exist are replaced
   Viewer::Options viewer;
+  live::Options live;
   CanLog::Options can_log;
   NmeaOptions nmea;
   ExportOptions exports;

@@ -4,6 +4,7 @@
 #include "tools/tap/RecordingOutputs.h"
 #include "tools/tap/Run.h"
 #include "tools/tap/ValueTexts.h"
+#include "tools/tap/live/Live.h"
 
 namespace {
 
@@ -33,12 +34,18 @@ int run(const CLI::App& app, const tap::Options& options) {
   for (const auto& output : tap::make_nmea_outputs(options.nmea)) outputs.push_back(output);
   for (const auto& output : tap::make_recording_outputs(recording, options.viewer, options.force))
     outputs.push_back(output);
-  if (!options.nmea.print && !recording.replaces_viewer()) outputs.push_back(viewer);
+  const auto screen = options.live.on ? std::make_shared<tap::live::Live>(options.viewer.topics) : nullptr;
+  if (screen != nullptr) {
+    outputs.push_back(screen);
+  } else if (!options.nmea.print && !recording.replaces_viewer()) {
+    outputs.push_back(viewer);
+  }
 
   const auto bus = tool::BusConnection::create(options.bus);
   if (bus == nullptr) return tool::EXIT_WRONG_OPTIONS;
   if (!tool::use_signal_database(app, options.signal_database)) return tool::EXIT_FAILED;
   tap::ValueTexts::use(options.signal_database);
+  if (screen != nullptr && recording.read.empty()) screen->watch(bus->transport(), bus->broker());
   bool good = false;
   if (!recording.read.empty()) {
     good = tap::run_recording(recording, outputs, options.seconds);

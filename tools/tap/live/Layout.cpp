@@ -1,0 +1,104 @@
+#include "tools/tap/live/Layout.h"
+
+#include <algorithm>
+
+#include "platform/base/Logging.h"
+#include "tools/tap/Fields.h"
+#include "tools/tap/Lines.h"
+
+namespace ecu::koru::tap::live {
+
+namespace {
+
+using logging::text;
+
+struct PageRow {
+  Page page;
+  const char* name;
+  Rows (*rows)(const Model& model, const View& view);
+};
+constexpr PageRow PAGE_ROWS[] = {{Page::fix, " 1 Fix ", fix_page},
+                                 {Page::sky, " 2 Sky ", sky_page},
+                                 {Page::can, " 3 CAN ", can_page},
+                                 {Page::bus, " 4 Bus ", bus_page}};
+
+constexpr size_t ROWS_AROUND = 2;  // title and keys
+
+Row title(const View& view) {
+  Row row;
+  row.add(" satnav-tap  ", Style::title).add(view.broker, Style::title).add(" ", Style::title);
+  if (!view.connected) row.add(" the broker is away ", Style::alert);
+  if (view.paused) row.add(" PAUSED ", Style::alert);
+  std::string time = iso_time(view.wall_us, 1).substr(0, 19) + " UTC ";
+  time[10] = ' ';
+  row.fit(view.width - std::min(view.width, time.size()), Style::title);
+  return row.add(time, Style::title).fit(view.width, Style::title);
+}
+
+Row keys(const View& view) {
+  Row row;
+  for (const auto& page : PAGE_ROWS)
+    row.add(page.name, page.page == view.page ? Style::selected : Style::plain).add(" ");
+  return row.add("  space pause  arrows scroll  q quit", Style::dim).fit(view.width);
+}
+
+Rows page_rows(const Model& model, const View& view) {
+  Rows rows = state_rows(model, view);
+  const auto& row = PAGE_ROWS[static_cast<size_t>(view.page)];
+  for (auto& each : row.rows(model, view)) rows.push_back(std::move(each));
+  return rows;
+}
+
+Rows too_small(const View& view) {
+  Rows rows(view.height);
+  if (!rows.empty())
+    rows[0].add(text("The terminal has ", view.width, "x", view.height, ", 80x24 is needed."));
+  if (rows.size() > 1) rows[1].add("q quits.");
+  return rows;
+}
+
+bool is_too_small(const View& view) {
+  return view.width < MIN_WIDTH || view.height < MIN_HEIGHT;
+}
+
+}  // namespace
+
+Rows layout(const Model& model, const View& view) {
+  Rows rows;
+  if (is_too_small(view)) {
+    rows = too_small(view);
+  } else {
+    rows.push_back(title(view));
+    Rows page = page_rows(model, view);
+    const size_t space = view.height - ROWS_AROUND;
+    const size_t first = std::min(view.scroll, page.size() - std::min(page.size(), space));
+    page.erase(page.begin(), page.begin() + static_cast<std::ptrdiff_t>(first));
+    const size_t below = page.size() - std::min(page.size(), space);
+    page.resize(space);
+    if (below > 0) page.back() = Row().add(text(" ... ", below + 1, " more rows"), Style::dim);
+    for (auto& row : page) rows.push_back(std::move(row));
+    rows.push_back(keys(view));
+  }
+  for (auto& row : rows) row.fit(view.width);
+  return rows;
+}
+
+size_t rows_beyond(const Model& model, const View& view) {
+  if (is_too_small(view)) return 0;
+  const size_t rows = page_rows(model, view).size();
+  return rows - std::min(rows, view.height - ROWS_AROUND);
+}
+
+std::string duration_text(uint64_t ns) {
+  constexpr uint64_t S = 1'000'000'000;
+  if (ns < 10 * S) return decimal(static_cast<double>(ns / (S / 10)) / 10, 1) + " s";
+  if (ns < 120 * S) return text(ns / S, " s");
+  if (ns < 120 * 60 * S) return text(ns / (60 * S), " min");
+  return text(ns / (3600 * S), " h");
+}
+
+std::string age_text(const View& view, uint64_t boot_ns) {
+  return duration_text(view.boot_ns - std::min(view.boot_ns, boot_ns));
+}
+
+}  // namespace ecu::koru::tap::live

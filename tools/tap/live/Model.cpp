@@ -1,0 +1,81 @@
+#include "tools/tap/live/Model.h"
+
+#include <algorithm>
+#include <type_traits>
+#include <variant>
+
+namespace ecu::koru::tap::live {
+
+namespace {
+
+constexpr size_t MAX_TOPICS = 500;  // anybody may make up topics
+constexpr size_t MAX_ARRIVALS = 21;
+constexpr uint64_t MAX_DELAY_NS = 60'000'000'000;  // more is the clock of another machine
+
+void count_arrival(TopicState& state, const Arrival& arrival, const Decoded& decoded) {
+  if (!state.arrivals.empty() && arrival.boot_ns >= state.arrivals.back())
+    state.longest_gap_ns = std::max(state.longest_gap_ns, arrival.boot_ns - state.arrivals.back());
+  state.arrivals.push_back(arrival.boot_ns);
+  if (state.arrivals.size() > MAX_ARRIVALS) state.arrivals.pop_front();
+  state.delay_ns.reset();
+  if (!decoded.envelope || decoded.envelope->timestamp_ns > arrival.boot_ns) return;
+  const uint64_t delay_ns = arrival.boot_ns - decoded.envelope->timestamp_ns;
+  if (delay_ns < MAX_DELAY_NS) state.delay_ns = delay_ns;
+}
+
+}  // namespace
+
+double TopicState::rate_hz() const {
+  if (arrivals.size() < 2 || arrivals.back() <= arrivals.front()) return 0;
+  return static_cast<double>(arrivals.size() - 1) * 1e9 /
+         static_cast<double>(arrivals.back() - arrivals.front());
+}
+
+void Model::take(const Arrival& arrival, const Decoded& decoded) {
+  TopicState* const state = state_of(arrival.topic);
+  if (state == nullptr) {
+    ++m_left_out;
+    return;
+  }
+  ++state->messages;
+  if (!arrival.retained) count_arrival(*state, arrival, decoded);
+  if (!decoded.problem.empty()) {
+    ++m_undecodable;
+    ++state->undecodable;
+    state->problem = decoded.problem;
+    return;
+  }
+  if (decoded.group.is_valid()) state->group = {decoded.group, arrival.boot_ns};
+  const auto keep = [&](const auto& body) {
+    using T = std::remove_cvref_t<decltype(body)>;
+    if constexpr (std::is_same_v<T, pb::GnssData>) take_sky(arrival, body), m_fix = {body, arrival.boot_ns};
+    if constexpr (std::is_same_v<T, pb::GnssHealth>) m_health = {body, arrival.boot_ns};
+    if constexpr (std::is_same_v<T, pb::TimeZone>) m_zone = {body, arrival.boot_ns};
+    if constexpr (std::is_same_v<T, pb::GnssSource>) m_source = {body, arrival.boot_ns};
+  };
+  std::visit(keep, decoded.body);
+}
+
+void Model::take_sky(const Arrival& arrival, const pb::GnssData& fix) {
+  Sky sky = read_sky(fix);
+  if (sky.has_view || !m_sky) m_sky = {std::move(sky), arrival.boot_ns};
+}
+
+TopicState* Model::state_of(std::string_view topic) {
+  const auto found = m_topics.find(topic);
+  if (found != m_topics.end()) return &found->second;
+  return m_topics.size() < MAX_TOPICS ? &m_topics[std::string(topic)] : nullptr;
+}
+
+const TopicState* Model::topic(std::string_view name) const {
+  const auto found = m_topics.find(name);
+  return found != m_topics.end() ? &found->second : nullptr;
+}
+
+std::optional<uint64_t> Model::signal(std::string_view name) const {
+  const TopicState* const state = topic(name);
+  if (state == nullptr || !state->group || state->group->body.bytes().empty()) return std::nullopt;
+  return state->group->body.bytes()[0];
+}
+
+}  // namespace ecu::koru::tap::live
