@@ -25,7 +25,7 @@ struct View {
   size_t scroll = 0;  ///< rows of the page above the screen
   bool paused = false;
   bool connected = true;
-  std::string broker;    ///< "HOST:PORT"
+  std::string broker{};  ///< "HOST:PORT"
   int64_t wall_us = 0;   ///< system clock, since 1970
   uint64_t boot_ns = 0;  ///< since boot
 };
