@@ -151,11 +151,11 @@ C++ and Python that read the fixes, and a dissector for Wireshark.")
 
 # The libraries for a cross build: dpkg-shlibdeps looks them up in the package database of the build machine, which
 # knows none of the target's. scripts/check-package checks that this list names the same ones.
-set(libraries "libc6 (>= 2.36), libcpp-httplib0.11 (>= 0.11.4+ds), libgcc-s1 (>= 12), libmosquitto1 (>= 2.0.11), libmosquittopp1 (>= 2.0.11), libpcap0.8 (>= 1.5.1), libprotobuf-lite32 (>= 3.21.12), libssl3 (>= 3.0.0), libstdc++6 (>= 12)")
+set(libraries "libc6 (>= 2.36), libcpp-httplib0.11 (>= 0.11.4+ds), libgcc-s1 (>= 12), libmosquitto1 (>= 2.0.11), libmosquittopp1 (>= 2.0.11), libncursesw6 (>= 6), libpcap0.8 (>= 1.5.1), libprotobuf-lite32 (>= 3.21.12), libssl3 (>= 3.0.0), libstdc++6 (>= 12), libtinfo6 (>= 6)")
 set(CPACK_DEBIAN_SATNAVD_PACKAGE_DEPENDS "adduser, init-system-helpers (>= 1.54~)")
 if(CMAKE_CROSSCOMPILING)
   string(APPEND CPACK_DEBIAN_SATNAVD_PACKAGE_DEPENDS ", ${libraries}")
-  set(CPACK_DEBIAN_SIM_PACKAGE_DEPENDS "${libraries}")
+  string(REGEX REPLACE ", lib(ncursesw|tinfo)6 [^,]*" "" CPACK_DEBIAN_SIM_PACKAGE_DEPENDS "${libraries}")
 else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()

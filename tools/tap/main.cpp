@@ -14,13 +14,14 @@ constexpr const char* DESCRIPTION =
     R"(Shows every message of the unit's bus decoded, one line each: time of arrival (UTC), topic, envelope (protocol
 type, body length, time stamp in seconds since boot), fields. Of a signal group: its name, every signal with
 its physical value and unit, or why it has none, and the packed bytes. A message that cannot be decoded is shown
-with the reason and a hex dump. Ends on Ctrl-C and when nobody reads the output any more. --record keeps the
-messages in a file; --read takes them from it in place of the bus, and --replay publishes them again.)";
+with the reason and a hex dump. Ends on Ctrl-C and when nobody reads the output any more. With --live, the state of the
+unit is on the whole terminal instead. --record keeps the messages in a file; --read takes them from it in place of the
+bus, and --replay publishes them again.)";
 
 constexpr const char* FOOTER =
     R"(Exit status: 0; 1 when the broker cannot be reached, when the signal database or a recording cannot be read, when
-the output or a file cannot be written, when a port or link cannot be had, or when --count is given and nothing at
-all arrives; 2 for wrong options.)";
+the output or a file cannot be written, when a port or link cannot be had, when --live has no terminal, or when --count
+is given and nothing at all arrives; 2 for wrong options.)";
 
 int run(const CLI::App& app, const tap::Options& options) {
   const auto& recording = options.recording;

@@ -121,10 +121,13 @@ Value systems(const Model& model) {
 }
 
 Value receiver(const Model& model) {
-  if (!model.health()) return {};
-  const auto& health = model.health()->body;
-  std::string out = health.has_baud_rate() ? text(health.baud_rate(), " bit/s  ") : "";
-  return {out + health.sequence_step()};
+  if (!model.health() || !model.health()->body.has_baud_rate()) return {};
+  return {text(model.health()->body.baud_rate(), " bit/s")};
+}
+
+Value setup(const Model& model) {
+  if (!model.health() || !model.health()->body.has_sequence_step()) return {};
+  return {model.health()->body.sequence_step()};
 }
 
 Value losses(const Model& model) {
@@ -178,8 +181,8 @@ constexpr FieldRow FIELDS[] = {
     {"Source", source},
     {"Systems", systems},
     {"Receiver", receiver},
+    {"Setup", setup},
     {"Dropped", losses},
-    {nullptr, nullptr},
     {"Rate", rate},
     {"Delay", delay},
     {"Undecodable", undecodable},
@@ -190,7 +193,8 @@ Row field_row(const FieldRow& field, const Model& model) {
   if (field.label == nullptr) return row;
   const Value value = field.value(model);
   row.add(" ").column(field.label, LABEL_WIDTH, Style::label);
-  return row.add(value.text, value.style);
+  const size_t space = FIELDS_WIDTH - 1 - row.width();
+  return row.column(value.text, static_cast<int>(std::min(value.text.size(), space)), value.style);
 }
 
 }  // namespace

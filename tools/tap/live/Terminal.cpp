@@ -93,7 +93,7 @@ std::string Terminal::problem() {
 }
 
 bool Terminal::open() {
-  std::setlocale(LC_CTYPE, "");
+  static_cast<void>(std::setlocale(LC_CTYPE, ""));
   m_blocks = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
   m_screen = newterm(nullptr, stdout, stdin);
   if (m_screen == nullptr) return false;
