@@ -28,7 +28,8 @@ class PtyScreen : Unique {
 
   /// Returns a command line that runs a program with this as its terminal and with these variables.
   [[nodiscard]] Words launched(const Words& argv, const Words& variables = {}) const {
-    Words words{"sh", "-c", R"(exec setsid --ctty "$@" <"$0" >"$0" 2>&1)", ptsname(m_master), "env", "TERM=ansi"};
+    Words words{"sh",  "-c",       R"(exec setsid --ctty "$@" <"$0" >"$0" 2>&1)", ptsname(m_master),
+                "env", "TERM=ansi"};
     words.insert(words.end(), variables.begin(), variables.end());
     words.insert(words.end(), argv.begin(), argv.end());
     return words;
