@@ -153,7 +153,8 @@ bool LinkRecorder::makeRoom(int64_t now_ns, size_t payload_len) {
 
 void LinkRecorder::hold(int64_t now_ns, EventKind kind, std::span<const uint8_t> payload) {
   const auto header = linkrecord::makeHeader(kind, (now_ns - m_begin_ns) / NS_PER_US);
-  m_held.push_back({time_source().wall_ns(), header.size() + payload.size()});
+  if (m_held.empty()) m_wall_offset_ns = time_source().wall_ns() - now_ns;
+  m_held.push_back({now_ns + m_wall_offset_ns, header.size() + payload.size()});
   m_held_bytes.insert(m_held_bytes.end(), header.begin(), header.end());
   m_held_bytes.insert(m_held_bytes.end(), payload.begin(), payload.end());
   m_bytes += PcapFile::PACKET_HEADER_LEN + header.size() + payload.size();

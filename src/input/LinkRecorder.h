@@ -63,9 +63,10 @@ class LinkRecorder {
   std::unique_ptr<PcapFile> m_file;  // null before the first event and after a failure
   std::vector<Held> m_held;
   std::vector<uint8_t> m_held_bytes;
-  uint64_t m_bytes = 0;      // of the file, with the held events
-  int64_t m_begin_ns = 0;    // of the recording, steady
-  int64_t m_written_ns = 0;  // when the held events were written last, steady
+  uint64_t m_bytes = 0;          // of the file, with the held events
+  int64_t m_begin_ns = 0;        // of the recording, steady
+  int64_t m_wall_offset_ns = 0;  // system clock minus steady clock, read with the first held event
+  int64_t m_written_ns = 0;      // when the held events were written last, steady
   bool m_failed = false;
   bool m_is_open = false;  // the port
   unsigned m_baud = 0;
