@@ -58,7 +58,7 @@ std::unique_ptr<PcapFile> PcapFile::begin(std::FILE* file, int link_type, std::s
   if (dumper != nullptr) return std::unique_ptr<PcapFile>(new PcapFile(*pcap, dead, dumper, file));
   if (dead != nullptr) pcap->close(dead);
   if (problem.empty()) problem = "libpcap cannot begin a file";
-  std::fclose(file);
+  static_cast<void>(std::fclose(file));
   return nullptr;
 }
 
