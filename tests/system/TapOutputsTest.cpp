@@ -79,7 +79,7 @@ class TapOutputsTest : public SatnavdTest {
     std::string line = command + " system/gnss/data ";
     for (const uint8_t byte : enveloped(fix).payload) {
       char digits[3];
-      std::snprintf(digits, sizeof digits, "%02X", byte);
+      (void)std::snprintf(digits, sizeof digits, "%02X", byte);
       line += digits;
     }
     m_unit->write_stdin(line + "\n");
