@@ -18,6 +18,8 @@ class NmeaFeed : public Output {
   void take(const Arrival& arrival) final;
   void add_waits(std::vector<pollfd>& waits) const override;
   void serve() final;
+  /// Returns true: a client would be dropped, and a receiver does not send a drive at once.
+  [[nodiscard]] bool needs_pace() const override { return true; }
   /// Hands over the last sentences.
   void close() override { serve(); }
   [[nodiscard]] std::string problem() const override { return m_problem; }
