@@ -23,9 +23,6 @@ namespace ecu::koru::tap {
 /// cannot be decoded. With `sentences`, the sentences of a fix follow it, one indented line each.
 [[nodiscard]] std::string human_line(const Arrival& arrival, bool sentences);
 
-/// Returns "2026-11-21T10:15:30.123456Z" with 1 to 6 decimals of the second.
-[[nodiscard]] std::string iso_time(int64_t us_since_1970, int digits);
-
 /// Breaks the lines of an ASCII text at blanks, between the fields if that leaves no great gap, so that none
 /// is longer than `width`. The rest of a line is indented. A width of 0 or less than 20 changes nothing.
 [[nodiscard]] std::string wrapped(std::string_view lines, size_t width);

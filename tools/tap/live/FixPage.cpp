@@ -4,6 +4,7 @@
 #include "platform/base/Logging.h"
 #include "platform/com/Topics.h"
 #include "tools/tap/Fields.h"
+#include "tools/tap/IsoTime.h"
 #include "tools/tap/Lines.h"
 #include "tools/tap/live/Layout.h"
 #include "tools/tap/live/SkyRows.h"

@@ -4,6 +4,7 @@
 
 #include "platform/base/Logging.h"
 #include "tools/tap/Fields.h"
+#include "tools/tap/IsoTime.h"
 #include "tools/tap/Lines.h"
 
 namespace ecu::koru::tap::live {
