@@ -74,7 +74,6 @@ void add_can_log_options(CLI::App& app, CanLog::Options& options) {
 void add_options(CLI::App& app, Options& options) {
   tool::add_bus_options(app, options.bus);
   add_viewer_options(app, options.viewer);
-  live::add_live_options(app, options.live);
   app.add_option("--seconds", options.seconds, "End after so many seconds")
       ->check(CLI::Range(0.001, 1e9) & tool::not_nan());
   tool::add_signal_database_option(app, options.signal_database);
@@ -83,6 +82,7 @@ void add_options(CLI::App& app, Options& options) {
   add_export_options(app, options.exports);
   add_recording_options(app, options.recording);
   app.add_flag("--force", options.force, "Replace files that exist already");
+  live::add_live_options(app, options.live);
 }
 
 }  // namespace ecu::koru::tap
