@@ -123,7 +123,7 @@ bool given(const CLI::App& app, const char* option) {
 std::string misplaced(const CLI::App& app, bool replay) {
   for (const auto* const option : app.get_options()) {
     if (option->count() == 0) continue;
-    const std::string name = option->get_name();
+    std::string name = option->get_name();
     const bool for_bus = is_among(BUS_OPTIONS, name);
     if (replay ? !for_bus && !is_among(REPLAY_OPTIONS, name) : for_bus) return name;
   }
