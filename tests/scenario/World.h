@@ -18,6 +18,8 @@
 #include "platform/com/MemoryTransport.h"
 #include "platform/com/Topics.h"
 #include "sim/gnss/Receiver.h"
+#include "sim/replay/AgendaTime.h"
+#include "sim/replay/VirtualTerminal.h"
 #include "support/Envelope.h"
 #include "support/Frames.h"
 #include "support/Support.h"
@@ -29,18 +31,7 @@ namespace test {
 inline constexpr int64_t MS = 1000;  // us
 inline constexpr int64_t S = 1000 * MS;
 
-/// The receiver's end of the terminal. Times are us since the scenario began.
-class ByteSource {
- public:
-  virtual ~ByteSource() = default;
-  virtual void advance_to(int64_t now_us) = 0;
-  [[nodiscard]] virtual int64_t next_byte_us() const = 0;
-  [[nodiscard]] virtual size_t available() const = 0;
-  virtual size_t read(std::span<uint8_t> out) = 0;
-  virtual void write(std::span<const uint8_t> /*bytes*/) {}
-  virtual void set_host_baud(unsigned /*baud*/) {}
-  virtual void set_open(bool /*open*/) {}
-};
+using ByteSource = ecu::koru::sim::LinkEnd;
 
 /// Bytes that arrive at given times, each burst at once.
 class Script : public ByteSource {
@@ -82,59 +73,11 @@ class SimulatedReceiver final : public ByteSource {
   ecu::koru::sim::Receiver receiver;
 };
 
-/// Virtual time with an agenda: whenever the clock moves, the actions that become due are carried out.
-class ScenarioTime final : public ecu::koru::ITimeSource {
+/// Times in us count from the start of the scenario.
+class ScenarioTime final : public ecu::koru::sim::AgendaTime {
  public:
   static constexpr int64_t START_NS = 1'000'000'000'000;
-  explicit ScenarioTime(int64_t wall_us) : m_clock(START_NS, wall_us) {}
-  [[nodiscard]] int64_t steady_ns() const override { return m_clock.steady_ns(); }
-  [[nodiscard]] int64_t boot_ns() const override { return m_clock.boot_ns() + boot_offset_ns; }
-  void sleep_ns(int64_t ns) override { advance_to_ns(steady_ns() + ns); }
-  /// Ends at the next point of the agenda, which may be the awaited event.
-  void wait_ns(std::condition_variable& /*condition*/, std::unique_lock<std::mutex>& lock,
-               int64_t ns) override {
-    const int64_t end = steady_ns() + ns;
-    lock.unlock();
-    advance_to_ns(m_agenda.empty() ? end : std::min(end, START_NS + m_agenda.begin()->first * 1000));
-    lock.lock();
-  }
-  bool wait_ns(ecu::koru::WakeUp& wake, int64_t ns) override {
-    ++waits;
-    const int64_t end_us = now_us() + ns / 1000;
-    while (!wake.pending() && now_us() < end_us) step_towards_us(end_us);
-    const bool woken = wake.pending();
-    if (woken) wake.clear();
-    return woken;
-  }
-  [[nodiscard]] timeval wall() const override { return m_clock.wall(); }
-  [[nodiscard]] int64_t wall_ns() const override { return m_clock.wall_ns(); }
-  [[nodiscard]] bool set_wall(const timeval& now) override { return m_clock.set_wall(now); }
-
-  [[nodiscard]] int64_t now_us() const { return (steady_ns() - START_NS) / 1000; }
-  void at(int64_t us, std::function<void()> action) { m_agenda.emplace(us, std::move(action)); }
-  /// Carries out the points of the agenda on the way.
-  void advance_to_us(int64_t us) { advance_to_ns(START_NS + us * 1000); }
-  /// Stops at the next point of the agenda.
-  void step_towards_us(int64_t us) {
-    advance_to_us(m_agenda.empty() ? us : std::min(us, std::max(m_agenda.begin()->first, now_us())));
-  }
-  [[nodiscard]] ecu::koru::VirtualTime& clock() { return m_clock; }
-
-  long waits = 0;              ///< for a wake-up, of the service without an open device
-  int64_t boot_offset_ns = 0;  ///< by how much the time since boot exceeds the steady clock
-
- private:
-  void advance_to_ns(int64_t ns) {
-    while (!m_agenda.empty() && START_NS + m_agenda.begin()->first * 1000 <= ns) {
-      auto due = m_agenda.extract(m_agenda.begin());
-      m_clock.advance(std::max<int64_t>(0, START_NS + due.key() * 1000 - steady_ns()));
-      due.mapped()();  // the action may itself let time pass
-    }
-    m_clock.advance(std::max<int64_t>(0, ns - steady_ns()));
-  }
-
-  ecu::koru::VirtualTime m_clock;
-  std::multimap<int64_t, std::function<void()>> m_agenda;
+  explicit ScenarioTime(int64_t wall_us) : AgendaTime(START_NS, wall_us) {}
 };
 
 struct Sent {
@@ -151,62 +94,34 @@ struct TerminalState {
   long waits = 0;
 };
 
-/// The device that the service opens. Time passes only here and in sleeps.
-class ScenarioTerminal final : public ecu::koru::gpspub::ITerminalDevice {
+/// Hands everything on between terminal and source, notes what the service does, and is missing or gone on
+/// request.
+class WatchedSource final : public ByteSource {
  public:
-  ScenarioTerminal(ScenarioTime& time, ByteSource& source, TerminalState& state)
+  WatchedSource(ScenarioTime& time, ByteSource& source, TerminalState& state)
       : m_time(time), m_source(source), m_state(state) {}
 
-  int open(const std::string& /*path*/) override {
+  void advance_to(int64_t now_us) override { m_source.advance_to(now_us); }
+  [[nodiscard]] int64_t next_byte_us() const override { return m_source.next_byte_us(); }
+  [[nodiscard]] size_t available() const override { return m_source.available(); }
+  size_t read(std::span<uint8_t> out) override { return m_source.read(out); }
+  void write(std::span<const uint8_t> bytes) override {
+    m_source.write(bytes);
+    m_state.sent.push_back({m_time.now_us(), std::string(bytes.begin(), bytes.end())});
+  }
+  void set_host_baud(unsigned baud) override {
+    m_state.bauds.push_back(baud);
+    m_source.set_host_baud(baud);
+  }
+  [[nodiscard]] int open_error() override {
     m_state.opens_us.push_back(m_time.now_us());
-    if (m_state.missing) return errno = ENOENT, -1;
-    m_source.advance_to(m_time.now_us());
-    m_source.set_open(true);
-    return FD;
+    return m_state.missing ? ENOENT : 0;
   }
-  int close(int /*fd*/) override {
-    m_source.advance_to(m_time.now_us());
-    m_source.set_open(false);
-    return 0;
-  }
-  ssize_t read(int /*fd*/, void* data, size_t max) override {
-    if (m_state.gone) return 0;
-    return static_cast<ssize_t>(m_source.read({static_cast<uint8_t*>(data), max}));
-  }
-  ssize_t write(int /*fd*/, const void* data, size_t len) override {
-    m_source.advance_to(m_time.now_us());
-    m_source.write({static_cast<const uint8_t*>(data), len});
-    m_state.sent.push_back({m_time.now_us(), std::string(static_cast<const char*>(data), len)});
-    return static_cast<ssize_t>(len);
-  }
-  int waitReadable(int /*fd*/, int timeout_us, ecu::koru::WakeUp* wake) override {
-    ++m_state.waits;
-    const int64_t end = m_time.now_us() + timeout_us;
-    for (;;) {
-      m_source.advance_to(m_time.now_us());
-      if (m_state.gone || m_source.available() > 0) return 1;
-      if (m_time.now_us() >= end) return 0;
-      if (wake->pending()) return wake->clear(), 0;
-      m_time.step_towards_us(std::clamp(m_source.next_byte_us(), m_time.now_us() + 1, end));
-    }
-  }
-  bool isWritable(int /*fd*/) override { return true; }
-  int bytesReadable(int /*fd*/) override { return static_cast<int>(m_source.available()); }
-  void dropInput(int /*fd*/) override {
-    std::array<uint8_t, 4096> sink{};
-    while (m_source.available() > 0) m_source.read(sink);
-  }
-  int getAttributes(int /*fd*/, termios& /*attributes*/) override { return 0; }
-  int setAttributes(int /*fd*/, const termios& attributes) override {
-    static const std::map<speed_t, unsigned> SPEEDS{{B4800, 4800},   {B9600, 9600},   {B19200, 19200},
-                                                    {B38400, 38400}, {B57600, 57600}, {B115200, 115200}};
-    m_state.bauds.push_back(SPEEDS.at(cfgetispeed(&attributes)));
-    m_source.set_host_baud(m_state.bauds.back());
-    return 0;
-  }
+  void set_open(bool open) override { m_source.set_open(open); }
+  [[nodiscard]] bool is_gone() const override { return m_state.gone; }
+  void wait_begins() override { ++m_state.waits; }
 
  private:
-  static constexpr int FD = 7;
   ScenarioTime& m_time;
   ByteSource& m_source;
   TerminalState& m_state;
@@ -270,8 +185,9 @@ class World {
   World(ByteSource& source, const Options& options)
       : World(
             [&source](World& world) {
+              world.m_watched = std::make_unique<WatchedSource>(world.time, source, world.terminal);
               return std::make_unique<ecu::koru::gpspub::SerialInput>(
-                  std::make_unique<ScenarioTerminal>(world.time, source, world.terminal));
+                  std::make_unique<ecu::koru::sim::VirtualTerminal>(world.time, *world.m_watched));
             },
             options) {}
   explicit World(ByteSource& source) : World(source, Options{}) {}
@@ -324,6 +240,9 @@ class World {
   ResetLine resets;
   std::shared_ptr<ecu::koru::com::MemoryTransport> bus;
   std::unique_ptr<ecu::koru::gpspub::GPSDClient> service;
+
+ private:
+  std::unique_ptr<WatchedSource> m_watched;  // null: the input has no terminal
 };
 
 /// Returns "ms:status/sentences" of each, separated by blanks.
