@@ -16,13 +16,13 @@
 
 #include "app/ApplyConfiguration.h"
 #include "app/Options.h"
+#include "app/UnitVariables.h"
 #include "app/Version.h"
 #include "core/GPSDClient.h"
 #include "core/Unit.h"
 #include "platform/base/Configuration.h"
 #include "platform/base/ServiceManager.h"
 #include "platform/com/Transport.h"
-#include "platform/var/Variables.h"
 #include "wire/ServiceLog.h"
 #include "wire/Stopwatch.h"
 
@@ -34,15 +34,8 @@ using gpspub::GPSDClient;
 using gpspub::LOG;
 
 constexpr int STATUS_NO_CONFIGURATION = -1;
-constexpr uint32_t ACTIVATE_EHORIZON_SIM = 0x2045;
 constexpr uint32_t DEFAULT_DEBUG_FLAGS = 1;
 constexpr std::array<int, 2> STOP_SIGNALS{SIGINT, SIGTERM};
-
-struct MandatoryVariables {
-  std::string hwvariant;
-  std::string hwversion;
-  std::string hasgnss;
-};
 
 /// Holds the service that a stop signal ends; null before it exists and after the first signal.
 std::atomic<GPSDClient*>& stopCell() {
@@ -91,30 +84,6 @@ bool readConfiguration(const std::string& path, std::unique_ptr<config::Configur
   }
   config::set_config_from_input(config, file);
   return true;
-}
-
-std::string readMandatory(var::VarClient& variables, const std::string& name) {
-  std::string value = variables.get(name);
-  if (value.empty()) {
-    LOG.alert("Failed to get mandatory ECU variable '" + name + "' from ECU. Application exiting!");
-  }
-  return value;
-}
-
-/// Returns false if one is missing.
-bool readMandatoryVariables(var::VarClient& variables, MandatoryVariables& out) {
-  return !(out.hwvariant = readMandatory(variables, "hwvariant")).empty() &&
-         !(out.hwversion = readMandatory(variables, "hwversion")).empty() &&
-         !(out.hasgnss = readMandatory(variables, "hasgnss")).empty();
-}
-
-bool readSimulationSwitch(var::SysparamsClient& parameters) {
-  const auto entry = parameters.get(ACTIVATE_EHORIZON_SIM);
-  if (!entry) return false;
-  const std::string& value = entry->value();
-  LOG.debug("GPSDClient::GPSDClient activateEhorizonSim = ",
-            value.empty() ? "" : std::to_string(static_cast<uint8_t>(value[0])));
-  return !value.empty() && value[0] == 1;
 }
 
 void logBanner(const gpspub::Options& options, const std::string& config_path) {
@@ -180,21 +149,17 @@ int main(int argc, char** argv) {
   transport->connect();
   transport->start();
 
-  auto variables = var::create_var_client(transport);
-  MandatoryVariables unit;
-  if (!readMandatoryVariables(*variables, unit)) {
+  const auto unit = gpspub::readUnitVariables(transport);
+  if (!unit) {
     stopTransport(*transport, EXIT_FAILURE);
     mosqpp::lib_cleanup();
     return EXIT_FAILURE;
   }
-  auto parameters = var::create_sysparams_client(transport);
-  const bool simulation = readSimulationSwitch(*parameters);
-  parameters.reset();  // it may hold many of them
   const std::string device =
-      gpspub::Unit::chooseDevice(options.device, simulation, settings.gnss_device, unit.hwversion);
+      gpspub::Unit::chooseDevice(options.device, unit->simulation, settings.gnss_device, unit->hwversion);
 
-  auto service = std::make_unique<GPSDClient>(transport, unit.hwvariant, unit.hasgnss, unit.hwversion, device,
-                                              gpspub::unitHardware(settings));
+  auto service = std::make_unique<GPSDClient>(transport, unit->hwvariant, unit->hasgnss, unit->hwversion,
+                                              device, gpspub::unitHardware(settings));
   service->readSysparams();
   stopCell() = service.get();
   if (options.debug_flags != DEFAULT_DEBUG_FLAGS) service->enableLoggingControl();
@@ -208,7 +173,6 @@ int main(int argc, char** argv) {
 
   service->disconnect();
   service.reset();
-  variables.reset();
   stopTransport(*transport, EXIT_SUCCESS);
   transport.reset();
   mosqpp::lib_cleanup();
