@@ -23,9 +23,10 @@ int MemoryTransport::publish(const std::string& topic, const Message& message, D
       return -1;
     }
     ++m_counts.sent;
-    m_records.push_back({topic, message, time_source().steady_ns()});
+    if (!m_taker) m_records.push_back({topic, message, time_source().steady_ns()});
     if (message.retained) m_retained[topic] = message;
   }
+  if (m_taker) m_taker({topic, message, time_source().steady_ns()});
   deliver(topic, message);
   return 0;
 }
@@ -57,6 +58,11 @@ bool MemoryTransport::unsubscribe(const std::string& topic) {
 TransportCounts MemoryTransport::counts() const {
   const std::lock_guard lock(m_mutex);
   return m_counts;
+}
+
+void MemoryTransport::hand_records_to(std::function<void(const Record&)> taker) {
+  const std::lock_guard lock(m_mutex);
+  m_taker = std::move(taker);
 }
 
 void MemoryTransport::set_connected(bool connected) {

@@ -11,8 +11,9 @@
 
 namespace ecu::koru::com {
 
-/// A bus inside the process: the test version of the transport. publish() records a message and delivers it
-/// on the caller's thread. Retained messages reach later subscribers. Topics are exact, without wildcards.
+/// A bus inside the process: the version of the transport for tests and for virtual time. publish() records a
+/// message and delivers it on the caller's thread. Retained messages reach later subscribers. Topics are
+/// exact, without wildcards.
 class MemoryTransport final : public ITransportClient {
  public:
   struct Record {
@@ -35,6 +36,8 @@ class MemoryTransport final : public ITransportClient {
     return std::chrono::milliseconds(0);
   }
 
+  /// From now on publish() hands its records to `taker`, on the caller's thread, and keeps none.
+  void hand_records_to(std::function<void(const Record&)> taker);
   /// While false, publish() fails and keeps only `until_sent` messages.
   void set_connected(bool connected);
   /// Delivers a message as another program on the bus would; it is not recorded.
@@ -51,6 +54,7 @@ class MemoryTransport final : public ITransportClient {
   mutable std::mutex m_mutex;
   bool m_connected = true;
   std::function<void()> m_connection_observer;
+  std::function<void(const Record&)> m_taker;
   std::vector<Record> m_records;
   TransportCounts m_counts;
   std::map<std::string, Message> m_retained;
