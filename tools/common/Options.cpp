@@ -48,6 +48,14 @@ CLI::Validator file_name() {
           "FILE"};
 }
 
+CLI::Validator topic_filter() {
+  return {[](const std::string& filter) {
+            const bool good = mosquitto_sub_topic_check2(filter.data(), filter.size()) == MOSQ_ERR_SUCCESS;
+            return good ? std::string() : "not an MQTT topic filter: " + filter;
+          },
+          "FILTER"};
+}
+
 CLI::Validator not_nan() {
   return {[](const std::string& text) {
             return std::isnan(std::strtod(text.c_str(), nullptr)) ? "not a number" : std::string();

@@ -17,6 +17,9 @@ void add_bus_options(CLI::App& app, BusOptions& options);
 /// Refuses an empty text, which is most likely an unset shell variable.
 [[nodiscard]] CLI::Validator file_name();
 
+/// Refuses what no MQTT broker takes for a subscription.
+[[nodiscard]] CLI::Validator topic_filter();
+
 /// Refuses "nan", which CLI::Range accepts.
 [[nodiscard]] CLI::Validator not_nan();
 

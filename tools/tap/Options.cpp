@@ -1,7 +1,5 @@
 #include "tools/tap/Options.h"
 
-#include <mosquitto.h>
-
 #include <charconv>
 #include <cstdint>
 
@@ -11,11 +9,6 @@
 namespace ecu::koru::tap {
 
 namespace {
-
-std::string check_filter(const std::string& filter) {
-  const bool good = mosquitto_sub_topic_check2(filter.data(), filter.size()) == MOSQ_ERR_SUCCESS;
-  return good ? std::string() : "not an MQTT topic filter: " + filter;
-}
 
 std::string check_interface(const std::string& name) {
   constexpr size_t MAX_NAME = 15;  // limit of the system's interface names
@@ -37,7 +30,7 @@ uint8_t source_address(const std::string& text) {
 
 void add_viewer_options(CLI::App& app, Viewer::Options& options) {
   app.add_option("--topic", options.topics, "An MQTT topic filter, repeatable [system/# rt/# systime/#]")
-      ->check(CLI::Validator(check_filter, "FILTER"))
+      ->check(tool::topic_filter())
       ->type_size(1)
       ->allow_extra_args(false);
   app.add_flag("--json", options.json,
