@@ -33,6 +33,7 @@ satnavd_install_program(satnav-tap ${CMAKE_INSTALL_BINDIR} 1 satnavd)
 satnavd_install_program(satnav-check ${CMAKE_INSTALL_BINDIR} 1 satnavd)
 satnavd_install_program(gnss-sim ${CMAKE_INSTALL_BINDIR} 1 sim)
 satnavd_install_program(ecu-sim ${CMAKE_INSTALL_BINDIR} 1 sim)
+satnavd_install_program(satnavd-replay ${CMAKE_INSTALL_BINDIR} 1 sim)
 
 # The service looks here, not below the prefix.
 install(FILES ${packaging}/satnavd.conf DESTINATION /etc/satnavd COMPONENT satnavd)
@@ -139,7 +140,8 @@ set(CPACK_DEBIAN_SIM_PACKAGE_NAME satnavd-sim)
 set(CPACK_DEBIAN_SIM_DESCRIPTION "simulated receiver and control unit for satnavd
 gnss-sim is a satellite receiver behind a pseudo-terminal, with faults on
 request; ecu-sim publishes what the rest of the unit would and joins two
-units as the vehicle's CAN does. For a bench, not for the vehicle.")
+units as the vehicle's CAN does; satnavd-replay runs the service over a
+recording of its receiver's link. For a bench, not for the vehicle.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME satnavd-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION devel)

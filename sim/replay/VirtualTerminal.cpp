@@ -40,9 +40,11 @@ int VirtualTerminal::waitReadable(int /*fd*/, int timeout_us, WakeUp* wake) {
   const int64_t end = m_time.now_us() + timeout_us;
   for (;;) {
     m_link.advance_to(m_time.now_us());
-    if (m_link.is_gone() || m_link.available() > 0) return 1;
+    if (m_link.available() > 0) return 1;
+    // A service that closes the port just then is not told that the device is gone.
     if (m_time.now_us() >= end) return 0;
     if (wake->pending()) return wake->clear(), 0;
+    if (m_link.is_gone()) return 1;
     m_time.step_towards_us(std::clamp(m_link.next_byte_us(), m_time.now_us() + 1, end));
   }
 }
@@ -55,6 +57,7 @@ void VirtualTerminal::dropInput(int /*fd*/) {
 int VirtualTerminal::setAttributes(int /*fd*/, const termios& attributes) {
   static const std::map<speed_t, unsigned> SPEEDS{{B4800, 4800},   {B9600, 9600},   {B19200, 19200},
                                                   {B38400, 38400}, {B57600, 57600}, {B115200, 115200}};
+  if (!m_link.is_terminal()) return errno = ENOTTY, -1;
   m_link.set_host_baud(SPEEDS.at(cfgetispeed(&attributes)));
   return 0;
 }

@@ -18,6 +18,8 @@ class LinkEnd {
   [[nodiscard]] virtual size_t available() const = 0;
   virtual size_t read(std::span<uint8_t> out) = 0;
   virtual void write(std::span<const uint8_t> /*bytes*/) {}
+  /// Returns false if the device takes no settings, because it is no terminal.
+  [[nodiscard]] virtual bool is_terminal() const { return true; }
   virtual void set_host_baud(unsigned /*baud*/) {}
   /// Returns 0, or the errno with which the device cannot be opened now.
   [[nodiscard]] virtual int open_error() { return 0; }

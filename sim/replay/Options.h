@@ -1,0 +1,33 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <limits>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/Options.h"
+#include "sim/ecu/UnitOptions.h"
+
+namespace ecu::koru::sim {
+
+/// The command line of satnavd-replay. Times are seconds since the recording began.
+struct ReplayOptions {
+  std::string recording;
+  std::string config;       ///< empty: a configuration without keys
+  gpspub::Options service;  ///< the service's own options then
+  UnitOptions unit;
+  std::vector<std::pair<double, std::string>> changes;  ///< commands of the unit, with their times
+  std::optional<double> uptime;                         ///< since boot, at the start
+  bool no_reset_line = false;
+  std::vector<std::string> topics;  ///< to show; empty: all
+  double from = 0;
+  double to = std::numeric_limits<double>::infinity();
+  bool strict = false;
+};
+
+/// Adds every option. `options` must outlive `app`.
+void add_options(CLI::App& app, ReplayOptions& options);
+
+}  // namespace ecu::koru::sim

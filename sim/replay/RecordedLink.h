@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <string_view>
+
+#include "sim/replay/Differences.h"
+#include "sim/replay/RecordedTraffic.h"
+#include "sim/replay/SentComparison.h"
+#include "sim/replay/VirtualTerminal.h"
+
+namespace ecu::koru::sim {
+
+/// The receiver's end of a recorded link: at each recorded instant the bytes of one read become readable, and
+/// each read ends where it ended then. The device can be opened when the service opened it. If the recording
+/// closes the port and the service does not, the device went away. Reports what the service does otherwise.
+///
+/// Because nothing takes time here but waiting, the service is a little earlier than it was then. Only what
+/// counts from its very beginning, which was before the first event, comes later, by the recording's lag.
+class RecordedLink final : public LinkEnd {
+ public:
+  /// Both must outlive it.
+  RecordedLink(const RecordedTraffic& recording, Differences& differences);
+
+  /// Returns when the recording ends, us. A close at the very end was the end of the service.
+  [[nodiscard]] int64_t end_us() const;
+  /// The service has ended.
+  void finish();
+
+  // LinkEnd
+  void advance_to(int64_t now_us) override;
+  [[nodiscard]] int64_t next_byte_us() const override;
+  [[nodiscard]] size_t available() const override { return m_pieces.empty() ? 0 : m_pieces.front().size(); }
+  size_t read(std::span<uint8_t> out) override;
+  void write(std::span<const uint8_t> bytes) override;
+  void set_host_baud(unsigned baud) override;
+  [[nodiscard]] bool is_terminal() const override { return m_baud != 0; }
+  [[nodiscard]] int open_error() override;
+  void set_open(bool open) override;
+  [[nodiscard]] bool is_gone() const override { return m_gone_us <= m_now_us; }
+
+ private:
+  [[nodiscard]] bool has_next() const { return m_next < m_count; }
+  [[nodiscard]] const LinkEvent& next() const { return m_events[m_next]; }
+  [[nodiscard]] int64_t next_event_us() const;
+  [[nodiscard]] size_t next_opening() const;
+  void happens(const LinkEvent& event);
+  void receive(const LinkEvent& event);
+
+  const std::vector<LinkEvent>& m_events;
+  const int64_t m_lag_us;
+  Differences& m_differences;
+  SentComparison m_sent;
+  size_t m_count;     // of the events to replay
+  size_t m_next = 0;  // the first that has not happened
+  int64_t m_now_us = 0;
+  int64_t m_gone_us = INT64_MAX;  // the device goes away unless the service closes the port before
+  bool m_was_open;                // in the recording
+  bool m_is_open = false;
+  bool m_is_early_closed = false;         // by the service, while it is open in the recording
+  bool m_loss_told = false;               // since the last opening or close
+  unsigned m_baud = 0;                    // in the recording
+  std::deque<std::string_view> m_pieces;  // to read, each in reads of its own
+};
+
+}  // namespace ecu::koru::sim
