@@ -31,6 +31,7 @@ Comparable comparable(const json& line) {
     if (body.contains(name)) result.times.push_back(body[name].get<int64_t>() * unit);
     body.erase(name);
   }
+  body.erase("version");  // each program has its own
   result.text += " " + body.dump();
   return result;
 }
