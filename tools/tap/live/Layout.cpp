@@ -91,11 +91,13 @@ size_t rows_beyond(const Model& model, const View& view) {
 }
 
 std::string duration_text(uint64_t ns) {
-  constexpr uint64_t S = 1'000'000'000;
-  if (ns < 10 * S) return decimal(static_cast<double>(ns / (S / 10)) / 10, 1) + " s";
-  if (ns < 120 * S) return text(ns / S, " s");
-  if (ns < 120 * 60 * S) return text(ns / (60 * S), " min");
-  return text(ns / (3600 * S), " h");
+  constexpr uint64_t TENTH = 100'000'000;
+  constexpr uint64_t SECOND = 10 * TENTH;
+  constexpr uint64_t MINUTE = 60 * SECOND;
+  if (ns < 10 * SECOND) return text(ns / SECOND, ".", ns / TENTH % 10, " s");
+  if (ns < 120 * SECOND) return text(ns / SECOND, " s");
+  if (ns < 120 * MINUTE) return text(ns / MINUTE, " min");
+  return text(ns / (60 * MINUTE), " h");
 }
 
 std::string age_text(const View& view, uint64_t boot_ns) {
