@@ -5,7 +5,7 @@
 #include <cstdlib>
 using namespace ecu::koru::pb;
 
-/// Reads the body after the envelope. Returns false if there is none.
+/// Reads the body after the envelope. Returns false if the message is not a fix in an envelope.
 bool read_fix(const char* payload, int length, GnssData& fix) {
   constexpr int HEADER_LENGTH = 18;
   NVXHeader header;

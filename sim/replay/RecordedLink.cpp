@@ -101,7 +101,7 @@ void RecordedLink::write(std::span<const uint8_t> bytes) {
 
 // -- Opening and closing
 
-/// Returns the opening that the service may be about to repeat; m_count if there is none.
+/// Returns the opening that the service may be about to repeat, or m_count without one.
 size_t RecordedLink::next_opening() const {
   for (size_t i = m_next; i < m_count && m_events[i].at_us <= m_now_us + OPENS_NEAR_US; ++i) {
     if (m_events[i].kind == Kind::OPENED) return i;

@@ -73,7 +73,7 @@ Found readBaudRate(std::string_view key, const std::string& text, Settings& sett
                  std::to_string(rate.bitsPerSecond())};
 }
 
-/// Reads an optional number. `record` begins the record of a text that is none.
+/// Reads an optional number. `record` begins the record about a text that is not a number.
 template <auto Member>
 Found readNumber(std::string_view key, const std::string& text, Settings& settings, const char* record,
                  const char* otherwise) {

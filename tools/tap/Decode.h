@@ -27,7 +27,7 @@ enum class ValueView {
 struct TopicRow {
   std::string_view pattern;                       ///< a topic, or the start of topics followed by '#'
   std::string_view type;                          ///< the body's message type
-  Body (*parse)(std::span<const uint8_t> bytes);  ///< reads such a body; monostate if the bytes are none
+  Body (*parse)(std::span<const uint8_t> bytes);  ///< reads such a body; monostate if it cannot
   ValueView view = ValueView::bytes;
   std::string_view group_topic = {};  ///< topic of the value's signal group; empty: the message's own
 };

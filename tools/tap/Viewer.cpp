@@ -12,7 +12,7 @@ namespace ecu::koru::tap {
 
 namespace {
 
-/// Returns the columns of the terminal that is standard output; 0 if it is none.
+/// Returns the columns of the terminal that is standard output; 0 if it is not a terminal.
 size_t terminal_width() {
   winsize size{};
   return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
