@@ -56,12 +56,13 @@ MqttFailure explain(const MqttCourse& course) {
   if (course.tls && !course.errors.empty() && !end_of_stream) {
     return {Kind::tls, course.errors + (course.distrust.empty() ? "" : " (" + course.distrust + ")")};
   }
-  if (course.connack < 0 && (end_of_stream || code == MOSQ_ERR_CONN_LOST)) return unanswered(course.tls);
+  // A broker sends its whole answer to the login in one TLS record, so a partial answer is not a broker's.
+  const bool cut = course.tls && (end_of_stream || ends_within_packet(code, course.system_error));
+  if (course.connack < 0 && (cut || code == MOSQ_ERR_CONN_LOST))
+    return course.tls_answered ? foreign({}) : unanswered(course.tls);
   if (end_of_stream) return {Kind::unreachable, reason_of(MOSQ_ERR_CONN_LOST, 0)};
   if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_NO_CONN) code = course.disconnect;
-  // A broker sends its whole answer to the login in one TLS record, so a partial answer is not a broker's.
-  const bool cut = course.tls && ends_within_packet(code, course.system_error);
-  if (course.connack < 0 && (cut || breaks_protocol(code))) return foreign({});
+  if (course.connack < 0 && breaks_protocol(code)) return foreign({});
   const auto kind = std::ranges::find(PLAIN_LOSSES, code) != std::end(PLAIN_LOSSES) ? Kind::unreachable
                     : code == MOSQ_ERR_TLS || code == MOSQ_ERR_TLS_HANDSHAKE        ? Kind::tls
                                                                                     : Kind::protocol;

@@ -29,6 +29,7 @@ struct MqttCourse {
   int connack = -1;    ///< the answer to the login; -1: there was none
   int disconnect = 0;  ///< the library's reason for disconnecting
   bool tls = false;
+  bool tls_answered = false;  ///< with TLS: the peer sent something after the handshake
   std::string errors = {};    ///< errors that the library logged
   std::string distrust = {};  ///< why the broker's certificate was not trusted
 };

@@ -222,14 +222,19 @@ IMqttLink::Failure MqttLink::open(const char* bind_address) {
   m_connack = -1;
   m_disconnect = 0;
   m_uninvited.clear();
-  if (m_tls) m_tls->forget_distrust();
+  if (m_tls) m_tls->forget();
   m_errors.clear();
   m_notes = {};
   m_requests = m_written = 0;
   if (!m_equipped) m_equipped = equip();
   if (!m_equipped) return MqttFailure{MqttFailure::Kind::unreachable, "there are no credentials or no TLS"};
   errno = 0;
+  // With TLS 1.3 a broker refuses after the handshake, and closes. If the library sent the login at once,
+  // that could fail first, and the broker's reason would be lost. "Threaded" leaves it to step(), which reads
+  // first.
+  threaded_set(true);
   const int code = connect_async(m_options.host.c_str(), m_options.port, KEEP_ALIVE_S, bind_address);
+  threaded_set(false);
   if (code != MOSQ_ERR_SUCCESS) return explained(code, errno);
   tune(socket());
   return {};
@@ -281,8 +286,12 @@ void MqttLink::clean_up() {
 }
 
 MqttFailure MqttLink::explained(int code, int system_error) const {
-  return explain(
-      {code, system_error, m_connack, m_disconnect, uses_tls(), m_errors, m_tls ? m_tls->distrust() : ""});
+  MqttCourse course{code, system_error, m_connack, m_disconnect, uses_tls(), false, m_errors};
+  if (m_tls) {
+    course.tls_answered = m_tls->answered();
+    course.distrust = m_tls->distrust();
+  }
+  return explain(course);
 }
 
 void MqttLink::on_message(const mosquitto_message* message) {

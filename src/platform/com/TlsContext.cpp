@@ -46,6 +46,13 @@ TlsContext::TlsContext(std::string host)
   if (!m_context) return;
   SSL_CTX_set_verify(get(), SSL_VERIFY_PEER, nullptr);
   SSL_CTX_set_cert_verify_callback(get(), &TlsContext::verify, this);
+  SSL_CTX_set_msg_callback(get(), &TlsContext::observe);
+  SSL_CTX_set_msg_callback_arg(get(), this);
+}
+
+void TlsContext::forget() {
+  m_distrust.clear();
+  m_answered = false;
 }
 
 void TlsContext::Free::operator()(ssl_ctx_st* context) const {
@@ -61,6 +68,15 @@ int TlsContext::verify(x509_store_ctx_st* chain, void* self) {
   if (trusted) X509_STORE_CTX_set_error(chain, X509_V_ERR_HOSTNAME_MISMATCH);
   context.m_distrust = reason_of(X509_STORE_CTX_get_error(chain), X509_STORE_CTX_get_error_depth(chain));
   return 0;
+}
+
+/// TLS 1.3 hides the type of a record in its encrypted part.
+void TlsContext::observe(int written, int /*version*/, int type, const void* bytes, size_t length,
+                         ssl_st* tls, void* self) {
+  const int place = SSL_version(tls) == TLS1_3_VERSION ? SSL3_RT_INNER_CONTENT_TYPE : SSL3_RT_HEADER;
+  if (written != 0 || type != place || length == 0) return;
+  if (*static_cast<const unsigned char*>(bytes) == SSL3_RT_APPLICATION_DATA)
+    static_cast<TlsContext*>(self)->m_answered = true;
 }
 
 }  // namespace ecu::koru::com

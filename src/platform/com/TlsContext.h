@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
 struct ssl_ctx_st;         // OpenSSL's SSL_CTX
+struct ssl_st;             // OpenSSL's SSL
 struct x509_store_ctx_st;  // OpenSSL's X509_STORE_CTX
 
 namespace ecu::koru::com {
@@ -22,17 +24,23 @@ class TlsContext {
 
   /// Returns the fault of the broker's certificate in the last handshake, for a log text; empty if none.
   [[nodiscard]] const std::string& distrust() const { return m_distrust; }
-  void forget_distrust() { m_distrust.clear(); }
+  /// Returns true if the peer sent application data.
+  [[nodiscard]] bool answered() const { return m_answered; }
+  /// To be called before each connection: the two results above are about the present one.
+  void forget();
 
  private:
   struct Free {
     void operator()(ssl_ctx_st* context) const;
   };
   static int verify(x509_store_ctx_st* chain, void* self);
+  static void observe(int written, int version, int type, const void* bytes, size_t length, ssl_st* tls,
+                      void* self);
 
   const std::string m_host;
   std::unique_ptr<ssl_ctx_st, Free> m_context;
   std::string m_distrust;
+  bool m_answered = false;
 };
 
 }  // namespace ecu::koru::com
