@@ -12,8 +12,8 @@ endif()
 
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 # The baseline that every machine of Debian's armhf has. time_t and off_t have 64 bits, so dates do not end in 2038. The
-# sysroot's libraries differ in this. Of their interfaces used here only libpcap's passes such a type: files that include
-# it get these options.
+# sysroot's libraries differ in this. Of their interfaces used here only libpcap's and cpp-httplib's have such types: files
+# that include them get these options.
 set(CMAKE_CXX_FLAGS_INIT "-march=armv7-a+fp -mfloat-abi=hard -mthumb -D_TIME_BITS=64 -D_FILE_OFFSET_BITS=64")
 set(SATNAVD_LIBRARY_TIME -U_TIME_BITS)
 
