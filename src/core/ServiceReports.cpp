@@ -66,7 +66,11 @@ void ServiceReports::passBegins() {
   if (due_us != NEVER || returned) {
     const int64_t now = GnssUtils::getMicrosecDuration(0);
     if (now >= m_fix_report.due()) look();
-    if (now >= m_health_due_us || returned) publishHealth(m_fix_report.state(), m_fix_report.reason());
+    if (now >= m_health_due_us || returned) {
+      const int64_t late_us = returned ? 0 : (now - m_health_due_us) % HEALTH_US;
+      publishHealth(m_fix_report.state(), m_fix_report.reason());
+      m_health_due_us -= late_us;  // so that delays do not add up
+    }
   }
   if (connected) {
     m_manager->status(m_fix_report.reason());

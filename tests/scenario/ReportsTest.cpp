@@ -286,15 +286,16 @@ TEST(Reports, HealthComesEveryTenSecondsAndAtEachChange) {
   Reports reports(world);
   world.at(21.5, [&] { world.bus->set_connected(false); });
   world.at(23.5, [&] { world.bus->set_connected(true); });
-  reports.run(40.2);
+  world.at(33.4, [&] { world.time.clock().advance(300'000'000); });  // the host stands still
+  reports.run(44.2);
   std::vector<double> times;
   for (const auto& [at_s, health] : reports.health()) times.push_back(std::round(at_s * 10) / 10);
-  EXPECT_THAT(times, ElementsAre(0, 3, 13, 23.5, 33.5, 40.2));
+  EXPECT_THAT(times, ElementsAre(0, 3, 13, 23.5, 33.7, 43.5, 44.2));
   const Health& last = reports.health()[4].second;
   EXPECT_EQ(last.state(), Health::VALID);
-  EXPECT_EQ(last.valid_fix_age_ms(), 500U);
+  EXPECT_EQ(last.valid_fix_age_ms(), 700U);
   EXPECT_EQ(last.fixes(), 33U);
-  EXPECT_EQ(last.uptime_ms(), 33500U);
+  EXPECT_EQ(last.uptime_ms(), 33700U);
   EXPECT_EQ(last.reconnects(), 1U);
   EXPECT_EQ(last.version(), "1.2.3");
   EXPECT_EQ(reports.health().back().second.state(), Health::STOPPED);
