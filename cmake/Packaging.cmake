@@ -43,11 +43,10 @@ install(FILES ${packaging}/satnavd.service DESTINATION ${SATNAVD_UNIT_DIR} COMPO
 install(FILES ${packaging}/satnavd.udev DESTINATION ${SATNAVD_UDEV_DIR} RENAME 60-satnavd.rules COMPONENT satnavd)
 install(FILES ${packaging}/satnavd.sysusers DESTINATION lib/sysusers.d RENAME satnavd.conf COMPONENT satnavd)
 install(DIRECTORY ${packaging}/examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/satnavd COMPONENT satnavd)
-
-satnavd_install_gzip(${packaging}/man/satnavd-bus.7 ${CMAKE_INSTALL_MANDIR}/man7 satnavd-bus.7 satnavd)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/satnavd COMPONENT satnavd
         FILES_MATCHING PATTERN "*.md")
 
+satnavd_install_gzip(${packaging}/man/satnavd-bus.7 ${CMAKE_INSTALL_MANDIR}/man7 satnavd-bus.7 dev)
 install(FILES ${CMAKE_SOURCE_DIR}/src/proto/nvxproto.proto ${CMAKE_SOURCE_DIR}/signals/satnavd.dbc
         DESTINATION ${CMAKE_INSTALL_DATADIR}/satnavd-dev COMPONENT dev)
 include(CMakePackageConfigHelpers)
@@ -127,7 +126,7 @@ set(CPACK_DEBIAN_SATNAVD_PACKAGE_NAME satnavd)
 set(CPACK_DEBIAN_SATNAVD_PACKAGE_CONTROL_EXTRA ${packaging}/deb/conffiles ${packaging}/deb/postinst
     ${packaging}/deb/prerm ${packaging}/deb/postrm)
 set(CPACK_DEBIAN_SATNAVD_PACKAGE_RECOMMENDS "libpcap0.8")  # loaded if a recording is asked for
-set(CPACK_DEBIAN_SATNAVD_PACKAGE_SUGGESTS "mosquitto, satnavd-sim")
+set(CPACK_DEBIAN_SATNAVD_PACKAGE_SUGGESTS "mosquitto, satnavd-dev, satnavd-sim")
 set(CPACK_DEBIAN_SATNAVD_DESCRIPTION "satellite-navigation service of an in-vehicle control unit
 Reads a u-blox receiver on a serial port, assembles one fix per navigation
 epoch and publishes it over MQTT and as CAN signal groups. Configures and
@@ -148,8 +147,9 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS "protobuf-compiler")
 set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "cmake, g++, libmosquitto-dev, libprotobuf-dev, pkg-config, python3-paho-mqtt, python3-protobuf, tshark | wireshark")
 set(CPACK_DEBIAN_DEV_DESCRIPTION "messages of satnavd for other programs on its bus
-The protobuf messages, the signal database (DBC), a CMake package, examples in
-C++ and Python that read the fixes, and a dissector for Wireshark.")
+The contract of the bus as a man page, the protobuf messages, the signal
+database (DBC), a CMake package, examples in C++ and Python that read the
+fixes, and a dissector for Wireshark.")
 
 # The libraries for a cross build: dpkg-shlibdeps looks them up in the package database of the build machine, which
 # knows none of the target's. scripts/check-package checks that this list names the same ones.
