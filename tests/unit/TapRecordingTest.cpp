@@ -167,7 +167,7 @@ TEST(TapRecordingTest, MessagesArePlayedAtTheirTimes) {
     std::vector<double> at_s;
     int begun = 0;
     Player player(reader, row.options,
-                  {.begin = [&](const Beginning&) { ++begun; },
+                  {.begin = [&](const Moment&) { ++begun; },
                    .take =
                        [&](const RecordedMessage&) {
                          at_s.push_back(static_cast<double>(clock.time.steady_ns() - start) / 1e9);

@@ -94,7 +94,7 @@ void MetricsServer::listen() {
   m_ended = true;
 }
 
-void MetricsServer::begin(const Beginning& beginning, bool live) {
+void MetricsServer::begin(const Moment& beginning, bool live) {
   const std::lock_guard lock(m_mutex);
   m_live = live;
   m_newest_ns = beginning.boot_ns;

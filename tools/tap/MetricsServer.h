@@ -37,7 +37,7 @@ class MetricsServer final : public Output {
   [[nodiscard]] std::vector<std::string> topics() const override;
   /// Begins to listen.
   [[nodiscard]] bool open() override;
-  void begin(const Beginning& beginning, bool live) override;
+  void begin(const Moment& beginning, bool live) override;
   void take(const Arrival& arrival) override;
   void close() override;
   [[nodiscard]] bool needs_pace() const override { return true; }

@@ -28,7 +28,7 @@ class Output : public com::ISubscriptionObserver {
   [[nodiscard]] virtual bool open() { return true; }
   /// Called once before the first message. `live`: the messages come from the bus, and time goes on between
   /// them; otherwise they come from a recording.
-  virtual void begin(const Beginning& /*beginning*/, bool /*live*/) {}
+  virtual void begin(const Moment& /*beginning*/, bool /*live*/) {}
   /// Takes a message that matches topics(), once. Not called any more once finished() is raised.
   virtual void take(const Arrival& arrival) = 0;
   /// Writes what comes after the last message. Called on the main thread after end(), also after a failure.

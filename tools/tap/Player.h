@@ -19,7 +19,7 @@ class Player {
     bool loop = false;  ///< again and again, each time one second after the last message
   };
   struct Listener {
-    std::function<void(const Beginning&)> begin;  ///< before the first message, once
+    std::function<void(const Moment&)> begin;  ///< before the first message, once
     std::function<void(const RecordedMessage&)> take;
   };
 

@@ -14,7 +14,7 @@ bool Recorder::open() {
   return opened;
 }
 
-void Recorder::begin(const Beginning& beginning, bool /*live*/) {
+void Recorder::begin(const Moment& beginning, bool /*live*/) {
   m_begun = true;
   append(header_line(beginning));
 }

@@ -27,7 +27,7 @@ class Recorder final : public Output {
   [[nodiscard]] std::vector<std::string> topics() const override { return m_options.topics; }
   /// Creates the file.
   [[nodiscard]] bool open() override;
-  void begin(const Beginning& beginning, bool live) override;
+  void begin(const Moment& beginning, bool live) override;
   void take(const Arrival& arrival) override;
   void close() override;
   [[nodiscard]] std::string problem() const override { return m_file.problem(); }

@@ -30,7 +30,7 @@ std::optional<uint64_t> number(const Json& json, const char* name, uint64_t limi
   return value <= limit ? std::optional(value) : std::nullopt;
 }
 
-/// Reads both times into a Beginning or a RecordedMessage. Returns what is wrong; empty if nothing is.
+/// Reads both times into a Moment or a RecordedMessage. Returns what is wrong; empty if nothing is.
 template <typename T>
 std::string read_times(const Json& json, T& out) {
   const auto wall_us = number(json, "wall_us", uint64_t{YEAR_10000_US} - 1);
@@ -87,7 +87,7 @@ Arrival RecordedMessage::arrival() const {
   return {.topic = topic, .payload = payload, .wall_us = wall_us, .boot_ns = boot_ns, .retained = retained};
 }
 
-std::string header_line(const Beginning& beginning) {
+std::string header_line(const Moment& beginning) {
   return to_line({{"format", FORMAT},
                   {"version", RECORDING_VERSION},
                   {"wall_us", beginning.wall_us},
@@ -102,7 +102,7 @@ std::string message_line(const Arrival& arrival) {
                   {"payload", hex_text(arrival.payload)}});
 }
 
-std::variant<Beginning, std::string> read_header_line(std::string_view line) {
+std::variant<Moment, std::string> read_header_line(std::string_view line) {
   const Json json = Json::parse(line, nullptr, false);
   const auto* const format = json.is_object() ? string_member(json, "format") : nullptr;
   if (format == nullptr || *format != FORMAT) return "this is not the header of a recording";
@@ -112,7 +112,7 @@ std::variant<Beginning, std::string> read_header_line(std::string_view line) {
     return text("version ", *version, " of the format is too new; this program reads version ",
                 RECORDING_VERSION);
   }
-  Beginning beginning;
+  Moment beginning;
   if (auto problem = read_times(json, beginning); !problem.empty()) return problem;
   return beginning;
 }

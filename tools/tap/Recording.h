@@ -15,8 +15,8 @@ namespace ecu::koru::tap {
 /// Goes up when older programs could no longer read a recording. Additional members are no reason for that.
 inline constexpr int RECORDING_VERSION = 1;
 
-/// The moment at which listening, or a recording, began.
-struct Beginning {
+/// A moment on the clocks of the machine that listens: when that began, or a message came.
+struct Moment {
   int64_t wall_us = 0;   ///< system clock, since 1970
   uint64_t boot_ns = 0;  ///< since boot
 };
@@ -33,13 +33,13 @@ struct RecordedMessage {
 };
 
 /// Returns {"format":"satnav-tap recording","version":1,"wall_us":...,"boot_ns":...} and a line feed.
-[[nodiscard]] std::string header_line(const Beginning& beginning);
+[[nodiscard]] std::string header_line(const Moment& beginning);
 /// Returns {"wall_us":...,"boot_ns":...,"retained":...,"topic":"...","payload":"hex"} and a line feed.
 [[nodiscard]] std::string message_line(const Arrival& arrival);
 
 /// Read these lines again, with or without the line feed. Return why a line cannot be used instead, such as
 /// "the payload is not hexadecimal".
-[[nodiscard]] std::variant<Beginning, std::string> read_header_line(std::string_view line);
+[[nodiscard]] std::variant<Moment, std::string> read_header_line(std::string_view line);
 [[nodiscard]] std::variant<RecordedMessage, std::string> read_message_line(std::string_view line);
 
 }  // namespace ecu::koru::tap

@@ -70,7 +70,7 @@ bool RecordingReader::take_line(Line kind, RecordedMessage& out) {
     if (const auto* const problem = std::get_if<std::string>(&header)) {
       add_problem(*problem);
     } else {
-      m_beginning = std::get<Beginning>(header);
+      m_beginning = std::get<Moment>(header);
     }
     return false;
   }

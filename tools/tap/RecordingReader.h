@@ -34,7 +34,7 @@ class RecordingReader {
   [[nodiscard]] bool rewind();
 
   /// Returns the header's times, once the header has been read.
-  [[nodiscard]] const std::optional<Beginning>& beginning() const { return m_beginning; }
+  [[nodiscard]] const std::optional<Moment>& beginning() const { return m_beginning; }
   /// Returns the descriptor to wait for while next() returns State::waiting.
   [[nodiscard]] int fd() const { return m_fd; }
 
@@ -60,7 +60,7 @@ class RecordingReader {
   bool m_skipping = false;  // in a line that is too long
   bool m_at_end = false;
   size_t m_number = 0;  // of the newest line, from 1
-  std::optional<Beginning> m_beginning;
+  std::optional<Moment> m_beginning;
   std::vector<std::string> m_problems;
   size_t m_further_problems = 0;
   bool m_second_pass = false;  // its faults are known already

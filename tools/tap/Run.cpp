@@ -74,7 +74,7 @@ bool open(const Outputs& outputs) {
   return std::all_of(outputs.begin(), outputs.end(), [](const auto& output) { return output->open(); });
 }
 
-void begin(const Outputs& outputs, const Beginning& beginning, bool live) {
+void begin(const Outputs& outputs, const Moment& beginning, bool live) {
   for (const auto& output : outputs) output->begin(beginning, live);
 }
 

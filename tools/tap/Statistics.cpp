@@ -26,7 +26,7 @@ bool Figures::has_groups() const {
   return std::any_of(groups.begin(), groups.end(), [](const Group& group) { return group.count > 0; });
 }
 
-void Statistics::begin(const Beginning& beginning) {
+void Statistics::begin(const Moment& beginning) {
   m_figures.beginning = beginning;
 }
 

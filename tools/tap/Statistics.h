@@ -37,7 +37,7 @@ inline constexpr std::array<const char*, 5> FIX_GROUP_NAMES = {"VP1", "VP2", "VD
 struct Figures {
   static constexpr size_t STATUSES = 4;
 
-  Beginning beginning;
+  Moment beginning;
   uint64_t length_ns = 0;         ///< from the beginning to now
   uint64_t messages = 0;          ///< all, including those below
   uint64_t undecodable = 0;       ///< messages of a known topic that could not be decoded
@@ -88,7 +88,7 @@ class Statistics {
   explicit Statistics(std::optional<Position> reference = std::nullopt) : m_reference(reference) {}
 
   /// Call it before the first message.
-  void begin(const Beginning& beginning);
+  void begin(const Moment& beginning);
   void count_message() { ++m_figures.messages; }
   void count_unknown() { ++m_figures.unknown; }
   void count_undecodable(const std::string& what);

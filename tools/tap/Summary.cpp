@@ -10,7 +10,7 @@
 
 namespace ecu::koru::tap {
 
-void Summary::begin(const Beginning& beginning, bool live) {
+void Summary::begin(const Moment& beginning, bool live) {
   m_begun = true;
   m_live = live;
   m_newest_ns = beginning.boot_ns;

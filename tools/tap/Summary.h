@@ -22,7 +22,7 @@ class Summary final : public Output {
   explicit Summary(Options options) : m_options(std::move(options)), m_statistics(m_options.reference) {}
 
   [[nodiscard]] std::vector<std::string> topics() const override { return m_options.topics; }
-  void begin(const Beginning& beginning, bool live) override;
+  void begin(const Moment& beginning, bool live) override;
   void take(const Arrival& arrival) override;
   void close() override;
   [[nodiscard]] std::string problem() const override;
