@@ -30,7 +30,7 @@ void NmeaFeed::serve() {
     m_arrived.clear();
     sentences = std::exchange(m_sentences, {});
   }
-  deliver(sentences);
+  hand_over(sentences);
 }
 
 bool NmeaFeed::fail(std::string problem) {

@@ -26,7 +26,7 @@ class NmeaFeed : public Output {
 
  protected:
   /// Writes whole sentences, or does its other work if there are none. Never waits.
-  virtual void deliver(std::string_view sentences) = 0;
+  virtual void hand_over(std::string_view sentences) = 0;
   /// To be called in open(), with what failed. Returns false.
   bool fail(std::string problem);
 

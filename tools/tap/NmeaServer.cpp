@@ -112,7 +112,7 @@ void NmeaServer::add_waits(std::vector<pollfd>& waits) const {
   }
 }
 
-void NmeaServer::deliver(std::string_view sentences) {
+void NmeaServer::hand_over(std::string_view sentences) {
   if (m_listener == nullptr) return;
   m_clients.remove_if([&](Client& client) { return !send(client, sentences); });
   accept_clients();

@@ -42,7 +42,7 @@ class NmeaServer final : public NmeaFeed {
     std::string unsent;  // the rest of sentences that did not fit
   };
 
-  void deliver(std::string_view sentences) override;
+  void hand_over(std::string_view sentences) override;
   void accept_clients();
   void add_client(const std::string& name, int descriptor);
   /// Returns false if the client must go: it closed the connection, or it does not read.

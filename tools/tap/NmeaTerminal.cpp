@@ -71,7 +71,7 @@ void NmeaTerminal::add_waits(std::vector<pollfd>& waits) const {
   if (has_reader()) waits.push_back({m_master->fd(), POLLIN, 0});  // otherwise it is always ready
 }
 
-void NmeaTerminal::deliver(std::string_view sentences) {
+void NmeaTerminal::hand_over(std::string_view sentences) {
   if (m_path.empty()) return;
   const bool had_reader = std::exchange(m_has_reader, has_reader());
   if (m_has_reader) {

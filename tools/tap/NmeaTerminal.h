@@ -25,7 +25,7 @@ class NmeaTerminal final : public NmeaFeed {
   void add_waits(std::vector<pollfd>& waits) const override;
 
  private:
-  void deliver(std::string_view sentences) override;
+  void hand_over(std::string_view sentences) override;
   /// Creates a raw terminal. Returns false with errno if that fails.
   [[nodiscard]] bool create();
   /// Returns true if a process has the terminal open.
