@@ -4,6 +4,7 @@
 
 #include "support/Envelope.h"
 #include "support/Frames.h"
+#include "support/RecordedBus.h"
 #include "system/SatnavdTest.h"
 
 using namespace test;
@@ -76,13 +77,7 @@ class TapOutputsTest : public SatnavdTest {
   }
 
   void publish(const GnssData& fix, const std::string& command = "raw") const {
-    std::string line = command + " system/gnss/data ";
-    for (const uint8_t byte : enveloped(fix).payload) {
-      char digits[3];
-      (void)std::snprintf(digits, sizeof digits, "%02X", byte);
-      line += digits;
-    }
-    m_unit->write_stdin(line + "\n");
+    m_unit->write_stdin(command + " system/gnss/data " + hex(enveloped(fix)) + "\n");
   }
   /// Leaves a fix on the broker, for programs that subscribe later.
   void retain(const GnssData& fix) const {

@@ -3,6 +3,7 @@
 
 #include "support/Envelope.h"
 #include "support/Frames.h"
+#include "support/RecordedBus.h"
 #include "system/SatnavdTest.h"
 
 using namespace test;
@@ -53,27 +54,7 @@ std::vector<std::string> contents(const std::string& lines, const std::string& f
   return out;
 }
 
-std::string line_of_recording(int64_t boot_ns, const std::string& topic, const std::string& hex,
-                              bool retained) {
-  return json({{"wall_us", 1'795'256'130'000'000 + boot_ns / 1000},
-               {"boot_ns", boot_ns},
-               {"retained", retained},
-               {"topic", topic},
-               {"payload", hex}})
-             .dump() +
-         "\n";
-}
-
-const std::string HEADER =
-    "{\"format\":\"satnav-tap recording\",\"version\":1,\"wall_us\":1795256130000000,\"boot_ns\":0}\n";
 const std::string VARIABLE = "0901001200040000001101000000000000000a026e32";  // an RtSignal "n2"
-
-std::string hex(const ecu::koru::com::Message& message) {
-  std::string out;
-  for (const uint8_t byte : message.payload)
-    out += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
-  return out;
-}
 
 /// Sends a request, or a part of one, and returns what comes until the server closes the connection.
 std::string answer(int socket, const std::string& request) {
@@ -179,16 +160,16 @@ TEST_F(TapRecordingTest, LostGroupsAndTimesWithoutAFixAreInTheSummary) {
   ecu::koru::pb::GnssData fix;
   fix.set_latitude(48);
   fix.set_longitude(11);
-  std::string text = HEADER;
+  std::string text = RECORDING_HEADER;
   for (int i = 1; i <= 60; ++i) {
     fix.set_status(i == 1 || (i > 20 && i <= 30) ? 2 : 3);
     fix.set_utc_time_us(1'795'256'130'000'000 + static_cast<uint64_t>(i) * 1'000'000);
-    const auto group = hex(envelopedSignal(std::string(8, '\x10')));
-    text += line_of_recording(i * S, "system/gnss/data", hex(enveloped(fix)), false);
-    text += line_of_recording(i * S + 1, "rt/j1939can/tx/vp1_local", group, false);
-    if (i != 40 && i != 41) text += line_of_recording(i * S + 2, "rt/j1939can/tx/td_local", group, false);
+    const auto group = envelopedSignal(std::string(8, '\x10'));
+    text += line_of_recording(i * S, "system/gnss/data", enveloped(fix));
+    text += line_of_recording(i * S + 1, "rt/j1939can/tx/vp1_local", group);
+    if (i != 40 && i != 41) text += line_of_recording(i * S + 2, "rt/j1939can/tx/td_local", group);
   }
-  text += line_of_recording(61 * S, "system/gnss/data", "00", false);
+  text += line_of_recording(61 * S, "system/gnss/data", "00");
   const auto recording = folder.write("x.rec", text);
   const auto sum = read(recording, {"--summary", "--reference", "48.0001,11"});
   for (const char* part :
@@ -201,8 +182,8 @@ TEST_F(TapRecordingTest, LostGroupsAndTimesWithoutAFixAreInTheSummary) {
 }
 
 TEST_F(TapRecordingTest, AReplayGoesOnWhenTheBrokerIsBack) {
-  std::string text = HEADER;
-  for (int i = 1; i <= 20; ++i) text += line_of_recording(i * S / 20, "system/var/a", VARIABLE, false);
+  std::string text = RECORDING_HEADER;
+  for (int i = 1; i <= 20; ++i) text += line_of_recording(i * S / 20, "system/var/a", VARIABLE);
   const auto recording = folder.write("x.rec", text);
   Process replay(tool({"satnav-tap", "--replay", recording, "--loop"}, broker));
   Process listener(tool({"satnav-tap", "--topic", "system/var/a"}, broker));
@@ -232,9 +213,10 @@ TEST_F(TapRecordingTest, TheRecordingOfARunThatWasKilledCanBeRead) {
 }
 
 TEST_F(TapRecordingTest, FailuresAreExplained) {
-  const auto good = folder.write("good.rec", HEADER + line_of_recording(S, "system/var/a", VARIABLE, true));
-  const auto broken =
-      folder.write("broken.rec", HEADER + "x\n" + line_of_recording(S, "system/var/a", VARIABLE, true));
+  const auto good =
+      folder.write("good.rec", RECORDING_HEADER + line_of_recording(S, "system/var/a", VARIABLE, true));
+  const auto broken = folder.write(
+      "broken.rec", RECORDING_HEADER + "x\n" + line_of_recording(S, "system/var/a", VARIABLE, true));
   const auto other = folder.write("other.rec", "(1795256130.245112) can0 18FEF31C#00\n");
   const auto link = folder / "link";
   std::filesystem::create_symlink(folder / "nowhere", link);
