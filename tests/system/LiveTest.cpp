@@ -1,4 +1,6 @@
+#include "support/Envelope.h"
 #include "support/PtyScreen.h"
+#include "support/RecordedBus.h"
 #include "system/SatnavdTest.h"
 
 using namespace test;
@@ -65,6 +67,33 @@ TEST_F(LiveTest, ShowsTheUnitOnTheTerminalAndFollowsItsKeys) {
   EXPECT_EQ(tap.wait_for_exit(PATIENCE_MS), 0);
   EXPECT_TRUE(screen.is_as_before());
   EXPECT_EQ(screen.unknown(), "");
+}
+
+// Its clock, ages and rates are those of the recording, whose player waits as long as the screen is paused.
+TEST_F(LiveTest, PlaysARecordingAndStaysAfterItsEnd) {
+  ecu::koru::pb::GnssData fix;
+  fix.set_status(VALID);
+  std::string text = RECORDING_HEADER;
+  for (const int s : {1, 2, 3, 13}) text += line_of_recording(s * S, "system/gnss/data", enveloped(fix));
+  text += line_of_recording(40 * S, "system/var/a", envelopedSignal("1"));
+  const auto recording = folder.write("a drive with a long name.rec", text);
+  PtyScreen screen;
+  screen.type("p");
+  Process tap(screen.launched({program("satnav-tap"), "--live", "--read", recording, "--speed", "40"}));
+  EXPECT_TRUE(screen.shows(" satnav-tap  a drive with a long na~  recording  PAUSED 2026-11-21 10:15:31 UTC"))
+      << screen.text();
+  EXPECT_TRUE(screen.shows(" status 3, valid  0.0 s old")) << screen.text();
+  EXPECT_FALSE(screen.shows("RECORDING ENDED", true, 1200)) << screen.text();
+  screen.type("p");
+  for (const auto* part :
+       {" satnav-tap  a drive with a long name~  RECORDING ENDED 2026-11-21 10:16:10 UTC",
+        "Rate          0.2 Hz, longest gap 10 s", "SILENT  no message of the position for 27 s"})
+    EXPECT_TRUE(screen.shows(part)) << part << '\n' << screen.text();
+  screen.type("4");
+  EXPECT_TRUE(screen.shows(" system/gnss/data                           4   0.2")) << screen.text();
+  screen.type("q");
+  EXPECT_EQ(tap.wait_for_exit(PATIENCE_MS), 0);
+  EXPECT_TRUE(screen.is_as_before());
 }
 
 TEST_F(LiveTest, EndsWithItsTerminalAndUsesNoColorIfAsked) {

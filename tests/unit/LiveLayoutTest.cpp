@@ -115,7 +115,7 @@ TEST(LiveLayoutTest, EachPageSaysItInWords) {
   for (const auto& row : rows) {
     Unit unit;
     for (const auto& [topic, message] : row.messages) unit.publish(topic, message, START);
-    const auto text = text_of(layout(unit.model, {.page = row.page, .boot_ns = START + row.age_ns}));
+    const auto text = text_of(layout(unit.model, {.page = row.page, .now = {.boot_ns = START + row.age_ns}}));
     for (const auto& part : row.shown) EXPECT_THAT(text, HasSubstr(part)) << row.what;
   }
 }
@@ -128,7 +128,7 @@ TEST(LiveLayoutTest, TheBusPageCountsWhatComes) {
   unit.take("rt/system/x", {.payload = {1, 2}}, START + 5 * S);
   unit.publish("system/sysparams", test::enveloped(pb::SystemParameters()), START, true);
   unit.take("rt/system/y", message, START);  // made at 0, by another machine's clock
-  const auto text = text_of(layout(unit.model, {.page = Page::bus, .boot_ns = START + 7 * S}));
+  const auto text = text_of(layout(unit.model, {.page = Page::bus, .now = {.boot_ns = START + 7 * S}}));
   for (const auto* line :
        {" rt/system/x                                6   0.8        -   3.0 s   2.0 s   1\n",
         "   2 bytes are too short for the header of 18",
@@ -136,7 +136,7 @@ TEST(LiveLayoutTest, TheBusPageCountsWhatComes) {
         " rt/system/y                                1     -        -       -   7.0 s   0\n"})
     EXPECT_THAT(text, HasSubstr(line));
   unit.publish("rt/system/x", message, START + 6 * S);
-  EXPECT_THAT(text_of(layout(unit.model, {.page = Page::bus, .boot_ns = START + 7 * S})),
+  EXPECT_THAT(text_of(layout(unit.model, {.page = Page::bus, .now = {.boot_ns = START + 7 * S}})),
               HasSubstr("   2.0 ms   3.0 s"));
 }
 
@@ -162,7 +162,8 @@ TEST(LiveLayoutTest, AnyContentFitsAnySize) {
   for (const auto& [width, height] : SIZES) {
     for (const Page page : PAGES) {
       for (const size_t scroll : {size_t{0}, size_t{3}, ~size_t{0}}) {
-        const View view{.width = width, .height = height, .page = page, .scroll = scroll, .boot_ns = 1};
+        const View view{
+            .width = width, .height = height, .page = page, .scroll = scroll, .now = {.boot_ns = 1}};
         const Rows rows = layout(unit.model, view);
         EXPECT_EQ(rows.size(), height);
         for (const auto& row : rows) {
@@ -179,7 +180,7 @@ TEST(LiveLayoutTest, ScrollingEndsWithThePage) {
   Unit unit;
   for (int i = 10; i < 40; ++i)
     unit.publish("rt/system/s" + std::to_string(i), test::envelopedSignal("1"), START);
-  View view{.page = Page::bus, .boot_ns = START};
+  View view{.page = Page::bus, .now = {.boot_ns = START}};
   EXPECT_EQ(rows_beyond(unit.model, view), 2 + 1 + 30 - 22U);
   EXPECT_THAT(text_of(layout(unit.model, view)),
               AllOf(HasSubstr("s27 "), Not(HasSubstr("s28 ")), HasSubstr("... 12 more rows")));

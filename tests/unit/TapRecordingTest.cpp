@@ -11,6 +11,7 @@ using namespace testing;
 
 namespace {
 
+constexpr uint64_t S = 1'000'000'000;  // ns
 const std::string HEADER = R"({"format":"satnav-tap recording","version":1,"wall_us":1000,"boot_ns":2000})";
 
 std::string line(uint64_t boot_ns, const std::string& topic = "t") {
@@ -144,9 +145,35 @@ TEST(TapRecordingTest, APipeIsReadAsItFills) {
   EXPECT_FALSE(reader.rewind());
 }
 
+TEST(TapRecordingTest, TheClockOfAPlayedRecordingStopsWhenItIsHeldAndAtTheEnd) {
+  const test::TempDir folder;
+  const auto file = folder.write("x.rec", HEADER + "\n" + line(10 * S) + "\n" + line(14 * S) + "\n");
+  test::VirtualClock clock;
+  RecordingReader reader(file);
+  ASSERT_TRUE(reader.open());
+  size_t taken = 0;
+  Player player(reader, {.speed = 2}, {.begin = [](const Moment&) {}, .take = [&](const auto&) { ++taken; }});
+  const struct {
+    std::optional<bool> hold;
+    double after_s, now_s;
+    size_t taken;
+    bool over;
+  } rows[] = {{{}, 0, 10, 1, false},   {{}, 1, 12, 1, false},      {true, 0, 12, 1, false},
+              {true, 5, 12, 1, false}, {false, 0.5, 13, 1, false}, {{}, 5, 14, 2, true}};
+  for (const auto& row : rows) {
+    if (row.hold) player.hold(*row.hold);
+    clock.time.advance(static_cast<int64_t>(row.after_s * S));
+    EXPECT_EQ(player.play(), !row.over);
+    EXPECT_EQ(static_cast<double>(player.now().boot_ns) / S, row.now_s);
+    EXPECT_EQ(player.now().wall_us, row.over ? 1 : 1 + static_cast<int64_t>((row.now_s - 10) * 1e6));
+    EXPECT_EQ(taken, row.taken);
+    EXPECT_EQ(player.over(), row.over);
+    EXPECT_EQ(player.due_ns() == INT64_MAX, row.over || row.hold == true);
+  }
+}
+
 // Virtual time: due_ns() says when to come again, and play() hands on exactly what is due then.
 TEST(TapRecordingTest, MessagesArePlayedAtTheirTimes) {
-  constexpr uint64_t S = 1'000'000'000;
   const test::TempDir folder;
   const auto file = folder.write("x.rec", HEADER + "\n" + line(10 * S) + "\n" + line(11 * S) + "\n" +
                                               line(11 * S) + "\n" + line(9 * S) + "\n" + line(14 * S) + "\n");

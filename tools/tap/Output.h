@@ -15,6 +15,8 @@
 
 namespace ecu::koru::tap {
 
+class Player;
+
 /// One use of the messages: shown, logged, exported or counted. The main thread owns it, opens it before the
 /// first message and closes it after the last one. Messages come on one thread at a time: the transport's
 /// delivery thread, or the main thread while a recording is read.
@@ -45,6 +47,12 @@ class Output : public com::ISubscriptionObserver {
   /// Returns true if a recording is played at its own speed unless another one is asked for, because someone
   /// watches.
   [[nodiscard]] virtual bool needs_pace() const { return false; }
+
+  /// Called once before a recording is played, on the main thread. `player` lives until after close(); `name`
+  /// is the recording's.
+  virtual void follow(Player& /*player*/, const std::string& /*name*/) {}
+  /// Returns true if the run goes on after the end of the recording, because someone looks at it.
+  [[nodiscard]] virtual bool outlasts_recording() const { return false; }
 
   /// Is raised when it takes no more messages: it has all it wanted, failed, or its reader went away.
   [[nodiscard]] const tool::Event& finished() const { return m_finished; }

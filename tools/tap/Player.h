@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <optional>
 #include <vector>
 
 #include "tools/tap/RecordingReader.h"
@@ -34,6 +35,13 @@ class Player {
   /// Returns when play() is to be called next: steady clock, or INT64_MAX.
   [[nodiscard]] int64_t due_ns() const;
 
+  /// Stops its clock, or lets it go on.
+  void hold(bool on);
+  /// Returns the time in the recording: it passes at the speed of playing, and ends with the last message.
+  [[nodiscard]] Moment now() const;
+  /// Returns true after the last message.
+  [[nodiscard]] bool over() const { return m_over; }
+
  private:
   static constexpr int64_t NEVER = std::numeric_limits<int64_t>::max();
 
@@ -47,9 +55,12 @@ class Player {
   bool m_has_next = false;
   bool m_waiting = false;  // for the other end of a pipe
   bool m_begun = false;
-  int64_t m_start_ns = 0;         // steady clock at the first message of this pass
-  uint64_t m_first_boot_ns = 0;   // arrival of that message
-  uint64_t m_newest_boot_ns = 0;  // the latest arrival of this pass
+  bool m_over = false;
+  std::optional<int64_t> m_held_ns;  // steady clock at which its own stopped
+  Moment m_newest;                   // the latest arrival that was handed on
+  int64_t m_start_ns = 0;            // steady clock at the first message of this pass
+  uint64_t m_first_boot_ns = 0;      // arrival of that message
+  uint64_t m_newest_boot_ns = 0;     // the latest arrival of this pass
   bool m_pass_begun = false;
   bool m_has_messages = false;
 };

@@ -15,6 +15,10 @@ namespace ecu::koru::tap {
 
 namespace {
 
+bool outlast_recording(const Outputs& outputs) {
+  return std::any_of(outputs.begin(), outputs.end(), [](const auto& o) { return o->outlasts_recording(); });
+}
+
 /// Serves the outputs, and plays the recording if there is one, until one of the outputs takes no more, the
 /// recording or the time is over, the reader of standard output goes away or a signal comes.
 void serve_until_end(const Outputs& outputs, double seconds, Player* player = nullptr) {
@@ -41,7 +45,7 @@ void serve_until_end(const Outputs& outputs, double seconds, Player* player = nu
       if (waits[i].revents != 0) return;
     }
     if (time_source().steady_ns() >= end_ns) return;
-    if (player != nullptr && !player->play()) return;
+    if (player != nullptr && !player->play() && !outlast_recording(outputs)) return;
     for (const auto& output : outputs) output->serve();
   }
 }
@@ -120,6 +124,7 @@ bool run_recording(const RecordingOptions& options, const Outputs& outputs, doub
                      [&](const auto& recorded) {
                        for (const auto& output : outputs) output->deliver(recorded.arrival());
                      }});
+  for (const auto& output : outputs) output->follow(player, options.read);
   serve_until_end(outputs, seconds, &player);
   const bool closed = close(outputs);
   return report_faults(reader) && closed;

@@ -21,7 +21,7 @@ bool is_can(const TopicState& state) {
 
 Row group_row(std::string_view topic, const TopicState& state, const View& view) {
   const auto& definition = state.group->body.definition();
-  const bool old = view.boot_ns > state.group->boot_ns + OLD_NS;
+  const bool old = view.now.boot_ns > state.group->boot_ns + OLD_NS;
   Row row;
   row.add(" ")
       .add(definition.name, Style::label)

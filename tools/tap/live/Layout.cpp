@@ -25,13 +25,24 @@ constexpr PageRow PAGE_ROWS[] = {{Page::fix, " 1 Fix ", fix_page},
 
 constexpr size_t ROWS_AROUND = 2;  // title and keys
 
-Row title(const View& view) {
+Row marks(const View& view) {
   Row row;
-  row.add(" satnav-tap  ", Style::title).add(view.broker, Style::title).add(" ", Style::title);
+  row.add(" ", Style::title);
+  if (view.recorded && !view.over) row.add(" recording ", Style::title);
+  if (view.over) row.add(" RECORDING ENDED ", Style::alert);
   if (!view.connected) row.add(" the broker is away ", Style::alert);
   if (view.paused) row.add(" PAUSED ", Style::alert);
-  std::string time = iso_time(view.wall_us, 1).substr(0, 19) + " UTC ";
+  return row;
+}
+
+Row title(const View& view) {
+  std::string time = iso_time(view.now.wall_us, 1).substr(0, 19) + " UTC ";
   time[10] = ' ';
+  Row row;
+  row.add(" satnav-tap  ", Style::title);
+  const Row after = marks(view);
+  const size_t space = view.width - std::min(view.width, row.width() + after.width() + time.size());
+  row.column(view.source, static_cast<int>(std::min(view.source.size(), space)), Style::title).add(after);
   row.fit(view.width - std::min(view.width, time.size()), Style::title);
   return row.add(time, Style::title).fit(view.width, Style::title);
 }
@@ -101,7 +112,7 @@ std::string duration_text(uint64_t ns) {
 }
 
 std::string age_text(const View& view, uint64_t boot_ns) {
-  return duration_text(view.boot_ns - std::min(view.boot_ns, boot_ns));
+  return duration_text(view.now.boot_ns - std::min(view.now.boot_ns, boot_ns));
 }
 
 }  // namespace ecu::koru::tap::live

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "tools/tap/Recording.h"
 #include "tools/tap/live/Model.h"
 #include "tools/tap/live/Text.h"
 
@@ -25,9 +26,10 @@ struct View {
   size_t scroll = 0;  ///< rows of the page above the screen
   bool paused = false;
   bool connected = true;
-  std::string broker{};  ///< "HOST:PORT"
-  int64_t wall_us = 0;   ///< system clock, since 1970
-  uint64_t boot_ns = 0;  ///< since boot
+  std::string source{};  ///< the broker's "HOST:PORT", or the name of the recording
+  bool recorded = false;
+  bool over = false;  ///< the recording has been played to its end
+  Moment now{};
 };
 
 /// Returns `height` rows of `width` characters, whatever the size: below 80x24 they say so.

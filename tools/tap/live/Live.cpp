@@ -9,6 +9,7 @@
 #include "platform/base/Logging.h"
 #include "platform/base/Time.h"
 #include "tools/tap/Decode.h"
+#include "tools/tap/Player.h"
 
 namespace ecu::koru::tap::live {
 
@@ -41,8 +42,14 @@ Live::~Live() {
 
 void Live::watch(com::ITransportClient& transport, std::string broker) {
   m_transport = &transport;
-  m_view.broker = std::move(broker);
+  m_view.source = std::move(broker);
   transport.on_connection_change([this] { tell(); });
+}
+
+void Live::follow(Player& player, const std::string& name) {
+  m_player = &player;
+  m_view.recorded = true;
+  m_view.source = name.substr(name.rfind('/') + 1);
 }
 
 bool Live::open() {
@@ -138,7 +145,9 @@ void Live::act(const KeyPress& press) {
     case Key::pause: {
       const std::lock_guard lock(m_mutex);
       m_view.paused = !m_view.paused;
+      m_view.now = now();
       m_paused = m_view.paused ? std::optional(m_model) : std::nullopt;
+      if (m_player != nullptr) m_player->hold(m_view.paused);
       return;
     }
     case Key::redraw:
@@ -166,15 +175,18 @@ void Live::act(const KeyPress& press) {
   }
 }
 
+Moment Live::now() const {
+  if (m_player != nullptr) return m_player->now();
+  return {.wall_us = time_source().wall_ns() / 1000,
+          .boot_ns = static_cast<uint64_t>(time_source().boot_ns())};
+}
+
 void Live::draw() {
   m_view.width = m_terminal.width();
   m_view.height = m_terminal.height();
   m_view.connected = m_transport == nullptr || m_transport->is_connected();
-  const timeval wall = time_source().wall();
-  if (!m_view.paused) {
-    m_view.wall_us = int64_t{wall.tv_sec} * 1'000'000 + wall.tv_usec;
-    m_view.boot_ns = static_cast<uint64_t>(time_source().boot_ns());
-  }
+  m_view.over = m_player != nullptr && m_player->over();
+  if (!m_view.paused) m_view.now = now();
   Rows rows;
   {
     const std::lock_guard lock(m_mutex);

@@ -27,14 +27,20 @@ class Live final : public Output {
   void watch(com::ITransportClient& transport, std::string broker);
 
   [[nodiscard]] std::vector<std::string> topics() const override { return m_topics; }
+  /// Shows from now on the time in the recording instead of the present. A pause stops the player too.
+  void follow(Player& player, const std::string& name) override;
   /// Only prepares: the screen begins with the first serve(), after the connection to the broker, whose
   /// failure the user must be able to read. Call it before other threads start.
   [[nodiscard]] bool open() override;
+  void begin(const Moment& /*beginning*/, bool /*live*/) override { m_begun = true; }
   void take(const Arrival& arrival) override;
   void close() override;
   void add_waits(std::vector<pollfd>& waits) const override;
   [[nodiscard]] int64_t due_ns() const override;
   void serve() override;
+  [[nodiscard]] bool needs_pace() const override { return true; }
+  /// Returns true if the file is a recording.
+  [[nodiscard]] bool outlasts_recording() const override { return m_begun; }
   [[nodiscard]] std::string problem() const override { return m_problem; }
 
  private:
@@ -44,11 +50,14 @@ class Live final : public Output {
   void serve_keys();
   void act(const KeyPress& press);
   void draw();
+  [[nodiscard]] Moment now() const;
   [[nodiscard]] const Model& shown() const { return m_paused ? *m_paused : m_model; }
 
   const std::vector<std::string> m_topics;
   std::string m_problem;
   com::ITransportClient* m_transport = nullptr;
+  Player* m_player = nullptr;
+  bool m_begun = false;
   std::atomic<bool> m_news = false;  // the model or the connection has changed
   tool::Event m_changed;             // wakes the main thread for it
   int m_signals = -1;                // a descriptor: the size changed, Ctrl-Z

@@ -38,7 +38,7 @@ Row state_row(const Model& model, const View& view) {
   row.add(" ");
   const auto& fix = model.fix();
   if (!fix) return row.add("no message of the position yet", Style::warn);
-  const uint64_t age_ns = view.boot_ns - std::min(view.boot_ns, fix->boot_ns);
+  const uint64_t age_ns = view.now.boot_ns - std::min(view.now.boot_ns, fix->boot_ns);
   if (age_ns >= STALE_NS) {
     row.add("SILENT", Style::bad).add("  no message of the position for ", Style::bad);
     return row.add(duration_text(age_ns), Style::bad);
