@@ -220,6 +220,8 @@ TEST_F(TapRecordingTest, FailuresAreExplained) {
   const auto other = folder.write("other.rec", "(1795256130.245112) can0 18FEF31C#00\n");
   const auto link = folder / "link";
   std::filesystem::create_symlink(folder / "nowhere", link);
+  const auto hard_link = folder / "hard";
+  std::filesystem::create_hard_link(good, hard_link);
   const auto port = std::to_string(free_port());
   const int taken = listen_on(static_cast<uint16_t>(std::stoi(port)));
   const auto nobody =
@@ -240,8 +242,13 @@ TEST_F(TapRecordingTest, FailuresAreExplained) {
        ""},
       {"--read " + good + " --record " + other, 1,
        "cannot write " + other + ": File exists; --force replaces it", ""},
-      {"--read " + good + " --record " + good + " --force", 1,
-       good + " would overwrite the recording that is read", ""},
+      {"--read " + good + " --force --record " + good, 2,
+       "satnav-tap: --read and --record are the same file: " + good + "\n", ""},
+      {"--read " + good + " --force --export csv " + hard_link, 2, "--read and --export are the same file",
+       ""},
+      {"--read /dev/stdin --force --can-log " + good + " < " + hard_link, 2, "--read and --can-log are", ""},
+      {"--read " + good + " >> " + good, 2, "--read and standard output are the same file", ""},
+      {"--read " + good + " --record /dev/null --export csv /dev/null --force", 0, "", "value=n2"},
       {"--read " + good + " --record " + link, 1, "cannot write " + link + ": File exists", ""},
       {"--read " + good + " --record " + link + " --force", 1, "cannot write " + link + ": Too many levels",
        ""},

@@ -1,32 +1,14 @@
 #include "tools/tap/Export.h"
 
-#include <set>
-
 #include "tools/common/Options.h"
 #include "tools/tap/Decode.h"
 #include "tools/tap/Sentences.h"
 
 namespace ecu::koru::tap {
 
-namespace {
-
-void refuse_same_file_twice(const ExportOptions& options) {
-  std::set<std::string> files;
-  for (const auto& [format, file] : options) {
-    if (!files.insert(file).second)
-      throw CLI::ValidationError("--export", "two exports to the same file: " + file);
-  }
-}
-
-}  // namespace
-
 void add_export_options(CLI::App& app, ExportOptions& options) {
-  const auto keep = [&options](const ExportOptions& given) {
-    refuse_same_file_twice(given);
-    options = given;
-  };
-  app.add_option_function<ExportOptions>(
-         "--export", keep,
+  app.add_option(
+         "--export", options,
          "Write the valid fixes to a file as a track, repeatable: csv, gpx or kml, and the file's name")
       ->type_name("FORMAT FILE")
       ->check(CLI::IsMember(track_formats()).application_index(0))

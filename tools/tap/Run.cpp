@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
 #include <iostream>
 
 #include "platform/base/Time.h"
@@ -107,11 +106,6 @@ bool run_bus(tool::BusConnection& bus, const Outputs& outputs, double seconds) {
 bool run_recording(const RecordingOptions& options, const Outputs& outputs, double seconds) {
   RecordingReader reader(options.read);
   if (!reader.open()) return report_faults(reader);
-  std::error_code ignored;
-  if (std::filesystem::equivalent(options.read, options.record, ignored)) {
-    std::cerr << "satnav-tap: " << options.record << " would overwrite the recording that is read\n";
-    return false;
-  }
   if (!open(outputs)) {
     close(outputs);
     return false;

@@ -3,6 +3,7 @@
 #include "tools/tap/Options.h"
 #include "tools/tap/RecordingOutputs.h"
 #include "tools/tap/Run.h"
+#include "tools/tap/SameFile.h"
 #include "tools/tap/ValueTexts.h"
 #include "tools/tap/live/Live.h"
 
@@ -69,6 +70,7 @@ int main(int argc, char** argv) {
   if (const auto status = tool::parse_options(app, argc, argv)) return *status;
   if (const auto conflict = tap::recording_conflict(app); !conflict.empty())
     return tool::wrong_options(app, conflict);
+  if (const auto shared = tap::shared_file(options); !shared.empty()) return tool::wrong_options(app, shared);
   tool::ignore_broken_pipes();
   return run(app, options);
 }
