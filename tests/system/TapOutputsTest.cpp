@@ -225,7 +225,11 @@ TEST_F(TapOutputsTest, TracksAreCompleteEvenAfterAKill) {
   const Words exports = {"--export", "gpx", gpx, "--export", "kml", kml, "--export", "csv", csv};
   retain(fix_at(-60));
   auto writer = tap(exports);
-  for (const auto& file : {gpx, kml}) expect_valid(file.substr(file.size() - 3), file);
+  for (const auto& file : {gpx, kml}) {
+    EXPECT_TRUE(
+        eventually([&] { return std::filesystem::exists(file) && !text_of(file).empty(); }, PATIENCE_MS));
+    expect_valid(file.substr(file.size() - 3), file);
+  }
   GnssData full = fix_at(1);
   full.add_nmea(nmea("GNGGA,120001.00,4830.00012,N,01015.00012,E,1,12,0.98,545.4,M,46.9,M,,"));
   full.add_nmea(nmea("GNGSA,A,3,01,02,03,,,,,,,,,,1.90,0.98,1.60"));

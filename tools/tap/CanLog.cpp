@@ -21,6 +21,10 @@ std::vector<std::string> CanLog::topics() const {
   return out;
 }
 
+void CanLog::begin(const Moment& /*beginning*/, bool /*live*/) {
+  if (!m_file.create()) finish();
+}
+
 void CanLog::take(const Arrival& arrival) {
   if (arrival.retained) return;
   const Decoded decoded = decode(arrival.topic, arrival.payload);

@@ -26,8 +26,8 @@ class CanLog final : public Output {
 
   /// Returns every topic of the signal database in use.
   [[nodiscard]] std::vector<std::string> topics() const override;
-  /// Creates the file.
-  [[nodiscard]] bool open() override { return m_file.open(); }
+  [[nodiscard]] bool open() override { return m_file.prepare(); }
+  void begin(const Moment& beginning, bool live) override;
   void take(const Arrival& arrival) override;
   [[nodiscard]] std::string problem() const override { return m_file.problem(); }
 

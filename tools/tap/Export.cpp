@@ -20,9 +20,9 @@ std::vector<std::string> Export::topics() const {
   return {std::string(FIX_TOPIC)};
 }
 
-bool Export::open() {
+void Export::begin(const Moment& /*beginning*/, bool /*live*/) {
   const Piece start = m_format->begin();
-  return m_file.open() && m_file.append(start.lasting, start.tail);
+  if (!m_file.create() || !m_file.append(start.lasting, start.tail)) finish();
 }
 
 void Export::take(const Arrival& arrival) {

@@ -26,8 +26,9 @@ class Export final : public Output {
       : m_format(track_format(format)), m_file(std::move(file), replace) {}
 
   [[nodiscard]] std::vector<std::string> topics() const override;
+  [[nodiscard]] bool open() override { return m_file.prepare(); }
   /// Creates the file, which is a track without fixes then.
-  [[nodiscard]] bool open() override;
+  void begin(const Moment& beginning, bool live) override;
   void take(const Arrival& arrival) override;
   [[nodiscard]] std::string problem() const override { return m_file.problem(); }
 

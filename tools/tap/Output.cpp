@@ -9,10 +9,15 @@
 
 namespace ecu::koru::tap {
 
+void Output::start(const Moment& beginning, bool live) {
+  begin(beginning, live);
+  m_started = true;
+}
+
 void Output::message(const std::string& topic, const com::Message& message) {
   const std::lock_guard lock(m_taking);
   const bool again = message.timestamp_ns == m_last_ns && topic == m_last_topic;
-  if (again || m_ended || m_finished.raised()) return;
+  if (again || !m_started || m_ended || m_finished.raised()) return;
   m_last_ns = message.timestamp_ns;
   m_last_topic = topic;
   take({.topic = topic,

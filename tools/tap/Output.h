@@ -26,10 +26,11 @@ class Output : public com::ISubscriptionObserver {
 
   /// Returns the MQTT topic filters of the messages it takes.
   [[nodiscard]] virtual std::vector<std::string> topics() const = 0;
-  /// Opens files and sockets. Returns false if that fails; problem() then says why.
+  /// Opens sockets, and finds out whether files can be written. Returns false if that fails; problem() then
+  /// says why.
   [[nodiscard]] virtual bool open() { return true; }
-  /// Called once before the first message. `live`: the messages come from the bus, and time goes on between
-  /// them; otherwise they come from a recording.
+  /// Called once before the first message, and only if there is a broker or a recording. `live`: the messages
+  /// come from the bus, and time goes on between them; otherwise they come from a recording.
   virtual void begin(const Moment& /*beginning*/, bool /*live*/) {}
   /// Takes a message that matches topics(), once. Not called any more once finished() is raised.
   virtual void take(const Arrival& arrival) = 0;
@@ -59,6 +60,10 @@ class Output : public com::ISubscriptionObserver {
   /// Returns what failed, for "satnav-tap: ..."; empty if nothing did. Valid after finished() or open().
   [[nodiscard]] virtual std::string problem() const { return {}; }
 
+  /// Lets messages of the bus wait as long as the result lives.
+  [[nodiscard]] std::unique_lock<std::mutex> hold() { return std::unique_lock(m_taking); }
+  /// Calls begin(). Messages that come before are lost, unless they wait.
+  void start(const Moment& beginning, bool live);
   /// Takes a message of the bus, and leaves out the further copies that come because it matches several
   /// filters.
   void message(const std::string& topic, const com::Message& message) final;
@@ -74,6 +79,7 @@ class Output : public com::ISubscriptionObserver {
  private:
   tool::Event m_finished;
   std::mutex m_taking;  // held during take()
+  bool m_started = false;
   bool m_ended = false;
   uint64_t m_last_ns = 0;  // arrival of the newest message
   std::string m_last_topic;

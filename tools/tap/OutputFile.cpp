@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 
 #include "tools/tap/Output.h"
 
@@ -14,15 +15,34 @@ OutputFile::~OutputFile() {
   if (m_fd >= 0) ::close(m_fd);
 }
 
-bool OutputFile::open() {
-  constexpr mode_t OWNER_ONLY = 0600;
-  const int how = m_replace ? O_TRUNC | O_NOFOLLOW : O_EXCL;  // the latter does not follow links either
-  m_fd = ::open(m_name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | how, OWNER_ONLY);
-  if (m_fd < 0) m_error = errno;
+bool OutputFile::prepare() {
+  m_error = try_to_prepare();
+  return m_error == 0;
+}
+
+/// Returns an errno, 0 if the file can be written.
+int OutputFile::try_to_prepare() {
   struct stat status {};
-  if (m_fd >= 0 && ::fstat(m_fd, &status) == 0 && S_ISREG(status.st_mode))
-    static_cast<void>(::fchmod(m_fd, OWNER_ONLY));  // the file may have existed already
-  return m_fd >= 0;
+  if (!m_replace && ::lstat(m_name.c_str(), &status) == 0) return EEXIST;
+  if (m_replace) m_fd = ::open(m_name.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW);
+  if (m_fd >= 0) return 0;
+  if (m_replace && errno != ENOENT) return errno;
+  const auto folder = std::filesystem::path(m_name).parent_path();
+  return ::faccessat(AT_FDCWD, folder.empty() ? "." : folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0 ? 0
+                                                                                                    : errno;
+}
+
+bool OutputFile::create() {
+  constexpr mode_t OWNER_ONLY = 0600;
+  constexpr int NEW = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;  // it does not follow links either
+  if (m_fd < 0) m_fd = ::open(m_name.c_str(), NEW, OWNER_ONLY);
+  struct stat status {};
+  if (m_fd < 0 || ::fstat(m_fd, &status) != 0) {
+    m_error = errno;
+  } else if (S_ISREG(status.st_mode) && (::ftruncate(m_fd, 0) != 0 || ::fchmod(m_fd, OWNER_ONLY) != 0)) {
+    m_error = errno;
+  }
+  return m_error == 0;
 }
 
 bool OutputFile::append(std::string_view lasting, std::string_view tail) {

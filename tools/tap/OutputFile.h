@@ -18,8 +18,10 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  /// Creates it. Returns false if that fails.
-  [[nodiscard]] bool open();
+  /// Finds out whether it can be written, and changes nothing yet. Returns false if it cannot.
+  [[nodiscard]] bool prepare();
+  /// Creates it, or empties the one that is there. After prepare(). Returns false if that fails.
+  [[nodiscard]] bool create();
   /// Writes both texts at once. The next call overwrites `tail`, so it must write as many bytes or more.
   /// Returns false if that fails; then the file stays as it was before.
   [[nodiscard]] bool append(std::string_view lasting, std::string_view tail = {});
@@ -27,6 +29,7 @@ class OutputFile {
   [[nodiscard]] std::string problem() const;
 
  private:
+  [[nodiscard]] int try_to_prepare();
   /// Returns an errno, 0 if all is written.
   [[nodiscard]] int write(std::string_view text) const;
   /// Makes the tail the end of the file again. `end`: of the lasting text.

@@ -77,8 +77,18 @@ bool open(const Outputs& outputs) {
   return std::all_of(outputs.begin(), outputs.end(), [](const auto& output) { return output->open(); });
 }
 
-void begin(const Outputs& outputs, const Moment& beginning, bool live) {
-  for (const auto& output : outputs) output->begin(beginning, live);
+void start(const Outputs& outputs, const Moment& beginning, bool live) {
+  for (const auto& output : outputs) output->start(beginning, live);
+}
+
+/// Connects, and starts the outputs before the first message. Without a broker they do not start.
+bool connect(tool::BusConnection& bus, const Outputs& outputs) {
+  std::vector<std::unique_lock<std::mutex>> held;
+  for (const auto& output : outputs) held.push_back(output->hold());
+  const auto now_ns = static_cast<uint64_t>(time_source().boot_ns());
+  if (!bus.open()) return false;
+  start(outputs, {.wall_us = wall_us_of(now_ns), .boot_ns = now_ns}, true);
+  return true;
 }
 
 /// Reports on standard error what could not be read. Returns false if that was a fault.
@@ -96,9 +106,7 @@ bool run_bus(tool::BusConnection& bus, const Outputs& outputs, double seconds) {
     close(outputs);
     return false;
   }
-  const auto now_ns = static_cast<uint64_t>(time_source().boot_ns());
-  begin(outputs, {.wall_us = wall_us_of(now_ns), .boot_ns = now_ns}, true);
-  if (!bus.open()) return false;
+  if (!connect(bus, outputs)) return false;
   serve_until_end(outputs, seconds);
   return close(outputs);
 }
@@ -113,7 +121,7 @@ bool run_recording(const RecordingOptions& options, const Outputs& outputs, doub
   const bool pace =
       std::any_of(outputs.begin(), outputs.end(), [](const auto& o) { return o->needs_pace(); });
   Player player(reader, {.speed = options.speed.value_or(pace ? 1 : 0)},
-                {.begin = [&](const auto& beginning) { begin(outputs, beginning, false); },
+                {.begin = [&](const auto& beginning) { start(outputs, beginning, false); },
                  .take =
                      [&](const auto& recorded) {
                        for (const auto& output : outputs) output->deliver(recorded.arrival());
