@@ -1,11 +1,9 @@
 #include "tools/tap/NmeaServer.h"
 
-#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <iostream>
 
@@ -14,38 +12,6 @@ namespace ecu::koru::tap {
 namespace {
 
 constexpr size_t MAX_CLIENTS = 32;
-constexpr const char* LOOPBACK = "127.0.0.1";
-
-/// Fills in the text of an address. Returns false if it has none.
-bool name_address(ListenAddress& address) {
-  char host[NI_MAXHOST];
-  char port[NI_MAXSERV];
-  const auto* const raw = reinterpret_cast<const sockaddr*>(&address.address);
-  if (getnameinfo(raw, address.length, host, sizeof host, port, sizeof port,
-                  NI_NUMERICHOST | NI_NUMERICSERV) != 0)
-    return false;
-  const bool is_ipv6 = std::strchr(host, ':') != nullptr;
-  address.text = (is_ipv6 ? "[" + std::string(host) + "]" : std::string(host)) + ":" + port;
-  return true;
-}
-
-bool is_port(std::string_view text) {
-  uint16_t port = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-  return error == std::errc{} && end == text.data() + text.size() && port > 0;
-}
-
-std::optional<ListenAddress> resolve(const std::string& host, const std::string& port) {
-  addrinfo hints{};
-  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  if (getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) return std::nullopt;
-  ListenAddress out{.text = {}, .address = {}, .length = found->ai_addrlen};
-  std::memcpy(&out.address, found->ai_addr, found->ai_addrlen);
-  freeaddrinfo(found);
-  return name_address(out) ? std::optional(out) : std::nullopt;
-}
 
 void set_option(int descriptor, int level, int name, int value) {
   static_cast<void>(setsockopt(descriptor, level, name, &value, sizeof value));
@@ -85,16 +51,6 @@ ssize_t send_some(int descriptor, std::string_view bytes) {
 }
 
 }  // namespace
-
-std::optional<ListenAddress> parse_listen_address(const std::string& text) {
-  const size_t colon = text.rfind(':');
-  std::string host = colon == std::string::npos ? LOOPBACK : text.substr(0, colon);
-  const std::string port = colon == std::string::npos ? text : text.substr(colon + 1);
-  const bool in_brackets = host.size() > 2 && host.starts_with('[') && host.ends_with(']');
-  if (in_brackets) host = host.substr(1, host.size() - 2);
-  const bool is_ipv6 = host.find(':') != std::string::npos;
-  return is_port(port) && !host.empty() && in_brackets == is_ipv6 ? resolve(host, port) : std::nullopt;
-}
 
 bool NmeaServer::open() {
   const int descriptor = listen_on(m_address);

@@ -1,28 +1,15 @@
 #pragma once
 
-#include <sys/socket.h>
-
 #include <list>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "tools/tap/ListenAddress.h"
 #include "tools/tap/NmeaFeed.h"
 
 namespace ecu::koru::tap {
-
-/// Where a server listens.
-struct ListenAddress {
-  std::string text;  ///< for messages: "127.0.0.1:2947"
-  sockaddr_storage address;
-  socklen_t length;
-};
-
-/// Reads "PORT", which is on the loopback interface, "ADDRESS:PORT" or "[IPV6]:PORT". Host names are not
-/// understood. Empty if the text is something else.
-[[nodiscard]] std::optional<ListenAddress> parse_listen_address(const std::string& text);
 
 /// Sends the sentences to TCP clients. Each gets all from its connection on, or is dropped: if its socket
 /// still has no room for the sentences of one fix when those of the next come, it does not read.
