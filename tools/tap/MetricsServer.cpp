@@ -8,7 +8,6 @@
 #include <csignal>
 #include <cstring>
 
-#include "platform/base/Logging.h"
 #include "platform/base/Time.h"
 #include "tools/tap/Collect.h"
 #include "tools/tap/Metrics.h"
@@ -16,8 +15,6 @@
 namespace ecu::koru::tap {
 
 namespace {
-
-using logging::text;
 
 constexpr size_t THREADS = 4;
 constexpr time_t TIMEOUT_S = 1;  // a silent client delays the others and the end by no more than this
@@ -73,11 +70,8 @@ bool MetricsServer::open() {
   m_server->Get("/metrics", [this](const httplib::Request&, httplib::Response& response) {
     response.set_content(metrics(), CONTENT_TYPE);
   });
-  errno = 0;
-  if (!m_server->bind_to_port(m_options.address, m_options.port)) {
-    const int error = errno;
-    m_problem = text("cannot listen on ", m_options.address, " port ", m_options.port,
-                     error != 0 ? text(": ", std::strerror(error)) : ": no such address");
+  if (!m_server->bind_to_port(m_options.address.host, m_options.address.port)) {
+    m_problem = "cannot listen on " + m_options.address.text + ": " + std::strerror(errno);
     return false;
   }
   const SignalsBlocked blocked;
@@ -88,7 +82,7 @@ bool MetricsServer::open() {
 void MetricsServer::listen() {
   m_server->listen_after_bind();
   if (!m_stopping) {
-    m_problem = text("no longer listens on ", m_options.address, " port ", m_options.port);
+    m_problem = "no longer listens on " + m_options.address.text;
     finish();
   }
   m_ended = true;

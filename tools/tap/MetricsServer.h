@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "proto/nvxproto.pb.h"
+#include "tools/tap/ListenAddress.h"
 #include "tools/tap/Output.h"
 #include "tools/tap/Statistics.h"
 
@@ -22,8 +23,7 @@ namespace ecu::koru::tap {
 class MetricsServer final : public Output {
  public:
   struct Options {
-    std::string address = "127.0.0.1";
-    int port = 0;  ///< 0: not wanted
+    ListenAddress address;
     std::string health_topic = "system/gnss/health";
     std::optional<Position> reference;  ///< the true position; empty: the mean is taken
     std::vector<std::string> topics;    ///< MQTT topic filters, besides the health topic

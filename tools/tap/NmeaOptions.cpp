@@ -6,25 +6,14 @@
 
 namespace ecu::koru::tap {
 
-namespace {
-
-ListenAddress listen_address(const std::string& text) {
-  if (auto address = parse_listen_address(text)) return *std::move(address);
-  throw CLI::ValidationError("--tcp", "not [ADDRESS:]PORT with a numeric address: " + text);
-}
-
-}  // namespace
-
 void add_nmea_options(CLI::App& app, NmeaOptions& options) {
   auto* const print = app.add_flag("--nmea", options.print,
                                    "Show the NMEA sentences of each fix, as they are, and nothing else");
   for (const auto* name : {"--topic", "--json", "--sentences", "--count"})
     print->excludes(app.get_option(name));
-  app.add_option_function<std::string>(
-         "--tcp", [&options](const std::string& text) { options.tcp = listen_address(text); },
-         "Send the sentences to every TCP client that connects here; without an address only this machine "
-         "can")
-      ->type_name("[ADDRESS:]PORT");
+  add_listen_option(
+      app, "--tcp", options.tcp,
+      "Send the sentences to every TCP client that connects here; without an address only this machine can");
   app.add_option("--pty", options.terminal_link,
                  "Write the sentences to a pseudo-terminal, and make this link to it, removed at the end")
       ->type_name("LINK")

@@ -76,7 +76,7 @@ void NmeaServer::hand_over(std::string_view sentences) {
 
 void NmeaServer::accept_clients() {
   while (true) {
-    ListenAddress peer{.text = "a client", .address = {}, .length = sizeof peer.address};
+    ListenAddress peer{.host = {}, .text = "a client", .address = {}, .length = sizeof peer.address};
     auto* const raw = reinterpret_cast<sockaddr*>(&peer.address);
     const int descriptor = accept4(m_listener->fd(), raw, &peer.length, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (descriptor < 0) return;

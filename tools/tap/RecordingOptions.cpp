@@ -16,35 +16,21 @@ constexpr double SLOWEST = 0.01;
 constexpr double FASTEST = 1000;
 
 /// Reads the whole text as a number of that size at most, whatever the locale.
-template <typename T>
-std::optional<T> number(std::string_view text, T smallest, T largest) {
-  T value{};
+std::optional<double> degrees(std::string_view text, double largest) {
+  double value = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   const bool good = error == std::errc{} && stop == text.data() + text.size();
-  return good && value >= smallest && value <= largest ? std::optional(value) : std::nullopt;
+  return good && value >= -largest && value <= largest ? std::optional(value) : std::nullopt;
 }
 
 Position position(const std::string& text) {
   const size_t comma = text.find(',');
   if (comma != std::string::npos) {
-    const auto latitude = number(std::string_view(text).substr(0, comma), -90.0, 90.0);
-    const auto longitude = number(std::string_view(text).substr(comma + 1), -180.0, 180.0);
+    const auto latitude = degrees(std::string_view(text).substr(0, comma), 90);
+    const auto longitude = degrees(std::string_view(text).substr(comma + 1), 180);
     if (latitude && longitude) return {*latitude, *longitude};
   }
   throw CLI::ValidationError("--reference", "not a position such as 48.137154,11.576120: " + text);
-}
-
-/// Reads "9100", "0.0.0.0:9100" or "[::]:9100".
-void read_address(const std::string& text, RecordingOptions& options) {
-  const size_t colon = text.rfind(':');
-  std::string address = colon == std::string::npos ? options.metrics_address : text.substr(0, colon);
-  if (address.starts_with('[') && address.ends_with(']')) address = address.substr(1, address.size() - 2);
-  const auto port =
-      number(std::string_view(text).substr(colon == std::string::npos ? 0 : colon + 1), 1, 65535);
-  if (!port || address.empty())
-    throw CLI::ValidationError("--prometheus", "not a port such as 9100 or 0.0.0.0:9100: " + text);
-  options.metrics_address = address;
-  options.metrics_port = *port;
 }
 
 std::string check_topic(const std::string& topic) {
@@ -71,11 +57,9 @@ void add_figures(CLI::App& app, RecordingOptions& options) {
   app.add_flag(
       "--summary", options.summary,
       "At the end, write what the run amounts to instead of showing the messages; with --json as JSON");
-  app.add_option_function<std::string>(
-         "--prometheus", [&options](const std::string& text) { read_address(text, options); },
-         "Serve the same figures and the service's health at /metrics instead of showing the messages "
-         "[address 127.0.0.1]")
-      ->type_name("[ADDRESS:]PORT");
+  add_listen_option(app, "--prometheus", options.prometheus,
+                    "Serve the same figures and the service's health at /metrics instead of showing the "
+                    "messages [address 127.0.0.1]");
   app.add_option_function<std::string>(
          "--reference", [&options](const std::string& text) { options.reference = position(text); },
          "The true position, for the scatter [the mean of all positions]")

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/tap/ListenAddress.h"
 #include "tools/tap/Scatter.h"
 
 namespace ecu::koru::tap {
@@ -18,12 +19,11 @@ struct RecordingOptions {
 
   bool summary = false;
   std::optional<Position> reference;
-  std::string metrics_address = "127.0.0.1";
-  int metrics_port = 0;  ///< 0: no server
+  std::optional<ListenAddress> prometheus;  ///< of the server, if there is to be one
   std::string health_topic = "system/gnss/health";
 
   /// Returns true if the messages themselves are not shown.
-  [[nodiscard]] bool replaces_viewer() const { return summary || metrics_port != 0; }
+  [[nodiscard]] bool replaces_viewer() const { return summary || prometheus; }
 };
 
 /// Adds --record, --read, --replay, --speed, --loop, --summary, --reference, --prometheus and --health-topic.

@@ -15,10 +15,9 @@ std::vector<std::shared_ptr<Output>> make_recording_outputs(const RecordingOptio
   if (options.summary)
     outputs.push_back(std::make_shared<Summary>(
         Summary::Options{.json = viewer.json, .reference = options.reference, .topics = viewer.topics}));
-  if (options.metrics_port != 0)
+  if (options.prometheus)
     outputs.push_back(
-        std::make_shared<MetricsServer>(MetricsServer::Options{.address = options.metrics_address,
-                                                               .port = options.metrics_port,
+        std::make_shared<MetricsServer>(MetricsServer::Options{.address = *options.prometheus,
                                                                .health_topic = options.health_topic,
                                                                .reference = options.reference,
                                                                .topics = viewer.topics}));
