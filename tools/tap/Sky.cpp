@@ -4,6 +4,8 @@
 #include <charconv>
 #include <tuple>
 
+#include "tools/tap/Sentences.h"
+
 namespace ecu::koru::tap {
 
 namespace {
@@ -55,16 +57,8 @@ Fields fields_of(std::string_view sentence) {
   const auto digits = sentence.substr(star + 1, 2);
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), sum, 16);
   if (error != std::errc{} || end != digits.data() + digits.size()) return {};
-  sentence = sentence.substr(1, star - 1);
-  for (const char c : sentence) sum ^= static_cast<unsigned char>(c);
-  if (sum != 0) return {};
-  Fields out;
-  for (size_t comma = 0; comma != std::string_view::npos; sentence.remove_prefix(comma + 1)) {
-    comma = sentence.find(',');
-    out.push_back(sentence.substr(0, comma));
-    if (comma == std::string_view::npos) break;
-  }
-  return out;
+  for (const char c : sentence.substr(1, star - 1)) sum ^= static_cast<unsigned char>(c);
+  return sum == 0 ? sentence_fields(sentence) : Fields();
 }
 
 const SystemRow* row_of_talker(std::string_view talker) {
