@@ -7,6 +7,7 @@
 #include "tools/tap/Fields.h"
 #include "tools/tap/IsoTime.h"
 #include "tools/tap/Sentences.h"
+#include "tools/tap/Sky.h"
 
 namespace ecu::koru::tap {
 
@@ -53,12 +54,6 @@ std::pair<double, double> position(const pb::GnssData& data) {
   const bool same = exact && std::fabs(exact->first - sent.first) < SAME_DEG &&
                     std::fabs(exact->second - sent.second) < SAME_DEG;
   return same ? *exact : sent;
-}
-
-std::optional<double> pdop(const pb::GnssData& data) {
-  constexpr size_t PDOP = 15;  // after mode, fix and twelve satellites
-  const auto gsa = find_sentence(data, "GSA");
-  return gsa.size() > PDOP ? number(gsa[PDOP]) : std::nullopt;
 }
 
 std::string_view kind(const pb::GnssData& data) {
@@ -117,7 +112,7 @@ std::optional<Fix> valid_fix(const pb::GnssData& data) {
              .accuracy_m = finite(data.has_accuracy(), data.accuracy()),
              .hdop = finite(data.has_hdop(), data.hdop()),
              .vdop = finite(data.has_vdop(), data.vdop()),
-             .pdop = pdop(data),
+             .pdop = read_sky(data).pdop,
              .satellites = data.has_num_satellites() && data.num_satellites() >= 0
                                ? std::optional<int>(data.num_satellites())
                                : std::nullopt,
