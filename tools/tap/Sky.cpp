@@ -119,7 +119,6 @@ class Reader {
   void in_use(const Fields& fields) {
     constexpr size_t FIRST = 3, PDOP = 15, SYSTEM_ID = 18;
     if (fields.size() < SYSTEM_ID) return;
-    m_sky.has_use = true;
     const SystemRow* said = row_of_talker(fields[0].substr(0, 2));
     const auto id = fields.size() > SYSTEM_ID ? whole(fields[SYSTEM_ID]) : std::nullopt;
     for (const auto& row : SYSTEMS) {
@@ -131,8 +130,6 @@ class Reader {
         satellite->used = true;
     }
     m_sky.pdop = dop(fields[PDOP]);
-    m_sky.hdop = dop(fields[PDOP + 1]);
-    m_sky.vdop = dop(fields[PDOP + 2]);
   }
 
   /// Returns the satellite, new if need be; null if there are too many.
@@ -152,10 +149,6 @@ class Reader {
 std::string_view name_of(System system) {
   const auto* const row = std::ranges::find(SYSTEMS, system, &SystemRow::system);
   return row != std::end(SYSTEMS) ? row->name : "?";
-}
-
-size_t Sky::used() const {
-  return static_cast<size_t>(std::ranges::count(satellites, true, &Satellite::used));
 }
 
 Sky read_sky(const pb::GnssData& fix) {

@@ -30,10 +30,7 @@ struct Satellite {
 struct Sky {
   std::vector<Satellite> satellites;  ///< by system, then number; also those that only a GSA names
   bool has_view = false;              ///< there was a GSV; without one only the used satellites are known
-  bool has_use = false;               ///< there was a GSA; without one no satellite is marked as used
-  std::optional<double> pdop, hdop, vdop;
-
-  [[nodiscard]] size_t used() const;
+  std::optional<double> pdop;
 };
 
 /// Skips sentences of other types, and those that are malformed or have a wrong checksum. Numbers of NMEA 4.0
