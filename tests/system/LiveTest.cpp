@@ -96,6 +96,15 @@ TEST_F(LiveTest, PlaysARecordingAndStaysAfterItsEnd) {
   EXPECT_TRUE(screen.is_as_before());
 }
 
+TEST_F(LiveTest, AFailureIsReportedBelowTheScreen) {
+  const auto recording = folder.write("x.rec", RECORDING_HEADER);
+  PtyScreen screen;
+  Process tap(screen.launched(
+      {program("satnav-tap"), "--live", "--read", recording, "--record", "/dev/full", "--force"}));
+  EXPECT_TRUE(screen.shows("\nsatnav-tap: cannot write /dev/full: No space left on device")) << screen.text();
+  EXPECT_EQ(tap.wait_for_exit(PATIENCE_MS), 1);
+}
+
 TEST_F(LiveTest, EndsWithItsTerminalAndUsesNoColorIfAsked) {
   const auto unit = start_unit();
   for (const bool no_color : {true, false}) {

@@ -255,6 +255,8 @@ TEST_F(TapRecordingTest, FailuresAreExplained) {
       {"--read " + good + " --record /dev/full --force", 1, "cannot write /dev/full: No space left on device",
        ""},
       {"--read " + good + " --record " + broken + " --force && grep -c value " + broken, 1, "", "value=n2"},
+      {"--replay " + good + " --port " + std::to_string(broker.port()) + " > /dev/full", 1,
+       "cannot write: No space left", ""},
       {"--read " + good + " | true; test ${PIPESTATUS[0]} = 0", 0, "", ""},
       {"--read /dev/stdin < " + good, 0, "", "value=n2"},
       {"--replay /dev/stdin --port " + std::to_string(broker.port()) + " < " + good, 0, "",

@@ -49,11 +49,14 @@ void serve_until_end(const Outputs& outputs, double seconds, Player* player = nu
   }
 }
 
-/// Closes the outputs. Reports what failed on standard error and then returns false.
+/// Closes the outputs. Reports what failed on standard error, which may have been a screen until then, and
+/// returns false in that case.
 bool close(const Outputs& outputs) {
-  bool good = true;
   for (const auto& output : outputs) {
     if (output->end()) output->close();
+  }
+  bool good = true;
+  for (const auto& output : outputs) {
     if (const auto problem = output->problem(); !problem.empty()) {
       std::cerr << "satnav-tap: " << problem << '\n';
       good = false;
@@ -140,10 +143,13 @@ bool run_replay(tool::BusConnection& bus, const RecordingOptions& options, doubl
   Player player(reader, {.speed = options.speed.value_or(1), .loop = options.loop},
                 {.begin = [](const auto&) {}, .take = [&](const auto& m) { replay.publish(m); }});
   serve_until_end({}, seconds, &player);
+  errno = 0;
   std::cout << "satnav-tap: " << replay.published() << " messages published, " << replay.dropped()
             << " dropped\n"
             << std::flush;
-  return report_faults(reader);
+  const bool full = !std::cout && errno != EPIPE;
+  if (full) std::cerr << "satnav-tap: " << cannot_write("", errno) << '\n';
+  return report_faults(reader) && !full;
 }
 
 }  // namespace ecu::koru::tap
