@@ -162,10 +162,18 @@ TEST(LiveLayoutTest, AnyContentFitsAnySize) {
   for (const auto& [width, height] : SIZES) {
     for (const Page page : PAGES) {
       for (const size_t scroll : {size_t{0}, size_t{3}, ~size_t{0}}) {
-        const View view{
-            .width = width, .height = height, .page = page, .scroll = scroll, .now = {.boot_ns = 1}};
+        const View view{.width = width,
+                        .height = height,
+                        .page = page,
+                        .scroll = scroll,
+                        .connected = false,
+                        .source = std::string(500, 'h'),
+                        .now = {.boot_ns = 1}};
         const Rows rows = layout(unit.model, view);
         EXPECT_EQ(rows.size(), height);
+        if (width >= MIN_WIDTH && height >= MIN_HEIGHT) {
+          EXPECT_THAT(rows[0].text(), HasSubstr("h~  the broker is away "));
+        }
         for (const auto& row : rows) {
           const std::string text = row.text();
           EXPECT_EQ(text.size(), width) << text;
