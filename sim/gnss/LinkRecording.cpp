@@ -22,9 +22,10 @@ constexpr int RTAC_SERIAL = 250;
 // A packet is, in big-endian order: seconds (4), microseconds (4), event (1), control lines (1), 0 (2), data.
 constexpr size_t EVENT_OFFSET = 8;
 constexpr size_t DATA_OFFSET = 12;
-constexpr uint8_t STATUS_CHANGE = 0;
-constexpr uint8_t DATA_TX_START = 1;
-constexpr uint8_t DATA_RX_START = 2;
+constexpr int64_t LONGEST_GAP_US = 86'400'000'000;
+constexpr char STATUS_CHANGE = 0;
+constexpr char DATA_TX_START = 1;
+constexpr char DATA_RX_START = 2;
 static_assert(sizeof(pcap_pkthdr) == 2 * sizeof(long) + 8, "the header as the distribution's libpcap has it");
 
 int64_t number_in(std::string_view bytes) {
@@ -50,43 +51,62 @@ std::optional<Status> status_of(std::string_view text) {
   return {};
 }
 
+struct ClosePcap {
+  void operator()(pcap_t* file) const { pcap_close(file); }
+};
+using Pcap = std::unique_ptr<pcap_t, ClosePcap>;
+
 /// Adds the events of packets to a recording.
 class Reader {
  public:
   explicit Reader(LinkRecording& recording) : m_recording(recording) {}
 
-  void add(std::string_view packet) {
-    if (packet.size() < DATA_OFFSET) return;
+  /// Returns why the packet cannot be used, nor what follows it; empty if it can.
+  std::string add(const pcap_pkthdr& header, std::string_view packet) {
+    if (header.caplen < header.len || packet.size() < DATA_OFFSET) return "is cut short";
     const int64_t time_us = number_in(packet.substr(0, 4)) * 1'000'000 + number_in(packet.substr(4, 4));
-    const std::string_view data = packet.substr(DATA_OFFSET);
-    switch (static_cast<uint8_t>(packet[EVENT_OFFSET])) {
-      case STATUS_CHANGE:
-        if (const auto status = status_of(data)) add(status->kind, status->baud, time_us, {});
-        break;
-      case DATA_TX_START:
-        add(Kind::from_host, 0, time_us, data);
-        break;
-      case DATA_RX_START:
-        add(Kind::from_receiver, 0, time_us, data);
-        break;
-      default:
-        break;
+    const auto status =
+        packet[EVENT_OFFSET] == STATUS_CHANGE ? status_of(packet.substr(DATA_OFFSET)) : std::nullopt;
+    const auto kind = status ? std::optional(status->kind) : data_kind(packet[EVENT_OFFSET]);
+    if (!kind) return {};
+    auto& events = m_recording.events;
+    if (events.empty()) {
+      m_recording.begin_us = time_us;
+      m_recording.begin_wall_us = int64_t{header.ts.tv_sec} * 1'000'000 + header.ts.tv_usec / 1000;  // ns
     }
+    const int64_t at_us = time_us - m_recording.begin_us;
+    const int64_t since_last_us = events.empty() ? 0 : at_us - events.back().at_us;
+    if (since_last_us < 0) return "is earlier than the one before, so another recording begins there";
+    if (since_last_us > LONGEST_GAP_US) return "is more than a day later than the one before";
+    const size_t begin = m_recording.bytes.size();
+    if (!status) m_recording.bytes += packet.substr(DATA_OFFSET);
+    events.push_back({*kind, status ? status->baud : 0, at_us, begin, m_recording.bytes.size()});
+    return {};
   }
 
  private:
-  void add(Kind kind, unsigned baud, int64_t time_us, std::string_view data) {
-    auto& events = m_recording.events;
-    if (events.empty()) m_first_us = time_us;
-    const int64_t at_us = std::max(time_us - m_first_us, events.empty() ? 0 : events.back().at_us);
-    const size_t begin = m_recording.bytes.size();
-    m_recording.bytes += data;
-    events.push_back({kind, baud, at_us, begin, m_recording.bytes.size()});
+  static std::optional<Kind> data_kind(char event) {
+    if (event == DATA_TX_START) return Kind::from_host;
+    if (event == DATA_RX_START) return Kind::from_receiver;
+    return {};
   }
 
   LinkRecording& m_recording;
-  int64_t m_first_us = 0;
 };
+
+Pcap open_capture(const std::string& path) {
+  char error[PCAP_ERRBUF_SIZE] = "";
+  Pcap file(pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, error));
+  if (!file) {
+    const std::string reason = error;  // it holds the name if the file cannot be opened
+    throw FileError(reason.starts_with(path + ": ") ? reason : path + ": " + reason);
+  }
+  const int type = pcap_datalink(file.get());
+  if (type == RTAC_SERIAL) return file;
+  const char* const name = pcap_datalink_val_to_name(type);
+  throw FileError(path + ": is a capture of link type " + (name != nullptr ? name : std::to_string(type)) +
+                  ", not a recording of a receiver's link (RTAC_SERIAL)");
+}
 
 }  // namespace
 
@@ -101,21 +121,18 @@ bool is_capture_file(const std::string& path) {
 }
 
 LinkRecording load_link_recording(const std::string& path) {
-  char error[PCAP_ERRBUF_SIZE] = "";
-  const std::unique_ptr<pcap_t, void (*)(pcap_t*)> file(pcap_open_offline(path.c_str(), error), pcap_close);
-  if (!file) throw FileError(path + ": " + error);
-  if (const int type = pcap_datalink(file.get()); type != RTAC_SERIAL) {
-    const char* const name = pcap_datalink_val_to_name(type);
-    throw FileError(path + ": is a capture of link type " + (name != nullptr ? name : std::to_string(type)) +
-                    ", not a recording of a receiver's link (RTAC_SERIAL)");
-  }
+  const Pcap file = open_capture(path);
   LinkRecording recording;
   Reader reader(recording);
   pcap_pkthdr* header = nullptr;
   const u_char* data = nullptr;
   int result = 0;
-  while ((result = pcap_next_ex(file.get(), &header, &data)) == 1)
-    reader.add({reinterpret_cast<const char*>(data), header->caplen});
+  for (size_t number = 1; recording.note.empty(); ++number) {
+    result = pcap_next_ex(file.get(), &header, &data);
+    if (result != 1) break;
+    const std::string problem = reader.add(*header, {reinterpret_cast<const char*>(data), header->caplen});
+    if (!problem.empty()) recording.note = "packet " + std::to_string(number) + " " + problem;
+  }
   if (result == PCAP_ERROR) recording.note = pcap_geterr(file.get());
   if (recording.events.empty())
     throw FileError(path + ": holds no event of a receiver's link" +

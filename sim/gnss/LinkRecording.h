@@ -20,9 +20,11 @@ struct LinkRecording {
     size_t begin, end;  ///< of from_receiver and from_host, in `bytes`
   };
 
-  std::vector<Event> events;
+  std::vector<Event> events;  ///< at least one in a file that was loaded
   std::string bytes;
-  std::string note;  ///< why the file was not read to its end; empty: it was
+  int64_t begin_us = 0;       ///< of the first event, since the service began
+  int64_t begin_wall_us = 0;  ///< system clock at the first event, since 1970
+  std::string note;           ///< why the file was not read to its end; empty: it was
 
   [[nodiscard]] std::string_view bytes_of(const Event& event) const {
     return std::string_view(bytes).substr(event.begin, event.end - event.begin);

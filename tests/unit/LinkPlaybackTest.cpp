@@ -142,30 +142,67 @@ TEST(LinkPlaybackTest, EachFrameThatDiffersIsOneDifference) {
   }
 }
 
-TEST(LinkPlaybackTest, OtherFilesAndCutOnesAreExplained) {
+/// Returns a packet of a recording, with its own header.
+std::string packet(uint32_t us, uint8_t kind, const std::string& payload) {
+  const auto big = [](uint32_t n) {
+    return std::string{char(n >> 24), char(n >> 16), char(n >> 8), char(n)};
+  };
+  const std::string length{char(12 + payload.size()), 0, 0, 0};
+  return bytes("00F15365 01000000") + length + length + big(us / 1'000'000) + big(us % 1'000'000) +
+         std::string{char(kind), 0, 0, 0} + payload;
+}
+
+TEST(LinkRecordingTest, IsReadAsFarAsItGoes) {
+  const test::TempDir folder;
+  const std::string rtac = bytes("4D3CB2A1 0200 0400 00000000 00000000 FFFF0000 FA000000");
+  const std::string good = packet(7'000'001, 0, "open 9600") + packet(8'000'001, 1, "to") +
+                           packet(8'000'002, 2, "from") + packet(8'000'003, 0, "new text") +
+                           packet(8'000'004, 9, "new kind") + packet(9'000'001, 0, "baud") +
+                           packet(9'000'002, 0, "close");
+  const struct {
+    std::string next, note;
+  } rows[] = {
+      {"", ""},
+      {packet(9'000'003, 2, "A").substr(0, 20), "truncated dump file; tried"},
+      {packet(9'000'001, 2, "A"), "packet 8 is earlier than the one before"},
+      {bytes("00F15365 01000000 03000000 03000000") + "abc", "packet 8 is cut short"},
+      {bytes("00F15365 01000000 0C000000 0D000000 00000009 00000003 02000000"), "packet 8 is cut short"},
+      {bytes("00F15365 01000000 FFFFFF7F FFFFFF7F"), "invalid packet capture length"},
+      {packet(4'000'000'000, 2, "A").replace(16, 1, "\x7F"), "is more than a day later"}};
+  for (const auto& row : rows) {
+    const auto recording = load_link_recording(folder.write("file", rtac + good + row.next));
+    std::string text;
+    for (const auto& event : recording.events)
+      text += "ORCXS"[int(event.kind)] + std::to_string(event.at_us) + " " + std::to_string(event.baud) +
+              std::string(recording.bytes_of(event)) + ",";
+    EXPECT_EQ(text, "O0 9600,S1000000 0to,X1000001 0from,R2000000 0,C2000001 0,");
+    EXPECT_THAT(recording.note, HasSubstr(row.note));
+    EXPECT_EQ(recording.note.empty(), row.note.empty()) << recording.note;
+    EXPECT_EQ(recording.begin_us, 7'000'001);
+    EXPECT_EQ(recording.begin_wall_us, 1'700'000'000'000'000);
+  }
+}
+
+TEST(LinkRecordingTest, OtherFilesAreRefused) {
   const test::TempDir folder;
   const std::string rtac = bytes("4D3CB2A1 0200 0400 00000000 00000000 FFFF0000 FA000000"),
-                    ethernet = bytes("4D3CB2A1 0200 0400 00000000 00000000 FFFF0000 01000000"),
-                    packet = bytes("00F15365 00000000 0D000000 0D000000 00000000 00000000 02 00 0000 41");
+                    ethernet = bytes("4D3CB2A1 0200 0400 00000000 00000000 FFFF0000 01000000");
   const struct {
     std::string content, error;
   } rows[] = {
       {ethernet, ": is a capture of link type EN10MB, not a recording of a receiver's link (RTAC_SERIAL)"},
       {rtac, ": holds no event of a receiver's link"},
-      {rtac + packet.substr(0, 20), ": holds no event of a receiver's link: truncated dump file; tried"},
-      {rtac.substr(0, 9), ": truncated dump file; tried to read"}};
+      {rtac + packet(1, 2, "A").substr(0, 20),
+       ": holds no event of a receiver's link: truncated dump file; tried"},
+      {rtac.substr(0, 9), ": truncated dump file; tried to read"},
+      {"", ": truncated dump file; tried to read"},
+      {"$GNRMC,,V,,,,,,,,,,N*4D\r\n", ": unknown file format"}};
   for (const auto& row : rows) {
     const auto path = folder.write("file", row.content);
-    EXPECT_TRUE(is_capture_file(path));
-    try {
-      (void)load_link_recording(path);
-      FAIL() << row.error;
-    } catch (const FileError& e) {
-      EXPECT_THAT(e.what(), HasSubstr(path + row.error));
-    }
+    EXPECT_EQ(is_capture_file(path), row.content.starts_with("\x4D"));
+    EXPECT_THAT([&] { (void)load_link_recording(path); },
+                testing::ThrowsMessage<FileError>(HasSubstr(path + row.error)));
   }
-  const auto cut = load_link_recording(folder.write("file", rtac + packet + packet.substr(0, 20)));
-  EXPECT_EQ(cut.bytes, "A");
-  EXPECT_THAT(cut.note, HasSubstr("truncated dump file"));
-  EXPECT_FALSE(is_capture_file(folder.write("file", "$GNRMC,")));
+  EXPECT_THAT([&] { (void)load_link_recording(folder / "none"); },
+              testing::ThrowsMessage<FileError>((folder / "none") + ": No such file or directory"));
 }
