@@ -7,7 +7,7 @@
 namespace ecu::koru::sim {
 
 /// Counts where the service does something else than it did when the link was recorded, and reports the first
-/// ones. Times are us since the recording began.
+/// ones. Times are us since the service began.
 class Differences {
  public:
   static constexpr uint64_t MAX_REPORTED = 50;

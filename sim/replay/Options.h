@@ -12,7 +12,7 @@
 
 namespace ecu::koru::sim {
 
-/// The command line of satnavd-replay. Times are seconds since the recording began.
+/// The command line of satnavd-replay. Times are seconds since the service began.
 struct ReplayOptions {
   std::string recording;
   std::string config;       ///< empty: a configuration without keys

@@ -8,10 +8,14 @@ namespace ecu::koru::sim {
 
 namespace {
 
-using Kind = LinkEvent::Kind;
+using Kind = LinkRecording::Kind;
 
 // The service tries to open a missing device once a second, so a try belongs to the opening that is nearer.
-constexpr int64_t OPENS_NEAR_US = 500'000;
+constexpr int64_t TRIES_US = 1'000'000;
+constexpr int64_t NEAR_US = TRIES_US / 2;
+constexpr int64_t LATEST_FIRST_TRY_US = 2 * TRIES_US;
+// What begins with an opening later than that goes on where another recording was full.
+constexpr int64_t LONGEST_WITHOUT_DEVICE_US = 86'400'000'000;
 // Without a close at the end, the last epoch still gets out.
 constexpr int64_t LAST_EPOCH_US = 1'500'000;
 
@@ -19,20 +23,33 @@ std::string rate_text(unsigned baud) {
   return baud == 0 ? "the port without a speed" : "the port at " + std::to_string(baud) + " bit/s";
 }
 
+int64_t begin_of(const LinkRecording& recording) {
+  const bool is_first =
+      recording.events.front().kind == Kind::opened && recording.begin_us < LONGEST_WITHOUT_DEVICE_US;
+  return is_first ? recording.begin_us : 0;
+}
+
 }  // namespace
 
-RecordedLink::RecordedLink(const RecordedTraffic& recording, Differences& differences)
-    : m_events(recording.events),
-      m_lag_us(recording.lag_us),
+RecordedLink::RecordedLink(const LinkRecording& recording, Differences& differences)
+    : m_recording(recording),
+      m_events(recording.events),
+      m_begin_us(begin_of(recording)),
       m_differences(differences),
       m_sent(differences),
       m_count(m_events.size()),
-      m_was_open(m_events.front().kind != Kind::OPENED && m_events.front().kind != Kind::CLOSED) {
-  if (m_events.back().kind == Kind::CLOSED) --m_count;
+      m_was_open(m_events.front().kind != Kind::opened && m_events.front().kind != Kind::closed) {
+  if (m_events.back().kind == Kind::closed) --m_count;
+}
+
+/// A device that was there was opened in the first seconds. The service tries to open a missing one every
+/// second.
+int64_t RecordedLink::first_try_us() const {
+  return m_begin_us < LATEST_FIRST_TRY_US ? m_begin_us : m_begin_us % TRIES_US;
 }
 
 int64_t RecordedLink::end_us() const {
-  return m_events.back().at_us + (m_events.back().kind == Kind::CLOSED ? 0 : LAST_EPOCH_US);
+  return time_of(m_events.back()) + (m_events.back().kind == Kind::closed ? 0 : LAST_EPOCH_US);
 }
 
 void RecordedLink::finish() {
@@ -53,35 +70,41 @@ int64_t RecordedLink::next_byte_us() const {
 /// An opening waits for the service to open the port.
 int64_t RecordedLink::next_event_us() const {
   if (!has_next()) return INT64_MAX;
-  return next().at_us + (next().kind == Kind::OPENED ? OPENS_NEAR_US : 0);
+  return time_of(next()) + (next().kind == Kind::opened ? NEAR_US : 0);
 }
 
-void RecordedLink::happens(const LinkEvent& event) {
+/// Returns true if the next event is of this kind and the service is about to repeat it.
+bool RecordedLink::is_next(Kind kind) const {
+  return has_next() && next().kind == kind && time_of(next()) <= m_now_us + NEAR_US;
+}
+
+void RecordedLink::happens(const Event& event) {
   switch (event.kind) {
-    case Kind::OPENED:
-    case Kind::RATE:
+    case Kind::opened:
+    case Kind::rate:
       m_was_open = true;
       m_baud = event.baud;
       break;
-    case Kind::CLOSED:
+    case Kind::closed:
       m_was_open = false;
       m_is_early_closed = false;
-      if (m_is_open) m_gone_us = event.at_us + m_lag_us;
+      if (m_is_open) m_gone_us = time_of(event);
       break;
-    case Kind::SENT:
-      m_sent.expect(event.at_us, event.bytes);
+    case Kind::from_host:
+      m_sent.expect(time_of(event), std::string(m_recording.bytes_of(event)));
       break;
-    case Kind::RECEIVED:
+    case Kind::from_receiver:
       receive(event);
       break;
   }
 }
 
-void RecordedLink::receive(const LinkEvent& event) {
+void RecordedLink::receive(const Event& event) {
   if (m_is_open) {
-    m_pieces.emplace_back(event.bytes);
+    m_pieces.push_back(m_recording.bytes_of(event));
   } else if (!std::exchange(m_loss_told, true)) {
-    m_differences.add(event.at_us, std::to_string(event.bytes.size()) + " bytes read", "the port closed");
+    m_differences.add(time_of(event), std::to_string(event.end - event.begin) + " bytes read",
+                      "the port closed");
   }
 }
 
@@ -96,15 +119,17 @@ size_t RecordedLink::read(std::span<uint8_t> out) {
 }
 
 void RecordedLink::write(std::span<const uint8_t> bytes) {
-  m_sent.found(m_now_us, std::string(bytes.begin(), bytes.end()));
+  const std::string sent(bytes.begin(), bytes.end());
+  m_sent.found(m_now_us, sent);
+  if (is_next(Kind::from_host) && m_recording.bytes_of(next()) == sent) m_done_us = time_of(next());
 }
 
 // -- Opening and closing
 
 /// Returns the opening that the service may be about to repeat, or m_count without one.
 size_t RecordedLink::next_opening() const {
-  for (size_t i = m_next; i < m_count && m_events[i].at_us <= m_now_us + OPENS_NEAR_US; ++i) {
-    if (m_events[i].kind == Kind::OPENED) return i;
+  for (size_t i = m_next; i < m_count && time_of(m_events[i]) <= m_now_us + NEAR_US; ++i) {
+    if (m_events[i].kind == Kind::opened) return i;
   }
   return m_count;
 }
@@ -121,9 +146,11 @@ void RecordedLink::set_open(bool open) {
   m_loss_told = false;
   if (!open) {
     m_is_early_closed = m_was_open;
+    if (is_next(Kind::closed)) m_done_us = time_of(next());
     return;
   }
   const size_t opening = next_opening();
+  if (opening < m_count) m_done_us = time_of(m_events[opening]);
   while (opening < m_count && m_next <= opening) happens(m_events[m_next++]);
   m_is_open = true;
   if (std::exchange(m_is_early_closed, false))

@@ -4,8 +4,8 @@
 #include <deque>
 #include <string_view>
 
+#include "sim/gnss/LinkRecording.h"
 #include "sim/replay/Differences.h"
-#include "sim/replay/RecordedTraffic.h"
 #include "sim/replay/SentComparison.h"
 #include "sim/replay/VirtualTerminal.h"
 
@@ -15,14 +15,19 @@ namespace ecu::koru::sim {
 /// each read ends where it ended then. The device can be opened when the service opened it. If the recording
 /// closes the port and the service does not, the device went away. Reports what the service does otherwise.
 ///
-/// Because nothing takes time here but waiting, the service is a little earlier than it was then. Only what
-/// counts from its very beginning, which was before the first event, comes later, by the recording's lag.
+/// Times count from the start of the service, or from the first event of a recording that goes on where
+/// another one was full. Because nothing takes time here but waiting, the service is a little earlier than it
+/// was. What it does with the port therefore lasts until the recorded time, which keeps the two in step.
 class RecordedLink final : public LinkEnd {
  public:
   /// Both must outlive it.
-  RecordedLink(const RecordedTraffic& recording, Differences& differences);
+  RecordedLink(const LinkRecording& recording, Differences& differences);
 
-  /// Returns when the recording ends, us. A close at the very end was the end of the service.
+  /// Returns when the recording begins: after the service has connected to its broker.
+  [[nodiscard]] int64_t begin_us() const { return m_begin_us; }
+  /// Returns when the service turned to the device, as far as the recording says.
+  [[nodiscard]] int64_t first_try_us() const;
+  /// Returns when the recording ends. A close at the very end was the end of the service.
   [[nodiscard]] int64_t end_us() const;
   /// The service has ended.
   void finish();
@@ -37,23 +42,30 @@ class RecordedLink final : public LinkEnd {
   [[nodiscard]] bool is_terminal() const override { return m_baud != 0; }
   [[nodiscard]] int open_error() override;
   void set_open(bool open) override;
+  [[nodiscard]] int64_t done_us() const override { return m_done_us; }
   [[nodiscard]] bool is_gone() const override { return m_gone_us <= m_now_us; }
 
  private:
+  using Event = LinkRecording::Event;
+
+  [[nodiscard]] int64_t time_of(const Event& event) const { return m_begin_us + event.at_us; }
   [[nodiscard]] bool has_next() const { return m_next < m_count; }
-  [[nodiscard]] const LinkEvent& next() const { return m_events[m_next]; }
+  [[nodiscard]] const Event& next() const { return m_events[m_next]; }
   [[nodiscard]] int64_t next_event_us() const;
   [[nodiscard]] size_t next_opening() const;
-  void happens(const LinkEvent& event);
-  void receive(const LinkEvent& event);
+  [[nodiscard]] bool is_next(LinkRecording::Kind kind) const;
+  void happens(const Event& event);
+  void receive(const Event& event);
 
-  const std::vector<LinkEvent>& m_events;
-  const int64_t m_lag_us;
+  const LinkRecording& m_recording;
+  const std::vector<Event>& m_events;  // the recording's
+  const int64_t m_begin_us;
   Differences& m_differences;
   SentComparison m_sent;
   size_t m_count;     // of the events to replay
   size_t m_next = 0;  // the first that has not happened
   int64_t m_now_us = 0;
+  int64_t m_done_us = 0;
   int64_t m_gone_us = INT64_MAX;  // the device goes away unless the service closes the port before
   bool m_was_open;                // in the recording
   bool m_is_open = false;

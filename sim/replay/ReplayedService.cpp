@@ -45,11 +45,11 @@ ResetLineFiles::~ResetLineFiles() {
   fs::remove_all(m_root, ignored);
 }
 
-ReplayedService::ReplayedService(const RecordedTraffic& recording, Differences& differences, Publish publish,
+ReplayedService::ReplayedService(const LinkRecording& recording, Differences& differences, Publish publish,
                                  double uptime_s)
     : m_publish(std::move(publish)),
-      m_time(static_cast<int64_t>(uptime_s * NS_PER_S), recording.begin_wall_us),
-      m_link(recording, differences) {
+      m_link(recording, differences),
+      m_time(static_cast<int64_t>(uptime_s * NS_PER_S), recording.begin_wall_us - m_link.begin_us()) {
   set_time_source(&m_time);
   gpspub::GnssUtils::initDuration();
   m_bus->hand_records_to([this](const com::MemoryTransport::Record& record) { published(record); });
@@ -70,6 +70,7 @@ void ReplayedService::say_at(int64_t at_us, std::vector<Publication> publication
 
 std::string ReplayedService::start(const ReplayOptions& options, const gpspub::Settings& settings) {
   gpspub::applySignalDatabase(settings);
+  m_time.advance_to_us(m_link.first_try_us());  // the service connects to its broker
   std::shared_ptr<com::ITransportClient> transport = m_bus;
   const auto unit = gpspub::readUnitVariables(transport);
   if (!unit) return "an ECU variable is missing; give hwvariant, hwversion and hasgnss with --var";
@@ -114,9 +115,9 @@ void ReplayedService::run(int64_t to_us) {
   if (!m_stopped && end_us == m_link.end_us()) m_link.finish();
 }
 
-double likely_uptime_s(const RecordedTraffic& recording) {
-  const LinkEvent& first = recording.events.front();
-  const bool just_booted = first.kind == LinkEvent::Kind::OPENED && first.baud == POWER_UP_BAUD;
+double likely_uptime_s(const LinkRecording& recording) {
+  const LinkRecording::Event& first = recording.events.front();
+  const bool just_booted = first.kind == LinkRecording::Kind::opened && first.baud == POWER_UP_BAUD;
   return just_booted ? JUST_BOOTED_S : LONG_SINCE_BOOT_S;
 }
 

@@ -34,11 +34,10 @@ class ResetLineFiles {
 /// of the process are virtual. One at a time, main thread.
 class ReplayedService {
  public:
-  /// Gets every message, the time since the recording began and the system clock, us. Returns false to end.
+  /// Gets every message, the time since the service began and the system clock, us. Returns false to end.
   using Publish =
       std::function<bool(const com::MemoryTransport::Record& record, int64_t at_us, int64_t wall_us)>;
-  ReplayedService(const RecordedTraffic& recording, Differences& differences, Publish publish,
-                  double uptime_s);
+  ReplayedService(const LinkRecording& recording, Differences& differences, Publish publish, double uptime_s);
   ~ReplayedService();
   ReplayedService(const ReplayedService&) = delete;
   ReplayedService& operator=(const ReplayedService&) = delete;
@@ -57,16 +56,16 @@ class ReplayedService {
   void stop();
 
   const Publish m_publish;
-  AgendaTime m_time;
   RecordedLink m_link;
+  AgendaTime m_time;
   std::shared_ptr<com::MemoryTransport> m_bus = std::make_shared<com::MemoryTransport>();
   std::unique_ptr<ResetLineFiles> m_lines;
   std::unique_ptr<gpspub::GPSDClient> m_service;  // null before start()
   bool m_stopped = false;
 };
 
-/// Returns the time since boot at which the service began to record, as far as the recording says: it opens
-/// the port at 9600 bit/s first if the unit has just been switched on.
-[[nodiscard]] double likely_uptime_s(const RecordedTraffic& recording);
+/// Returns the time since boot at which the service began, as far as the recording says: it opens the port at
+/// 9600 bit/s first if the unit has just been switched on.
+[[nodiscard]] double likely_uptime_s(const LinkRecording& recording);
 
 }  // namespace ecu::koru::sim

@@ -10,7 +10,7 @@ namespace ecu::koru::sim {
 
 /// Compares the messages that the service sends to the receiver with those that it sent when the link was
 /// recorded. Both come in the order of their times, which may differ by a quarter of a second. Times are us
-/// since the recording began.
+/// since the service began.
 class SentComparison {
  public:
   explicit SentComparison(Differences& differences) : m_differences(differences) {}

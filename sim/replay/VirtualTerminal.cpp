@@ -15,12 +15,14 @@ int VirtualTerminal::open(const std::string& /*path*/) {
   m_link.advance_to(m_time.now_us());
   if (const int error = m_link.open_error(); error != 0) return errno = error, -1;
   m_link.set_open(true);
+  m_time.advance_to_us(m_link.done_us());
   return FD;
 }
 
 int VirtualTerminal::close(int /*fd*/) {
   m_link.advance_to(m_time.now_us());
   m_link.set_open(false);
+  m_time.advance_to_us(m_link.done_us());
   return 0;
 }
 
@@ -32,6 +34,7 @@ ssize_t VirtualTerminal::read(int /*fd*/, void* data, size_t max) {
 ssize_t VirtualTerminal::write(int /*fd*/, const void* data, size_t len) {
   m_link.advance_to(m_time.now_us());
   m_link.write({static_cast<const uint8_t*>(data), len});
+  m_time.advance_to_us(m_link.done_us());
   return static_cast<ssize_t>(len);
 }
 

@@ -24,13 +24,16 @@ class LinkEnd {
   /// Returns 0, or the errno with which the device cannot be opened now.
   [[nodiscard]] virtual int open_error() { return 0; }
   virtual void set_open(bool /*open*/) {}
+  /// Returns until when the last opening, closing or writing takes.
+  [[nodiscard]] virtual int64_t done_us() const { return 0; }
   /// Returns true if the open device has hung up: it is readable and gives 0 bytes.
   [[nodiscard]] virtual bool is_gone() const { return false; }
   /// The service is about to wait for bytes.
   virtual void wait_begins() {}
 };
 
-/// A terminal device in virtual time. Time passes only while the service waits for bytes, and in its sleeps.
+/// A terminal device in virtual time. Time passes only while the service waits for bytes, in its sleeps, and
+/// where the link says so.
 class VirtualTerminal final : public gpspub::ITerminalDevice {
  public:
   /// Both must outlive it.

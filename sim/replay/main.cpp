@@ -12,8 +12,8 @@
 #include "app/Settings.h"
 #include "app/Version.h"
 #include "platform/base/Logging.h"
+#include "sim/gnss/LinkRecording.h"
 #include "sim/replay/Options.h"
-#include "sim/replay/RecordedTraffic.h"
 #include "sim/replay/ReplayedService.h"
 #include "tools/common/Options.h"
 #include "tools/common/StopSignals.h"
@@ -32,7 +32,7 @@ come at the recorded times and in the recorded portions, so an hour takes a seco
 each time. Without options the unit is the one of ecu-sim: hwvariant=sim, hwversion=qrx, hasgnss=true, no system
 parameter, no time zone. Give the configuration, variables and parameters that the unit had.
 Whatever the service does to the port otherwise than it did then is reported on standard error, with its time in
-seconds since the recording began.)";
+seconds since the service began.)";
 
 constexpr const char* FOOTER =
     R"(Exit status: 0; 1 when the recording, the configuration or a file that it names cannot be used, when the output
@@ -103,7 +103,7 @@ std::optional<gpspub::Settings> read_settings(const std::string& path) {
   return gpspub::readSettings(*config);
 }
 
-/// What the unit says: at the start, once right after it, and at times in us.
+/// What the unit says: before the service begins, once right after that, and at times in us.
 struct Said {
   std::vector<sim::Publication> at_start;
   std::vector<sim::Publication> once;
@@ -129,7 +129,7 @@ Said said_by_unit(const sim::ReplayOptions& options) {
   return said;
 }
 
-int replay(const sim::ReplayOptions& options, const sim::RecordedTraffic& recording,
+int replay(const sim::ReplayOptions& options, const sim::LinkRecording& recording,
            const gpspub::Settings& settings, const Said& said) {
   sim::Differences differences(report_difference);
   Printer printer(options);
@@ -140,10 +140,10 @@ int replay(const sim::ReplayOptions& options, const sim::RecordedTraffic& record
       },
       options.uptime.value_or(sim::likely_uptime_s(recording)));
   service.say(said.at_start);
-  service.say_at(0, said.once);
   for (const auto& [at_us, each] : said.later) service.say_at(at_us, each);
   if (const std::string problem = service.start(options, settings); !problem.empty())
     return complain(problem), tool::EXIT_FAILED;
+  service.say(said.once);
   service.run(us_of(options.to));
   if (const std::string problem = printer.problem(); !problem.empty())
     return complain(problem), tool::EXIT_FAILED;
@@ -158,12 +158,12 @@ int run(const CLI::App& app, const sim::ReplayOptions& options) try {
   const Said said = said_by_unit(options);
   const auto settings = read_settings(options.config);
   if (!settings) return tool::EXIT_FAILED;
-  const sim::RecordedTraffic recording = sim::read_recorded_traffic(options.recording);
-  if (!recording.problem.empty())
-    complain(options.recording + ": " + recording.problem + "; the " +
-             std::to_string(recording.events.size()) + " events before are replayed");
+  const sim::LinkRecording recording = sim::load_link_recording(options.recording);
+  if (!recording.note.empty())
+    complain(options.recording + ": " + recording.note + "; the " + std::to_string(recording.events.size()) +
+             " events before are replayed");
   const int status = replay(options, recording, *settings, said);
-  return options.strict && !recording.problem.empty() ? tool::EXIT_FAILED : status;
+  return options.strict && !recording.note.empty() ? tool::EXIT_FAILED : status;
 } catch (const sim::BadCommand& error) {
   return tool::wrong_options(app, error.what());
 } catch (const std::runtime_error& error) {

@@ -11,6 +11,7 @@
 
 #include "platform/base/Time.h"
 #include "wire/ServiceLog.h"
+#include "wire/Stopwatch.h"
 
 namespace ecu::koru::gpspub {
 
@@ -115,7 +116,8 @@ void LinkRecorder::record(EventKind kind, std::span<const uint8_t> payload) {
   const KeepErrno keep_errno;
   const int64_t now_ns = time_source().steady_ns();
   if (!m_file) {
-    m_begin_ns = m_written_ns = now_ns;
+    m_begin_ns = now_ns - GnssUtils::getMicrosecDuration(0) * NS_PER_US;
+    m_written_ns = now_ns;
     if (!begin()) return;
     LOG.info("records the receiver's link in ", logging::escaped(m_options.path));
   }
@@ -146,8 +148,8 @@ bool LinkRecorder::makeRoom(int64_t now_ns, size_t payload_len) {
   if (!writeHeld(now_ns)) return false;
   m_file.reset();
   if (!begin()) return false;
-  const Status state{m_baud == 0 ? Status::Kind::OPENED : Status::Kind::RATE, m_baud};
-  if (m_is_open) hold(now_ns, EventKind::STATUS_CHANGE, bytesOf(linkrecord::textOf(state)));
+  const std::string state = linkrecord::textOf({Status::Kind::RATE, m_baud});
+  if (m_is_open) hold(now_ns, EventKind::STATUS_CHANGE, bytesOf(state));
   return true;
 }
 

@@ -64,7 +64,7 @@ class LinkRecorder {
   std::vector<Held> m_held;
   std::vector<uint8_t> m_held_bytes;
   uint64_t m_bytes = 0;          // of the file, with the held events
-  int64_t m_begin_ns = 0;        // of the recording, steady
+  int64_t m_begin_ns = 0;        // of the service, steady
   int64_t m_wall_offset_ns = 0;  // system clock minus steady clock, read with the first held event
   int64_t m_written_ns = 0;      // when the held events were written last, steady
   bool m_failed = false;

@@ -1,18 +1,15 @@
 #pragma once
 
 #include <array>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
 /// The format of a recording of the receiver's link: a pcap file with times in ns (UTC) and the link type
 /// RTAC serial of https://www.tcpdump.org/linktypes/LINKTYPE_RTAC_SERIAL.html. Each packet is one event: a
 /// header and a payload. The file's times are the system clock's, which may be set while the service runs;
-/// those of the headers are steady.
+/// those of the headers are steady and count from the start of the service, because its first time-outs do.
 namespace ecu::koru::gpspub::linkrecord {
 
 inline constexpr int LINK_TYPE = 250;
@@ -34,7 +31,7 @@ inline constexpr size_t HEADER_LEN = 12;
 
 using Header = std::array<uint8_t, HEADER_LEN>;
 
-/// `since_begin_us` is the steady time since the recording began.
+/// `since_begin_us` is the steady time since the service began (stopwatch 0).
 [[nodiscard]] constexpr Header makeHeader(EventKind kind, int64_t since_begin_us) {
   constexpr int64_t US_PER_S = 1'000'000;
   Header header{};
@@ -47,35 +44,16 @@ using Header = std::array<uint8_t, HEADER_LEN>;
   return header;
 }
 
-/// An event, borrowed from its packet.
-struct Event {
-  EventKind kind;
-  int64_t since_begin_us;
-  std::span<const uint8_t> payload;
-};
-
-/// Returns the event of a packet; empty if it is too short for one.
-[[nodiscard]] constexpr std::optional<Event> eventOf(std::span<const uint8_t> packet) {
-  if (packet.size() < HEADER_LEN) return std::nullopt;
-  const auto number = [&](size_t at) {
-    int64_t value = 0;
-    for (size_t i = 0; i < 4; ++i) value = value << 8 | packet[at + i];
-    return value;
-  };
-  return Event{static_cast<EventKind>(packet[KIND_OFFSET]),
-               number(SECONDS_OFFSET) * 1'000'000 + number(MICROSECONDS_OFFSET), packet.subspan(HEADER_LEN)};
-}
-
 /// A change of the link. A bus without rates (SPI), and a device that is no terminal, has the rate 0.
 ///
 ///   "open 38400"   the port was opened at this rate, bit/s; "open" without a rate
-///   "baud 38400"   this rate holds from now on; a file that begins while the port is open begins so
+///   "baud 38400"   this rate holds from now on; a file that begins while the port is open begins so, with
+///                  "baud" without a rate
 ///   "close"        the port was closed
 struct Status {
   enum class Kind : uint8_t { OPENED, RATE, CLOSED };
   Kind kind;
   unsigned baud = 0;
-  bool operator==(const Status&) const = default;
 };
 
 inline constexpr std::string_view OPENED_TEXT = "open";
@@ -86,19 +64,6 @@ inline constexpr std::string_view CLOSED_TEXT = "close";
   if (status.kind == Status::Kind::CLOSED) return std::string(CLOSED_TEXT);
   std::string text(status.kind == Status::Kind::OPENED ? OPENED_TEXT : RATE_TEXT);
   return status.baud == 0 ? text : text + ' ' + std::to_string(status.baud);
-}
-
-/// Returns nothing if the text is not a status.
-[[nodiscard]] inline std::optional<Status> statusOf(std::string_view text) {
-  if (text == CLOSED_TEXT) return Status{Status::Kind::CLOSED};
-  if (text == OPENED_TEXT) return Status{Status::Kind::OPENED};
-  const size_t blank = text.find(' ');
-  const std::string_view word = text.substr(0, blank);
-  if (blank == std::string_view::npos || (word != OPENED_TEXT && word != RATE_TEXT)) return std::nullopt;
-  Status status{word == OPENED_TEXT ? Status::Kind::OPENED : Status::Kind::RATE};
-  const auto [end, error] = std::from_chars(text.data() + blank + 1, text.data() + text.size(), status.baud);
-  if (error != std::errc() || end != text.data() + text.size() || status.baud == 0) return std::nullopt;
-  return status;
 }
 
 }  // namespace ecu::koru::gpspub::linkrecord

@@ -5,26 +5,22 @@
 #include "app/ApplyConfiguration.h"
 #include "app/Version.h"
 #include "input/LinkRecorder.h"
-#include "input/PcapFile.h"
 #include "input/RecordedDevices.h"
 #include "scenario/World.h"
-#include "sim/replay/RecordedTraffic.h"
 #include "sim/replay/ReplayedService.h"
-#include "wire/LinkRecord.h"
 
 namespace {
 
-using namespace std::string_literals;
 using namespace ecu::koru;
 using namespace test;
 using namespace testing;
-namespace linkrecord = gpspub::linkrecord;
 
 /// A session to record. The defaults are a unit with its receiver, and nothing happens.
 struct Session {
   const char* name = "";
   std::string hwversion = "zpt";
   double seconds = 60;
+  double late = 0;  ///< the service waits that long for its broker
   std::string faults{};
   bool has_receiver = true;     ///< false: nothing comes
   bool fresh_receiver = false;  ///< with factory settings
@@ -58,6 +54,7 @@ Messages record(const Session& session, const std::string& path) {
   std::unique_ptr<WatchedSource> watched;
   World world(
       [&](World& in) {
+        in.time.advance_to_us(static_cast<int64_t>(session.late * S));
         watched = std::make_unique<WatchedSource>(in.time, source, in.terminal);
         auto recorder =
             std::make_shared<gpspub::LinkRecorder>(gpspub::LinkRecorder::Options{path, 1U << 30U});
@@ -89,7 +86,7 @@ struct Replay {
   std::string problem;
 };
 
-Replay replay(const sim::RecordedTraffic& recording, const Session& session,
+Replay replay(const sim::LinkRecording& recording, const Session& session,
               const gpspub::Options& service_options = {}) {
   Replay result;
   sim::Differences differences([&](int64_t at_us, const std::string& text) {
@@ -126,6 +123,8 @@ TEST(Replay, GivesTheSameMessagesAtTheSameTimes) {
        .faults = bad_line + ",nak=0624,late=300,lose=0.3,power-cycle@20"},
       {.name = "a receiver that never hears", .seconds = 120, .faults = "mute"},
       {.name = "silence", .faults = "silence=7@20"},
+      {.name = "a late broker, and nothing comes", .late = 1.4, .has_receiver = false},
+      {.name = "a device that comes late", .gone_from = 0, .gone_to = 20.5},
       {.name = "a device that goes away and comes back", .gone_from = 12.345, .gone_to = 20.5},
       {.name = "radio silence", .changes = {{20.5, "blackout on"}, {41.25, "blackout off"}}},
       {.name = "GNSS off and on, systems",
@@ -136,10 +135,7 @@ TEST(Replay, GivesTheSameMessagesAtTheSameTimes) {
     const test::TempDir folder;
     const Messages then = record(session, folder / "link.pcap");
     ASSERT_GT(then.size(), 30U);
-    auto recording = sim::read_recorded_traffic(folder / "link.pcap");
-    EXPECT_EQ(recording.problem, "");
-    recording.lag_us = 0;
-    const Replay now = replay(recording, session);
+    const Replay now = replay(sim::load_link_recording(folder / "link.pcap"), session);
     EXPECT_THAT(now.differences, IsEmpty());
     ASSERT_EQ(now.messages.size(), then.size());
     const auto [one, other] = std::ranges::mismatch(then, now.messages);
@@ -148,42 +144,34 @@ TEST(Replay, GivesTheSameMessagesAtTheSameTimes) {
   }
 }
 
-/// Returns the events of a port on which epochs arrive at these seconds, counted from 20.
-std::vector<sim::LinkEvent> quiet(const std::vector<int>& seconds) {
-  using Kind = sim::LinkEvent::Kind;
-  std::vector<sim::LinkEvent> events{{Kind::OPENED, 0, 38400}};
-  for (const int each : seconds)
-    events.push_back({Kind::RECEIVED, (each - 20) * S + 500 * MS, 0, epoch(each)});
-  return events;
+using Kind = sim::LinkRecording::Kind;
+
+void add(sim::LinkRecording& to, Kind kind, int64_t at_us, const std::string& bytes = {}, unsigned baud = 0) {
+  const size_t begin = to.bytes.size();
+  to.bytes += bytes;
+  to.events.push_back({kind, baud, at_us, begin, to.bytes.size()});
 }
 
-TEST(Replay, TheServiceMayHaveBegunAMomentBeforeTheFirstEvent) {
-  const Session session{
-      .name = "nothing comes, so the speeds are tried", .seconds = 60, .has_receiver = false};
-  const test::TempDir folder;
-  const Messages then = record(session, folder / "link.pcap");
-  auto recording = sim::read_recorded_traffic(folder / "link.pcap");
-  for (auto& each : std::span(recording.events).subspan(1)) each.at_us -= 1'500;
-  const Replay now = replay(recording, session);
-  EXPECT_THAT(now.differences, IsEmpty());
-  const auto topicOf = [](const Message& message) { return std::get<1>(message); };
-  EXPECT_TRUE(std::ranges::equal(now.messages, then, {}, topicOf, topicOf));
+/// Returns a port on which epochs arrive at these seconds, counted from 20.
+sim::LinkRecording quiet(const std::vector<int>& seconds) {
+  sim::LinkRecording recording;
+  add(recording, Kind::opened, 0, {}, 38400);
+  for (const int each : seconds) add(recording, Kind::from_receiver, (each - 20) * S + 500 * MS, epoch(each));
+  return recording;
 }
 
 TEST(Replay, ReportsWhatTheServiceDoesOtherwise) {
-  using Kind = sim::LinkEvent::Kind;
   const test::TempDir folder;
   record({.seconds = 30}, folder / "link.pcap");
-  const sim::RecordedTraffic recording = sim::read_recorded_traffic(folder / "link.pcap");
+  const sim::LinkRecording recording = sim::load_link_recording(folder / "link.pcap");
   std::vector<size_t> sent;
   for (size_t i = 0; i < recording.events.size(); ++i)
-    if (recording.events[i].kind == Kind::SENT) sent.push_back(i);
+    if (recording.events[i].kind == Kind::from_host) sent.push_back(i);
   ASSERT_GT(sent.size(), 6U);
 
-  using Events = std::vector<sim::LinkEvent>;
   struct Row {
     const char* name;
-    std::function<void(Events&)> change;
+    std::function<void(sim::LinkRecording&)> change;
     std::vector<Matcher<std::string>> differences;
     gpspub::Options options{};
   };
@@ -191,127 +179,34 @@ TEST(Replay, ReportsWhatTheServiceDoesOtherwise) {
   listening.disable_hw_init = true;
   gpspub::Options fast = listening;
   fast.baud_rate = 57600;
-  const auto at = [&](size_t i) { return static_cast<ptrdiff_t>(sent[i]); };
+  const auto third = static_cast<ptrdiff_t>(sent[3]);
   const std::vector<Row> rows{
       {"another byte",
-       [&](Events& events) { events[sent[3]].bytes.back() ^= 1; },
+       [&](sim::LinkRecording& of) { of.bytes[of.events[sent[3]].end - 1] ^= 1; },
        {MatchesRegex(".* ms: expected B5 62 .*, found B5 62 .*")}},
       {"a message less",
-       [&](Events& events) { events.erase(events.begin() + at(3)); },
+       [&](sim::LinkRecording& of) { of.events.erase(of.events.begin() + third); },
        {MatchesRegex(".* ms: expected nothing sent, found B5 62 .*")}},
       {"a message more",
-       [&](Events& events) { events.insert(events.begin() + at(3), events[sent[2]]); },
+       [&](sim::LinkRecording& of) { of.events.insert(of.events.begin() + third, of.events[sent[2]]); },
        {MatchesRegex(".* ms: expected B5 62 .*, found nothing sent")}},
       {"another speed",
-       [&](Events& events) {
-         events = quiet({20, 21, 22});
+       [&](sim::LinkRecording& of) {
+         of = quiet({20, 21, 22});
        },
        {StrEq("0 ms: expected the port at 38400 bit/s, found the port at 57600 bit/s")},
        fast},
       {"a port that the service closes after 3 s of silence",
-       [&](Events& events) {
-         events = quiet({20, 21, 25});
+       [&](sim::LinkRecording& of) {
+         of = quiet({20, 21, 25});
        },
        {StrEq("4500 ms: expected the port left open, found it closed and opened again")},
        listening}};
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    sim::RecordedTraffic changed = recording;
-    row.change(changed.events);
+    sim::LinkRecording changed = recording;
+    row.change(changed);
     EXPECT_THAT(replay(changed, {}, row.options).differences, ElementsAreArray(row.differences));
-  }
-}
-
-/// Writes a file of packets, and one of raw bytes.
-class Files {
- public:
-  std::string pcap(const std::vector<std::string>& packets, int link_type = linkrecord::LINK_TYPE) const {
-    std::string problem;
-    std::string path = raw("");
-    const auto file = gpspub::PcapFile::begin(std::fopen(path.c_str(), "wb"), link_type, problem);
-    for (const std::string& each : packets)
-      EXPECT_TRUE(
-          file->add(1'400'000'000'123'456'789, {reinterpret_cast<const uint8_t*>(each.data()), each.size()}));
-    EXPECT_TRUE(file->flush());
-    return path;
-  }
-  std::string raw(std::string_view bytes) const {
-    return m_folder.write(std::to_string(++m_count) + ".pcap", bytes);
-  }
-  [[nodiscard]] std::string missing() const { return m_folder / "nothing.pcap"; }
-
- private:
-  test::TempDir m_folder;
-  mutable int m_count = 0;
-};
-
-std::string packet(linkrecord::EventKind kind, int64_t us, const std::string& payload) {
-  const auto header = linkrecord::makeHeader(kind, us);
-  return std::string(header.begin(), header.end()) + payload;
-}
-
-/// Returns "kind@us baud bytes" of each event.
-std::vector<std::string> summary(const sim::RecordedTraffic& recording) {
-  std::vector<std::string> lines;
-  for (const auto& each : recording.events)
-    lines.push_back("ORCSX"s.at(static_cast<size_t>(each.kind)) + "@"s + std::to_string(each.at_us) + " " +
-                    std::to_string(each.baud) + " " + each.bytes);
-  return lines;
-}
-
-TEST(RecordedTraffic, AreReadAsFarAsTheyGo) {
-  using enum linkrecord::EventKind;
-  const Files files;
-  const std::vector<std::string> packets{packet(STATUS_CHANGE, 7'000'001, "open 9600"),
-                                         packet(DATA_RX_START, 7'000'002, "$GN\n"),
-                                         packet(DATA_TX_START, 8'000'001, "\xB5\x62\0"s),
-                                         packet(STATUS_CHANGE, 8'000'002, "something new"),
-                                         packet(static_cast<linkrecord::EventKind>(9), 8'000'003, ""),
-                                         packet(STATUS_CHANGE, 8'000'003, "baud 38400"),
-                                         packet(STATUS_CHANGE, 9'000'001, "close"),
-                                         packet(STATUS_CHANGE, 10'000'001, "open")};
-  const std::vector<std::string> events{"O@0 9600 ",        "X@1 0 $GN\n",  "S@1000000 0 \xB5\x62\0"s,
-                                        "R@1000002 38400 ", "C@2000000 0 ", "O@3000000 0 "};
-  const auto whole = sim::read_recorded_traffic(files.pcap(packets));
-  EXPECT_EQ(summary(whole), events);
-  EXPECT_EQ(whole.problem, "");
-  EXPECT_EQ(whole.begin_wall_us, 1'400'000'000'123'456);
-
-  auto joined = packets;
-  joined.push_back(packets.front());
-  const auto first = sim::read_recorded_traffic(files.pcap(joined));
-  EXPECT_EQ(summary(first), events);
-  EXPECT_EQ(first.problem, "packet 9 is earlier than the one before: another recording begins");
-
-  joined.back() = "too short";
-  EXPECT_EQ(sim::read_recorded_traffic(files.pcap(joined)).problem, "packet 9 is shorter than its header");
-
-  const std::string bytes = text_of(files.pcap(packets));
-  constexpr size_t LAST = 16 + linkrecord::HEADER_LEN + 4;  // packet header, header, "open"
-  for (size_t length = bytes.size() - 1; length > bytes.size() - LAST; --length) {
-    const auto cut = sim::read_recorded_traffic(files.raw(std::string_view(bytes).substr(0, length)));
-    EXPECT_EQ(summary(cut), std::vector(events.begin(), events.end() - 1)) << length;
-    EXPECT_THAT(cut.problem, HasSubstr("truncated")) << length;
-  }
-}
-
-TEST(RecordedTraffic, WithoutEventsAreRefused) {
-  const Files files;
-  const std::vector<std::pair<std::string, const char*>> rows{
-      {files.missing(), "No such file or directory"},
-      {"/", "Is a directory"},
-      {files.raw(""), "truncated dump file"},
-      {files.raw("$GNRMC,,V,,,,,,,,,,N*4D\r\n"), "unknown file format"},
-      {files.pcap({}), "it holds no event of the receiver's link"},
-      {files.pcap({"short"}), "packet 1 is shorter than its header"},
-      {files.pcap({}, 1), "the link type is 1, not 250"}};
-  for (const auto& [path, problem] : rows) {
-    try {
-      (void)sim::read_recorded_traffic(path);
-      ADD_FAILURE() << problem;
-    } catch (const sim::BadRecording& error) {
-      EXPECT_THAT(error.what(), AllOf(HasSubstr(path), HasSubstr(problem)));
-    }
   }
 }
 

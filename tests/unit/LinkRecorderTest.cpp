@@ -12,6 +12,7 @@
 #include "support/LogCapture.h"
 #include "support/Support.h"
 #include "support/VirtualClock.h"
+#include "wire/Stopwatch.h"
 
 using namespace ecu::koru;
 using namespace ecu::koru::gpspub;
@@ -63,7 +64,10 @@ struct Port : test::VirtualClock {
   explicit Port(const std::string& path, uint64_t max_bytes = MIB)
       : VirtualClock(1'000 * MS, 1'700'000'000'123'456),
         input(recorded(std::unique_ptr<ITerminalDevice>(line),
-                       std::make_shared<LinkRecorder>(LinkRecorder::Options{path, max_bytes}))) {}
+                       std::make_shared<LinkRecorder>(LinkRecorder::Options{path, max_bytes}))) {
+    GnssUtils::initDuration();
+    time.advance(500 * MS);  // from the start of the service
+  }
 
   bool connected(unsigned baud) { return input.setBaudRate(baud) && input.connect(); }
   void receive(const std::string& bytes) {
@@ -101,10 +105,10 @@ TEST(LinkRecorderTest, TheFileIsAsOtherProgramsReadIt) {
   // payload.
   EXPECT_EQ(test::text_of(path),
             test::bytes("4D3CB2A1 0200 0400 00000000 00000000 FFFF0000 FA000000"
-                        "00F15365 00CA5B07 16000000 16000000 00000000 00000000 00 00 0000") +
+                        "00F15365 002F2925 16000000 16000000 00000000 0007A120 00 00 0000") +
                 "open 38400" +
-                test::bytes("01F15365 D3025715 14000000 14000000 00000001 00039447 01 00 0000") + POLL +
-                test::bytes("01F15365 D3025715 11000000 11000000 00000001 00039447 00 00 0000") + "close");
+                test::bytes("01F15365 D3672433 14000000 14000000 00000001 000B3567 01 00 0000") + POLL +
+                test::bytes("01F15365 D3672433 11000000 11000000 00000001 000B3567 00 00 0000") + "close");
   struct stat status {};
   ASSERT_EQ(stat(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
