@@ -53,6 +53,17 @@ std::pair<double, std::string> change_of(const std::string& text) {
   return {seconds, text.substr(blank + 1)};
 }
 
+void add_bus_option(CLI::App& app, ReplayOptions& options) {
+  CLI::Option* const bus =
+      app.add_option("--bus", options.bus,
+                     "What the unit said, recorded by satnav-tap --record at the same time; "
+                     "excludes the options of the unit")
+          ->check(tool::file_name());
+  for (const char* const name : {"--var", "--param", "--timezone", "--blackout", "--hw-version", "--file",
+                                 "--no-defaults", "--uptime"})
+    bus->excludes(app.get_option(name));
+}
+
 void add_time_options(CLI::App& app, ReplayOptions& options) {
   app.add_option_function<std::vector<std::string>>(
          "--at",
@@ -89,13 +100,15 @@ void add_output_options(CLI::App& app, ReplayOptions& options) {
 
 void add_options(CLI::App& app, ReplayOptions& options) {
   options.service.log_level = "WARNING";
-  app.add_option("recording", options.recording, "File of record_link, or - for standard input")
+  app.add_option("recording", options.recordings,
+                 "File of record_link, or - for standard input; several: oldest first")
       ->required()
       ->type_name("FILE")
       ->check(tool::file_name());
   add_service_options(app, options);
   add_unit_options(app, options.unit);
   add_time_options(app, options);
+  add_bus_option(app, options);
   add_output_options(app, options);
 }
 

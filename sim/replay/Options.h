@@ -14,10 +14,11 @@ namespace ecu::koru::sim {
 
 /// The command line of satnavd-replay. Times are seconds since the service began.
 struct ReplayOptions {
-  std::string recording;
-  std::string config;       ///< empty: a configuration without keys
-  gpspub::Options service;  ///< the service's own options then
+  std::vector<std::string> recordings;  ///< oldest first
+  std::string config;                   ///< empty: a configuration without keys
+  gpspub::Options service;              ///< the service's own options then
   UnitOptions unit;
+  std::string bus;  ///< a recording of the bus, in place of `unit`; empty: none
   std::vector<std::pair<double, std::string>> changes;  ///< commands of the unit, with their times
   std::optional<double> uptime;                         ///< since boot, at the start
   bool no_reset_line = false;

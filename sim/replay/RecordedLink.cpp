@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <utility>
+
+#include "sim/gnss/Files.h"
 
 namespace ecu::koru::sim {
 
@@ -29,7 +32,44 @@ int64_t begin_of(const LinkRecording& recording) {
   return is_first ? recording.begin_us : 0;
 }
 
+/// Returns true if the port is open at the end.
+bool ends_open(const LinkRecording& recording) {
+  return recording.events.back().kind != Kind::closed;
+}
+
+/// Throws FileError if the second does not go on where the first was full.
+void append(LinkRecording& to, const LinkRecording& next, const std::string& file) {
+  const int64_t later_us = next.begin_us - to.begin_us;
+  const bool begins_open = next.events.front().kind != Kind::opened;
+  if (later_us < to.events.back().at_us || begins_open != ends_open(to))
+    throw FileError(file + ": does not go on where the file before it ends");
+  const size_t offset = to.bytes.size();
+  to.bytes += next.bytes;
+  for (auto event : next.events) {
+    event.at_us += later_us;
+    event.begin += offset;
+    event.end += offset;
+    to.events.push_back(event);
+  }
+}
+
 }  // namespace
+
+LinkRecording load_link_recordings(const std::vector<std::string>& files) {
+  LinkRecording all;
+  for (const std::string& file : files) {
+    LinkRecording each = load_link_recording(file);
+    if (!all.note.empty()) break;  // the rest is missing
+    if (!each.note.empty()) each.note.insert(0, file + ": ");
+    if (all.events.empty()) {
+      all = std::move(each);
+    } else {
+      append(all, each, file);
+      all.note = each.note;
+    }
+  }
+  return all;
+}
 
 RecordedLink::RecordedLink(const LinkRecording& recording, Differences& differences)
     : m_recording(recording),

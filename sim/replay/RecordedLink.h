@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <deque>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "sim/gnss/LinkRecording.h"
 #include "sim/replay/Differences.h"
@@ -10,6 +12,10 @@
 #include "sim/replay/VirtualTerminal.h"
 
 namespace ecu::koru::sim {
+
+/// Reads files of which each goes on where the one before was full. Throws FileError if they do not, or one
+/// cannot be used. The note names the file.
+[[nodiscard]] LinkRecording load_link_recordings(const std::vector<std::string>& files);
 
 /// The receiver's end of a recorded link: at each recorded instant the bytes of one read become readable, and
 /// each read ends where it ended then. The device can be opened when the service opened it. If the recording

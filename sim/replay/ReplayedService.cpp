@@ -64,8 +64,8 @@ void ReplayedService::say(const std::vector<Publication>& publications) {
   for (const auto& each : publications) m_bus->inject(each.topic, each.message);
 }
 
-void ReplayedService::say_at(int64_t at_us, std::vector<Publication> publications) {
-  m_time.at(at_us, [this, said = std::move(publications)] { say(said); });
+void ReplayedService::say_at(int64_t at_us, Publication publication) {
+  m_time.at(at_us, [this, said = std::move(publication)] { m_bus->inject(said.topic, said.message); });
 }
 
 std::string ReplayedService::start(const ReplayOptions& options, const gpspub::Settings& settings) {
@@ -73,7 +73,8 @@ std::string ReplayedService::start(const ReplayOptions& options, const gpspub::S
   m_time.advance_to_us(m_link.first_try_us());  // the service connects to its broker
   std::shared_ptr<com::ITransportClient> transport = m_bus;
   const auto unit = gpspub::readUnitVariables(transport);
-  if (!unit) return "an ECU variable is missing; give hwvariant, hwversion and hasgnss with --var";
+  if (!unit)
+    return "an ECU variable is missing: hwvariant, hwversion and hasgnss are needed, from --var or --bus";
   const std::string device = gpspub::Unit::chooseDevice(options.service.device, unit->simulation,
                                                         settings.gnss_device, unit->hwversion);
   if (gpspub::Unit(unit->hwvariant, unit->hasgnss, unit->hwversion, device).isReceiverOnSpi())

@@ -45,7 +45,7 @@ class ReplayedService {
   /// The unit says this on the bus now.
   void say(const std::vector<Publication>& publications);
   /// The unit says this at a time.
-  void say_at(int64_t at_us, std::vector<Publication> publications);
+  void say_at(int64_t at_us, Publication publication);
   /// Makes the service as satnavd's main() does. Returns why that is not possible; empty if it was.
   [[nodiscard]] std::string start(const ReplayOptions& options, const gpspub::Settings& settings);
   /// Runs it until the recording ends, or `to_us`, or until publishing ends it.

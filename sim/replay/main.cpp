@@ -8,12 +8,14 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 
 #include "app/Settings.h"
 #include "app/Version.h"
 #include "platform/base/Logging.h"
 #include "sim/gnss/LinkRecording.h"
 #include "sim/replay/Options.h"
+#include "sim/replay/RecordedBus.h"
 #include "sim/replay/ReplayedService.h"
 #include "tools/common/Options.h"
 #include "tools/common/StopSignals.h"
@@ -30,7 +32,8 @@ constexpr const char* DESCRIPTION =
 record_link, and prints every message that it publishes as one JSON object a line, like satnav-tap --json. The bytes
 come at the recorded times and in the recorded portions, so an hour takes a second or two, and the result is the same
 each time. Without options the unit is the one of ecu-sim: hwvariant=sim, hwversion=qrx, hasgnss=true, no system
-parameter, no time zone. Give the configuration, variables and parameters that the unit had.
+parameter, no time zone. Give the configuration, variables and parameters that the unit had, or with --bus all that
+it said.
 Whatever the service does to the port otherwise than it did then is reported on standard error, with its time in
 seconds since the service began.)";
 
@@ -103,11 +106,12 @@ std::optional<gpspub::Settings> read_settings(const std::string& path) {
   return gpspub::readSettings(*config);
 }
 
-/// What the unit says: before the service begins, once right after that, and at times in us.
+/// What the unit says: before the service begins, once right after that, and at later times.
 struct Said {
   std::vector<sim::Publication> at_start;
   std::vector<sim::Publication> once;
-  std::vector<std::pair<int64_t, std::vector<sim::Publication>>> later;
+  std::vector<sim::TimedPublication> later{};
+  bool is_incomplete = false;
 };
 
 int64_t us_of(double seconds) {
@@ -118,19 +122,31 @@ int64_t us_of(double seconds) {
 Said said_by_unit(const sim::ReplayOptions& options) {
   sim::Requests requests{.unit = sim::UnitState(true), .said_once = {}};
   requests.add_all(options.unit);
-  Said said{requests.unit.everything(), requests.said_once, {}};
+  Said said{requests.unit.everything(), requests.said_once};
   auto changes = options.changes;
   std::ranges::stable_sort(changes, {}, [](const auto& change) { return change.first; });
   for (const auto& [seconds, line] : changes) {
     const sim::Command command = sim::parse_command(line);
     if (sim::concerns_session(command)) throw sim::BadCommand("only for ecu-sim: " + line);
-    said.later.emplace_back(us_of(seconds), requests.unit.apply(command));
+    for (auto& each : requests.unit.apply(command)) said.later.push_back({us_of(seconds), std::move(each)});
   }
   return said;
 }
 
+/// The unit said this, and it is what --at adds to. Returns the time since boot at which the service began.
+double take_recorded_bus(const sim::ReplayOptions& options, const sim::LinkRecording& link, Said& said) {
+  sim::RecordedBus bus = sim::load_recorded_bus(options.bus, link);
+  said.is_incomplete = !bus.note.empty();
+  if (said.is_incomplete) complain(bus.note);
+  said.at_start = std::move(bus.at_start);
+  std::ranges::move(bus.later, std::back_inserter(said.later));
+  return bus.uptime_s;
+}
+
 int replay(const sim::ReplayOptions& options, const sim::LinkRecording& recording,
-           const gpspub::Settings& settings, const Said& said) {
+           const gpspub::Settings& settings, Said said) {
+  const double uptime_s = options.bus.empty() ? options.uptime.value_or(sim::likely_uptime_s(recording))
+                                              : take_recorded_bus(options, recording, said);
   sim::Differences differences(report_difference);
   Printer printer(options);
   sim::ReplayedService service(
@@ -138,9 +154,9 @@ int replay(const sim::ReplayOptions& options, const sim::LinkRecording& recordin
       [&printer](const com::MemoryTransport::Record& record, int64_t at_us, int64_t wall_us) {
         return printer.print(record, at_us, wall_us);
       },
-      options.uptime.value_or(sim::likely_uptime_s(recording)));
+      uptime_s);
   service.say(said.at_start);
-  for (const auto& [at_us, each] : said.later) service.say_at(at_us, each);
+  for (auto& [at_us, each] : said.later) service.say_at(at_us, std::move(each));
   if (const std::string problem = service.start(options, settings); !problem.empty())
     return complain(problem), tool::EXIT_FAILED;
   service.say(said.once);
@@ -149,21 +165,21 @@ int replay(const sim::ReplayOptions& options, const sim::LinkRecording& recordin
     return complain(problem), tool::EXIT_FAILED;
   if (differences.count() > 0)
     complain(std::to_string(differences.count()) + " differences from the recording");
-  return options.strict && differences.count() > 0 ? tool::EXIT_FAILED : tool::EXIT_DONE;
+  const bool is_complete = recording.note.empty() && !said.is_incomplete;
+  return options.strict && (differences.count() > 0 || !is_complete) ? tool::EXIT_FAILED : tool::EXIT_DONE;
 }
 
 int run(const CLI::App& app, const sim::ReplayOptions& options) try {
   logging::configure_logging(options.service.log_level);
   logging::set_log_mode(logging::LogMode::STDERR);
-  const Said said = said_by_unit(options);
+  Said said = said_by_unit(options);
   const auto settings = read_settings(options.config);
   if (!settings) return tool::EXIT_FAILED;
-  const sim::LinkRecording recording = sim::load_link_recording(options.recording);
+  const sim::LinkRecording recording = sim::load_link_recordings(options.recordings);
   if (!recording.note.empty())
-    complain(options.recording + ": " + recording.note + "; the " + std::to_string(recording.events.size()) +
+    complain(recording.note + "; the " + std::to_string(recording.events.size()) +
              " events before are replayed");
-  const int status = replay(options, recording, *settings, said);
-  return options.strict && !recording.note.empty() ? tool::EXIT_FAILED : status;
+  return replay(options, recording, *settings, std::move(said));
 } catch (const sim::BadCommand& error) {
   return tool::wrong_options(app, error.what());
 } catch (const std::runtime_error& error) {

@@ -106,7 +106,8 @@ Replay replay(const sim::LinkRecording& recording, const Session& session,
   requests.add_all(options.unit);
   service.say(requests.unit.everything());
   for (const auto& [seconds, command] : session.changes)
-    service.say_at(static_cast<int64_t>(seconds * S), saidBy(requests.unit, command));
+    for (auto& each : saidBy(requests.unit, command))
+      service.say_at(static_cast<int64_t>(seconds * S), std::move(each));
   result.problem = service.start(options, settings());
   if (result.problem.empty()) service.run(INT64_MAX);
   return result;

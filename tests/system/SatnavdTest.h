@@ -71,6 +71,11 @@ inline Words tool(Words argv, const Broker& broker) {
   return argv;
 }
 
+inline Words joined(Words some, const Words& more) {
+  some.insert(some.end(), more.begin(), more.end());
+  return some;
+}
+
 /// Creates a terminal without a receiver and a link to it. Returns its other end.
 inline int terminal(const std::string& link, int flags = 0) {
   const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | flags);
@@ -82,8 +87,8 @@ inline int terminal(const std::string& link, int flags = 0) {
 /// Runs satnav-tap for fixes, or for another topic. It has subscribed when the constructor returns.
 class Tap {
  public:
-  explicit Tap(const Broker& broker, const std::string& topic = "system/gnss/data")
-      : m_process(tool({"satnav-tap", "--json", "--topic", topic}, broker)) {
+  explicit Tap(const Broker& broker, const std::string& topic = "system/gnss/data", const Words& more = {})
+      : m_process(tool(joined({"satnav-tap", "--json", "--topic", topic}, more), broker)) {
     const std::string name = "SUBSCRIBE from satnav-tap-" + std::to_string(m_process.pid());
     EXPECT_TRUE(eventually([&] { return broker.log().find(name) != std::string::npos; }, PATIENCE_MS));
   }
