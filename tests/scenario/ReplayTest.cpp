@@ -20,7 +20,8 @@ struct Session {
   const char* name = "";
   std::string hwversion = "zpt";
   double seconds = 60;
-  double late = 0;  ///< the service waits that long for its broker
+  double late = 0;                 ///< the service waits that long for its broker
+  uint64_t max_bytes = 1U << 30U;  ///< of a file of the recording
   std::string faults{};
   bool has_receiver = true;     ///< false: nothing comes
   bool fresh_receiver = false;  ///< with factory settings
@@ -57,7 +58,7 @@ Messages record(const Session& session, const std::string& path) {
         in.time.advance_to_us(static_cast<int64_t>(session.late * S));
         watched = std::make_unique<WatchedSource>(in.time, source, in.terminal);
         auto recorder =
-            std::make_shared<gpspub::LinkRecorder>(gpspub::LinkRecorder::Options{path, 1U << 30U});
+            std::make_shared<gpspub::LinkRecorder>(gpspub::LinkRecorder::Options{path, session.max_bytes});
         return std::make_unique<gpspub::SerialInput>(
             gpspub::recorded(std::make_unique<sim::VirtualTerminal>(in.time, *watched), recorder));
       },
@@ -123,6 +124,7 @@ TEST(Replay, GivesTheSameMessagesAtTheSameTimes) {
        .seconds = 120,
        .faults = bad_line + ",nak=0624,late=300,lose=0.3,power-cycle@20"},
       {.name = "a receiver that never hears", .seconds = 120, .faults = "mute"},
+      {.name = "a recording in two files", .max_bytes = 400'000},
       {.name = "silence", .faults = "silence=7@20"},
       {.name = "a late broker, and nothing comes", .late = 1.4, .has_receiver = false},
       {.name = "a device that comes late", .gone_from = 0, .gone_to = 20.5},
@@ -136,7 +138,9 @@ TEST(Replay, GivesTheSameMessagesAtTheSameTimes) {
     const test::TempDir folder;
     const Messages then = record(session, folder / "link.pcap");
     ASSERT_GT(then.size(), 30U);
-    const Replay now = replay(sim::load_link_recording(folder / "link.pcap"), session);
+    std::vector<std::string> files{folder / "link.pcap"};
+    if (session.max_bytes < 1U << 30U) files.insert(files.begin(), folder / "link.pcap.1");
+    const Replay now = replay(sim::load_link_recordings(files), session);
     EXPECT_THAT(now.differences, IsEmpty());
     ASSERT_EQ(now.messages.size(), then.size());
     const auto [one, other] = std::ranges::mismatch(then, now.messages);
