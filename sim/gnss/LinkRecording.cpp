@@ -68,7 +68,7 @@ class Reader {
     const auto status =
         packet[EVENT_OFFSET] == STATUS_CHANGE ? status_of(packet.substr(DATA_OFFSET)) : std::nullopt;
     const auto kind = status ? std::optional(status->kind) : data_kind(packet[EVENT_OFFSET]);
-    if (!kind) return {};
+    if (!kind || (!status && packet.size() == DATA_OFFSET)) return {};
     auto& events = m_recording.events;
     if (events.empty()) {
       m_recording.begin_us = time_us;

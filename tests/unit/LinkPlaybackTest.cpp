@@ -155,18 +155,18 @@ std::string packet(uint32_t us, uint8_t kind, const std::string& payload) {
 TEST(LinkRecordingTest, IsReadAsFarAsItGoes) {
   const test::TempDir folder;
   const std::string rtac = bytes("4D3CB2A1 0200 0400 00000000 00000000 FFFF0000 FA000000");
-  const std::string good = packet(7'000'001, 0, "open 9600") + packet(8'000'001, 1, "to") +
-                           packet(8'000'002, 2, "from") + packet(8'000'003, 0, "new text") +
-                           packet(8'000'004, 9, "new kind") + packet(9'000'001, 0, "baud") +
-                           packet(9'000'002, 0, "close");
+  const std::string good =
+      packet(7'000'001, 0, "open 9600") + packet(8'000'001, 1, "to") + packet(8'000'002, 2, "from") +
+      packet(8'000'003, 0, "new text") + packet(8'000'004, 9, "new kind") + packet(8'000'005, 1, "") +
+      packet(8'000'006, 2, "") + packet(9'000'001, 0, "baud") + packet(9'000'002, 0, "close");
   const struct {
     std::string next, note;
   } rows[] = {
       {"", ""},
       {packet(9'000'003, 2, "A").substr(0, 20), "truncated dump file; tried"},
-      {packet(9'000'001, 2, "A"), "packet 8 is earlier than the one before"},
-      {bytes("00F15365 01000000 03000000 03000000") + "abc", "packet 8 is cut short"},
-      {bytes("00F15365 01000000 0C000000 0D000000 00000009 00000003 02000000"), "packet 8 is cut short"},
+      {packet(9'000'001, 2, "A"), "packet 10 is earlier than the one before"},
+      {bytes("00F15365 01000000 03000000 03000000") + "abc", "packet 10 is cut short"},
+      {bytes("00F15365 01000000 0C000000 0D000000 00000009 00000003 02000000"), "packet 10 is cut short"},
       {bytes("00F15365 01000000 FFFFFF7F FFFFFF7F"), "invalid packet capture length"},
       {packet(4'000'000'000, 2, "A").replace(16, 1, "\x7F"), "is more than a day later"}};
   for (const auto& row : rows) {
