@@ -20,7 +20,7 @@ constexpr const char* HEALTH_TOPIC = "system/gnss/health";
 const std::string OFF(1, '\0'), ON(1, '\1');
 
 /// Sends what `burst` returns at each full second.
-class SecondBySecond : public ByteSource {
+class SecondBySecond : public Arrivals {
  public:
   using Burst = std::function<std::string(int second)>;
   Burst burst;
@@ -29,16 +29,8 @@ class SecondBySecond : public ByteSource {
     for (; m_next_us <= now_us; m_next_us += S) m_arrived += burst(static_cast<int>(m_next_us / S));
   }
   [[nodiscard]] int64_t next_byte_us() const override { return m_next_us; }
-  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
-  size_t read(std::span<uint8_t> out) override {
-    const size_t count = std::min(out.size(), m_arrived.size());
-    std::copy_n(m_arrived.begin(), count, out.begin());
-    m_arrived.erase(0, count);
-    return count;
-  }
 
  private:
-  std::string m_arrived;
   int64_t m_next_us = S;
 };
 

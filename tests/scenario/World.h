@@ -33,8 +33,23 @@ inline constexpr int64_t S = 1000 * MS;
 
 using ByteSource = ecu::koru::sim::LinkEnd;
 
+/// Holds the bytes that have arrived.
+class Arrivals : public ByteSource {
+ public:
+  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
+  size_t read(std::span<uint8_t> out) override {
+    const size_t count = std::min(out.size(), m_arrived.size());
+    std::copy_n(m_arrived.begin(), count, out.begin());
+    m_arrived.erase(0, count);
+    return count;
+  }
+
+ protected:
+  std::string m_arrived;
+};
+
 /// Bytes that arrive at given times, each burst at once.
-class Script : public ByteSource {
+class Script : public Arrivals {
  public:
   void add(int64_t at_us, std::string bytes) { m_bursts.emplace(at_us, std::move(bytes)); }
   void advance_to(int64_t now_us) override {
@@ -46,16 +61,8 @@ class Script : public ByteSource {
   [[nodiscard]] int64_t next_byte_us() const override {
     return m_bursts.empty() ? INT64_MAX : m_bursts.begin()->first;
   }
-  [[nodiscard]] size_t available() const override { return m_arrived.size(); }
-  size_t read(std::span<uint8_t> out) override {
-    const size_t count = std::min(out.size(), m_arrived.size());
-    std::copy_n(m_arrived.begin(), count, out.begin());
-    m_arrived.erase(0, count);
-    return count;
-  }
 
  private:
-  std::string m_arrived;
   std::multimap<int64_t, std::string> m_bursts;
 };
 
