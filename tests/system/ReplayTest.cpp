@@ -57,7 +57,7 @@ class ReplayTest : public test::SatnavdTest {
   /// Records a session of the whole unit, which says `commands` once there are fixes. Returns the messages of
   /// satnavd.
   std::vector<json> record(int seconds, const std::string& commands = {}) {
-    const auto unit = start_unit({"--retain-all", "--var", "hwversion=zpt", "--param", "0xA09B=01"});
+    const auto unit = start_unit({"--var", "hwversion=zpt", "--param", "0xA09B=01"});
     Tap tap(broker, "#", {"--record", bus, "--force"});
     const auto simulator = receiver({"--fault",
                                      "drop=0.05,corrupt=0.05,late=120,lose=0.2,nak=0624,garbage-ubx=0.05,"
