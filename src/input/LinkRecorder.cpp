@@ -41,23 +41,35 @@ class KeepErrno {
   const int m_errno = errno;
 };
 
-/// Returns true for a pcap file with times in ns, in this machine's byte order. So no other file than a
-/// recording is ever moved away, whatever the key names.
+/// Returns true for a pcap file of this link type with times in ns, in this machine's byte order.
 bool isRecording(const std::string& path) {
   constexpr uint32_t MAGIC = 0xA1B23C4D;
   const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) return false;
-  uint32_t magic = 0;
-  const bool is_recording = ::read(fd, &magic, sizeof magic) == sizeof magic && magic == MAGIC;
+  std::array<uint32_t, PcapFile::FILE_HEADER_LEN / sizeof MAGIC> header{};  // begins and ends with these
+  const bool is_recording = ::read(fd, header.data(), sizeof header) == sizeof header &&
+                            header.front() == MAGIC && header.back() == uint32_t{linkrecord::LINK_TYPE};
   ::close(fd);
   return is_recording;
 }
 
-/// Moves a recording that is there to "PATH.1". Returns the reason if that fails.
+/// Returns why this file must stay as it is; empty if it is a recording, empty or not there.
+std::string whyKept(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return {};
+  if (!S_ISREG(status.st_mode)) return "is not a regular file";
+  return status.st_size == 0 || isRecording(path) ? std::string() : "exists and is not a recording";
+}
+
+std::string olderThan(const std::string& path) {
+  return path + ".1";
+}
+
+/// Makes a recording that is there the older one. Returns the reason if that fails.
 std::string moveAway(const std::string& path) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0) return {};
-  return std::rename(path.c_str(), (path + ".1").c_str()) == 0 ? std::string() : std::strerror(errno);
+  return std::rename(path.c_str(), olderThan(path).c_str()) == 0 ? std::string() : std::strerror(errno);
 }
 
 /// Opens a file that is only its owner's. Returns null with the reason in errno.
@@ -85,9 +97,10 @@ LinkRecorder::~LinkRecorder() {
 
 std::string LinkRecorder::refusal(const std::string& path) {
   struct stat status {};
-  if (::lstat(path.c_str(), &status) != 0 || S_ISCHR(status.st_mode)) return {};
-  if (!S_ISREG(status.st_mode)) return "it is not a regular file";
-  return status.st_size == 0 || isRecording(path) ? std::string() : "it exists and is not a recording";
+  if (::lstat(path.c_str(), &status) == 0 && S_ISCHR(status.st_mode)) return {};
+  if (const std::string why = whyKept(path); !why.empty()) return "it " + why;
+  if (const std::string why = whyKept(olderThan(path)); !why.empty()) return olderThan(path) + " " + why;
+  return {};
 }
 
 void LinkRecorder::opened(unsigned baud) {

@@ -161,7 +161,6 @@ TEST(LinkRecorderTest, OnSpiFillBytesAreNotRecorded) {
 TEST(LinkRecorderTest, AFullFileBecomesTheOlderOneAndTheNextIsReadableByItself) {
   const test::TempDir folder;
   const auto path = folder / "link.pcap", older = path + ".1";
-  folder.write("link.pcap.1", "an older one");
   constexpr uint64_t LIMIT = 400;
   {
     Port port(path, LIMIT);
@@ -192,6 +191,9 @@ TEST(LinkRecorderTest, BytesReachTheFileWithinASecondOfTheNextOnes) {
 TEST(LinkRecorderTest, AFailureCostsTheRecordingAndNothingElse) {
   const test::TempDir folder;
   const auto foreign = folder.write("notes", "not a recording");
+  const auto capture = folder.write(  // of Ethernet
+      "capture", test::bytes("4D3CB2A1 0200 0400 00000000 00000000 FFFF0000 01000000"));
+  folder.write("link.pcap.1", "not a recording");
   const auto linked = folder / "linked";
   ASSERT_EQ(symlink(foreign.c_str(), linked.c_str()), 0);
   const struct {
@@ -199,6 +201,8 @@ TEST(LinkRecorderTest, AFailureCostsTheRecordingAndNothingElse) {
   } rows[] = {{folder / "no/such/folder", "No such file or directory"},
               {folder.path(), "it is not a regular file"},
               {foreign, "it exists and is not a recording"},
+              {capture, "it exists and is not a recording"},
+              {folder / "link.pcap", folder / "link.pcap.1" + " exists and is not a recording"},
               {linked, "it is not a regular file"},
               {"/dev/full", "No space left on device"}};
   for (const auto& row : rows) {
