@@ -51,7 +51,7 @@ bool name_address(ListenAddress& address) {
     return false;
   const bool is_ipv6 = std::strchr(host, ':') != nullptr;
   address.host = host;
-  address.port = std::atoi(port);
+  address.port = static_cast<int>(std::strtol(port, nullptr, 10));
   address.text = (is_ipv6 ? "[" + std::string(host) + "]" : std::string(host)) + ":" + port;
   return true;
 }
