@@ -86,6 +86,8 @@ void add_output_options(CLI::App& app, ReplayOptions& options) {
       ->check(tool::topic_filter())
       ->type_size(1)
       ->allow_extra_args(false);
+  app.add_flag("--recording", options.as_recording,
+               "Print the messages as satnav-tap --record writes them, for satnav-tap --read");
   app.add_option("--from", options.from, "Show messages from this second of the recording on")
       ->check(CLI::Range(0.0, 1e9) & tool::not_nan());
   app.add_option("--to", options.to, "Stop the service at this second")

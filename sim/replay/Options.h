@@ -23,6 +23,7 @@ struct ReplayOptions {
   std::optional<double> uptime;                         ///< since boot, at the start
   bool no_reset_line = false;
   std::vector<std::string> topics;  ///< to show; empty: all
+  bool as_recording = false;        ///< in the form of satnav-tap --record, in place of --json
   double from = 0;
   double to = std::numeric_limits<double>::infinity();
   bool strict = false;

@@ -13,6 +13,7 @@
 #include "app/Settings.h"
 #include "app/Version.h"
 #include "platform/base/Logging.h"
+#include "platform/base/Time.h"
 #include "sim/gnss/LinkRecording.h"
 #include "sim/replay/Options.h"
 #include "sim/replay/RecordedBus.h"
@@ -20,12 +21,14 @@
 #include "tools/common/Options.h"
 #include "tools/common/StopSignals.h"
 #include "tools/tap/Lines.h"
+#include "tools/tap/Recording.h"
 
 namespace {
 
 using namespace ecu::koru;
 
 constexpr int64_t US_PER_S = 1'000'000;
+constexpr int64_t NS_PER_US = 1000;
 
 constexpr const char* DESCRIPTION =
     R"(Runs the service in virtual time over a recording of its receiver's link, as satnavd makes it with the key
@@ -55,21 +58,26 @@ void report_difference(int64_t at_us, const std::string& text) {
 class Printer {
  public:
   explicit Printer(const sim::ReplayOptions& options)
-      : m_topics(options.topics), m_from_us(static_cast<int64_t>(options.from * US_PER_S)) {}
+      : m_topics(options.topics),
+        m_from_us(static_cast<int64_t>(options.from * US_PER_S)),
+        m_as_recording(options.as_recording) {}
 
+  /// The service begins at `now`.
+  void begin(const tap::Moment& now) {
+    if (m_as_recording) write(tap::header_line(now));
+  }
   /// Returns false if the output takes no more.
-  [[nodiscard]] bool print(const com::MemoryTransport::Record& record, int64_t at_us, int64_t wall_us) {
+  [[nodiscard]] bool print(const com::MemoryTransport::Record& record, int64_t at_us,
+                           const tap::Moment& now) {
+    if (m_error != 0) return false;
     if (at_us < m_from_us || !is_wanted(record.topic)) return true;
-    const std::string line = tap::json_line({.topic = record.topic,
-                                             .payload = record.message.payload,
-                                             .wall_us = wall_us,
-                                             .boot_ns = record.message.timestamp_ns,
-                                             .retained = false}) +
-                             "\n";
-    if (std::fwrite(line.data(), 1, line.size(), stdout) == line.size() && std::fflush(stdout) == 0)
-      return true;
-    m_error = errno;
-    return false;
+    const tap::Arrival arrival{.topic = record.topic,
+                               .payload = record.message.payload,
+                               .wall_us = now.wall_us,
+                               .boot_ns = now.boot_ns,
+                               .retained = false};
+    write(m_as_recording ? tap::message_line(arrival) : tap::json_line(arrival) + "\n");
+    return m_error == 0;
   }
   /// Returns what failed; empty if nothing did, or the reader went away.
   [[nodiscard]] std::string problem() const {
@@ -78,6 +86,10 @@ class Printer {
   }
 
  private:
+  void write(const std::string& line) {
+    if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size() || std::fflush(stdout) != 0)
+      m_error = errno;
+  }
   [[nodiscard]] bool is_wanted(const std::string& topic) const {
     return m_topics.empty() || std::ranges::any_of(m_topics, [&topic](const std::string& filter) {
              bool matches = false;
@@ -88,6 +100,7 @@ class Printer {
   }
   const std::vector<std::string>& m_topics;
   const int64_t m_from_us;
+  const bool m_as_recording;
   int m_error = 0;  // an errno
 };
 
@@ -143,6 +156,10 @@ double take_recorded_bus(const sim::ReplayOptions& options, const sim::LinkRecor
   return bus.uptime_s;
 }
 
+uint64_t boot_ns() {
+  return static_cast<uint64_t>(time_source().boot_ns());
+}
+
 int replay(const sim::ReplayOptions& options, const sim::LinkRecording& recording,
            const gpspub::Settings& settings, Said said) {
   const double uptime_s = options.bus.empty() ? options.uptime.value_or(sim::likely_uptime_s(recording))
@@ -152,9 +169,10 @@ int replay(const sim::ReplayOptions& options, const sim::LinkRecording& recordin
   sim::ReplayedService service(
       recording, differences,
       [&printer](const com::MemoryTransport::Record& record, int64_t at_us, int64_t wall_us) {
-        return printer.print(record, at_us, wall_us);
+        return printer.print(record, at_us, {wall_us, boot_ns()});
       },
       uptime_s);
+  printer.begin({time_source().wall_ns() / NS_PER_US, boot_ns()});
   service.say(said.at_start);
   for (auto& [at_us, each] : said.later) service.say_at(at_us, std::move(each));
   if (const std::string problem = service.start(options, settings); !problem.empty())

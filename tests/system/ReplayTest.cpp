@@ -105,6 +105,48 @@ TEST_F(ReplayTest, GivesTheMessagesOfARecordedSession) {
   FAIL() << different;
 }
 
+/// Each figure comes from two modes of the viewer at least, or from the session's own bus.
+TEST(RecordedSessions, GiveTheirFixesInEachModeOfTheViewer) {
+  const struct {
+    std::string name;
+    Words unit;
+    size_t fixes, valid, gaps;
+  } rows[] = {{"city", {}, 100, 45, 2},
+              {"tunnel", {"--baudrate", "115200"}, 325, 255, 2},
+              {"new-receiver", {}, 97, 72, 2}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const test::TempDir folder;
+    const auto output_of = [](const Words& command) {
+      Process program(command);
+      EXPECT_EQ(program.wait_for_exit(PATIENCE_MS), 0);
+      EXPECT_EQ(program.err(), "");
+      return program.out();
+    };
+    const auto recording = folder.write(
+        "drive.rec", output_of(joined({test::program("satnavd-replay"), RECORDINGS "/" + row.name + ".pcap",
+                                       "--recording", "--strict", "--log", "EMERG", "--var", "hwversion=zpt"},
+                                      row.unit)));
+    const auto gpx = folder / "gpx", kml = folder / "kml", csv = folder / "csv", can = folder / "can";
+    const Words read = {test::program("satnav-tap"), "--read", recording};
+    const std::string summary =
+        output_of(joined(read, {"--summary", "--export", "gpx", gpx, "--export", "kml", kml, "--export",
+                                "csv", csv, "--can-log", can}));
+    EXPECT_THAT(summary, HasSubstr("Fixes       " + std::to_string(row.fixes) + ", " +
+                                   std::to_string(row.valid) + " valid"));
+    EXPECT_THAT(summary, HasSubstr("Gaps        " + std::to_string(row.gaps) + " of more"));
+    EXPECT_EQ(occurrences(text_of(csv), "\n"), 1 + row.valid);
+    EXPECT_EQ(occurrences(text_of(gpx), "<trkpt "), row.valid);
+    EXPECT_EQ(occurrences(text_of(kml), "<when>"), row.valid);
+    const size_t groups = occurrences(text_of(can), "\n");
+    EXPECT_GT(groups, 400U);
+    EXPECT_EQ(groups % 5, 0U) << "five groups a second";
+    EXPECT_EQ(occurrences(output_of(joined(read, {"--nmea"})), "RMC,"),
+              occurrences(output_of(joined(read, {"--json"})), "RMC,"));
+    EXPECT_GE(occurrences(output_of(joined(read, {"--changes"})), "system/gnss/data"), row.valid);
+  }
+}
+
 TEST_F(ReplayTest, SaysWhatItCannotUse) {
   record(2);
   struct Row {
