@@ -140,6 +140,24 @@ TEST(LiveLayoutTest, TheBusPageCountsWhatComes) {
               HasSubstr("   2.0 ms   3.0 s"));
 }
 
+TEST(LiveLayoutTest, TheUnitIsShownHoweverManyTopicsThereAre) {
+  Unit unit;
+  for (int i = 0; i < 600; ++i)
+    unit.publish("rt/system/other_" + std::to_string(i), test::envelopedSignal("1"), START);
+  for (const uint64_t s : {0U, 1U})
+    unit.publish("system/gnss/data", test::enveloped(good_fix()), START + s * S);
+  unit.publish("rt/system/status_gnss_module_error", test::envelopedSignal("\x01"), START);
+  unit.publish("rt/oemcan/tx/p2c1_local", test::envelopedSignal("\x02\xFF\x01\xB4\x6B\x04\xFF\xFE"), START);
+  unit.take("rt/system/another", {.payload = {1, 2}}, START);
+  EXPECT_EQ(unit.model.left_out(), 101U);
+  const View fix_view{.now = {.boot_ns = START + S}};
+  const View can_view{.height = 600, .page = Page::can, .now = fix_view.now};
+  const auto text = text_of(layout(unit.model, fix_view)) + text_of(layout(unit.model, can_view));
+  for (const auto* part : {" status 3, valid", "Module error  yes", "Rate          1.0 Hz",
+                           "Undecodable   1 messages", "P2C1  18FF21FE"})
+    EXPECT_THAT(text, HasSubstr(part));
+}
+
 TEST(LiveLayoutTest, AnyContentFitsAnySize) {
   Unit unit;
   pb::GnssHealth health;

@@ -4,13 +4,25 @@
 #include <type_traits>
 #include <variant>
 
+#include "platform/com/Topics.h"
+
 namespace ecu::koru::tap::live {
 
 namespace {
 
-constexpr size_t MAX_TOPICS = 500;  // anybody may make up topics
+constexpr size_t MAX_TOPICS = 500;  // anybody may make up topics; those of the unit always have their place
 constexpr size_t MAX_ARRIVALS = 21;
 constexpr uint64_t MAX_DELAY_NS = 60'000'000'000;  // more is the clock of another machine
+
+/// Returns true for the topics that the unit is known to have: those with a name of their own in the table of
+/// topics, the groups of the signal database, and the system signals of the fix page.
+bool is_of_unit(std::string_view topic, const Decoded& decoded) {
+  if (decoded.row == nullptr) return false;
+  const bool named = !decoded.row->pattern.ends_with('#');
+  const bool shown = topic == topic::ANTENNA_SHORT_CIRCUIT || topic == topic::ANTENNA_OPEN_CIRCUIT ||
+                     topic == topic::MODULE_ERROR;
+  return named || shown || rt::SignalAdapter::instance().database()->find(topic) != nullptr;
+}
 
 void count_arrival(TopicState& state, const Arrival& arrival, const Decoded& decoded) {
   if (!state.arrivals.empty() && arrival.boot_ns >= state.arrivals.back())
@@ -32,7 +44,8 @@ double TopicState::rate_hz() const {
 }
 
 void Model::take(const Arrival& arrival, const Decoded& decoded) {
-  TopicState* const state = state_of(arrival.topic);
+  if (!decoded.problem.empty()) ++m_undecodable;
+  TopicState* const state = state_of(arrival.topic, is_of_unit(arrival.topic, decoded));
   if (state == nullptr) {
     ++m_left_out;
     return;
@@ -40,7 +53,6 @@ void Model::take(const Arrival& arrival, const Decoded& decoded) {
   ++state->messages;
   if (!arrival.retained) count_arrival(*state, arrival, decoded);
   if (!decoded.problem.empty()) {
-    ++m_undecodable;
     ++state->undecodable;
     state->problem = decoded.problem;
     return;
@@ -61,10 +73,10 @@ void Model::take_sky(const Arrival& arrival, const pb::GnssData& fix) {
   if (sky.has_view || !m_sky) m_sky = {std::move(sky), arrival.boot_ns};
 }
 
-TopicState* Model::state_of(std::string_view topic) {
+TopicState* Model::state_of(std::string_view topic, bool of_unit) {
   const auto found = m_topics.find(topic);
   if (found != m_topics.end()) return &found->second;
-  return m_topics.size() < MAX_TOPICS ? &m_topics[std::string(topic)] : nullptr;
+  return of_unit || m_topics.size() < MAX_TOPICS ? &m_topics[std::string(topic)] : nullptr;
 }
 
 const TopicState* Model::topic(std::string_view name) const {

@@ -51,12 +51,12 @@ class Model {
   /// Returns the first byte of a system signal; empty if it has not come.
   [[nodiscard]] std::optional<uint64_t> signal(std::string_view topic) const;
   [[nodiscard]] uint64_t undecodable() const { return m_undecodable; }
-  /// Returns the messages of topics beyond the limit.
+  /// Returns the messages of topics beyond the limit, which does not apply to the topics of the unit.
   [[nodiscard]] uint64_t left_out() const { return m_left_out; }
 
  private:
   void take_sky(const Arrival& arrival, const pb::GnssData& fix);
-  TopicState* state_of(std::string_view topic);
+  TopicState* state_of(std::string_view topic, bool of_unit);
 
   std::optional<Latest<pb::GnssData>> m_fix;
   std::optional<Latest<Sky>> m_sky;
