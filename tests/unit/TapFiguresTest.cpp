@@ -225,6 +225,36 @@ TEST(TapFiguresTest, MessagesOfTheBusAreSortedByWhatTheyAre) {
   EXPECT_DOUBLE_EQ(figures.reference.value().longitude, -11.25);
 }
 
+TEST(TapFiguresTest, OnePositionThatIsNotOnEarthSpoilsNothing) {
+  const struct {
+    float latitude, longitude;
+    std::string_view sentence;
+    uint64_t positions;
+    double cep95_m;
+  } rows[] = {{NAN, 11, "", 1, 0},
+              {48, INFINITY, "", 1, 0},
+              {1e30F, 11, "", 1, 0},
+              {48, 180.1F, "", 1, 0},
+              {48, 11, "$GPGGA,,4800.00060,N,01100.0,E,1*00\r\n", 2, 0.556},  // half of 0.00001 degrees
+              {90, 11, "$GPGGA,,9000.00060,N,01100.0,E,1*00\r\n", 2, 2'332'000}};
+  for (const auto& row : rows) {
+    Statistics statistics = begun();
+    pb::GnssData data;
+    data.set_status(3);
+    data.set_latitude(48);
+    data.set_longitude(11);
+    collect(arrival("system/gnss/data", test::enveloped(data)), statistics);
+    data.set_latitude(row.latitude);
+    data.set_longitude(row.longitude);
+    data.add_nmea(std::string(row.sentence));
+    collect(arrival("system/gnss/data", test::enveloped(data)), statistics);
+    const Figures figures = statistics.figures(BOOT + 2 * S);
+    EXPECT_EQ(figures.fixes, 2U);
+    EXPECT_EQ(figures.positions, row.positions) << row.latitude << ' ' << row.longitude;
+    EXPECT_NEAR(figures.cep95_m.value(), row.cep95_m, 0.001 + row.cep95_m * 0.01);
+  }
+}
+
 TEST(TapFiguresTest, MetricsAreEscapedAndLeaveOutWhatIsNotKnown) {
   const Figures nothing = begun().figures(BOOT);
   EXPECT_THAT(metrics_text(nothing, std::nullopt), Not(AnyOf(HasSubstr("satnavd_"), HasSubstr("cep50"))));

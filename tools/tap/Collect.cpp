@@ -7,6 +7,7 @@
 #include "platform/base/Logging.h"
 #include "platform/com/Topics.h"
 #include "tools/tap/Fields.h"
+#include "tools/tap/Fix.h"
 
 namespace ecu::koru::tap {
 
@@ -25,9 +26,8 @@ FixSample sample(const Arrival& arrival, const Envelope& envelope, const pb::Gns
                 .arrival_ns = arrival.boot_ns,
                 .sent_ns = envelope.timestamp_ns,
                 .status = fix.status(),
-                .position = {},
+                .position = exact_position(fix),
                 .utc_us = {}};
-  if (fix.has_latitude() && fix.has_longitude()) out.position = {fix.latitude(), fix.longitude()};
   if (fix.has_utc_time_us()) out.utc_us = fix.utc_time_us();
   return out;
 }

@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <cmath>
-#include <utility>
 
 #include "tools/tap/Fields.h"
 #include "tools/tap/IsoTime.h"
@@ -37,23 +36,19 @@ std::optional<double> degrees(std::string_view text, std::string_view side, size
   return side == "S" || side == "W" ? -value : value;
 }
 
-/// Returns latitude and longitude of the GGA sentence; empty if there is none.
-std::optional<std::pair<double, double>> position_of_gga(const pb::GnssData& data) {
+/// Returns false for NaN too.
+bool is_on_earth(const Position& position) {
+  return std::fabs(position.latitude) <= 90 && std::fabs(position.longitude) <= 180;
+}
+
+/// Returns the position of the GGA sentence; empty if there is none.
+std::optional<Position> position_of_gga(const pb::GnssData& data) {
   const auto gga = find_sentence(data, "GGA");
   if (gga.size() < 6) return std::nullopt;
   const auto latitude = degrees(gga[2], gga[3], 2);
   const auto longitude = degrees(gga[4], gga[5], 3);
-  return latitude && longitude ? std::optional(std::pair(*latitude, *longitude)) : std::nullopt;
-}
-
-/// Returns latitude and longitude: the exact ones of the sentence, unless they are not those of the message.
-std::pair<double, double> position(const pb::GnssData& data) {
-  constexpr double SAME_DEG = 1e-4;  // several times the step of a float near 180
-  const std::pair<double, double> sent = {data.latitude(), data.longitude()};
-  const auto exact = position_of_gga(data);
-  const bool same = exact && std::fabs(exact->first - sent.first) < SAME_DEG &&
-                    std::fabs(exact->second - sent.second) < SAME_DEG;
-  return same ? *exact : sent;
+  if (!latitude || !longitude || !is_on_earth({*latitude, *longitude})) return std::nullopt;
+  return Position{*latitude, *longitude};
 }
 
 std::string_view kind(const pb::GnssData& data) {
@@ -66,10 +61,9 @@ std::string_view kind(const pb::GnssData& data) {
   return known ? BY_DIMENSIONS[data.fix()] : std::string_view();
 }
 
-bool is_dated_and_on_earth(const pb::GnssData& data) {
+bool is_valid_and_dated(const pb::GnssData& data) {
   return data.status() == VALID_AND_DATED && data.has_utc_time_us() &&
-         data.utc_time_us() < uint64_t{YEAR_10000_US} && data.has_latitude() && data.has_longitude() &&
-         std::fabs(data.latitude()) <= 90 && std::fabs(data.longitude()) <= 180;
+         data.utc_time_us() < uint64_t{YEAR_10000_US};
 }
 
 template <std::optional<double> Fix::*MEMBER, int DECIMALS>
@@ -99,13 +93,23 @@ constexpr Property PROPERTIES[] = {
 
 }  // namespace
 
+std::optional<Position> exact_position(const pb::GnssData& data) {
+  constexpr double SAME_DEG = 1e-4;  // several times the step of a float near 180
+  const Position sent = {data.latitude(), data.longitude()};
+  if (!data.has_latitude() || !data.has_longitude() || !is_on_earth(sent)) return std::nullopt;
+  const auto exact = position_of_gga(data);
+  const bool same = exact && std::fabs(exact->latitude - sent.latitude) < SAME_DEG &&
+                    std::fabs(exact->longitude - sent.longitude) < SAME_DEG;
+  return same ? *exact : sent;
+}
+
 std::optional<Fix> valid_fix(const pb::GnssData& data) {
-  if (!is_dated_and_on_earth(data)) return std::nullopt;
+  const auto position = exact_position(data);
+  if (!position || !is_valid_and_dated(data)) return std::nullopt;
   constexpr double LAST_EAST_DEG = 180 - 5e-8;  // from here on it would be written as 180
-  const auto [latitude, longitude] = position(data);
   return Fix{.utc_us = static_cast<int64_t>(data.utc_time_us()),
-             .latitude_deg = latitude,
-             .longitude_deg = longitude < LAST_EAST_DEG ? longitude : -180,
+             .latitude_deg = position->latitude,
+             .longitude_deg = position->longitude < LAST_EAST_DEG ? position->longitude : -180,
              .altitude_m = finite(data.has_altitude(), data.altitude()),
              .speed_kmh = finite(data.has_speed(), data.speed()),
              .course_deg = finite(data.has_heading(), data.heading()),

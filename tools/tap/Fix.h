@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "proto/nvxproto.pb.h"
+#include "tools/tap/Position.h"
 
 namespace ecu::koru::tap {
 
@@ -25,9 +26,12 @@ struct Fix {
   std::string_view kind = {};  ///< "2d", "3d", "dgps" for a corrected one, or empty if it is not known
 };
 
+/// Returns the position of a message, whatever its status: the exact one of its GGA sentence, unless that is
+/// another one, else the floats of the message (up to 1 m off). Empty if there is none or it is not on earth.
+[[nodiscard]] std::optional<Position> exact_position(const pb::GnssData& data);
+
 /// Returns the fix of a message; empty if it is not valid and dated, or if a number of it makes no sense.
-/// Takes position and PDOP from the sentences, because the message has floats for the one (up to 1 m off)
-/// and nothing for the other.
+/// The position is exact_position(); the PDOP comes from the sentences, as the message has none.
 [[nodiscard]] std::optional<Fix> valid_fix(const pb::GnssData& data);
 
 /// A named property of a fix, as text.

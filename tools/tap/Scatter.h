@@ -6,12 +6,9 @@
 #include <random>
 #include <vector>
 
-namespace ecu::koru::tap {
+#include "tools/tap/Position.h"
 
-struct Position {
-  double latitude = 0;   ///< degrees, north positive
-  double longitude = 0;  ///< degrees, east positive
-};
+namespace ecu::koru::tap {
 
 /// Returns the distance in metres on the plane that touches the ellipsoid (WGS 84) at `from`: exact to 0.1 %
 /// up to some 10 km.
@@ -25,6 +22,7 @@ class Scatter {
  public:
   static constexpr size_t MAX_SAMPLE = 8192;
 
+  /// The position must be on earth.
   void add(const Position& position);
 
   [[nodiscard]] uint64_t count() const { return m_count; }
