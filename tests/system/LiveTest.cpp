@@ -117,6 +117,16 @@ TEST_F(LiveTest, EndsWithItsTerminalAndUsesNoColorIfAsked) {
   }
 }
 
+TEST_F(LiveTest, EndsWhileItsTerminalTakesNoOutput) {
+  PtyScreen screen;
+  Process tap(screen.launched(tool({"satnav-tap", "--live"}, broker)));
+  EXPECT_TRUE(screen.shows("no message of the position yet"));
+  screen.type("\x13");  // Ctrl-S
+  tap.signal(SIGTERM);
+  EXPECT_EQ(tap.wait_for_exit(PATIENCE_MS), 0);
+  EXPECT_TRUE(screen.is_as_before());
+}
+
 TEST_F(LiveTest, LinesFitTheTerminalAndChangesComeOnce) {
   const auto unit = start_unit();
   PtyScreen screen;

@@ -77,6 +77,7 @@ void Live::tell() {
 void Live::close() {
   if (!m_terminal.is_open()) return;
   m_terminal.close();
+  m_guard.reset();
   log_records(true);
 }
 
@@ -102,6 +103,7 @@ void Live::serve() {
 
 void Live::start() {
   log_records(false);
+  m_guard.emplace();
   if (m_terminal.open()) return;
   log_records(true);
   m_problem = "the screen cannot be set up";

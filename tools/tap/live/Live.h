@@ -9,6 +9,7 @@
 #include "tools/tap/Output.h"
 #include "tools/tap/live/Layout.h"
 #include "tools/tap/live/Model.h"
+#include "tools/tap/live/StopGuard.h"
 #include "tools/tap/live/Terminal.h"
 
 namespace ecu::koru::tap::live {
@@ -67,6 +68,7 @@ class Live final : public Output {
 
   // Of the main thread.
   Terminal m_terminal;
+  std::optional<StopGuard> m_guard;  // while there is a screen
   View m_view;
   std::optional<Model> m_paused;  // what stays on the screen
   Rows m_drawn;
