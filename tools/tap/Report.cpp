@@ -82,8 +82,7 @@ std::string delay_text(const Figures& figures) {
     out.append("not known");
   }
   if (figures.delays_unknown > 0)
-    out.append(
-        text("; ", figures.delays_unknown, " fixes came before they were sent: another machine's clock"));
+    out.append(text("; ", figures.delays_unknown, " fixes without a time stamp of this machine's clock"));
   return out.append("\n");
 }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tools/tap/Delay.h"
+
 namespace ecu::koru::tap {
 
 namespace {
@@ -47,10 +49,10 @@ void Statistics::take(const FixSample& fix) {
 }
 
 void Statistics::count_delay(const FixSample& fix) {
-  if (fix.sent_ns > fix.arrival_ns) {
-    ++m_figures.delays_unknown;
+  if (const auto delay = delay_ns(fix.sent_ns, fix.arrival_ns)) {
+    m_delays_us.add(*delay / 1000);
   } else {
-    m_delays_us.add((fix.arrival_ns - fix.sent_ns) / 1000);
+    ++m_figures.delays_unknown;
   }
 }
 

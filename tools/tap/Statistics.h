@@ -54,7 +54,7 @@ struct Figures {
   std::vector<Gap> first_gaps;  ///< at most Statistics::MAX_GAPS
 
   uint64_t delays = 0;          ///< fixes whose delay is known
-  uint64_t delays_unknown = 0;  ///< fixes that were sent after they came, by the clock of another machine
+  uint64_t delays_unknown = 0;  ///< fixes without a time stamp, or with one of another clock: delay_ns()
   double delay_sum_s = 0;
   std::optional<double> delay_median_s;
   std::optional<double> delay_99_s;

@@ -5,6 +5,7 @@
 #include <variant>
 
 #include "platform/com/Topics.h"
+#include "tools/tap/Delay.h"
 
 namespace ecu::koru::tap::live {
 
@@ -12,7 +13,6 @@ namespace {
 
 constexpr size_t MAX_TOPICS = 500;  // anybody may make up topics; those of the unit always have their place
 constexpr size_t MAX_ARRIVALS = 21;
-constexpr uint64_t MAX_DELAY_NS = 60'000'000'000;  // more is the clock of another machine
 
 /// Returns true for the topics that the unit is known to have: those with a name of their own in the table of
 /// topics, the groups of the signal database, and the system signals of the fix page.
@@ -29,10 +29,8 @@ void count_arrival(TopicState& state, const Arrival& arrival, const Decoded& dec
     state.longest_gap_ns = std::max(state.longest_gap_ns, arrival.boot_ns - state.arrivals.back());
   state.arrivals.push_back(arrival.boot_ns);
   if (state.arrivals.size() > MAX_ARRIVALS) state.arrivals.pop_front();
-  state.delay_ns.reset();
-  if (!decoded.envelope || decoded.envelope->timestamp_ns > arrival.boot_ns) return;
-  const uint64_t delay_ns = arrival.boot_ns - decoded.envelope->timestamp_ns;
-  if (delay_ns < MAX_DELAY_NS) state.delay_ns = delay_ns;
+  state.delay_ns =
+      decoded.envelope ? delay_ns(decoded.envelope->timestamp_ns, arrival.boot_ns) : std::nullopt;
 }
 
 }  // namespace
