@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/Frames.h"
 #include "support/Support.h"
 #include "tools/tap/Sentences.h"
 #include "tools/tap/Track.h"
@@ -89,6 +90,19 @@ TEST(TrackTest, KindOfFixFollowsQualityAndDimensions) {
     data.set_quality(row.quality);
     data.set_fix(row.dimensions);
     EXPECT_EQ(tap::valid_fix(data)->kind, row.kind) << row.quality << ' ' << row.dimensions;
+  }
+}
+
+TEST(TrackTest, ADilutionOfPrecisionThatIsNotKnownIsLeftOut) {
+  for (const auto* dop : {"99.99", "-1.5", "0", "1e308", "x", ""}) {
+    auto data = valid_data();
+    data.set_hdop(std::strtof(dop, nullptr));
+    data.set_vdop(0.5F);
+    data.add_nmea(test::nmea("GNGSA,A,3,02,,,,,,,,,,,," + std::string(dop) + ",0.9,1.4"));
+    const auto fix = tap::valid_fix(data);
+    EXPECT_FALSE(fix->hdop) << dop;
+    EXPECT_FALSE(fix->pdop) << dop;
+    EXPECT_EQ(fix->vdop, 0.5) << dop;
   }
 }
 

@@ -114,8 +114,8 @@ std::optional<Fix> valid_fix(const pb::GnssData& data) {
              .speed_kmh = finite(data.has_speed(), data.speed()),
              .course_deg = finite(data.has_heading(), data.heading()),
              .accuracy_m = finite(data.has_accuracy(), data.accuracy()),
-             .hdop = finite(data.has_hdop(), data.hdop()),
-             .vdop = finite(data.has_vdop(), data.vdop()),
+             .hdop = data.has_hdop() ? known_dop(data.hdop()) : std::nullopt,
+             .vdop = data.has_vdop() ? known_dop(data.vdop()) : std::nullopt,
              .pdop = read_sky(data).pdop,
              .satellites = data.has_num_satellites() && data.num_satellites() >= 0
                                ? std::optional<int>(data.num_satellites())

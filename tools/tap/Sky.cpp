@@ -11,7 +11,6 @@ namespace ecu::koru::tap {
 namespace {
 
 constexpr size_t MAX_SATELLITES = 200;
-constexpr double UNKNOWN_DOP = 99.0;  // receivers send 99.99
 
 struct SystemRow {
   System system;
@@ -45,8 +44,7 @@ std::optional<int> whole(std::string_view text) {
 std::optional<double> dop(std::string_view text) {
   double value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  const bool good = error == std::errc{} && end == text.data() + text.size() && value > 0;
-  return good && value < UNKNOWN_DOP ? std::optional(value) : std::nullopt;
+  return error == std::errc{} && end == text.data() + text.size() ? known_dop(value) : std::nullopt;
 }
 
 /// Returns the fields between '$' and '*', the first of them "GPGSV"; empty if the checksum is wrong.
@@ -145,6 +143,11 @@ class Reader {
 };
 
 }  // namespace
+
+std::optional<double> known_dop(double value) {
+  constexpr double UNKNOWN = 99.0;  // receivers send 99.99
+  return value > 0 && value < UNKNOWN ? std::optional(value) : std::nullopt;
+}
 
 std::string_view name_of(System system) {
   const auto* const row = std::ranges::find(SYSTEMS, system, &SystemRow::system);

@@ -33,6 +33,9 @@ struct Sky {
   std::optional<double> pdop;
 };
 
+/// Returns a dilution of precision; empty if it says that it is not known, or cannot be one.
+[[nodiscard]] std::optional<double> known_dop(double value);
+
 /// Skips sentences of other types, and those that are malformed or have a wrong checksum. Numbers of NMEA 4.0
 /// (Galileo from 301, BeiDou from 401) become those of 4.10. At most 200 satellites are kept.
 [[nodiscard]] Sky read_sky(const pb::GnssData& fix);

@@ -39,11 +39,14 @@ Value angle(bool present, double value, char positive, char negative) {
   return {text(decimal(std::fabs(value), 6), " ", std::signbit(value) ? negative : positive)};
 }
 
+std::string dop_text(const std::optional<double>& dop) {
+  return dop ? decimal(*dop, 1) : ABSENT;
+}
+
 Value dops(const Model& model) {
   const auto& fix = fix_of(model);
-  const double pdop = model.sky() ? model.sky()->body.pdop.value_or(NAN) : NAN;
-  return {text("P ", number(true, pdop, 1, "").text, "  H ", number(fix.has_hdop(), fix.hdop(), 1, "").text,
-               "  V ", number(fix.has_vdop(), fix.vdop(), 1, "").text)};
+  return {text("P ", dop_text(model.sky() ? model.sky()->body.pdop : std::nullopt), "  H ",
+               dop_text(known_dop(fix.hdop())), "  V ", dop_text(known_dop(fix.vdop())))};
 }
 
 constexpr uint64_t YEAR_10000_US = 253'402'300'800'000'000;
