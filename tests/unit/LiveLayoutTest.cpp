@@ -67,6 +67,10 @@ TEST(LiveLayoutTest, EachPageSaysItInWords) {
   zone.set_hour_offset(-3);
   zone.set_minute_offset(-30);
   zone.set_summer_time(true);
+  pb::TimeZone wild;
+  wild.set_source(pb::TimeZone::SYSTEM);
+  wild.set_hour_offset(INT32_MIN);
+  wild.set_minute_offset(INT32_MIN);
   const auto yes = test::envelopedSignal("\x01");
   const struct {
     std::string_view what;
@@ -96,8 +100,13 @@ TEST(LiveLayoutTest, EachPageSaysItInWords) {
         {"rt/system/status_gnss_module_error", yes}},
        0,
        Page::fix,
-       {" ANTENNA_SHORT  status 2, invalid or undated", "no valid fix: antenna short circuit",
+       {" ANTENNA_SHORT  status 2, warning", "no valid fix: antenna short circuit",
         "Antenna       short circuit", "Module error  yes", "Systems       GPS+Galileo", "9600 bit/s"}},
+      {"a zone that is none, and no source",
+       {{"system/gnss/data", test::enveloped(fix)}, {"system/time/timezone", test::enveloped(wild)}},
+       0,
+       Page::fix,
+       {"Local time    zone out of range ", "Source        not announced since start "}},
       {"the sky outlives a fix without GSV",
        {{"system/gnss/data", test::enveloped(fix)}, {"system/gnss/data", test::enveloped(lost)}},
        5 * S,
@@ -138,6 +147,9 @@ TEST(LiveLayoutTest, TheBusPageCountsWhatComes) {
   unit.publish("rt/system/x", message, START + 6 * S);
   EXPECT_THAT(text_of(layout(unit.model, {.page = Page::bus, .now = {.boot_ns = START + 7 * S}})),
               HasSubstr("   2.0 ms   3.0 s"));
+  for (uint64_t i = 0; i < 100; ++i) unit.publish("rt/system/x", message, START + 7 * S + i * 36'812);
+  EXPECT_THAT(text_of(layout(unit.model, {.page = Page::bus, .now = {.boot_ns = START + 8 * S}})),
+              HasSubstr(" 107 27165   2.0 ms   3.0 s"));
 }
 
 TEST(LiveLayoutTest, TheUnitIsShownHoweverManyTopicsThereAre) {
@@ -200,6 +212,11 @@ TEST(LiveLayoutTest, AnyContentFitsAnySize) {
       }
     }
   }
+}
+
+TEST(LiveLayoutTest, ASmallTerminalShowsTheNeededSize) {
+  const auto text = text_of(layout(Model(), {.width = 20, .height = 5}));
+  EXPECT_THAT(text, AllOf(HasSubstr("80x24 is needed"), HasSubstr("20x5"), HasSubstr("q quits")));
 }
 
 TEST(LiveLayoutTest, ScrollingEndsWithThePage) {

@@ -14,8 +14,6 @@ using logging::text;
 constexpr double NS_PER_S = 1e9;
 constexpr double MS_PER_S = 1e3;
 constexpr double GAP_S = static_cast<double>(Statistics::GAP_NS) / NS_PER_S;
-constexpr std::array<const char*, Figures::STATUSES> STATUS_NAMES = {"without a status", "nothing known",
-                                                                     "warning", "valid"};
 
 double seconds(uint64_t ns) {
   return static_cast<double>(ns) / NS_PER_S;
@@ -47,7 +45,7 @@ std::string fixes_text(const Figures& figures) {
   for (size_t status = Figures::STATUSES; status-- > 0;) {
     const uint64_t count = figures.status[status];
     if (count == 0) continue;
-    out.append(text(", ", count, " ", STATUS_NAMES[status], " (",
+    out.append(text(", ", count, " ", status_text(static_cast<int32_t>(status)), " (",
                     decimal(100 * share(count, figures.fixes), 2), " %)"));
   }
   if (figures.fixes_per_s) out.append(text(", ", decimal(*figures.fixes_per_s, 3), " valid ones a second"));

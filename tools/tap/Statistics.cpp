@@ -24,6 +24,11 @@ std::optional<double> seconds(const std::optional<double>& us) {
 
 }  // namespace
 
+std::string_view status_text(int32_t status) {
+  constexpr std::string_view TEXTS[] = {"without a status", "nothing known", "warning", "valid"};
+  return TEXTS[status > 0 && status <= VALID ? status : 0];
+}
+
 bool Figures::has_groups() const {
   return std::any_of(groups.begin(), groups.end(), [](const Group& group) { return group.count > 0; });
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/tap/Histogram.h"
@@ -11,6 +12,9 @@
 #include "tools/tap/Scatter.h"
 
 namespace ecu::koru::tap {
+
+/// Returns the words for a status: "valid", "warning", "nothing known", else "without a status".
+[[nodiscard]] std::string_view status_text(int32_t status);
 
 /// The statistics' view of a pb::GnssData.
 struct FixSample {

@@ -12,9 +12,15 @@ using logging::text;
 
 struct Column {
   const char* heading;
-  int width;
+  int width;  // with the blank before it
   std::string (*value)(const TopicState& state, const View& view);
 };
+
+std::string rate_text(const TopicState& state) {
+  constexpr double FAST_HZ = 1000;  // too wide with decimals
+  if (state.arrivals.size() < 2) return "-";
+  return decimal(state.rate_hz(), state.rate_hz() < FAST_HZ ? 1 : 0);
+}
 
 std::string delay_text(const TopicState& state) {
   constexpr uint64_t LONG_NS = 1'000'000'000;
@@ -25,8 +31,7 @@ std::string delay_text(const TopicState& state) {
 
 constexpr Column COLUMNS[] = {
     {"messages", 9, [](const TopicState& s, const View&) { return text(s.messages); }},
-    {"Hz", 6,
-     [](const TopicState& s, const View&) { return s.arrivals.size() < 2 ? "-" : decimal(s.rate_hz(), 1); }},
+    {"Hz", 6, [](const TopicState& s, const View&) { return rate_text(s); }},
     {"delay", 9, [](const TopicState& s, const View&) { return delay_text(s); }},
     {"gap", 8,
      [](const TopicState& s, const View&) {
@@ -62,8 +67,9 @@ Row topic_row(std::string_view topic, const TopicState& state, const View& view)
   const int width = topic_width(view) - 1;
   Row row;
   row.add(" ").column(shown_topic(topic, static_cast<size_t>(width)), width);
-  for (const auto& column : COLUMNS) row.column(column.value(state, view), -column.width);
-  return row.column(text(state.undecodable), -BAD_WIDTH, state.undecodable > 0 ? Style::bad : Style::dim);
+  for (const auto& column : COLUMNS) row.add(" ").column(column.value(state, view), 1 - column.width);
+  return row.add(" ").column(text(state.undecodable), 1 - BAD_WIDTH,
+                             state.undecodable > 0 ? Style::bad : Style::dim);
 }
 
 }  // namespace

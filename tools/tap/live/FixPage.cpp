@@ -63,7 +63,9 @@ Value local_time(const Model& model) {
   const auto& fix = fix_of(model);
   if (!model.zone() || model.zone()->body.source() == pb::TimeZone::NONE) return {"zone not known"};
   const auto& zone = model.zone()->body;
+  constexpr int64_t DAY_MIN = int64_t{24} * 60;
   const int64_t minutes = int64_t{zone.hour_offset()} * 60 + zone.minute_offset();
+  if (std::abs(minutes) >= DAY_MIN) return {"zone out of range", Style::bad};
   const auto two = [](int64_t value) { return text(value < 10 ? "0" : "", value); };
   std::string out = text(minutes < 0 ? "-" : "+", two(std::abs(minutes) / 60), ":",
                          two(std::abs(minutes) % 60), zone.summer_time() ? ", summer" : "");
@@ -97,7 +99,8 @@ Value module_error(const Model& model) {
 }
 
 Value source(const Model& model) {
-  if (!model.source()) return {"not reported", Style::dim};
+  // The service announces it once, when it starts, and the broker does not keep that.
+  if (!model.source()) return {"not announced since start", Style::dim};
   switch (model.source()->body.source()) {
     case pb::GnssSource::LOCAL_RECEIVER:
       return {"local receiver"};

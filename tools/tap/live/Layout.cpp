@@ -61,11 +61,11 @@ Rows page_rows(const Model& model, const View& view) {
   return rows;
 }
 
+/// The needed size comes first, in short rows, for the smallest terminals.
 Rows too_small(const View& view) {
-  Rows rows(view.height);
-  if (!rows.empty())
-    rows[0].add(text("The terminal has ", view.width, "x", view.height, ", 80x24 is needed."));
-  if (rows.size() > 1) rows[1].add("q quits.");
+  Rows rows{Row().add("80x24 is needed,"), Row().add(text("this is ", view.width, "x", view.height, ".")),
+            Row().add("q quits.")};
+  rows.resize(view.height);
   return rows;
 }
 

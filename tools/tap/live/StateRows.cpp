@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "platform/base/Logging.h"
+#include "tools/tap/Statistics.h"
 #include "tools/tap/live/Layout.h"
 
 namespace ecu::koru::tap::live {
@@ -11,11 +12,6 @@ using logging::text;
 
 constexpr uint64_t STALE_NS = 3'000'000'000;  // a unit publishes about once a second, fix or not
 constexpr int32_t VALID = 3;
-
-const char* status_text(const pb::GnssData& fix) {
-  if (fix.status() == VALID) return "valid";
-  return fix.status() == 2 ? "invalid or undated" : "nothing known";
-}
 
 const char* mode_text(uint32_t mode) {
   constexpr const char* TEXTS[] = {"no fix", "2D", "3D"};
@@ -45,7 +41,7 @@ Row state_row(const Model& model, const View& view) {
   }
   const Style style = state_style(fix->body, model.health());
   if (model.health()) row.add(pb::GnssHealth::State_Name(model.health()->body.state()), style).add("  ");
-  row.add(text("status ", fix->body.status(), ", ", status_text(fix->body)), style);
+  row.add(text("status ", fix->body.status(), ", ", status_text(fix->body.status())), style);
   if (fix->body.has_fix()) row.add(text("  ", mode_text(fix->body.fix())), style);
   if (fix->body.has_quality()) row.add(text("  ", quality_text(fix->body.quality())));
   if (fix->body.has_num_satellites()) row.add(text("  ", fix->body.num_satellites(), " satellites"));
