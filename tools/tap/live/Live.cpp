@@ -43,7 +43,7 @@ Live::~Live() {
 void Live::watch(com::ITransportClient& transport, std::string broker) {
   m_transport = &transport;
   m_view.source = std::move(broker);
-  transport.on_connection_change([this] { tell(); });
+  transport.on_connection_change([this] { mark_changed(); });
 }
 
 void Live::follow(Player& player, const std::string& name) {
@@ -66,10 +66,10 @@ void Live::take(const Arrival& arrival) {
     const std::lock_guard lock(m_mutex);
     m_model.take(arrival, decoded);
   }
-  tell();
+  mark_changed();
 }
 
-void Live::tell() {
+void Live::mark_changed() {
   m_news = true;
   m_changed.raise();
 }
@@ -131,50 +131,57 @@ void Live::serve_keys() {
 }
 
 void Live::act(const KeyPress& press) {
+  struct ActionRow {
+    Key key;
+    void (*act)(Live& live, size_t page);
+  };
+  static constexpr ActionRow ACTIONS[] = {
+      {Key::quit, [](Live& live, size_t) { live.finish(); }},
+      {Key::pause, [](Live& live, size_t) { live.pause_or_go_on(); }},
+      {Key::redraw, [](Live& live, size_t) { live.draw_all_again(); }},
+      {Key::page, [](Live& live, size_t page) { live.show(page); }},
+      {Key::next_page, [](Live& live, size_t) { live.turn(1); }},
+      {Key::previous_page, [](Live& live, size_t) { live.turn(PAGES.size() - 1); }},
+      {Key::up, [](Live& live, size_t) { live.scroll_up(1); }},
+      {Key::down, [](Live& live, size_t) { live.scroll_down(1); }},
+      {Key::page_up, [](Live& live, size_t) { live.scroll_up(live.m_view.height / 2); }},
+      {Key::page_down, [](Live& live, size_t) { live.scroll_down(live.m_view.height / 2); }},
+      {Key::top, [](Live& live, size_t) { live.scroll_up(live.m_view.scroll); }},
+  };
   m_drawn_ns = 0;  // at once
-  const size_t page = static_cast<size_t>(m_view.page);
-  const auto show = [this](size_t number) {
-    if (number >= PAGES.size()) return;
-    m_view.page = PAGES[number];
-    m_view.scroll = 0;
-  };
-  const auto scroll = [this](size_t up, size_t down) {
-    m_view.scroll = m_view.scroll + down - std::min(up, m_view.scroll + down);
-  };
-  switch (press.key) {
-    case Key::quit:
-      return finish();
-    case Key::pause: {
-      const std::lock_guard lock(m_mutex);
-      m_view.paused = !m_view.paused;
-      m_view.now = now();
-      m_paused = m_view.paused ? std::optional(m_model) : std::nullopt;
-      if (m_player != nullptr) m_player->hold(m_view.paused);
-      return;
-    }
-    case Key::redraw:
-      m_drawn.clear();
-      return m_terminal.forget();
-    case Key::page:
-      return show(press.page);
-    case Key::next_page:
-      return show((page + 1) % PAGES.size());
-    case Key::previous_page:
-      return show((page + PAGES.size() - 1) % PAGES.size());
-    case Key::up:
-      return scroll(1, 0);
-    case Key::down:
-      return scroll(0, 1);
-    case Key::page_up:
-      return scroll(m_view.height / 2, 0);
-    case Key::page_down:
-      return scroll(0, m_view.height / 2);
-    case Key::top:
-      return scroll(m_view.scroll, 0);
-    case Key::none:
-    case Key::other:
-      return;
-  }
+  const auto* const row = std::ranges::find(ACTIONS, press.key, &ActionRow::key);
+  if (row != std::end(ACTIONS)) row->act(*this, press.page);
+}
+
+void Live::pause_or_go_on() {
+  const std::lock_guard lock(m_mutex);
+  m_view.paused = !m_view.paused;
+  m_view.now = now();
+  m_paused = m_view.paused ? std::optional(m_model) : std::nullopt;
+  if (m_player != nullptr) m_player->hold(m_view.paused);
+}
+
+void Live::draw_all_again() {
+  m_drawn.clear();
+  m_terminal.forget();
+}
+
+void Live::show(size_t page) {
+  if (page >= PAGES.size()) return;
+  m_view.page = PAGES[page];
+  m_view.scroll = 0;
+}
+
+void Live::turn(size_t pages) {
+  show((static_cast<size_t>(m_view.page) + pages) % PAGES.size());
+}
+
+void Live::scroll_up(size_t rows) {
+  m_view.scroll -= std::min(rows, m_view.scroll);
+}
+
+void Live::scroll_down(size_t rows) {
+  m_view.scroll += rows;  // draw() stops at the end of the page
 }
 
 Moment Live::now() const {

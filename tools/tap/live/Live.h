@@ -45,11 +45,18 @@ class Live final : public Output {
   [[nodiscard]] std::string problem() const override { return m_problem; }
 
  private:
-  void tell();
+  /// Has the main thread draw soon. For any thread.
+  void mark_changed();
   void start();
   void serve_signals();
   void serve_keys();
   void act(const KeyPress& press);
+  void pause_or_go_on();
+  void draw_all_again();
+  void show(size_t page);
+  void turn(size_t pages);
+  void scroll_up(size_t rows);
+  void scroll_down(size_t rows);
   void draw();
   [[nodiscard]] Moment now() const;
   [[nodiscard]] const Model& shown() const { return m_paused ? *m_paused : m_model; }

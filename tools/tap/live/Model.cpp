@@ -56,19 +56,23 @@ void Model::take(const Arrival& arrival, const Decoded& decoded) {
     return;
   }
   if (decoded.group.is_valid()) state->group = {decoded.group, arrival.boot_ns};
-  const auto keep = [&](const auto& body) {
-    using T = std::remove_cvref_t<decltype(body)>;
-    if constexpr (std::is_same_v<T, pb::GnssData>) take_sky(arrival, body), m_fix = {body, arrival.boot_ns};
-    if constexpr (std::is_same_v<T, pb::GnssHealth>) m_health = {body, arrival.boot_ns};
-    if constexpr (std::is_same_v<T, pb::TimeZone>) m_zone = {body, arrival.boot_ns};
-    if constexpr (std::is_same_v<T, pb::GnssSource>) m_source = {body, arrival.boot_ns};
-  };
-  std::visit(keep, decoded.body);
+  std::visit([&](const auto& body) { keep(body, arrival.boot_ns); }, decoded.body);
 }
 
-void Model::take_sky(const Arrival& arrival, const pb::GnssData& fix) {
+template <typename T>
+void Model::keep(const T& body, uint64_t boot_ns) {
+  if constexpr (std::is_same_v<T, pb::GnssData>) {
+    keep_sky(body, boot_ns);
+    m_fix = {body, boot_ns};
+  }
+  if constexpr (std::is_same_v<T, pb::GnssHealth>) m_health = {body, boot_ns};
+  if constexpr (std::is_same_v<T, pb::TimeZone>) m_zone = {body, boot_ns};
+  if constexpr (std::is_same_v<T, pb::GnssSource>) m_source = {body, boot_ns};
+}
+
+void Model::keep_sky(const pb::GnssData& fix, uint64_t boot_ns) {
   Sky sky = read_sky(fix);
-  if (sky.has_view || !m_sky) m_sky = {std::move(sky), arrival.boot_ns};
+  if (sky.has_view || !m_sky) m_sky = {std::move(sky), boot_ns};
 }
 
 TopicState* Model::state_of(std::string_view topic, bool of_unit) {

@@ -55,7 +55,9 @@ class Model {
   [[nodiscard]] uint64_t left_out() const { return m_left_out; }
 
  private:
-  void take_sky(const Arrival& arrival, const pb::GnssData& fix);
+  template <typename T>
+  void keep(const T& body, uint64_t boot_ns);
+  void keep_sky(const pb::GnssData& fix, uint64_t boot_ns);
   TopicState* state_of(std::string_view topic, bool of_unit);
 
   std::optional<Latest<pb::GnssData>> m_fix;
