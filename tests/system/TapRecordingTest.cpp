@@ -1,5 +1,6 @@
 // Recordings and figures of satnav-tap, with the built programs.
 #include <cmath>
+#include <future>
 
 #include "support/Envelope.h"
 #include "support/Frames.h"
@@ -341,6 +342,17 @@ TEST_F(MetricsTest, ServesSeveralClientsAndSilentOnes) {
               Not(HasSubstr(" 200 ")));
   EXPECT_THAT(get(port, "/metrics"), HasSubstr("satnavd_state{state=\"NO_FIX\"} 1\n"));
   for (const int socket : {silent, half}) close(socket);
+}
+
+TEST_F(MetricsTest, EndTheConnectionsOfSlowClients) {
+  const int slow[] = {connect_to(port), connect_to(port), connect_to(port), connect_to(port)};
+  for (const int socket : slow) std::ignore = send(socket, "GET /metrics HTTP/1.1\r\n", 23, MSG_NOSIGNAL);
+  auto scraped = std::async(std::launch::async, [this] { return get(port, "/metrics"); });
+  for (const int socket : slow) {
+    EXPECT_TRUE(eventually([&] { return send(socket, "X: a\r\n", 6, MSG_NOSIGNAL) < 0; }, PATIENCE_MS));
+    close(socket);
+  }
+  EXPECT_THAT(scraped.get(), StartsWith("HTTP/1.1 200 "));
 }
 
 // Prometheus' own program checks names, units and form.

@@ -1,6 +1,5 @@
 #include "tools/tap/MetricsServer.h"
 
-#include <httplib.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 
 #include "platform/base/Time.h"
 #include "tools/tap/Collect.h"
+#include "tools/tap/HttpServer.h"
 #include "tools/tap/Metrics.h"
 
 namespace ecu::koru::tap {
@@ -17,8 +17,6 @@ namespace ecu::koru::tap {
 namespace {
 
 constexpr size_t THREADS = 4;
-constexpr time_t TIMEOUT_S = 1;  // a silent client delays the others and the end by no more than this
-constexpr size_t MAX_REQUEST_BODY = 1024;
 constexpr const char* HEALTH_TYPE_TOPIC = "system/gnss/health";  // the topic table has this one
 constexpr const char* CONTENT_TYPE = "text/plain; version=0.0.4; charset=utf-8";
 
@@ -60,13 +58,9 @@ std::vector<std::string> MetricsServer::topics() const {
 }
 
 bool MetricsServer::open() {
-  m_server = std::make_unique<httplib::Server>();
+  m_server = std::make_unique<HttpServer>();
   m_server->set_socket_options(set_socket_options);
   m_server->new_task_queue = [] { return new httplib::ThreadPool(THREADS); };  // the library deletes it
-  m_server->set_keep_alive_timeout(TIMEOUT_S);
-  m_server->set_read_timeout(TIMEOUT_S);
-  m_server->set_write_timeout(TIMEOUT_S);
-  m_server->set_payload_max_length(MAX_REQUEST_BODY);
   m_server->Get("/metrics", [this](const httplib::Request&, httplib::Response& response) {
     response.set_content(metrics(), CONTENT_TYPE);
   });
@@ -129,6 +123,7 @@ void MetricsServer::stop() {
   if (!m_thread.joinable()) return;
   m_stopping = true;
   while (!m_server->is_running() && !m_ended) std::this_thread::yield();  // stop() does nothing before that
+  m_server->refuse_clients();
   m_server->stop();
   m_thread.join();
 }

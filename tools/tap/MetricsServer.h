@@ -13,11 +13,9 @@
 #include "tools/tap/Output.h"
 #include "tools/tap/Statistics.h"
 
-namespace httplib {
-class Server;
-}
-
 namespace ecu::koru::tap {
+
+class HttpServer;
 
 /// Serves the figures over HTTP at /metrics, on threads of its own.
 class MetricsServer final : public Output {
@@ -55,7 +53,7 @@ class MetricsServer final : public Output {
 
   const Options m_options;
   std::string m_problem;
-  std::unique_ptr<httplib::Server> m_server;
+  std::unique_ptr<HttpServer> m_server;
   std::thread m_thread;
   std::atomic<bool> m_stopping = false;
   std::atomic<bool> m_ended = false;  // of m_thread
