@@ -2,6 +2,7 @@
 #include <mosquitto.h>
 #include <nvxproto.pb.h>
 
+#include <cstdio>
 #include <cstdlib>
 using namespace ecu::koru::pb;
 
@@ -34,6 +35,5 @@ int main(int argc, char** argv) {
   const int port = argc > 2 ? static_cast<int>(std::strtol(argv[2], nullptr, 10)) : 1883;
   int error = mosquitto_connect(bus, argc > 1 ? argv[1] : "127.0.0.1", port, 30);
   if (error == MOSQ_ERR_SUCCESS) error = mosquitto_loop_forever(bus, -1, 1);
-  std::fprintf(stderr, "fixes: %s\n", mosquitto_strerror(error));
-  return EXIT_FAILURE;
+  return std::fprintf(stderr, "fixes: %s\n", mosquitto_strerror(error)), EXIT_FAILURE;
 }

@@ -32,5 +32,7 @@ client.on_message = on_message
 try:
     client.connect(sys.argv[1] if len(sys.argv) > 1 else "127.0.0.1", int(sys.argv[2]) if len(sys.argv) > 2 else 1883)
     client.loop_forever()
-except (OSError, ValueError, KeyboardInterrupt) as error:
+except KeyboardInterrupt:
+    sys.exit(130)
+except (OSError, ValueError) as error:
     sys.exit(f"fixes: {error}")
