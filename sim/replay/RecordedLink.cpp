@@ -79,7 +79,11 @@ RecordedLink::RecordedLink(const LinkRecording& recording, Differences& differen
       m_sent(differences),
       m_count(m_events.size()),
       m_was_open(m_events.front().kind != Kind::opened && m_events.front().kind != Kind::closed) {
-  if (m_events.back().kind == Kind::closed) --m_count;
+  if (m_events.back().kind == Kind::closed) {
+    --m_count;
+  } else {
+    m_sent.expect_nothing_after(time_of(m_events.back()));
+  }
 }
 
 /// A device that was there was opened in the first seconds. The service tries to open a missing one every
@@ -193,12 +197,13 @@ void RecordedLink::set_open(bool open) {
   if (opening < m_count) m_done_us = time_of(m_events[opening]);
   while (opening < m_count && m_next <= opening) happens(m_events[m_next++]);
   m_is_open = true;
-  if (std::exchange(m_is_early_closed, false))
+  if (std::exchange(m_is_early_closed, false) && !is_over())
     m_differences.add(m_now_us, "the port left open", "it closed and opened again");
 }
 
 void RecordedLink::set_host_baud(unsigned baud) {
-  if (m_baud != 0 && baud != m_baud) m_differences.add(m_now_us, rate_text(m_baud), rate_text(baud));
+  if (m_baud != 0 && baud != m_baud && !is_over())
+    m_differences.add(m_now_us, rate_text(m_baud), rate_text(baud));
 }
 
 }  // namespace ecu::koru::sim

@@ -57,6 +57,8 @@ class RecordedLink final : public LinkEnd {
   [[nodiscard]] int64_t time_of(const Event& event) const { return m_begin_us + event.at_us; }
   [[nodiscard]] bool has_next() const { return m_next < m_count; }
   [[nodiscard]] const Event& next() const { return m_events[m_next]; }
+  /// Returns true if the recording does not say what happened then.
+  [[nodiscard]] bool is_over() const { return m_now_us > time_of(m_events.back()); }
   [[nodiscard]] int64_t next_event_us() const;
   [[nodiscard]] size_t next_opening() const;
   [[nodiscard]] bool is_next(LinkRecording::Kind kind) const;

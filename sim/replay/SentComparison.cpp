@@ -63,7 +63,8 @@ void SentComparison::drop_expected() {
 }
 
 void SentComparison::drop_found() {
-  m_differences.add(m_found.front().at_us, NOTHING, shown(m_found.front().bytes));
+  if (m_found.front().at_us <= m_last_us - PATIENCE_US)
+    m_differences.add(m_found.front().at_us, NOTHING, shown(m_found.front().bytes));
   m_found.pop_front();
 }
 

@@ -19,6 +19,9 @@ class SentComparison {
   void found(int64_t at_us, const std::string& bytes) { m_found.push_back({at_us, bytes}); }
   /// Reports what has no counterpart by `now_us`.
   void settle(int64_t now_us);
+  /// Nothing is known of what was sent after that time, so a message that is found later, or shortly before,
+  /// needs no counterpart.
+  void expect_nothing_after(int64_t at_us) { m_last_us = at_us; }
   /// No more messages come.
   void finish();
 
@@ -37,6 +40,7 @@ class SentComparison {
   Differences& m_differences;
   Messages m_expected;  // without a counterpart yet, as the other one
   Messages m_found;
+  int64_t m_last_us = INT64_MAX;
 };
 
 }  // namespace ecu::koru::sim

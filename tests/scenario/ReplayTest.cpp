@@ -195,6 +195,7 @@ TEST(Replay, ReportsWhatTheServiceDoesOtherwise) {
       {"a message more",
        [&](sim::LinkRecording& of) { of.events.insert(of.events.begin() + third, of.events[sent[2]]); },
        {MatchesRegex(".* ms: expected B5 62 .*, found nothing sent")}},
+      {"the rest is missing", [&](sim::LinkRecording& of) { of.events.resize(sent[3]); }, {}},
       {"another speed",
        [&](sim::LinkRecording& of) {
          of = quiet({20, 21, 22});
