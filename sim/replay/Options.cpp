@@ -92,6 +92,9 @@ void add_output_options(CLI::App& app, ReplayOptions& options) {
       ->check(CLI::Range(0.0, 1e9) & tool::not_nan());
   app.add_option("--to", options.to, "Stop the service at this second")
       ->check(CLI::Range(0.0, 1e9) & tool::not_nan());
+  app.parse_complete_callback([&options] {
+    if (options.to < options.from) throw CLI::ValidationError("--to", "is before --from");
+  });
   app.add_option("--log", options.service.log_level,
                  "Level of the service's log on standard error, EMERG to DEBUG [WARNING]")
       ->check(CLI::Validator(check_level, "LEVEL"));

@@ -181,6 +181,7 @@ TEST_F(ReplayTest, SaysWhatItCannotUse) {
       {{link, "--at", "soon blackout on"}, 2, "not a time and a command"},
       {{link, "--at", "1 blackout maybe"}, 2, "expected on or off"},
       {{link, "--topic", "a/#/b"}, 2, "not an MQTT topic filter"},
+      {{link, "--from", "5", "--to", "2"}, 2, "--to: is before --from"},
       {{link, "--log", "LOUD"}, 2, "not a level"}};
   for (const Row& row : rows) {
     Process program(joined({test::program("satnavd-replay")}, row.options));
