@@ -7,10 +7,7 @@
 namespace ecu::koru::tap {
 
 void add_nmea_options(CLI::App& app, NmeaOptions& options) {
-  auto* const print = app.add_flag("--nmea", options.print,
-                                   "Show the NMEA sentences of each fix, as they are, and nothing else");
-  for (const auto* name : {"--topic", "--json", "--sentences", "--count"})
-    print->excludes(app.get_option(name));
+  app.add_flag("--nmea", options.print, "Show the NMEA sentences of each fix, as they are, and nothing else");
   add_listen_option(
       app, "--tcp", options.tcp,
       "Send the sentences to every TCP client that connects here; without an address only this machine can");

@@ -17,7 +17,7 @@ struct NmeaOptions {
   std::string terminal_link;         ///< to the pseudo-terminal; empty: none
 };
 
-/// Adds --nmea, --tcp and --pty. The viewer's options must be there already. `options` must outlive `app`.
+/// Adds --nmea, --tcp and --pty. `options` must outlive `app`.
 void add_nmea_options(CLI::App& app, NmeaOptions& options);
 
 [[nodiscard]] std::vector<std::shared_ptr<Output>> make_nmea_outputs(const NmeaOptions& options);

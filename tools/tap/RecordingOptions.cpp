@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <string_view>
+#include <vector>
 
 #include "platform/com/Transport.h"
 #include "tools/common/Options.h"
@@ -41,7 +42,8 @@ void add_files(CLI::App& app, RecordingOptions& options) {
   app.add_option("--record", options.record,
                  "Keep the messages, whatever is shown, in a file for --read and --replay")
       ->check(tool::file_name());
-  app.add_option("--read", options.read, "Take the messages from a recording instead of the bus")
+  app.add_option("--read", options.read,
+                 "Take the messages from a recording instead of the bus")
       ->check(tool::file_name());
   app.add_option("--replay", options.replay, "Publish the messages of a recording on the bus of a bench")
       ->check(tool::file_name());
@@ -84,15 +86,16 @@ constexpr Requirement REQUIREMENTS[] = {
     {"--reference", {"--summary", "--prometheus"}, "--reference requires --summary or --prometheus"},
     {"--health-topic", {"--prometheus", "--prometheus"}, "--health-topic requires --prometheus"}};
 
-/// The two options exclude each other.
+/// The option shows the messages in a way that leaves nothing for the others to do.
 struct Exclusion {
   const char* option;
-  const char* other;
+  std::vector<const char*> others;
 };
-constexpr Exclusion EXCLUSIONS[] = {{"--summary", "--count"},
-                                    {"--summary", "--sentences"},
-                                    {"--prometheus", "--count"},
-                                    {"--prometheus", "--sentences"}};
+const Exclusion EXCLUSIONS[] = {
+    {"--live", {"--json", "--sentences", "--changes", "--count", "--nmea", "--summary", "--prometheus"}},
+    {"--nmea", {"--topic", "--json", "--sentences", "--changes", "--count", "--summary", "--prometheus"}},
+    {"--summary", {"--sentences", "--changes", "--count"}},
+    {"--prometheus", {"--sentences", "--changes", "--count"}}};
 
 template <size_t N>
 bool is_among(const std::array<std::string_view, N>& names, const std::string& name) {
@@ -131,9 +134,12 @@ std::string recording_conflict(const CLI::App& app) {
     if (given(app, row.option) && !given(app, row.any_of[0]) && !given(app, row.any_of[1])) return row.said;
   }
   for (const auto& row : EXCLUSIONS) {
-    if (given(app, row.option) && given(app, row.other))
-      return std::string(row.option) + " excludes " + row.other;
+    for (const char* const other : row.others) {
+      if (given(app, row.option) && given(app, other)) return std::string(row.option) + " excludes " + other;
+    }
   }
+  if (given(app, "--prometheus") && given(app, "--json") && !given(app, "--summary"))
+    return "--prometheus excludes --json without --summary";
   return {};
 }
 

@@ -30,7 +30,8 @@ struct RecordingOptions {
 /// `options` must outlive `app`.
 void add_recording_options(CLI::App& app, RecordingOptions& options);
 
-/// Returns why the given options do not go together, such as "--loop requires --replay"; empty if they do.
+/// Returns why the given options, of every output, do not go together, such as "--loop requires --replay";
+/// empty if they do.
 [[nodiscard]] std::string recording_conflict(const CLI::App& app);
 
 }  // namespace ecu::koru::tap

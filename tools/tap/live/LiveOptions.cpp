@@ -3,11 +3,7 @@
 namespace ecu::koru::tap::live {
 
 void add_live_options(CLI::App& app, Options& options) {
-  CLI::Option* const live =
-      app.add_flag("--live", options.on, "Show the state of the unit on the whole terminal; q ends it");
-  for (const auto* const name :
-       {"--json", "--sentences", "--changes", "--count", "--nmea", "--summary", "--prometheus", "--replay"})
-    live->excludes(app.get_option(name));
+  app.add_flag("--live", options.on, "Show the state of the unit on the whole terminal; q ends it");
 }
 
 }  // namespace ecu::koru::tap::live

@@ -8,8 +8,7 @@ struct Options {
   bool on = false;  ///< a screen in place of lines
 };
 
-/// Adds --live, which excludes the options of other views; they must have been added before. `options`
-/// must outlive `app`.
+/// Adds --live. `options` must outlive `app`.
 void add_live_options(CLI::App& app, Options& options);
 
 }  // namespace ecu::koru::tap::live
