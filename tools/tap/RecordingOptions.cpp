@@ -43,7 +43,7 @@ void add_files(CLI::App& app, RecordingOptions& options) {
                  "Keep the messages, whatever is shown, in a file for --read and --replay")
       ->check(tool::file_name());
   app.add_option("--read", options.read,
-                 "Take the messages from a recording instead of the bus")
+                 "Take the messages from a recording instead of the bus; - is standard input")
       ->check(tool::file_name());
   app.add_option("--replay", options.replay, "Publish the messages of a recording on the bus of a bench")
       ->check(tool::file_name());

@@ -20,7 +20,8 @@ class RecordingReader {
     end       ///< nothing more can be read
   };
 
-  explicit RecordingReader(std::string file) : m_file(std::move(file)) {}
+  /// `file`: "-" is standard input.
+  explicit RecordingReader(std::string file) : m_file(file == "-" ? "/dev/stdin" : std::move(file)) {}
   ~RecordingReader();
   RecordingReader(const RecordingReader&) = delete;
   RecordingReader& operator=(const RecordingReader&) = delete;

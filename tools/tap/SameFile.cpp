@@ -23,6 +23,9 @@ std::vector<UsedFile> files_of(const Options& options) {
       {"--pty", options.nmea.terminal_link, true}};
   for (const auto& [format, file] : options.exports) out.push_back({"--export", file, true});
   out.push_back({"standard output", "/dev/stdout", true});
+  for (auto& file : out) {
+    if (!file.written && file.name == "-") file.name = "/dev/stdin";
+  }
   std::erase_if(out, [](const auto& file) { return file.name.empty(); });
   return out;
 }
