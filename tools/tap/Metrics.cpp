@@ -90,6 +90,8 @@ void add_fixes(Exposition& out, const Figures& figures) {
   out.counter("satnav_fix_gaps_total", "Times of more than 1.5 s without a valid fix.", figures.gaps);
   out.counter("satnav_fix_gap_seconds_total", "All of these times together.",
               static_cast<double>(figures.gap_ns) / NS_PER_S);
+  out.gauge("satnav_longest_fix_gap_seconds", "The longest of these times, 0 without one.",
+            seconds(figures.longest_gap_ns));
 }
 
 void add_delay(Exposition& out, const Figures& figures) {
@@ -194,8 +196,12 @@ void add_health(Exposition& out, const Health& health) {
 
 }  // namespace
 
-std::string metrics_text(const Figures& figures, const std::optional<Health>& health) {
+std::string metrics_text(const Figures& figures, const std::optional<Health>& health,
+                         std::optional<bool> connected) {
   Exposition out;
+  if (connected)
+    out.gauge("satnav_tap_broker_connected", "1 while satnav-tap is connected to the broker, else 0.",
+              *connected ? 1 : 0);
   add_messages(out, figures);
   add_fixes(out, figures);
   add_delay(out, figures);

@@ -15,7 +15,9 @@ struct Health {
 };
 
 /// Returns the figures in the text format that Prometheus reads. Without health, none of its metrics are
-/// there. A figure that is not known is left out. A pure function, for any thread.
-[[nodiscard]] std::string metrics_text(const Figures& figures, const std::optional<Health>& health);
+/// there. `connected`: to the broker; empty if the messages do not come from a bus. A figure that is not
+/// known is left out. A pure function, for any thread.
+[[nodiscard]] std::string metrics_text(const Figures& figures, const std::optional<Health>& health,
+                                       std::optional<bool> connected = std::nullopt);
 
 }  // namespace ecu::koru::tap

@@ -112,7 +112,9 @@ std::string MetricsServer::metrics() const {
     const uint64_t age_ns = now_ns - std::min(now_ns, m_health->arrival_ns);
     health = {m_health->message, static_cast<double>(age_ns) / 1e9};
   }
-  return metrics_text(m_statistics.figures(now_ns), health);
+  std::optional<bool> connected;
+  if (m_options.bus != nullptr) connected = m_options.bus->is_connected();
+  return metrics_text(m_statistics.figures(now_ns), health, connected);
 }
 
 void MetricsServer::close() {

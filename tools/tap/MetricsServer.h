@@ -23,8 +23,9 @@ class MetricsServer final : public Output {
   struct Options {
     ListenAddress address;
     std::string health_topic = "system/gnss/health";
-    std::optional<Position> reference;  ///< the true position; empty: the mean is taken
-    std::vector<std::string> topics;    ///< MQTT topic filters, besides the health topic
+    std::optional<Position> reference;           ///< the true position; empty: the mean is taken
+    std::vector<std::string> topics;             ///< MQTT topic filters, besides the health topic
+    const com::ITransportClient* bus = nullptr;  ///< must live until close(); null: a recording is read
   };
 
   explicit MetricsServer(Options options);

@@ -26,6 +26,8 @@ is given and nothing at all arrives; 2 for wrong options.)";
 
 int run(const CLI::App& app, const tap::Options& options) {
   const auto& recording = options.recording;
+  const auto bus = tool::BusConnection::create(options.bus);
+  if (bus == nullptr) return tool::EXIT_WRONG_OPTIONS;
   const auto viewer = std::make_shared<tap::Viewer>(options.viewer);
   // The viewer comes last: then every shown message is in the log even if --count ends the program.
   tap::Outputs outputs;
@@ -34,7 +36,8 @@ int run(const CLI::App& app, const tap::Options& options) {
   for (const auto& [format, file] : options.exports)
     outputs.push_back(std::make_shared<tap::Export>(format, file, options.force));
   for (const auto& output : tap::make_nmea_outputs(options.nmea)) outputs.push_back(output);
-  for (const auto& output : tap::make_recording_outputs(recording, options.viewer, options.force))
+  for (const auto& output :
+       tap::make_recording_outputs(recording, options.viewer, options.force, bus->transport()))
     outputs.push_back(output);
   const auto screen = options.live.on ? std::make_shared<tap::live::Live>(options.viewer.topics) : nullptr;
   if (screen != nullptr) {
@@ -43,8 +46,6 @@ int run(const CLI::App& app, const tap::Options& options) {
     outputs.push_back(viewer);
   }
 
-  const auto bus = tool::BusConnection::create(options.bus);
-  if (bus == nullptr) return tool::EXIT_WRONG_OPTIONS;
   if (!tool::use_signal_database(app, options.signal_database)) return tool::EXIT_FAILED;
   tap::ValueTexts::use(options.signal_database);
   if (screen != nullptr && recording.read.empty()) screen->watch(bus->transport(), bus->broker());
