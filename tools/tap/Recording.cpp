@@ -120,6 +120,7 @@ std::variant<Moment, std::string> read_header_line(std::string_view line) {
 std::variant<RecordedMessage, std::string> read_message_line(std::string_view line) {
   const Json json = Json::parse(line, nullptr, false);
   if (!json.is_object()) return "this is not a JSON object";
+  if (json.contains("format")) return "another recording begins here; a file holds only one";
   RecordedMessage message;
   if (auto problem = read_times(json, message); !problem.empty()) return problem;
   if (auto problem = read_content(json, message); !problem.empty()) return problem;
