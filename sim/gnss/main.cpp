@@ -20,6 +20,7 @@ void run(const sim::ProgramOptions& options) {
 
 int main(int argc, char** argv) {
   (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGXFSZ, SIG_IGN);
   const sim::ParsedOptions parsed = sim::parse_options(argc, argv);
   if (!parsed.options) return parsed.exit_status;
   try {
@@ -31,6 +32,6 @@ int main(int argc, char** argv) {
     return 0;
   } catch (const std::exception& e) {
     std::cerr << "gnss-sim: " << e.what() << '\n';
-    return 2;
+    return 1;
   }
 }

@@ -288,9 +288,8 @@ TEST_F(TapOutputsTest, AFullDiskEndsAnExportThatStaysComplete) {
   } rows[] = {{"csv", "4"}, {"gpx", "4"}, {"kml", "80"}};  // the last one has room for two lines of points
   for (const auto& [format, limit_kb] : rows) {
     const auto file = folder / "track." + format;
-    const auto writer =
-        tap({"--export", format, file}, {"env", "--ignore-signal=XFSZ", "bash", "-c",
-                                         "ulimit -f " + limit_kb + "; exec \"$0\" \"$@\" > /dev/null"});
+    const auto writer = tap({"--export", format, file},
+                            {"bash", "-c", "ulimit -f " + limit_kb + "; exec \"$0\" \"$@\" > /dev/null"});
     double seconds = 0;
     EXPECT_TRUE(eventually(
         [&] {
@@ -340,7 +339,7 @@ TEST_F(TapOutputsTest, EndWithTheReaderAndExplainWhatCannotBe) {
       {{"--tcp", "::1:2947"}, 2, "not [ADDRESS:]PORT"},
       {{"--pty", file}, 1, "satnav-tap: cannot create the link " + file + ": File exists"},
       {{"--pty", "/no/folder/gps"}, 1, "cannot create the link /no/folder/gps: No such file"},
-      {{"--nmea", "--json"}, 2, "--json excludes --nmea"},
+      {{"--nmea", "--json"}, 2, "--nmea excludes --json"},
       {{"--export", "gpx"}, 2, "--export: 2 required"},
       {{"--export", "shp", file}, 2, "shp not in {csv,gpx,kml}"},
       {{"--export", "gpx", "a", "--export", "kml", "./a"}, 2, "--export and --export are the same file: a"},

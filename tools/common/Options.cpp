@@ -9,6 +9,7 @@
 #include "VersionText.h"
 #include "platform/rt/DbcReader.h"
 #include "platform/rt/Signals.h"
+#include "tools/common/StopSignals.h"
 
 namespace ecu::koru::tool {
 
@@ -78,6 +79,7 @@ bool use_signal_database(const CLI::App& app, const std::string& file) {
 }
 
 std::optional<int> parse_options(CLI::App& app, int argc, char** argv) {
+  open_standard_descriptors();
   app.set_version_flag("--version", app.get_name() + " " + SATNAVD_VERSION_TEXT, "Print the version and end");
   app.failure_message(failure_text);
   try {

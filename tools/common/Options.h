@@ -30,8 +30,9 @@ CLI::Option* add_signal_database_option(CLI::App& app, std::string& file);
 /// understood, writes why to standard error and returns false.
 [[nodiscard]] bool use_signal_database(const CLI::App& app, const std::string& file);
 
-/// Adds --version and reads the command line. Returns an exit status if the program must end now, because it
-/// has shown the help, "NAME VERSION" or an error text about a wrong option.
+/// The first step of every program: opens closed standard descriptors, adds --version and reads the command
+/// line. Returns an exit status if the program must end now, because it has shown the help, "NAME VERSION" or
+/// an error text about a wrong option.
 [[nodiscard]] std::optional<int> parse_options(CLI::App& app, int argc, char** argv);
 
 /// Reports a wrong option or input on standard error. Returns EXIT_WRONG_OPTIONS.

@@ -1,5 +1,6 @@
 #include "tools/common/StopSignals.h"
 
+#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -48,6 +49,13 @@ StopSignals::StopSignals() : Descriptor(stop_signal_fd(), "signalfd") {}
 
 void ignore_broken_pipes() {
   (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGXFSZ, SIG_IGN);
+}
+
+void open_standard_descriptors() {
+  int fd = 0;
+  while (fd >= 0 && fd <= STDERR_FILENO) fd = ::open("/dev/null", O_RDWR);  // gets the lowest free number
+  if (fd >= 0) ::close(fd);
 }
 
 }  // namespace ecu::koru::tool

@@ -37,7 +37,11 @@ class StopSignals : public Descriptor {
   StopSignals();
 };
 
-/// Ignores SIGPIPE: if the reader goes away, the write fails and the process goes on.
+/// Ignores SIGPIPE and SIGXFSZ: if the reader goes away, or a file may not grow any more, the write fails and
+/// the process goes on.
 void ignore_broken_pipes();
+
+/// Opens /dev/null for standard descriptors that are closed, before a file or socket gets their number.
+void open_standard_descriptors();
 
 }  // namespace ecu::koru::tool
