@@ -218,6 +218,7 @@ TEST_F(TapRecordingTest, FailuresAreExplained) {
       folder.write("good.rec", RECORDING_HEADER + line_of_recording(S, "system/var/a", VARIABLE, true));
   const auto broken = folder.write(
       "broken.rec", RECORDING_HEADER + "x\n" + line_of_recording(S, "system/var/a", VARIABLE, true));
+  const auto twice = folder.write("twice.rec", text_of(good) + text_of(good));
   const auto other = folder.write("other.rec", "(1795256130.245112) can0 18FEF31C#00\n");
   const auto link = folder / "link";
   std::filesystem::create_symlink(folder / "nowhere", link);
@@ -247,7 +248,7 @@ TEST_F(TapRecordingTest, FailuresAreExplained) {
        "satnav-tap: --read and --record are the same file: " + good + "\n", ""},
       {"--read " + good + " --force --export csv " + hard_link, 2, "--read and --export are the same file",
        ""},
-      {"--read /dev/stdin --force --can-log " + good + " < " + hard_link, 2, "--read and --can-log are", ""},
+      {"--read - --force --can-log " + good + " < " + hard_link, 2, "--read and --can-log are", ""},
       {"--read " + good + " >> " + good, 2, "--read and standard output are the same file", ""},
       {"--read " + good + " --record /dev/null --export csv /dev/null --force", 0, "", "value=n2"},
       {"--read " + good + " --record " + link, 1, "cannot write " + link + ": File exists", ""},
@@ -258,8 +259,12 @@ TEST_F(TapRecordingTest, FailuresAreExplained) {
       {"--read " + good + " --record " + broken + " --force && grep -c value " + broken, 1, "", "value=n2"},
       {"--replay " + good + " --port " + std::to_string(broker.port()) + " > /dev/full", 1,
        "cannot write: No space left", ""},
+      {"--read " + twice, 1, twice + " line 3: another recording begins here", "value=n2"},
+      {"--read " + good + " --record " + folder.path().string() + "/closed >&-; wc -l < " +
+           folder.path().string() + "/closed",
+       0, "", "2\n"},
       {"--read " + good + " | true; test ${PIPESTATUS[0]} = 0", 0, "", ""},
-      {"--read /dev/stdin < " + good, 0, "", "value=n2"},
+      {"--read - < " + good, 0, "", "value=n2"},
       {"--replay /dev/stdin --port " + std::to_string(broker.port()) + " < " + good, 0, "",
        "1 messages published"},
       {"--config " + nobody + " --record none --can-log can --export csv csv; ls none can csv | wc -l", 0,
@@ -283,6 +288,9 @@ TEST_F(TapRecordingTest, FailuresAreExplained) {
       {"--replay " + good + " --can-log x", 2, "--replay excludes --can-log", ""},
       {"--replay " + good + " --read " + good, 2, "--replay excludes --read", ""},
       {"--summary --count 1", 2, "--summary excludes --count", ""},
+      {"--summary --nmea", 2, "--nmea excludes --summary", ""},
+      {"--prometheus 9100 --changes", 2, "--prometheus excludes --changes", ""},
+      {"--prometheus 9100 --json", 2, "--prometheus excludes --json without --summary", ""},
       {"--prometheus 9100 --health-topic a/#", 2, "not an MQTT topic: a/#", ""},
   };
   for (const auto& row : rows) {
@@ -334,7 +342,8 @@ TEST_F(MetricsTest, ServesSeveralClientsAndSilentOnes) {
   const std::string request = "GET /metrics HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n";
   EXPECT_THAT(answer(second, request), HasSubstr("satnavd_received_bytes_total 12345\n"));
   EXPECT_THAT(answer(first, request),
-              AllOf(StartsWith("HTTP/1.1 200 "), HasSubstr("text/plain; version=0.0.4")));
+              AllOf(StartsWith("HTTP/1.1 200 "), HasSubstr("satnav_tap_broker_connected 1\n"),
+                    HasSubstr("satnav_longest_fix_gap_seconds 0\n"), HasSubstr("text/plain; version=0.0.4")));
   EXPECT_THAT(get(port, "/"), StartsWith("HTTP/1.1 404 "));
   EXPECT_THAT(answer(connect_to(port), std::string(20'000, 'x')), Not(HasSubstr(" 200 ")));
   EXPECT_THAT(answer(connect_to(port),
