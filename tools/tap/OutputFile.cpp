@@ -37,12 +37,11 @@ bool OutputFile::create() {
   constexpr int NEW = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;  // it does not follow links either
   if (m_fd < 0) m_fd = ::open(m_name.c_str(), NEW, OWNER_ONLY);
   struct stat status {};
-  if (m_fd < 0 || ::fstat(m_fd, &status) != 0) {
-    m_error = errno;
-  } else if (S_ISREG(status.st_mode) && (::ftruncate(m_fd, 0) != 0 || ::fchmod(m_fd, OWNER_ONLY) != 0)) {
-    m_error = errno;
-  }
-  return m_error == 0;
+  const bool good =
+      m_fd >= 0 && ::fstat(m_fd, &status) == 0 &&
+      (!S_ISREG(status.st_mode) || (::ftruncate(m_fd, 0) == 0 && ::fchmod(m_fd, OWNER_ONLY) == 0));
+  if (!good) m_error = errno;
+  return good;
 }
 
 bool OutputFile::append(std::string_view lasting, std::string_view tail) {
