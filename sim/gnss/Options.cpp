@@ -19,6 +19,7 @@
 namespace ecu::koru::sim {
 namespace {
 
+constexpr int FAILED = 1;
 constexpr int WRONG_OPTIONS = 2;
 
 constexpr const char* FAULTS_HELP =
@@ -206,6 +207,9 @@ ParsedOptions parse_options(int argc, const char* const* argv) {
     return {options, 0};
   } catch (const CLI::Success& e) {
     return {std::nullopt, app.exit(e)};
+  } catch (const FileError& e) {
+    std::cerr << "gnss-sim: " << e.what() << '\n';
+    return {std::nullopt, FAILED};
   } catch (const std::exception& e) {
     std::cerr << "gnss-sim: " << e.what() << '\n';
     return {std::nullopt, WRONG_OPTIONS};

@@ -49,7 +49,7 @@ TEST(TapRecordingTest, BrokenLinesAreRefusedWithTheReason) {
               {"[1]", "not a JSON object"},
               {line(5).substr(0, 40), "not a JSON object"},
               {std::string(100'000, '['), "not a JSON object"},
-              {HEADER, "topic is not the topic"},
+              {HEADER, "another recording begins here"},
               {with(R"("wall_us":1)", R"("wall_us":-1)"), "wall_us is not a time"},
               {with(R"("wall_us":1)", R"("wall_us":253402300800000000)"), "wall_us is not a time"},
               {with(R"("boot_ns":5)", R"("boot_ns":18446744073709551615)"), "boot_ns is not a time"},
