@@ -1,4 +1,4 @@
-// Weeks of driving in virtual time: every second has its fix, with its own time, on MQTT and on CAN.
+// Long drives in virtual time: every second has its fix, with its own time, on MQTT and on CAN.
 
 #include <gmock/gmock.h>
 #include <malloc.h>
@@ -154,10 +154,12 @@ std::pair<size_t, size_t> drive(const Drive& plan) {
   return memory;
 }
 
-TEST(Soak, EverySecondOfAWeekHasItsFixAndMemoryStays) {
-  // The new year and the 2^31st millisecond of the uptime are in this week.
-  const Drive week{"2027-12-28T05:00:00Z", 7 * DAY, (int64_t{1} << 31) / 1000 - 3 * DAY};
-  const auto [first, last] = drive(week);
+TEST(Soak, EverySecondOfALongDriveHasItsFixAndMemoryStays) {
+  // The new year and the 2^31st millisecond of the uptime are in its first day. 32-bit builds run in an
+  // emulator, which is slow.
+  constexpr int64_t LENGTH = sizeof(void*) == 4 ? DAY : 7 * DAY;
+  const Drive long_drive{"2027-12-31T05:00:00Z", LENGTH, (int64_t{1} << 31) / 1000 - HOUR};
+  const auto [first, last] = drive(long_drive);
   EXPECT_LE(last, first + 16384);
 }
 
