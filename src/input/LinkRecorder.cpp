@@ -21,9 +21,9 @@ using linkrecord::EventKind;
 using linkrecord::Status;
 
 constexpr int64_t NS_PER_US = 1'000;
-constexpr int64_t LONGEST_HELD_NS = 1'000'000'000;
+constexpr int64_t LONGEST_HELD_NS = 5'000'000'000;
 constexpr mode_t OWNER_ONLY = 0600;
-constexpr size_t BUFFER_BYTES = 32768;  // more than a second brings, so that there is one write a second
+constexpr size_t BUFFER_BYTES = 32768;  // a rare write of much costs less than many of little
 
 std::span<const uint8_t> bytesOf(std::string_view text) {
   return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};

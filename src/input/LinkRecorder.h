@@ -17,7 +17,7 @@ namespace ecu::koru::gpspub {
 /// reached the limit; an older "FILE.1" is replaced. A device file (/dev/full) is written as it is.
 ///
 /// A failure ends the recording with one WARNING, and the service goes on. Each call leaves errno as it was.
-/// Events are held and written together, with the first event after a second, when they fill 32 KiB, and at
+/// Events are held and written together, with the first event after 5 s, when they fill 32 KiB, and at
 /// the end: libpcap costs much more when it is called for each piece, between long waits.
 ///
 /// Shared by the devices of an input. Service thread only.
