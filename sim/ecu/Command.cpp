@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <optional>
 
 #include "platform/base/Logging.h"
@@ -47,23 +46,19 @@ std::string hex_bytes(std::string_view text) {
                [](char c) { return BLANKS.find(c) == std::string_view::npos; });
   std::string bytes;
   for (size_t i = 0; i < digits.size(); i += 2) {
-    unsigned value = 0;
-    const char* const end = digits.data() + std::min(i + 2, digits.size());
-    const auto [stop, error] = std::from_chars(digits.data() + i, end, value, 16);
-    if (error != std::errc{} || stop != digits.data() + i + 2) refuse("bytes in hex, two digits each", text);
-    bytes.push_back(static_cast<char>(value));
+    const std::string_view pair = std::string_view(digits).substr(i, 2);
+    const auto value = to_number<uint8_t>(pair, 16);
+    if (!value || pair.size() != 2) refuse("bytes in hex, two digits each", text);
+    bytes.push_back(static_cast<char>(*value));
   }
   return bytes;
 }
 
 uint32_t parameter_id(std::string_view text) {
   const bool hex = text.starts_with("0x") || text.starts_with("0X");
-  const std::string_view digits = hex ? text.substr(2) : text;
-  uint32_t id = 0;
-  const char* const end = digits.data() + digits.size();
-  const auto [stop, error] = std::from_chars(digits.data(), end, id, hex ? 16 : 10);
-  if (error != std::errc{} || stop != end) refuse("a parameter id like 0xA00F", text);
-  return id;
+  const auto id = to_number<uint32_t>(hex ? text.substr(2) : text, hex ? 16 : 10);
+  if (!id) refuse("a parameter id like 0xA00F", text);
+  return *id;
 }
 
 /// Reads an offset like "+01:00" into hours and minutes, which both get the sign.

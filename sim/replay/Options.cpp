@@ -1,7 +1,5 @@
 #include "sim/replay/Options.h"
 
-#include <charconv>
-
 #include "platform/base/Logging.h"
 #include "platform/base/Numbers.h"
 #include "tools/common/Options.h"
@@ -45,12 +43,10 @@ void add_service_options(CLI::App& app, ReplayOptions& options) {
 
 std::pair<double, std::string> change_of(const std::string& text) {
   const size_t blank = text.find(' ');
-  double seconds = -1;
-  const char* const end = text.data() + std::min(blank, text.size());
-  const auto [stop, error] = std::from_chars(text.data(), end, seconds);
-  if (error != std::errc{} || stop != end || !(seconds >= 0) || seconds > 1e9 || blank == std::string::npos)
+  const auto seconds = to_number<double>(std::string_view(text).substr(0, blank));
+  if (!seconds || !(*seconds >= 0) || *seconds > 1e9 || blank == std::string::npos)
     throw CLI::ValidationError("--at", "not a time and a command, such as \"12.5 blackout on\": " + text);
-  return {seconds, text.substr(blank + 1)};
+  return {*seconds, text.substr(blank + 1)};
 }
 
 void add_bus_option(CLI::App& app, ReplayOptions& options) {

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <map>
+
+#include "input/BaudRate.h"
 
 namespace ecu::koru::sim {
 
@@ -58,10 +59,8 @@ void VirtualTerminal::dropInput(int /*fd*/) {
 }
 
 int VirtualTerminal::setAttributes(int /*fd*/, const termios& attributes) {
-  static const std::map<speed_t, unsigned> SPEEDS{{B4800, 4800},   {B9600, 9600},   {B19200, 19200},
-                                                  {B38400, 38400}, {B57600, 57600}, {B115200, 115200}};
   if (!m_link.is_terminal()) return errno = ENOTTY, -1;
-  m_link.set_host_baud(SPEEDS.at(cfgetispeed(&attributes)));
+  m_link.set_host_baud(gpspub::BaudRate::bitsPerSecond(cfgetispeed(&attributes)));
   return 0;
 }
 

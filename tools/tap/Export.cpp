@@ -1,5 +1,6 @@
 #include "tools/tap/Export.h"
 
+#include "platform/com/Topics.h"
 #include "tools/common/Options.h"
 #include "tools/tap/Decode.h"
 #include "tools/tap/Sentences.h"
@@ -17,7 +18,7 @@ void add_export_options(CLI::App& app, ExportOptions& options) {
 }
 
 std::vector<std::string> Export::topics() const {
-  return {std::string(FIX_TOPIC)};
+  return {topic::GNSS_DATA};
 }
 
 void Export::begin(const Moment& /*beginning*/, bool /*live*/) {

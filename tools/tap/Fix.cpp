@@ -1,8 +1,8 @@
 #include "tools/tap/Fix.h"
 
-#include <charconv>
 #include <cmath>
 
+#include "platform/base/Numbers.h"
 #include "tools/tap/Fields.h"
 #include "tools/tap/IsoTime.h"
 #include "tools/tap/Sentences.h"
@@ -12,13 +12,9 @@ namespace ecu::koru::tap {
 
 namespace {
 
-constexpr int VALID_AND_DATED = 3;  // GnssData.status
-
 std::optional<double> number(std::string_view text) {
-  double value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  const bool good = error == std::errc{} && end == text.data() + text.size() && std::isfinite(value);
-  return good ? std::optional(value) : std::nullopt;
+  const auto value = to_number<double>(text);
+  return value && std::isfinite(*value) ? value : std::nullopt;
 }
 
 std::optional<double> finite(bool present, float value) {
@@ -62,7 +58,7 @@ std::string_view kind(const pb::GnssData& data) {
 }
 
 bool is_valid_and_dated(const pb::GnssData& data) {
-  return data.status() == VALID_AND_DATED && data.has_utc_time_us() &&
+  return data.status() == VALID_STATUS && data.has_utc_time_us() &&
          data.utc_time_us() < uint64_t{YEAR_10000_US};
 }
 

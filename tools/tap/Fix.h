@@ -11,6 +11,8 @@
 
 namespace ecu::koru::tap {
 
+inline constexpr int32_t VALID_STATUS = 3;  ///< GnssData.status of a valid and dated position
+
 /// A valid and dated position, as it goes into a track. An empty value is not available.
 struct Fix {
   int64_t utc_us = 0;  ///< since 1970

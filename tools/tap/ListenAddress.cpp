@@ -2,9 +2,10 @@
 
 #include <netdb.h>
 
-#include <charconv>
 #include <cstdlib>
 #include <cstring>
+
+#include "platform/base/Numbers.h"
 
 namespace ecu::koru::tap {
 
@@ -13,9 +14,7 @@ namespace {
 constexpr const char* LOOPBACK = "127.0.0.1";
 
 bool is_port(std::string_view text) {
-  uint16_t port = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-  return error == std::errc{} && end == text.data() + text.size() && port > 0;
+  return to_number<uint16_t>(text).value_or(0) > 0;
 }
 
 std::optional<ListenAddress> resolve(const std::string& host, const std::string& port) {

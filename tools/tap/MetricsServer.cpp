@@ -17,7 +17,6 @@ namespace ecu::koru::tap {
 namespace {
 
 constexpr size_t THREADS = 4;
-constexpr const char* HEALTH_TYPE_TOPIC = "system/gnss/health";  // the topic table has this one
 constexpr const char* CONTENT_TYPE = "text/plain; version=0.0.4; charset=utf-8";
 
 /// Blocks all signals in the threads that are started during its life: the main thread takes them.
@@ -97,7 +96,7 @@ void MetricsServer::take(const Arrival& arrival) {
     return;
   }
   auto of_known_topic = arrival;
-  of_known_topic.topic = HEALTH_TYPE_TOPIC;
+  of_known_topic.topic = topic::GNSS_HEALTH;  // in the table of types
   collect(of_known_topic, m_statistics);
   const Decoded decoded = decode(of_known_topic.topic, of_known_topic.payload);
   if (const auto* const health = std::get_if<pb::GnssHealth>(&decoded.body))

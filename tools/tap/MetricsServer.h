@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/com/Topics.h"
 #include "proto/nvxproto.pb.h"
 #include "tools/tap/ListenAddress.h"
 #include "tools/tap/Output.h"
@@ -22,7 +23,7 @@ class MetricsServer final : public Output {
  public:
   struct Options {
     ListenAddress address;
-    std::string health_topic = "system/gnss/health";
+    std::string health_topic = topic::GNSS_HEALTH;
     std::optional<Position> reference;           ///< the true position; empty: the mean is taken
     std::vector<std::string> topics;             ///< MQTT topic filters, besides the health topic
     const com::ITransportClient* bus = nullptr;  ///< must live until close(); null: a recording is read

@@ -2,12 +2,13 @@
 
 #include <utility>
 
+#include "platform/com/Topics.h"
 #include "tools/tap/Sentences.h"
 
 namespace ecu::koru::tap {
 
 std::vector<std::string> NmeaFeed::topics() const {
-  return {std::string(FIX_TOPIC)};
+  return {topic::GNSS_DATA};
 }
 
 void NmeaFeed::take(const Arrival& arrival) {

@@ -3,12 +3,13 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "platform/com/Topics.h"
 #include "tools/tap/Sentences.h"
 
 namespace ecu::koru::tap {
 
 std::vector<std::string> NmeaPrinter::topics() const {
-  return {std::string(FIX_TOPIC)};
+  return {topic::GNSS_DATA};
 }
 
 void NmeaPrinter::take(const Arrival& arrival) {

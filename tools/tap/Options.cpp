@@ -1,8 +1,8 @@
 #include "tools/tap/Options.h"
 
-#include <charconv>
 #include <cstdint>
 
+#include "platform/base/Numbers.h"
 #include "tools/common/Options.h"
 #include "tools/tap/CanFrame.h"
 
@@ -20,11 +20,8 @@ std::string check_interface(const std::string& name) {
 
 uint8_t source_address(const std::string& text) {
   const bool has_prefix = text.starts_with("0x") || text.starts_with("0X");
-  const char* const begin = text.data() + (has_prefix ? 2 : 0);
-  const char* const end = text.data() + text.size();
-  uint8_t value = 0;
-  const auto [stop, error] = std::from_chars(begin, end, value, 16);
-  if (error == std::errc{} && stop == end && value <= ANY_SOURCE_ADDRESS) return value;
+  const auto value = to_number<uint8_t>(std::string_view(text).substr(has_prefix ? 2 : 0), 16);
+  if (value && *value <= ANY_SOURCE_ADDRESS) return *value;
   throw CLI::ValidationError("--source-address", "not an address from 00 to FE: " + text);
 }
 

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <string_view>
 #include <vector>
 
+#include "platform/base/Numbers.h"
 #include "platform/com/Transport.h"
 #include "tools/common/Options.h"
 
@@ -16,12 +16,9 @@ namespace {
 constexpr double SLOWEST = 0.01;
 constexpr double FASTEST = 1000;
 
-/// Reads the whole text as a number of that size at most, whatever the locale.
 std::optional<double> degrees(std::string_view text, double largest) {
-  double value = 0;
-  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  const bool good = error == std::errc{} && stop == text.data() + text.size();
-  return good && value >= -largest && value <= largest ? std::optional(value) : std::nullopt;
+  const auto value = to_number<double>(text);
+  return value && *value >= -largest && *value <= largest ? value : std::nullopt;
 }
 
 Position position(const std::string& text) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/com/Topics.h"
 #include "tools/tap/ListenAddress.h"
 #include "tools/tap/Scatter.h"
 
@@ -20,7 +21,7 @@ struct RecordingOptions {
   bool summary = false;
   std::optional<Position> reference;
   std::optional<ListenAddress> prometheus;  ///< of the server, if there is to be one
-  std::string health_topic = "system/gnss/health";
+  std::string health_topic = topic::GNSS_HEALTH;
 
   /// Returns true if the messages themselves are not shown.
   [[nodiscard]] bool replaces_viewer() const { return summary || prometheus; }

@@ -10,8 +10,6 @@
 /// The NMEA sentences that come with each fix. For any thread.
 namespace ecu::koru::tap {
 
-inline constexpr std::string_view FIX_TOPIC = "system/gnss/data";
-
 /// Returns true for "$" or "!" and printable text up to the only CR LF. The checksum is left to the reader.
 [[nodiscard]] bool is_sentence(std::string_view text);
 

@@ -1,9 +1,9 @@
 #include "tools/tap/Sky.h"
 
 #include <algorithm>
-#include <charconv>
 #include <tuple>
 
+#include "platform/base/Numbers.h"
 #include "tools/tap/Sentences.h"
 
 namespace ecu::koru::tap {
@@ -35,28 +35,23 @@ constexpr SystemRow SYSTEMS[] = {
 using Fields = std::vector<std::string_view>;
 
 std::optional<int> whole(std::string_view text) {
-  int value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  const bool good = error == std::errc{} && end == text.data() + text.size() && value >= 0;
-  return good ? std::optional(value) : std::nullopt;
+  const auto value = to_number<int>(text);
+  return value && *value >= 0 ? value : std::nullopt;
 }
 
 std::optional<double> dop(std::string_view text) {
-  double value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return error == std::errc{} && end == text.data() + text.size() ? known_dop(value) : std::nullopt;
+  const auto value = to_number<double>(text);
+  return value ? known_dop(*value) : std::nullopt;
 }
 
 /// Returns the fields between '$' and '*', the first of them "GPGSV"; empty if the checksum is wrong.
 Fields fields_of(std::string_view sentence) {
   const size_t star = sentence.rfind('*');
   if (!sentence.starts_with('$') || star == std::string_view::npos || star + 3 > sentence.size()) return {};
+  const auto expected = to_number<unsigned>(sentence.substr(star + 1, 2), 16);
   unsigned sum = 0;
-  const auto digits = sentence.substr(star + 1, 2);
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), sum, 16);
-  if (error != std::errc{} || end != digits.data() + digits.size()) return {};
   for (const char c : sentence.substr(1, star - 1)) sum ^= static_cast<unsigned char>(c);
-  return sum == 0 ? sentence_fields(sentence) : Fields();
+  return sum == expected ? sentence_fields(sentence) : Fields();
 }
 
 const SystemRow* row_of_talker(std::string_view talker) {

@@ -3,12 +3,12 @@
 #include <algorithm>
 
 #include "tools/tap/Delay.h"
+#include "tools/tap/Fix.h"
 
 namespace ecu::koru::tap {
 
 namespace {
 
-constexpr int32_t VALID = 3;
 constexpr uint64_t FRAME_GAP_NS = 950'000'000;  // of the service: docs/bus.md, "The vehicle's buses"
 constexpr double NS_PER_S = 1e9;
 constexpr double US_PER_S = 1e6;
@@ -26,7 +26,7 @@ std::optional<double> seconds(const std::optional<double>& us) {
 
 std::string_view status_text(int32_t status) {
   constexpr std::string_view TEXTS[] = {"without a status", "nothing known", "warning", "valid"};
-  return TEXTS[status > 0 && status <= VALID ? status : 0];
+  return TEXTS[status > 0 && status <= VALID_STATUS ? status : 0];
 }
 
 bool Figures::has_groups() const {
@@ -43,10 +43,10 @@ void Statistics::count_undecodable(const std::string& what) {
 
 void Statistics::take(const FixSample& fix) {
   ++m_figures.fixes;
-  const bool known = fix.status > 0 && fix.status <= VALID;
+  const bool known = fix.status > 0 && fix.status <= VALID_STATUS;
   ++m_figures.status[known ? static_cast<size_t>(fix.status) : 0];
   count_delay(fix);
-  if (fix.status == VALID) take_valid(fix);
+  if (fix.status == VALID_STATUS) take_valid(fix);
   if (!is_due_on_can(fix)) return;
   if (m_last_due) judge_groups();
   m_last_due = fix;

@@ -1,7 +1,6 @@
 #include "platform/base/Numbers.h"
 
 #include <cerrno>
-#include <charconv>
 #include <cstdlib>
 #include <limits>
 #include <stdexcept>
@@ -21,11 +20,8 @@ uint32_t to_u32_base0(const std::string& text) {
 }
 
 std::optional<int64_t> to_int_within(std::string_view text, int64_t min, int64_t max, int base) {
-  int64_t value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
-  if (error != std::errc{} || end != text.data() + text.size() || value < min || value > max)
-    return std::nullopt;
-  return value;
+  const auto value = to_number<int64_t>(text, base);
+  return value && *value >= min && *value <= max ? value : std::nullopt;
 }
 
 std::optional<int64_t> to_int_within_base0(std::string_view text, int64_t min, int64_t max) {

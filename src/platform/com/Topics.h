@@ -8,6 +8,7 @@ namespace ecu::koru::topic {
 
 // Published.
 inline const std::string GNSS_DATA = "system/gnss/data";
+inline const std::string GNSS_HEALTH = "system/gnss/health";  // the one that the package configures
 inline const std::string ANTENNA_OPEN_CIRCUIT = "rt/system/status_gnss_antenna_open_circuit";
 inline const std::string ANTENNA_SHORT_CIRCUIT = "rt/system/status_gnss_antenna_short_circuit";
 inline const std::string MODULE_ERROR = "rt/system/status_gnss_module_error";

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "platform/base/Logging.h"
+#include "tools/tap/Fix.h"
 #include "tools/tap/Statistics.h"
 #include "tools/tap/live/Layout.h"
 
@@ -11,7 +12,6 @@ namespace {
 using logging::text;
 
 constexpr uint64_t STALE_NS = 3'000'000'000;  // a unit publishes about once a second, fix or not
-constexpr int32_t VALID = 3;
 
 const char* mode_text(uint32_t mode) {
   constexpr const char* TEXTS[] = {"no fix", "2D", "3D"};
@@ -25,7 +25,7 @@ const char* quality_text(int32_t quality) {
 }
 
 Style state_style(const pb::GnssData& fix, const std::optional<Latest<pb::GnssHealth>>& health) {
-  if (fix.status() != VALID) return Style::bad;
+  if (fix.status() != VALID_STATUS) return Style::bad;
   return health && health->body.state() != pb::GnssHealth::VALID ? Style::warn : Style::good;
 }
 
