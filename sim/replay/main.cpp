@@ -1,11 +1,7 @@
 // satnavd-replay: runs the service in virtual time over a recording of the receiver's link.
-#include <mosquitto.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -19,6 +15,7 @@
 #include "sim/replay/RecordedBus.h"
 #include "sim/replay/ReplayedService.h"
 #include "tools/common/Options.h"
+#include "tools/common/StandardOutput.h"
 #include "tools/common/StopSignals.h"
 #include "tools/tap/Lines.h"
 #include "tools/tap/Recording.h"
@@ -64,44 +61,30 @@ class Printer {
 
   /// The service begins at `now`.
   void begin(const tap::Moment& now) {
-    if (m_as_recording) write(tap::header_line(now));
+    if (m_as_recording) m_output.write(tap::header_line(now));
   }
   /// Returns false if the output takes no more.
   [[nodiscard]] bool print(const com::MemoryTransport::Record& record, int64_t at_us,
                            const tap::Moment& now) {
-    if (m_error != 0) return false;
     if (at_us < m_from_us || !is_wanted(record.topic)) return true;
     const tap::Arrival arrival{.topic = record.topic,
                                .payload = record.message.payload,
                                .wall_us = now.wall_us,
                                .boot_ns = now.boot_ns,
                                .retained = false};
-    write(m_as_recording ? tap::message_line(arrival) : tap::json_line(arrival) + "\n");
-    return m_error == 0;
+    return m_output.write(m_as_recording ? tap::message_line(arrival) : tap::json_line(arrival) + "\n");
   }
   /// Returns what failed; empty if nothing did, or the reader went away.
-  [[nodiscard]] std::string problem() const {
-    return m_error == 0 || m_error == EPIPE ? std::string()
-                                            : std::string("cannot write: ") + std::strerror(m_error);
-  }
+  [[nodiscard]] std::string problem() const { return m_output.problem(); }
 
  private:
-  void write(const std::string& line) {
-    if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size() || std::fflush(stdout) != 0)
-      m_error = errno;
-  }
   [[nodiscard]] bool is_wanted(const std::string& topic) const {
-    return m_topics.empty() || std::ranges::any_of(m_topics, [&topic](const std::string& filter) {
-             bool matches = false;
-             return mosquitto_topic_matches_sub(filter.c_str(), topic.c_str(), &matches) ==
-                        MOSQ_ERR_SUCCESS &&
-                    matches;
-           });
+    return m_topics.empty() || tool::matches_any(m_topics, topic);
   }
   const std::vector<std::string>& m_topics;
   const int64_t m_from_us;
   const bool m_as_recording;
-  int m_error = 0;  // an errno
+  tool::StandardOutput m_output;
 };
 
 /// Returns nothing, after a message, if the service would not start with it.

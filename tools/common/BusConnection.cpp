@@ -1,8 +1,10 @@
 #include "tools/common/BusConnection.h"
 
+#include <mosquitto.h>
 #include <mosquittopp.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -38,6 +40,14 @@ std::string shown(const Configuration& config, const std::string& key, const std
 }
 
 }  // namespace
+
+bool matches_any(const std::vector<std::string>& filters, const std::string& topic) {
+  return std::any_of(filters.begin(), filters.end(), [&topic](const auto& filter) {
+    bool matches = false;
+    return mosquitto_topic_matches_sub(filter.c_str(), topic.c_str(), &matches) == MOSQ_ERR_SUCCESS &&
+           matches;
+  });
+}
 
 std::unique_ptr<BusConnection> BusConnection::create(const BusOptions& options) {
   logging::set_log_mode(logging::LogMode::STDERR);

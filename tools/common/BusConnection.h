@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/com/Transport.h"
 
@@ -14,6 +15,9 @@ struct BusOptions {
   std::string config_file{};  ///< empty: none
   std::string client_name{};  ///< empty: program and process id; the file's belongs to the service
 };
+
+/// Returns true if one of the MQTT topic filters matches.
+[[nodiscard]] bool matches_any(const std::vector<std::string>& filters, const std::string& topic);
 
 /// A program's connection to the bus, with set-up and clean-up of the client library. The main thread owns
 /// and uses it; any thread may use the transport.

@@ -1,8 +1,5 @@
 #include "tools/tap/NmeaPrinter.h"
 
-#include <cerrno>
-#include <cstdio>
-
 #include "platform/com/Topics.h"
 #include "tools/tap/Sentences.h"
 
@@ -13,15 +10,7 @@ std::vector<std::string> NmeaPrinter::topics() const {
 }
 
 void NmeaPrinter::take(const Arrival& arrival) {
-  const std::string text = sentences_of(arrival);
-  errno = 0;
-  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return;
-  if (errno != EPIPE) m_write_error = errno;
-  finish();
-}
-
-std::string NmeaPrinter::problem() const {
-  return m_write_error != 0 ? cannot_write("", m_write_error) : std::string();
+  if (!m_standard_output.write(sentences_of(arrival))) finish();
 }
 
 }  // namespace ecu::koru::tap

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <atomic>
 #include <string>
 #include <vector>
 
+#include "tools/common/StandardOutput.h"
 #include "tools/tap/Output.h"
 
 namespace ecu::koru::tap {
@@ -14,10 +14,10 @@ class NmeaPrinter final : public Output {
  public:
   [[nodiscard]] std::vector<std::string> topics() const override;
   void take(const Arrival& arrival) override;
-  [[nodiscard]] std::string problem() const override;
+  [[nodiscard]] std::string problem() const override { return m_standard_output.problem(); }
 
  private:
-  std::atomic<int> m_write_error = 0;  // an errno; 0 if only the reader went away
+  tool::StandardOutput m_standard_output;
 };
 
 }  // namespace ecu::koru::tap

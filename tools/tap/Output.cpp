@@ -1,11 +1,10 @@
 #include "tools/tap/Output.h"
 
-#include <mosquitto.h>
-
-#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <thread>
+
+#include "tools/common/BusConnection.h"
 
 namespace ecu::koru::tap {
 
@@ -29,12 +28,7 @@ void Output::message(const std::string& topic, const com::Message& message) {
 
 void Output::deliver(const Arrival& arrival) {
   const std::string topic(arrival.topic);
-  const auto filters = topics();
-  const bool wanted = std::any_of(filters.begin(), filters.end(), [&](const auto& filter) {
-    bool matches = false;
-    return mosquitto_topic_matches_sub(filter.c_str(), topic.c_str(), &matches) == MOSQ_ERR_SUCCESS &&
-           matches;
-  });
+  const bool wanted = tool::matches_any(topics(), topic);
   const std::lock_guard lock(m_taking);
   if (wanted && !m_ended && !m_finished.raised()) take(arrival);
 }

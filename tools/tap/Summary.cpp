@@ -1,8 +1,6 @@
 #include "tools/tap/Summary.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 
 #include "platform/base/Time.h"
 #include "tools/tap/Collect.h"
@@ -28,14 +26,7 @@ void Summary::close() {
   const Figures figures = m_statistics.figures(end_ns);
   const std::string text =
       m_options.json ? report_json(figures).dump(-1, ' ', true) + "\n" : report_text(figures);
-  errno = 0;
-  const bool written =
-      std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
-  if (!written && errno != EPIPE) m_write_error = errno;
-}
-
-std::string Summary::problem() const {
-  return m_write_error != 0 ? cannot_write("", m_write_error) : std::string();
+  m_standard_output.write(text);
 }
 
 }  // namespace ecu::koru::tap

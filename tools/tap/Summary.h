@@ -1,10 +1,10 @@
 #pragma once
 
-#include <atomic>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "tools/common/StandardOutput.h"
 #include "tools/tap/Output.h"
 #include "tools/tap/Statistics.h"
 
@@ -25,7 +25,7 @@ class Summary final : public Output {
   void begin(const Moment& beginning, bool live) override;
   void take(const Arrival& arrival) override;
   void close() override;
-  [[nodiscard]] std::string problem() const override;
+  [[nodiscard]] std::string problem() const override { return m_standard_output.problem(); }
 
  private:
   const Options m_options;
@@ -33,7 +33,7 @@ class Summary final : public Output {
   bool m_begun = false;
   bool m_live = false;
   uint64_t m_newest_ns = 0;  // the latest arrival
-  int m_write_error = 0;
+  tool::StandardOutput m_standard_output;
 };
 
 }  // namespace ecu::koru::tap

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/StandardOutput.h"
 #include "tools/tap/Changes.h"
 #include "tools/tap/Output.h"
 
@@ -27,7 +28,7 @@ class Viewer final : public Output {
 
   [[nodiscard]] std::vector<std::string> topics() const override { return m_options.topics; }
   void take(const Arrival& arrival) override;
-  [[nodiscard]] std::string problem() const override;
+  [[nodiscard]] std::string problem() const override { return m_standard_output.problem(); }
 
   /// Returns how many messages were written.
   [[nodiscard]] uint64_t seen() const { return m_seen; }
@@ -36,7 +37,7 @@ class Viewer final : public Output {
   const Options m_options;
   Changes m_changes;
   std::atomic<uint64_t> m_seen = 0;
-  std::atomic<int> m_write_error = 0;  // an errno; 0 if only the reader went away
+  tool::StandardOutput m_standard_output;
 };
 
 }  // namespace ecu::koru::tap
