@@ -73,7 +73,7 @@ int main(int argc, char** argv) {
   Options options;
   add_options(app, options);
   if (const auto status = tool::parse_options(app, argc, argv)) return *status;
-  tool::ignore_broken_pipes();
+  tool::ignore_write_signals();
   if (!options.bridge.ends.first.empty()) return bridge(app, options);
   sim::Requests requests{.unit = sim::UnitState(options.retain_all), .said_once = {}};
   try {

@@ -146,7 +146,7 @@ void RecordedLink::happens(const Event& event) {
 void RecordedLink::receive(const Event& event) {
   if (m_is_open) {
     m_pieces.push_back(m_recording.bytes_of(event));
-  } else if (!std::exchange(m_loss_told, true)) {
+  } else if (!std::exchange(m_loss_reported, true)) {
     m_differences.add(time_of(event), std::to_string(event.end - event.begin) + " bytes read",
                       "the port closed");
   }
@@ -187,7 +187,7 @@ void RecordedLink::set_open(bool open) {
   m_pieces.clear();
   m_is_open = false;
   m_gone_us = INT64_MAX;
-  m_loss_told = false;
+  m_loss_reported = false;
   if (!open) {
     m_is_early_closed = m_was_open;
     if (is_next(Kind::closed)) m_done_us = time_of(next());

@@ -78,7 +78,7 @@ class RecordedLink final : public LinkEnd {
   bool m_was_open;                // in the recording
   bool m_is_open = false;
   bool m_is_early_closed = false;         // by the service, while it is open in the recording
-  bool m_loss_told = false;               // since the last opening or close
+  bool m_loss_reported = false;           // since the last opening or close
   unsigned m_baud = 0;                    // in the recording
   std::deque<std::string_view> m_pieces;  // to read, each in reads of its own
 };

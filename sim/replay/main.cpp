@@ -197,6 +197,6 @@ int main(int argc, char** argv) {
   sim::ReplayOptions options;
   sim::add_options(app, options);
   if (const auto status = tool::parse_options(app, argc, argv)) return *status;
-  tool::ignore_broken_pipes();
+  tool::ignore_write_signals();
   return run(app, options);
 }

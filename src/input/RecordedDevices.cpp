@@ -24,7 +24,7 @@ class RecordedTerminal final : public ITerminalDevice {
   int open(const std::string& path) override { return m_device->open(path); }
 
   int close(int fd) override {
-    if (std::exchange(m_told_open, false)) m_recorder->closed();
+    if (std::exchange(m_recorded_open, false)) m_recorder->closed();
     return m_device->close(fd);
   }
 
@@ -52,7 +52,7 @@ class RecordedTerminal final : public ITerminalDevice {
   int setAttributes(int fd, const termios& attributes) override {
     const int result = m_device->setAttributes(fd, attributes);
     const unsigned baud = result == 0 ? BaudRate::bitsPerSecond(cfgetospeed(&attributes)) : 0;
-    if (!std::exchange(m_told_open, true)) {
+    if (!std::exchange(m_recorded_open, true)) {
       m_recorder->opened(baud);
     } else if (result == 0) {
       m_recorder->rateSet(baud);
@@ -63,7 +63,7 @@ class RecordedTerminal final : public ITerminalDevice {
  private:
   const std::unique_ptr<ITerminalDevice> m_device;
   const std::shared_ptr<LinkRecorder> m_recorder;
-  bool m_told_open = false;
+  bool m_recorded_open = false;
 };
 
 class RecordedSpi final : public IDeviceFiles {

@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
   add_options(app, options);
   if (const auto status = tool::parse_options(app, argc, argv)) return *status;
   logging::configure_logging("EMERG");  // the report says it all
-  tool::ignore_broken_pipes();
+  tool::ignore_write_signals();
   mosqpp::lib_init();
   std::_Exit(run(app, options));  // without clean-up: a name look-up may still hold the transport's thread
 }

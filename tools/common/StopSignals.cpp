@@ -47,7 +47,7 @@ void Event::clear() {
 
 StopSignals::StopSignals() : Descriptor(stop_signal_fd(), "signalfd") {}
 
-void ignore_broken_pipes() {
+void ignore_write_signals() {
   (void)std::signal(SIGPIPE, SIG_IGN);
   (void)std::signal(SIGXFSZ, SIG_IGN);
 }

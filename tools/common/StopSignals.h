@@ -39,7 +39,7 @@ class StopSignals : public Descriptor {
 
 /// Ignores SIGPIPE and SIGXFSZ: if the reader goes away, or a file may not grow any more, the write fails and
 /// the process goes on.
-void ignore_broken_pipes();
+void ignore_write_signals();
 
 /// Opens /dev/null for standard descriptors that are closed, before a file or socket gets their number.
 void open_standard_descriptors();

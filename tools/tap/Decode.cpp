@@ -62,9 +62,9 @@ std::string envelope_problem(const std::optional<Envelope>& envelope, size_t len
   if (envelope->header_length != HEADER_LENGTH) {
     return text("header length ", envelope->header_length, " instead of ", HEADER_LENGTH);
   }
-  const size_t behind_header = length - HEADER_LENGTH;
-  if (envelope->body_length > behind_header) {
-    return text("body length ", envelope->body_length, ", but only ", behind_header,
+  const size_t after_header = length - HEADER_LENGTH;
+  if (envelope->body_length > after_header) {
+    return text("body length ", envelope->body_length, ", but only ", after_header,
                 " bytes follow the header");
   }
   return {};

@@ -72,6 +72,6 @@ int main(int argc, char** argv) {
   if (const auto conflict = tap::recording_conflict(app); !conflict.empty())
     return tool::wrong_options(app, conflict);
   if (const auto shared = tap::shared_file(options); !shared.empty()) return tool::wrong_options(app, shared);
-  tool::ignore_broken_pipes();
+  tool::ignore_write_signals();
   return run(app, options);
 }
