@@ -9,11 +9,15 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LES
   target_compile_options(satnavd_options INTERFACE -Wno-restrict)
 endif()
 
-# Programs in bin/ are optimized as a whole when they are linked. The tests link the same objects without that, because
-# for each of them it would take most of the build.
+# The service is optimized as a whole when it is linked. The folders that call satnavd_fast_links() link the same objects
+# without that, because it would take most of the build.
 if(CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   add_compile_options(-ffat-lto-objects)
 endif()
+macro(satnavd_fast_links)
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION OFF)
+  add_link_options(-fno-lto)
+endmacro()
 
 # These make a memory fault end the process instead of taking it over; scripts/check-package looks for them in the
 # programs. The sanitizers have their own.
