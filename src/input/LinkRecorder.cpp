@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "platform/base/Time.h"
@@ -23,7 +24,8 @@ using linkrecord::Status;
 constexpr int64_t NS_PER_US = 1'000;
 constexpr int64_t LONGEST_HELD_NS = 5'000'000'000;
 constexpr mode_t OWNER_ONLY = 0600;
-constexpr size_t BUFFER_BYTES = 32768;  // a rare write of much costs less than many of little
+constexpr size_t MOST_HELD = 16384;     // bytes of the receiver and to it
+constexpr size_t BUFFER_BYTES = 65536;  // they fit in with their headers, so that there is one write
 
 std::span<const uint8_t> bytesOf(std::string_view text) {
   return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
@@ -72,8 +74,9 @@ std::string moveAway(const std::string& path) {
   return std::rename(path.c_str(), olderThan(path).c_str()) == 0 ? std::string() : std::strerror(errno);
 }
 
-/// Opens a file that is only its owner's. Returns null with the reason in errno.
-std::FILE* create(const std::string& path) {
+/// Opens a file that is only its owner's. Returns null with the reason in errno. The buffer must live until
+/// the file is closed.
+std::FILE* create(const std::string& path, std::vector<char>& buffer) {
   constexpr int FLAGS = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   const int fd = ::open(path.c_str(), FLAGS, OWNER_ONLY);
   if (fd < 0) return nullptr;
@@ -84,7 +87,8 @@ std::FILE* create(const std::string& path) {
   if (file == nullptr) {
     ::close(fd);
   } else {
-    static_cast<void>(std::setvbuf(file, nullptr, _IOFBF, BUFFER_BYTES));
+    buffer.resize(BUFFER_BYTES);  // without one of its own the C library ignores the size
+    static_cast<void>(std::setvbuf(file, buffer.data(), _IOFBF, buffer.size()));
   }
   return file;
 }
@@ -136,7 +140,7 @@ void LinkRecorder::record(EventKind kind, std::span<const uint8_t> payload) {
   }
   if (!makeRoom(now_ns, payload.size())) return;
   hold(now_ns, kind, payload);
-  if (now_ns - m_written_ns >= LONGEST_HELD_NS || m_held_bytes.size() >= BUFFER_BYTES)
+  if (now_ns - m_written_ns >= LONGEST_HELD_NS || m_held_bytes.size() >= MOST_HELD)
     static_cast<void>(writeHeld(now_ns));
 }
 
@@ -145,7 +149,7 @@ bool LinkRecorder::begin() {
   std::string problem = refusal(m_options.path);
   if (problem.empty()) problem = moveAway(m_options.path);
   if (problem.empty()) {
-    if (std::FILE* const file = create(m_options.path))
+    if (std::FILE* const file = create(m_options.path, m_buffer))
       m_file = PcapFile::begin(file, linkrecord::LINK_TYPE, problem);
     else
       problem = std::strerror(errno);
@@ -167,22 +171,25 @@ bool LinkRecorder::makeRoom(int64_t now_ns, size_t payload_len) {
 }
 
 void LinkRecorder::hold(int64_t now_ns, EventKind kind, std::span<const uint8_t> payload) {
-  const auto header = linkrecord::makeHeader(kind, (now_ns - m_begin_ns) / NS_PER_US);
   if (m_held.empty()) m_wall_offset_ns = time_source().wall_ns() - now_ns;
-  m_held.push_back({now_ns + m_wall_offset_ns, header.size() + payload.size()});
-  m_held_bytes.insert(m_held_bytes.end(), header.begin(), header.end());
+  m_held.push_back({now_ns, payload.size(), kind});
   m_held_bytes.insert(m_held_bytes.end(), payload.begin(), payload.end());
-  m_bytes += PcapFile::PACKET_HEADER_LEN + header.size() + payload.size();
+  m_bytes += PcapFile::PACKET_HEADER_LEN + linkrecord::HEADER_LEN + payload.size();
 }
 
 /// Returns false after a failure.
 bool LinkRecorder::writeHeld(int64_t now_ns) {
   m_written_ns = now_ns;
-  std::span<const uint8_t> rest = m_held_bytes;
+  std::vector<uint8_t> packet;
+  auto payload = m_held_bytes.cbegin();
   bool written = true;
-  for (auto held = m_held.begin(); written && held != m_held.end(); ++held) {
-    written = m_file->add(held->wall_ns, rest.first(held->len));
-    rest = rest.subspan(held->len);
+  for (auto held = m_held.cbegin(); written && held != m_held.cend(); ++held) {
+    const auto header = linkrecord::makeHeader(held->kind, (held->at_ns - m_begin_ns) / NS_PER_US);
+    const auto payload_end = std::next(payload, static_cast<ptrdiff_t>(held->len));
+    packet.assign(header.begin(), header.end());
+    packet.insert(packet.end(), payload, payload_end);
+    written = m_file->add(held->at_ns + m_wall_offset_ns, packet);
+    payload = payload_end;
   }
   written = written && m_file->flush();
   if (!written) fail(std::strerror(errno));

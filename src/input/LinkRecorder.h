@@ -17,7 +17,7 @@ namespace ecu::koru::gpspub {
 /// reached the limit; an older "FILE.1" is replaced. A device file (/dev/full) is written as it is.
 ///
 /// A failure ends the recording with one WARNING, and the service goes on. Each call leaves errno as it was.
-/// Events are held and written together, with the first event after 5 s, when they fill 32 KiB, and at
+/// Events are held and written together, with the first event after 5 s, when they fill 16 KiB, and at
 /// the end: libpcap costs much more when it is called for each piece, between long waits.
 ///
 /// Shared by the devices of an input. Service thread only.
@@ -53,13 +53,15 @@ class LinkRecorder {
   [[nodiscard]] bool writeHeld(int64_t now_ns);
   void fail(const std::string& reason);
 
-  /// An event that is not in the file yet. Its bytes follow those of the one before in m_held_bytes.
+  /// An event that is not in the file yet. Its payload follows that of the one before in m_held_bytes.
   struct Held {
-    int64_t wall_ns;
+    int64_t at_ns;  // steady
     size_t len;
+    linkrecord::EventKind kind;
   };
 
   const Options m_options;
+  std::vector<char> m_buffer;        // of m_file
   std::unique_ptr<PcapFile> m_file;  // null before the first event and after a failure
   std::vector<Held> m_held;
   std::vector<uint8_t> m_held_bytes;
