@@ -41,4 +41,12 @@ std::ofstream create_file(const std::string& path) {
   return out;
 }
 
+void write_line(std::ostream& out, const std::string& name, std::string_view line) {
+  if (!out) return;  // an earlier line found no reader
+  errno = 0;
+  out << line << '\n' << std::flush;
+  if (out || errno == EPIPE) return;
+  throw FileError((name == "-" ? "cannot write: " : "cannot write " + name + ": ") + std::strerror(errno));
+}
+
 }  // namespace ecu::koru::sim

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace ecu::koru::sim {
 
@@ -20,5 +21,9 @@ class FileError : public std::runtime_error {
 /// Creates or empties the file. A regular file becomes readable and writable by its owner only. Does not
 /// follow a symbolic link. Throws FileError.
 [[nodiscard]] std::ofstream create_file(const std::string& path);
+
+/// Writes a line at once. `name` is the file's; "-": standard output. Drops the line if the stream's reader
+/// has gone away. Throws FileError if it cannot be written for another reason.
+void write_line(std::ostream& out, const std::string& name, std::string_view line);
 
 }  // namespace ecu::koru::sim

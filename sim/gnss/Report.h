@@ -16,7 +16,8 @@ namespace ecu::koru::sim {
 ///   2026-05-01T10:00:01.000Z 48.3050052 10.9050028 4.340 km/h 20.00 deg 480.0 m accuracy 2.2 m, 9 satellites
 ///
 /// A line begins with seconds since power-on; for a frame, those of its last byte. The last one, a fix,
-/// begins with its UTC and is rounded only here.
+/// begins with its UTC and is rounded only here. Each of the functions throws FileError if a line cannot be
+/// written, but goes on without lines if their reader has gone away.
 class Report final : public IReceiverObserver {
  public:
   struct Options {
@@ -38,6 +39,7 @@ class Report final : public IReceiverObserver {
  private:
   void write(int64_t at_us, std::string_view text);
 
+  std::string m_trace_name;
   std::ofstream m_file;
   std::ostream* m_trace = nullptr;  // m_file or standard output
   bool m_show;

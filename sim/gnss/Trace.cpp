@@ -27,7 +27,7 @@ void Trace::finish(int64_t monotonic_ns) {
       line += "\\x" + hex(static_cast<uint8_t>(c), 2);
     }
   }
-  m_file << line << '\n' << std::flush;
+  write_line(m_file, m_name, line);
   m_sentence.clear();
 }
 

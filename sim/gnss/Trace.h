@@ -14,9 +14,9 @@ namespace ecu::koru::sim {
 class Trace {
  public:
   /// Throws FileError if the file cannot be created.
-  explicit Trace(const std::string& path) : m_file(create_file(path)) {}
+  explicit Trace(const std::string& path) : m_name(path), m_file(create_file(path)) {}
 
-  /// Takes the bytes that went to the host, in order.
+  /// Takes the bytes that went to the host, in order. Throws FileError if a line cannot be written.
   void written(std::span<const uint8_t> bytes, int64_t monotonic_ns);
   /// Drops an incomplete sentence, because the host did not get, or could not read, the bytes that follow.
   void interrupted() { m_sentence.clear(); }
@@ -24,6 +24,7 @@ class Trace {
  private:
   void finish(int64_t monotonic_ns);
 
+  const std::string m_name;
   std::ofstream m_file;
   std::string m_sentence;  // from its '$' on; empty outside a sentence
 };

@@ -1,6 +1,7 @@
 #include <csignal>
 #include <iostream>
 
+#include "sim/gnss/Files.h"
 #include "sim/gnss/LinkSession.h"
 #include "sim/gnss/Session.h"
 
@@ -11,7 +12,7 @@ namespace sim = ecu::koru::sim;
 template <class SomeSession>
 void run(const sim::ProgramOptions& options) {
   SomeSession session(options);
-  std::cout << session.path() << std::endl;  // flushed, because the starting program waits for it
+  sim::write_line(std::cout, "-", session.path());  // at once, because the starting program waits for it
   session.run();
   session.print_statistics();
 }
