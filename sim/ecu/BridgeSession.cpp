@@ -7,9 +7,11 @@
 #include <cerrno>
 #include <iostream>
 
+#include "platform/base/Logging.h"
 #include "platform/base/Time.h"
 #include "sim/ecu/Bridge.h"
 #include "sim/ecu/BridgeEnd.h"
+#include "tools/common/StandardOutput.h"
 #include "tools/common/StopSignals.h"
 
 namespace ecu::koru::sim {
@@ -54,13 +56,22 @@ void carry(Bridge& bridge, tool::Event& frame_waits, double seconds) {
   }
 }
 
-void tell_counts(const Bridge& bridge) {
-  for (const auto& route : bridge.routes()) {
-    std::cout << "ecu-sim: " << route.name << " " << route.from << " -> " << route.to << ": " << route.carried
-              << " carried, " << route.lost << " lost, " << route.dropped << " dropped, " << route.malformed
-              << " malformed\n";
-  }
-  std::cout << std::flush;
+std::string counts(const Bridge& bridge) {
+  std::string out;
+  for (const auto& route : bridge.routes())
+    out += logging::text("ecu-sim: ", route.name, " ", route.from, " -> ", route.to, ": ", route.carried,
+                         " carried, ", route.lost, " lost, ", route.dropped, " dropped, ", route.malformed,
+                         " malformed\n");
+  return out;
+}
+
+/// Returns the exit status, after a report if the text could not be written.
+int print(const std::string& text) {
+  tool::StandardOutput output;
+  output.write(text);
+  if (output.problem().empty()) return tool::EXIT_DONE;
+  std::cerr << "ecu-sim: " << output.problem() << '\n';
+  return tool::EXIT_FAILED;
 }
 
 bool subscribe(com::ITransportClient& transport, const std::shared_ptr<Bridge>& bridge) {
@@ -112,11 +123,13 @@ int run_bridge(const CLI::App& app, const tool::BusOptions& bus, const BridgeOpt
   if (!subscribe(from->transport(), bridge)) return tool::EXIT_FAILED;
   int status = to->open() && from->open() ? tool::EXIT_DONE : tool::EXIT_FAILED;
   if (status == tool::EXIT_DONE) {
-    std::cout << "ecu-sim: carrying " << bridge->topics().size() << " groups from " << ends[0].text()
-              << " to " << ends[1].text() << std::endl;
+    status = print(logging::text("ecu-sim: carrying ", bridge->topics().size(), " groups from ",
+                                 ends[0].text(), " to ", ends[1].text(), "\n"));
+  }
+  if (status == tool::EXIT_DONE) {
     carry(*bridge, frame_waits, options.seconds);
     bridge->stop();
-    tell_counts(*bridge);
+    status = print(counts(*bridge));
   }
   status = to->close(status);
   return from->close(status);

@@ -22,12 +22,13 @@ void complain(std::string_view text) {
 
 }  // namespace
 
-bool Session::start(const std::vector<Publication>& said_once) {
+std::string Session::start(const std::vector<Publication>& said_once) {
   const auto state = m_unit.everything();
   m_complete = m_publisher.send_confirmed(state) && m_publisher.send(said_once);
-  if (m_complete)
-    std::cout << "ecu-sim: " << state.size() + said_once.size() << " messages published" << std::endl;
-  return m_complete;
+  if (!m_complete) return "the broker did not take everything";
+  const size_t count = state.size() + said_once.size();
+  m_output.write("ecu-sim: " + std::to_string(count) + " messages published\n");
+  return m_output.problem();
 }
 
 void Session::keep() {
@@ -64,9 +65,13 @@ bool Session::read_commands() {
 bool Session::obey(std::string_view line) {
   const Command command = parse_command(line);
   if (std::holds_alternative<Quit>(command)) return false;
-  if (std::holds_alternative<ShowHelp>(command)) std::cout << command_help() << std::flush;
+  if (std::holds_alternative<ShowHelp>(command)) show_help();
   publish(command);
   return true;
+}
+
+void Session::show_help() {
+  if (!m_output.write(command_help()) && !m_output.problem().empty()) complain(m_output.problem());
 }
 
 void Session::publish(const Command& command) {

@@ -31,8 +31,9 @@ const std::string FOOTER =
     R"(Commands, of --file and with --keep on standard input ('#' begins a comment; a parameter's change is
 announced only with --keep; the end of standard input ends only the commands):
 )" + sim::command_help() +
-    R"(Exit status: 0 when everything was published; 1 when the broker cannot be reached or does not take it; 2 for
-wrong options and a broken command in the file. With --bridge 1 also when the signal database cannot be used.)";
+    R"(Exit status: 0 when everything was published; 1 when the broker cannot be reached or does not take it, or when
+standard output cannot be written; 2 for wrong options and a broken command in the file. With --bridge 1 also when the
+signal database cannot be used.)";
 
 void add_options(CLI::App& app, Options& options) {
   tool::add_bus_options(app, options.bus);
@@ -49,8 +50,8 @@ int run(const Options& options, sim::Requests& requests) {
   if (bus == nullptr) return tool::EXIT_WRONG_OPTIONS;
   if (!bus->open()) return bus->close(tool::EXIT_FAILED);
   sim::Session session(bus->transport(), requests.unit);
-  if (!session.start(requests.said_once)) {
-    std::cerr << "ecu-sim: the broker did not take everything\n";
+  if (const auto problem = session.start(requests.said_once); !problem.empty()) {
+    std::cerr << "ecu-sim: " << problem << '\n';
     return bus->close(tool::EXIT_FAILED);
   }
   if (options.keep) session.keep();
