@@ -9,6 +9,7 @@
 #include "tools/check/FileCheck.h"
 #include "tools/check/LiveCheck.h"
 #include "tools/common/Options.h"
+#include "tools/common/StandardOutput.h"
 #include "tools/common/StopSignals.h"
 
 namespace {
@@ -38,8 +39,8 @@ constexpr const char* FOOTER =
     R"(Without --config the file is the one that the service would read: satnavd.conf in the working directory, or else
 /etc/satnavd/satnavd.conf.
 
-Exit status: 0 nothing was found; 1 there are findings; 2 the file cannot be read, wrong options, or a signal ended
-the check.)";
+Exit status: 0 nothing was found; 1 there are findings; 2 the file cannot be read, wrong options, a signal ended the
+check, or the report cannot be written.)";
 
 void add_options(CLI::App& app, Options& options) {
   app.add_option("--config", options.file, "The file to check [the one that the service would read]")
@@ -68,8 +69,9 @@ int run(const CLI::App& app, const Options& options) {
   check::Report report{.file = file->path};
   check::check_file(*file, report);
   if (options.live && !check::check_live(*file, options.device, report)) return fail("ended by a signal");
-  std::cout << (options.json ? check::as_json(report) : check::as_text(report)) << std::flush;
-  if (!std::cout) return fail("cannot write the report");
+  tool::StandardOutput output;
+  output.write(options.json ? check::as_json(report) : check::as_text(report));
+  if (!output.problem().empty()) return fail(output.problem());
   return report.count() == 0 ? EXIT_CLEAN : EXIT_FINDINGS;
 }
 
