@@ -4,6 +4,7 @@
 
 #include "support/Envelope.h"
 #include "support/Frames.h"
+#include "support/Http.h"
 #include "support/RecordedBus.h"
 #include "system/SatnavdTest.h"
 
@@ -56,21 +57,6 @@ std::vector<std::string> contents(const std::string& lines, const std::string& f
 }
 
 const std::string VARIABLE = "0901001200040000001101000000000000000a026e32";  // an RtSignal "n2"
-
-/// Sends a request, or a part of one, and returns what comes until the server closes the connection.
-std::string answer(int socket, const std::string& request) {
-  std::ignore = send(socket, request.data(), request.size(), MSG_NOSIGNAL);
-  std::string out;
-  char piece[4096];
-  for (ssize_t count; (count = recv(socket, piece, sizeof piece, 0)) > 0;)
-    out.append(piece, static_cast<size_t>(count));
-  close(socket);
-  return out;
-}
-
-std::string get(uint16_t port, const std::string& path) {
-  return answer(connect_to(port), "GET " + path + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
-}
 
 class TapRecordingTest : public SatnavdTest {
  protected:
