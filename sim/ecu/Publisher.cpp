@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -18,28 +19,30 @@ constexpr auto ROOM_STEP = 5ms;
 constexpr int ROOM_STEPS = 400;
 constexpr size_t BURST = 64;  // the transport always takes that many messages at once
 
-}  // namespace
-
-class Publisher::Echo final : public com::ISubscriptionObserver {
+/// Waits for a message, among those that others publish on its topic.
+class Echo final : public com::ISubscriptionObserver {
  public:
+  explicit Echo(std::vector<uint8_t> wanted) : m_wanted(std::move(wanted)) {}
+
   void message(const std::string& /*topic*/, const com::Message& message) override {
+    if (message.payload != m_wanted) return;
     const std::lock_guard lock(m_mutex);
-    m_payload = message.payload;
+    m_came = true;
     m_changed.notify_all();
   }
-  [[nodiscard]] bool wait_for(const std::vector<uint8_t>& payload) {
+  [[nodiscard]] bool wait() {
     std::unique_lock lock(m_mutex);
-    return m_changed.wait_for(lock, CONFIRMATION_TIME, [&] { return m_payload == payload; });
+    return m_changed.wait_for(lock, CONFIRMATION_TIME, [&] { return m_came; });
   }
 
  private:
+  const std::vector<uint8_t> m_wanted;
   std::mutex m_mutex;
   std::condition_variable m_changed;
-  std::vector<uint8_t> m_payload;
+  bool m_came = false;
 };
 
-Publisher::Publisher(com::ITransportClient& transport)
-    : m_transport(transport), m_echo(std::make_shared<Echo>()) {}
+}  // namespace
 
 bool Publisher::send(const std::vector<Publication>& publications) {
   for (size_t i = 0; i < publications.size(); ++i) {
@@ -51,8 +54,9 @@ bool Publisher::send(const std::vector<Publication>& publications) {
 
 bool Publisher::send_confirmed(const std::vector<Publication>& publications) {
   if (publications.empty()) return true;
-  m_transport.subscribe(topic::SYSTEM_PARAMETERS, m_echo, 0);
-  const bool confirmed = send(publications) && m_echo->wait_for(publications.back().message.payload);
+  const auto echo = std::make_shared<Echo>(publications.back().message.payload);
+  m_transport.subscribe(topic::SYSTEM_PARAMETERS, echo, 0);
+  const bool confirmed = send(publications) && echo->wait();
   m_transport.unsubscribe(topic::SYSTEM_PARAMETERS);
   return confirmed;
 }

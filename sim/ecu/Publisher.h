@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <vector>
 
 #include "platform/com/Transport.h"
@@ -11,7 +10,7 @@ namespace ecu::koru::sim {
 /// Sends publications to the broker. For the main thread. The transport must outlive it.
 class Publisher {
  public:
-  explicit Publisher(com::ITransportClient& transport);
+  explicit Publisher(com::ITransportClient& transport) : m_transport(transport) {}
 
   /// Sends all of them in order, and waits up to 2 s for each while the connection has no room. Returns false
   /// as soon as one cannot be sent.
@@ -22,12 +21,9 @@ class Publisher {
   [[nodiscard]] bool send_confirmed(const std::vector<Publication>& publications);
 
  private:
-  class Echo;
-
   [[nodiscard]] bool send_one(const Publication& publication);
 
   com::ITransportClient& m_transport;
-  std::shared_ptr<Echo> m_echo;
 };
 
 }  // namespace ecu::koru::sim
