@@ -306,48 +306,4 @@ TEST_F(TapOutputsTest, AFullDiskEndsAnExportThatStaysComplete) {
       expect_valid(format, file);
     }
   }
-  Process full(tool({"satnav-tap", "--force", "--export", "gpx", "/dev/full"}, broker));
-  EXPECT_EQ(full.wait_for_exit(PATIENCE_MS), 1);
-  EXPECT_EQ(full.err(), "satnav-tap: cannot write /dev/full: No space left on device\n");
-}
-
-TEST_F(TapOutputsTest, EndWithTheReaderAndExplainWhatCannotBe) {
-  const auto sentence = nmea("GPTXT,hello");
-  for (const auto& [reader, status, said] :
-       {std::tuple{"> >(head -n 1 >&2)", 0, sentence},
-        {"> /dev/full", 1, "satnav-tap: cannot write: No space left on device\n"}}) {
-    const auto printer = tap({"--nmea"}, {"bash", "-c", std::string("exec \"$0\" \"$@\" ") + reader});
-    EXPECT_TRUE(eventually(
-        [&] {
-          publish(sentences({sentence}));
-          return !printer->running();
-        },
-        PATIENCE_MS));
-    EXPECT_EQ(printer->wait_for_exit(PATIENCE_MS), status);
-    EXPECT_EQ(printer->err(), said);
-  }
-  const auto taken = std::to_string(broker.port());
-  const auto file = folder.write("file", "");
-  const struct {
-    Words options;
-    int status;
-    std::string said;
-  } rows[] = {
-      {{"--tcp", taken}, 1, "satnav-tap: cannot listen on 127.0.0.1:" + taken + ": Address already in use"},
-      {{"--tcp", "[::1]:0"}, 2, "not [ADDRESS:]PORT with a numeric address: [::1]:0"},
-      {{"--tcp", "localhost:2947"}, 2, "not [ADDRESS:]PORT"},
-      {{"--tcp", "::1:2947"}, 2, "not [ADDRESS:]PORT"},
-      {{"--pty", file}, 1, "satnav-tap: cannot create the link " + file + ": File exists"},
-      {{"--pty", "/no/folder/gps"}, 1, "cannot create the link /no/folder/gps: No such file"},
-      {{"--nmea", "--json"}, 2, "--nmea excludes --json"},
-      {{"--export", "gpx"}, 2, "--export: 2 required"},
-      {{"--export", "shp", file}, 2, "shp not in {csv,gpx,kml}"},
-      {{"--export", "gpx", "a", "--export", "kml", "./a"}, 2, "--export and --export are the same file: a"},
-      {{"--export", "csv", "/no/folder/a"}, 1, "cannot write /no/folder/a: No such file"}};
-  for (auto [options, status, said] : rows) {
-    options.insert(options.begin(), program("satnav-tap"));
-    Process process(options);
-    EXPECT_EQ(process.wait_for_exit(PATIENCE_MS), status) << said;
-    EXPECT_THAT(process.err(), HasSubstr(said));
-  }
 }
