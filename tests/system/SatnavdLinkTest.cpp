@@ -61,7 +61,7 @@ TEST_F(SatnavdLinkTest, APlaybackSaysHowTheHostDiffers) {
                     "hello" + bytes("00000000 00000000 14000000 14000000 00000000 00000000 02 000000") +
                     "$GNRMC\r\n" + bytes("00000000 00000000 14000000");
   const auto simulator = receiver({"--replay", folder.write("link.pcap", file)});
-  const auto service = satnavd("baud_rate = 38400\n");
+  const auto service = satnavd("baud_rate = 38400\nrecord_link = /dev/full\n");
   ASSERT_EQ(simulator->wait_for_exit(PATIENCE_MS), 0);
   EXPECT_THAT(
       simulator->err(),
@@ -70,4 +70,7 @@ TEST_F(SatnavdLinkTest, APlaybackSaysHowTheHostDiffers) {
             HasSubstr("the host's rate is 38400 bit/s, in the recording it was 9600 bit/s\n"),
             HasSubstr("the host sent 0 frames, 5 differences from the recording\n"),
             HasSubstr("the first one is at byte 0: expected 68, found nothing\n")));
+  expect_end(*service);
+  EXPECT_EQ(occurrences(service->err(), "link is not recorded in /dev/full: No space left on device;"), 1U)
+      << service->err();
 }

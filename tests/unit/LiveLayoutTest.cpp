@@ -129,6 +129,40 @@ TEST(LiveLayoutTest, EachPageSaysItInWords) {
   }
 }
 
+TEST(LiveLayoutTest, AGroupThatNoLongerComesIsMarked) {
+  Unit unit;
+  const auto group = test::envelopedSignal(std::string(8, '\x10'));
+  unit.publish("rt/j1939can/tx/vp1_local", group, START);
+  unit.publish("rt/oemcan/tx/p2c1_local", group, START + 2 * S);
+  const auto marked = [&](uint64_t age_ns, std::string_view part) {
+    std::vector<Style> styles;
+    for (const auto& row : layout(unit.model, {.page = Page::can, .now = {.boot_ns = START + age_ns}})) {
+      for (const auto& span : row.spans()) {
+        if (span.text.find(part) != std::string::npos) styles.push_back(span.style);
+      }
+    }
+    return styles;
+  };
+  EXPECT_THAT(marked(3 * S, "3.0 s old"), ElementsAre(Style::plain));
+  EXPECT_THAT(marked(4 * S, "4.0 s old"), ElementsAre(Style::warn));
+  EXPECT_THAT(marked(4 * S, "2.0 s old"), ElementsAre(Style::plain));
+}
+
+TEST(LiveLayoutTest, SatellitesAreCountedBySystem) {
+  pb::GnssData fix;
+  fix.set_num_satellites(7);
+  for (const auto* sentence :
+       {"GPGSV,2,1,05,02,37,123,44,05,10,020,,07,50,100,30,09,20,200,25", "GPGSV,2,2,05,30,15,300,20",
+        "GLGSV,1,1,02,65,60,050,40,66,30,150,35", "GNGSA,A,3,02,07,,,,,,,,,,,1.7,0.9,1.4",
+        "GNGSA,A,3,66,,,,,,,,,,,,1.7,0.9,1.4"})
+    fix.add_nmea(test::nmea(sentence));
+  Unit unit;
+  unit.publish("system/gnss/data", test::enveloped(fix), START);
+  EXPECT_THAT(
+      text_of(layout(unit.model, {.page = Page::sky, .now = {.boot_ns = START}})),
+      AllOf(HasSubstr("  7 satellites  "), HasSubstr(" GPS 2 of 5, GLONASS 1 of 2 used, seen 0.0 s ago")));
+}
+
 TEST(LiveLayoutTest, TheBusPageCountsWhatComes) {
   Unit unit;
   const auto message = test::envelopedSignal("\x01");
