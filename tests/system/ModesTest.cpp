@@ -192,7 +192,7 @@ TEST_F(ModesTest, AClosedPipeEndsThemQuietly) {
 TEST_F(ModesTest, AFullDiskEndsThemWithOneError) {
   const struct {
     std::string command;
-    std::string to = "";
+    std::string to{};
     int status = 1;
   } rows[] = {
       {"satnav-tap --port $PORT --topic system/var/# > /dev/full"},
@@ -239,9 +239,9 @@ TEST_F(ModesTest, AFullDiskEndsThemWithOneError) {
 TEST_F(ModesTest, WhenTheBrokerIsBackTheyGoOn) {
   struct Row {
     std::string command;
-    std::string part;         // each message adds one
-    std::string file = "";    // that is written; else standard output
-    std::string reader = "";  // command whose output counts instead
+    std::string part;      // each message adds one
+    std::string file{};    // that is written; else standard output
+    std::string reader{};  // command whose output counts instead
   };
   const Row rows[] = {
       {"satnav-tap --port $PORT", "system/gnss/data "},
@@ -294,9 +294,10 @@ TEST_F(ModesTest, WhenTheBrokerIsBackTheyGoOn) {
   ASSERT_TRUE(broker.start());
   EXPECT_TRUE(metric("satnav_tap_broker_connected 1"));
   for (size_t i = 0; i < std::size(rows); ++i) {
-    const auto& [command, part, file, reader] = rows[i];
-    EXPECT_TRUE(eventually([&] { return count(i) > occurrences(before[i], part); }, PATIENCE_MS)) << command;
-    EXPECT_TRUE(output(i).starts_with(before[i].substr(0, before[i].rfind(part)))) << command;
+    const auto& row = rows[i];
+    EXPECT_TRUE(eventually([&] { return count(i) > occurrences(before[i], row.part); }, PATIENCE_MS))
+        << row.command;
+    EXPECT_TRUE(output(i).starts_with(before[i].substr(0, before[i].rfind(row.part)))) << row.command;
     expect_end(*processes[i], SIGINT);
   }
   for (auto* process : {metrics.get(), summary.get(), bridge.get(), service.get()})
