@@ -87,7 +87,10 @@ std::string Terminal::problem() {
   if (::isatty(STDOUT_FILENO) == 0) return "--live needs a terminal as standard output";
   const char* const type = std::getenv("TERM");
   int error = 0;
-  if (setupterm(type, STDOUT_FILENO, &error) == OK && cursor_address != nullptr) return {};
+  const bool found = setupterm(type, STDOUT_FILENO, &error) == OK;
+  const bool good = found && cursor_address != nullptr;
+  if (found) del_curterm(cur_term);
+  if (good) return {};
   return std::string("--live cannot use a terminal of the type '") + (type == nullptr ? "" : type) +
          "' (TERM)";
 }
